@@ -1,0 +1,48 @@
+# What the targets of this project have in common.
+
+# Small beats unrolled on the device.
+foreach(language C CXX)
+  string(REPLACE "-O3" "-O2" CMAKE_${language}_FLAGS_RELEASE "${CMAKE_${language}_FLAGS_RELEASE}")
+endforeach()
+
+# Warnings that every target is held to.
+function(tarvio_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+  if(TARVIO_WERROR)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()
+
+# Sanitizers for a target that runs as part of the system under test. The sandbox stays without them:
+# it sets namespaces up with bare system calls.
+function(tarvio_sanitize target)
+  if(NOT TARVIO_SANITIZE)
+    return()
+  endif()
+  # The vptr check needs the type information that the library is built without.
+  set(flags -fsanitize=${TARVIO_SANITIZE} -fno-sanitize-recover=all -fno-sanitize=vptr)
+  target_compile_options(${target} PRIVATE ${flags} -fno-omit-frame-pointer)
+  target_link_options(${target} PRIVATE ${flags})
+endfunction()
+
+# C++ that needs nothing but libc at run time: no exceptions, no type information, linked as C so that
+# the C++ run-time library stays away. The calling directory must also empty
+# CMAKE_CXX_IMPLICIT_LINK_LIBRARIES, or CMake puts that library back on the command line.
+function(tarvio_freestanding_cxx target)
+  target_compile_options(
+    ${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+  set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
+endfunction()
+
+# Settings of everything that ships.
+function(tarvio_shipped target)
+  tarvio_warnings(${target})
+  tarvio_sanitize(${target})
+  # Files and directories are 64-bit on the 32-bit device as well.
+  target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
+  target_compile_options(${target} PRIVATE -ffunction-sections -fdata-sections)
+  target_link_options(${target} PRIVATE -Wl,--gc-sections -Wl,-z,relro -Wl,-z,now)
+  set_target_properties(
+    ${target} PROPERTIES LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}"
+                         RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}")
+endfunction()
