@@ -1,0 +1,125 @@
+/* The application manager: starts and stops the installed applications and keeps their statuses. An
+ * application is an installed package of category "Application". */
+#ifndef TARVIO_APP_H
+#define TARVIO_APP_H
+
+#include <stdint.h>
+
+#include "tarvio/base.h"
+#include "tarvio/list.h"
+#include "tarvio/package.h"
+
+struct tq_app_info;
+
+/* The operations of an application binding, in their fixed order. */
+typedef struct tq_app_binding {
+  int (*setup)(void);
+  int (*is_mine)(struct tq_app_info *app); /* not 0 when the binding takes the application */
+  int (*start)(struct tq_app_info *app);   /* 0 or an error code */
+  int (*stop)(struct tq_app_info *app);    /* 0 or an error code */
+} tq_app_binding;
+
+/* An installed application. */
+typedef struct tq_app_info {
+  tq_app_binding *binding;  /* unset until tq_check_app_biniding found one */
+  tq_package_info *package; /* borrowed */
+  int32_t stopped;          /* 1 stopped, 0 started */
+  int32_t *pid;             /* heap cell with the child's process id; null while not started */
+} tq_app_info;
+
+TQ_BEGIN_DECLS
+
+/* The binding record that tq_get_linux_app_binding made last. */
+extern tq_app_binding *linux_app_binding;
+
+/* Sets the manager up: lists the installed applications and binds each. The host calls it once, after
+ * the status manager and the package manager; applications installed later are unknown until the
+ * process starts anew. Ignores SIGCHLD for the whole process.
+ *
+ * Returns 1 (not 0) on success, also without any application or when the listing failed; 0 when an
+ * application found no binding; the errno value of a failed allocation counts as an unreported end of
+ * the list.
+ * Source: app/tq_app_manager */
+int tq_setup_app_manager(void);
+
+/* Makes the record of an application: stopped, without a process, binding unset.
+ *
+ * out  receives the record, to be freed with free(), or null.
+ *
+ * Returns 0, ENOMEM (12), EINVAL (22) for a null out.
+ * Source: app/tq_app_manager */
+int tq_create_app_info(tq_package_info *package, tq_app_info **out);
+
+/* Appends a record for every installed application to a list. Records and their packages become the
+ * caller's.
+ *
+ * Returns 0, also when the listing failed; else the error of tq_create_app_info or tq_list_add.
+ * Source: app/tq_app_manager */
+int tq_get_installed_application(tq_list_t *apps);
+
+/* Asks the bindings of a list in order whether they take the application, and stores the first that
+ * does in it. Returns that binding's answer, or 0 when none takes it. (The name is spelled so.)
+ * Source: app/tq_app_manager */
+int tq_check_app_biniding(tq_app_info *app, tq_list_t *bindings);
+
+/* Does this for every application of a list. Returns 1 when each found a binding, else 0.
+ * Source: app/tq_app_manager */
+int tq_check_all_app_binding(tq_list_t *apps, tq_list_t *bindings);
+
+/* Starts an application and sets its status to normal, "started app", or to error, "start app failed.".
+ *
+ * name  text that the package name contains: the first application in list order wins.
+ *
+ * The result tells whether a process was made, not whether the program could be executed.
+ *
+ * Returns 0, also when it is started already; EINVAL (22) for an unknown or null name; the start
+ * operation's error.
+ * Not serialised: the com server's thread calls it for the clients, so call it from there or through a
+ * request.
+ * Source: app/tq_app_manager */
+int tq_start_app(const char *name);
+
+/* Stops an application and removes its status. A failed stop sets the status to error, "Stop App
+ * Failed".
+ *
+ * name  as in tq_start_app.
+ *
+ * Takes about a second for a started application.
+ *
+ * Returns 0, also when it is stopped already; EINVAL (22) for an unknown or null name; the stop
+ * operation's error. Not serialised, as above.
+ * Source: app/tq_app_manager */
+int tq_stop_app(const char *name);
+
+/* Start, or stop, every application by its package name, each again and again until it succeeds: an
+ * application that keeps failing holds the call for ever. One whose name is contained in the name of an
+ * earlier application is not reached; the earlier one is handled twice.
+ *
+ * Returns 0 when no attempt failed, else the code of the last one that did. Not serialised, as above.
+ * Source: app/tq_app_manager */
+int tq_start_all_app(void);
+int tq_stop_all_app(void);
+
+/* Makes a new record of the Linux binding, stores it in linux_app_binding and returns it; null when
+ * memory runs out.
+ * Source: app/tq_app_manager */
+tq_app_binding *tq_get_linux_app_binding(void);
+
+/* The operations of the Linux binding. Set-up ignores SIGCHLD; every application is taken; a start runs
+ * the package's start file as a child process; a stop runs its stop file (see tq_terminate_process).
+ *
+ * Return 0, 1 for tq_is_linux_app, or the code of tq_create_process and tq_terminate_process; a start
+ * without memory for the process id returns ENOMEM (12).
+ * Source: app/tq_app_manager */
+int tq_setup_linux_app_binding(void);
+int tq_is_linux_app(tq_app_info *app);
+int tq_start_linux_app(tq_app_info *app);
+int tq_stop_linux_app(tq_app_info *app);
+
+/* Ignores SIGCHLD, so that ended children need no wait. Returns 0.
+ * Source: app/tq_app_manager */
+int tq_ignore_wait_child_process_signal(void);
+
+TQ_END_DECLS
+
+#endif

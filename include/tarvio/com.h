@@ -1,0 +1,138 @@
+/* Interprocess communication: Unix-domain stream sockets, the com server, the two client primitives,
+ * and the request protocol of the resident manager. Sockets are close-on-exec, and nothing here raises
+ * SIGPIPE. */
+#ifndef TARVIO_COM_H
+#define TARVIO_COM_H
+
+#include <pthread.h>
+#include <stdint.h>
+
+#include "tarvio/base.h"
+#include "tarvio/list.h"
+
+/* Where the resident manager answers. */
+#define TQ_COM_SOCKET_PATH "/usr/local/share/tarvio/ipcom"
+
+/* Serves one connection: takes over the client socket and closes it. Its result is not used. */
+typedef uint32_t (*tq_com_handler_func)(int32_t fd);
+
+/* A server. Made by tq_setup_com_server and never freed. */
+typedef struct tq_com_server {
+  char *path;                  /* owned */
+  int32_t fd;                  /* listening socket; -1 when the set-up failed or the number went to a later server */
+  tq_com_handler_func handler; /* called once per connection */
+  pthread_t thread;            /* filled by tq_wait_com */
+} tq_com_server;
+
+TQ_BEGIN_DECLS
+
+/* Returns a new stream socket, or -1 with errno.
+ * Source: util/tq_unix_sock */
+int tq_socket_create_unix_sock(void);
+
+/* Binds a socket to a path and listens on it with a backlog of 5. What was at the path is removed
+ * first, and its mode becomes 0666, so that every local user may connect.
+ *
+ * path  at most 108 bytes.
+ *
+ * Returns the result of listen, 0 or -1; a failed bind shows in it. A longer or null path: -1 with errno
+ * ENAMETOOLONG or EINVAL, and nothing was touched.
+ * Source: util/tq_unix_sock */
+int tq_socket_bind_unix_server_sock(int fd, const char *path);
+
+/* Accepts one connection. Returns its socket, or -1 with errno.
+ * Source: util/tq_unix_sock */
+int tq_socket_accept_unix_sock(int fd);
+
+/* Connects a socket to a path of at most 108 bytes. Returns 0, or -1 with errno (ENAMETOOLONG for a
+ * longer path).
+ * Source: util/tq_unix_sock */
+int tq_socket_connect_unix_sock(int fd, const char *path);
+
+/* Closes a socket. Returns the result of close.
+ * Source: util/tq_unix_sock */
+int tq_socket_close(int fd);
+
+/* Makes a server: binds and listens, but does not serve yet.
+ *
+ * path     at most 108 bytes; what was there is removed.
+ * handler  called for each connection.
+ *
+ * Returns the listening socket, or a negative number with errno (EINVAL for a null argument,
+ * ENAMETOOLONG for a longer path). One thread at a time.
+ * Source: util/tq_interprocess_com */
+int tq_setup_com_server(const char *path, tq_com_handler_func handler);
+
+/* Starts a detached thread that serves the connections of a server one after the other, for the life of
+ * the process.
+ *
+ * fd  what tq_setup_com_server returned.
+ *
+ * Returns 0, the code of pthread_create, or EINVAL (22) when no server has this socket.
+ * Source: util/tq_interprocess_com */
+int tq_wait_com(int fd);
+
+/* The body of that thread; never returns. An accept that fails is tried again, after a tenth of a
+ * second unless the connection itself was at fault.
+ *
+ * server  a tq_com_server.
+ * Source: util/tq_interprocess_com */
+void *tq_com_handler(void *server);
+
+/* Closes a descriptor; the server's thread is not stopped by it. Returns the result of close.
+ * Source: util/tq_interprocess_com */
+int tq_stop_com_server(int fd);
+
+/* Sends a request: one line, then one line per argument, and shuts the sending side.
+ *
+ * path     of the server's socket, at most 108 bytes.
+ * request  first line, without its line end.
+ * count    number of arguments.
+ * args     their strings; may be null when count is 0.
+ *
+ * Waits while the server's backlog is full.
+ *
+ * Returns a socket to read the reply from and to close; it is not connected when nobody listens, and
+ * reading it then gives no data. Negative with errno when there is no socket or the path is too long
+ * (ENAMETOOLONG) or null (EINVAL).
+ * Source: util/tq_interprocess_com */
+int tq_request_com(const char *path, const char *request, int count, const char *const *args);
+
+/* Reads the lines of a reply up to the end of data.
+ *
+ * lines  list to append to; strings without their line ends, to be freed with tq_list_free(lines, 1). A
+ *        line ends at a line feed or a carriage return; one of 254 bytes or more comes in pieces.
+ *
+ * Returns errno as it is when reading ended: at a clean end it is what it was before the call, so set
+ * it to 0 first to tell the cases apart.
+ * Source: util/tq_interprocess_com */
+int tq_receive_com(int fd, tq_list_t *lines);
+
+/* Makes the resident manager answer on TQ_COM_SOCKET_PATH. The host calls it once, last in its
+ * start-up.
+ *
+ * Returns 0, a negative number when there is no server, or the code of pthread_create.
+ * Source: com/tq_com_manager */
+int tq_setup_com_manager(void);
+
+/* Serves one connection: reads the request, does it, writes the reply and closes the socket.
+ *
+ * Request: lines that end with a line feed, up to the end of data; the first is the command, the second
+ * the application's name for start_app and stop_app. Replies:
+ *   status_all, status_app   three lines per status: name, state in decimal, detail
+ *   start_app, start_all, stop_app
+ *                            result code in decimal and two line feeds (stop_app without a name: none)
+ *   stop_all                 result code in decimal and one line feed
+ *   anything else            none
+ * A request must be complete within 5 seconds, or it is not executed; a reply is given up when the
+ * client takes nothing of it for 5 seconds.
+ *
+ * Every status reply leaves one record of the list allocated.
+ *
+ * Returns 0, or the errno value of a failed close.
+ * Source: com/tq_com_manager */
+uint32_t tq_request_handler(int32_t fd);
+
+TQ_END_DECLS
+
+#endif

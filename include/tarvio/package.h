@@ -1,0 +1,157 @@
+/* The package manager: the record of an installed package, the binding that does the work, and the
+ * calls that go through it. */
+#ifndef TARVIO_PACKAGE_H
+#define TARVIO_PACKAGE_H
+
+#include <stdint.h>
+
+#include "tarvio/base.h"
+#include "tarvio/list.h"
+
+/* Category of a listed package. */
+enum {
+  TQ_CATEGORY_IMAGE = 0,
+  TQ_CATEGORY_APPLICATION = 1,
+  TQ_CATEGORY_OTHER = 2,
+  TQ_CATEGORY_ANY = 100 /* in a filter only */
+};
+
+/* Subcategory of a listed package. */
+enum {
+  TQ_SUBCATEGORY_NATIVE = 0,
+  TQ_SUBCATEGORY_JAVA = 1,
+  TQ_SUBCATEGORY_BROWSER = 2,
+  TQ_SUBCATEGORY_JSP = 3,
+  TQ_SUBCATEGORY_OTHER = 4,
+  TQ_SUBCATEGORY_ANY = 151 /* in a filter only */
+};
+
+/* An installed package. Records come as a chain, in two kinds with a release call each: what tq_list
+ * made is released with tq_delete_tq_package_info_recurse, what the copy and filter calls made with
+ * tq_free_package_info. */
+typedef struct tq_package_info {
+  char *name;
+  char *version;
+  int32_t type;    /* category */
+  int32_t subtype; /* subcategory */
+  char *maintainer;
+  char *start_app; /* path of the file that starts the application, or empty; not to be read in a copy */
+  char *stop_app;  /* path of the file that stops it, or empty; not to be read in a copy */
+  struct tq_package_info *next;
+} tq_package_info;
+
+/* The operations of a package binding, in their fixed order. */
+typedef struct tq_package_binding {
+  int (*setup)(void);
+  int (*list)(uint32_t type, uint32_t subtype, const char *name, tq_package_info **out);
+  int (*install)(const char *path, int force);
+  int (*files)(const char *name, tq_list_t *files);
+  int (*remove)(const char *name, int force);
+  int (*check_file_sign)(void);
+  int (*check_file_size)(const char *path);
+  int (*check_dependency)(void);
+  int (*file_corruption)(void);
+} tq_package_binding;
+
+TQ_BEGIN_DECLS
+
+/* The binding record that tq_get_tbx_package_binding made last. */
+extern tq_package_binding *tq_tbx_package_binding;
+
+/* Makes a new record of the .tbx binding, stores it in tq_tbx_package_binding and returns it; null when
+ * memory runs out. Every call makes a new one, and none is ever freed.
+ * Source: package/tq_tbx_package_binding */
+tq_package_binding *tq_get_tbx_package_binding(void);
+
+/* Makes the binding through which the calls below work, once; further calls do nothing. A host may
+ * replace operations in the record (tq_tbx_package_binding points to it). Returns 0.
+ * Source: package/tq_tbx_package_binding */
+int tq_setup_package_manager(void);
+
+/* Stores a value that nothing reads: the information directory is fixed.
+ * Source: package/tq_tbx_package_binding */
+void tq_tbx_set_opkg_dir(const char *dir);
+
+/* Places of the binding for checks that another binding may make; these do nothing and return 0.
+ * Source: package/tq_tbx_package_binding */
+int tq_setup_tbx_package_binding(void);
+int tq_tbx_check_file_sign(void);
+int tq_tbx_check_dependency(void);
+int tq_tbx_file_corruption(void);
+
+/* Lists installed packages, those with a ".tqcontrol" file in opkg's information directory
+ * (/usr/lib/opkg/info, below /mnt/root when the device runs offline).
+ *
+ * type     category to keep, or 100 for any.
+ * subtype  subcategory to keep, or 151 for any.
+ * name     whole package name to keep, or null for any.
+ * out      receives the chain, in descending order of the control files' names, or null when nothing
+ *          matched; release it with tq_delete_tq_package_info_recurse. Left alone on failure, but not
+ *          when only the boot test failed.
+ *
+ * Values are one word each: the control files are read with tq_conf_open. A package without "Package"
+ * is left out; a missing "Version" or "Maintainer" is the empty string.
+ *
+ * Returns 0; the errno value of the boot test (see tq_is_boot_online; the listing is made all the same,
+ * on the installed root) or of a failed directory scan; -1 when memory runs out for a record; EINVAL
+ * (22) for a null out.
+ * Source: package/tq_tbx_package_binding */
+int tq_tbx_list(uint32_t type, uint32_t subtype, const char *name, tq_package_info **out);
+
+/* Install a package file, list the files of a package, remove a package, check a package file against
+ * the free space: not available in this version. Each logs a warning and returns ENOSYS (38).
+ * Source: package/tq_tbx_package_binding */
+int tq_tbx_install(const char *path, int force);
+int tq_tbx_files(const char *name, tq_list_t *files);
+int tq_tbx_remove(const char *name, int force);
+int tq_tbx_check_file_size(const char *path);
+
+/* The calls for everybody: each forwards to its operation of the active binding and returns that
+ * operation's result unchanged. Before tq_setup_package_manager they return EINVAL (22) and log at
+ * level 2.
+ * Source: package/tq_tbx_package_binding */
+int tq_list(uint32_t type, uint32_t subtype, const char *name, tq_package_info **out);
+int tq_install(const char *path, int force);
+int tq_remove(const char *name, int force);
+int tq_files(const char *name, tq_list_t *files);
+int tq_check_file_size(const char *path);
+
+/* Copies a chain, or only its first record when `all` is 0, in order.
+ *
+ * out  receives the new chain, to be released with tq_free_package_info; null for a null src and when
+ *      the call fails.
+ *
+ * Returns 0, ENOMEM (12), EINVAL (22) for a null out.
+ * Source: package/tq_package_util */
+int tq_copy_package_info(tq_package_info **out, const tq_package_info *src, int all);
+
+/* Copies the records of a chain that have a category (100 for any) and a subcategory (151 for any).
+ *
+ * out  as in tq_copy_package_info.
+ *
+ * Returns 0 also when memory runs out, with a null chain; EINVAL (22) for a null out.
+ * Source: package/tq_package_util */
+int tq_type_filter_package(uint32_t type, uint32_t subtype, const tq_package_info *src,
+                           tq_package_info **out);
+
+/* Copies the records of a chain whose name contains a text. (tq_list compares whole names.)
+ *
+ * out  as in tq_copy_package_info.
+ *
+ * Returns 0, ENOMEM (12), EINVAL (22) for a null needle or out.
+ * Source: package/tq_package_util */
+int tq_name_filter_package(const char *needle, const tq_package_info *src, tq_package_info **out);
+
+/* Releases a chain that the copy and filter calls made: name and maintainer of every record, the
+ * version of the first record only, and the records. The versions of further records are not freed:
+ * whoever needs their memory keeps the pointers and frees them after the call. Returns 0.
+ * Source: package/tq_package_util */
+int tq_free_package_info(tq_package_info *list);
+
+/* Releases a chain that tq_list made, with all its strings, and sets the head to null. Returns 0.
+ * Source: package/tq_tbx_package_binding */
+int tq_delete_tq_package_info_recurse(tq_package_info **head);
+
+TQ_END_DECLS
+
+#endif

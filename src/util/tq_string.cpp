@@ -1,0 +1,87 @@
+#include "tarvio/text.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include "util/handles.h"
+
+char* tq_chop(char* string) {
+  if (string == nullptr) return nullptr;
+  size_t length = strlen(string);
+  if (length == 0 || string[length - 1] != '\n') return string;
+  string[--length] = '\0';
+  if (length > 0 && string[length - 1] == '\r') string[length - 1] = '\0';
+  return string;
+}
+
+int tq_str_startwith(const char* string, const char* prefix) {
+  if (string == nullptr || prefix == nullptr) return 0;
+  const size_t length = strlen(prefix);
+  // A string equal to the prefix does not count, on purpose.
+  return strncmp(string, prefix, length) == 0 && string[length] != '\0' ? 1 : 0;
+}
+
+int tq_str_equals(const char* a, const char* b) {
+  return a != nullptr && b != nullptr && strcmp(a, b) == 0 ? 1 : 0;
+}
+
+char* tq_memmove(char* string, uint32_t shift) {
+  const auto distance = static_cast<int32_t>(shift);
+  memmove(string + distance, string, strlen(string) + 1);
+  return string + distance;
+}
+
+char* tq_replace_string(char* string, const char* old_text, const char* new_text) {
+  if (string == nullptr || old_text == nullptr || new_text == nullptr || *old_text == '\0') {
+    return string;
+  }
+  const size_t old_length = strlen(old_text);
+  const size_t new_length = strlen(new_text);
+  const auto shift = static_cast<uint32_t>(new_length - old_length);
+  for (char* at = strstr(string, old_text); at != nullptr; at = strstr(at, old_text)) {
+    tq_memmove(at + old_length, shift);
+    memcpy(at, new_text, new_length);
+    at += new_length;
+  }
+  return string;
+}
+
+int tq_memdup(void** out, const void* source, uint32_t size) {
+  if (out == nullptr) return 0;
+  *out = source == nullptr ? nullptr : malloc(size);
+  if (*out != nullptr) memcpy(*out, source, size);
+  return 0;
+}
+
+int tq_strdup(char** out, const char* string) {
+  if (out == nullptr) return 0;
+  void* copy = nullptr;
+  if (string != nullptr) tq_memdup(&copy, string, static_cast<uint32_t>(strlen(string) + 1));
+  *out = static_cast<char*>(copy);
+  return 0;
+}
+
+char** tq_strtok(const char* string, const char* delimiters) {
+  if (string == nullptr || delimiters == nullptr) return nullptr;
+  // Leading delimiters are left out of the copy, so that its start is always the first token.
+  char* copy = nullptr;
+  tq_strdup(&copy, string + strspn(string, delimiters));
+  tarvio::CString owner(copy);
+  // No string holds more tokens than every second byte can begin.
+  const size_t most = copy == nullptr ? 0 : (strlen(copy) + 1) / 2;
+  auto** tokens = static_cast<char**>(malloc((most + 1) * sizeof(char*)));
+  if (copy == nullptr || tokens == nullptr) {
+    free(tokens);
+    return nullptr;
+  }
+
+  size_t count = 0;
+  char* rest = nullptr;
+  for (char* token = strtok_r(copy, delimiters, &rest); token != nullptr;
+       token = strtok_r(nullptr, delimiters, &rest)) {
+    tokens[count++] = token;
+  }
+  tokens[count] = nullptr;
+  if (count > 0) (void)owner.release();  // the caller's, through the first token
+  return tokens;
+}
