@@ -1,0 +1,166 @@
+#include <errno.h>
+#include <string.h>
+
+#include "tarvio/app.h"
+#include "tarvio/status_manager.h"
+#include "util/chain.h"
+#include "util/handles.h"
+#include "util/log_macros.h"
+
+static_assert(sizeof(tq_app_binding) == 4 * sizeof(void*));
+static_assert(offsetof(tq_app_info, stopped) == 2 * sizeof(void*));
+static_assert(offsetof(tq_app_info, pid) == 3 * sizeof(void*));
+
+namespace {
+
+constexpr char kSource[] = "app/tq_app_manager";
+
+// Filled by the set-up and kept for the life of the process.
+struct AppManager {
+  tq_list_t* bindings;  // of tq_app_binding
+  tq_list_t* apps;      // of tq_app_info, in the order of the package list
+};
+constinit AppManager manager = {};
+
+using Apps = tarvio::Elements<tq_app_info>;
+
+int length_of(const char* text) { return static_cast<int>(strlen(text)); }
+
+// The first application whose package name contains the name, on purpose.
+tq_app_info* find_app(const char* name) {
+  if (manager.apps == nullptr) return nullptr;
+  for (tq_app_info* app : Apps(manager.apps)) {
+    const char* package = app->package->name;
+    TQ_DEBUG("Checking application %s(%d) <-> %s(%d)", package, length_of(package), name,
+             length_of(name));
+    if (strstr(package, name) != nullptr) return app;
+  }
+  return nullptr;
+}
+
+tq_app_info* find_app_or_report(const char* name) {
+  tq_app_info* app = name == nullptr ? nullptr : find_app(name);
+  if (app == nullptr) TQ_WARNING("No such application %s", name == nullptr ? "" : name);
+  return app;
+}
+
+// Tries each application until it succeeds, at once and without limit, on purpose. Walks without the
+// cursor and passes names on: the operation looks each name up in the same list again.
+int for_each_app(int (*operation)(const char* name)) {
+  int last_failure = 0;
+  if (manager.apps == nullptr) return last_failure;
+  for (const tq_app_info* app : Apps(manager.apps)) {
+    for (int code = operation(app->package->name); code != 0;
+         code = operation(app->package->name)) {
+      last_failure = code;
+    }
+  }
+  return last_failure;
+}
+
+}  // namespace
+
+int tq_setup_app_manager(void) {
+  manager.bindings = tq_list_create();
+  manager.apps = tq_list_create();
+  tq_app_binding* binding = tq_get_linux_app_binding();
+  if (binding == nullptr || manager.bindings == nullptr || manager.apps == nullptr) return 0;
+  (void)binding->setup();
+  (void)tq_list_add(manager.bindings, binding);
+  (void)tq_get_installed_application(manager.apps);
+  return tq_check_all_app_binding(manager.apps, manager.bindings);
+}
+
+int tq_create_app_info(tq_package_info* package, tq_app_info** out) {
+  if (out == nullptr) return EINVAL;
+  *out = tarvio::allocate<tq_app_info>().release();
+  if (*out == nullptr) return ENOMEM;
+  **out = {.binding = nullptr, .package = package, .stopped = 1, .pid = nullptr};
+  return 0;
+}
+
+int tq_get_installed_application(tq_list_t* apps) {
+  if (apps == nullptr) return EINVAL;
+  tq_package_info* packages = nullptr;
+  // A listing that failed is not reported: there are no applications then.
+  if (tq_list(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr, &packages) != 0) return 0;
+  for (tq_package_info& package : tarvio::Chain<tq_package_info>{packages}) {
+    tq_app_info* app = nullptr;
+    int code = tq_create_app_info(&package, &app);
+    if (code == 0) code = tq_list_add(apps, app);
+    if (code != 0) {
+      free(app);
+      return code;
+    }
+  }
+  return 0;
+}
+
+int tq_check_app_biniding(tq_app_info* app, tq_list_t* bindings) {
+  if (app == nullptr || bindings == nullptr) return 0;
+  for (tq_app_binding* binding : tarvio::Elements<tq_app_binding>(bindings)) {
+    const int taken = binding->is_mine(app);
+    if (taken != 0) {
+      app->binding = binding;
+      return taken;
+    }
+  }
+  return 0;
+}
+
+int tq_check_all_app_binding(tq_list_t* apps, tq_list_t* bindings) {
+  int all_bound = 1;
+  if (apps == nullptr) return all_bound;
+  for (tq_app_info* app : Apps(apps)) {
+    if (tq_check_app_biniding(app, bindings) == 0) all_bound = 0;
+  }
+  return all_bound;
+}
+
+int tq_start_app(const char* name) {
+  TQ_INFO("Starting Application %s", name == nullptr ? "" : name);
+  tq_app_info* app = find_app_or_report(name);
+  if (app == nullptr) return EINVAL;
+  if (app->stopped != 1) return 0;
+
+  TQ_WARNING("get application binding.");
+  const int code = app->binding == nullptr ? EINVAL : app->binding->start(app);
+  TQ_WARNING("get application binding.");
+  const char* package = app->package->name;
+  if (code != 0) {
+    TQ_WARNING("Application start failed%s", package);
+    (void)tq_set_application_status_error(package, "start app failed.");
+    return code;
+  }
+  TQ_DEBUG("Application start success.%s", package);
+  (void)tq_set_application_status_normal(package, "started app");
+  app->stopped = 0;
+  return 0;
+}
+
+int tq_stop_app(const char* name) {
+  TQ_INFO("Stopping Application %s", name == nullptr ? "" : name);
+  tq_app_info* app = find_app_or_report(name);
+  if (app == nullptr) return EINVAL;
+
+  const char* package = app->package->name;
+  if (app->stopped == 0) {
+    const int code = app->binding == nullptr ? EINVAL : app->binding->stop(app);
+    if (code != 0) {
+      TQ_WARNING("Application stop failed%s", package);
+      (void)tq_set_application_status_error(package, "Stop App Failed");
+      return code;
+    }
+  }
+  TQ_DEBUG("Application stop success %s", package);
+  (void)tq_remove_application_status(package);
+  app->stopped = 1;
+  return 0;
+}
+
+int tq_start_all_app(void) {
+  TQ_DEBUG("starting %d apps", tq_list_size(manager.apps));
+  return for_each_app(tq_start_app);
+}
+
+int tq_stop_all_app(void) { return for_each_app(tq_stop_app); }

@@ -1,0 +1,83 @@
+#include <errno.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "lib/request.h"
+#include "tarvio/client.h"
+#include "tarvio/status.h"
+#include "tarvio/text.h"
+#include "util/handles.h"
+#include "util/line_reader.h"
+#include "util/log_macros.h"
+
+using tarvio::CString;
+
+namespace {
+
+constexpr char kSource[] = "lib/tq_lib_status";
+constexpr size_t kLineSize = 255;
+
+// The next line with its line end; null at the end of data.
+CString next_line(tarvio::LineReader& reader) {
+  char line[kLineSize];
+  char* copy = nullptr;
+  if (reader.next(line)) tq_strdup(&copy, line);
+  return CString(copy);
+}
+
+int32_t number_of(const char* text) {
+  using Limits = std::numeric_limits<int32_t>;
+  const long number = strtol(text, nullptr, 10);
+  return static_cast<int32_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
+}
+
+// The state's number goes into `id`, and the line ends stay, on purpose.
+bool add_record(tq_list_t* list, CString name, const char* state, CString detail) {
+  tarvio::Allocated<tq_status> record = tarvio::allocate<tq_status>();
+  if (record == nullptr) return false;
+  *record = tq_status{};
+  record->id = number_of(state);
+  record->name = name.get();
+  record->detail = detail.get();
+  if (tq_list_add(list, record.get()) != 0) return false;
+  (void)record.release();
+  (void)name.release();
+  (void)detail.release();
+  TQ_DEBUG("adding status to the list.");
+  return true;
+}
+
+int read_status(int fd, tq_list_t* list) {
+  tarvio::LineReader reader(fd);
+  while (CString name = next_line(reader)) {
+    const CString state = next_line(reader);
+    if (state == nullptr) {
+      TQ_WARNING("Can't read status.");
+      return EINVAL;
+    }
+    CString detail = next_line(reader);
+    if (detail == nullptr) {
+      TQ_WARNING("Can't read status detail.");
+      return EINVAL;
+    }
+    if (!add_record(list, std::move(name), state.get(), std::move(detail))) return ENOMEM;
+  }
+  return 0;
+}
+
+int list_status(const char* command, tq_list_t* list) {
+  if (list == nullptr) return EINVAL;
+  const tarvio::Fd fd(tarvio::request_manager(command, nullptr));
+  TQ_DEBUG("fd is %d", fd.get());
+  if (!fd.valid()) return fd.get();
+  (void)read_status(fd.get(), list);  // what came before a cut is the result
+  return 0;
+}
+
+}  // namespace
+
+int tq_lib_list_all_status(tq_list_t* list) { return list_status("status_all", list); }
+
+int tq_lib_list_app_status(tq_list_t* list) { return list_status("status_app", list); }

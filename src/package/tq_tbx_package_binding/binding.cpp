@@ -1,0 +1,63 @@
+#include <errno.h>
+
+#include "package/tq_tbx_package_binding/unit.h"
+#include "tarvio/package.h"
+#include "util/handles.h"
+#include "util/log_macros.h"
+
+static_assert(sizeof(tq_package_binding) == 9 * sizeof(void*));
+
+tq_package_binding* tq_tbx_package_binding = nullptr;
+
+namespace {
+
+constexpr const char* kSource = tarvio::kPackageBindingSource;
+
+struct BindingState {
+  const char* opkg_dir;  // as the host set it; no operation uses it
+};
+constinit BindingState binding_state = {};
+
+int not_available(const char* operation) {
+  TQ_WARNING("%s: not available in this version", operation);
+  return ENOSYS;
+}
+
+}  // namespace
+
+tq_package_binding* tq_get_tbx_package_binding(void) {
+  tq_package_binding* binding = tarvio::allocate<tq_package_binding>().release();
+  if (binding != nullptr) {
+    *binding = {.setup = tq_setup_tbx_package_binding,
+                .list = tq_tbx_list,
+                .install = tq_tbx_install,
+                .files = tq_tbx_files,
+                .remove = tq_tbx_remove,
+                .check_file_sign = tq_tbx_check_file_sign,
+                .check_file_size = tq_tbx_check_file_size,
+                .check_dependency = tq_tbx_check_dependency,
+                .file_corruption = tq_tbx_file_corruption};
+  }
+  tq_tbx_package_binding = binding;
+  return binding;
+}
+
+void tq_tbx_set_opkg_dir(const char* dir) { binding_state.opkg_dir = dir; }
+
+int tq_setup_tbx_package_binding(void) { return 0; }
+
+int tq_tbx_check_file_sign(void) { return 0; }
+
+int tq_tbx_check_dependency(void) { return 0; }
+
+int tq_tbx_file_corruption(void) { return 0; }
+
+int tq_tbx_install(const char* /*path*/, int /*force*/) { return not_available("tq_tbx_install"); }
+
+int tq_tbx_files(const char* /*name*/, tq_list_t* /*files*/) {
+  return not_available("tq_tbx_files");
+}
+
+int tq_tbx_remove(const char* /*name*/, int /*force*/) { return not_available("tq_tbx_remove"); }
+
+int tq_tbx_check_file_size(const char* /*path*/) { return not_available("tq_tbx_check_file_size"); }

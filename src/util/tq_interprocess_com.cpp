@@ -1,0 +1,183 @@
+#include <errno.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "tarvio/com.h"
+#include "tarvio/text.h"
+#include "util/chain.h"
+#include "util/handles.h"
+#include "util/line_reader.h"
+#include "util/log_macros.h"
+#include "util/socket_io.h"
+
+static_assert(offsetof(tq_com_server, fd) == sizeof(void*));
+static_assert(offsetof(tq_com_server, handler) == 2 * sizeof(void*));
+static_assert(offsetof(tq_com_server, thread) == 3 * sizeof(void*));
+
+namespace {
+
+constexpr char kSource[] = "util/tq_interprocess_com";
+constexpr size_t kReplyLineSize = 255;
+constexpr long kPauseNs = 100 * 1000 * 1000;
+
+struct ComState {
+  tq_list_t* servers;  // of tq_com_server
+};
+constinit ComState com_state = {};
+
+int setup_failed(int result) {
+  TQ_DEBUG("Com server setup failed %d", result);
+  return result;
+}
+
+// A number that was closed and given out again belongs to the newest server alone.
+void retire_number(int fd) {
+  for (tq_com_server* server : tarvio::Elements<tq_com_server>(com_state.servers)) {
+    if (server->fd == fd) server->fd = -1;
+  }
+}
+
+tq_com_server* find_server(int fd) {
+  if (com_state.servers == nullptr || fd < 0) return nullptr;
+  for (tq_com_server* server : tarvio::Elements<tq_com_server>(com_state.servers)) {
+    if (server->fd == fd) return server;
+  }
+  return nullptr;
+}
+
+void free_server(tq_com_server* server) {
+  free(server->path);
+  free(server);
+}
+
+tq_com_server* make_server(const char* path, tq_com_handler_func handler) {
+  tarvio::Allocated<tq_com_server> server = tarvio::allocate<tq_com_server>();
+  if (server == nullptr) return nullptr;
+  *server = tq_com_server{};
+  server->handler = handler;
+  server->fd = -1;
+  tq_strdup(&server->path, path);
+  return server->path == nullptr ? nullptr : server.release();
+}
+
+// Whether the connection, and not this process, was at fault, so that the next one may be fine.
+bool is_passing(int error) { return error == EINTR || error == ECONNABORTED; }
+
+bool are_strings(int count, const char* const* args) {
+  for (int at = 0; at < count; ++at) {
+    if (args == nullptr || args[at] == nullptr) return false;
+  }
+  return true;
+}
+
+// The lines of a request in one piece; null when memory runs out.
+tarvio::CString join_lines(const char* request, int count, const char* const* args) {
+  size_t size = strlen(request) + 2;
+  for (int at = 0; at < count; ++at) size += strlen(args[at]) + 1;
+  tarvio::CString text(static_cast<char*>(malloc(size)));
+  if (text == nullptr) return text;
+  char* end = stpcpy(stpcpy(text.get(), request), "\n");
+  for (int at = 0; at < count; ++at) end = stpcpy(stpcpy(end, args[at]), "\n");
+  return text;
+}
+
+}  // namespace
+
+int tq_setup_com_server(const char* path, tq_com_handler_func handler) {
+  TQ_DEBUG("Setting up com server %s", path == nullptr ? "" : path);
+  if (handler == nullptr) {
+    errno = EINVAL;
+    return setup_failed(-1);
+  }
+  if (!tarvio::is_socket_path(path)) return setup_failed(-1);
+  if (com_state.servers == nullptr) com_state.servers = tq_list_create();
+  tq_com_server* server = make_server(path, handler);
+  if (server == nullptr || com_state.servers == nullptr) {
+    if (server != nullptr) free_server(server);
+    errno = ENOMEM;
+    return setup_failed(-1);
+  }
+
+  (void)unlink(path);
+  const int fd = tq_socket_create_unix_sock();
+  if (fd < 0) {
+    free_server(server);
+    return fd;
+  }
+  const int bound = tq_socket_bind_unix_server_sock(fd, server->path);
+  retire_number(fd);
+  if (bound == 0) server->fd = fd;
+  (void)tq_list_add(com_state.servers, server);
+  if (bound == 0) return fd;
+
+  tarvio::Fd closer(fd > 0 ? fd : -1);
+  return setup_failed(bound);
+}
+
+int tq_wait_com(int fd) {
+  tq_com_server* server = find_server(fd);
+  if (server == nullptr) return EINVAL;
+  TQ_DEBUG("Create unix server socket.");
+  const int result = pthread_create(&server->thread, nullptr, tq_com_handler, server);
+  if (result == 0) (void)pthread_detach(server->thread);
+  return result;
+}
+
+void* tq_com_handler(void* argument) {
+  const auto* server = static_cast<const tq_com_server*>(argument);
+  const int fd = server->fd;  // the record may be retired later on
+  TQ_DEBUG("tq_com_handler!! %d", fd);
+  while (true) {
+    TQ_DEBUG("Waiting tq_com_handler %d", fd);
+    const int client = tq_socket_accept_unix_sock(fd);
+    if (client >= 0) {
+      TQ_DEBUG("Accept client socket %d ", client);
+      (void)server->handler(client);
+      continue;
+    }
+    const int error = errno;
+    TQ_DEBUG("client socket failure %d ", client);
+    (void)close(client);
+    if (!is_passing(error)) {
+      // Trying again at once would only burn the processor until somebody frees what is short.
+      const timespec pause = {.tv_sec = 0, .tv_nsec = kPauseNs};
+      (void)nanosleep(&pause, nullptr);
+    }
+  }
+}
+
+int tq_stop_com_server(int fd) { return close(fd); }
+
+int tq_request_com(const char* path, const char* request, int count, const char* const* args) {
+  if (request == nullptr || !are_strings(count, args)) {
+    errno = EINVAL;
+    return -1;
+  }
+  if (!tarvio::is_socket_path(path)) return -1;
+  const tarvio::CString lines = join_lines(request, count, args);
+  if (lines == nullptr) return -1;
+  const int fd = tq_socket_create_unix_sock();
+  if (fd < 0) return fd;
+  // An unconnected socket is handed out too, on purpose: its reads find no data.
+  if (tq_socket_connect_unix_sock(fd, path) != 0) return fd;
+  (void)tarvio::send_all(fd, lines.get(), tarvio::Deadline::never());
+  (void)shutdown(fd, SHUT_WR);
+  return fd;
+}
+
+int tq_receive_com(int fd, tq_list_t* lines) {
+  if (lines == nullptr) return EINVAL;
+  tarvio::LineReader reader(fd);
+  char line[kReplyLineSize];
+  while (reader.next(line)) {
+    char* copy = nullptr;
+    tq_strdup(&copy, tq_chop(line));
+    if (copy == nullptr || tq_list_add(lines, copy) != 0) {
+      free(copy);
+      return ENOMEM;
+    }
+  }
+  return errno;
+}

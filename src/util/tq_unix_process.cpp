@@ -1,0 +1,139 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "tarvio/file.h"
+#include "tarvio/process.h"
+#include "tarvio/text.h"
+#include "util/handles.h"
+#include "util/log_macros.h"
+
+namespace {
+
+constexpr char kSource[] = "util/tq_unix_process";
+constexpr size_t kPathSize = 4096;
+constexpr size_t kPieceSize = 256;
+
+// One standard stream of the child and the pipe that takes its place.
+struct StreamPipe {
+  unsigned flag;
+  int stream;
+  bool child_reads;
+  int* caller_end;
+  int ends[2];  // read, write
+
+  [[nodiscard]] int child_fd() const { return ends[child_reads ? 0 : 1]; }
+  [[nodiscard]] int caller_fd() const { return ends[child_reads ? 1 : 0]; }
+};
+
+// Runs in the child.
+void become_stream(const StreamPipe& pipe) {
+  if (pipe.child_fd() == pipe.stream) {
+    (void)fcntl(pipe.stream, F_SETFD, 0);
+  } else {
+    (void)dup2(pipe.child_fd(), pipe.stream);
+  }
+  (void)close(pipe.caller_fd());
+}
+
+}  // namespace
+
+int tq_create_process(const char* command, unsigned flags, int* pid, int* stdin_fd, int* stdout_fd,
+                      int* stderr_fd) {
+  std::array<StreamPipe, 3> pipes = {{
+      {TQ_PIPE_STDOUT, STDOUT_FILENO, false, stdout_fd, {-1, -1}},
+      {TQ_PIPE_STDIN, STDIN_FILENO, true, stdin_fd, {-1, -1}},
+      {TQ_PIPE_STDERR, STDERR_FILENO, false, stderr_fd, {-1, -1}},
+  }};
+  if (command == nullptr || pid == nullptr) return EINVAL;
+  for (const StreamPipe& pipe : pipes) {
+    if ((flags & pipe.flag) != 0 && pipe.caller_end == nullptr) return EINVAL;
+  }
+
+  // Never used and never closed, here and in the child, on purpose: each start costs two descriptors.
+  int unused[2];
+  if (::pipe(unused) != 0) return errno;
+
+  for (StreamPipe& pipe : pipes) {
+    if ((flags & pipe.flag) == 0) continue;
+    if (pipe2(pipe.ends, O_CLOEXEC) != 0) return errno;  // the pipes so far stay open, on purpose
+    *pipe.caller_end = pipe.caller_fd();
+  }
+
+  const pid_t child = fork();
+  if (child == 0) {
+    for (const StreamPipe& pipe : pipes) {
+      if ((flags & pipe.flag) != 0) become_stream(pipe);
+    }
+    // Not exit: what the host has buffered for its own output must not come out of the child as well.
+    _exit(tq_exec_command(command));
+  }
+  *pid = child;  // -1 after a failed fork, which is not reported otherwise, on purpose
+  for (const StreamPipe& pipe : pipes) {
+    if ((flags & pipe.flag) != 0) (void)close(pipe.child_fd());
+  }
+  return 0;
+}
+
+int tq_exec_command(const char* command) {
+  if (command == nullptr) return EINVAL;
+  const tarvio::Allocated<char*> argv(tq_strtok(command, " "));
+  if (argv == nullptr) return ENOMEM;
+  const tarvio::CString words(argv.get()[0]);
+  if (words == nullptr) return EINVAL;
+  execvp(words.get(), argv.get());
+  return errno;
+}
+
+int tq_is_process_alive(int pid) {
+  char path[kPathSize];
+  (void)snprintf(path, sizeof path, "/proc/%d/stat", pid);
+  int32_t exists = 0;
+  // The call's own result, always 0, and not the flag: every process counts as ended, on purpose.
+  return tq_file_exist(path, &exists);
+}
+
+int tq_wait_process_exit(int pid, int tries) {
+  int alive = 0;
+  int count = 0;
+  do {
+    (void)sleep(1);
+    alive = tq_is_process_alive(pid);
+    ++count;
+  } while (alive != 0 && count < tries);
+  return alive;
+}
+
+int tq_terminate_process(const char* stop_command, int pgrp, int tries) {
+  if (stop_command != nullptr) {
+    int stopper = 0;
+    (void)tq_create_process(stop_command, 0, &stopper, nullptr, nullptr, nullptr);
+    if (tq_wait_process_exit(pgrp, tries) == 0) return 0;
+  }
+  for (const int signal : {SIGTERM, SIGKILL}) {
+    (void)killpg(pgrp, signal);  // fails when the child leads no group, and that is no error
+    if (tq_wait_process_exit(pgrp, tries) == 0) return 0;
+  }
+  return EINPROGRESS;
+}
+
+int tq_system_command(const char* command, tq_list_t* lines) {
+  if (command == nullptr || lines == nullptr) return EINVAL;
+  TQ_DEBUG("system execute command - %s", command);
+  const tarvio::Stream output(popen(command, "re"));
+  if (output == nullptr) return errno;
+  char piece[kPieceSize];
+  while (fgets(piece, sizeof piece, output.get()) != nullptr) {
+    char* copy = nullptr;
+    tq_strdup(&copy, piece);
+    if (copy == nullptr || tq_list_add(lines, copy) != 0) {
+      free(copy);
+      return ENOMEM;
+    }
+  }
+  return 0;
+}
