@@ -1,11 +1,36 @@
-#include <cstdio>
-#include <cstring>
+#include <errno.h>
+#include <malloc.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "background.h"
+#include "instance.h"
+#include "manager.h"
+#include "options.h"
+#include "signals.h"
 
 int main(int argc, char** argv) {
-  if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
-    std::puts("tarviod " TARVIO_VERSION);
-    return 0;
+  const tarviod::CommandLine line = tarviod::parse_command_line(argc, argv);
+  if (!line.options) return line.exit_status;
+  const tarviod::Options& options = *line.options;
+
+  // What the library prints shows at once, also in a file or a pipe.
+  (void)setvbuf(stdout, nullptr, _IOLBF, 0);
+  // One heap for all threads: the com server's needs no arena of its own on a small device.
+  (void)mallopt(M_ARENA_MAX, 1);
+
+  tarviod::Background background(options.daemon);
+  const int claim = tarviod::claim_instance();
+  if (claim < 0) return tarviod::kExitFailure;
+  const int signal_fd = tarviod::catch_signals();
+  if (signal_fd < 0) {
+    (void)fprintf(stderr, "tarviod: cannot catch signals: %s\n", strerror(errno));
+    return tarviod::kExitFailure;
   }
-  std::fputs("usage: tarviod --version\n", stderr);
-  return 2;
+  if (!tarviod::set_up(options)) return tarviod::kExitFailure;
+  (void)close(claim);
+  background.ready();
+  tarviod::serve(options, signal_fd);
+  return 0;
 }

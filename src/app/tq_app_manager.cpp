@@ -44,8 +44,8 @@ tq_app_info* find_app_or_report(const char* name) {
   return app;
 }
 
-// Tries each application until it succeeds, at once and without limit, on purpose. Walks without the
-// cursor and passes names on: the operation looks each name up in the same list again.
+// Tries each application until it succeeds, at once and without limit, on purpose. Walks without
+// the cursor and passes names on: the operation looks each name up in the same list again.
 int for_each_app(int (*operation)(const char* name)) {
   int last_failure = 0;
   if (manager.apps == nullptr) return last_failure;

@@ -9,8 +9,8 @@
 
 namespace tarvio {
 
-// Collects a reply and sends it in pieces as large as possible. A piece that is not taken within the
-// time for a write ends the reply.
+// Collects a reply and sends it in pieces as large as possible. A piece that is not taken within
+// the time for a write ends the reply.
 class Reply {
  public:
   explicit Reply(int fd) : fd_(fd) {}

@@ -38,9 +38,8 @@ void status_all(int fd, const char* /*name*/) { send_statuses(fd, tq_find_all_st
 
 // A name does not select here, on purpose: all applications are answered.
 void status_app(int fd, const char* /*name*/) {
-  send_statuses(fd, [](tq_list_t** list) {
-    return tq_find_by_type2(TQ_STATUS_TYPE_APPLICATION, list);
-  });
+  send_statuses(
+      fd, [](tq_list_t** list) { return tq_find_by_type2(TQ_STATUS_TYPE_APPLICATION, list); });
 }
 
 void start_app(int fd, const char* name) {
@@ -93,7 +92,8 @@ void serve(int fd, const tarvio::Request& request) {
 tarvio::File open_stream(int fd) {
   tarvio::Fd duplicate(fcntl(fd, F_DUPFD_CLOEXEC, 0));
   const int flags = fcntl(fd, F_GETFL);
-  if (!duplicate.valid() || flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0) return nullptr;
+  if (!duplicate.valid() || flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0)
+    return nullptr;
   tarvio::File stream(fdopen(duplicate.get(), "r"));
   if (stream != nullptr) (void)duplicate.release();
   return stream;

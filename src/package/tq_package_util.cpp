@@ -54,9 +54,8 @@ int copy_matching(const tq_package_info* src, tq_package_info** out, auto matche
 
 int tq_copy_package_info(tq_package_info** out, const tq_package_info* src, int all) {
   if (out == nullptr) return EINVAL;
-  return copy_matching(src, out, [src, all](const tq_package_info& package) {
-    return all != 0 || &package == src;
-  });
+  return copy_matching(
+      src, out, [src, all](const tq_package_info& package) { return all != 0 || &package == src; });
 }
 
 int tq_type_filter_package(uint32_t type, uint32_t subtype, const tq_package_info* src,

@@ -103,9 +103,7 @@ int find(const char* function, int failure, tq_list_t** list, auto search) {
   return failure;
 }
 
-void show_head(const char* function, const void* head) {
-  TQ_INFO("%s: head=%p ", function, head);
-}
+void show_head(const char* function, const void* head) { TQ_INFO("%s: head=%p ", function, head); }
 
 void show_record(const char* function, const tq_status& record) {
   TQ_INFO("%s: %p:[%d %d %d %s %s %p] ", function, static_cast<const void*>(&record), record.type,

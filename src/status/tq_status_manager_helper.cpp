@@ -151,8 +151,8 @@ int tq_search_tq_status_by_type2(int32_t type, const tq_list_t* source, tq_list_
   return search_list("tq_search_tq_status_by_type2", source, result, has_type(type));
 }
 
-// Copies go to the list that is walked, where they match again, on purpose: the call ends when memory
-// does.
+// Copies go to the list that is walked, where they match again, on purpose: the call ends when
+// memory does.
 int tq_search_tq_status_by_name2(const char* text, tq_list_t* list) {
   if (text == nullptr) return EINVAL;
   return search_list("tq_search_tq_status_by_name2", list, list, [text](const tq_status& record) {

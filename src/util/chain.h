@@ -25,8 +25,8 @@ struct Chain {
   Iterator end() const { return {nullptr}; }
 };
 
-// The elements of a list from a node on, as pointers to Element. The walk ends at an element that is
-// null, as every walk of a list does.
+// The elements of a list from a node on, as pointers to Element. The walk ends at an element that
+// is null, as every walk of a list does.
 template <typename Element>
 struct Elements {
   struct Iterator {

@@ -1,4 +1,5 @@
-// Owners of what C hands out. Releasing one never changes errno, so an error being reported survives.
+// Owners of what C hands out. Releasing one never changes errno, so an error being reported
+// survives.
 #ifndef TARVIO_SRC_UTIL_HANDLES_H
 #define TARVIO_SRC_UTIL_HANDLES_H
 

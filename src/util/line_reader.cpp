@@ -28,7 +28,8 @@ bool LineReader::next(std::span<char> buffer) {
   size_t stored = 0;
   const size_t room = buffer.size() - 1;
   while (stored < room && (begin_ < end_ || refill())) {
-    const auto ahead = std::span<const char>(bytes_).subspan(begin_, std::min(end_ - begin_, room - stored));
+    const auto ahead =
+        std::span<const char>(bytes_).subspan(begin_, std::min(end_ - begin_, room - stored));
     const size_t line = line_length(ahead);
     const size_t take = line != 0 ? line : ahead.size();
     memcpy(buffer.data() + stored, ahead.data(), take);

@@ -1,5 +1,5 @@
-// The lines of a descriptor that is read to its end: the same pieces as tq_fdgets gives, but with one
-// system call for many lines, because nothing behind a line has to stay in the descriptor.
+// The lines of a descriptor that is read to its end: the same pieces as tq_fdgets gives, but with
+// one system call for many lines, because nothing behind a line has to stay in the descriptor.
 #ifndef TARVIO_SRC_UTIL_LINE_READER_H
 #define TARVIO_SRC_UTIL_LINE_READER_H
 
@@ -10,8 +10,8 @@
 
 namespace tarvio {
 
-// Length of the line at the start of some bytes, its line end ("\n" or "\r") included; 0 when the bytes
-// hold no line end.
+// Length of the line at the start of some bytes, its line end ("\n" or "\r") included; 0 when the
+// bytes hold no line end.
 size_t line_length(std::span<const char> bytes);
 
 class LineReader {
@@ -19,8 +19,8 @@ class LineReader {
   // fd stays the caller's.
   explicit LineReader(int fd) : fd_(fd) {}
 
-  // Fills the buffer with the next line or piece, ended by a zero. False at the end of data and on an
-  // error, which leaves its errno; the end of data leaves errno alone.
+  // Fills the buffer with the next line or piece, ended by a zero. False at the end of data and on
+  // an error, which leaves its errno; the end of data leaves errno alone.
   bool next(std::span<char> buffer);
 
  private:

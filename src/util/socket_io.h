@@ -27,11 +27,12 @@ class Deadline {
   int64_t at_us_;
 };
 
-// Waits until the descriptor has one of the poll events or is hung up; false when the deadline passed
-// first or poll failed.
+// Waits until the descriptor has one of the poll events or is hung up; false when the deadline
+// passed first or poll failed.
 bool wait_for(int fd, short events, const Deadline& deadline);
 
-// Sends all bytes without raising SIGPIPE; false when the deadline passed before or the peer is gone.
+// Sends all bytes without raising SIGPIPE; false when the deadline passed before or the peer is
+// gone.
 bool send_all(int fd, std::string_view bytes, const Deadline& deadline);
 
 // True when the path fits a socket address; else errno is EINVAL (null or empty) or ENAMETOOLONG.

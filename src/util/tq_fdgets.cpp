@@ -21,8 +21,8 @@ ssize_t retry(auto call) {
   return count;
 }
 
-// Takes the next bytes of the line, never one behind its end: up to all that a look ahead shows on a
-// socket, one byte elsewhere. Returns their number, 0 or less at the end of data and on an error.
+// Takes the next bytes of the line, never one behind its end: up to all that a look ahead shows on
+// a socket, one byte elsewhere. Returns their number, 0 or less at the end of data and on an error.
 ssize_t take(int fd, std::span<char> room, bool& is_socket) {
   if (is_socket) {
     const int errno_before = errno;

@@ -8,8 +8,9 @@
 
 namespace {
 
-// What tq_list_create really makes. The remembered tail saves the walk in tq_list_add; the other fields
-// tell whether the list is still as this unit left it, because callers may relink nodes themselves.
+// What tq_list_create really makes. The remembered tail saves the walk in tq_list_add; the other
+// fields tell whether the list is still as this unit left it, because callers may relink nodes
+// themselves.
 struct TrackedList {
   tq_list_t list;
   tq_list_node* tail;         // null when unknown
@@ -32,8 +33,8 @@ void remember(tq_list_t* list, tq_list_node* tail, tq_list_node* before_tail) {
   known.count = list->count;
 }
 
-// Head and count are compared first: they tell of most changes without a look at a node that the caller
-// may have freed.
+// Head and count are compared first: they tell of most changes without a look at a node that the
+// caller may have freed.
 bool tail_is_known(tq_list_t* list) {
   const TrackedList& known = tracked(list);
   return known.tail != nullptr && known.head == list->head && known.count == list->count &&

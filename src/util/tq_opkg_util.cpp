@@ -45,8 +45,9 @@ tarvio::CString command_line(const char* word, const char* options, const char* 
   const char* const option = options == nullptr ? none : options;
   const char* const force = force_options == nullptr ? none : force_options;
   char* line = nullptr;
-  const int length = asprintf(&line, "%s%s%s%s%s %s %s", opkg_program, options == nullptr ? "" : " ",
-                              option, force_options == nullptr ? "" : " ", force, word, target);
+  const int length =
+      asprintf(&line, "%s%s%s%s%s %s %s", opkg_program, options == nullptr ? "" : " ", option,
+               force_options == nullptr ? "" : " ", force, word, target);
   return tarvio::CString(length < 0 ? nullptr : line);
 }
 

@@ -54,7 +54,8 @@ int tq_create_process(const char* command, unsigned flags, int* pid, int* stdin_
     if ((flags & pipe.flag) != 0 && pipe.caller_end == nullptr) return EINVAL;
   }
 
-  // Never used and never closed, here and in the child, on purpose: each start costs two descriptors.
+  // Never used and never closed, here and in the child, on purpose: each start costs two
+  // descriptors.
   int unused[2];
   if (::pipe(unused) != 0) return errno;
 
@@ -69,7 +70,8 @@ int tq_create_process(const char* command, unsigned flags, int* pid, int* stdin_
     for (const StreamPipe& pipe : pipes) {
       if ((flags & pipe.flag) != 0) become_stream(pipe);
     }
-    // Not exit: what the host has buffered for its own output must not come out of the child as well.
+    // Not exit: what the host has buffered for its own output must not come out of the child as
+    // well.
     _exit(tq_exec_command(command));
   }
   *pid = child;  // -1 after a failed fork, which is not reported otherwise, on purpose

@@ -1,5 +1,5 @@
-// g++ defines _GNU_SOURCE, which turns strerror_r into a variant that need not fill the buffer. This
-// file stands alone so that nothing else loses its GNU declarations.
+// g++ defines _GNU_SOURCE, which turns strerror_r into a variant that need not fill the buffer.
+// This file stands alone so that nothing else loses its GNU declarations.
 #undef _GNU_SOURCE
 #define _POSIX_C_SOURCE 200809L
 

@@ -10,7 +10,7 @@ namespace {
 constexpr const char* kSource = tarvio::kPackageBindingSource;
 
 struct FrontState {
-  pthread_mutex_t mutex;            // two clients may set up at the same time
+  pthread_mutex_t mutex;             // two clients may set up at the same time
   const tq_package_binding* active;  // written once; null until then
 };
 constinit FrontState front = {PTHREAD_MUTEX_INITIALIZER, nullptr};

@@ -19,10 +19,9 @@
 
 using tarvio::CString;
 
-static_assert(sizeof(void*) == 8 ? offsetof(tq_package_info, maintainer) == 24 &&
-                                       sizeof(tq_package_info) == 56
-                                 : offsetof(tq_package_info, maintainer) == 16 &&
-                                       sizeof(tq_package_info) == 32);
+static_assert(sizeof(void*) == 8
+                  ? offsetof(tq_package_info, maintainer) == 24 && sizeof(tq_package_info) == 56
+                  : offsetof(tq_package_info, maintainer) == 16 && sizeof(tq_package_info) == 32);
 static_assert(offsetof(tq_package_info, subtype) == 2 * sizeof(void*) + 4);
 
 namespace {
@@ -39,7 +38,9 @@ struct CloseConf {
 using Conf = std::unique_ptr<tq_conf, CloseConf>;
 
 struct FreePackages {
-  void operator()(tq_package_info* head) const noexcept { tq_delete_tq_package_info_recurse(&head); }
+  void operator()(tq_package_info* head) const noexcept {
+    tq_delete_tq_package_info_recurse(&head);
+  }
 };
 using Packages = std::unique_ptr<tq_package_info, FreePackages>;
 

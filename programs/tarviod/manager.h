@@ -1,0 +1,21 @@
+// The life of the manager: start-up of the library's managers in their order, serving, and the end.
+#ifndef TARVIOD_MANAGER_H
+#define TARVIOD_MANAGER_H
+
+#include "options.h"
+
+namespace tarviod {
+
+// Sets everything up until requests are answered, and says so. False, with the reason on standard
+// error, when that is not possible.
+bool set_up(const Options& options);
+
+// Serves until a signal asks for the end, then stops the applications unless they are to be kept,
+// and removes the socket.
+//
+// signal_fd  see catch_signals.
+void serve(const Options& options, int signal_fd);
+
+}  // namespace tarviod
+
+#endif
