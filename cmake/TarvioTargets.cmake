@@ -34,6 +34,9 @@ function(tarvio_freestanding_cxx target)
   set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
 endfunction()
 
+# Installed programs find the library beside them, wherever the whole was installed.
+file(RELATIVE_PATH libdir_from_bindir "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+
 # Settings of everything that ships.
 function(tarvio_shipped target)
   tarvio_warnings(${target})
@@ -45,4 +48,8 @@ function(tarvio_shipped target)
   set_target_properties(
     ${target} PROPERTIES LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}"
                          RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}")
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL EXECUTABLE)
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${libdir_from_bindir}")
+  endif()
 endfunction()

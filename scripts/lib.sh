@@ -1,0 +1,67 @@
+# What the scripts share. Sourced; leaves the shell in the project's root folder.
+
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+build_packages=(cmake g++ make)
+client_packages=(libcli11-dev nlohmann-json3-dev)
+test_packages=(libgtest-dev libgmock-dev binutils)
+bench_packages=(libbenchmark-dev)
+
+# Whether a Debian package, or a tool of its name from elsewhere, is there.
+is_installed() {
+  command -v "$1" >/dev/null || [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+# Runs a command without its output, and shows that when the command fails. A function that is run by it
+# chains its steps with &&: the shell's -e does not hold inside.
+quietly() {
+  local log status=0
+  log=$(mktemp)
+  "$@" >"$log" 2>&1 </dev/null || status=$?
+  [ $status = 0 ] || cat "$log"
+  rm -f "$log"
+  return $status
+}
+
+# apt-get as root; fails when there is no way to be root without a question.
+apt_get() {
+  local as_root=()
+  [ "$(id -u)" = 0 ] || as_root=(sudo -n)
+  quietly "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=300 "$@"
+}
+
+may_install() {
+  command -v apt-get >/dev/null && { [ "$(id -u)" = 0 ] || sudo -n true 2>/dev/null; }
+}
+
+# Installs those of the given Debian packages that are missing, or says how to.
+require_packages() {
+  local package missing=()
+  for package; do is_installed "$package" || missing+=("$package"); done
+  [ ${#missing[@]} -gt 0 ] || return 0
+  if ! may_install; then
+    echo "Something is missing. Install it, and run this again:" >&2
+    echo "  sudo apt-get install ${missing[*]}" >&2
+    return 1
+  fi
+  echo "Installing ${missing[*]}"
+  # The lists of packages may be absent, as in a fresh image, or out of date.
+  apt_get install --no-install-recommends -y "${missing[@]}" >/dev/null ||
+    { apt_get update && apt_get install --no-install-recommends -y "${missing[@]}"; }
+}
+
+# Ninja where it is installed, for a build folder that has no generator yet.
+generator_for() {
+  if [ ! -e "$1/CMakeCache.txt" ] && command -v ninja >/dev/null; then echo -GNinja; fi
+}
+
+# build PRESET [CMAKE-ARGUMENT]...: configures and builds into build/PRESET.
+build() {
+  local preset=$1
+  shift
+  local generator
+  generator=$(generator_for "build/$preset")
+  cmake --preset "$preset" ${generator:+"$generator"} "$@" &&
+    cmake --build --preset "$preset" -j "$(nproc)"
+}
