@@ -19,7 +19,7 @@ namespace tarviod {
 namespace {
 
 constexpr char kSource[] = "tarviod";
-constexpr int kStopDeadlineSeconds = 90;
+constexpr int64_t kStopDeadlineMs = 90'000;
 
 void warn(const char* what, const char* why) {
   (void)fprintf(stderr, "tarviod: %s: %s\n", what, why);
@@ -100,7 +100,7 @@ void stop_applications(int signal_fd) {
     warn("cannot stop the applications", strerror(errno));
     return;
   }
-  const int64_t until_ms = now_ms() + kStopDeadlineSeconds * 1000;
+  const int64_t until_ms = now_ms() + kStopDeadlineMs;
   switch (wait_for_event(signal_fd, answer_fd, until_ms)) {
     case Event::kAnswer:
       report_answer("stop_all", take_answer(answer_fd));

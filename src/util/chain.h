@@ -16,7 +16,7 @@ struct Chain {
       at = at->next;
       return *this;
     }
-    bool operator==(const Iterator&) const = default;
+    bool operator==(const Iterator& other) const { return at == other.at; }
   };
 
   Record* first;
@@ -36,7 +36,7 @@ struct Elements {
       at = with_element(at->next);
       return *this;
     }
-    bool operator==(const Iterator&) const = default;
+    bool operator==(const Iterator& other) const { return at == other.at; }
   };
 
   explicit Elements(const tq_list_t* list) : first(list->head) {}

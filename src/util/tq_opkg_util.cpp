@@ -23,7 +23,7 @@ constexpr char kRootDevice[] = "/dev/mtdblock4";
 constexpr size_t kBootLineBytes = 256;
 constexpr size_t kOfflineLineSize = 256;  // the offline command line has at most 255 characters
 
-const char* const opkg_program = "opkg";
+constexpr char kOpkgProgram[] = "opkg";
 
 // The code of the highest row whose text the line holds, or the code so far.
 int judge_line(const char* line, int code) {
@@ -46,7 +46,7 @@ tarvio::CString command_line(const char* word, const char* options, const char* 
   const char* const force = force_options == nullptr ? none : force_options;
   char* line = nullptr;
   const int length =
-      asprintf(&line, "%s%s%s%s%s %s %s", opkg_program, options == nullptr ? "" : " ", option,
+      asprintf(&line, "%s%s%s%s%s %s %s", kOpkgProgram, options == nullptr ? "" : " ", option,
                force_options == nullptr ? "" : " ", force, word, target);
   return tarvio::CString(length < 0 ? nullptr : line);
 }

@@ -1,9 +1,7 @@
 #include "tarvio/text.h"
 
-#include <errno.h>
+#include <stdlib.h>
 #include <string.h>
-
-#include "util/handles.h"
 
 char* tq_chop(char* string) {
   if (string == nullptr) return nullptr;
@@ -66,11 +64,11 @@ char** tq_strtok(const char* string, const char* delimiters) {
   // Leading delimiters are left out of the copy, so that its start is always the first token.
   char* copy = nullptr;
   tq_strdup(&copy, string + strspn(string, delimiters));
-  tarvio::CString owner(copy);
   // No string holds more tokens than every second byte can begin.
   const size_t most = copy == nullptr ? 0 : (strlen(copy) + 1) / 2;
   auto** tokens = static_cast<char**>(malloc((most + 1) * sizeof(char*)));
   if (copy == nullptr || tokens == nullptr) {
+    free(copy);
     free(tokens);
     return nullptr;
   }
@@ -82,6 +80,6 @@ char** tq_strtok(const char* string, const char* delimiters) {
     tokens[count++] = token;
   }
   tokens[count] = nullptr;
-  if (count > 0) (void)owner.release();  // the caller's, through the first token
+  if (count == 0) free(copy);  // otherwise the caller's, through the first token
   return tokens;
 }
