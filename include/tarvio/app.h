@@ -36,9 +36,9 @@ extern tq_app_binding *linux_app_binding;
  * the status manager and the package manager; applications installed later are unknown until the
  * process starts anew. Ignores SIGCHLD for the whole process.
  *
- * Returns 1 (not 0) on success, also without any application or when the listing failed; 0 when an
- * application found no binding; the errno value of a failed allocation counts as an unreported end of
- * the list.
+ * Returns 1 (not 0) on success, also when there is no application or the listing failed; 0 when an
+ * application found no binding, and when memory runs out for the manager itself. Applications for which
+ * memory ran out are left out.
  * Source: app/tq_app_manager */
 int tq_setup_app_manager(void);
 
