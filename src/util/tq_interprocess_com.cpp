@@ -4,6 +4,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
+
 #include "tarvio/com.h"
 #include "tarvio/text.h"
 #include "util/chain.h"
@@ -20,7 +22,7 @@ namespace {
 
 constexpr char kSource[] = "util/tq_interprocess_com";
 constexpr size_t kReplyLineSize = 255;
-constexpr long kPauseNs = 100 * 1000 * 1000;
+constexpr long kPauseNs = 100'000'000;
 
 struct ComState {
   tq_list_t* servers;  // of tq_com_server
@@ -32,10 +34,15 @@ int setup_failed(int result) {
   return result;
 }
 
+// A server's thread reads the number while a later set-up may retire it.
+std::atomic_ref<int32_t> number_of(tq_com_server& server) {
+  return std::atomic_ref<int32_t>(server.fd);
+}
+
 // A number that was closed and given out again belongs to the newest server alone.
 void retire_number(int fd) {
   for (tq_com_server* server : tarvio::Elements<tq_com_server>(com_state.servers)) {
-    if (server->fd == fd) server->fd = -1;
+    if (server->fd == fd) number_of(*server).store(-1, std::memory_order_relaxed);
   }
 }
 
@@ -106,14 +113,18 @@ int tq_setup_com_server(const char* path, tq_com_handler_func handler) {
     free_server(server);
     return fd;
   }
-  const int bound = tq_socket_bind_unix_server_sock(fd, server->path);
+  int result = tq_socket_bind_unix_server_sock(fd, server->path);
   retire_number(fd);
-  if (bound == 0) server->fd = fd;
-  (void)tq_list_add(com_state.servers, server);
-  if (bound == 0) return fd;
+  if (result == 0) server->fd = fd;
+  if (tq_list_add(com_state.servers, server) != 0) {
+    free_server(server);
+    errno = ENOMEM;
+    result = -1;
+  }
+  if (result == 0) return fd;
 
-  tarvio::Fd closer(fd > 0 ? fd : -1);
-  return setup_failed(bound);
+  const tarvio::Fd closer(fd > 0 ? fd : -1);
+  return setup_failed(result);
 }
 
 int tq_wait_com(int fd) {
@@ -126,10 +137,10 @@ int tq_wait_com(int fd) {
 }
 
 void* tq_com_handler(void* argument) {
-  const auto* server = static_cast<const tq_com_server*>(argument);
-  const int fd = server->fd;  // the record may be retired later on
-  TQ_DEBUG("tq_com_handler!! %d", fd);
+  auto* server = static_cast<tq_com_server*>(argument);
+  TQ_DEBUG("tq_com_handler!! %d", number_of(*server).load(std::memory_order_relaxed));
   while (true) {
+    const int fd = number_of(*server).load(std::memory_order_relaxed);
     TQ_DEBUG("Waiting tq_com_handler %d", fd);
     const int client = tq_socket_accept_unix_sock(fd);
     if (client >= 0) {
