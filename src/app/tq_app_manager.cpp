@@ -17,8 +17,8 @@ constexpr char kSource[] = "app/tq_app_manager";
 
 // Filled by the set-up and kept for the life of the process.
 struct AppManager {
-  tq_list_t* bindings;  // of tq_app_binding
-  tq_list_t* apps;      // of tq_app_info, in the order of the package list
+  tq_list_t* tq_app_binding_list;  // of tq_app_binding
+  tq_list_t* tq_app_list;          // of tq_app_info, in the order of the package list
 };
 constinit AppManager manager = {};
 
@@ -27,9 +27,9 @@ using Apps = tarvio::Elements<tq_app_info>;
 int length_of(const char* text) { return static_cast<int>(strlen(text)); }
 
 // The first application whose package name contains the name, on purpose.
-tq_app_info* find_app(const char* name) {
-  if (manager.apps == nullptr) return nullptr;
-  for (tq_app_info* app : Apps(manager.apps)) {
+tq_app_info* tq_find_app(const char* name) {
+  if (manager.tq_app_list == nullptr) return nullptr;
+  for (tq_app_info* app : Apps(manager.tq_app_list)) {
     const char* package = app->package->name;
     TQ_DEBUG("Checking application %s(%d) <-> %s(%d)", package, length_of(package), name,
              length_of(name));
@@ -39,7 +39,7 @@ tq_app_info* find_app(const char* name) {
 }
 
 tq_app_info* find_app_or_report(const char* name) {
-  tq_app_info* app = name == nullptr ? nullptr : find_app(name);
+  tq_app_info* app = name == nullptr ? nullptr : tq_find_app(name);
   if (app == nullptr) TQ_WARNING("No such application %s", name == nullptr ? "" : name);
   return app;
 }
@@ -48,8 +48,8 @@ tq_app_info* find_app_or_report(const char* name) {
 // the cursor and passes names on: the operation looks each name up in the same list again.
 int for_each_app(int (*operation)(const char* name)) {
   int last_failure = 0;
-  if (manager.apps == nullptr) return last_failure;
-  for (const tq_app_info* app : Apps(manager.apps)) {
+  if (manager.tq_app_list == nullptr) return last_failure;
+  for (const tq_app_info* app : Apps(manager.tq_app_list)) {
     for (int code = operation(app->package->name); code != 0;
          code = operation(app->package->name)) {
       last_failure = code;
@@ -61,14 +61,17 @@ int for_each_app(int (*operation)(const char* name)) {
 }  // namespace
 
 int tq_setup_app_manager(void) {
-  manager.bindings = tq_list_create();
-  manager.apps = tq_list_create();
+  manager.tq_app_binding_list = tq_list_create();
+  manager.tq_app_list = tq_list_create();
   tq_app_binding* binding = tq_get_linux_app_binding();
-  if (binding == nullptr || manager.bindings == nullptr || manager.apps == nullptr) return 0;
+  if (binding == nullptr || manager.tq_app_binding_list == nullptr ||
+      manager.tq_app_list == nullptr) {
+    return 0;
+  }
   (void)binding->setup();
-  (void)tq_list_add(manager.bindings, binding);
-  (void)tq_get_installed_application(manager.apps);
-  return tq_check_all_app_binding(manager.apps, manager.bindings);
+  (void)tq_list_add(manager.tq_app_binding_list, binding);
+  (void)tq_get_installed_application(manager.tq_app_list);
+  return tq_check_all_app_binding(manager.tq_app_list, manager.tq_app_binding_list);
 }
 
 int tq_create_app_info(tq_package_info* package, tq_app_info** out) {
@@ -159,7 +162,7 @@ int tq_stop_app(const char* name) {
 }
 
 int tq_start_all_app(void) {
-  TQ_DEBUG("starting %d apps", tq_list_size(manager.apps));
+  TQ_DEBUG("starting %d apps", tq_list_size(manager.tq_app_list));
   return for_each_app(tq_start_app);
 }
 

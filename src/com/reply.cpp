@@ -49,7 +49,7 @@ bool Reply::send() {
   return !failed_;
 }
 
-void send_status_list(int fd, tq_list_t* list) {
+void tq_send_status_list(int fd, tq_list_t* list) {
   Reply reply(fd);
   bool sending = true;
   bool is_first = true;

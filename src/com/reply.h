@@ -28,7 +28,7 @@ class Reply {
 };
 
 // Writes a status block per record and releases the list, and the records but for the first.
-void send_status_list(int fd, tq_list_t* list);
+void tq_send_status_list(int fd, tq_list_t* list);
 
 }  // namespace tarvio
 

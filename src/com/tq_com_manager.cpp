@@ -31,7 +31,7 @@ void send_statuses(int fd, int (*find)(tq_list_t** list)) {
   (void)find(&list);  // what could be copied is sent
   if (list == nullptr) return;
   TQ_DEBUG("Get status list size %d ", tq_list_size(list));
-  tarvio::send_status_list(fd, list);
+  tarvio::tq_send_status_list(fd, list);
 }
 
 void status_all(int fd, const char* /*name*/) { send_statuses(fd, tq_find_all_status2); }

@@ -49,7 +49,7 @@ bool add_record(tq_list_t* list, CString name, const char* state, CString detail
   return true;
 }
 
-int read_status(int fd, tq_list_t* list) {
+int tq_lib_read_status(int fd, tq_list_t* list) {
   tarvio::LineReader reader(fd);
   while (CString name = next_line(reader)) {
     const CString state = next_line(reader);
@@ -72,7 +72,7 @@ int list_status(const char* command, tq_list_t* list) {
   const tarvio::Fd fd(tarvio::request_manager(command, nullptr));
   TQ_DEBUG("fd is %d", fd.get());
   if (!fd.valid()) return fd.get();
-  (void)read_status(fd.get(), list);  // what came before a cut is the result
+  (void)tq_lib_read_status(fd.get(), list);  // what came before a cut is the result
   return 0;
 }
 

@@ -25,7 +25,7 @@ constexpr size_t kReplyLineSize = 255;
 constexpr long kPauseNs = 100'000'000;
 
 struct ComState {
-  tq_list_t* servers;  // of tq_com_server
+  tq_list_t* tq_com_server_list;  // of tq_com_server
 };
 constinit ComState com_state = {};
 
@@ -41,14 +41,14 @@ std::atomic_ref<int32_t> number_of(tq_com_server& server) {
 
 // A number that was closed and given out again belongs to the newest server alone.
 void retire_number(int fd) {
-  for (tq_com_server* server : tarvio::Elements<tq_com_server>(com_state.servers)) {
+  for (tq_com_server* server : tarvio::Elements<tq_com_server>(com_state.tq_com_server_list)) {
     if (server->fd == fd) number_of(*server).store(-1, std::memory_order_relaxed);
   }
 }
 
 tq_com_server* find_server(int fd) {
-  if (com_state.servers == nullptr || fd < 0) return nullptr;
-  for (tq_com_server* server : tarvio::Elements<tq_com_server>(com_state.servers)) {
+  if (com_state.tq_com_server_list == nullptr || fd < 0) return nullptr;
+  for (tq_com_server* server : tarvio::Elements<tq_com_server>(com_state.tq_com_server_list)) {
     if (server->fd == fd) return server;
   }
   return nullptr;
@@ -99,9 +99,9 @@ int tq_setup_com_server(const char* path, tq_com_handler_func handler) {
     return setup_failed(-1);
   }
   if (!tarvio::is_socket_path(path)) return setup_failed(-1);
-  if (com_state.servers == nullptr) com_state.servers = tq_list_create();
+  if (com_state.tq_com_server_list == nullptr) com_state.tq_com_server_list = tq_list_create();
   tq_com_server* server = make_server(path, handler);
-  if (server == nullptr || com_state.servers == nullptr) {
+  if (server == nullptr || com_state.tq_com_server_list == nullptr) {
     if (server != nullptr) free_server(server);
     errno = ENOMEM;
     return setup_failed(-1);
@@ -116,7 +116,7 @@ int tq_setup_com_server(const char* path, tq_com_handler_func handler) {
   int result = tq_socket_bind_unix_server_sock(fd, server->path);
   retire_number(fd);
   if (result == 0) server->fd = fd;
-  if (tq_list_add(com_state.servers, server) != 0) {
+  if (tq_list_add(com_state.tq_com_server_list, server) != 0) {
     free_server(server);
     errno = ENOMEM;
     result = -1;
