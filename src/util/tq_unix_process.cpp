@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <span>
 
 #include "tarvio/file.h"
 #include "tarvio/process.h"
@@ -32,12 +33,27 @@ struct StreamPipe {
 
 // Runs in the child.
 void become_stream(const StreamPipe& pipe) {
-  if (pipe.child_fd() == pipe.stream) {
-    (void)fcntl(pipe.stream, F_SETFD, 0);
-  } else {
-    (void)dup2(pipe.child_fd(), pipe.stream);
+  (void)dup2(pipe.child_fd(), pipe.stream);
+  // A caller without standard streams may have got this stream's number for its own end.
+  if (pipe.caller_fd() != pipe.stream) (void)close(pipe.caller_fd());
+}
+
+// The next line or piece of a line, as fgets gives it, but a signal in the middle loses nothing.
+// False at the end of the stream.
+bool read_piece(FILE* stream, std::span<char> piece) {
+  size_t stored = 0;
+  while (stored < piece.size() - 1) {
+    const int byte = getc_unlocked(stream);
+    if (byte == EOF) {
+      if (ferror(stream) == 0 || errno != EINTR) break;
+      clearerr(stream);
+      continue;
+    }
+    piece[stored++] = static_cast<char>(byte);
+    if (byte == '\n') break;
   }
-  (void)close(pipe.caller_fd());
+  piece[stored] = '\0';
+  return stored > 0;
 }
 
 }  // namespace
@@ -129,7 +145,7 @@ int tq_system_command(const char* command, tq_list_t* lines) {
   const tarvio::Stream output(popen(command, "re"));
   if (output == nullptr) return errno;
   char piece[kPieceSize];
-  while (fgets(piece, sizeof piece, output.get()) != nullptr) {
+  while (read_piece(output.get(), piece)) {
     char* copy = nullptr;
     tq_strdup(&copy, piece);
     if (copy == nullptr || tq_list_add(lines, copy) != 0) {

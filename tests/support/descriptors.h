@@ -1,0 +1,31 @@
+// The open descriptors of this process.
+#ifndef TARVIO_TESTS_SUPPORT_DESCRIPTORS_H
+#define TARVIO_TESTS_SUPPORT_DESCRIPTORS_H
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+namespace tarvio_test {
+
+using Descriptors = std::map<int, std::string>;  // number, and what it is
+
+inline Descriptors open_descriptors() {
+  Descriptors found;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const std::string target = std::filesystem::read_symlink(entry.path());
+    // The listing itself holds a descriptor of this folder.
+    if (!target.starts_with("/proc/")) found[std::stoi(entry.path().filename())] = target;
+  }
+  return found;
+}
+
+inline Descriptors opened_since(const Descriptors& before) {
+  Descriptors opened = open_descriptors();
+  for (const auto& [number, target] : before) opened.erase(number);
+  return opened;
+}
+
+}  // namespace tarvio_test
+
+#endif
