@@ -15,10 +15,12 @@ size_t line_length(std::span<const char> bytes) {
 }
 
 bool LineReader::refill() {
+  const int errno_before = errno;
   ssize_t count = -1;
   do {
     count = read(fd_, bytes_.data(), bytes_.size());
   } while (count < 0 && errno == EINTR);
+  if (count >= 0) errno = errno_before;
   begin_ = 0;
   end_ = count > 0 ? static_cast<size_t>(count) : 0;
   return end_ > 0;

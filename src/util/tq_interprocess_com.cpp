@@ -90,6 +90,12 @@ tarvio::CString join_lines(const char* request, int count, const char* const* ar
   return text;
 }
 
+// A line of a reply may end with a carriage return alone, which tq_chop leaves in place.
+void cut_line_end(char* line) {
+  const size_t length = strlen(tq_chop(line));
+  if (length > 0 && line[length - 1] == '\r') line[length - 1] = '\0';
+}
+
 }  // namespace
 
 int tq_setup_com_server(const char* path, tq_com_handler_func handler) {
@@ -183,8 +189,9 @@ int tq_receive_com(int fd, tq_list_t* lines) {
   tarvio::LineReader reader(fd);
   char line[kReplyLineSize];
   while (reader.next(line)) {
+    cut_line_end(line);
     char* copy = nullptr;
-    tq_strdup(&copy, tq_chop(line));
+    tq_strdup(&copy, line);
     if (copy == nullptr || tq_list_add(lines, copy) != 0) {
       free(copy);
       return ENOMEM;

@@ -1,0 +1,46 @@
+// What the tests of com servers share: a folder for the socket, and a log that outlives the test,
+// because server threads live, and log, as long as the process.
+#ifndef TARVIO_TESTS_SUPPORT_COM_SERVER_H
+#define TARVIO_TESTS_SUPPORT_COM_SERVER_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "support/files.h"
+#include "support/log_capture.h"
+#include "support/sockets.h"
+#include "support/unit_messages.h"
+#include "tarvio/log.h"
+
+namespace tarvio_test {
+
+// Answers with what came and ends the connection.
+inline uint32_t echo(int32_t fd) {
+  const Socket client(fd);
+  client.send(client.read_to_end());
+  return 0;
+}
+
+inline LogCapture& immortal_log() {
+  static auto& log = *new LogCapture(TQ_LOG_DEBUG);
+  log.clear();
+  return log;
+}
+
+class ComServer : public testing::Test {
+ protected:
+  std::vector<std::string> logged() const {
+    return unit_messages(log_, "util/tq_interprocess_com");
+  }
+
+  const TempDir folder_;
+  const std::string path_ = folder_ / "socket";
+  LogCapture& log_ = immortal_log();
+};
+
+}  // namespace tarvio_test
+
+#endif
