@@ -32,6 +32,16 @@ tq_package_info* copy_record(const tq_package_info& source) {
   return nullptr;
 }
 
+// Releases an unfinished copy. The versions that tq_free_package_info leaves to its caller are
+// known to nobody else here.
+void release_unfinished(tq_package_info* head) {
+  if (head == nullptr) return;
+  for (const tq_package_info& package : tarvio::Chain<const tq_package_info>{head->next}) {
+    free(package.version);
+  }
+  tq_free_package_info(head);
+}
+
 // Copies the records that match, in order; null with ENOMEM when memory runs out.
 int copy_matching(const tq_package_info* src, tq_package_info** out, auto matches) {
   *out = nullptr;
@@ -41,7 +51,7 @@ int copy_matching(const tq_package_info* src, tq_package_info** out, auto matche
     if (!matches(package)) continue;
     *tail = copy_record(package);
     if (*tail == nullptr) {
-      tq_free_package_info(head);
+      release_unfinished(head);
       return ENOMEM;
     }
     tail = &(*tail)->next;
