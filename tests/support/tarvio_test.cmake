@@ -39,5 +39,13 @@ function(tarvio_test name)
     ${target}
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT 120 LABELS ${labels} ENVIRONMENT "${sanitizer_environment}")
+    PROPERTIES TIMEOUT 120 LABELS ${labels})
+  # Not above: gtest_discover_tests takes a list apart and would keep its first entry alone.
+  set(environment_file ${CMAKE_CURRENT_BINARY_DIR}/${target}_environment.cmake)
+  file(
+    WRITE ${environment_file}
+    "if(${target}_TESTS)\n"
+    "  set_tests_properties(\${${target}_TESTS} PROPERTIES ENVIRONMENT \"${sanitizer_environment}\")\n"
+    "endif()\n")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${environment_file})
 endfunction()

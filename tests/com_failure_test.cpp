@@ -1,0 +1,254 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+#include "support/fail_alloc.h"
+#include "support/got_hook.h"
+#include "support/live_allocations.h"
+#include "support/log_capture.h"
+#include "support/request_handler.h"
+#include "support/stdout_capture.h"
+#include "support/unit_messages.h"
+
+namespace tarvio_test {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr char kUnit[] = "com/tq_com_manager";
+
+// Serves a connection, and keeps what is printed meanwhile.
+class ComFailure : public RequestHandler {
+ protected:
+  void serve_and_listen(Socket server) {
+    const StdoutCapture output;
+    testing::internal::CaptureStderr();
+    result_ = tq_request_handler(server.release());
+    printed_ = output.text();
+    complaint_ = testing::internal::GetCapturedStderr();
+  }
+
+  std::string printed_;
+  std::string complaint_;
+};
+
+TEST_F(ComFailure, WithoutAStreamTheConnectionIsClosedUnread) {
+  const Hook hook(
+      "fdopen", +[](int, const char*) -> FILE* {
+        errno = ENOMEM;
+        return nullptr;
+      });
+  const LogCapture log(TQ_LOG_DEBUG);
+  const long before = count_descriptors();
+  EXPECT_EQ(serve("stop_all\n"), "");
+  EXPECT_EQ(result_, 0U);
+  EXPECT_THAT(unit_messages(log, kUnit), ElementsAre("debug: Com request handler"));
+  EXPECT_EQ(count_descriptors(), before);
+}
+
+int no_duplicate(int fd, int command, ...) {
+  va_list arguments;
+  va_start(arguments, command);
+  const int argument = va_arg(arguments, int);
+  va_end(arguments);
+  if (command != F_DUPFD_CLOEXEC) return fcntl(fd, command, argument);
+  errno = EMFILE;
+  return -1;
+}
+
+TEST_F(ComFailure, WithoutADescriptorTheConnectionIsClosedUnread) {
+  const Hook hook("fcntl", &no_duplicate);
+  EXPECT_EQ(serve("stop_all\n"), "");
+  EXPECT_EQ(result_, 0U);
+}
+
+TEST_F(ComFailure, EveryConnectionIsClosedOnce) {
+  set_three_statuses();
+  const long before = count_descriptors();
+  for (const char* request : {"", "status_all\n", "start_app\nclock\n", "unknown\n"}) {
+    serve(request);
+    EXPECT_EQ(count_descriptors(), before);
+  }
+}
+
+int synced = -1;
+int shut = -1;
+int shut_how = -1;
+
+TEST_F(ComFailure, ConnectionIsSyncedAndShutBeforeItIsClosed) {
+  const Hook sync(
+      "fsync", +[](int fd) {
+        synced = fd;
+        errno = EINVAL;
+        return -1;
+      });
+  const Hook shutdown(
+      "shutdown", +[](int fd, int how) {
+        shut = fd;
+        shut_how = how;
+        return ::shutdown(fd, how);
+      });
+  auto [client, server] = socket_pair();
+  client.send("stop_all\n");
+  client.end_sending();
+  const int number = server.fd();
+  EXPECT_EQ(serve(client, std::move(server)), "0\n");
+  EXPECT_EQ(result_, 0U);
+  EXPECT_EQ(synced, number);
+  EXPECT_EQ(shut, number);
+  EXPECT_EQ(shut_how, SHUT_RDWR);
+}
+
+TEST_F(ComFailure, FailedShutdownIsPrintedAndDoesNotCount) {
+  const Hook hook(
+      "shutdown", +[](int, int) {
+        errno = ENOTCONN;
+        return -1;
+      });
+  auto [client, server] = socket_pair();
+  client.end_sending();
+  const std::string number = std::to_string(server.fd());
+  serve_and_listen(std::move(server));
+  EXPECT_EQ(complaint_, "shutdown failed.: Transport endpoint is not connected\n");
+  EXPECT_EQ(printed_, "fd is " + number);
+  EXPECT_EQ(result_, 0U);
+}
+
+int uncloseable = -1;
+
+TEST_F(ComFailure, FailedCloseIsPrintedAndTheResult) {
+  const Hook hook(
+      "close", +[](int fd) {
+        const int result = ::close(fd);
+        if (fd != uncloseable) return result;
+        errno = EIO;
+        return -1;
+      });
+  auto [client, server] = socket_pair();
+  client.end_sending();
+  uncloseable = server.fd();
+  serve_and_listen(std::move(server));
+  EXPECT_EQ(complaint_, "close failed: Input/output error\n");
+  EXPECT_EQ(printed_, "fd is " + std::to_string(uncloseable));
+  EXPECT_EQ(result_, static_cast<uint32_t>(EIO));
+}
+
+TEST_F(ComFailure, ConnectionThatIsNoneFailsToShutAndToClose) {
+  serve_and_listen(Socket(-1));
+  EXPECT_EQ(complaint_,
+            "shutdown failed.: Bad file descriptor\n"
+            "close failed: Bad file descriptor\n");
+  EXPECT_EQ(printed_, "fd is -1fd is -1");
+  EXPECT_EQ(result_, static_cast<uint32_t>(EBADF));
+}
+
+// Statuses whose blocks fill several writes.
+void set_large_statuses(int count, size_t detail_size) {
+  const std::string detail(detail_size, 'd');
+  for (int i = 0; i < count; ++i)
+    tq_set_application_status_normal(("application-" + std::to_string(i)).c_str(), detail.c_str());
+}
+
+int sends = 0;
+int working_sends = 0;
+
+ssize_t failing_send(int fd, const void* bytes, size_t size, int flags) {
+  if (++sends <= working_sends) return ::send(fd, bytes, size, flags);
+  errno = EPIPE;
+  return -1;
+}
+
+TEST_F(ComFailure, FailedWriteEndsTheListEarly) {
+  set_large_statuses(100, 200);
+  const std::string whole = serve("status_all\n");
+  LogCapture log(TQ_LOG_DEBUG);
+  const Hook hook("send", &failing_send);
+  const LiveAllocations live;
+  sends = 0;
+  working_sends = 2;
+  const std::string part = serve("status_all\n");
+  EXPECT_EQ(result_, 0U);
+  EXPECT_EQ(sends, 3);
+  EXPECT_LT(part.size(), whole.size());
+  EXPECT_TRUE(whole.starts_with(part));
+  EXPECT_EQ(live.count(), 3);  // the first record alone, as always
+  EXPECT_THAT(unit_messages(log, kUnit), Not(Contains("debug: sending status of application-99")));
+  EXPECT_EQ(unit_messages(log, kUnit).back(), "debug: sending status done");
+}
+
+TEST_F(ComFailure, ShortListGoesOutInOneWrite) {
+  set_large_statuses(20, 100);
+  const std::string whole = serve("status_all\n");
+  const Hook hook("send", &failing_send);
+  sends = 0;
+  working_sends = 1;
+  EXPECT_EQ(serve("status_all\n"), whole);
+  EXPECT_EQ(sends, 1);
+}
+
+TEST_F(ComFailure, ClientThatIsGoneRaisesNoSignal) {
+  signal(SIGPIPE, SIG_DFL);
+  set_large_statuses(100, 200);
+  for (const char* request : {"status_all\n", "start_app\nclock\n", "stop_all\n"}) {
+    auto [client, server] = socket_pair();
+    client.send(request);
+    client.close();
+    EXPECT_EQ(tq_request_handler(server.release()), 0U);
+  }
+  EXPECT_THAT(binding_calls, ElementsAre("start clock", "stop clock"));
+}
+
+TEST_F(ComFailure, SignalsOfTheProcessStayAsTheyAre) {
+  struct sigaction action = {};
+  sigset_t before = {};
+  sigset_t during = {};
+  signal(SIGPIPE, SIG_DFL);
+  pthread_sigmask(SIG_SETMASK, nullptr, &before);
+  Hook hook("send", [&](int, const void*, size_t size, int) {
+    sigaction(SIGPIPE, nullptr, &action);
+    pthread_sigmask(SIG_SETMASK, nullptr, &during);
+    return static_cast<ssize_t>(size);
+  });
+  serve("stop_all\n");
+  EXPECT_EQ(action.sa_handler, SIG_DFL);
+  EXPECT_EQ(sigismember(&during, SIGPIPE), 0);
+  sigaction(SIGPIPE, nullptr, &action);
+  EXPECT_EQ(action.sa_handler, SIG_DFL);
+}
+
+TEST_F(ComFailure, RequestThatMemoryDoesNotHoldIsNotExecuted) {
+  for (const int n : {1, 2}) {  // the copy of the command, and that of the name
+    const FailAlloc fail(n);
+    EXPECT_EQ(serve("start_app\nclock\n"), "");
+  }
+  EXPECT_THAT(binding_calls, IsEmpty());
+}
+
+TEST_F(ComFailure, ListThatMemoryDoesNotHoldIsShort) {
+  set_three_statuses();
+  {
+    const FailAlloc fail(3, FailAlloc::kFromThenOn);  // after the command and the list itself
+    EXPECT_EQ(serve("status_all\n"), "");
+  }
+  {
+    const FailAlloc fail(7, FailAlloc::kFromThenOn);  // and after one record
+    EXPECT_EQ(serve("status_all\n"), "web\n0\nstarted app\n");
+  }
+  const FailAlloc fail(2);
+  EXPECT_EQ(serve("status_all\n"), "");
+}
+
+}  // namespace
+}  // namespace tarvio_test
