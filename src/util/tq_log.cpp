@@ -2,15 +2,21 @@
 
 #include <stdarg.h>
 #include <stdio.h>
+#include <string.h>
 #include <syslog.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <charconv>
+#include <string_view>
 
 #include "util/handles.h"
 
 namespace {
 
 constexpr size_t kLineSize = 1024;
+constexpr size_t kNumberSize = 12;
 
 constinit std::atomic<int> threshold{TQ_LOG_WARNING};
 
@@ -27,6 +33,35 @@ int priority_of(int level) {
   }
 }
 
+// A line of the log, cut where it is full.
+class Line {
+ public:
+  void format(const char* format, va_list arguments) {
+    const int length = vsnprintf(text_.data(), text_.size(), format, arguments);
+    used_ = length < 0 ? 0 : std::min(static_cast<size_t>(length), text_.size() - 1);
+  }
+
+  void append(std::string_view piece) {
+    const size_t count = std::min(piece.size(), text_.size() - 1 - used_);
+    memcpy(text_.data() + used_, piece.data(), count);
+    used_ += count;
+  }
+
+  void append_number(int number) {
+    char digits[kNumberSize];
+    append({digits, std::to_chars(std::begin(digits), std::end(digits), number).ptr});
+  }
+
+  const char* text() {
+    text_[used_] = '\0';
+    return text_.data();
+  }
+
+ private:
+  std::array<char, kLineSize> text_;
+  size_t used_ = 0;
+};
+
 }  // namespace
 
 void tq_log_init(void) { openlog("tarvio", LOG_CONS, LOG_USER); }
@@ -36,17 +71,19 @@ void tq_set_log_level(int level) { threshold.store(level, std::memory_order_rela
 void tq_log_func(int level, const char* file, int line, const char* format, ...) {
   const tarvio::ErrnoKeeper keeper;
 
-  // A message that is dropped is formatted too: that is part of the contract.
-  char text[kLineSize];
+  // A message that is dropped is composed too: that is part of the contract. Most messages are, so
+  // the printf family does only what needs it.
+  Line composed;
   va_list arguments;
   va_start(arguments, format);
-  const int length = vsnprintf(text, sizeof text, format, arguments);
+  composed.format(format, arguments);
   va_end(arguments);
-  if (length < 0) text[0] = '\0';
-  const size_t used = length < 0 ? 0 : static_cast<size_t>(length);
-  if (used < sizeof text) {
-    (void)snprintf(text + used, sizeof text - used, " -  %s %d\n", file, line);
-  }
+  composed.append(" -  ");
+  composed.append(file == nullptr ? "(null)" : file);
+  composed.append(" ");
+  composed.append_number(line);
+  composed.append("\n");
+  const char* text = composed.text();
 
   if (threshold.load(std::memory_order_relaxed) > level) return;
   syslog(priority_of(level), "%s", text);
