@@ -3,7 +3,6 @@
 
 #include "tarvio/client.h"
 #include "tarvio/error.h"
-#include "util/chain.h"
 #include "util/handles.h"
 #include "util/log_macros.h"
 
@@ -45,7 +44,10 @@ int tq_lib_files_pkg(const char* name, uint32_t* count, char*** files) {
   auto** array = static_cast<char**>(malloc(size * sizeof(char*)));
   if (array == nullptr) return ENOMEM;
   char** next = array;
-  for (char* file : tarvio::Elements<char>(list.get())) *next++ = file;
+  // Every element has its place, also one that is none, at which other walks end.
+  for (const tq_list_node* node = list->head; node != nullptr; node = node->next) {
+    *next++ = static_cast<char*>(node->element);
+  }
   tq_list_free(list.release(), 0);  // the strings are the caller's now
   *files = array;
   *count = size;
