@@ -1,9 +1,9 @@
 #include "com/reply.h"
 
-#include <stdio.h>
 #include <string.h>
 
 #include <algorithm>
+#include <charconv>
 
 #include "com/unit.h"
 #include "tarvio/status.h"
@@ -39,8 +39,7 @@ bool Reply::append(std::string_view text) {
 
 bool Reply::append_number(int number) {
   char digits[kNumberSize];
-  (void)snprintf(digits, sizeof digits, "%d", number);
-  return append(digits);
+  return append({digits, std::to_chars(std::begin(digits), std::end(digits), number).ptr});
 }
 
 bool Reply::send() {

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -88,14 +89,18 @@ void serve(int fd, const tarvio::Request& request) {
   }
 }
 
+using StreamBuffer = std::array<char, 4096>;
+
 // A stream over a duplicate, so that closing both closes no number twice; null when there is none.
-tarvio::File open_stream(int fd) {
+// It works in the given buffer, which saves the heap a block for each request.
+tarvio::File open_stream(int fd, StreamBuffer& buffer) {
   tarvio::Fd duplicate(fcntl(fd, F_DUPFD_CLOEXEC, 0));
-  const int flags = fcntl(fd, F_GETFL);
-  if (!duplicate.valid() || flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0)
-    return nullptr;
+  int on = 1;
+  if (!duplicate.valid() || ioctl(fd, FIONBIO, &on) != 0) return nullptr;
   tarvio::File stream(fdopen(duplicate.get(), "r"));
-  if (stream != nullptr) (void)duplicate.release();
+  if (stream == nullptr) return nullptr;
+  (void)duplicate.release();
+  (void)setvbuf(stream.get(), buffer.data(), _IOFBF, buffer.size());
   return stream;
 }
 
@@ -116,7 +121,8 @@ uint32_t end_connection(int fd) {
 
 uint32_t tq_request_handler(int32_t fd) {
   TQ_DEBUG("Com request handler");
-  const tarvio::File stream = open_stream(fd);
+  StreamBuffer buffer;
+  const tarvio::File stream = open_stream(fd, buffer);
   tarvio::Request request;
   if (stream != nullptr &&
       tarvio::read_request(stream.get(), tarvio::Deadline::after(kRequestTimeMs), request)) {
