@@ -85,14 +85,18 @@ int tq_create_app_info(tq_package_info* package, tq_app_info** out) {
 int tq_get_installed_application(tq_list_t* apps) {
   if (apps == nullptr) return EINVAL;
   tq_package_info* packages = nullptr;
-  // A listing that failed is not reported: there are no applications then.
-  if (tq_list(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr, &packages) != 0) return 0;
-  for (tq_package_info& package : tarvio::Chain<tq_package_info>{packages}) {
+  if (tq_list(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr, &packages) != 0) {
+    // Not reported: there are no applications then, although a failed boot test hands packages out.
+    tq_delete_tq_package_info_recurse(&packages);
+    return 0;
+  }
+  for (tq_package_info** link = &packages; *link != nullptr; link = &(*link)->next) {
     tq_app_info* app = nullptr;
-    int code = tq_create_app_info(&package, &app);
+    int code = tq_create_app_info(*link, &app);
     if (code == 0) code = tq_list_add(apps, app);
     if (code != 0) {
       free(app);
+      tq_delete_tq_package_info_recurse(link);  // those that no application holds
       return code;
     }
   }
