@@ -1,0 +1,65 @@
+#include "json.h"
+
+#include <nlohmann/json.hpp>
+
+#include "words.h"
+
+namespace client {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr int kIndent = 2;
+
+Json object_of(const Status& status) {
+  return {{"name", status.name},
+          {"state", state_word(status.state)},
+          {"state_code", status.state},
+          {"detail", status.detail}};
+}
+
+Json path_or_null(const std::string& path) { return path.empty() ? Json() : Json(path); }
+
+Json object_of(const Package& package) {
+  return {{"name", package.name},
+          {"version", package.version},
+          {"category", category_word(package.category)},
+          {"category_code", package.category},
+          {"subcategory", subcategory_word(package.subcategory)},
+          {"subcategory_code", package.subcategory},
+          {"maintainer", package.maintainer},
+          {"start_file", path_or_null(package.start_file)},
+          {"stop_file", path_or_null(package.stop_file)}};
+}
+
+// ASCII alone, because a terminal obeys some control characters beyond it. Bytes that are no UTF-8
+// become replacement characters.
+std::string text_of(const Json& json) {
+  return json.dump(kIndent, ' ', true, Json::error_handler_t::replace) + '\n';
+}
+
+template <typename Record>
+std::string array_text(const std::vector<Record>& records) {
+  Json array = Json::array();
+  for (const Record& record : records) array.push_back(object_of(record));
+  return text_of(array);
+}
+
+}  // namespace
+
+std::string status_json(const Status& status) { return text_of(object_of(status)); }
+
+std::string statuses_json(const std::vector<Status>& statuses) { return array_text(statuses); }
+
+std::string packages_json(const std::vector<Package>& packages) { return array_text(packages); }
+
+std::string result_json(const Result& result) {
+  Json object = {{"command", result.command}};
+  if (result.name) object["name"] = *result.name;
+  object["code"] = result.code;
+  object["message"] = result.message;
+  return text_of(object);
+}
+
+}  // namespace client

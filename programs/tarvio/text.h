@@ -1,0 +1,20 @@
+// Text from outside on its way to a terminal.
+#ifndef TARVIO_CLIENT_TEXT_H
+#define TARVIO_CLIENT_TEXT_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace client {
+
+// The text on one line that cannot drive a terminal: control characters, characters that turn the
+// direction of writing and bytes that are no UTF-8 are shown as "\xNN", byte by byte.
+std::string printable(std::string_view text);
+
+// Columns that a printable UTF-8 text takes on a terminal.
+size_t display_width(std::string_view text);
+
+}  // namespace client
+
+#endif
