@@ -1,11 +1,40 @@
-#include <cstdio>
-#include <cstring>
+#include <exception>
+
+#include "app_commands.h"
+#include "exit_status.h"
+#include "list_command.h"
+#include "options.h"
+#include "output.h"
+#include "status_command.h"
+#include "tarvio/log.h"
+
+namespace {
+
+constexpr int kSilent = 4;  // the client tells people itself what the library would log
+
+int run(const client::Options& options) {
+  switch (options.command) {
+    case client::Command::kStatus:
+      return client::run_status(options);
+    case client::Command::kList:
+      return client::run_list(options);
+    default:
+      return client::run_app_command(options);
+  }
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
-    std::puts("tarvio " TARVIO_VERSION);
-    return 0;
+  tq_set_log_level(kSilent);
+  try {
+    const client::CommandLine line = client::parse_command_line(argc, argv);
+    if (line.options) return run(*line.options);
+    if (!line.is_wrong) return client::print(line.text) ? client::kDone : client::kFailed;
+    client::complain(line.text);
+    return client::kUsage;
+  } catch (const std::exception& error) {
+    client::complain(error.what());
+    return client::kFailed;
   }
-  std::fputs("usage: tarvio --version\n", stderr);
-  return 2;
 }

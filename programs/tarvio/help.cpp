@@ -1,0 +1,113 @@
+#include "help.h"
+
+namespace client {
+
+namespace {
+
+// What several texts share. Adjacent literals, so that each text is one constant.
+#define JSON_OPTION "      --json             print JSON for scripts instead of text for people\n"
+#define HELP_OPTION "  -h, --help             print this help\n"
+#define TIMEOUT_OPTION                                                            \
+  "      --timeout SECONDS  give up when the manager has not answered by then;\n" \
+  "                         default 30, 0 waits for ever\n"
+#define MANAGER_OPTIONS JSON_OPTION TIMEOUT_OPTION HELP_OPTION
+#define FIRST_MATCH                                                                    \
+  "\n"                                                                                 \
+  "The manager acts on the first application whose name contains NAME, from Z to A:\n" \
+  "give the whole name to be sure. 'tarvio list --category application' shows them.\n"
+#define REQUEST_EXIT_STATUS \
+  "\n"                      \
+  "exit status: 0 done, 1 failed, 3 no manager, 5 no answer in time, 64 wrong command line\n"
+
+constexpr char kGeneral[] =
+    "usage: tarvio COMMAND [OPTION]...\n"
+    "\n"
+    "Shows and changes what the resident manager tarviod knows of this device's applications,\n"
+    "and lists the installed packages.\n"
+    "\n"
+    "  status [NAME]  print the statuses, or the one of an application\n"
+    "  start NAME     start an application\n"
+    "  stop NAME      stop an application\n"
+    "  start-all      start all applications\n"
+    "  stop-all       stop all applications\n"
+    "  list           list the installed packages\n"
+    "\n" MANAGER_OPTIONS
+    "  -V, --version          print the version\n"
+    "\n"
+    "'tarvio COMMAND --help' tells more. Options may stand before or after the "
+    "command.\n" REQUEST_EXIT_STATUS "(status NAME: the state of the application, see there)\n";
+
+constexpr char kStatus[] =
+    "usage: tarvio status [NAME] [OPTION]...\n"
+    "\n"
+    "Prints the status of everything that the manager watches, or of the application NAME (its\n"
+    "whole name). States: normal, warning, error. An application has a status once it was\n"
+    "started, until it is stopped.\n"
+    "\n"
+    "      --apps             applications only\n" MANAGER_OPTIONS
+    "\n"
+    "exit status: 0 done, 1 failed, 3 no manager, 5 no answer in time, 64 wrong command line;\n"
+    "with NAME the state decides: 0 normal, 1 warning, 2 error, 4 no such status\n";
+
+constexpr char kStart[] =
+    "usage: tarvio start NAME [OPTION]...\n"
+    "\n"
+    "Starts an application. One that is started already stays as it is. Started means that its\n"
+    "process was made; how it fares is told by its status and the system log.\n" FIRST_MATCH
+    "\n" MANAGER_OPTIONS REQUEST_EXIT_STATUS;
+
+constexpr char kStop[] =
+    "usage: tarvio stop NAME [OPTION]...\n"
+    "\n"
+    "Stops an application. One that is stopped already stays as it is.\n" FIRST_MATCH
+    "\n" MANAGER_OPTIONS REQUEST_EXIT_STATUS;
+
+constexpr char kStartAll[] =
+    "usage: tarvio start-all [OPTION]...\n"
+    "\n"
+    "Starts all applications one after the other. The manager tries each again until it has\n"
+    "started, and answers nobody meanwhile.\n"
+    "\n" MANAGER_OPTIONS REQUEST_EXIT_STATUS;
+
+constexpr char kStopAll[] =
+    "usage: tarvio stop-all [OPTION]...\n"
+    "\n"
+    "Stops all applications one after the other, which takes a second or more for each. The\n"
+    "manager answers nobody meanwhile.\n"
+    "\n" MANAGER_OPTIONS REQUEST_EXIT_STATUS;
+
+constexpr char kList[] =
+    "usage: tarvio list [OPTION]...\n"
+    "\n"
+    "Lists the installed packages. Needs no manager.\n"
+    "\n"
+    "      --category C       only packages of this category: image, application or other\n"
+    "      --subcategory S    only packages of this subcategory: native, java, browser, jsp or\n"
+    "                         other\n"
+    "      --name N           only the package with this name\n" JSON_OPTION HELP_OPTION
+    "\n"
+    "exit status: 0 done, 1 failed, 64 wrong command line\n";
+
+}  // namespace
+
+const char* help_of(Command command) {
+  switch (command) {
+    case Command::kStatus:
+      return kStatus;
+    case Command::kStart:
+      return kStart;
+    case Command::kStop:
+      return kStop;
+    case Command::kStartAll:
+      return kStartAll;
+    case Command::kStopAll:
+      return kStopAll;
+    case Command::kList:
+      return kList;
+    case Command::kNone:
+      break;
+  }
+  return kGeneral;
+}
+
+}  // namespace client

@@ -1,0 +1,35 @@
+// The command line of tarvio.
+#ifndef TARVIO_CLIENT_OPTIONS_H
+#define TARVIO_CLIENT_OPTIONS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "tarvio/package.h"
+
+namespace client {
+
+enum class Command { kNone, kStatus, kStart, kStop, kStartAll, kStopAll, kList };
+
+struct Options {
+  Command command = Command::kNone;
+  std::optional<std::string> name;  // of an application; in a listing, of a package
+  bool json = false;
+  bool only_applications = false;
+  double timeout_seconds = 30;  // 0 waits for ever
+  uint32_t category = TQ_CATEGORY_ANY;
+  uint32_t subcategory = TQ_SUBCATEGORY_ANY;
+};
+
+struct CommandLine {
+  std::optional<Options> options;  // none when there is nothing to be done but to tell `text`
+  std::string text;                // help or version, or what is wrong with the line
+  bool is_wrong = false;
+};
+
+CommandLine parse_command_line(int argc, const char* const* argv);
+
+}  // namespace client
+
+#endif
