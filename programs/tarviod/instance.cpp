@@ -19,12 +19,18 @@ namespace {
 constexpr char kSocketPath[] = TQ_COM_SOCKET_PATH;
 constexpr mode_t kDirectoryMode = 0755;
 
+// The mode holds whatever the mask of the caller: everybody may connect.
+bool make_one(const char* path) {
+  if (mkdir(path, kDirectoryMode) != 0) return errno == EEXIST;
+  return chmod(path, kDirectoryMode) == 0;
+}
+
 // Creates the directories that lead to the socket and leaves the last of them in `path`.
 bool make_directory(char (&path)[sizeof kSocketPath]) {
   memcpy(path, kSocketPath, sizeof path);
   for (char* slash = strchr(path + 1, '/'); slash != nullptr; slash = strchr(slash + 1, '/')) {
     *slash = '\0';
-    if (mkdir(path, kDirectoryMode) != 0 && errno != EEXIST) return false;
+    if (!make_one(path)) return false;
     if (strchr(slash + 1, '/') == nullptr) return true;
     *slash = '/';
   }
@@ -45,9 +51,36 @@ bool manager_answers() {
   return answers;
 }
 
-int refuse(const char* reason) {
-  (void)fprintf(stderr, "tarviod: %s\n", reason);
+// Says what stands in the way: a file or directory, and the reason that errno has.
+void refuse(const char* cannot, const char* path, const char* remedy = "") {
+  (void)fprintf(stderr, "tarviod: cannot %s %s: %s%s\n", cannot, path, strerror(errno), remedy);
+}
+
+// Another manager that starts up has the lock; -1 then, and when the directory is of no use.
+int lock_directory(const char* directory) {
+  const int claim = open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (claim < 0 || access(directory, W_OK | X_OK) != 0) {
+    refuse("use", directory);
+  } else if (flock(claim, LOCK_EX | LOCK_NB) == 0) {
+    return claim;
+  } else if (errno == EWOULDBLOCK) {
+    (void)fputs("tarviod: another manager is starting up\n", stderr);
+  } else {
+    refuse("lock", directory);
+  }
+  if (claim >= 0) (void)close(claim);
   return -1;
+}
+
+bool path_is_free() {
+  if (manager_answers()) {
+    (void)fputs("tarviod: a manager answers on " TQ_COM_SOCKET_PATH " already: stop it first\n",
+                stderr);
+    return false;
+  }
+  if (unlink(kSocketPath) == 0 || errno == ENOENT) return true;
+  refuse("replace", kSocketPath);
+  return false;
 }
 
 }  // namespace
@@ -55,25 +88,13 @@ int refuse(const char* reason) {
 int claim_instance() {
   char directory[sizeof kSocketPath];
   if (!make_directory(directory)) {
-    (void)fprintf(stderr, "tarviod: cannot create %s: %s: create it, or run as root\n", directory,
-                  strerror(errno));
+    refuse("create", directory, ": create it, or run as root");
     return -1;
   }
-  const int claim = open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (claim < 0 || flock(claim, LOCK_EX | LOCK_NB) != 0) {
-    if (claim >= 0 && errno == EWOULDBLOCK) {
-      (void)close(claim);
-      return refuse("another manager is starting up");
-    }
-    (void)fprintf(stderr, "tarviod: cannot lock %s: %s\n", directory, strerror(errno));
-    if (claim >= 0) (void)close(claim);
-    return -1;
-  }
-  if (manager_answers()) {
-    (void)close(claim);
-    return refuse("a manager answers on " TQ_COM_SOCKET_PATH " already: stop it first");
-  }
-  return claim;
+  const int claim = lock_directory(directory);
+  if (claim < 0 || path_is_free()) return claim;
+  (void)close(claim);
+  return -1;
 }
 
 }  // namespace tarviod
