@@ -1,4 +1,5 @@
 #include <errno.h>
+#include <fcntl.h>
 #include <malloc.h>
 #include <stdio.h>
 #include <string.h>
@@ -10,7 +11,22 @@
 #include "options.h"
 #include "signals.h"
 
+namespace {
+
+// A stream that is closed gets its number back: else the next file or socket would have it, and
+// messages would go there.
+void fill_standard_streams() {
+  int fd = -1;
+  do {
+    fd = open("/dev/null", O_RDWR);  // applications inherit the streams
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) (void)close(fd);
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  fill_standard_streams();
   const tarviod::CommandLine line = tarviod::parse_command_line(argc, argv);
   if (!line.options) return line.exit_status;
   const tarviod::Options& options = *line.options;
