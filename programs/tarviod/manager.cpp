@@ -20,6 +20,7 @@ namespace {
 
 constexpr char kSource[] = "tarviod";
 constexpr int64_t kStopDeadlineMs = 90'000;
+constexpr char kEndPath[] = TQ_COM_SOCKET_PATH ".end";
 
 void warn(const char* what, const char* why) {
   (void)fprintf(stderr, "tarviod: %s: %s\n", what, why);
@@ -35,11 +36,14 @@ void raise_descriptor_limit() {
     warn("cannot raise the descriptor limit", strerror(errno));
 }
 
-// Counts the installed applications and names those that no binding takes.
+// Counts the applications that the application manager knows and names those that no binding takes.
 int count_applications(bool all_bound) {
   tq_package_info* packages = nullptr;
   const int listed = tq_list(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr, &packages);
-  if (listed != 0) warn("cannot list the installed applications", strerror(listed));
+  if (listed != 0) {
+    warn("cannot list the installed applications", strerror(listed));
+    (void)tq_delete_tq_package_info_recurse(&packages);  // the application manager has none either
+  }
 
   tq_list_t* bindings = tq_list_create();
   (void)tq_list_add(bindings, linux_app_binding);
@@ -93,25 +97,40 @@ Event wait_for_event(int signal_fd, int answer_fd, int64_t until_ms) {
   }
 }
 
-// A second signal ends the wait for applications that do not stop.
-void stop_applications(int signal_fd) {
-  const int answer_fd = begin_request("stop_all");
+// Stops the applications through the socket at a path. False when there was no waiting for the end
+// of it, as a second signal and the deadline have it.
+bool stop_applications(const char* path, int signal_fd, int64_t until_ms) {
+  const int answer_fd = begin_request(path, "stop_all");
   if (answer_fd < 0) {
     warn("cannot stop the applications", strerror(errno));
-    return;
+    return false;
   }
-  const int64_t until_ms = now_ms() + kStopDeadlineMs;
   switch (wait_for_event(signal_fd, answer_fd, until_ms)) {
     case Event::kAnswer:
       report_answer("stop_all", take_answer(answer_fd));
-      break;
+      return true;
     case Event::kSignal:
       warn("stopping the applications", "cut short by a second signal");
-      break;
+      return false;
     case Event::kTimeout:
       warn("stopping the applications", "not done within 90 seconds");
-      break;
+      return false;
   }
+  return false;
+}
+
+// Clients may wait for a start while the applications are stopped. So that none of these starts
+// outlives the manager, a second stop comes behind them, by a path that no client knows. Returns
+// where the socket is then: the old path may be another manager's already.
+const char* stop_for_good(int signal_fd) {
+  const int64_t until_ms = now_ms() + kStopDeadlineMs;
+  if (!stop_applications(TQ_COM_SOCKET_PATH, signal_fd, until_ms)) return TQ_COM_SOCKET_PATH;
+  if (rename(TQ_COM_SOCKET_PATH, kEndPath) != 0) {
+    warn("cannot rename " TQ_COM_SOCKET_PATH, strerror(errno));
+    return TQ_COM_SOCKET_PATH;
+  }
+  (void)stop_applications(kEndPath, signal_fd, until_ms);
+  return kEndPath;
 }
 
 }  // namespace
@@ -138,14 +157,15 @@ bool set_up(const Options& options) {
 }
 
 void serve(const Options& options, int signal_fd) {
-  int answer_fd = options.start_all ? begin_request("start_all") : -1;
+  int answer_fd = options.start_all ? begin_request(TQ_COM_SOCKET_PATH, "start_all") : -1;
   if (options.start_all && answer_fd < 0) warn("cannot start the applications", strerror(errno));
   while (wait_for_event(signal_fd, answer_fd, -1) == Event::kAnswer) {
     report_answer("start_all", take_answer(answer_fd));
     answer_fd = -1;
   }
-  if (!options.keep_applications) stop_applications(signal_fd);
-  (void)unlink(TQ_COM_SOCKET_PATH);
+  const char* socket = TQ_COM_SOCKET_PATH;
+  if (!options.keep_applications) socket = stop_for_good(signal_fd);
+  (void)unlink(socket);
 }
 
 }  // namespace tarviod

@@ -16,12 +16,13 @@ namespace tarviod {
 namespace {
 
 struct Request {
+  const char* path;
   const char* command;
   int answer_fd;
 };
 
-int ask(const char* command) {
-  const int fd = tq_request_com(TQ_COM_SOCKET_PATH, command, 0, nullptr);
+int ask(const char* path, const char* command) {
+  const int fd = tq_request_com(path, command, 0, nullptr);
   if (fd < 0) return kNoAnswer;
   int code = kNoAnswer;
   tq_list_t* reply = tq_list_create();
@@ -36,7 +37,7 @@ int ask(const char* command) {
 
 void* run(void* argument) {
   auto* request = static_cast<Request*>(argument);
-  const int code = ask(request->command);
+  const int code = ask(request->path, request->command);
   (void)!write(request->answer_fd, &code, sizeof code);
   (void)close(request->answer_fd);
   free(request);
@@ -45,13 +46,13 @@ void* run(void* argument) {
 
 }  // namespace
 
-int begin_request(const char* command) {
+int begin_request(const char* path, const char* command) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return -1;
   auto* request = static_cast<Request*>(malloc(sizeof(Request)));
   int error = ENOMEM;
   if (request != nullptr) {
-    *request = {.command = command, .answer_fd = ends[1]};
+    *request = {.path = path, .command = command, .answer_fd = ends[1]};
     pthread_t thread = {};
     error = pthread_create(&thread, nullptr, run, request);
     if (error == 0) (void)pthread_detach(thread);
