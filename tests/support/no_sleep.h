@@ -11,7 +11,7 @@ namespace tarvio_test {
 // One at a time in a process.
 class NoSleep {
  public:
-  NoSleep() = default;
+  NoSleep() : hook_("sleep", Nap{&naps_}) {}
   NoSleep(const NoSleep&) = delete;
   NoSleep& operator=(const NoSleep&) = delete;
 
@@ -28,7 +28,7 @@ class NoSleep {
   };
 
   std::vector<unsigned> naps_;
-  Hook<Nap> hook_{"sleep", Nap{&naps_}};
+  Hook<Nap> hook_;
 };
 
 }  // namespace tarvio_test
