@@ -13,7 +13,8 @@ typedef struct tq_list_node {
 } tq_list_node;
 
 /* A list. Only tq_list_create makes one: the library keeps data of its own behind these fields. They
- * may be read, and relinked by a caller who leaves head and count right. */
+ * may be read, and a caller may relink, add and take out nodes as long as head and count are right. The
+ * library remembers the last two nodes: between two calls, do not exchange both for others. */
 typedef struct tq_list_t {
   tq_list_node *head;   /* null when empty */
   tq_list_node *cursor; /* the one iteration position, shared by all who walk the list */

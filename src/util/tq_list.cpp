@@ -33,13 +33,13 @@ void remember(tq_list_t* list, tq_list_node* tail, tq_list_node* before_tail) {
   known.count = list->count;
 }
 
-// Head and count are compared first: they tell of most changes without a look at a node that the
-// caller may have freed.
+// From the list's head to its tail: an earlier difference tells of a later node that the caller may
+// have freed.
 bool tail_is_known(tq_list_t* list) {
   const TrackedList& known = tracked(list);
   return known.tail != nullptr && known.head == list->head && known.count == list->count &&
-         known.tail->next == nullptr &&
-         (known.before_tail == nullptr || known.before_tail->next == known.tail);
+         (known.before_tail == nullptr || known.before_tail->next == known.tail) &&
+         known.tail->next == nullptr;
 }
 
 tq_list_node* find_tail(tq_list_t* list) {
