@@ -9,7 +9,7 @@
 TQ_BEGIN_DECLS
 
 /* Cuts one line end off a string in place: a final line feed, and then a carriage return right before
- * it. A final carriage return alone stays. Returns the string.
+ * it. A final carriage return alone stays. Returns the string; null for a null string.
  * Source: util/tq_string */
 char *tq_chop(char *string);
 
@@ -27,7 +27,7 @@ int tq_str_equals(const char *a, const char *b);
  * shift  distance in bytes as a 32-bit word: a positive one towards the end of the buffer, a negative
  *        one (as two's complement) towards its start. The caller provides the room.
  *
- * Returns the string's new start.
+ * Returns the string's new start, or null for a null string.
  * Source: util/tq_string */
 char *tq_memmove(char *string, uint32_t shift);
 
@@ -36,7 +36,7 @@ char *tq_memmove(char *string, uint32_t shift);
  * string    its buffer must have room for the grown string; nothing checks it.
  * old_text  an empty one leaves the string as it is.
  *
- * Returns the string.
+ * Returns the string. A null argument leaves it as it is.
  * Source: util/tq_string */
 char *tq_replace_string(char *string, const char *old_text, const char *new_text);
 
@@ -62,8 +62,8 @@ int tq_strdup(char **out, const char *string);
  * delimiters  the set.
  *
  * Returns a new array of token pointers that ends with a null entry (a lone null entry when there is no
- * token), or null when memory runs out. Free the copy through the array's first entry, when that is not
- * null, and then the array, each with free().
+ * token), or null for a null argument and when memory runs out. Free the copy through the array's first
+ * entry, when that is not null, and then the array, each with free().
  * Source: util/tq_string */
 char **tq_strtok(const char *string, const char *delimiters);
 
@@ -71,7 +71,7 @@ char **tq_strtok(const char *string, const char *delimiters);
  *
  * buffer  receives at most size - 1 bytes; clear it before each call, because no zero is stored behind
  *         a last line that lacks its line end (the buffer's last byte is always set to 0).
- * size    of the buffer; with 0 or 1 nothing is read and the result is null.
+ * size    of the buffer; with 0 or 1, or a null buffer, nothing is read and the result is null.
  * fd      a file, a pipe, or a socket.
  *
  * A line ends with a line feed or a carriage return, which is kept. A longer line comes in pieces.

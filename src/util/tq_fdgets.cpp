@@ -13,11 +13,14 @@ namespace {
 
 constexpr size_t kLookAhead = 256;
 
+// Leaves errno alone unless the call fails.
 ssize_t retry(auto call) {
+  const int errno_before = errno;
   ssize_t count = -1;
   do {
     count = call();
   } while (count < 0 && errno == EINTR);
+  if (count >= 0) errno = errno_before;
   return count;
 }
 

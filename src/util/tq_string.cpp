@@ -24,6 +24,7 @@ int tq_str_equals(const char* a, const char* b) {
 }
 
 char* tq_memmove(char* string, uint32_t shift) {
+  if (string == nullptr) return nullptr;
   const auto distance = static_cast<int32_t>(shift);
   memmove(string + distance, string, strlen(string) + 1);
   return string + distance;
