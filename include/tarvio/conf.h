@@ -32,7 +32,7 @@ TQ_BEGIN_DECLS
  * again replaces the value.
  *
  * Returns a new object for tq_conf_close; null when the path is no regular file, cannot be opened or
- * holds no pair, and when memory runs out.
+ * holds no pair, and when memory runs out for the object. A pair that finds no memory is left out.
  * Source: util/tq_load_conf */
 tq_conf *tq_conf_open(const char *path);
 
@@ -44,8 +44,9 @@ tq_conf *tq_conf_open(const char *path);
  * may be empty. A key that comes again replaces the value.
  *
  * Returns a new object for tq_conf_close, without pairs for an empty file; null when the file cannot be
- * opened, when a line that is not empty has no colon, and when memory runs out for the object. When
- * memory runs out for a long line, the pairs read so far are returned.
+ * opened or read, when a line that is not empty has no colon, and when memory runs out for the object.
+ * When memory runs out for a line, the pairs read so far are returned; a pair that finds no memory is
+ * left out.
  * Source: util/tq_load_conf */
 tq_conf *tq_conf_open2(const char *path);
 
@@ -67,7 +68,7 @@ int32_t tq_count_variables(const tq_conf *conf);
 
 /* Returns the name, and the value, of a pair. Both belong to the object.
  *
- * index  0 to tq_count_variables - 1; nothing checks it.
+ * index  0 to tq_count_variables - 1; nothing checks it, nor the object.
  * Source: util/tq_load_conf */
 const char *tq_find_name(const tq_conf *conf, int32_t index);
 const char *tq_find_value(const tq_conf *conf, int32_t index);
