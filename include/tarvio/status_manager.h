@@ -31,12 +31,12 @@ int tq_setup_status_manager(void);
  * error alone, "nothing to do with status" on standard output.
  *
  * Returns 0 in every case. A null status or name, and a call before set-up, change nothing and are
- * logged at level 2.
+ * logged at level 2. A new name that finds no memory for its place on the list is not added.
  * Source: status/tq_status_manager */
 int tq_set_status2(const tq_status *status, int32_t force);
 
-/* Appends a copy of a record without looking for its name. Returns 0; 10101 when the copy failed;
- * EINVAL (22) before set-up.
+/* Appends a copy of a record without looking for its name. Returns 0; 10101 when the copy failed (for
+ * want of a name or detail, too); EINVAL (22) for a null record and before set-up.
  * Source: status/tq_status_manager */
 int tq_add_status2(const tq_status *status);
 
@@ -51,7 +51,7 @@ int tq_remove_status2(const char *name);
  *       tq_status_list_free. Null when memory ran out for the list itself.
  *
  * Returns 0; when a copy failed 10002, 10004 or 10003 in the order of the functions, with the copies
- * made so far in the list; EINVAL (22) for a null list argument.
+ * made so far in the list; EINVAL (22) for a null list argument. Before set-up the list is empty.
  * Source: status/tq_status_manager */
 int tq_find_all_status2(tq_list_t **list);
 int tq_find_by_type2(int32_t type, tq_list_t **list);

@@ -41,7 +41,7 @@ void add_copy(const tq_status& status) {
   }
   tq_status* copy = nullptr;
   tq_copy_tq_status(&status, &copy);
-  tq_list_add(sl, copy);
+  if (tq_list_add(sl, copy) != 0) tq_delete_tq_status(&copy);
 }
 
 void update(tq_status& stored, const tq_status& status) {

@@ -191,6 +191,9 @@ int tq_delete_tq_status_recurse(tq_status** head) {
 
 int tq_status_list_free(tq_list_t* list) {
   if (list == nullptr) return 0;
-  for (tq_status* record : tarvio::Elements<tq_status>(list)) free_record(record);
+  // Past null elements, as tq_list_free does, and unlike the walks.
+  for (const tq_list_node& node : tarvio::Chain<const tq_list_node>{list->head}) {
+    if (node.element != nullptr) free_record(static_cast<tq_status*>(node.element));
+  }
   return tq_list_free(list, 0);
 }
