@@ -70,10 +70,11 @@ int tq_check_all_app_binding(tq_list_t *apps, tq_list_t *bindings);
  *
  * name  text that the package name contains: the first application in list order wins.
  *
- * The result tells whether a process was made, not whether the program could be executed.
+ * With the Linux binding 0 does not tell that the program runs: a failed fork and a program that cannot
+ * be executed count as started.
  *
- * Returns 0, also when it is started already; EINVAL (22) for an unknown or null name; the start
- * operation's error.
+ * Returns 0, also when it is started already; EINVAL (22) for an unknown or null name, and for an
+ * application without a binding; the start operation's error.
  * Not serialised: the com server's thread calls it for the clients, so call it from there or through a
  * request.
  * Source: app/tq_app_manager */

@@ -16,10 +16,11 @@
 /* Serves one connection: takes over the client socket and closes it. Its result is not used. */
 typedef uint32_t (*tq_com_handler_func)(int32_t fd);
 
-/* A server. Made by tq_setup_com_server and never freed. */
+/* A server. Made by tq_setup_com_server and never freed. Its socket becomes -1 when the set-up failed
+ * and when the number went to a later server. */
 typedef struct tq_com_server {
   char *path;                  /* owned */
-  int32_t fd;                  /* listening socket; -1 when the set-up failed or the number went to a later server */
+  int32_t fd;                  /* listening socket */
   tq_com_handler_func handler; /* called once per connection */
   pthread_t thread;            /* filled by tq_wait_com */
 } tq_com_server;
@@ -68,7 +69,8 @@ int tq_setup_com_server(const char *path, tq_com_handler_func handler);
  *
  * fd  what tq_setup_com_server returned.
  *
- * Returns 0, the code of pthread_create, or EINVAL (22) when no server has this socket.
+ * Returns 0, the code of pthread_create, or EINVAL (22) when no server has this socket. Not while
+ * another thread sets a server up.
  * Source: util/tq_interprocess_com */
 int tq_wait_com(int fd);
 
@@ -93,18 +95,19 @@ int tq_stop_com_server(int fd);
  * Waits while the server's backlog is full.
  *
  * Returns a socket to read the reply from and to close; it is not connected when nobody listens, and
- * reading it then gives no data. Negative with errno when there is no socket or the path is too long
- * (ENAMETOOLONG) or null (EINVAL).
+ * reading it then gives no data. Negative with errno when there is no socket or no memory, the path is
+ * too long (ENAMETOOLONG), or the path, the request or an argument is null (EINVAL).
  * Source: util/tq_interprocess_com */
 int tq_request_com(const char *path, const char *request, int count, const char *const *args);
 
 /* Reads the lines of a reply up to the end of data.
  *
  * lines  list to append to; strings without their line ends, to be freed with tq_list_free(lines, 1). A
- *        line ends at a line feed or a carriage return; one of 254 bytes or more comes in pieces.
+ *        line ends at a line feed or a carriage return; one of 255 bytes or more comes in pieces of 254.
  *
  * Returns errno as it is when reading ended: at a clean end it is what it was before the call, so set
- * it to 0 first to tell the cases apart.
+ * it to 0 first to tell the cases apart. ENOMEM (12) when memory runs out, with the lines so far; EINVAL
+ * (22) for a null list.
  * Source: util/tq_interprocess_com */
 int tq_receive_com(int fd, tq_list_t *lines);
 
@@ -124,10 +127,11 @@ int tq_setup_com_manager(void);
  *                            result code in decimal and two line feeds (stop_app without a name: none)
  *   stop_all                 result code in decimal and one line feed
  *   anything else            none
- * A request must be complete within 5 seconds, or it is not executed; a reply is given up when the
- * client takes nothing of it for 5 seconds.
+ * A request must be complete within 5 seconds, or it is not executed. Each write of a reply (4096 bytes
+ * at most) has 5 seconds as well: a client that does not take it gets no more.
  *
- * Every status reply leaves one record of the list allocated.
+ * Every status reply leaves one record of the list allocated. A failed shutdown or close is not logged:
+ * perror tells it, and standard output gets "fd is " and the socket.
  *
  * Returns 0, or the errno value of a failed close.
  * Source: com/tq_com_manager */

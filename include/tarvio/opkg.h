@@ -25,7 +25,8 @@ int tq_is_boot_online(int *online);
  *
  * Returns 0; the code of the last line of the output that holds a text of opkgmes (within that line the
  * one of the highest row); EINVAL (22) for a null command; the errno value of a shell that could not be
- * started. opkg's exit status does not count: a failure without a known message gives 0.
+ * started; ENOMEM (12), with the lines so far in the list, not judged and with their line ends. opkg's
+ * exit status does not count: a failure without a known message gives 0.
  * Source: util/tq_opkg_util */
 int tq_opkg_run_command(const char *command, tq_list_t *output);
 

@@ -28,15 +28,15 @@ enum {
 
 /* An installed package. Records come as a chain, in two kinds with a release call each: what tq_list
  * made is released with tq_delete_tq_package_info_recurse, what the copy and filter calls made with
- * tq_free_package_info. */
+ * tq_free_package_info. start_app and stop_app are not to be read in a copy. */
 typedef struct tq_package_info {
   char *name;
   char *version;
   int32_t type;    /* category */
   int32_t subtype; /* subcategory */
   char *maintainer;
-  char *start_app; /* path of the file that starts the application, or empty; not to be read in a copy */
-  char *stop_app;  /* path of the file that stops it, or empty; not to be read in a copy */
+  char *start_app; /* path of the file that starts the application, or empty */
+  char *stop_app;  /* path of the file that stops it, or empty */
   struct tq_package_info *next;
 } tq_package_info;
 
@@ -64,7 +64,8 @@ extern tq_package_binding *tq_tbx_package_binding;
 tq_package_binding *tq_get_tbx_package_binding(void);
 
 /* Makes the binding through which the calls below work, once; further calls do nothing. A host may
- * replace operations in the record (tq_tbx_package_binding points to it). Returns 0.
+ * replace operations in the record (tq_tbx_package_binding points to it). Returns 0, also when memory
+ * runs out; the next call tries again then.
  * Source: package/tq_tbx_package_binding */
 int tq_setup_package_manager(void);
 
@@ -93,8 +94,8 @@ int tq_tbx_file_corruption(void);
  * is left out; a missing "Version" or "Maintainer" is the empty string.
  *
  * Returns 0; the errno value of the boot test (see tq_is_boot_online; the listing is made all the same,
- * on the installed root) or of a failed directory scan; -1 when memory runs out for a record; EINVAL
- * (22) for a null out.
+ * on the installed root) or of a failed directory scan; -1 when memory runs out for a record, ENOMEM
+ * (12) for a path; EINVAL (22) for a null out.
  * Source: package/tq_tbx_package_binding */
 int tq_tbx_list(uint32_t type, uint32_t subtype, const char *name, tq_package_info **out);
 
