@@ -37,7 +37,8 @@ tq_status *tq_add_tq_status(int32_t state, int32_t type, const char *name, const
  *
  * head  address of the chain's head; an empty chain gets the record as its head.
  *
- * Returns 0, or 10101 when no record could be made (a null name or detail included).
+ * Returns 0; 10101 when no record could be made (a null name or detail included); EINVAL (22) for a null
+ * head.
  * Source: status/tq_status_manager_helper */
 int tq_create_tq_status(int32_t state, int32_t type, const char *name, const char *detail,
                         tq_status **head);
@@ -46,7 +47,7 @@ int tq_create_tq_status(int32_t state, int32_t type, const char *name, const cha
  *
  * out  receives the copy, or null.
  *
- * Returns 0, or 10101 when no copy could be made.
+ * Returns 0; 10101 when no copy could be made; EINVAL (22), with nothing stored, for a null argument.
  * Source: status/tq_status_manager_helper */
 int tq_copy_tq_status(const tq_status *source, tq_status **out);
 
@@ -63,7 +64,8 @@ tq_status *previous_node(tq_status *head, const tq_status *record);
  *
  * result  address of the result chain's head.
  *
- * Returns 0, or 10101 at the first copy that failed; those made so far stay in the result.
+ * Returns 0; 10101 at the first copy that failed, and those made so far stay in the result; EINVAL (22)
+ * for a null result.
  * Source: status/tq_status_manager_helper */
 int tq_search_tq_status_by_state(int32_t state, const tq_status *head, tq_status **result);
 int tq_search_tq_status_by_type(int32_t type, const tq_status *head, tq_status **result);
