@@ -52,8 +52,8 @@ bool add_record(tq_list_t* list, CString name, const char* state, CString detail
 int tq_lib_read_status(int fd, tq_list_t* list) {
   tarvio::LineReader reader(fd);
   while (CString name = next_line(reader)) {
-    const CString state = next_line(reader);
-    if (state == nullptr) {
+    char state[kLineSize];
+    if (!reader.next(state)) {
       TQ_WARNING("Can't read status.");
       return EINVAL;
     }
@@ -62,7 +62,7 @@ int tq_lib_read_status(int fd, tq_list_t* list) {
       TQ_WARNING("Can't read status detail.");
       return EINVAL;
     }
-    if (!add_record(list, std::move(name), state.get(), std::move(detail))) return ENOMEM;
+    if (!add_record(list, std::move(name), state, std::move(detail))) return ENOMEM;
   }
   return 0;
 }
