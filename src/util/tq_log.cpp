@@ -41,7 +41,7 @@ class Line {
   bool format_plain(const char* format, va_list arguments) {
     used_ = 0;
     while (true) {
-      const char* percent = format + strcspn(format, "%");
+      const char* percent = strchrnul(format, '%');
       append({format, percent});
       if (*percent == '\0') return true;
       if (percent[1] == 's') {
@@ -61,9 +61,12 @@ class Line {
   }
 
   void append(std::string_view piece) {
-    const size_t count = std::min(piece.size(), text_.size() - 1 - used_);
-    memcpy(text_.data() + used_, piece.data(), count);
-    used_ += count;
+    const size_t room = text_.size() - 1 - used_;
+    if (piece.size() <= room) {
+      put(piece);
+    } else {
+      put({piece.data(), room});
+    }
   }
 
   void append_string(const char* string) { append(string == nullptr ? "(null)" : string); }
@@ -79,6 +82,11 @@ class Line {
   }
 
  private:
+  void put(std::string_view piece) {
+    memcpy(text_.data() + used_, piece.data(), piece.size());
+    used_ += piece.size();
+  }
+
   std::array<char, kLineSize> text_;
   size_t used_ = 0;
 };
