@@ -35,3 +35,36 @@ if(TARGET tarvio-client AND EXISTS ${PROJECT_SOURCE_DIR}/packaging/bash-completi
   install(FILES packaging/bash-completion/tarvio
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 endif()
+
+# Those of the programs that are built.
+file(GLOB manuals docs/man/*.[18])
+foreach(manual ${manuals})
+  get_filename_component(program ${manual} NAME_WE)
+  string(REGEX MATCH ".$" section ${manual})
+  if(TARGET ${program} OR TARGET ${program}-client)
+    install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+  endif()
+endforeach()
+
+install(FILES examples/statuses.c DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
+# Written when it is installed: it names the manager where `cmake --install --prefix` puts it.
+set(TARVIO_SERVICE "" CACHE STRING "Service file to install: systemd, init.d or nothing")
+if(TARVIO_SERVICE STREQUAL "systemd")
+  set(service_kind FILES)
+  set(service_source packaging/systemd/tarviod.service.in)
+  set(service_directory lib/systemd/system)
+elseif(TARVIO_SERVICE STREQUAL "init.d")
+  set(service_kind PROGRAMS)
+  set(service_source packaging/init.d/tarviod.in)
+  set(service_directory ${CMAKE_INSTALL_SYSCONFDIR}/init.d)
+elseif(TARVIO_SERVICE)
+  message(FATAL_ERROR "TARVIO_SERVICE is '${TARVIO_SERVICE}' and must be systemd, init.d or empty")
+endif()
+if(TARVIO_SERVICE)
+  get_filename_component(service ${service_source} NAME_WLE)
+  set(service ${PROJECT_BINARY_DIR}/service/${service})
+  install(CODE "set(sbindir \${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_SBINDIR})
+configure_file(${PROJECT_SOURCE_DIR}/${service_source} ${service} @ONLY)")
+  install(${service_kind} ${service} DESTINATION ${service_directory})
+endif()
