@@ -10,6 +10,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "support/fail_alloc.h"
 #include "support/got_hook.h"
@@ -25,6 +27,7 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Ne;
 using testing::Not;
 
 constexpr char kUnit[] = "com/tq_com_manager";
@@ -74,13 +77,32 @@ TEST_F(ComFailure, WithoutADescriptorTheConnectionIsClosedUnread) {
   EXPECT_EQ(result_, 0U);
 }
 
-TEST_F(ComFailure, EveryConnectionIsClosedOnce) {
+TEST_F(ComFailure, NoConnectionLeavesADescriptorOpen) {
   set_three_statuses();
   const long before = count_descriptors();
   for (const char* request : {"", "status_all\n", "start_app\nclock\n", "unknown\n"}) {
     serve(request);
     EXPECT_EQ(count_descriptors(), before);
   }
+}
+
+// Another thread may own the number of the socket as soon as it is closed.
+TEST_F(ComFailure, NoNumberIsClosedTwice) {
+  std::vector<int> closed;
+  Hook close_hook("close", [&](int fd) {
+    closed.push_back(fd);
+    return ::close(fd);
+  });
+  Hook fclose_hook("fclose", [&](FILE* stream) {
+    closed.push_back(fileno(stream));
+    return ::fclose(stream);
+  });
+  auto [client, server] = socket_pair();
+  client.send("stop_all\n");
+  client.end_sending();
+  const int number = server.fd();
+  EXPECT_EQ(serve(client, std::move(server)), "0\n");
+  EXPECT_THAT(closed, ElementsAre(number, Ne(number)));
 }
 
 int synced = -1;
