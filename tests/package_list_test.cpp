@@ -233,6 +233,14 @@ TEST(PackageList, ComesFromTheOfflineRootWhenOffline) {
   EXPECT_EQ(package.start_app, "/mnt/root/usr/lib/opkg/info/offline.tqstartapp");
 }
 
+TEST(PackageList, ComesFromTheFixedDirectoryWhateverTheHostSet) {
+  const TempDir elsewhere;
+  add_package("elsewhere", "Application", "Application_Native", elsewhere.path());
+  add_package("alpha");
+  tq_tbx_set_opkg_dir(elsewhere.path().c_str());
+  EXPECT_THAT(Listing().names(), ElementsAre("alpha"));
+}
+
 TEST(PackageList, TakesValuesOfADosFile) {
   write_information("alpha.control", "Package: alpha\r\nVersion: 1.0\r\nMaintainer: Halvern\r\n");
   write_information("alpha.tqcontrol",

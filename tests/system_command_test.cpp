@@ -71,6 +71,11 @@ TEST_F(SystemCommand, KeepsTheLineEndOf254BytesAndParts255FromTheirs) {
               ElementsAre(std::string(254, 'x') + "\n", std::string(255, 'y'), "\n"));
 }
 
+TEST_F(SystemCommand, KeepsALineUpToItsNulByte) {
+  EXPECT_EQ(run("printf 'a\\0b\\nc\\n'"), 0);
+  EXPECT_THAT(lines_.texts(), ElementsAre("a", "c\n"));
+}
+
 TEST_F(SystemCommand, TakesTensOfThousandsOfLines) {
   EXPECT_EQ(run("seq 50000"), 0);
   const std::vector<std::string> lines = lines_.texts();
