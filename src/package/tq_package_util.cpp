@@ -80,11 +80,13 @@ int tq_type_filter_package(uint32_t type, uint32_t subtype, const tq_package_inf
 }
 
 int tq_name_filter_package(const char* needle, const tq_package_info* src, tq_package_info** out) {
-  if (needle == nullptr || out == nullptr) return EINVAL;
-  const int result = copy_matching(src, out, [needle](const tq_package_info& package) {
-    return package.name != nullptr && strstr(package.name, needle) != nullptr;
-  });
-  TQ_DEBUG("dup done");
+  int result = EINVAL;
+  if (needle != nullptr && out != nullptr) {
+    result = copy_matching(src, out, [needle](const tq_package_info& package) {
+      return package.name != nullptr && strstr(package.name, needle) != nullptr;
+    });
+  }
+  TQ_DEBUG("dup done");  // on every path, on purpose
   return result;
 }
 
