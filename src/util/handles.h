@@ -11,6 +11,7 @@
 #include <memory>
 #include <utility>
 
+#include "tarvio/conf.h"
 #include "tarvio/list.h"
 
 namespace tarvio {
@@ -49,12 +50,17 @@ struct FreeStringList {
   void operator()(tq_list_t* list) const noexcept { tq_list_free(list, 1); }
 };
 
+struct CloseConf {
+  void operator()(tq_conf* conf) const noexcept { tq_conf_close(conf); }
+};
+
 using CString = std::unique_ptr<char, Free>;
 template <typename Record>
 using Allocated = std::unique_ptr<Record, Free>;
 using File = std::unique_ptr<FILE, CloseFile>;
 using Stream = std::unique_ptr<FILE, ClosePipe>;
 using StringList = std::unique_ptr<tq_list_t, FreeStringList>;
+using Conf = std::unique_ptr<tq_conf, CloseConf>;
 
 // Uninitialised memory for one record of the C interface; null when memory runs out.
 template <typename Record>

@@ -17,6 +17,7 @@
 #include "util/log_macros.h"
 #include "util/offline_root.h"
 
+using tarvio::Conf;
 using tarvio::CString;
 
 static_assert(sizeof(void*) == 8
@@ -31,11 +32,6 @@ constexpr char kFunction[] = "tq_tbx_list";
 constexpr char kMallocError[] = "malloc error";
 constexpr char kInfoDirectory[] = "/usr/lib/opkg/info";
 constexpr std::string_view kControlSuffix = ".control";
-
-struct CloseConf {
-  void operator()(tq_conf* conf) const noexcept { tq_conf_close(conf); }
-};
-using Conf = std::unique_ptr<tq_conf, CloseConf>;
 
 struct FreePackages {
   void operator()(tq_package_info* head) const noexcept {

@@ -2,19 +2,12 @@
 #ifndef TARVIO_SRC_UTIL_TQ_LOAD_CONF_CONF_OWNER_H
 #define TARVIO_SRC_UTIL_TQ_LOAD_CONF_CONF_OWNER_H
 
-#include <memory>
-
 #include "tarvio/conf.h"
 #include "util/handles.h"
 
 namespace tarvio {
 
 inline constexpr char kLoadConfSource[] = "util/tq_load_conf";
-
-struct CloseConf {
-  void operator()(tq_conf* conf) const noexcept { tq_conf_close(conf); }
-};
-using Conf = std::unique_ptr<tq_conf, CloseConf>;
 
 inline Conf make_conf() {
   Conf conf(allocate<tq_conf>().release());
