@@ -161,6 +161,18 @@ TEST_F(ComDeadline, ClientThatTakesNothingIsLeftAfterFiveSeconds) {
   EXPECT_EQ(result_, 0U);
 }
 
+TEST_F(ComDeadline, ReplyThatIsTakenByteByByteIsCutAsWell) {
+  set_status("web", 0, std::string(1000, 'd').c_str());
+  client_.send("status_all\n");
+  client_.end_sending();
+  Hook hook("send", [](int fd, const void* bytes, size_t, int flags) {
+    now_ms += 100;
+    return send(fd, bytes, 1, flags);
+  });
+  EXPECT_EQ(serve_client().size(), 50U);
+  EXPECT_EQ(now_ms, 6000);
+}
+
 TEST_F(ComDeadline, EachWriteOfAReplyHasFiveSeconds) {
   const std::string whole = set_megabyte_of_statuses();
   client_.send("status_all\n");
