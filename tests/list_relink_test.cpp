@@ -12,7 +12,7 @@
 #include <iterator>
 #include <random>
 #include <string>
-#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "tarvio/list.h"
@@ -20,14 +20,16 @@
 namespace tarvio_test {
 namespace {
 
+using Nodes = std::vector<tq_list_node*>;
+
 tq_list_node* new_node(void* element, tq_list_node* next) {
   auto* node = static_cast<tq_list_node*>(std::malloc(sizeof(tq_list_node)));
   *node = {next, element};
   return node;
 }
 
-std::vector<tq_list_node*> nodes_of(const tq_list_t* list) {
-  std::vector<tq_list_node*> nodes;
+Nodes nodes_of(const tq_list_t* list) {
+  Nodes nodes;
   for (tq_list_node* node = list->head; node != nullptr; node = node->next) nodes.push_back(node);
   return nodes;
 }
@@ -39,7 +41,7 @@ std::vector<void*> elements_of(const tq_list_t* list) {
 }
 
 // Makes these nodes, in this order, the list.
-void link(tq_list_t* list, const std::vector<tq_list_node*>& nodes) {
+void link(tq_list_t* list, const Nodes& nodes) {
   list->head = nullptr;
   for (size_t at = nodes.size(); at > 0; --at) {
     nodes[at - 1]->next = list->head;
@@ -48,105 +50,166 @@ void link(tq_list_t* list, const std::vector<tq_list_node*>& nodes) {
   list->count = static_cast<int32_t>(nodes.size());
 }
 
-using Relink = std::function<void(std::vector<tq_list_node*>&)>;
+using Discard = std::function<void(tq_list_node*)>;
 
-void drop(std::vector<tq_list_node*>& nodes, size_t at) {
-  std::free(nodes[at]);
-  nodes.erase(nodes.begin() + static_cast<ptrdiff_t>(at));
-}
-
-struct NamedRelink {
+// Changes the nodes of a list of two or more; those that it takes out go to discard.
+struct Relink {
   const char* name;
-  Relink relink;
+  std::function<void(Nodes&, const Discard&)> change;
 };
 
-const NamedRelink kRelinks[] = {
-    {"NotAtAll", [](auto&) {}},
-    {"UnlinkTail", [](auto& nodes) { drop(nodes, nodes.size() - 1); }},
-    {"UnlinkHead", [](auto& nodes) { drop(nodes, 0); }},
-    {"UnlinkMiddle", [](auto& nodes) { drop(nodes, nodes.size() / 2); }},
-    {"Reverse", [](auto& nodes) { std::reverse(nodes.begin(), nodes.end()); }},
-    {"SwapLastTwo", [](auto& nodes) { std::swap(nodes.back(), nodes[nodes.size() - 2]); }},
-    {"SwapEnds", [](auto& nodes) { std::swap(nodes.front(), nodes.back()); }},
-    {"RotateLeft", [](auto& nodes) { std::rotate(nodes.begin(), nodes.begin() + 1, nodes.end()); }},
+tq_list_node* take(Nodes& nodes, size_t at) {
+  tq_list_node* taken = nodes[at];
+  nodes.erase(nodes.begin() + static_cast<ptrdiff_t>(at));
+  return taken;
+}
+
+const Relink kRelinks[] = {
+    {"NotAtAll", [](Nodes&, const Discard&) {}},
+    {"UnlinkTail",
+     [](Nodes& nodes, const Discard& discard) { discard(take(nodes, nodes.size() - 1)); }},
+    {"UnlinkHead", [](Nodes& nodes, const Discard& discard) { discard(take(nodes, 0)); }},
+    {"UnlinkMiddle",
+     [](Nodes& nodes, const Discard& discard) { discard(take(nodes, nodes.size() / 2)); }},
+    {"Reverse", [](Nodes& nodes, const Discard&) { std::reverse(nodes.begin(), nodes.end()); }},
+    {"SwapLastTwo",
+     [](Nodes& nodes, const Discard&) { std::swap(nodes.back(), nodes[nodes.size() - 2]); }},
+    {"SwapEnds", [](Nodes& nodes, const Discard&) { std::swap(nodes.front(), nodes.back()); }},
+    {"RotateLeft", [](Nodes& nodes, const Discard&) { nodes.push_back(take(nodes, 0)); }},
     {"MoveTailBehindHead",
-     [](auto& nodes) { std::rotate(nodes.begin() + 1, nodes.end() - 1, nodes.end()); }},
-    {"Prepend", [](auto& nodes) { nodes.insert(nodes.begin(), new_node(&nodes, nullptr)); }},
-    {"Append", [](auto& nodes) { nodes.push_back(new_node(&nodes, nullptr)); }},
+     [](Nodes& nodes, const Discard&) {
+       nodes.insert(nodes.begin() + 1, take(nodes, nodes.size() - 1));
+     }},
+    {"Prepend",
+     [](Nodes& nodes, const Discard&) { nodes.insert(nodes.begin(), new_node(&nodes, nullptr)); }},
+    {"Append", [](Nodes& nodes, const Discard&) { nodes.push_back(new_node(&nodes, nullptr)); }},
     {"ReplaceTail",
-     [](auto& nodes) {
-       drop(nodes, nodes.size() - 1);
+     [](Nodes& nodes, const Discard& discard) {
+       discard(take(nodes, nodes.size() - 1));
        nodes.push_back(new_node(&nodes, nullptr));
      }},
     {"ReplaceAll",
-     [](auto& nodes) {
+     [](Nodes& nodes, const Discard& discard) {
        for (tq_list_node*& node : nodes) {
-         std::free(node);
-         node = new_node(&nodes, nullptr);
+         tq_list_node* old = std::exchange(node, new_node(&nodes, nullptr));
+         discard(old);
        }
      }},
+    {"ReplaceAllByOne",
+     [](Nodes& nodes, const Discard& discard) {
+       while (!nodes.empty()) discard(take(nodes, 0));
+       nodes.push_back(new_node(&nodes, nullptr));
+     }},
     {"Empty",
-     [](auto& nodes) {
-       while (!nodes.empty()) drop(nodes, 0);
+     [](Nodes& nodes, const Discard& discard) {
+       while (!nodes.empty()) discard(take(nodes, 0));
      }},
 };
 
-class ListRelink : public testing::TestWithParam<std::tuple<NamedRelink, int>> {
- protected:
-  ListRelink() {
-    for (int n = 0; n < std::get<int>(GetParam()); ++n) tq_list_add(list_, &elements_[n]);
-  }
-  ~ListRelink() override { tq_list_free(list_, 0); }
+// Nodes that are taken out may be freed at once, or live on elsewhere.
+enum class Taken { kFreed, kKept };
 
+// A list that a relink is tried on.
+class RelinkedList {
+ public:
+  RelinkedList(const Relink& relink, int size, Taken taken) : relink_(relink), taken_(taken) {
+    for (int n = 0; n < size; ++n) tq_list_add(list_, &elements_[n]);
+  }
+  ~RelinkedList() {
+    tq_list_free(list_, 0);
+    for (tq_list_node* node : kept_) std::free(node);
+  }
+  RelinkedList(const RelinkedList&) = delete;
+  RelinkedList& operator=(const RelinkedList&) = delete;
+
+  tq_list_t* get() const { return list_; }
+  void* new_element() { return &elements_[15]; }
   void relink() {
-    std::vector<tq_list_node*> nodes = nodes_of(list_);
-    std::get<NamedRelink>(GetParam()).relink(nodes);
+    Nodes nodes = nodes_of(list_);
+    relink_.change(nodes, [this](tq_list_node* node) {
+      if (taken_ == Taken::kFreed) {
+        std::free(node);
+      } else {
+        kept_.push_back(node);
+      }
+    });
     link(list_, nodes);
   }
 
+ private:
+  const Relink& relink_;
+  Taken taken_;
   char elements_[16] = {};
+  Nodes kept_;
   tq_list_t* list_ = tq_list_create();
 };
 
-TEST_P(ListRelink, IsSeenByTheNextAdd) {
-  relink();
-  std::vector<void*> expected = elements_of(list_);
-  for (char* element : {&elements_[14], &elements_[15]}) {
-    EXPECT_EQ(tq_list_add(list_, element), 0);
-    expected.push_back(element);
-    EXPECT_EQ(elements_of(list_), expected);
+class ListRelink : public testing::TestWithParam<Relink> {
+ protected:
+  static void try_all(const std::function<void(RelinkedList&)>& check) {
+    for (const int size : {2, 3, 4, 7}) {
+      for (const Taken taken : {Taken::kFreed, Taken::kKept}) {
+        RelinkedList list(GetParam(), size, taken);
+        check(list);
+      }
+    }
   }
-  EXPECT_EQ(tq_list_size(list_), static_cast<int32_t>(expected.size()));
+};
+
+TEST_P(ListRelink, IsSeenByTheNextAdd) {
+  try_all([](RelinkedList& list) {
+    list.relink();
+    std::vector<void*> expected = elements_of(list.get());
+    for (int n = 0; n < 2; ++n) {
+      EXPECT_EQ(tq_list_add(list.get(), list.new_element()), 0);
+      expected.push_back(list.new_element());
+      EXPECT_EQ(elements_of(list.get()), expected);
+      EXPECT_EQ(tq_list_size(list.get()), std::ssize(expected));
+    }
+  });
 }
 
 TEST_P(ListRelink, IsSeenByGetLast) {
-  relink();
-  const std::vector<tq_list_node*> nodes = nodes_of(list_);
-  EXPECT_EQ(tq_list_get_last(list_), nodes.empty() ? nullptr : nodes.back());
+  try_all([](RelinkedList& list) {
+    list.relink();
+    const Nodes nodes = nodes_of(list.get());
+    EXPECT_EQ(tq_list_get_last(list.get()), nodes.empty() ? nullptr : nodes.back());
+  });
 }
 
 TEST_P(ListRelink, IsSeenByARemoveAndTheAddBehindIt) {
-  for (const int32_t index : {INT_MAX, 1, 0}) {
-    relink();
-    std::vector<void*> expected = elements_of(list_);
-    if (tq_list_remove(list_, index) == 0) {
-      const auto at = std::min<size_t>(static_cast<size_t>(index), expected.size() - 1);
-      expected.erase(expected.begin() + static_cast<ptrdiff_t>(at));
+  try_all([](RelinkedList& list) {
+    for (const int32_t index : {INT_MAX, 1, 0}) {
+      list.relink();
+      std::vector<void*> expected = elements_of(list.get());
+      if (tq_list_remove(list.get(), index) == 0) {
+        const auto at = std::min<size_t>(static_cast<size_t>(index), expected.size() - 1);
+        expected.erase(expected.begin() + static_cast<ptrdiff_t>(at));
+      }
+      tq_list_add(list.get(), list.new_element());
+      expected.push_back(list.new_element());
+      EXPECT_EQ(elements_of(list.get()), expected);
+      // The next turn needs two nodes to relink.
+      while (tq_list_size(list.get()) < 2) tq_list_add(list.get(), list.new_element());
     }
-    tq_list_add(list_, &elements_[15]);
-    expected.push_back(&elements_[15]);
-    EXPECT_EQ(elements_of(list_), expected);
-    // The next turn needs two nodes to relink.
-    while (list_->count < 2) tq_list_add(list_, &elements_[14]);
-  }
+  });
 }
 
-INSTANTIATE_TEST_SUITE_P(List, ListRelink,
-                         testing::Combine(testing::ValuesIn(kRelinks), testing::Values(2, 3, 4, 7)),
-                         [](const auto& tested) {
-                           return std::string(std::get<0>(tested.param).name) +
-                                  std::to_string(std::get<1>(tested.param));
-                         });
+INSTANTIATE_TEST_SUITE_P(List, ListRelink, testing::ValuesIn(kRelinks),
+                         [](const auto& tested) { return std::string(tested.param.name); });
+
+// The same count before and after, and the old node is still a last one.
+TEST(ListNodes, MayBeExchangedInAListOfOne) {
+  char elements[2] = {};
+  tq_list_t* list = tq_list_create();
+  tq_list_add(list, &elements[0]);
+  tq_list_node* old = std::exchange(list->head, new_node(&elements[1], nullptr));
+  tq_list_add(list, &elements[0]);
+  EXPECT_EQ(elements_of(list), (std::vector<void*>{elements + 1, elements}));
+  EXPECT_EQ(old->next, nullptr);
+  std::free(old);
+  tq_list_free(list, 0);
+}
 
 TEST(ListNodes, MayMoveToAnotherList) {
   char elements[6] = {};
@@ -154,8 +217,8 @@ TEST(ListNodes, MayMoveToAnotherList) {
   tq_list_t* to = tq_list_create();
   for (char& element : elements) tq_list_add(&element < elements + 4 ? from : to, &element);
 
-  std::vector<tq_list_node*> kept = nodes_of(from);
-  std::vector<tq_list_node*> grown = nodes_of(to);
+  Nodes kept = nodes_of(from);
+  Nodes grown = nodes_of(to);
   grown.insert(grown.end(), kept.end() - 2, kept.end());
   kept.resize(2);
   link(from, kept);
@@ -241,10 +304,10 @@ class Model {
   }
 
   void relink() {
-    const NamedRelink& chosen = kRelinks[static_cast<size_t>(random(0, std::ssize(kRelinks) - 1))];
-    std::vector<tq_list_node*> nodes = nodes_of(list_);
+    const Relink& chosen = kRelinks[static_cast<size_t>(random(0, std::ssize(kRelinks) - 1))];
+    Nodes nodes = nodes_of(list_);
     if (nodes.size() < 2) return;
-    chosen.relink(nodes);
+    chosen.change(nodes, [](tq_list_node* node) { std::free(node); });
     for (tq_list_node* node : nodes) node->element = random_element();
     link(list_, nodes);
     expected_ = elements_of(list_);

@@ -2,16 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <functional>
-#include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/fail_alloc.h"
 #include "support/log_capture.h"
 #include "support/status_records.h"
-#include "support/stdout_capture.h"
 #include "support/unit_messages.h"
 #include "tarvio/log.h"
 #include "tarvio/status_manager.h"
@@ -150,79 +148,6 @@ TEST_F(Find, FailsAtARecordWithoutADetail) {
   StatusList found;
   EXPECT_EQ(tq_find_all_status2(found.receive()), 10002);
   EXPECT_EQ(tq_list_size(found.get()), 1);
-}
-
-constexpr int kNames = 20;
-constexpr int kRounds = 100;
-
-std::string name_of(int number) { return "application " + std::to_string(number); }
-
-// Runs each of the jobs in a thread of its own.
-void run_together(const std::vector<std::function<void()>>& jobs) {
-  const StdoutCapture output;  // updates print a line each
-  std::vector<std::thread> threads;
-  for (const auto& job : jobs) threads.emplace_back(job);
-  for (std::thread& thread : threads) thread.join();
-}
-
-class Threads : public testing::Test {
- protected:
-  Threads() { tq_setup_status_manager(); }
-  ~Threads() override {
-    tq_status_list_free(sl);
-    sl = nullptr;
-  }
-
-  static void set_all(const char* detail) {
-    for (int round = 0; round < kRounds; ++round) {
-      for (int n = 0; n < kNames; ++n) {
-        tq_set_application_status_normal(name_of(n).c_str(), detail);
-      }
-    }
-  }
-
-  static void set_and_remove_all() {
-    for (int round = 0; round < kRounds; ++round) {
-      for (int n = 0; n < kNames; ++n) {
-        tq_set_application_status_error(name_of(n).c_str(), "gone soon");
-        tq_remove_status2(name_of(n).c_str());
-      }
-    }
-  }
-
-  // Each name once, whole records only.
-  static void find_all() {
-    for (int round = 0; round < kRounds; ++round) {
-      StatusList found;
-      EXPECT_EQ(tq_find_all_status2(found.receive()), 0);
-      check(found.statuses());
-      EXPECT_EQ(tq_find_by_status2(0, found.receive()), 0);
-      EXPECT_EQ(tq_find_by_type2(0, found.receive()), 0);
-    }
-  }
-
-  static void check(const std::vector<Status>& statuses) {
-    std::set<std::string> names;
-    for (const Status& status : statuses) {
-      EXPECT_TRUE(names.insert(status.name).second) << status.name << " is there twice";
-      EXPECT_TRUE(status.detail == "first" || status.detail == "second" ||
-                  status.detail == "gone soon")
-          << status.detail;
-    }
-  }
-};
-
-TEST_F(Threads, ThatSetTheSameNamesMakeNoDuplicates) {
-  run_together({[] { set_all("first"); }, [] { set_all("second"); }, [] { find_all(); }});
-  EXPECT_EQ(tq_list_size(sl), kNames);
-  check(statuses_of(sl));
-}
-
-TEST_F(Threads, MaySetRemoveAndFindAtOnce) {
-  run_together({[] { set_all("first"); }, [] { set_and_remove_all(); }, [] { find_all(); }});
-  check(statuses_of(sl));
-  for (int n = 0; n < kNames; ++n) tq_remove_status2(name_of(n).c_str());
-  EXPECT_EQ(tq_list_size(sl), 0);
 }
 
 }  // namespace

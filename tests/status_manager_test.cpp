@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/fail_alloc.h"
