@@ -83,6 +83,7 @@ class ClientPackageCall : public testing::Test {
  protected:
   ClientPackageCall() {
     tq_setup_package_manager();
+    before_ = *tq_tbx_package_binding;
     tq_tbx_package_binding->list = list;
     tq_tbx_package_binding->install = install;
     tq_tbx_package_binding->remove = remove;
@@ -90,7 +91,10 @@ class ClientPackageCall : public testing::Test {
     answer = 0;
     installed_files.clear();
   }
-  ~ClientPackageCall() override { free_files(); }
+  ~ClientPackageCall() override {
+    free_files();
+    *tq_tbx_package_binding = before_;
+  }
 
   int list_files() { return tq_lib_files_pkg("clock", &count_, &files_); }
   std::vector<std::string> found() const { return {files_, files_ + count_}; }
@@ -103,6 +107,9 @@ class ClientPackageCall : public testing::Test {
 
   uint32_t count_ = 0;
   char** files_ = nullptr;
+
+ private:
+  tq_package_binding before_ = {};
 };
 
 TEST_F(ClientPackageCall, ListForwardsItsArgumentsAndItsResult) {

@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/child_descriptors.h"
 #include "support/live_allocations.h"
 #include "support/log_capture.h"
 #include "support/request_handler.h"
@@ -290,6 +291,18 @@ TEST_F(ComProtocol, OtherRequestsLeaveNothingAllocated) {
     serve(request);
     EXPECT_EQ(live.count(), 0) << request;
   }
+}
+
+std::string descriptors_of_started;
+
+TEST_F(ComProtocol, StartedApplicationInheritsNoSocket) {
+  linux_app_binding->start = [](tq_app_info*) {
+    descriptors_of_started = child_descriptors();
+    return 0;
+  };
+  const std::string before = child_descriptors();
+  EXPECT_EQ(serve("start_app\nclock\n"), "0\n\n");
+  EXPECT_EQ(descriptors_of_started, before);
 }
 
 TEST_F(ComProtocol, MegabyteWithoutALineEndAnswersNothing) {

@@ -5,8 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/files.h"
@@ -34,6 +37,18 @@ class ComServer : public testing::Test {
  protected:
   std::vector<std::string> logged() const {
     return unit_messages(log_, "util/tq_interprocess_com");
+  }
+
+  // A thread that has served a connection of this test goes back to its accept before the next one.
+  void TearDown() override {
+    const auto is_waiting = [](const std::string& message) {
+      return message.starts_with("debug: Waiting tq_com_handler");
+    };
+    const std::vector<std::string> messages = logged();
+    if (std::none_of(messages.begin(), messages.end(), is_waiting)) return;
+    while (!is_waiting(logged().back())) std::this_thread::yield();
+    // Nothing tells when it has got from that message into the accept.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
 
   const TempDir folder_;

@@ -67,6 +67,7 @@ void set_managers_up(const std::vector<Application>& applications) {
 ManagerProcess::ManagerProcess(const std::vector<Application>& applications,
                                const std::function<void()>& prepare) {
   auto [ours, theirs] = socket_pair();
+  ::signal(SIGCHLD, SIG_DFL);  // as it was, should managers have been set up in this process
   pid_ = ::fork();
   if (pid_ == 0) {
     ours.close();

@@ -2,6 +2,8 @@
 #ifndef TARVIO_TESTS_SUPPORT_ONE_REPLY_H
 #define TARVIO_TESTS_SUPPORT_ONE_REPLY_H
 
+#include <unistd.h>
+
 #include <string>
 #include <thread>
 #include <utility>
@@ -23,6 +25,7 @@ class OneReply {
         }) {}
   ~OneReply() {
     if (thread_.joinable()) thread_.join();
+    ::unlink(TQ_COM_SOCKET_PATH);
   }
   OneReply(const OneReply&) = delete;
   OneReply& operator=(const OneReply&) = delete;
