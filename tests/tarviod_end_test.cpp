@@ -149,9 +149,11 @@ class LateClients {
 
 class TarviodEndWithLateClients : public testing::Test {
  protected:
-  TarviodEndWithLateClients() {
+  // Runs before the manager starts, which lists the applications once.
+  static std::vector<std::string> install(const std::vector<std::string>& late) {
     install_application("clock");
-    for (const std::string& name : late_) install_application(name);
+    for (const std::string& name : late) install_application(name);
+    return late;
   }
   void begin_the_end() {
     ASSERT_TRUE(manager_.answers());
@@ -161,7 +163,7 @@ class TarviodEndWithLateClients : public testing::Test {
     ASSERT_TRUE(eventually([] { return was_stopped("clock"); }));
   }
 
-  const std::vector<std::string> late_ = {"late1", "late2"};
+  const std::vector<std::string> late_ = install({"late1", "late2"});
   Tarviod manager_;
 };
 
