@@ -16,7 +16,8 @@ tarvio_test(
   tarviod_end_test.cpp
   support/applications.cpp
   support/sockets.cpp
-  support/tarviod.cpp)
+  support/tarviod.cpp
+  THREADED)
 target_compile_definitions(
   tarviod_test PRIVATE TARVIOD="$<TARGET_FILE:tarviod>" TARVIO_VERSION="${PROJECT_VERSION}"
                        ${preloaded})
