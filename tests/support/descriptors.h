@@ -15,7 +15,7 @@ inline Descriptors open_descriptors() {
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     const std::string target = std::filesystem::read_symlink(entry.path());
     // The listing itself holds a descriptor of this folder.
-    if (!target.starts_with("/proc/")) found[std::stoi(entry.path().filename())] = target;
+    if (!target.ends_with("/fd")) found[std::stoi(entry.path().filename())] = target;
   }
   return found;
 }
