@@ -151,6 +151,7 @@ TEST_F(Process, EndsWithStatus22ForAnEmptyCommand) {
 
 TEST_F(Process, EndsWithTheErrorOfAProgramThatCannotBeExecuted) {
   write_file(folder_ / "plain", "#!/bin/sh\n");
+  ::setenv("PATH", folder_.path().c_str(), 1);  // one without folders closed to the user
   EXPECT_EQ(exit_status_of_command(folder_ / "missing"), ENOENT);
   EXPECT_EQ(exit_status_of_command("no-such-program-on-path"), ENOENT);
   EXPECT_EQ(exit_status_of_command(folder_ / "plain"), EACCES);
