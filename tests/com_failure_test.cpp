@@ -220,6 +220,15 @@ TEST_F(ComFailure, ShortListGoesOutInOneWrite) {
   EXPECT_EQ(sends, 1);
 }
 
+TEST_F(ComFailure, SignalDuringAWriteOnlyDelaysTheReply) {
+  int calls = 0;
+  Hook hook("send", [&](int fd, const void* bytes, size_t size, int flags) -> ssize_t {
+    errno = EINTR;
+    return ++calls < 3 ? -1 : send(fd, bytes, size, flags);
+  });
+  EXPECT_EQ(serve("stop_all\n"), "0\n");
+}
+
 TEST_F(ComFailure, ClientThatIsGoneRaisesNoSignal) {
   signal(SIGPIPE, SIG_DFL);
   set_large_statuses(100, 200);

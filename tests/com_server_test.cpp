@@ -95,6 +95,7 @@ TEST_F(ComServer, WithoutASocketGivesItsValueAndKeepsNothing) {
       });
   EXPECT_EQ(tq_setup_com_server(path_.c_str(), echo), -7);
   EXPECT_EQ(errno, ENFILE);
+  EXPECT_FALSE(fs::exists(path_));  // the path is cleared first
   EXPECT_EQ(live.count(), 0);
   EXPECT_THAT(logged(), ElementsAre("debug: Setting up com server " + path_));
 }
