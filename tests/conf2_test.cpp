@@ -68,50 +68,69 @@ struct Line {
   Pairs pairs;
 };
 
-class GeneralLine : public GeneralFile, public testing::WithParamInterface<Line> {};
+class GeneralLine : public GeneralFile {
+ protected:
+  void check(const std::vector<Line>& rows) {
+    for (const Line& row : rows) {
+      EXPECT_EQ(pairs(row.line), row.pairs) << row.line;
+      // With something around it.
+      Pairs expected = row.pairs;
+      expected.insert(expected.begin(), {"first", "1"});
+      expected.emplace_back("last", "2");
+      EXPECT_EQ(pairs("first: 1\n" + row.line + "\nlast: 2\n"), expected) << row.line;
+    }
+  }
+};
 
-TEST_P(GeneralLine, GivesItsPair) {
-  Pairs expected = GetParam().pairs;
-  EXPECT_EQ(pairs(GetParam().line), expected);
-  // With something around it.
-  expected.insert(expected.begin(), {"first", "1"});
-  expected.emplace_back("last", "2");
-  EXPECT_EQ(pairs("first: 1\n" + GetParam().line + "\nlast: 2\n"), expected);
+TEST_F(GeneralLine, GivesTheLastWordOnEachSideOfTheColon) {
+  check({{"old name: value", {{"name", "value"}}},
+         {"a b\tc  d \t: e", {{"d", "e"}}},
+         {"a: one two three", {{"a", "three"}}},
+         {"a: one\ttwo \t ", {{"a", "two"}}},
+         {" \ta \t:\t b\t", {{"a", "b"}}},
+         {"a:b", {{"a", "b"}}}});
 }
 
-INSTANTIATE_TEST_SUITE_P(LastWords, GeneralLine,
-                         testing::Values(Line{"old name: value", {{"name", "value"}}},
-                                         Line{"a b\tc  d \t: e", {{"d", "e"}}},
-                                         Line{"a: one two three", {{"a", "three"}}},
-                                         Line{"a: one\ttwo \t ", {{"a", "two"}}},
-                                         Line{" \ta \t:\t b\t", {{"a", "b"}}},
-                                         Line{"a:b", {{"a", "b"}}}));
+TEST_F(GeneralLine, IsSplitAtTheFirstColon) {
+  check({{"a: b:c", {{"a", "b:c"}}}, {"a: b :c d:e", {{"a", "d:e"}}}, {"a::", {{"a", ":"}}}});
+}
 
-INSTANTIATE_TEST_SUITE_P(Colons, GeneralLine,
-                         testing::Values(Line{"a: b:c", {{"a", "b:c"}}},
-                                         Line{"a: b :c d:e", {{"a", "d:e"}}},
-                                         Line{"a::", {{"a", ":"}}}, Line{":b", {{"", "b"}}},
-                                         Line{" \t: b", {{"", "b"}}}, Line{"a:", {{"a", ""}}},
-                                         Line{"a: \t ", {{"a", ""}}}, Line{":", {{"", ""}}}));
+TEST_F(GeneralLine, MayHaveAnEmptyKeyOrValue) {
+  check({{":b", {{"", "b"}}},
+         {" \t: b", {{"", "b"}}},
+         {"a:", {{"a", ""}}},
+         {"a: \t ", {{"a", ""}}},
+         {":", {{"", ""}}}});
+}
 
-INSTANTIATE_TEST_SUITE_P(Comments, GeneralLine,
-                         testing::Values(Line{"a: b#c", {{"a", "b"}}}, Line{"a: b;c", {{"a", "b"}}},
-                                         Line{"a: b ; c # d", {{"a", "b"}}},
-                                         Line{"a: b # c ; d", {{"a", "b"}}},
-                                         Line{"a: #b", {{"a", ""}}}, Line{"# a: b", {}},
-                                         Line{"; a: b", {}}, Line{" \t # a: b", {}},
-                                         Line{"#", {}}));
+TEST_F(GeneralLine, EndsAtANumberSignOrASemicolon) {
+  check({{"a: b#c", {{"a", "b"}}},
+         {"a: b;c", {{"a", "b"}}},
+         {"a: b ; c # d", {{"a", "b"}}},
+         {"a: b # c ; d", {{"a", "b"}}},
+         {"a: #b", {{"a", ""}}}});
+}
 
-INSTANTIATE_TEST_SUITE_P(Empty, GeneralLine,
-                         testing::Values(Line{"", {}}, Line{" ", {}}, Line{"\t \t", {}}));
+TEST_F(GeneralLine, IsSkippedWhenItHoldsNothing) {
+  check({{"", {}},
+         {" ", {}},
+         {"\t \t", {}},
+         {"# a: b", {}},
+         {"; a: b", {}},
+         {" \t # a: b", {}},
+         {"#", {}}});
+}
 
-INSTANTIATE_TEST_SUITE_P(Bytes, GeneralLine,
-                         testing::Values(Line{"a: \xff", {{"a", "\xff"}}},
-                                         Line{"\xff\xff: b", {{"\xff\xff", "b"}}},
-                                         Line{"a: 100%s", {{"a", "100%s"}}},
-                                         Line{"a: \v\f", {{"a", "\v\f"}}},
-                                         Line{std::string("a: b\0c # d", 10), {{"a", "b"}}},
-                                         Line{std::string("\0 no colon", 10), {}}));
+TEST_F(GeneralLine, TakesEveryOtherByteAsItIs) {
+  check({{"a: \xff", {{"a", "\xff"}}},
+         {"\xff\xff: b", {{"\xff\xff", "b"}}},
+         {"a: 100%s", {{"a", "100%s"}}},
+         {"a: \v\f", {{"a", "\v\f"}}}});
+}
+
+TEST_F(GeneralLine, IsCutAtAZeroByte) {
+  check({{std::string("a: b\0c # d", 10), {{"a", "b"}}}, {std::string("\0 no colon", 10), {}}});
+}
 
 TEST_F(GeneralFile, TakesEveryPrintableByteInAValue) {
   std::string value;

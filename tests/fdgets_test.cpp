@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <initializer_list>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -26,6 +27,12 @@ using testing::ElementsAre;
 // What a line comes from. On a socket, bytes can arrive in pieces, and a call can give less than a
 // look ahead showed.
 enum class Kind { kFile, kPipe, kSocket, kSocketInPieces, kSocketWithShortReads };
+
+void PrintTo(Kind kind, std::ostream* stream) {
+  static constexpr const char* kNames[] = {"File", "Pipe", "Socket", "SocketInPieces",
+                                           "SocketWithShortReads"};
+  *stream << kNames[static_cast<size_t>(kind)];
+}
 
 constexpr size_t kMostBytesOfASource = 60000;  // all fit into a pipe
 
@@ -218,22 +225,7 @@ TEST_P(Fdgets, SetsTheLastByteOfTheBufferAtTheEndToo) {
 
 INSTANTIATE_TEST_SUITE_P(Text, Fdgets,
                          testing::Values(Kind::kFile, Kind::kPipe, Kind::kSocket,
-                                         Kind::kSocketInPieces, Kind::kSocketWithShortReads),
-                         [](const auto& tested) -> std::string {
-                           switch (tested.param) {
-                             case Kind::kFile:
-                               return "File";
-                             case Kind::kPipe:
-                               return "Pipe";
-                             case Kind::kSocket:
-                               return "Socket";
-                             case Kind::kSocketInPieces:
-                               return "SocketInPieces";
-                             case Kind::kSocketWithShortReads:
-                               return "SocketWithShortReads";
-                           }
-                           return "Unknown";
-                         });
+                                         Kind::kSocketInPieces, Kind::kSocketWithShortReads));
 
 struct Calls {
   int recv = 0;

@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <functional>
 #include <iterator>
+#include <ostream>
 #include <random>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -57,6 +57,8 @@ struct Relink {
   const char* name;
   std::function<void(Nodes&, const Discard&)> change;
 };
+
+void PrintTo(const Relink& relink, std::ostream* stream) { *stream << relink.name; }
 
 tq_list_node* take(Nodes& nodes, size_t at) {
   tq_list_node* taken = nodes[at];
@@ -195,8 +197,7 @@ TEST_P(ListRelink, IsSeenByARemoveAndTheAddBehindIt) {
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(List, ListRelink, testing::ValuesIn(kRelinks),
-                         [](const auto& tested) { return std::string(tested.param.name); });
+INSTANTIATE_TEST_SUITE_P(List, ListRelink, testing::ValuesIn(kRelinks));
 
 // The same count before and after, and the old node is still a last one.
 TEST(ListNodes, MayBeExchangedInAListOfOne) {

@@ -7,9 +7,9 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <ostream>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "support/got_hook.h"
@@ -49,6 +49,8 @@ struct Level {
   int priority;
 };
 
+void PrintTo(const Level& row, std::ostream* stream) { *stream << row.level; }
+
 class LogLevel : public testing::TestWithParam<Level> {};
 
 TEST_P(LogLevel, HasItsPriority) {
@@ -79,11 +81,7 @@ INSTANTIATE_TEST_SUITE_P(Log, LogLevel,
                                          Level{0, LOG_DEBUG}, Level{1, LOG_INFO},
                                          Level{2, LOG_WARNING}, Level{3, LOG_ERR},
                                          Level{4, LOG_DEBUG}, Level{5, LOG_DEBUG},
-                                         Level{INT_MAX, LOG_DEBUG}),
-                         [](const auto& tested) {
-                           const std::string number = std::to_string(tested.param.level);
-                           return number[0] == '-' ? "Minus" + number.substr(1) : number;
-                         });
+                                         Level{INT_MAX, LOG_DEBUG}));
 
 TEST(Log, PrintsNothingThatIsDropped) {
   const StdoutCapture output;
@@ -190,37 +188,38 @@ TEST(Log, WritesAUnitThatIsNullAsPrintfDoes) {
 }
 
 // The end of such a line, " -  area/unit 7\n", has 16 bytes.
-class LongMessage : public testing::TestWithParam<size_t> {};
+constexpr size_t kLongMessages[] = {1006, 1007, 1008, 1010, 1021,   1022,
+                                    1023, 1024, 1025, 2047, 1 << 20};
 
 void log_with_precision(int level, const std::string& message) {
   tq_log_func(level, "area/unit", 7, "%.*s", static_cast<int>(message.size()), message.c_str());
 }
 
-TEST_P(LongMessage, IsCutWithItsEnd) {
-  const std::string message = std::string(GetParam() - 1, 'x') + "y";
-  for (const auto& [level, log_message] :
-       {std::pair{TQ_LOG_DEBUG, &log_at}, std::pair{TQ_LOG_DEBUG, &log_with_precision},
-        std::pair{TQ_LOG_ERROR, &log_at}, std::pair{TQ_LOG_ERROR, &log_with_precision}}) {
-    const StdoutCapture output;
-    const LogCapture log(TQ_LOG_DEBUG);
-    log_message(level, message);
-    const std::string line = (message + " -  area/unit 7\n").substr(0, kLongestLine);
-    ASSERT_THAT(log.records(), SizeIs(1U));
-    EXPECT_EQ(log.records()[0].text, line);
-    EXPECT_EQ(output.text(), level == TQ_LOG_DEBUG ? line : "");
+TEST(Log, CutsALongMessageWithItsEnd) {
+  for (const size_t length : kLongMessages) {
+    for (const int level : {TQ_LOG_DEBUG, TQ_LOG_ERROR}) {
+      for (const auto& log_message : {&log_at, &log_with_precision}) {
+        const StdoutCapture output;
+        const LogCapture log(TQ_LOG_DEBUG);
+        const std::string message = std::string(length - 1, 'x') + "y";
+        log_message(level, message);
+        const std::string line = (message + " -  area/unit 7\n").substr(0, kLongestLine);
+        ASSERT_THAT(log.records(), SizeIs(1U));
+        EXPECT_EQ(log.records()[0].text, line);
+        EXPECT_EQ(output.text(), level == TQ_LOG_DEBUG ? line : "");
+      }
+    }
   }
 }
 
-TEST_P(LongMessage, IsHarmlessWhenItIsDropped) {
+TEST(Log, DropsALongMessageUnharmed) {
   const LogCapture log;
-  log_at(TQ_LOG_DEBUG, std::string(GetParam(), 'x'));
-  log_with_precision(TQ_LOG_DEBUG, std::string(GetParam(), 'x'));
+  for (const size_t length : kLongMessages) {
+    log_at(TQ_LOG_DEBUG, std::string(length, 'x'));
+    log_with_precision(TQ_LOG_DEBUG, std::string(length, 'x'));
+  }
   EXPECT_THAT(log.records(), IsEmpty());
 }
-
-INSTANTIATE_TEST_SUITE_P(Log, LongMessage,
-                         testing::Values(1006, 1007, 1008, 1010, 1021, 1022, 1023, 1024, 1025, 2047,
-                                         1 << 20));
 
 TEST(Log, CutsANumberAtTheEndOfTheLine) {
   const LogCapture log;

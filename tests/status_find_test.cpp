@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -100,6 +101,8 @@ struct Failure {
   std::string message;
 };
 
+void PrintTo(const Failure& row, std::ostream* stream) { *stream << row.name; }
+
 class FindFailure : public Find, public testing::WithParamInterface<Failure> {};
 
 TEST_P(FindFailure, HasItsCodeAndMessageAndKeepsTheCopiesMadeSoFar) {
@@ -135,8 +138,7 @@ INSTANTIATE_TEST_SUITE_P(
                             "tq_find_by_status2: _Tarvio status manager find by status failed. "},
                     Failure{"ByType", [](tq_list_t** list) { return tq_find_by_type2(5, list); }, 2,
                             10004,
-                            "tq_find_by_type2: _Tarvio status manager find by type failed. "}),
-    [](const auto& tested) { return tested.param.name; });
+                            "tq_find_by_type2: _Tarvio status manager find by type failed. "}));
 
 // A list is there before the first copy is tried, as the failures above show; a record that cannot
 // be copied for want of a detail fails in the same way.

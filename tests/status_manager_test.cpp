@@ -112,32 +112,25 @@ TEST_F(Manager, TellsNamesApartByEveryByte) {
   EXPECT_EQ(tq_list_size(sl), 5);
 }
 
-struct ForceRow {
-  int32_t stored;
-  int32_t force;
-  bool changes;
-};
-
-class ManagerForce : public Manager, public testing::WithParamInterface<ForceRow> {};
-
-TEST_P(ManagerForce, IsNeededToLeaveTheErrorState) {
-  const ForceRow row = GetParam();
-  for (const int32_t state : {0, 1, 2}) {
-    set({"a", row.stored, 0, "old"});
-    const StdoutCapture output;
-    set({"a", state, 3, "new"}, row.force);
-    EXPECT_THAT(statuses(), ElementsAre(row.changes ? Status{"a", state, 3, "new"}
-                                                    : Status{"a", row.stored, 0, "old"}));
-    EXPECT_EQ(output.text(), row.changes ? kUpdating : kErrorKept);
+TEST_F(Manager, LeavesTheErrorStateOnlyByForce) {
+  struct Row {
+    int32_t stored;
+    int32_t force;
+    bool changes;
+  };
+  for (const Row row :
+       {Row{0, 0, true}, Row{0, 1, true}, Row{1, 0, true}, Row{1, 1, true}, Row{2, 0, false},
+        Row{2, 1, true}, Row{2, 2, true}, Row{2, -1, true}, Row{3, 0, true}}) {
+    for (const int32_t state : {0, 1, 2}) {
+      set({"a", row.stored, 0, "old"});
+      const StdoutCapture output;
+      set({"a", state, 3, "new"}, row.force);
+      EXPECT_THAT(statuses(), ElementsAre(row.changes ? Status{"a", state, 3, "new"}
+                                                      : Status{"a", row.stored, 0, "old"}));
+      EXPECT_EQ(output.text(), row.changes ? kUpdating : kErrorKept);
+    }
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(Status, ManagerForce,
-                         testing::Values(ForceRow{0, 0, true}, ForceRow{0, 1, true},
-                                         ForceRow{1, 0, true}, ForceRow{1, 1, true},
-                                         ForceRow{2, 0, false}, ForceRow{2, 1, true},
-                                         ForceRow{2, 2, true}, ForceRow{2, -1, true},
-                                         ForceRow{3, 0, true}));
 
 TEST_F(Manager, SetsApplicationsByForce) {
   const StdoutCapture output;

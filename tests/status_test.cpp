@@ -188,27 +188,22 @@ TEST_F(Chain, LosesItsHead) {
   EXPECT_EQ(tq_delete_tq_status(nullptr), 0);
 }
 
-struct IndexedDeletion {
-  int index;
-  std::vector<std::string> left;
-};
-
-class ChainDelete : public Chain, public testing::WithParamInterface<IndexedDeletion> {};
-
-TEST_P(ChainDelete, RemovesTheRecordAtAnIndex) {
-  EXPECT_EQ(tq_delete_tq_status_index(chain_.address(), GetParam().index), 0);
-  EXPECT_EQ(names(), GetParam().left);
+TEST_F(StatusRecord, IsDeletedAtItsIndex) {
+  struct Deletion {
+    int index;
+    std::vector<Status> left;
+  };
+  const Status a{"a"};
+  const Status b{"b"};
+  const Status c{"c"};
+  const Deletion rows[] = {{INT_MIN, {b, c}}, {-3, {b, c}},   {0, {b, c}},    {1, {a, c}},
+                           {2, {a, b}},       {3, {a, b, c}}, {5, {a, b, c}}, {INT_MAX, {a, b, c}}};
+  for (const Deletion& row : rows) {
+    StatusChain chain({a, b, c});
+    EXPECT_EQ(tq_delete_tq_status_index(chain.address(), row.index), 0);
+    EXPECT_EQ(chain.statuses(), row.left) << row.index;
+  }
 }
-
-using Names = std::vector<std::string>;
-
-INSTANTIATE_TEST_SUITE_P(
-    StatusRecord, ChainDelete,
-    testing::Values(IndexedDeletion{INT_MIN, Names{"b", "c"}}, IndexedDeletion{-3, Names{"b", "c"}},
-                    IndexedDeletion{0, Names{"b", "c"}}, IndexedDeletion{1, Names{"a", "c"}},
-                    IndexedDeletion{2, Names{"a", "b"}}, IndexedDeletion{3, Names{"a", "b", "c"}},
-                    IndexedDeletion{5, Names{"a", "b", "c"}},
-                    IndexedDeletion{INT_MAX, Names{"a", "b", "c"}}));
 
 TEST_F(Chain, ThatIsEmptyHasNothingToDelete) {
   StatusChain empty;

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <functional>
+#include <ostream>
 #include <set>
 #include <string>
 #include <thread>
@@ -85,6 +86,8 @@ struct Operation {
   std::function<void()> run;
 };
 
+void PrintTo(const Operation& operation, std::ostream* stream) { *stream << operation.name; }
+
 class Waiting : public Threads, public testing::WithParamInterface<Operation> {};
 
 thread_local bool adds_status = false;
@@ -139,8 +142,7 @@ INSTANTIATE_TEST_SUITE_P(
                   [] { find_with([](tq_list_t** list) { return tq_find_by_type2(0, list); }); }},
         Operation{"FindByStatus",
                   [] { find_with([](tq_list_t** list) { return tq_find_by_status2(0, list); }); }},
-        Operation{"ShowList", [] { show_list2(sl); }}),
-    [](const auto& tested) { return tested.param.name; });
+        Operation{"ShowList", [] { show_list2(sl); }}));
 
 TEST_F(Threads, ThatSetTheSameNamesMakeNoDuplicates) {
   run_together({[] { set_all("first"); }, [] { set_all("second"); }, [] { find_all(); }});
