@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,9 +25,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using testing::Conditional;
 using testing::HasSubstr;
-using testing::Not;
 using testing::StartsWith;
 
 constexpr int kUsage = 64;
@@ -303,85 +299,6 @@ TEST(Tarviod, RaisesItsLimitOfDescriptors) {
   ASSERT_EQ(::prlimit(manager.pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
   EXPECT_EQ(limit.rlim_cur, 200U);
   EXPECT_EQ(limit.rlim_max, 200U);
-}
-
-// What the manager gives to the system log.
-class SystemLog {
- public:
-  SystemLog() : socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-    sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = "/dev/log"};
-    EXPECT_EQ(::bind(socket_.fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  }
-  ~SystemLog() { ::unlink("/dev/log"); }
-  SystemLog(const SystemLog&) = delete;
-  SystemLog& operator=(const SystemLog&) = delete;
-
-  std::string text() const {
-    std::string text;
-    char message[2048];
-    for (ssize_t count; (count = ::recv(socket_.fd(), message, sizeof message, 0)) > 0;)
-      text.append(message, static_cast<size_t>(count));
-    return text;
-  }
-
- private:
-  Socket socket_;
-};
-
-TEST(Tarviod, PrintsDebugMessagesAtLevel0Only) {
-  for (const char* level : {"0", "1"}) {
-    Tarviod manager({"--log-level", level});
-    ASSERT_TRUE(manager.answers());
-    EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "status_all\n"), "");
-    const bool debug = *level == '0';
-    EXPECT_THAT(manager.output(), Conditional(debug, HasSubstr("receive line status_all -  com/"),
-                                              ready_line("0 applications")));
-  }
-}
-
-TEST(Tarviod, LogsItsStartAtLevel1) {
-  const SystemLog log;
-  Tarviod manager({"-l1"});
-  ASSERT_TRUE(manager.answers());
-  EXPECT_THAT(log.text(),
-              HasSubstr("tarvio: 0 applications installed, answering on " TQ_COM_SOCKET_PATH
-                        " -  tarviod "));
-}
-
-TEST(Tarviod, LogsWarningsButNotItsStartByDefault) {
-  fs::remove("/usr/lib/opkg/info");
-  const SystemLog log;
-  Tarviod manager;
-  ASSERT_TRUE(manager.answers());
-  const std::string text = log.text();
-  EXPECT_THAT(text, HasSubstr("tarvio: cannot list the installed applications: No such file or "
-                              "directory -  tarviod "));
-  EXPECT_THAT(text, Not(HasSubstr("answering on")));
-}
-
-TEST(Tarviod, LogsNothingAtLevel4) {
-  fs::remove("/usr/lib/opkg/info");
-  const SystemLog log;
-  Tarviod manager({"--log-level=4"});
-  ASSERT_TRUE(manager.answers());
-  EXPECT_EQ(log.text(), "");
-}
-
-TEST(Tarviod, SurvivesWhenNobodyReadsItsOutput) {
-  int ends[2];
-  ASSERT_EQ(::pipe(ends), 0);
-  Tarviod manager({"--log-level", "0"}, [&] { ::dup2(ends[1], STDOUT_FILENO); });
-  ::close(ends[1]);
-  std::string output;
-  char bytes[4096];
-  while (output.find("answering on") == std::string::npos) {
-    const ssize_t count = ::read(ends[0], bytes, sizeof bytes);
-    ASSERT_GT(count, 0);
-    output.append(bytes, static_cast<size_t>(count));
-  }
-  ::close(ends[0]);
-  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "22\n\n");
-  EXPECT_EQ(listening_process(), manager.pid());
 }
 
 void close_standard_streams() {

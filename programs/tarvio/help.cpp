@@ -53,7 +53,7 @@ constexpr char kStart[] =
     "usage: tarvio start NAME [OPTION]...\n"
     "\n"
     "Starts an application. One that is started already stays as it is. Started means that its\n"
-    "process was made; how it fares is told by its status and the system log.\n" FIRST_MATCH
+    "process was made, not that the program in it runs well.\n" FIRST_MATCH
     "\n" MANAGER_OPTIONS REQUEST_EXIT_STATUS;
 
 constexpr char kStop[] =

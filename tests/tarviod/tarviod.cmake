@@ -14,6 +14,7 @@ tarvio_test(
   tarviod_daemon_test.cpp
   tarviod_applications_test.cpp
   tarviod_end_test.cpp
+  tarviod_log_test.cpp
   support/applications.cpp
   support/sockets.cpp
   support/tarviod.cpp

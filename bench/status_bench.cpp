@@ -1,0 +1,139 @@
+// One status request over the socket, held against a bare server and client that exchange the same
+// bytes. Both servers are processes of their own.
+
+#include <benchmark/benchmark.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "support/figures.h"
+#include "support/manager.h"
+#include "support/say.h"
+#include "tarvio/tarvio.h"
+
+namespace {
+
+constexpr int kApplications = 20;
+constexpr char kBarePath[] = "/usr/local/share/tarvio/bare";
+constexpr std::string_view kRequest = "status_all\n";
+constexpr int kBacklog = 5;
+
+sockaddr_un address_of(const char* path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+  return address;
+}
+
+std::string read_to_end(int fd) {
+  std::string all;
+  char bytes[4096];
+  for (ssize_t count = 0; (count = read(fd, bytes, sizeof bytes)) > 0;)
+    all.append(bytes, static_cast<size_t>(count));
+  return all;
+}
+
+// Reads the reply into one buffer and returns the number of its bytes.
+size_t request_bare(const sockaddr_un& address) {
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  size_t size = 0;
+  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+      write(fd, kRequest.data(), kRequest.size()) == static_cast<ssize_t>(kRequest.size()) &&
+      shutdown(fd, SHUT_WR) == 0) {
+    char bytes[4096];
+    for (ssize_t count = 0; (count = read(fd, bytes, sizeof bytes)) > 0;)
+      size += static_cast<size_t>(count);
+    benchmark::DoNotOptimize(bytes);
+  }
+  (void)close(fd);
+  return size;
+}
+
+void serve_bare(int listener, const std::string& reply) {
+  while (true) {
+    const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd < 0) _exit(1);
+    char bytes[4096];
+    while (read(fd, bytes, sizeof bytes) > 0) benchmark::DoNotOptimize(bytes);
+    if (write(fd, reply.data(), reply.size()) != static_cast<ssize_t>(reply.size())) _exit(1);
+    (void)close(fd);
+  }
+}
+
+// What the manager sends, so that the bare server sends the same.
+std::string manager_reply() {
+  const int fd = tq_request_com(TQ_COM_SOCKET_PATH, "status_all", 0, nullptr);
+  std::string reply = read_to_end(fd);
+  (void)close(fd);
+  return reply;
+}
+
+class BareServer {
+ public:
+  explicit BareServer(const std::string& reply) {
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address = address_of(kBarePath);
+    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        listen(listener, kBacklog) != 0)
+      tarvio_bench::die("cannot listen");
+    pid_ = fork();
+    if (pid_ < 0) tarvio_bench::die("cannot fork");
+    if (pid_ == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      serve_bare(listener, reply);
+    }
+    (void)close(listener);
+  }
+  BareServer(const BareServer&) = delete;
+  BareServer& operator=(const BareServer&) = delete;
+  ~BareServer() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+
+ private:
+  pid_t pid_;
+};
+
+void status_request(benchmark::State& state) {
+  for (auto _ : state) {
+    tq_list_t* list = tq_list_create();
+    tq_lib_list_all_status(list);
+    if (tq_list_size(list) != kApplications) state.SkipWithError("wrong number of statuses");
+    tq_status_list_free(list);
+  }
+}
+
+void bare_exchange(benchmark::State& state, const char* path, size_t expected) {
+  const sockaddr_un address = address_of(path);
+  for (auto _ : state) {
+    if (request_bare(address) != expected) state.SkipWithError("wrong reply");
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const tarvio_bench::Manager manager(kApplications);
+  const std::string reply = manager_reply();
+  const BareServer bare(reply);
+  benchmark::RegisterBenchmark("status_request", status_request)->UseRealTime();
+  benchmark::RegisterBenchmark("bare_exchange", bare_exchange, kBarePath, reply.size())
+      ->UseRealTime();
+  // Which side of the library the time goes to.
+  benchmark::RegisterBenchmark("bare_client_of_the_manager", bare_exchange, TQ_COM_SOCKET_PATH,
+                               reply.size())
+      ->UseRealTime();
+  return tarvio_bench::run_figures(argc, argv,
+                                   {{.title = "status request, 20 applications",
+                                     .ours = "status_request",
+                                     .floor = "bare_exchange",
+                                     .times = 1.5}});
+}

@@ -1,0 +1,31 @@
+// A figure: what the library takes for something, held against what the same thing takes at least.
+#ifndef TARVIO_BENCH_SUPPORT_FIGURES_H
+#define TARVIO_BENCH_SUPPORT_FIGURES_H
+
+#include <string>
+#include <vector>
+
+namespace tarvio_bench {
+
+// The medians of two benchmarks, by their names, and how much the first may be.
+struct Figure {
+  std::string title;
+  std::string ours;
+  std::string floor;
+  double times = 1;         // the floor
+  double seconds_more = 0;  // than that
+};
+
+// Prints one row of the table that bench/run makes: title, limit, what was measured, and whether it
+// holds. Returns that.
+bool report(const std::string& title, const std::string& limit, const std::string& measured,
+            bool holds);
+
+// Runs all benchmarks of the program, their repetitions in mixed order, so that what else the
+// machine does meets all of them alike, and reports the figures. Returns the program's exit status:
+// 0 when all figures hold, 1 when one does not, 2 for a wrong command line.
+int run_figures(int argc, char** argv, const std::vector<Figure>& figures);
+
+}  // namespace tarvio_bench
+
+#endif

@@ -1,0 +1,20 @@
+// Packages in the information directory of the sandbox.
+#ifndef TARVIO_BENCH_SUPPORT_INSTALLED_H
+#define TARVIO_BENCH_SUPPORT_INSTALLED_H
+
+#include <string>
+
+namespace tarvio_bench {
+
+inline constexpr char kInfoDirectory[] = "/usr/lib/opkg/info";
+
+// "clock-0007"
+std::string package_name(int number);
+
+// Writes what the installation of `count` applications leaves there. Each starts a program that
+// keeps running until its parent ends. Ends the process outside of the sandbox.
+void install_applications(int count);
+
+}  // namespace tarvio_bench
+
+#endif

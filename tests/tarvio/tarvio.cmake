@@ -1,0 +1,29 @@
+# The tests of the client: its parts one by one, and the program.
+
+if(NOT TARGET tarvio-client)
+  return()
+endif()
+
+find_package(nlohmann_json REQUIRED)
+
+tarvio_test(
+  tarvio
+  tarvio_text_test.cpp
+  tarvio_reply_test.cpp
+  tarvio_options_test.cpp
+  tarvio_status_test.cpp
+  tarvio_app_test.cpp
+  tarvio_list_test.cpp
+  tarvio_exchange_test.cpp
+  tarvio_terminal_test.cpp
+  tarvio_completion_test.cpp
+  support/tarvio.cpp
+  support/live_allocations.cpp
+  support/manager.cpp
+  support/sockets.cpp)
+target_link_libraries(tarvio_test PRIVATE tarvio-client-parts nlohmann_json::nlohmann_json)
+target_compile_definitions(
+  tarvio_test
+  PRIVATE TARVIO_CLIENT="$<TARGET_FILE:tarvio-client>" TARVIO_VERSION="${PROJECT_VERSION}"
+          TARVIO_COMPLETION="${PROJECT_SOURCE_DIR}/packaging/bash-completion/tarvio")
+add_dependencies(tarvio_test tarvio-client)

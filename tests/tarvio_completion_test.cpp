@@ -1,0 +1,100 @@
+// Completion of the client's command line in bash.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/files.h"
+#include "support/package_listing.h"
+#include "support/tarvio.h"
+
+namespace tarvio_test {
+namespace {
+
+using Words = std::vector<std::string>;
+
+std::string quoted(const std::string& word) { return "'" + word + "'"; }
+
+// What bash offers for the last of these words.
+Words completions_of(const Words& words) {
+  std::string line;
+  for (const std::string& word : words) line += " " + quoted(word);
+  const TempDir folder;
+  write_file(folder / "script", "set -u; . '" TARVIO_COMPLETION "'; COMP_WORDS=(tarvio" + line +
+                                    "); COMP_CWORD=" + std::to_string(words.size()) +
+                                    "; _tarvio '" TARVIO_CLIENT
+                                    "'; "
+                                    "((${#COMPREPLY[@]})) && printf '%s\\n' \"${COMPREPLY[@]}\"; "
+                                    "complete -p tarvio >&2");
+  const std::string command =
+      "bash " + (folder / "script").string() + " 2>" + (folder / "errors").string();
+  FILE* output = ::popen(command.c_str(), "r");
+  Words offered;
+  std::array<char, 4096> text;
+  while (std::fgets(text.data(), static_cast<int>(text.size()), output) != nullptr) {
+    offered.emplace_back(text.data());
+    offered.back().pop_back();
+  }
+  ::pclose(output);
+  EXPECT_EQ(read_file(folder / "errors"), "complete -F _tarvio tarvio\n");
+  return offered;
+}
+
+using ClientCompletion = WithoutPackages;
+
+TEST_F(ClientCompletion, OffersTheCommands) {
+  EXPECT_EQ(completions_of({""}),
+            (Words{"status", "start", "stop", "start-all", "stop-all", "list"}));
+  EXPECT_EQ(completions_of({"stop"}), (Words{"stop", "stop-all"}));
+  EXPECT_EQ(completions_of({"--json", "l"}), Words{"list"});
+  EXPECT_EQ(completions_of({"--timeout", "5", "l"}), Words{"list"});
+  EXPECT_EQ(completions_of({"--timeout", "=", "5", "l"}), Words{"list"});
+}
+
+TEST_F(ClientCompletion, OffersTheOptionsOfTheCommand) {
+  EXPECT_EQ(completions_of({"--"}), (Words{"--json", "--help", "--timeout", "--version"}));
+  EXPECT_EQ(completions_of({"status", "-"}), (Words{"--json", "--help", "--timeout", "--apps"}));
+  EXPECT_EQ(completions_of({"start", "-"}), (Words{"--json", "--help", "--timeout"}));
+  EXPECT_EQ(completions_of({"list", "-"}),
+            (Words{"--json", "--help", "--category", "--subcategory", "--name"}));
+}
+
+TEST_F(ClientCompletion, OffersWordsForValues) {
+  const Words categories = {"image", "application", "other"};
+  EXPECT_EQ(completions_of({"list", "--category", ""}), categories);
+  EXPECT_EQ(completions_of({"list", "--category", "="}), categories);
+  EXPECT_EQ(completions_of({"list", "--category", "=", "a"}), Words{"application"});
+  EXPECT_EQ(completions_of({"list", "--subcategory", ""}),
+            (Words{"native", "java", "browser", "jsp", "other"}));
+  EXPECT_EQ(completions_of({"list", "--timeout", ""}), Words{});
+}
+
+TEST_F(ClientCompletion, OffersTheApplications) {
+  add_package("clock");
+  add_package("clockwork");
+  add_package("webserver");
+  add_package("rootfs", "Image");
+  for (const char* command : {"start", "stop", "status"}) {
+    EXPECT_EQ(completions_of({command, ""}), (Words{"clock", "clockwork", "webserver"}));
+    EXPECT_EQ(completions_of({command, "--json", "cl"}), (Words{"clock", "clockwork"}));
+    EXPECT_EQ(completions_of({command, "clock", ""}), Words{});
+  }
+  EXPECT_EQ(completions_of({"start-all", ""}), Words{});
+  EXPECT_EQ(completions_of({"list", ""}), Words{});
+}
+
+TEST_F(ClientCompletion, OffersNothingWithoutApplications) {
+  EXPECT_EQ(completions_of({"start", ""}), Words{});
+}
+
+TEST_F(ClientCompletion, QuotesWhatTheShellWouldRun) {
+  add_package("$(reboot)");
+  add_package("a;b*");
+  EXPECT_EQ(completions_of({"start", ""}), (Words{"\\$\\(reboot\\)", "a\\;b\\*"}));
+}
+
+}  // namespace
+}  // namespace tarvio_test
