@@ -1,7 +1,5 @@
 #include "com/reply.h"
 
-#include <string.h>
-
 #include <algorithm>
 #include <charconv>
 
@@ -26,7 +24,7 @@ bool append_block(Reply& reply, const tq_status& record) {
 
 }  // namespace
 
-bool Reply::append(std::string_view text) {
+bool Reply::append_in_pieces(std::string_view text) {
   while (!text.empty() && !failed_) {
     if (size_ == bytes_.size() && !send()) break;
     const size_t count = std::min(text.size(), bytes_.size() - size_);

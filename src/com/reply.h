@@ -2,6 +2,8 @@
 #ifndef TARVIO_SRC_COM_REPLY_H
 #define TARVIO_SRC_COM_REPLY_H
 
+#include <string.h>
+
 #include <array>
 #include <string_view>
 
@@ -16,11 +18,18 @@ class Reply {
   explicit Reply(int fd) : fd_(fd) {}
 
   // False, then and ever after, when the peer is gone or takes nothing.
-  bool append(std::string_view text);
+  bool append(std::string_view text) {
+    if (text.size() > bytes_.size() - size_) return append_in_pieces(text);
+    memcpy(bytes_.data() + size_, text.data(), text.size());
+    size_ += text.size();
+    return !failed_;
+  }
   bool append_number(int number);
   bool send();
 
  private:
+  bool append_in_pieces(std::string_view text);
+
   int fd_;
   bool failed_ = false;
   size_t size_ = 0;
