@@ -129,8 +129,9 @@ tq_status* tq_search_tq_status(tq_status* head, int32_t id) {
 }
 
 tq_status* previous_node(tq_status* head, const tq_status* record) {
+  if (record == nullptr) return nullptr;
   for (tq_status& at : tarvio::Chain<tq_status>{head}) {
-    if (at.next != nullptr && at.next == record) return &at;
+    if (at.next == record) return &at;
   }
   return nullptr;
 }
