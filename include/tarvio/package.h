@@ -99,12 +99,59 @@ int tq_tbx_file_corruption(void);
  * Source: package/tq_tbx_package_binding */
 int tq_tbx_list(uint32_t type, uint32_t subtype, const char *name, tq_package_info **out);
 
-/* Install a package file, list the files of a package, remove a package, check a package file against
- * the free space: not available in this version. Each logs a warning and returns ENOSYS (38).
+/* Installs a package file through opkg.
+ *
+ * path   the package file. Its name must hold ".tbx": opkg gets a copy that lies beside it, with every
+ *        ".tbx" of the path replaced by ".ipk", and that is removed again in every case.
+ * force  not 0: with "--force-depends --force-maintainer --force-reinstall --force-overwrite
+ *        --force-downgrade" instead of the force options from the environment.
+ *
+ * The environment variables OPKG_OPTIONS and OPKG_FORCE_OPTIONS go into opkg's command line as they are.
+ *
+ * Returns 0; -1 for a null path, and when the copy could not be written; the errno value of a file that
+ * cannot be read or of a copy that cannot be made; EINVAL (22), with a warning in the log, for a path
+ * without ".tbx", with a character that means something to the shell, or that begins with "-", "~" or
+ * "#"; ENOMEM (12); what tq_opkg_run_command_with_options returns. opkg's exit status does not count, so
+ * that 0 does not prove that the package is there: tq_list tells.
  * Source: package/tq_tbx_package_binding */
 int tq_tbx_install(const char *path, int force);
+
+/* Lists the files of an installed package, in opkg's order.
+ *
+ * name   whole package name, as plain as a path of tq_tbx_install must be.
+ * files  list to append to: one string per file, without its line end, to be freed with free().
+ *        Untouched when the call fails.
+ *
+ * opkg's first line, a heading, is dropped. Options from the environment and the offline root do not
+ * apply.
+ *
+ * Returns 0; -1 for a null name; EINVAL (22) for a null list or a name that is not plain; ENAMETOOLONG
+ * (36) for a name of more than 4,084 characters, and nothing ran then; ENOMEM (12); what
+ * tq_opkg_run_command returns.
+ * Source: package/tq_tbx_package_binding */
 int tq_tbx_files(const char *name, tq_list_t *files);
+
+/* Removes an installed package through opkg.
+ *
+ * name   whole package name, as plain as a path of tq_tbx_install must be.
+ * force  not 0: with "--force-depends" instead of the force options from the environment.
+ *
+ * Returns 0; -1 for a null name; EINVAL (22) for a name that is not plain; ENOMEM (12); what
+ * tq_opkg_run_command_with_options returns.
+ * Source: package/tq_tbx_package_binding */
 int tq_tbx_remove(const char *name, int force);
+
+/* Compares the unpacked size of a package file with the free space of the first file system that df
+ * lists.
+ *
+ * Unpacks the file's members into the current directory, over files of their names, and removes
+ * "control.tar.gz", "data.tar.gz" and "debian-binary" there in every case: two calls at a time in one
+ * directory disturb each other. All sizes are 32-bit numbers: with 2 to 4 GiB free the package does not
+ * fit, and more wraps around, so that 5 GiB count as 1 GiB.
+ *
+ * Returns 0 when the package fits; -1 when it does not, when it cannot be measured, and for a null path;
+ * what tq_run_command returns when "ar" fails, in a process that ignores SIGCHLD in every case.
+ * Source: package/tq_tbx_package_binding */
 int tq_tbx_check_file_size(const char *path);
 
 /* The calls for everybody: each forwards to its operation of the active binding and returns that

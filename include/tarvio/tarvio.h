@@ -3,6 +3,7 @@
 #define TARVIO_TARVIO_H
 
 #include "tarvio/app.h"
+#include "tarvio/archive.h"
 #include "tarvio/base.h"
 #include "tarvio/client.h"
 #include "tarvio/com.h"
@@ -17,6 +18,7 @@
 #include "tarvio/status.h"
 #include "tarvio/status_manager.h"
 #include "tarvio/table.h"
+#include "tarvio/tbx.h"
 #include "tarvio/text.h"
 
 #endif

@@ -1,9 +1,5 @@
-#include <errno.h>
-
-#include "package/tq_tbx_package_binding/unit.h"
 #include "tarvio/package.h"
 #include "util/handles.h"
-#include "util/log_macros.h"
 
 static_assert(sizeof(tq_package_binding) == 9 * sizeof(void*));
 
@@ -11,17 +7,10 @@ tq_package_binding* tq_tbx_package_binding = nullptr;
 
 namespace {
 
-constexpr const char* kSource = tarvio::kPackageBindingSource;
-
 struct BindingState {
   const char* opkg_dir;  // as the host set it; no operation uses it
 };
 constinit BindingState binding_state = {};
-
-int not_available(const char* operation) {
-  TQ_WARNING("%s: not available in this version", operation);
-  return ENOSYS;
-}
 
 }  // namespace
 
@@ -51,13 +40,3 @@ int tq_tbx_check_file_sign(void) { return 0; }
 int tq_tbx_check_dependency(void) { return 0; }
 
 int tq_tbx_file_corruption(void) { return 0; }
-
-int tq_tbx_install(const char* /*path*/, int /*force*/) { return not_available("tq_tbx_install"); }
-
-int tq_tbx_files(const char* /*name*/, tq_list_t* /*files*/) {
-  return not_available("tq_tbx_files");
-}
-
-int tq_tbx_remove(const char* /*name*/, int /*force*/) { return not_available("tq_tbx_remove"); }
-
-int tq_tbx_check_file_size(const char* /*path*/) { return not_available("tq_tbx_check_file_size"); }

@@ -1,0 +1,119 @@
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <optional>
+
+#include "package/tq_tbx_package_binding/unit.h"
+#include "tarvio/file.h"
+#include "tarvio/package.h"
+#include "tarvio/tbx.h"
+#include "tarvio/text.h"
+#include "util/handles.h"
+#include "util/log_macros.h"
+
+namespace {
+
+constexpr const char* kSource = tarvio::kPackageBindingSource;
+constexpr char kCheckSize[] = "tq_tbx_check_file_size";
+constexpr std::array<const char*, 3> kMembers = {"control.tar.gz", "data.tar.gz", "debian-binary"};
+constexpr size_t kPieceSize = 4096;
+constexpr size_t kSizeField = 2;       // of a line of a verbose tar listing
+constexpr size_t kAvailableField = 3;  // of a line of df, in blocks of 1024 bytes
+constexpr uint32_t kBlockBytes = 1024;
+
+// All sizes are 32-bit numbers that wrap around, and a text is read as a 32-bit host reads it: the
+// results are those of the device, on purpose.
+using Bytes = int32_t;
+
+Bytes add(Bytes a, Bytes b) {
+  return static_cast<Bytes>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
+
+Bytes decimal(const char* text) {
+  const long long value = strtoll(text, nullptr, 10);
+  return static_cast<Bytes>(std::clamp<long long>(value, std::numeric_limits<Bytes>::min(),
+                                                  std::numeric_limits<Bytes>::max()));
+}
+
+// A word of a line as a number; none when the line has too few words, and when memory runs out.
+std::optional<Bytes> number_in(const char* line, size_t field) {
+  const tarvio::Allocated<char*> words(tq_strtok(line, " "));
+  if (words == nullptr) return std::nullopt;
+  const tarvio::CString copy(words.get()[0]);
+  for (size_t at = 0; at <= field; ++at) {
+    if (words.get()[at] == nullptr) return std::nullopt;
+  }
+  return decimal(words.get()[field]);
+}
+
+// The sizes of all members of an archive together.
+std::optional<Bytes> measure(const char* archive) {
+  char command[64];
+  (void)snprintf(command, sizeof command, "%s %s %s", "tar", "ztvf", archive);
+  const tarvio::Stream listing(popen(command, "re"));
+  if (listing == nullptr) return std::nullopt;
+  Bytes sum = 0;
+  char line[kPieceSize];
+  while (fgets(line, sizeof line, listing.get()) != nullptr) {
+    const std::optional<Bytes> size = number_in(line, kSizeField);
+    if (!size) return std::nullopt;
+    sum = add(sum, *size);
+  }
+  return sum;
+}
+
+// None when df cannot be started. Of several file systems the first one counts.
+std::optional<Bytes> free_space() {
+  const tarvio::Stream output(popen("df", "re"));
+  if (output == nullptr) return std::nullopt;
+  char line[kPieceSize];
+  for (int skipped_heading = 0; skipped_heading < 2; ++skipped_heading) {
+    if (fgets(line, sizeof line, output.get()) == nullptr) return 0;
+  }
+  const uint32_t blocks = static_cast<uint32_t>(number_in(line, kAvailableField).value_or(0));
+  return static_cast<Bytes>(blocks * kBlockBytes);
+}
+
+// Of the unpacked members in the current directory.
+int compare_with_free_space() {
+  const std::optional<Bytes> control = measure(kMembers[0]);
+  if (!control || *control < 0) return -1;
+  const std::optional<Bytes> data = measure(kMembers[1]);
+  if (!data || *data < 0) return -1;
+  const std::optional<Bytes> disk = free_space();
+  if (!disk || *disk < 0) return -1;
+
+  const Bytes total = add(*control, *data);
+  TQ_DEBUG("%s: total=[%ld] bytes, control=[%ld] bytes, data=[%ld] bytes, disk=[%ld] bytes ",
+           kCheckSize, static_cast<long>(total), static_cast<long>(*control),
+           static_cast<long>(*data), static_cast<long>(*disk));
+  return total <= *disk ? 0 : -1;
+}
+
+int unpack(const char* path) {
+  char program[] = "ar";
+  char key[] = "x";
+  char* arguments[] = {program, key, const_cast<char*>(path), nullptr};  // only read
+  return tq_run_command(3, arguments);
+}
+
+}  // namespace
+
+int tq_tbx_check_file_size(const char* path) {
+  if (path == nullptr) {
+    TQ_DEBUG("%s: parameter is null ", kCheckSize);
+    return -1;
+  }
+  int result = unpack(path);
+  if (result != 0) {
+    TQ_DEBUG("%s: %s - %d ", kCheckSize, "tbx extract error", result);
+  } else {
+    result = compare_with_free_space();
+  }
+  for (const char* member : kMembers) (void)tq_file_delete(member);
+  return result;
+}

@@ -1,0 +1,44 @@
+#include "util/tool_command.h"
+
+#include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "tarvio/error.h"
+#include "tarvio/log.h"
+#include "tarvio/process.h"
+#include "util/handles.h"
+
+namespace tarvio {
+
+ToolCommand::ToolCommand(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = vsnprintf(text_.data(), text_.size(), format, arguments);
+  va_end(arguments);
+  length_ = length < 0 ? text_.size() : static_cast<size_t>(length);
+}
+
+void ToolCommand::append(std::string_view piece) {
+  if (fits() && length_ + piece.size() < text_.size()) {
+    memcpy(text_.data() + length_, piece.data(), piece.size());
+    text_[length_ + piece.size()] = '\0';
+  }
+  length_ += piece.size();
+}
+
+int run_tool(const char* source, const ToolCommand& command) {
+  if (!command.fits()) {
+    tq_log_func(TQ_LOG_WARNING, source, __LINE__,
+                "command line of %zu characters is too long, at most %zu: %s", command.length(),
+                ToolCommand::kLongest, command.text());
+    return ENAMETOOLONG;
+  }
+  const StringList lines(tq_list_create());
+  if (lines == nullptr) return ENOMEM;
+  const int run = tq_system_command(command.text(), lines.get());
+  return run == 0 ? tq_check_command_result_error(lines.get()) : run;
+}
+
+}  // namespace tarvio

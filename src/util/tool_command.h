@@ -1,0 +1,38 @@
+// What the wrappers of the archive and flash tools have in common: a command line that must fit,
+// run under the shell, and judged by what it prints.
+#ifndef TARVIO_SRC_UTIL_TOOL_COMMAND_H
+#define TARVIO_SRC_UTIL_TOOL_COMMAND_H
+
+#include <stddef.h>
+
+#include <array>
+#include <string_view>
+
+namespace tarvio {
+
+class ToolCommand {
+ public:
+  static constexpr size_t kLongest = 255;  // characters
+
+  [[gnu::format(printf, 2, 3)]] explicit ToolCommand(const char* format, ...);
+
+  void append(std::string_view piece);
+
+  [[nodiscard]] const char* text() const { return text_.data(); }
+  [[nodiscard]] bool fits() const { return length_ < text_.size(); }
+  // Of the whole line, also when it does not fit.
+  [[nodiscard]] size_t length() const { return length_; }
+
+ private:
+  std::array<char, kLongest + 1> text_;
+  size_t length_;
+};
+
+// Runs the command and returns 0 or the code of the first line of its output that holds a system
+// error; the result of tq_system_command when that failed; ENOMEM. A command line that does not fit
+// is logged under the given unit, and ENAMETOOLONG returned, with nothing run.
+int run_tool(const char* source, const ToolCommand& command);
+
+}  // namespace tarvio
+
+#endif

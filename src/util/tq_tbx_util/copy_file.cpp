@@ -1,0 +1,62 @@
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/sendfile.h>
+
+#include "tarvio/tbx.h"
+#include "util/handles.h"
+#include "util/log_macros.h"
+#include "util/tq_tbx_util/unit.h"
+
+namespace {
+
+constexpr const char* kSource = tarvio::kTbxUtilSource;
+constexpr char kCopyFile[] = "tq_copy_file";
+constexpr size_t kPieceSize = 1024;
+constexpr size_t kKernelPiece = 1 << 20;
+
+// errno tells why when there is none.
+tarvio::File open_file(const char* path, const char* mode) {
+  tarvio::File file(fopen(path, mode));
+  if (file == nullptr) {
+    const tarvio::ErrnoKeeper keeper;
+    TQ_DEBUG("%s: [%s] open error - errno=%d, %s ", kCopyFile, path, errno, strerror(errno));
+  }
+  return file;
+}
+
+// Lets the kernel copy what it can. Whatever is left, for whatever reason, is for the loop behind
+// it, which alone tells success from failure.
+void copy_in_kernel(FILE* source, FILE* destination) {
+  while (true) {
+    const ssize_t copied = sendfile(fileno(destination), fileno(source), nullptr, kKernelPiece);
+    if (copied > 0 || (copied < 0 && errno == EINTR)) continue;
+    // The loop must see at once that a device is full, however little is left to write.
+    if (copied < 0 && errno == ENOSPC) (void)setvbuf(destination, nullptr, _IONBF, 0);
+    return;
+  }
+}
+
+}  // namespace
+
+int tq_copy_file(const char* src, const char* dst) {
+  if (src == nullptr || dst == nullptr) return EINVAL;
+  const tarvio::File source = open_file(src, "rbe");
+  if (source == nullptr) return errno;
+  const tarvio::File destination = open_file(dst, "wbe");
+  if (destination == nullptr) return errno;
+
+  copy_in_kernel(source.get(), destination.get());
+  char piece[kPieceSize];
+  // A read error ends the copy as the end of the file does, and what only the closing would tell is
+  // not asked for, both on purpose.
+  while (const size_t read = fread_unlocked(piece, 1, sizeof piece, source.get())) {
+    const size_t written = fwrite_unlocked(piece, 1, read, destination.get());
+    if (written != read) {
+      TQ_DEBUG("%s: [%s] write error - R/W=%d/%d ", kCopyFile, dst, static_cast<int>(read),
+               static_cast<int>(written));
+      return -1;
+    }
+  }
+  return 0;
+}

@@ -1,0 +1,61 @@
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tarvio/tbx.h"
+#include "util/log_macros.h"
+#include "util/tq_tbx_util/unit.h"
+
+namespace {
+
+constexpr const char* kSource = tarvio::kTbxUtilSource;
+constexpr char kRunCommand[] = "tq_run_command";
+
+// Everything of this unit is logged at the lowest level, errors too, on purpose.
+
+[[noreturn]] void become_program(char* const* argv) {
+  (void)setenv("LC_ALL", "C", 1);
+  execvp(argv[0], argv);
+  TQ_DEBUG("%s: execvp error - errno=%d, %s ", kRunCommand, errno, strerror(errno));
+  // Not exit: the host's own handlers and buffers are not the child's to end.
+  (void)fflush(stdout);
+  _exit(1);
+}
+
+int decode(int status) {
+  if (WIFEXITED(status)) {
+    TQ_DEBUG("%s: exit, status=%d ", kRunCommand, WEXITSTATUS(status));
+    return WEXITSTATUS(status);
+  }
+  if (WIFSIGNALED(status)) {
+    TQ_DEBUG("%s: signal, sig=%d ", kRunCommand, WTERMSIG(status));
+    return WTERMSIG(status);
+  }
+  TQ_DEBUG("%s: abnormal exit ", kRunCommand);
+  return status;
+}
+
+}  // namespace
+
+int tq_run_command(int /*argc*/, char* const* argv) {
+  if (argv == nullptr || argv[0] == nullptr) return EINVAL;
+  (void)fflush(stdout);  // or the child would have a copy of what waits in it
+  const pid_t child = fork();
+  if (child == 0) become_program(argv);
+  if (child < 0) {
+    const int error = errno;
+    TQ_DEBUG("%s: fork error - errno=%d, %s ", kRunCommand, error, strerror(error));
+    return error;
+  }
+
+  int status = 0;
+  const int wait_error = waitpid(child, &status, 0) < 0 ? errno : 0;
+  TQ_DEBUG("%s: child(PID=%d) finished! ", kRunCommand, child);
+  if (wait_error != 0) return wait_error;
+  const int result = decode(status);
+  if (status != 0) TQ_DEBUG("%s: run command error - status=%d ", kRunCommand, result);
+  return result;
+}
