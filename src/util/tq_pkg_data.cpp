@@ -90,7 +90,8 @@ tq_pkg_data* tq_pkg_data_open(const char* command) {
   const tarvio::Stream output(popen(command, "re"));
   if (output == nullptr) return nullptr;
 
-  if (!is_accepted(read_line(output.get()).get())) {
+  const tarvio::CString header = read_line(output.get());
+  if (!is_accepted(header.get())) {
     // Without line ends, on purpose.
     while (const tarvio::CString line = read_line(output.get())) (void)printf("%s", line.get());
     return nullptr;
