@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 build_packages=(cmake g++ make)
-client_packages=(libcli11-dev nlohmann-json3-dev)
+client_packages=(nlohmann-json3-dev)
 test_packages=(libgtest-dev libgmock-dev binutils)
 bench_packages=(libbenchmark-dev)
 

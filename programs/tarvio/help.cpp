@@ -2,8 +2,6 @@
 
 namespace client {
 
-namespace {
-
 // What several texts share. Adjacent literals, so that each text is one constant.
 #define JSON_OPTION "      --json             print JSON for scripts instead of text for people\n"
 #define HELP_OPTION "  -h, --help             print this help\n"
@@ -19,7 +17,7 @@ namespace {
   "\n"                      \
   "exit status: 0 done, 1 failed, 3 no manager, 5 no answer in time, 64 wrong command line\n"
 
-constexpr char kGeneral[] =
+const char kGeneralHelp[] =
     "usage: tarvio COMMAND [OPTION]...\n"
     "\n"
     "Shows and changes what the resident manager tarviod knows of this device's applications,\n"
@@ -37,7 +35,7 @@ constexpr char kGeneral[] =
     "'tarvio COMMAND --help' tells more. Options may stand before or after the "
     "command.\n" REQUEST_EXIT_STATUS "(status NAME: the state of the application, see there)\n";
 
-constexpr char kStatus[] =
+const char kStatusHelp[] =
     "usage: tarvio status [NAME] [OPTION]...\n"
     "\n"
     "Prints the status of everything that the manager watches, or of the application NAME (its\n"
@@ -49,34 +47,34 @@ constexpr char kStatus[] =
     "exit status: 0 done, 1 failed, 3 no manager, 5 no answer in time, 64 wrong command line;\n"
     "with NAME the state decides: 0 normal, 1 warning, 2 error, 4 no such status\n";
 
-constexpr char kStart[] =
+const char kStartHelp[] =
     "usage: tarvio start NAME [OPTION]...\n"
     "\n"
     "Starts an application. One that is started already stays as it is. Started means that its\n"
     "process was made, not that the program in it runs well.\n" FIRST_MATCH
     "\n" MANAGER_OPTIONS REQUEST_EXIT_STATUS;
 
-constexpr char kStop[] =
+const char kStopHelp[] =
     "usage: tarvio stop NAME [OPTION]...\n"
     "\n"
     "Stops an application. One that is stopped already stays as it is.\n" FIRST_MATCH
     "\n" MANAGER_OPTIONS REQUEST_EXIT_STATUS;
 
-constexpr char kStartAll[] =
+const char kStartAllHelp[] =
     "usage: tarvio start-all [OPTION]...\n"
     "\n"
     "Starts all applications one after the other. The manager tries each again until it has\n"
     "started, and answers nobody meanwhile.\n"
     "\n" MANAGER_OPTIONS REQUEST_EXIT_STATUS;
 
-constexpr char kStopAll[] =
+const char kStopAllHelp[] =
     "usage: tarvio stop-all [OPTION]...\n"
     "\n"
     "Stops all applications one after the other, which takes a second or more for each. The\n"
     "manager answers nobody meanwhile.\n"
     "\n" MANAGER_OPTIONS REQUEST_EXIT_STATUS;
 
-constexpr char kList[] =
+const char kListHelp[] =
     "usage: tarvio list [OPTION]...\n"
     "\n"
     "Lists the installed packages. Needs no manager.\n"
@@ -87,27 +85,5 @@ constexpr char kList[] =
     "      --name N           only the package with this name\n" JSON_OPTION HELP_OPTION
     "\n"
     "exit status: 0 done, 1 failed, 64 wrong command line\n";
-
-}  // namespace
-
-const char* help_of(Command command) {
-  switch (command) {
-    case Command::kStatus:
-      return kStatus;
-    case Command::kStart:
-      return kStart;
-    case Command::kStop:
-      return kStop;
-    case Command::kStartAll:
-      return kStartAll;
-    case Command::kStopAll:
-      return kStopAll;
-    case Command::kList:
-      return kList;
-    case Command::kNone:
-      break;
-  }
-  return kGeneral;
-}
 
 }  // namespace client

@@ -1,13 +1,16 @@
-// Help texts.
+// Help texts: of the whole program, and of each command.
 #ifndef TARVIO_CLIENT_HELP_H
 #define TARVIO_CLIENT_HELP_H
 
-#include "options.h"
-
 namespace client {
 
-// The help of a command; of the whole program for Command::kNone.
-const char* help_of(Command command);
+extern const char kGeneralHelp[];
+extern const char kStatusHelp[];
+extern const char kStartHelp[];
+extern const char kStopHelp[];
+extern const char kStartAllHelp[];
+extern const char kStopAllHelp[];
+extern const char kListHelp[];
 
 }  // namespace client
 

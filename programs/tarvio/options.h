@@ -6,11 +6,10 @@
 #include <optional>
 #include <string>
 
+#include "commands.h"
 #include "tarvio/package.h"
 
 namespace client {
-
-enum class Command { kNone, kStatus, kStart, kStop, kStartAll, kStopAll, kList };
 
 struct Options {
   Command command = Command::kNone;

@@ -27,3 +27,11 @@ target_compile_definitions(
   PRIVATE TARVIO_CLIENT="$<TARGET_FILE:tarvio-client>" TARVIO_VERSION="${PROJECT_VERSION}"
           TARVIO_COMPLETION="${PROJECT_SOURCE_DIR}/packaging/bash-completion/tarvio")
 add_dependencies(tarvio_test tarvio-client)
+
+if(NOT TARVIO_SANITIZE)
+  add_test(NAME tarvio.has_no_locales
+           COMMAND ${CMAKE_CURRENT_LIST_DIR}/check-locale $<TARGET_FILE:tarvio-client>)
+  add_test(NAME tarvio.needs_only_the_library_and_libc
+           COMMAND ${CMAKE_CURRENT_LIST_DIR}/../library/check needs $<TARGET_FILE:tarvio-client>
+                   libc.so.6 libtarvio.so.1)
+endif()

@@ -1,0 +1,55 @@
+// The commands of tarvio, and what each of them takes.
+#ifndef TARVIO_CLIENT_COMMANDS_H
+#define TARVIO_CLIENT_COMMANDS_H
+
+#include <string_view>
+
+namespace client {
+
+enum class Command { kNone, kStatus, kStart, kStop, kStartAll, kStopAll, kList };
+
+enum class Option : unsigned {
+  kHelp,
+  kVersion,
+  kJson,
+  kTimeout,
+  kApps,
+  kCategory,
+  kSubcategory,
+  kName,
+};
+
+// A set of options.
+class OptionSet {
+ public:
+  template <typename... Options>
+  explicit constexpr OptionSet(Options... options) : bits_((0U | ... | bit_of(options))) {}
+  [[nodiscard]] constexpr bool has(Option option) const { return (bits_ & bit_of(option)) != 0; }
+
+ private:
+  static constexpr unsigned bit_of(Option option) { return 1U << static_cast<unsigned>(option); }
+
+  unsigned bits_;
+};
+
+// How many operands a command takes.
+enum class Operands { kNone, kOptional, kOne };
+
+struct CommandRow {
+  const char* word;
+  Command command;
+  Operands operands;
+  const char* operand;  // what is missing where there is none
+  OptionSet options;    // beside those that every command knows
+  const char* help;
+};
+
+// Null for a word that is no command.
+const CommandRow* find_command(std::string_view word);
+
+// The help of a command; of the whole program for Command::kNone.
+const char* help_of(Command command);
+
+}  // namespace client
+
+#endif
