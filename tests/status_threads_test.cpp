@@ -84,6 +84,7 @@ class Threads : public testing::Test {
 struct Operation {
   std::string name;
   std::function<void()> run;
+  int left = 1;  // records behind it
 };
 
 void PrintTo(const Operation& operation, std::ostream* stream) { *stream << operation.name; }
@@ -121,7 +122,7 @@ TEST_P(Waiting, LastsUntilAStatusIsAdded) {
   ASSERT_TRUE(other.joinable());
   other.join();
   EXPECT_FALSE(done_meanwhile);
-  EXPECT_LE(tq_list_size(sl), 1);
+  EXPECT_EQ(tq_list_size(sl), GetParam().left);
 }
 
 void find_with(const std::function<int(tq_list_t**)>& find) {
@@ -130,13 +131,25 @@ void find_with(const std::function<int(tq_list_t**)>& find) {
   EXPECT_EQ(found.statuses().size(), 1U);
 }
 
+void add_other() {
+  const StatusChain other({{"b"}});
+  EXPECT_EQ(tq_add_status2(other.get()), 0);
+}
+
+void set_up_anew() {
+  tq_list_t* before = sl;
+  tq_setup_status_manager();
+  tq_status_list_free(before);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Status, Waiting,
     testing::Values(
         Operation{"SetNormal", [] { tq_set_application_status_normal("a", "second"); }},
         Operation{"SetError", [] { tq_set_application_status_error("a", "second"); }},
-        Operation{"Remove", [] { tq_remove_status2("a"); }},
-        Operation{"RemoveApplication", [] { tq_remove_application_status("a"); }},
+        Operation{"Add", [] { add_other(); }, 2}, Operation{"SetUp", set_up_anew, 0},
+        Operation{"Remove", [] { tq_remove_status2("a"); }, 0},
+        Operation{"RemoveApplication", [] { tq_remove_application_status("a"); }, 0},
         Operation{"FindAll", [] { find_with(tq_find_all_status2); }},
         Operation{"FindByType",
                   [] { find_with([](tq_list_t** list) { return tq_find_by_type2(0, list); }); }},

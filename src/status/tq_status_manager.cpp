@@ -9,7 +9,10 @@
 #include "tarvio/text.h"
 #include "util/chain.h"
 #include "util/handles.h"
+#include "util/lock.h"
 #include "util/log_macros.h"
+
+using tarvio::Lock;
 
 tq_list_t* sl = nullptr;
 
@@ -20,14 +23,6 @@ constexpr size_t kMessageSize = 1024;
 
 // Guards `sl` and the records on it.
 pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-
-class Lock {
- public:
-  Lock() { pthread_mutex_lock(&mutex); }
-  Lock(const Lock&) = delete;
-  Lock& operator=(const Lock&) = delete;
-  ~Lock() { pthread_mutex_unlock(&mutex); }
-};
 
 enum class Change { kAdded, kUpdated, kErrorKept };
 
@@ -94,7 +89,7 @@ int find(const char* function, int failure, tq_list_t** list, auto search) {
   *list = tq_list_create();
   bool found = *list != nullptr;
   if (found) {
-    const Lock lock;
+    const Lock lock(mutex);
     found = sl == nullptr || search(sl, *list) == 0;
   }
   if (found) return 0;
@@ -114,7 +109,7 @@ void show_record(const char* function, const tq_status& record) {
 }  // namespace
 
 int tq_setup_status_manager(void) {
-  const Lock lock;
+  const Lock lock(mutex);
   sl = tq_list_create();
   return 0;
 }
@@ -126,7 +121,7 @@ int tq_set_status2(const tq_status* status, int32_t force) {
   }
   Change change = Change::kAdded;
   {
-    const Lock lock;
+    const Lock lock(mutex);
     if (sl == nullptr) {
       TQ_WARNING("tq_set_status2: status manager is not set up");
       return 0;
@@ -143,7 +138,7 @@ int tq_add_status2(const tq_status* status) {
   if (status == nullptr) return EINVAL;
   const int code = tq_copy_tq_status(status, &copy);
   if (code != 0) return code;
-  const Lock lock;
+  const Lock lock(mutex);
   const int added = tq_list_add(sl, copy);
   if (added == 0) return 0;
   tq_delete_tq_status(&copy);
@@ -152,7 +147,7 @@ int tq_add_status2(const tq_status* status) {
 
 int tq_remove_status2(const char* name) {
   if (name == nullptr) return 0;
-  const Lock lock;
+  const Lock lock(mutex);
   if (sl == nullptr) return 0;
   int32_t index = 0;
   for (tq_status* record : tarvio::Elements<tq_status>(sl)) {
@@ -195,7 +190,7 @@ int tq_set_application_status_error(const char* name, const char* detail) {
 int tq_remove_application_status(const char* name) { return tq_remove_status2(name); }
 
 void show_list(const tq_status* head) {
-  const Lock lock;
+  const Lock lock(mutex);
   show_head("show_list", head);
   for (const tq_status& record : tarvio::Chain<const tq_status>{head}) {
     show_record("show_list", record);
@@ -203,7 +198,7 @@ void show_list(const tq_status* head) {
 }
 
 void show_list2(const tq_list_t* list) {
-  const Lock lock;
+  const Lock lock(mutex);
   show_head("show_list2", list);
   if (list == nullptr) return;
   for (const tq_status* record : tarvio::Elements<const tq_status>(list)) {

@@ -3,6 +3,7 @@
 
 #include "package/tq_tbx_package_binding/unit.h"
 #include "tarvio/package.h"
+#include "util/lock.h"
 #include "util/log_macros.h"
 
 namespace {
@@ -16,10 +17,8 @@ struct FrontState {
 constinit FrontState front = {PTHREAD_MUTEX_INITIALIZER, nullptr};
 
 const tq_package_binding* active_binding() {
-  pthread_mutex_lock(&front.mutex);
-  const tq_package_binding* binding = front.active;
-  pthread_mutex_unlock(&front.mutex);
-  return binding;
+  const tarvio::Lock lock(front.mutex);
+  return front.active;
 }
 
 // Calls an operation of the active binding.
@@ -37,9 +36,8 @@ int forward(const char* function, int (*tq_package_binding::*operation)(Paramete
 }  // namespace
 
 int tq_setup_package_manager(void) {
-  pthread_mutex_lock(&front.mutex);
+  const tarvio::Lock lock(front.mutex);
   if (front.active == nullptr) front.active = tq_get_tbx_package_binding();
-  pthread_mutex_unlock(&front.mutex);
   return 0;
 }
 
