@@ -139,10 +139,18 @@ TEST_F(Table, MayBeNull) {
   EXPECT_EQ(tq_table_free(nullptr, 1), 0);
 }
 
-TEST_F(Table, NeedsKeys) {
-  EXPECT_EQ(tq_table_put(table_, nullptr, &values_[0]), EINVAL);
+TEST_F(Table, StoresANullKeyAsGivenAndFindsNothingUnderIt) {
+  EXPECT_EQ(tq_table_put(table_, nullptr, &values_[0]), 0);
+  EXPECT_EQ(tq_table_put(table_, a_, &values_[1]), 0);
+  EXPECT_EQ(tq_table_size(table_), 2);
   EXPECT_EQ(tq_table_get(table_, nullptr), nullptr);
+  EXPECT_EQ(tq_table_get(table_, "a"), &values_[1]);
   EXPECT_EQ(tq_table_remove(table_, nullptr), 0);
+}
+
+TEST_F(Table, EndsAWalkOfItsKeysAtANullOne) {
+  tq_table_put(table_, nullptr, &values_[0]);
+  tq_table_put(table_, a_, &values_[1]);
   EXPECT_THAT(keys(), IsEmpty());
 }
 
@@ -152,8 +160,9 @@ TEST(TableFree, FreesKeysAndValuesWithAnyFlag) {
     tq_table* table = tq_table_create();
     tq_table_put(table, ::strdup("a"), std::malloc(8));
     tq_table_put(table, ::strdup("b"), nullptr);
+    tq_table_put(table, nullptr, std::malloc(8));
     EXPECT_EQ(tq_table_free(table, flag), 0);
-    EXPECT_EQ(live.count(), -3);  // two keys and a value, allocated by the test
+    EXPECT_EQ(live.count(), -4);  // two keys and two values, allocated by the test
   }
 }
 

@@ -22,7 +22,7 @@ tq_table* tq_table_create(void) {
 }
 
 int tq_table_put(tq_table* table, char* key, void* value) {
-  if (table == nullptr || key == nullptr) return EINVAL;
+  if (table == nullptr) return EINVAL;
   tarvio::Allocated<tq_table_pair> pair = tarvio::allocate<tq_table_pair>();
   if (pair == nullptr) return 0;  // a pair that cannot be stored is not reported, on purpose
   *pair = {.key = key, .value = value};
@@ -34,7 +34,7 @@ void* tq_table_get(tq_table* table, const char* key) {
   if (table == nullptr || key == nullptr) return nullptr;
   for (void* at = tq_list_first(table->pairs); at != nullptr; at = tq_list_next(table->pairs)) {
     const auto* pair = static_cast<const tq_table_pair*>(at);
-    if (strcmp(pair->key, key) == 0) return pair->value;
+    if (pair->key != nullptr && strcmp(pair->key, key) == 0) return pair->value;
   }
   return nullptr;
 }
