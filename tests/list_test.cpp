@@ -274,6 +274,13 @@ TEST_F(List, TakesOneAllocationForEachElement) {
   EXPECT_EQ(count.count(), 3);
 }
 
+// A walk to the tail for each would take hours.
+TEST_F(List, GrowsToAMillionElements) {
+  for (int n = 0; n < 1000000; ++n) tq_list_add(list_, &numbers_[n % 16]);
+  EXPECT_EQ(tq_list_size(list_), 1000000);
+  EXPECT_EQ(number_of(tq_list_get_last(list_)->element), 999999 % 16);
+}
+
 TEST_F(List, MayBeNull) {
   void* element = &numbers_;
   EXPECT_EQ(tq_list_add(nullptr, &numbers_), EINVAL);
