@@ -122,6 +122,21 @@ TEST(Tarviod, NamesApplicationsThatFindNoBinding) {
   EXPECT_EQ(manager.output(), ready_line("3 applications"));
 }
 
+// The com server would try the one without a binding for ever.
+TEST(Tarviod, StartsNoApplicationsWhenOneFindsNoBinding) {
+  for (const char* name : {"xeyes", "clock"}) install_application(name);
+  Tarviod manager({"--start-all"}, with_module(TARVIOD_NO_BINDING));
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(manager.errors(),
+            "tarviod: no binding takes the application: xeyes\n"
+            "tarviod: not starting the applications: "
+            "one without a binding would be tried for ever\n");
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "0\n\n");
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nxeyes\n"), "22\n\n");
+  manager.send(SIGTERM);
+  EXPECT_EQ(manager.end(), 0);
+}
+
 class Help : public testing::TestWithParam<const char*> {};
 
 TEST_P(Help, IsPrinted) {

@@ -27,9 +27,9 @@ void fill_standard_streams() {
 
 int main(int argc, char** argv) {
   fill_standard_streams();
-  const tarviod::CommandLine line = tarviod::parse_command_line(argc, argv);
+  tarviod::CommandLine line = tarviod::parse_command_line(argc, argv);
   if (!line.options) return line.exit_status;
-  const tarviod::Options& options = *line.options;
+  tarviod::Options& options = *line.options;
 
   // What the library prints shows at once, also in a file or a pipe.
   (void)setvbuf(stdout, nullptr, _IOLBF, 0);

@@ -135,7 +135,7 @@ const char* stop_for_good(int signal_fd) {
 
 }  // namespace
 
-bool set_up(const Options& options) {
+bool set_up(Options& options) {
   raise_descriptor_limit();
   tq_log_init();
   tq_set_log_level(options.log_level);
@@ -143,6 +143,10 @@ bool set_up(const Options& options) {
   (void)tq_setup_package_manager();
   const bool all_bound = tq_setup_app_manager() == 1;
   const int applications = count_applications(all_bound);
+  if (options.start_all && !all_bound) {
+    warn("not starting the applications", "one without a binding would be tried for ever");
+    options.start_all = false;
+  }
   errno = 0;
   if (const int result = tq_setup_com_manager(); result != 0) {
     warn("cannot answer on " TQ_COM_SOCKET_PATH, strerror(result > 0 ? result : errno));

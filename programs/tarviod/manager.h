@@ -8,7 +8,9 @@ namespace tarviod {
 
 // Sets everything up until requests are answered, and says so. False, with the reason on standard
 // error, when that is not possible.
-bool set_up(const Options& options);
+//
+// options  start_all is taken back, with the reason, where such a start would never end.
+bool set_up(Options& options);
 
 // Serves until a signal asks for the end, then stops the applications unless they are to be kept,
 // and removes the socket.

@@ -1,5 +1,6 @@
 // Loaded into tarviod: no binding takes an application whose name begins with an "x".
 #include <dlfcn.h>
+#include <signal.h>
 
 #include "tarvio/app.h"
 
@@ -9,9 +10,10 @@ int takes(tq_app_info* app) { return app->package->name[0] == 'x' ? 0 : 1; }
 
 }  // namespace
 
-int tq_setup_app_manager(void) {
-  const auto real = reinterpret_cast<int (*)()>(dlsym(RTLD_NEXT, "tq_setup_app_manager"));
-  (void)real();
-  linux_app_binding->is_mine = takes;
-  return 0;
+// The set-up of the Linux binding calls it, before that binding is asked.
+extern "C" sighandler_t signal(int number, sighandler_t handler) noexcept {
+  using Function = sighandler_t (*)(int, sighandler_t);
+  static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "signal"));
+  if (linux_app_binding != nullptr) linux_app_binding->is_mine = takes;
+  return real(number, handler);
 }
