@@ -4,6 +4,7 @@
 
 #include "tarvio/app.h"
 #include "tarvio/archive.h"
+#include "tarvio/backup.h"
 #include "tarvio/base.h"
 #include "tarvio/client.h"
 #include "tarvio/com.h"
@@ -12,6 +13,7 @@
 #include "tarvio/file.h"
 #include "tarvio/list.h"
 #include "tarvio/log.h"
+#include "tarvio/nand.h"
 #include "tarvio/opkg.h"
 #include "tarvio/package.h"
 #include "tarvio/process.h"

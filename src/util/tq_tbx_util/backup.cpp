@@ -1,0 +1,179 @@
+#include <errno.h>
+#include <libgen.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "tarvio/archive.h"
+#include "tarvio/backup.h"
+#include "tarvio/file.h"
+#include "tarvio/text.h"
+#include "util/chain.h"
+#include "util/flash_areas.h"
+#include "util/handles.h"
+#include "util/log_macros.h"
+#include "util/tool_command.h"
+#include "util/tq_tbx_util/system_version.h"
+#include "util/tq_tbx_util/unit.h"
+#include "util/work_directory.h"
+
+namespace {
+
+constexpr const char* kSource = tarvio::kTbxUtilSource;
+constexpr char kNoName[] = "SystemImage";
+constexpr char kControl[] = "./control";
+constexpr char kTqControl[] = "./tqcontrol";
+constexpr char kControlArchive[] = "./control.tar.gz";
+
+using tarvio::FlashArea;
+using tarvio::kFlashAreas;
+using tarvio::kHibernationInfo;
+
+// Where the files of the areas go: no package when only the files are wanted.
+struct Destination {
+  const char* package;
+  bool is_packed;
+};
+
+// The last component of the package's path; null when memory runs out.
+tarvio::CString package_name(const char* dest) {
+  char* copy = nullptr;
+  tq_strdup(&copy, dest == nullptr || *dest == '\0' ? kNoName : dest);
+  const tarvio::CString path(copy);
+  if (path == nullptr) return nullptr;
+  char* name = nullptr;
+  tq_strdup(&name, basename(path.get()));
+  return tarvio::CString(name);
+}
+
+// An unknown name means the first area, the boot loader, on purpose.
+size_t area_index(const char* name) {
+  for (size_t at = 0; at < kFlashAreas.size(); ++at) {
+    if (tq_str_equals(name, kFlashAreas[at].name) != 0) return at;
+  }
+  return 0;
+}
+
+// Whether every file can be packed: better to know before the first dump than behind the last.
+bool can_be_packed(const tq_list_t* areas, const char* package) {
+  const auto fits = [package](const char* file) {
+    return tarvio::ToolCommand("ar rv %s %s 2>&1", package, file).fits();
+  };
+  for (const char* name : tarvio::Elements<char>(areas)) {
+    if (!fits(kFlashAreas[area_index(name)].file)) return false;
+  }
+  return fits(kHibernationInfo.file) && fits(kControlArchive);
+}
+
+void append_target(const FlashArea& area) {
+  TQ_DEBUG("append image info to the tqcontrol file %d", area.type);
+  if (area.type == TQ_IMAGE_KERNEL) TQ_DEBUG("create kernel image control file");
+  const tarvio::File file(fopen(kTqControl, "ae"));
+  if (file != nullptr) (void)fputs(area.target_line, file.get());
+}
+
+int save(const FlashArea& area) {
+  if (area.is_jffs2) return tq_backup_jffs2(area.source, area.file);
+  if (area.type == TQ_IMAGE_HIBERNATION) {
+    (void)tq_backup_flash_image(kHibernationInfo.device, kHibernationInfo.file,
+                                kHibernationInfo.start, kHibernationInfo.backup_bytes);
+  }
+  return tq_backup_flash_image(area.source, area.file, 0, static_cast<unsigned>(area.backup_bytes));
+}
+
+int pack(const char* package, const char* file) { return tq_archive_ar(package, 1, &file); }
+
+int pack_hibernation_info(const char* package) {
+  TQ_DEBUG("archive resume info");
+  const int packed = pack(package, kHibernationInfo.file);
+  if (packed != 0) return packed;
+  TQ_DEBUG("unlink - %s", kHibernationInfo.file);
+  (void)tq_file_delete(kHibernationInfo.file);
+  return 0;
+}
+
+int back_up(const FlashArea& area, const Destination& to) {
+  append_target(area);
+  TQ_ERROR("print backup files %s -> %s ", area.source, area.file);
+  TQ_DEBUG("tbx backup %s -> %s  len=0x%x t=%d", area.source, area.file,
+           static_cast<unsigned>(area.backup_bytes), area.type);
+
+  const bool is_hibernation = area.type == TQ_IMAGE_HIBERNATION;
+  int result = save(area);
+  // In the place of the dump's result, on purpose: a failed dump of this area goes unnoticed.
+  if (is_hibernation && to.is_packed) result = pack_hibernation_info(to.package);
+  if (result != 0) {
+    if (is_hibernation) {
+      TQ_ERROR("backup failed failed %s", to.package);
+    } else {
+      TQ_ERROR("backup failed - %s", area.source);
+    }
+    return result;
+  }
+  if (to.is_packed) {
+    TQ_DEBUG("archive area - %s", area.file);
+    const int packed = pack(to.package, area.file);
+    if (packed != 0) {
+      TQ_ERROR("archive failed %s", to.package);
+      return packed;
+    }
+  }
+  TQ_DEBUG("tbx backup done.");
+  return 0;
+}
+
+int back_up_all(const tq_list_t* areas, const Destination& to) {
+  for (const char* name : tarvio::Elements<char>(areas)) {
+    const size_t index = area_index(name);
+    TQ_DEBUG("now handling img's index %d", static_cast<int>(index));
+    const FlashArea& area = kFlashAreas[index];
+    const int result = back_up(area, to);
+    if (result != 0) {
+      TQ_DEBUG("tbx backup done.");
+      TQ_ERROR("backup failed %s->%s", area.source, area.file);
+      return result;
+    }
+  }
+  return 0;
+}
+
+int finish(const Destination& to) {
+  const char* const files[] = {kControl, kTqControl};
+  const int archived = tq_archive_tgz("control.tar.gz", 2, files);
+  if (archived != 0) return archived;
+  for (const char* file : files) (void)tq_file_delete(file);
+  if (!to.is_packed) return 0;
+  const int packed = pack(to.package, kControlArchive);
+  if (packed == 0) (void)tq_file_delete(kControlArchive);
+  return packed;
+}
+
+}  // namespace
+
+int tq_tbx_backup_areas(tq_list_t* areas, const char* workdir, const char* dest, int archive) {
+  if (areas == nullptr || workdir == nullptr || (archive != 0 && dest == nullptr)) return EINVAL;
+  if (archive != 0 && !can_be_packed(areas, dest)) {
+    TQ_WARNING("the name of the image package is too long: %s", dest);
+    return ENAMETOOLONG;
+  }
+  if (dest != nullptr) {
+    TQ_DEBUG("workdir - %s , dest file - %s", workdir, dest);
+  } else {
+    TQ_DEBUG("workdir - %s , archive - %d", workdir, archive);
+  }
+  const tarvio::CString name = package_name(dest);
+  if (name == nullptr) return ENOMEM;
+  TQ_DEBUG("get package name %s", name.get());
+  const tarvio::CString version = tarvio::read_system_version();
+  TQ_DEBUG("get package version %s", version == nullptr ? "" : version.get());
+
+  TQ_DEBUG("change dir %s", workdir);
+  const tarvio::WorkDirectory directory(workdir);
+  if (directory.error() != 0) {
+    TQ_ERROR("can't change directory %s", workdir);
+    return directory.error();
+  }
+  (void)tq_create_image_controls(name.get(), version.get());
+  const Destination to = {.package = dest, .is_packed = archive != 0};
+  const int result = back_up_all(areas, to);
+  return result != 0 ? result : finish(to);
+}

@@ -1,0 +1,82 @@
+#include <errno.h>
+#include <sys/mount.h>
+
+#include "tarvio/archive.h"
+#include "tarvio/backup.h"
+#include "tarvio/nand.h"
+#include "util/log_macros.h"
+#include "util/offline_root.h"
+#include "util/tq_tbx_util/unit.h"
+
+namespace {
+
+constexpr const char* kSource = tarvio::kTbxUtilSource;
+constexpr char kDataArchive[] = "data.tar.gz";
+
+int report_failed_jffs2(const char* device, const char* image_file, int code) {
+  TQ_ERROR("backup jffs2 image error %s->%s", device, image_file);
+  return code;
+}
+
+int report_failed_restore(const char* image_file, const char* device, int code) {
+  TQ_ERROR("tq_restore_flash_image error %s ->%s", image_file, device);
+  return code;
+}
+
+}  // namespace
+
+int tq_backup_jffs2(const char* device, const char* image_file) {
+  if (device == nullptr || image_file == nullptr) return EINVAL;
+  TQ_DEBUG(" backup jffs2 image %s -> %s", device, image_file);
+  TQ_DEBUG("mount dev %s -> %s", device, tarvio::kOfflineRoot);
+  const int mounted = mount(device, tarvio::kOfflineRoot, "jffs2", MS_NOEXEC, nullptr);
+  if (mounted != 0) {
+    TQ_ERROR("mount failed %d", mounted);
+    return report_failed_jffs2(device, image_file, mounted);
+  }
+  const int built = tq_mkfs_jffs2(tarvio::kOfflineRoot, image_file);
+  if (built != 0) {
+    // Twice, and with the device left mounted, on purpose.
+    (void)report_failed_jffs2(device, image_file, built);
+    return report_failed_jffs2(device, image_file, built);
+  }
+  TQ_DEBUG("umount %s", tarvio::kOfflineRoot);
+  (void)umount(tarvio::kOfflineRoot);
+  return 0;
+}
+
+int tq_backup_flash_image(const char* device, const char* image_file, unsigned start,
+                          unsigned length) {
+  if (device == nullptr || image_file == nullptr) return EINVAL;
+  TQ_DEBUG("tq backup flash image %s -> %s", device, image_file);
+  const int result = tq_nanddump(device, image_file, start, length);
+  if (result != 0) TQ_ERROR("backup flash image %s error", device);
+  return result;
+}
+
+int tq_restore_flash_image(const char* image_file, const char* device, int start, int length) {
+  if (image_file == nullptr || device == nullptr) return EINVAL;
+  TQ_DEBUG("tq_restore flash image %s->%s start 0x%x len 0x%x", image_file, device,
+           static_cast<unsigned>(start), static_cast<unsigned>(length));
+  const int erased =
+      start != 0 ? tq_erase_flash(device, start, length) : tq_erase_flash_all(device);
+  if (erased != 0) {
+    TQ_ERROR("erase flash error %d", erased);
+    return report_failed_restore(image_file, device, erased);
+  }
+  const int written = tq_nandwrite(image_file, device, static_cast<unsigned>(start));
+  return written == 0 ? 0 : report_failed_restore(image_file, device, written);
+}
+
+int tq_create_image_data_tgz(const char* source, const char* image_file, int block_size,
+                             int length) {
+  if (source == nullptr || image_file == nullptr) return EINVAL;
+  const bool is_whole_blocks =
+      block_size != 0 && length != 0 && static_cast<long long>(length) % block_size == 0;
+  const int copied = is_whole_blocks
+                         ? tq_dd(source, image_file, block_size,
+                                 static_cast<int>(static_cast<long long>(length) / block_size))
+                         : tq_dd(source, image_file, 0, 0);
+  if (copied != 0) return copied;
+  return tq_archive_tgz(kDataArchive, 1, &image_file);
+}

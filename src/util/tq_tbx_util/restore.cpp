@@ -1,0 +1,95 @@
+#include <errno.h>
+#include <string.h>
+
+#include "tarvio/archive.h"
+#include "tarvio/backup.h"
+#include "tarvio/tbx.h"
+#include "util/chain.h"
+#include "util/flash_areas.h"
+#include "util/handles.h"
+#include "util/log_macros.h"
+#include "util/tq_tbx_util/unit.h"
+#include "util/work_directory.h"
+
+namespace {
+
+constexpr const char* kSource = tarvio::kTbxUtilSource;
+
+using tarvio::FlashArea;
+using tarvio::kFlashAreas;
+using tarvio::kHibernationInfo;
+
+// The first area whose name occurs in the line. A line without any means the boot loader, as in a
+// backup, on purpose.
+const FlashArea& area_of(const char* line) {
+  for (const FlashArea& area : kFlashAreas) {
+    if (strstr(line, area.name) != nullptr) return area;
+  }
+  return kFlashAreas.front();
+}
+
+int extract(const char* package, const char* file) {
+  if (*package == '\0') return 0;
+  const int result = tq_extract_from_ar(package, file);
+  if (result != 0) TQ_DEBUG("cannot extract image file %s from %s", file, package);
+  return result;
+}
+
+int write_image(const char* image_file, const char* device, int length) {
+  const int result = tq_restore_flash_image(image_file, device, 0, length);
+  if (result != 0) TQ_DEBUG("cannot restore image filee %s to %s", image_file, device);
+  return result;
+}
+
+// The message names the area's own file and device, on purpose. Only an information block that is
+// not there fails the area.
+int restore_hibernation_info(const char* package, const char* image_file, const char* device) {
+  const int extracted = extract(package, kHibernationInfo.file);
+  if (extracted != 0) return extracted;
+  if (tq_restore_flash_image(kHibernationInfo.file, kHibernationInfo.device, kHibernationInfo.start,
+                             kHibernationInfo.erased_bytes) != 0) {
+    TQ_DEBUG("cannot restore image filee %s to %s", image_file, device);
+  }
+  return 0;
+}
+
+void restore_line(const char* package, const char* line) {
+  const FlashArea& area = area_of(line);
+  TQ_DEBUG("image type %d", area.type);
+  if (tq_tbx_resotore_image(package, area.file, area.target, area.bytes, area.type) != 0) {
+    TQ_ERROR("restore failed %s -> %s type:%d", package, area.target, area.type);
+  }
+}
+
+}  // namespace
+
+int tq_tbx_resotore_image(const char* package, const char* image_file, const char* device,
+                          int length, int image_type) {
+  if (package == nullptr || image_file == nullptr || device == nullptr) return EINVAL;
+  TQ_DEBUG("tbx restore image %s %s->%s %d ", package, image_file, device, image_type);
+  if (image_type == TQ_IMAGE_HIBERNATION) {
+    const int result = restore_hibernation_info(package, image_file, device);
+    if (result != 0) return result;
+  }
+  (void)extract(package, image_file);  // a file that lies there already is written instead
+  return write_image(image_file, device, length);
+}
+
+int tq_tbx_restore(const char* package, const char* workdir) {
+  if (package == nullptr || workdir == nullptr) return EINVAL;
+  const tarvio::WorkDirectory directory(workdir);
+  if (directory.error() != 0) return directory.error();
+  const tarvio::StringList lines(tq_list_create());
+  if (lines == nullptr) return ENOMEM;
+  int32_t category = TQ_TBX_TYPE_IMAGE;
+  const int detected = tq_tbx_get_package_type(package, &category, lines.get());
+  if (detected != 0) return detected;
+  if (category != TQ_TBX_TYPE_IMAGE) {
+    TQ_INFO("File %s is not image", package);
+    return EINVAL;
+  }
+  TQ_DEBUG("found %d images ", tq_list_size(lines.get()));
+  // An area that fails is told only by the log, so that the others are written all the same.
+  for (const char* line : tarvio::Elements<char>(lines.get())) restore_line(package, line);
+  return 0;
+}
