@@ -24,19 +24,11 @@ ToolCommand dd_command(const char* in_file, const char* out_file, int block_size
   return ToolCommand("dd if=%s of=%s 2>&1", in_file, out_file);
 }
 
-// `what` names the archive kind in the message, which ends in a line feed on purpose.
-int extract(const char* what, const char* tool, const char* archive, const char* member) {
-  if (member == nullptr) {
-    TQ_DEBUG("extract %s %s\n", what, archive);
-    return tarvio::run_tool(kSource, ToolCommand("%s %s 2>&1", tool, archive));
-  }
-  TQ_DEBUG("extract %s %s %s\n", what, archive, member);
-  return tarvio::run_tool(kSource, ToolCommand("%s %s %s 2>&1", tool, archive, member));
-}
-
-int make_archive(const char* tool, const char* archive, int file_count, const char* const* files) {
+// The beginning of the command line ends in a blank.
+int make_archive(const char* beginning, const char* archive, int file_count,
+                 const char* const* files) {
   if (archive == nullptr || (file_count > 0 && files == nullptr)) return EINVAL;
-  ToolCommand command("%s %s ", tool, archive);
+  ToolCommand command("%s%s ", beginning, archive);
   for (int at = 0; at < file_count; ++at) {
     if (files[at] == nullptr) return EINVAL;
     command.append(files[at]);
@@ -56,19 +48,32 @@ int tq_dd(const char* in_file, const char* out_file, int block_size, int block_c
   return result;
 }
 
+// The messages of the extractions end in a line feed on purpose.
+
 int tq_extract_from_tgz(const char* archive, const char* member) {
-  return extract("tgz", "tar xvzf", archive == nullptr ? "(null)" : archive, member);
+  if (archive == nullptr) archive = "(null)";  // not refused, on purpose
+  if (member == nullptr) {
+    TQ_DEBUG("extract tgz %s\n", archive);
+    return tarvio::run_tool(kSource, ToolCommand("tar xvzf %s 2>&1", archive));
+  }
+  TQ_DEBUG("extract tgz %s %s\n", archive, member);
+  return tarvio::run_tool(kSource, ToolCommand("tar xvzf %s %s 2>&1", archive, member));
 }
 
 int tq_extract_from_ar(const char* archive, const char* member) {
   if (archive == nullptr) return EINVAL;
-  return extract("ar", "ar xv", archive, member);
+  if (member == nullptr) {
+    TQ_DEBUG("extract ar %s\n", archive);
+    return tarvio::run_tool(kSource, ToolCommand("ar xv %s 2>&1", archive));
+  }
+  TQ_DEBUG("extract ar %s %s\n", archive, member);
+  return tarvio::run_tool(kSource, ToolCommand("ar xv %s %s 2>&1", archive, member));
 }
 
 int tq_archive_tgz(const char* archive, int file_count, const char* const* files) {
-  return make_archive("tar cvzf", archive, file_count, files);
+  return make_archive("tar cvzf ", archive, file_count, files);
 }
 
 int tq_archive_ar(const char* archive, int file_count, const char* const* files) {
-  return make_archive("ar rv", archive, file_count, files);
+  return make_archive("ar rv ", archive, file_count, files);
 }
