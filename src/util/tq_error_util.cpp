@@ -6,6 +6,7 @@
 #include "tarvio/text.h"
 #include "util/chain.h"
 #include "util/log_macros.h"
+#include "util/system_messages.h"
 #include "util/xsi_strerror.h"
 
 namespace {
@@ -13,7 +14,6 @@ namespace {
 constexpr char kSource[] = "util/tq_error_util";
 constexpr int32_t kHighestSystemCode = 9999;
 constexpr size_t kMessageSize = 256;
-constexpr int kHighestErrno = EHWPOISON;  // of Linux
 
 void write_unknown(int32_t code, char* buffer, size_t length) {
   if (snprintf(buffer, length, "tq_strerror buffer overflow for %d", code) < 0) errno = ERANGE;
@@ -44,12 +44,7 @@ char* tq_get_err_mes(int32_t code) {
 }
 
 int32_t tq_get_contained_err(const char* text) {
-  if (text == nullptr) return 0;
-  for (int error = 0; error <= kHighestErrno; ++error) {
-    const char* message = strerrordesc_np(error);  // untranslated, null for an unassigned number
-    if (message != nullptr && strstr(text, message) != nullptr) return error;
-  }
-  return 0;
+  return text == nullptr ? 0 : tarvio::find_system_message(text);
 }
 
 int32_t tq_check_command_result_error(tq_list_t* lines) {
