@@ -10,10 +10,10 @@
 
 #include "tarvio/base.h"
 
-/* The lines that a command printed. */
+/* The lines that a command printed, each without its line end; null where a copy found no memory. */
 typedef struct tq_pkg_data {
   int32_t count;
-  char **lines; /* each without its line end; null where a copy found no memory, and while count is 0 */
+  char **lines; /* null while count is 0 */
 } tq_pkg_data;
 
 TQ_BEGIN_DECLS
