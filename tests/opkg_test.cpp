@@ -4,9 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <ostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,6 +14,7 @@
 #include "support/got_hook.h"
 #include "support/log_capture.h"
 #include "support/opkg_tool.h"
+#include "support/recorded_opkg.h"
 #include "support/string_list.h"
 #include "support/unit_messages.h"
 #include "tarvio/log.h"
@@ -185,44 +184,16 @@ TEST_F(OpkgCommand, WithoutMemoryReturns12) {
   EXPECT_EQ(n, 5);  // the list, a line, its node; the fourth run had all
 }
 
-struct Recorded {
-  std::string version;
-  std::string name;
-  std::string exit_status;
-  int code = 0;
-};
-
-std::vector<Recorded> recorded_cases() {
-  std::vector<Recorded> cases;
-  std::ifstream table(TARVIO_TEST_DATA "/opkg/cases.tsv");
-  std::string line;
-  std::getline(table, line);  // the names of the columns
-  while (std::getline(table, line)) {
-    Recorded row;
-    std::istringstream(line) >> row.version >> row.name >> row.exit_status >> row.code;
-    cases.push_back(row);
-  }
-  return cases;
-}
-
-std::ostream& operator<<(std::ostream& stream, const Recorded& row) {
-  return stream << row.version << "/" << row.name;
-}
-
-class RecordedOutput : public OpkgCommand, public testing::WithParamInterface<Recorded> {};
+class RecordedOutput : public OpkgCommand, public testing::WithParamInterface<const char*> {};
 
 TEST_P(RecordedOutput, IsJudged) {
-  const Recorded& row = GetParam();
-  const std::string record =
-      read_file(TARVIO_TEST_DATA "/opkg/" + row.version + "/" + row.name + ".txt");
-  const size_t line_end = record.find('\n');
-  ASSERT_TRUE(record.starts_with("$ opkg ") && line_end != std::string::npos);
-  opkg_.prints(record.substr(line_end + 1), row.exit_status);
-  const std::string command = record.substr(2, line_end - 2);
-  EXPECT_EQ(tq_opkg_run_command(command.c_str(), nullptr), row.code);
+  for (const RecordedRun& run : recorded_runs(GetParam())) {
+    opkg_.prints(run.output, std::to_string(run.exit_status));
+    EXPECT_EQ(tq_opkg_run_command("opkg", nullptr), run.code) << run.name;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Opkg, RecordedOutput, testing::ValuesIn(recorded_cases()));
+INSTANTIATE_TEST_SUITE_P(Opkg, RecordedOutput, testing::ValuesIn(kRecordedVersions));
 
 }  // namespace
 }  // namespace tarvio_test

@@ -144,6 +144,7 @@ void make_private_tree(const std::vector<std::string>& keep) {
       {"/usr/lib/opkg", {"info"}},
       {"/usr/local/share/tarvio", {}},
       {"/mnt", {"root"}},
+      {"/opt", {}},
       {"/etc/tarvio", {}},
       {"/var/log", {}},
       {"/run", {"tmp"}},

@@ -27,7 +27,7 @@ function(tarvio_test name)
 
   add_executable(${target} ${sources})
   target_link_libraries(${target} PRIVATE test-support tarvio GTest::gmock_main)
-  target_compile_definitions(${target} PRIVATE TARVIO_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
+  target_compile_definitions(${target} PRIVATE TARVIO_SANDBOX_TOOLS="${PROJECT_SOURCE_DIR}/tests/sandbox")
   tarvio_warnings(${target})
   tarvio_sanitize(${target})
   # The library is what is under test: optimising the tests only makes their build three times as long.
