@@ -13,6 +13,7 @@
 #include "tarvio/file.h"
 #include "tarvio/list.h"
 #include "tarvio/log.h"
+#include "tarvio/log_monitor.h"
 #include "tarvio/nand.h"
 #include "tarvio/opkg.h"
 #include "tarvio/package.h"

@@ -8,7 +8,12 @@
 
 namespace tarvio {
 
-size_t line_length(std::span<const char> bytes) {
+size_t line_length(std::span<const char> bytes, LineEnd line_end) {
+  if (line_end == LineEnd::kLineFeed) {
+    const void* found = memchr(bytes.data(), '\n', bytes.size());
+    if (found == nullptr) return 0;
+    return static_cast<size_t>(static_cast<const char*>(found) - bytes.data()) + 1;
+  }
   const auto at = std::find_if(bytes.begin(), bytes.end(),
                                [](char byte) { return byte == '\n' || byte == '\r'; });
   return at == bytes.end() ? 0 : static_cast<size_t>(at - bytes.begin()) + 1;
@@ -32,7 +37,7 @@ bool LineReader::next(std::span<char> buffer) {
   while (stored < room && (begin_ < end_ || refill())) {
     const auto ahead =
         std::span<const char>(bytes_).subspan(begin_, std::min(end_ - begin_, room - stored));
-    const size_t line = line_length(ahead);
+    const size_t line = line_length(ahead, line_end_);
     const size_t take = line != 0 ? line : ahead.size();
     memcpy(buffer.data() + stored, ahead.data(), take);
     stored += take;

@@ -1,5 +1,6 @@
-// The lines of a descriptor that is read to its end: the same pieces as tq_fdgets gives, but with
-// one system call for many lines, because nothing behind a line has to stay in the descriptor.
+// The lines of a descriptor that is read to its end: the same pieces as tq_fdgets gives, or fgets
+// where a line feed alone ends a line, but with one system call for many lines, because nothing
+// behind a line has to stay in the descriptor.
 #ifndef TARVIO_SRC_UTIL_LINE_READER_H
 #define TARVIO_SRC_UTIL_LINE_READER_H
 
@@ -10,14 +11,19 @@
 
 namespace tarvio {
 
-// Length of the line at the start of some bytes, its line end ("\n" or "\r") included; 0 when the
-// bytes hold no line end.
-size_t line_length(std::span<const char> bytes);
+enum class LineEnd {
+  kEither,    // "\n" or "\r"
+  kLineFeed,  // "\n"
+};
+
+// Length of the line at the start of some bytes, its line end included; 0 when the bytes hold no
+// line end.
+size_t line_length(std::span<const char> bytes, LineEnd line_end = LineEnd::kEither);
 
 class LineReader {
  public:
   // fd stays the caller's.
-  explicit LineReader(int fd) : fd_(fd) {}
+  explicit LineReader(int fd, LineEnd line_end = LineEnd::kEither) : fd_(fd), line_end_(line_end) {}
 
   // Fills the buffer with the next line or piece, ended by a zero. False at the end of data and on
   // an error, which leaves its errno; the end of data leaves errno alone.
@@ -27,6 +33,7 @@ class LineReader {
   bool refill();
 
   int fd_;
+  LineEnd line_end_;
   size_t begin_ = 0;
   size_t end_ = 0;
   std::array<char, 4096> bytes_;

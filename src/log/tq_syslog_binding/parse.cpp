@@ -1,0 +1,126 @@
+#include <string.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <utility>
+
+#include "log/tq_syslog_binding/unit.h"
+#include "tarvio/log_monitor.h"
+#include "tarvio/text.h"
+#include "util/handles.h"
+#include "util/log_macros.h"
+
+static_assert(offsetof(tq_syslog_line, ident) == sizeof(void*));
+static_assert(offsetof(tq_syslog_line, message) == 2 * sizeof(void*));
+static_assert(sizeof(tq_syslog_line) == 3 * sizeof(void*));
+
+namespace {
+
+constexpr const char* kSource = tarvio::kSyslogBindingSource;
+
+constexpr size_t kMonthLetters = 3;
+constexpr std::array<const char*, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+struct LevelText {
+  const char* text;
+  int32_t level;
+};
+
+// The first that a level word contains.
+constexpr std::array<LevelText, 8> kLevels = {{
+    {"debug", 0},
+    {"info", 0},
+    {"notice", 0},
+    {"warn", 1},
+    {"err", 2},
+    {"crit", 2},
+    {"alert", 2},
+    {"emerg", 2},
+}};
+constexpr int32_t kNoLevel = -1;
+
+// Takes a text apart in place. Once a token is missing, so are all that follow.
+class Tokens {
+ public:
+  explicit Tokens(char* text) : text_(text) {}
+
+  // The next token; runs of separators count as one. Null at the end of the text.
+  char* next(const char* separators) {
+    return strtok_r(std::exchange(text_, nullptr), separators, &rest_);
+  }
+
+ private:
+  char* text_;
+  char* rest_ = nullptr;
+};
+
+struct Fields {
+  const char* level;
+  const char* ident;
+  const char* message;
+};
+
+// False when the line is not for the monitor.
+bool take_apart(char* line, Fields& fields) {
+  Tokens tokens(line);
+  const char* month = tokens.next(" ");
+  if (tq_get_month(month) < 0) {
+    TQ_DEBUG("this line is not parseable\n");
+    return false;
+  }
+  // Day, hours, minutes, seconds and host stand before the level.
+  for (const char* separator : {" ", ":", ":", " ", " "}) (void)tokens.next(separator);
+  fields.level = tokens.next(" ");
+  TQ_DEBUG("mon %s\n", month);
+  if (fields.level == nullptr) return false;
+  if (strstr(fields.level, "--") != nullptr) {
+    TQ_DEBUG("this is -- MARK -- line\n");
+    return false;
+  }
+  fields.ident = tokens.next(":");
+  fields.message = tokens.next("\n");
+  return fields.message != nullptr;
+}
+
+int32_t level_of(const char* field) {
+  const char* dot = strchr(field, '.');
+  const char* word = dot == nullptr ? field : dot + 1;
+  for (const LevelText& level : kLevels) {
+    if (strstr(word, level.text) != nullptr) return level.level;
+  }
+  return kNoLevel;
+}
+
+tarvio::CString copy_of(const char* text) {
+  char* copy = nullptr;
+  tq_strdup(&copy, text);
+  return tarvio::CString(copy);
+}
+
+}  // namespace
+
+int tq_get_month(const char* text) {
+  if (text == nullptr) return -1;
+  const size_t length = strnlen(text, kMonthLetters);
+  const auto* const month = std::find_if(kMonths.begin(), kMonths.end(), [&](const char* name) {
+    return strncmp(text, name, length) == 0;
+  });
+  return month == kMonths.end() ? -1 : static_cast<int>(month - kMonths.begin());
+}
+
+tq_syslog_line* tq_parse_syslog(const char* line) {
+  const tarvio::CString copy = copy_of(line);
+  Fields fields = {};
+  if (copy == nullptr || !take_apart(copy.get(), fields)) return nullptr;
+
+  tarvio::Allocated<tq_syslog_line> parsed = tarvio::allocate<tq_syslog_line>();
+  tarvio::CString ident = copy_of(fields.ident);
+  tarvio::CString message = copy_of(fields.message);
+  if (parsed == nullptr || ident == nullptr || message == nullptr) return nullptr;
+  *parsed = {
+      .level = level_of(fields.level), .ident = ident.release(), .message = message.release()};
+  TQ_DEBUG("read log %s[%d] ; %s\n", parsed->ident, parsed->level, parsed->message);
+  return parsed.release();
+}
