@@ -64,9 +64,9 @@ uint32_t tq_tbx_conv_package_subtype(const char *subcategory);
  * removes them (with an empty path, only the second) when it succeeds; after a failure they may stay. Two
  * calls at a time in one directory disturb each other.
  *
- * Returns 0; ENOENT (2) when the package has no "tqcontrol" and there was none before; what
- * tq_extract_from_ar and tq_extract_from_tgz return; ENOMEM (12), with the targets so far; EINVAL (22)
- * for a null argument.
+ * Returns 0; ENOENT (2) when the package has no "tqcontrol" and there was none before, or one that is no
+ * regular file; what tq_extract_from_ar and tq_extract_from_tgz return; ENOMEM (12), with the targets so
+ * far; EINVAL (22) for a null argument.
  * Source: util/tq_tbx_util */
 int tq_tbx_get_package_type(const char *path, int32_t *type, tq_list_t *targets);
 

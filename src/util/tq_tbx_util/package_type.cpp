@@ -74,6 +74,10 @@ void read_type(int32_t* type) {
 }
 
 int collect_targets(tq_list_t* targets) {
+  int32_t is_file = 0;
+  tq_file_exist(kTqControl, &is_file);
+  // A package may hold a pipe, which nobody would ever write into, or a link to an endless device.
+  if (is_file == 0) return ENOENT;
   const tarvio::File file(fopen(kTqControl, "re"));
   if (file == nullptr) return errno;
   char line[kPieceSize];
