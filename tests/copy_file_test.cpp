@@ -1,6 +1,7 @@
 #include <errno.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -142,6 +143,31 @@ TEST_F(CopyFile, DoesNotReportAWriteThatFailsOnlyWhenTheCopyIsClosed) {
   const LogCapture log(TQ_LOG_DEBUG);
   EXPECT_EQ(copy(source_, "/dev/full"), 0);
   EXPECT_THAT(unit_messages(log, kUnit), IsEmpty());
+}
+
+// A file system of its own, of a few pages.
+class FullFileSystem : public CopyFile {
+ protected:
+  FullFileSystem() {
+    fs::create_directory(place_);
+    EXPECT_EQ(::mount("small", place_.c_str(), "tmpfs", 0, "size=16k"), 0);
+  }
+  ~FullFileSystem() override { ::umount2(place_.c_str(), MNT_DETACH); }
+
+  const std::string place_ = folder_ / "small";
+};
+
+TEST_F(FullFileSystem, StopsTheCopyAtItsSize) {
+  write_file(source_, bytes(100000));
+  EXPECT_EQ(copy(source_, place_ + "/copy"), -1);
+  EXPECT_EQ(fs::file_size(place_ + "/copy"), 16384U);
+}
+
+TEST_F(FullFileSystem, StopsACopyUnnoticedThatWaitsInTheBuffer) {
+  write_file(source_, bytes(100));
+  write_file(place_ + "/all", bytes(16384));
+  EXPECT_EQ(copy(source_, place_ + "/copy"), 0);
+  EXPECT_EQ(fs::file_size(place_ + "/copy"), 0U);
 }
 
 TEST_F(CopyFile, TakesAReadErrorForTheEndOfTheFile) {

@@ -30,10 +30,7 @@ tarvio::File open_file(const char* path, const char* mode) {
 void copy_in_kernel(FILE* source, FILE* destination) {
   while (true) {
     const ssize_t copied = sendfile(fileno(destination), fileno(source), nullptr, kKernelPiece);
-    if (copied > 0 || (copied < 0 && errno == EINTR)) continue;
-    // The loop must see at once that a device is full, however little is left to write.
-    if (copied < 0 && errno == ENOSPC) (void)setvbuf(destination, nullptr, _IONBF, 0);
-    return;
+    if (copied == 0 || (copied < 0 && errno != EINTR)) return;
   }
 }
 
