@@ -12,6 +12,7 @@
 #include <cstring>
 #include <iterator>
 #include <memory>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -240,6 +241,34 @@ TEST(ContainedError, NeedsTheWholeMessage) {
     EXPECT_EQ(tq_get_contained_err(text), 0) << text;
   }
   EXPECT_EQ(tq_get_contained_err(nullptr), 0);
+}
+
+// What a search for each message in turn finds.
+int32_t searched(const std::string& text) {
+  for (int error = 0; error <= 133; ++error) {
+    if (error == 41 || error == 58) continue;  // unassigned
+    if (text.find(strerror(error)) != std::string::npos) return error;
+  }
+  return 0;
+}
+
+TEST(ContainedError, IsWhatASearchForEachMessageFinds) {
+  std::mt19937 engine(20260704);
+  const auto random = [&](size_t below) { return engine() % below; };
+  int found = 0;
+  for (int round = 0; round < 20000; ++round) {
+    std::string text;
+    for (size_t pieces = random(4); pieces > 0; --pieces) {
+      const std::string message = strerror(1 + static_cast<int>(random(133)));
+      const size_t cut = random(4) == 0 ? random(message.size() + 1) : 0;
+      text += random(2) == 0 ? message.substr(cut) : message.substr(0, message.size() - cut);
+      text += random(2) == 0 ? ": " : "";
+    }
+    const int32_t expected = searched(text);
+    ASSERT_EQ(tq_get_contained_err(text.c_str()), expected) << text;
+    if (expected != 0) ++found;
+  }
+  EXPECT_GT(found, 5000);
 }
 
 class CommandResult : public testing::Test {
