@@ -53,6 +53,7 @@ std::string told_by(const Line& line) {
 const std::map<std::string, Command> kCommands = {
     {"status", Command::kStatus},      {"start", Command::kStart},      {"stop", Command::kStop},
     {"start-all", Command::kStartAll}, {"stop-all", Command::kStopAll}, {"list", Command::kList},
+    {"inspect", Command::kInspect},    {"pack", Command::kPack},
 };
 
 TEST(ClientOptions, HaveDefaults) {
@@ -67,9 +68,16 @@ TEST(ClientOptions, HaveDefaults) {
 }
 
 TEST(ClientOptions, KnowEveryCommand) {
+  const std::map<std::string, Line> rests = {{"start", {"clock"}},
+                                             {"stop", {"clock"}},
+                                             {"inspect", {"x.tbx"}},
+                                             {"pack", {"x", "-o", "x.tbx"}}};
   for (const auto& [word, command] : kCommands) {
-    const bool needs_name = command == Command::kStart || command == Command::kStop;
-    EXPECT_EQ(options_of(needs_name ? Line{word, "clock"} : Line{word}).command, command);
+    Line line = {word};
+    if (const auto rest = rests.find(word); rest != rests.end()) {
+      line.insert(line.end(), rest->second.begin(), rest->second.end());
+    }
+    EXPECT_EQ(options_of(line).command, command);
   }
 }
 
@@ -111,6 +119,28 @@ TEST(ClientOptions, LetANameLookLikeAnything) {
   EXPECT_EQ(options_of({"start", "--", "--json"}).name, "--json");
   EXPECT_FALSE(options_of({"start", "--", "--json"}).json);
   EXPECT_EQ(options_of({"--", "start", "clock"}).name, "clock");
+}
+
+TEST(ClientOptions, OfPackageFilesTakeSeveral) {
+  const Options options = options_of({"inspect", "a.tbx", "--json", "b c.tbx", "--", "--json"});
+  EXPECT_EQ(options.operands, (Line{"a.tbx", "b c.tbx", "--json"}));
+  EXPECT_EQ(options.name, std::nullopt);
+  EXPECT_EQ(options.timeout_seconds, 600);
+  EXPECT_EQ(options_of({"inspect", "a.tbx", "--timeout", "1"}).timeout_seconds, 1);
+}
+
+TEST(ClientOptions, OfPackNameAPackageFile) {
+  for (const Line& line :
+       {Line{"pack", "clock", "-o", "a/x.tbx"}, Line{"pack", "-oa/x.tbx", "clock"},
+        Line{"--output=a/x.tbx", "pack", "clock"}}) {
+    EXPECT_EQ(options_of(line).output, "a/x.tbx");
+    EXPECT_EQ(options_of(line).operands, Line{"clock"});
+  }
+  for (const char* name : {"x", "x.ipk", ".tbx", "a/.tbx", "x.tbx/", ""}) {
+    EXPECT_EQ(complaint_of({"pack", "clock", "-o", name}),
+              "the name of a package file ends in .tbx, not as '" + std::string(name) +
+                  "': try 'tarvio pack --help'");
+  }
 }
 
 TEST(ClientOptions, TakeFractionsOfASecondAndForEver) {
@@ -172,6 +202,12 @@ TEST(ClientOptions, RefuseWhatNobodyKnows) {
        "the NAME of the application is missing: try 'tarvio stop --help'"},
       {{"start"}, "the NAME of the application is missing: try 'tarvio start --help'"},
       {{"stop"}, "the NAME of the application is missing: try 'tarvio stop --help'"},
+      {{"inspect"}, "the package FILE is missing: try 'tarvio inspect --help'"},
+      {{"inspect", "x.tbx", "-o", "y.tbx"}, "no option '-o': try 'tarvio inspect --help'"},
+      {{"pack", "-o", "x.tbx"}, "the folder DIR is missing: try 'tarvio pack --help'"},
+      {{"pack", "a", "b", "-o", "x.tbx"}, "unexpected argument 'b': try 'tarvio pack --help'"},
+      {{"pack", "a"}, "the file to write, -o FILE, is missing: try 'tarvio pack --help'"},
+      {{"pack", "a", "-o"}, "option '-o' needs a value, FILE: try 'tarvio pack --help'"},
   };
   for (const Wrong& each : cases) EXPECT_EQ(complaint_of(each.line), each.complaint);
 }
@@ -246,6 +282,7 @@ TEST(ClientHelp, NamesEveryOption) {
   for (const char* option : {"--category", "--subcategory", "--name"}) {
     EXPECT_THAT(help_of(Command::kList), HasSubstr(option));
   }
+  EXPECT_THAT(help_of(Command::kPack), HasSubstr("-o, --output FILE"));
 }
 
 TEST(ClientHelp, SaysHowANameIsMatched) {

@@ -21,7 +21,7 @@ struct OptionRow {
 
 constexpr int number_of(Option option) { return kBehindLetters + static_cast<int>(option); }
 
-constexpr std::array<OptionRow, 8> kOptions = {{
+constexpr std::array<OptionRow, 10> kOptions = {{
     {Option::kHelp, "help", 'h', nullptr},
     {Option::kVersion, "version", 'V', nullptr},
     {Option::kJson, "json", number_of(Option::kJson), nullptr},
@@ -30,10 +30,12 @@ constexpr std::array<OptionRow, 8> kOptions = {{
     {Option::kCategory, "category", number_of(Option::kCategory), "C"},
     {Option::kSubcategory, "subcategory", number_of(Option::kSubcategory), "S"},
     {Option::kName, "name", number_of(Option::kName), "N"},
+    {Option::kForce, "force", number_of(Option::kForce), nullptr},
+    {Option::kOutput, "output", 'o', "FILE"},
 }};
 
 // What getopt_long is to return: every operand in its place, a missing value as ':'.
-constexpr char kLetters[] = "-:hV";
+constexpr char kLetters[] = "-:hVo:";
 constexpr int kOperand = 1;
 
 constexpr auto long_options() {

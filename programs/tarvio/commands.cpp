@@ -9,17 +9,21 @@ namespace client {
 
 namespace {
 
-constexpr char kApplicationName[] = "NAME of the application";
+// An installation may take its time, and is not to be broken off lightly.
+constexpr double kForManager = 30;
+constexpr double kForTools = 600;
 
-constexpr std::array<CommandRow, 6> kCommands = {{
-    {"status", Command::kStatus, Operands::kOptional, kApplicationName, OptionSet(Option::kApps),
-     kStatusHelp},
-    {"start", Command::kStart, Operands::kOne, kApplicationName, OptionSet(), kStartHelp},
-    {"stop", Command::kStop, Operands::kOne, kApplicationName, OptionSet(), kStopHelp},
-    {"start-all", Command::kStartAll, Operands::kNone, nullptr, OptionSet(), kStartAllHelp},
-    {"stop-all", Command::kStopAll, Operands::kNone, nullptr, OptionSet(), kStopAllHelp},
-    {"list", Command::kList, Operands::kNone, nullptr,
-     OptionSet(Option::kCategory, Option::kSubcategory, Option::kName), kListHelp},
+constexpr std::array<CommandRow, 8> kCommands = {{
+    {"status", Command::kStatus, Operands::kOptionalApplication, OptionSet(Option::kApps),
+     kForManager, kStatusHelp},
+    {"start", Command::kStart, Operands::kApplication, OptionSet(), kForManager, kStartHelp},
+    {"stop", Command::kStop, Operands::kApplication, OptionSet(), kForManager, kStopHelp},
+    {"start-all", Command::kStartAll, Operands::kNone, OptionSet(), kForManager, kStartAllHelp},
+    {"stop-all", Command::kStopAll, Operands::kNone, OptionSet(), kForManager, kStopAllHelp},
+    {"list", Command::kList, Operands::kNone,
+     OptionSet(Option::kCategory, Option::kSubcategory, Option::kName), kForManager, kListHelp},
+    {"inspect", Command::kInspect, Operands::kFiles, OptionSet(), kForTools, kInspectHelp},
+    {"pack", Command::kPack, Operands::kFolder, OptionSet(Option::kOutput), kForTools, kPackHelp},
 }};
 
 }  // namespace

@@ -6,7 +6,21 @@
 
 namespace client {
 
-enum class Command { kNone, kStatus, kStart, kStop, kStartAll, kStopAll, kList };
+enum class Command {
+  kNone,
+  kStatus,
+  kStart,
+  kStop,
+  kStartAll,
+  kStopAll,
+  kList,
+  kInstall,
+  kRemove,
+  kFiles,
+  kCheck,
+  kInspect,
+  kPack,
+};
 
 enum class Option : unsigned {
   kHelp,
@@ -17,6 +31,8 @@ enum class Option : unsigned {
   kCategory,
   kSubcategory,
   kName,
+  kForce,
+  kOutput,
 };
 
 // A set of options.
@@ -32,15 +48,15 @@ class OptionSet {
   unsigned bits_;
 };
 
-// How many operands a command takes.
-enum class Operands { kNone, kOptional, kOne };
+// What a command works on: one where the word is singular, else one or more.
+enum class Operands { kNone, kOptionalApplication, kApplication, kFolder, kFiles, kPackages };
 
 struct CommandRow {
   const char* word;
   Command command;
   Operands operands;
-  const char* operand;  // what is missing where there is none
-  OptionSet options;    // beside those that every command knows
+  OptionSet options;       // beside those that every command knows
+  double timeout_seconds;  // unless the line tells another
   const char* help;
 };
 

@@ -9,6 +9,15 @@ namespace client {
   "      --timeout SECONDS  give up when the manager has not answered by then;\n" \
   "                         default 30, 0 waits for ever\n"
 #define MANAGER_OPTIONS JSON_OPTION TIMEOUT_OPTION HELP_OPTION
+#define TOOLS_OPTIONS                                                                 \
+  JSON_OPTION                                                                         \
+  "      --timeout SECONDS  end a tool that is not done by then, and fail; default\n" \
+  "                         600, 0 waits for ever\n" HELP_OPTION
+#define SEVERAL_OPERANDS "One that fails does not keep the others from being worked on.\n"
+#define TOOLS_EXIT_STATUS                                                                    \
+  "\n"                                                                                       \
+  "exit status: 0 done, 1 failed for one or more, 5 a tool was not done in time, 64 wrong\n" \
+  "command line\n"
 #define FIRST_MATCH                                                                    \
   "\n"                                                                                 \
   "The manager acts on the first application whose name contains NAME, from Z to A:\n" \
@@ -21,15 +30,18 @@ const char kGeneralHelp[] =
     "usage: tarvio COMMAND [OPTION]...\n"
     "\n"
     "Shows and changes what the resident manager tarviod knows of this device's applications,\n"
-    "and lists the installed packages.\n"
+    "and works on packages and package files.\n"
     "\n"
-    "  status [NAME]  print the statuses, or the one of an application\n"
-    "  start NAME     start an application\n"
-    "  stop NAME      stop an application\n"
-    "  start-all      start all applications\n"
-    "  stop-all       stop all applications\n"
-    "  list           list the installed packages\n"
-    "\n" MANAGER_OPTIONS
+    "  status [NAME]     print the statuses, or the one of an application\n"
+    "  start NAME        start an application\n"
+    "  stop NAME         stop an application\n"
+    "  start-all         start all applications\n"
+    "  stop-all          stop all applications\n"
+    "  list              list the installed packages\n"
+    "  inspect FILE...   tell what package files hold\n"
+    "  pack DIR -o FILE  build a package file from a folder\n"
+    "\n" JSON_OPTION
+    "      --timeout SECONDS  give up when it takes longer; 0 waits for ever\n" HELP_OPTION
     "  -V, --version          print the version\n"
     "\n"
     "'tarvio COMMAND --help' tells more. Options may stand before or after the "
@@ -85,5 +97,29 @@ const char kListHelp[] =
     "      --name N           only the package with this name\n" JSON_OPTION HELP_OPTION
     "\n"
     "exit status: 0 done, 1 failed, 64 wrong command line\n";
+
+const char kInspectHelp[] =
+    "usage: tarvio inspect FILE... [OPTION]...\n"
+    "\n"
+    "Tells what package files hold: name, version, category, subcategory and, of an image, the\n"
+    "targets of its data. Nothing is installed. " SEVERAL_OPERANDS
+    "\n" TOOLS_OPTIONS TOOLS_EXIT_STATUS;
+
+const char kPackHelp[] =
+    "usage: tarvio pack DIR -o FILE [OPTION]...\n"
+    "\n"
+    "Builds a package file, whose name ends in .tbx, from a folder that holds\n"
+    "\n"
+    "  control                the keys of opkg: Package, Version, Maintainer, Architecture ...\n"
+    "  tqcontrol              TqPackageCategory, TqPackageSubCategory, TqDataTarget\n"
+    "  tqstartapp, tqstopapp  programs that start and stop the application, if there are such\n"
+    "  preinst, postinst, prerm, postrm, conffiles\n"
+    "                         what opkg knows besides, if there is such\n"
+    "  data/                  the files to install, as they are to lie below /\n"
+    "\n"
+    "The same folder gives the same bytes each time.\n"
+    "\n"
+    "  -o, --output FILE      the package file, which is replaced when it is there\n" TOOLS_OPTIONS
+        TOOLS_EXIT_STATUS;
 
 }  // namespace client

@@ -11,6 +11,8 @@ extern const char kStopHelp[];
 extern const char kStartAllHelp[];
 extern const char kStopAllHelp[];
 extern const char kListHelp[];
+extern const char kInspectHelp[];
+extern const char kPackHelp[];
 
 }  // namespace client
 

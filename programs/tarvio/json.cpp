@@ -33,6 +33,24 @@ Json object_of(const Package& package) {
           {"stop_file", path_or_null(package.stop_file)}};
 }
 
+Json object_of(const char* kind_of_operand, const Outcome& outcome) {
+  return {{kind_of_operand, outcome.operand}, {"code", outcome.code}, {"message", outcome.message}};
+}
+
+Json object_of(const InspectedFile& file) {
+  Json object = object_of("file", file.outcome);
+  if (!file.package.kind) return object;
+  const PackageKind& kind = *file.package.kind;
+  object.update({{"name", file.package.name},
+                 {"version", file.package.version},
+                 {"category", kind.category},
+                 {"category_code", kind.category_code},
+                 {"subcategory", kind.subcategory},
+                 {"subcategory_code", kind.subcategory_code},
+                 {"targets", kind.targets}});
+  return object;
+}
+
 // ASCII alone, because a terminal obeys some control characters beyond it. Bytes that are no UTF-8
 // become replacement characters.
 std::string text_of(const Json& json) {
@@ -59,6 +77,19 @@ std::string result_json(const Result& result) {
   if (result.name) object["name"] = *result.name;
   object["code"] = result.code;
   object["message"] = result.message;
+  return text_of(object);
+}
+
+std::string inspected_json(const std::vector<InspectedFile>& files) { return array_text(files); }
+
+std::string packed_json(const PackedFile& packed) {
+  Json object = object_of("folder", packed.outcome);
+  if (packed.outcome.code == 0) {
+    object.update({{"file", packed.file},
+                   {"name", packed.name},
+                   {"version", packed.version},
+                   {"size_bytes", packed.size_bytes}});
+  }
   return text_of(object);
 }
 

@@ -15,12 +15,6 @@ namespace client {
 
 namespace {
 
-Row header_of(const std::vector<const char*>& titles) {
-  Row row;
-  for (const char* title : titles) row.push_back({title, Colour::kBold});
-  return row;
-}
-
 std::string table_of(const std::vector<Package>& packages) {
   std::vector<Row> rows = {header_of({"NAME", "VERSION", "CATEGORY", "SUBCATEGORY", "MAINTAINER"})};
   for (const Package& package : packages) {

@@ -1,10 +1,13 @@
 #include <exception>
 
 #include "app_commands.h"
+#include "child.h"
 #include "exit_status.h"
+#include "inspect_command.h"
 #include "list_command.h"
 #include "options.h"
 #include "output.h"
+#include "pack_command.h"
 #include "status_command.h"
 #include "tarvio/log.h"
 
@@ -18,6 +21,10 @@ int run(const client::Options& options) {
       return client::run_status(options);
     case client::Command::kList:
       return client::run_list(options);
+    case client::Command::kInspect:
+      return client::run_inspect(options);
+    case client::Command::kPack:
+      return client::run_pack(options);
     default:
       return client::run_app_command(options);
   }
@@ -33,6 +40,8 @@ int main(int argc, char** argv) {
     if (!line.is_wrong) return client::print(line.text) ? client::kDone : client::kFailed;
     client::complain(line.text);
     return client::kUsage;
+  } catch (const client::Interrupted&) {
+    return client::kFailed;  // the signal has ended the process before, unless it was changed
   } catch (const std::exception& error) {
     client::complain(error.what());
     return client::kFailed;

@@ -1,10 +1,12 @@
 #include "options.h"
 
 #include <cstdlib>
+#include <limits>
 #include <optional>
 #include <string>
 
 #include "arguments.h"
+#include "package_file.h"
 #include "words.h"
 
 namespace client {
@@ -47,30 +49,51 @@ void check_name(const std::string& name) {
   }
 }
 
-void check_operands(const Arguments& arguments) {
-  const CommandRow& command = *arguments.command;
-  const size_t most = command.operands == Operands::kNone ? 0 : 1;
-  if (arguments.operands.size() > most) {
-    throw UsageError{"unexpected argument '" + arguments.operands[most] + "'"};
+constexpr size_t kAny = std::numeric_limits<size_t>::max();
+
+// How many operands there may be, and what is missing where there is none.
+struct OperandRule {
+  size_t least;
+  size_t most;
+  const char* what;
+};
+
+OperandRule rule_of(Operands operands) {
+  switch (operands) {
+    case Operands::kOptionalApplication:
+      return {0, 1, ""};
+    case Operands::kApplication:
+      return {1, 1, "the NAME of the application"};
+    case Operands::kFolder:
+      return {1, 1, "the folder DIR"};
+    case Operands::kFiles:
+      return {1, kAny, "the package FILE"};
+    case Operands::kPackages:
+      return {1, kAny, "the NAME of the package"};
+    case Operands::kNone:
+      break;
   }
-  if (command.operands == Operands::kOne && arguments.operands.empty()) {
-    throw UsageError{std::string("the ") + command.operand + " is missing"};
+  return {0, 0, ""};
+}
+
+void take_operands(const Arguments& arguments, Options& options) {
+  const Operands kind = arguments.command->operands;
+  const OperandRule rule = rule_of(kind);
+  const size_t count = arguments.operands.size();
+  if (count > rule.most) {
+    throw UsageError{"unexpected argument '" + arguments.operands[rule.most] + "'"};
+  }
+  if (count < rule.least) throw UsageError{std::string(rule.what) + " is missing"};
+  if (kind == Operands::kOptionalApplication || kind == Operands::kApplication) {
+    if (count == 0) return;
+    options.name = arguments.operands.front();
+    check_name(*options.name);
+  } else {
+    options.operands = arguments.operands;
   }
 }
 
-Options options_of(const Arguments& arguments) {
-  check_operands(arguments);
-  Options options = {.command = arguments.command->command,
-                     .name = std::nullopt,
-                     .json = arguments.find(Option::kJson) != nullptr,
-                     .only_applications = arguments.find(Option::kApps) != nullptr};
-  if (!arguments.operands.empty()) {
-    options.name = arguments.operands.front();
-    check_name(*options.name);
-  }
-  if (const GivenOption* timeout = arguments.find(Option::kTimeout)) {
-    options.timeout_seconds = timeout_of(timeout->value);
-  }
+void take_filter(const Arguments& arguments, Options& options) {
   if (const GivenOption* name = arguments.find(Option::kName)) options.name = name->value;
   if (const GivenOption* given = arguments.find(Option::kCategory)) {
     options.category =
@@ -80,6 +103,31 @@ Options options_of(const Arguments& arguments) {
     options.subcategory =
         known(subcategory_code(given->value), "subcategory", given->value, subcategory_choices());
   }
+}
+
+void take_output(const Arguments& arguments, Options& options) {
+  if (!arguments.command->options.has(Option::kOutput)) return;
+  const GivenOption* const given = arguments.find(Option::kOutput);
+  if (given == nullptr) throw UsageError{"the file to write, -o FILE, is missing"};
+  if (!is_package_file_name(given->value)) {
+    throw UsageError{"the name of a package file ends in .tbx, not as '" + given->value + "'"};
+  }
+  options.output = given->value;
+}
+
+Options options_of(const Arguments& arguments) {
+  Options options;
+  options.command = arguments.command->command;
+  options.json = arguments.find(Option::kJson) != nullptr;
+  options.only_applications = arguments.find(Option::kApps) != nullptr;
+  options.force = arguments.find(Option::kForce) != nullptr;
+  options.timeout_seconds = arguments.command->timeout_seconds;
+  take_operands(arguments, options);
+  if (const GivenOption* timeout = arguments.find(Option::kTimeout)) {
+    options.timeout_seconds = timeout_of(timeout->value);
+  }
+  take_filter(arguments, options);
+  take_output(arguments, options);
   return options;
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "commands.h"
 #include "tarvio/package.h"
@@ -13,10 +14,13 @@ namespace client {
 
 struct Options {
   Command command = Command::kNone;
-  std::optional<std::string> name;  // of an application; in a listing, of a package
+  std::optional<std::string> name;    // of an application; in a listing, of a package
+  std::vector<std::string> operands;  // files, packages or a folder
   bool json = false;
   bool only_applications = false;
-  double timeout_seconds = 30;  // 0 waits for ever
+  bool force = false;
+  std::string output;          // file to write
+  double timeout_seconds = 0;  // 0 waits for ever
   uint32_t category = TQ_CATEGORY_ANY;
   uint32_t subcategory = TQ_SUBCATEGORY_ANY;
 };

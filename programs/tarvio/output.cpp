@@ -13,18 +13,6 @@ namespace client {
 
 namespace {
 
-bool write_all(int fd, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(fd, text.data(), text.size());
-    if (written >= 0) {
-      text.remove_prefix(static_cast<size_t>(written));
-    } else if (errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
-}
-
 bool is_set(const char* variable) {
   const char* value = getenv(variable);
   return value != nullptr && *value != '\0';
@@ -36,6 +24,18 @@ bool is_dumb_terminal() {
 }
 
 }  // namespace
+
+bool write_all(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(fd, text.data(), text.size());
+    if (written >= 0) {
+      text.remove_prefix(static_cast<size_t>(written));
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
 
 bool print(std::string_view text) {
   if (write_all(STDOUT_FILENO, text)) return true;

@@ -6,6 +6,9 @@
 
 namespace client {
 
+// Writes all of a text; false, with errno set, when that failed.
+bool write_all(int fd, std::string_view text);
+
 // Writes to standard output in one piece. A failure is complained about; false then.
 bool print(std::string_view text);
 

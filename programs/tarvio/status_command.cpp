@@ -29,8 +29,7 @@ Colour colour_of(int32_t state) {
 }
 
 std::string table_of(const std::vector<Status>& statuses) {
-  std::vector<Row> rows = {
-      {{"NAME", Colour::kBold}, {"STATE", Colour::kBold}, {"DETAIL", Colour::kBold}}};
+  std::vector<Row> rows = {header_of({"NAME", "STATE", "DETAIL"})};
   for (const Status& status : statuses) {
     rows.push_back(
         {{status.name}, {state_word(status.state), colour_of(status.state)}, {status.detail}});

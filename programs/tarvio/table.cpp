@@ -55,6 +55,12 @@ void append_cell(std::string& text, const Cell& cell, bool coloured) {
 
 }  // namespace
 
+Row header_of(const std::vector<const char*>& titles) {
+  Row row;
+  for (const char* title : titles) row.push_back({title, Colour::kBold});
+  return row;
+}
+
 std::string render_table(const std::vector<Row>& rows, bool coloured) {
   const std::vector<Row> shown = make_printable(rows);
   const std::vector<size_t> widths = widths_of(shown);

@@ -16,6 +16,9 @@ struct Cell {
 
 using Row = std::vector<Cell>;
 
+// The row of the titles.
+Row header_of(const std::vector<const char*>& titles);
+
 // One line per row, the columns aligned and two blanks apart. Every row has as many cells as the
 // first, which is the header.
 std::string render_table(const std::vector<Row>& rows, bool coloured);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 
 namespace client {
 
@@ -140,6 +141,18 @@ size_t display_width(std::string_view text) {
     text.remove_prefix(std::max<size_t>(character.size, 1));
   }
   return width;
+}
+
+std::string size_words(uint64_t bytes) {
+  constexpr std::array<const char*, 4> kUnits = {"KiB", "MiB", "GiB", "TiB"};
+  if (bytes < 1024) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+  double size = static_cast<double>(bytes) / 1024;
+  size_t unit = 0;
+  // What would be shown as 1024.0 is one of the next unit.
+  for (; size >= 1023.95 && unit + 1 < kUnits.size(); ++unit) size /= 1024;
+  std::array<char, 32> text;
+  (void)snprintf(text.data(), text.size(), "%.1f %s", size, kUnits[unit]);
+  return text.data();
 }
 
 }  // namespace client

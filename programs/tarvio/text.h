@@ -3,6 +3,7 @@
 #define TARVIO_CLIENT_TEXT_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,9 @@ std::string printable(std::string_view text);
 
 // Columns that a printable UTF-8 text takes on a terminal.
 size_t display_width(std::string_view text);
+
+// A number of bytes for people: "512 bytes", "1.5 KiB".
+std::string size_words(uint64_t bytes);
 
 }  // namespace client
 

@@ -17,6 +17,9 @@ tarvio_test(
   tarvio_exchange_test.cpp
   tarvio_terminal_test.cpp
   tarvio_completion_test.cpp
+  tarvio_control_file_test.cpp
+  tarvio_pack_test.cpp
+  tarvio_inspect_test.cpp
   support/tarvio.cpp
   support/live_allocations.cpp
   support/manager.cpp

@@ -1,0 +1,42 @@
+// Processes that do a part of the work, each with an end.
+#ifndef TARVIO_CLIENT_CHILD_H
+#define TARVIO_CLIENT_CHILD_H
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "work_folder.h"
+
+namespace client {
+
+// Thrown when a signal came that ends this process, which it does as soon as the work folder is
+// gone.
+struct Interrupted {};
+
+// Takes what a child writes, piece by piece.
+using Sink = std::function<void(std::string_view)>;
+
+// Both run a process in the work folder, in a process group of its own, with an empty standard
+// input and LC_ALL=C, and wait for it. Whoever is not done after a positive number of seconds, or
+// when a signal comes that ends this process, is ended with its children.
+
+// Runs a program, without a shell. Returns what it wrote on standard error. Throws a Failure when
+// it did not succeed.
+std::string run_tool(const WorkFolder& folder, const std::vector<std::string>& words,
+                     double seconds, const Sink& sink);
+
+struct JobEnd {
+  std::string result;
+  std::string errors;  // what was written on standard error and standard output
+};
+
+// Runs a function, for calls into the library that make it run tools: `tools` names these in
+// messages. Throws the Failure that the function throws, or one of its own.
+JobEnd run_job(const WorkFolder& folder, const char* tools, const std::function<std::string()>& job,
+               double seconds);
+
+}  // namespace client
+
+#endif

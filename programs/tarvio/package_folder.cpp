@@ -1,0 +1,151 @@
+#include "package_folder.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+
+#include "control_file.h"
+#include "failure.h"
+#include "tarvio/conf.h"
+#include "util/handles.h"
+
+namespace client {
+
+namespace {
+
+constexpr char kControl[] = "control";
+constexpr char kTqControl[] = "tqcontrol";
+constexpr char kData[] = "data";
+constexpr off_t kMostBytes = 1 << 20;
+
+struct Known {
+  std::string_view name;
+  bool is_program;
+};
+constexpr std::array<Known, 9> kControlFiles = {{{kControl, false},
+                                                 {kTqControl, false},
+                                                 {"tqstartapp", true},
+                                                 {"tqstopapp", true},
+                                                 {"preinst", true},
+                                                 {"postinst", true},
+                                                 {"prerm", true},
+                                                 {"postrm", true},
+                                                 {"conffiles", false}}};
+
+struct CloseFolder {
+  void operator()(DIR* folder) const noexcept { (void)closedir(folder); }
+};
+
+std::vector<std::string> entries_of(const std::string& path) {
+  const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
+  if (folder == nullptr) throw Failure(errno, strerror(errno));
+  std::vector<std::string> names;
+  while (const dirent* entry = readdir(folder.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+mode_t mode_of(const std::string& path, const std::string& name) {
+  struct stat status = {};
+  if (lstat((path + "/" + name).c_str(), &status) != 0) throw Failure::of_system("its " + name);
+  return status.st_mode;
+}
+
+void check_control_entry(const std::string& path, const std::string& name) {
+  const auto* const known = std::find_if(kControlFiles.begin(), kControlFiles.end(),
+                                         [&](const Known& each) { return each.name == name; });
+  if (known == kControlFiles.end()) {
+    throw Failure(EINVAL, "its '" + name + "' has no place in a package");
+  }
+  const mode_t mode = mode_of(path, name);
+  if (!S_ISREG(mode)) throw Failure(EINVAL, "its " + name + " is no plain file");
+  if (known->is_program && (mode & S_IXUSR) == 0) {
+    throw Failure(EACCES, "its " + name + " is not executable");
+  }
+}
+
+std::string content_of(const std::string& path) {
+  const tarvio::File file(fopen(path.c_str(), "re"));
+  if (file == nullptr) throw Failure::of_system("cannot read it");
+  std::string content;
+  std::array<char, 4096> piece;
+  while (const size_t count = fread(piece.data(), 1, piece.size(), file.get())) {
+    content.append(piece.data(), count);
+    if (content.size() > kMostBytes) throw Failure(EFBIG, "it is no control file, but 1 MiB long");
+  }
+  return content;
+}
+
+// The library reads long lines in pieces, and must come to the same all the same.
+void check_reading(const std::string& path, const std::vector<Field>& fields,
+                   std::initializer_list<const char*> keys) {
+  const tarvio::Conf read(tq_conf_open(path.c_str()));
+  for (const char* key : keys) {
+    const std::string value = read == nullptr ? "" : tq_conf_read(read.get(), key);
+    if (value != value_of(fields, key)) {
+      throw Failure(EINVAL, std::string("the library reads '") + value + "' for " + key +
+                                ": is a line too long?");
+    }
+  }
+}
+
+// Does something with one of the files, and says which one it was when that fails.
+template <typename Work>
+auto within(const std::string& name, Work work) {
+  try {
+    return work();
+  } catch (const Failure& failure) {
+    throw Failure(failure.code(), "its " + name + ": " + failure.what());
+  }
+}
+
+std::vector<Field> fields_of(const std::string& path) {
+  return parse_control_file(content_of(path));
+}
+
+}  // namespace
+
+PackageFolder check_package_folder(const std::string& path) {
+  const tarvio::CString absolute(realpath(path.c_str(), nullptr));
+  if (absolute == nullptr) throw Failure(errno, strerror(errno));
+  PackageFolder folder;
+  folder.path = absolute.get();
+  for (const std::string& name : entries_of(folder.path)) {
+    if (name == kData && S_ISDIR(mode_of(folder.path, name))) {
+      folder.has_data = true;
+    } else {
+      check_control_entry(folder.path, name);
+      folder.control_files.push_back(name);
+    }
+  }
+
+  const std::string tqcontrol_path = folder.path + "/" + kTqControl;
+  const bool is_for_image = within(kTqControl, [&] {
+    const std::vector<Field> tqcontrol = fields_of(tqcontrol_path);
+    check_tqcontrol(tqcontrol);
+    check_reading(tqcontrol_path, tqcontrol, {"TqPackageCategory", "TqPackageSubCategory"});
+    return is_image(tqcontrol);
+  });
+  const std::string control_path = folder.path + "/" + kControl;
+  within(kControl, [&] {
+    const std::vector<Field> control = fields_of(control_path);
+    check_control(control, is_for_image);
+    check_reading(control_path, control, {"Package", "Version"});
+    folder.name = value_of(control, "Package");
+    folder.version = value_of(control, "Version");
+  });
+  return folder;
+}
+
+}  // namespace client

@@ -1,0 +1,56 @@
+#include "work_folder.h"
+
+#include <ftw.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "failure.h"
+
+namespace client {
+
+namespace {
+
+constexpr int kOpenFolders = 16;
+constexpr mode_t kOwnerOnly = 0700;
+
+std::string temporary_beginning() {
+  const char* const folder = getenv("TMPDIR");
+  return std::string(folder == nullptr || *folder == '\0' ? "/tmp" : folder) + "/tarvio.";
+}
+
+// Returns 1 for a folder that could not be listed before, which stops the walk.
+int let_list(const char* path, const struct stat* /*status*/, int kind, struct FTW* /*place*/) {
+  if (kind != FTW_D && kind != FTW_DNR) return 0;
+  const bool is_changed = chmod(path, kOwnerOnly) == 0;
+  return kind == FTW_DNR && is_changed ? 1 : 0;
+}
+
+int remove_entry(const char* path, const struct stat* /*status*/, int /*kind*/,
+                 struct FTW* /*place*/) {
+  (void)remove(path);  // the rest is worth removing all the same
+  return 0;
+}
+
+// An archive may bring folders that their owner may not enter.
+void remove_tree(const char* path) {
+  while (nftw(path, let_list, kOpenFolders, FTW_PHYS) == 1) {
+  }
+  (void)nftw(path, remove_entry, kOpenFolders, FTW_PHYS | FTW_DEPTH);
+}
+
+}  // namespace
+
+WorkFolder::WorkFolder() : WorkFolder(temporary_beginning()) {}
+
+WorkFolder::WorkFolder(const std::string& beginning) : path_(beginning + "XXXXXX") {
+  if (mkdtemp(path_.data()) == nullptr) {
+    throw Failure::of_system("cannot make a work folder '" + beginning + "XXXXXX'");
+  }
+}
+
+WorkFolder::~WorkFolder() { remove_tree(path_.c_str()); }
+
+}  // namespace client

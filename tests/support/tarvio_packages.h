@@ -1,0 +1,103 @@
+// Folders that package files are made from, and package files made by hand.
+#ifndef TARVIO_TESTS_SUPPORT_TARVIO_PACKAGES_H
+#define TARVIO_TESTS_SUPPORT_TARVIO_PACKAGES_H
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/files.h"
+
+namespace tarvio_test {
+
+// Runs a line under the shell in a folder.
+inline void shell(const std::filesystem::path& folder, const std::string& line) {
+  const std::string command = "cd '" + folder.string() + "' && { " + line + "\n} 2>&1";
+  EXPECT_EQ(std::system(command.c_str()), 0) << command;
+}
+
+// The temporary folder of the programs that a test runs: shows what they leave behind.
+class PrivateTemporaryFolder {
+ public:
+  PrivateTemporaryFolder() { ::setenv("TMPDIR", folder_.path().c_str(), 1); }
+  ~PrivateTemporaryFolder() { ::setenv("TMPDIR", before_.c_str(), 1); }
+  PrivateTemporaryFolder(const PrivateTemporaryFolder&) = delete;
+  PrivateTemporaryFolder& operator=(const PrivateTemporaryFolder&) = delete;
+
+  const std::filesystem::path& path() const { return folder_.path(); }
+  std::vector<std::string> entries() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+      names.push_back(entry.path().filename());
+    return names;
+  }
+
+ private:
+  const std::string before_ = std::filesystem::temp_directory_path();
+  const TempDir folder_;
+};
+
+inline constexpr char kSampleControl[] =
+    "Package: clock\nVersion: 1.0\nArchitecture: all\nMaintainer: Halvern Corporation\n";
+inline constexpr char kSampleTqControl[] =
+    "TqPackageCategory: Application\nTqPackageSubCategory: Application_Native\n";
+inline constexpr char kImageTqControl[] =
+    "TqPackageCategory: Image\nTqPackageSubCategory: Image_Other\n"
+    "TqDataTarget: kernel\nTqDataTarget: rootfs\n";
+
+// A folder "clock" that can be packed.
+class SampleFolder {
+ public:
+  SampleFolder() {
+    std::filesystem::create_directories(*this / "data/opt/clock");
+    write("control", kSampleControl);
+    write("tqcontrol", kSampleTqControl);
+    write("data/opt/clock/face", "12\n");
+    write_program(*this / "tqstartapp", "#!/bin/sh\n");
+  }
+
+  std::string path() const { return place_ / "clock"; }
+  std::filesystem::path operator/(std::string_view name) const {
+    return place_.path() / "clock" / name;
+  }
+  // Beside the folder.
+  std::filesystem::path beside(std::string_view name) const { return place_ / name; }
+  void write(std::string_view name, std::string_view content) const {
+    write_file(*this / name, content);
+  }
+
+ private:
+  const TempDir place_;
+};
+
+// A package file put together with the tools themselves, from control files as they are given.
+class HandMadePackage {
+ public:
+  explicit HandMadePackage(const std::string& control = kSampleControl,
+                           const std::string& tqcontrol = kSampleTqControl) {
+    write_file(folder_ / "control", control);
+    write_file(folder_ / "tqcontrol", tqcontrol);
+    write_file(folder_ / "debian-binary", "2.0\n");
+    std::filesystem::create_directory(folder_ / "data");
+    write_file(folder_ / "data/face", std::string(3000, '1'));
+    shell("tar czf control.tar.gz ./control ./tqcontrol");
+    shell("tar czf data.tar.gz -C data .");
+    build();
+  }
+
+  void shell(const std::string& line) const { tarvio_test::shell(folder_.path(), line); }
+  // With the archives as they are now.
+  void build() const { shell("rm -f clock.tbx; ar rc clock.tbx debian-binary *.tar.gz"); }
+  std::string path() const { return folder_ / "clock.tbx"; }
+  std::filesystem::path operator/(std::string_view name) const { return folder_ / name; }
+
+ private:
+  const TempDir folder_;
+};
+
+}  // namespace tarvio_test
+
+#endif
