@@ -232,6 +232,15 @@ TEST_F(List, RemovesNothingWhenEmpty) {
   EXPECT_THAT(numbers(), IsEmpty());
 }
 
+TEST_F(List, IsEmptyWhenItsCountSaysSo) {
+  add({4});
+  list_->count = 0;
+  EXPECT_EQ(tq_list_get_last(list_), nullptr);
+  EXPECT_EQ(tq_list_remove(list_, 0), EINVAL);
+  list_->count = 1;
+  EXPECT_THAT(numbers(), ElementsAre(4));
+}
+
 TEST_F(List, KeepsItsCursorWhenAnotherNodeIsRemoved) {
   add({4, 5, 6});
   first();

@@ -43,6 +43,12 @@ TEST(Chop, LeavesWhatIsNoLineEnd) {
   }
 }
 
+TEST(Chop, LeavesWhatStandsBeforeTheString) {
+  char text[] = "\r\n";
+  tq_chop(text + 1);
+  EXPECT_EQ(std::string(text, 3), std::string("\r\0\0", 3));
+}
+
 TEST(Chop, AnswersNullWithNull) { EXPECT_EQ(tq_chop(nullptr), nullptr); }
 
 TEST(StartWith, NeedsMoreThanThePrefix) {
