@@ -46,7 +46,8 @@ foreach(manual ${manuals})
   endif()
 endforeach()
 
-install(FILES examples/statuses.c DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(FILES examples/statuses.c packaging/tarviod.conf
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 # Written when it is installed: it names the manager where `cmake --install --prefix` puts it.
 set(TARVIO_SERVICE "" CACHE STRING "Service file to install: systemd, init.d or nothing")

@@ -5,7 +5,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 build_packages=(cmake g++ make)
 client_packages=(nlohmann-json3-dev)
-test_packages=(libgtest-dev libgmock-dev binutils)
+demo_packages=(busybox)
+test_packages=(libgtest-dev libgmock-dev binutils "${demo_packages[@]}")
 bench_packages=(libbenchmark-dev)
 
 # Whether a Debian package, or a tool of its name from elsewhere, is there.

@@ -143,8 +143,8 @@ TEST_P(Help, IsPrinted) {
   const Ended run = run_tarviod({GetParam()});
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.output, StartsWith("usage: tarviod [OPTION]...\n"));
-  for (const char* option :
-       {"--daemon", "--log-level N", "--start-all", "--keep-applications", "--help", "--version"})
+  for (const char* option : {"--config FILE", "--daemon", "--log-level N", "--start-all",
+                             "--keep-applications", "--help", "--version"})
     EXPECT_THAT(run.output, HasSubstr(option));
   EXPECT_EQ(run.errors, "");
   EXPECT_FALSE(fs::exists(TQ_COM_SOCKET_PATH));
@@ -191,6 +191,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(WrongLine{{"--nonsense"}, "unrecognized option '--nonsense'"},
                     WrongLine{{"-x"}, "invalid option -- 'x'"},
                     WrongLine{{"--log-level"}, "option '--log-level' requires an argument"},
+                    WrongLine{{"--config"}, "option '--config' requires an argument"},
                     WrongLine{{"--daemon=now"}, "option '--daemon' doesn't allow an argument"},
                     WrongLine{{"clock"}, "unexpected argument 'clock'"},
                     WrongLine{{"--daemon", "--", "-s"}, "unexpected argument '-s'"},

@@ -5,11 +5,17 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "background.h"
+#include "config.h"
 #include "instance.h"
+#include "log_monitor.h"
+#include "log_reader.h"
 #include "manager.h"
 #include "options.h"
 #include "signals.h"
+#include "tarvio/log.h"
 
 namespace {
 
@@ -26,6 +32,9 @@ void fill_standard_streams() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc > 0 && strcmp(argv[0], tarviod::kLogReaderName) == 0) {
+    return tarviod::run_log_reader(argc, argv);
+  }
   fill_standard_streams();
   tarviod::CommandLine line = tarviod::parse_command_line(argc, argv);
   if (!line.options) return line.exit_status;
@@ -36,6 +45,10 @@ int main(int argc, char** argv) {
   // One heap for all threads: the com server's needs no arena of its own on a small device.
   (void)mallopt(M_ARENA_MAX, 1);
 
+  tq_log_init();
+  tq_set_log_level(options.log_level);
+  tarviod::Config config;
+  if (!tarviod::read_config(options.config, config)) return tarviod::kExitFailure;
   tarviod::Background background(options.daemon);
   const int claim = tarviod::claim_instance();
   if (claim < 0) return tarviod::kExitFailure;
@@ -44,9 +57,11 @@ int main(int argc, char** argv) {
     (void)fprintf(stderr, "tarviod: cannot catch signals: %s\n", strerror(errno));
     return tarviod::kExitFailure;
   }
-  if (!tarviod::set_up(options)) return tarviod::kExitFailure;
+  tarviod::LogMonitor log_monitor(options.log_level);
+  log_monitor.start(std::move(config));
+  if (!tarviod::set_up(options, log_monitor)) return tarviod::kExitFailure;
   (void)close(claim);
   background.ready();
-  tarviod::serve(options, signal_fd);
+  tarviod::serve(options, signal_fd, log_monitor);
   return 0;
 }

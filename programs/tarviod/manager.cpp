@@ -2,30 +2,29 @@
 
 #include <errno.h>
 #include <poll.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/resource.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <array>
+#include <utility>
 
+#include "clock.h"
+#include "config.h"
 #include "request.h"
+#include "signals.h"
 #include "tarvio/tarvio.h"
+#include "warn.h"
 
 namespace tarviod {
 
 namespace {
 
-constexpr char kSource[] = "tarviod";
 constexpr int64_t kStopDeadlineMs = 90'000;
 constexpr char kEndPath[] = TQ_COM_SOCKET_PATH ".end";
-
-void warn(const char* what, const char* why) {
-  (void)fprintf(stderr, "tarviod: %s: %s\n", what, why);
-  tq_log_func(TQ_LOG_WARNING, kSource, __LINE__, "%s: %s", what, why);
-}
 
 // Each process that was started costs two descriptors for good.
 void raise_descriptor_limit() {
@@ -69,32 +68,38 @@ void report_answer(const char* command, int code) {
   free(text);
 }
 
-int64_t now_ms() {
-  timespec now = {};
-  (void)clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+enum class Event { kEnd, kReload, kAnswer, kReport, kTimeout };
+
+// What is waited for. A descriptor may be -1; a negative point of time is none.
+struct Waited {
+  int signal_fd;
+  int answer_fd;
+  int report_fd;
+  int64_t until_ms;
+};
+
+Event wait_for_event(const Waited& waited) {
+  while (true) {
+    std::array<pollfd, 3> files = {{
+        {.fd = waited.signal_fd, .events = POLLIN, .revents = 0},
+        {.fd = waited.answer_fd, .events = POLLIN, .revents = 0},
+        {.fd = waited.report_fd, .events = POLLIN, .revents = 0},
+    }};
+    const int64_t left = waited.until_ms < 0 ? -1 : waited.until_ms - now_ms();
+    if (waited.until_ms >= 0 && left <= 0) return Event::kTimeout;
+    if (poll(files.data(), files.size(), static_cast<int>(left)) < 1) continue;
+    if (files[0].revents != 0) {
+      return take_signal(waited.signal_fd) == SIGHUP ? Event::kReload : Event::kEnd;
+    }
+    if (files[1].revents != 0) return Event::kAnswer;
+    if (files[2].revents != 0) return Event::kReport;
+  }
 }
 
-enum class Event { kSignal, kAnswer, kTimeout };
-
-// Waits for a signal or an answer (answer_fd may be -1), until a point of time when that is not
-// negative.
-Event wait_for_event(int signal_fd, int answer_fd, int64_t until_ms) {
-  while (true) {
-    std::array<pollfd, 2> waited = {{
-        {.fd = signal_fd, .events = POLLIN, .revents = 0},
-        {.fd = answer_fd, .events = POLLIN, .revents = 0},
-    }};
-    const int64_t left = until_ms < 0 ? -1 : until_ms - now_ms();
-    if (until_ms >= 0 && left <= 0) return Event::kTimeout;
-    if (poll(waited.data(), waited.size(), static_cast<int>(left)) < 1) continue;
-    if (waited[0].revents != 0) {
-      char signals[16];
-      (void)!read(signal_fd, signals, sizeof signals);
-      return Event::kSignal;
-    }
-    if (waited[1].revents != 0) return Event::kAnswer;
-  }
+Event wait_for_end_of_stop(int signal_fd, int answer_fd, int64_t until_ms) {
+  Event event = Event::kReload;
+  while (event == Event::kReload) event = wait_for_event({signal_fd, answer_fd, -1, until_ms});
+  return event;
 }
 
 // Stops the applications through the socket at a path. False when there was no waiting for the end
@@ -105,17 +110,13 @@ bool stop_applications(const char* path, int signal_fd, int64_t until_ms) {
     warn("cannot stop the applications", strerror(errno));
     return false;
   }
-  switch (wait_for_event(signal_fd, answer_fd, until_ms)) {
-    case Event::kAnswer:
-      report_answer("stop_all", take_answer(answer_fd));
-      return true;
-    case Event::kSignal:
-      warn("stopping the applications", "cut short by a second signal");
-      return false;
-    case Event::kTimeout:
-      warn("stopping the applications", "not done within 90 seconds");
-      return false;
+  const Event event = wait_for_end_of_stop(signal_fd, answer_fd, until_ms);
+  if (event == Event::kAnswer) {
+    report_answer("stop_all", take_answer(answer_fd));
+    return true;
   }
+  warn("stopping the applications",
+       event == Event::kEnd ? "cut short by a second signal" : "not done within 90 seconds");
   return false;
 }
 
@@ -133,12 +134,16 @@ const char* stop_for_good(int signal_fd) {
   return kEndPath;
 }
 
+// A file that is of no use changes nothing.
+void reload(const Options& options, LogMonitor& log_monitor) {
+  Config config;
+  if (read_config(options.config, config)) log_monitor.start(std::move(config));
+}
+
 }  // namespace
 
-bool set_up(Options& options) {
+bool set_up(Options& options, LogMonitor& log_monitor) {
   raise_descriptor_limit();
-  tq_log_init();
-  tq_set_log_level(options.log_level);
   (void)tq_setup_status_manager();
   (void)tq_setup_package_manager();
   const bool all_bound = tq_setup_app_manager() == 1;
@@ -147,6 +152,7 @@ bool set_up(Options& options) {
     warn("not starting the applications", "one without a binding would be tried for ever");
     options.start_all = false;
   }
+  log_monitor.wait_for_begin();
   errno = 0;
   if (const int result = tq_setup_com_manager(); result != 0) {
     warn("cannot answer on " TQ_COM_SOCKET_PATH, strerror(result > 0 ? result : errno));
@@ -160,13 +166,20 @@ bool set_up(Options& options) {
   return true;
 }
 
-void serve(const Options& options, int signal_fd) {
+void serve(const Options& options, int signal_fd, LogMonitor& log_monitor) {
   int answer_fd = options.start_all ? begin_request(TQ_COM_SOCKET_PATH, "start_all") : -1;
   if (options.start_all && answer_fd < 0) warn("cannot start the applications", strerror(errno));
-  while (wait_for_event(signal_fd, answer_fd, -1) == Event::kAnswer) {
-    report_answer("start_all", take_answer(answer_fd));
-    answer_fd = -1;
+  for (Event event = Event::kTimeout; event != Event::kEnd;) {
+    event = wait_for_event({signal_fd, answer_fd, log_monitor.report_fd(), log_monitor.due_ms()});
+    if (event == Event::kReport) log_monitor.take_report();
+    if (event == Event::kTimeout) log_monitor.start_reader();
+    if (event == Event::kReload) reload(options, log_monitor);
+    if (event == Event::kAnswer) {
+      report_answer("start_all", take_answer(answer_fd));
+      answer_fd = -1;
+    }
   }
+  log_monitor.stop();
   const char* socket = TQ_COM_SOCKET_PATH;
   if (!options.keep_applications) socket = stop_for_good(signal_fd);
   (void)unlink(socket);

@@ -2,6 +2,7 @@
 #ifndef TARVIOD_MANAGER_H
 #define TARVIOD_MANAGER_H
 
+#include "log_monitor.h"
 #include "options.h"
 
 namespace tarviod {
@@ -10,13 +11,13 @@ namespace tarviod {
 // error, when that is not possible.
 //
 // options  start_all is taken back, with the reason, where such a start would never end.
-bool set_up(Options& options);
+bool set_up(Options& options, LogMonitor& log_monitor);
 
-// Serves until a signal asks for the end, then stops the applications unless they are to be kept,
-// and removes the socket.
+// Serves and watches the log until a signal asks for the end, then stops the applications unless
+// they are to be kept, and removes the socket.
 //
 // signal_fd  see catch_signals.
-void serve(const Options& options, int signal_fd);
+void serve(const Options& options, int signal_fd, LogMonitor& log_monitor);
 
 }  // namespace tarviod
 

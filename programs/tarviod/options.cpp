@@ -2,8 +2,11 @@
 
 #include <errno.h>
 #include <getopt.h>
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
 
 #include <array>
 
@@ -17,8 +20,9 @@ constexpr char kHelp[] =
     "The resident manager: knows the installed applications, starts and stops them, keeps\n"
     "their statuses and answers the tarvio command on /usr/local/share/tarvio/ipcom.\n"
     "Runs in the foreground until it gets SIGTERM or SIGINT; then it stops the\n"
-    "applications that it started and ends.\n"
+    "applications that it started and ends. Reads its configuration again at SIGHUP.\n"
     "\n"
+    "  -c, --config FILE        read FILE instead of /etc/tarvio/tarviod.conf\n"
     "  -d, --daemon             go to the background once requests are answered\n"
     "  -l, --log-level N        log messages of level N and above: 0 debug (printed on\n"
     "                           standard output too), 1 info, 2 warning (default),\n"
@@ -33,6 +37,7 @@ constexpr char kHelp[] =
 constexpr int kHighestLogLevel = 4;
 
 enum : int {
+  kConfig = 'c',
   kDaemon = 'd',
   kLogLevel = 'l',
   kStartAll = 's',
@@ -41,7 +46,8 @@ enum : int {
   kVersion = 'V'
 };
 
-const std::array<option, 7> kLongOptions = {{
+const std::array<option, 8> kLongOptions = {{
+    {"config", required_argument, nullptr, kConfig},
     {"daemon", no_argument, nullptr, kDaemon},
     {"log-level", required_argument, nullptr, kLogLevel},
     {"start-all", no_argument, nullptr, kStartAll},
@@ -68,13 +74,32 @@ std::optional<int> parse_log_level(const char* text) {
   return static_cast<int>(level);
 }
 
+// A path that stays right when the current directory does not. Null, with the reason on standard
+// error, when it cannot be told.
+const char* absolute(const char* path) {
+  static char joined[PATH_MAX];
+  if (path[0] == '/') return path;
+  const bool known = getcwd(joined, sizeof joined) != nullptr;
+  const size_t length = known ? strlen(joined) : 0;
+  if (known && length + 1 + strlen(path) < sizeof joined) {
+    (void)snprintf(joined + length, sizeof joined - length, "/%s", path);
+    return joined;
+  }
+  (void)fprintf(stderr, "tarviod: %s: %s\n", path, strerror(known ? ENAMETOOLONG : errno));
+  return nullptr;
+}
+
 }  // namespace
 
 CommandLine parse_command_line(int argc, char** argv) {
   Options options;
   int option = 0;
-  while ((option = getopt_long(argc, argv, "dl:skhV", kLongOptions.data(), nullptr)) != -1) {
+  while ((option = getopt_long(argc, argv, "c:dl:skhV", kLongOptions.data(), nullptr)) != -1) {
     switch (option) {
+      case kConfig:
+        options.config = absolute(optarg);
+        if (options.config == nullptr) return end_with(kExitFailure);
+        break;
       case kDaemon:
         options.daemon = true;
         break;

@@ -11,6 +11,7 @@ struct Options {
   bool start_all = false;
   bool keep_applications = false;
   int log_level = 2;
+  const char* config = nullptr;  // an absolute path; null for the default one
 };
 
 // How a program ends, as the manual page lists it.

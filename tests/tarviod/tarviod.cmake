@@ -1,6 +1,6 @@
 # The tests of the resident manager as a program, and what they load into it.
 
-foreach(name held_setup late_clock no_binding)
+foreach(name fast_looks held_setup late_clock no_binding)
   add_library(tarviod-${name} MODULE tarviod/${name}.cpp)
   target_include_directories(tarviod-${name} PRIVATE ${PROJECT_SOURCE_DIR}/include)
   tarvio_warnings(tarviod-${name})
@@ -19,7 +19,29 @@ tarvio_test(
   support/sockets.cpp
   support/tarviod.cpp
   THREADED)
-target_compile_definitions(
-  tarviod_test PRIVATE TARVIOD="$<TARGET_FILE:tarviod>" TARVIO_VERSION="${PROJECT_VERSION}"
-                       ${preloaded})
-add_dependencies(tarviod_test tarviod tarviod-held_setup tarviod-late_clock tarviod-no_binding)
+tarvio_test(
+  tarviod_log_monitor
+  tarviod_watch_test.cpp
+  tarviod_log_reader_test.cpp
+  tarviod_config_test.cpp
+  support/applications.cpp
+  support/sockets.cpp
+  support/tarviod.cpp
+  support/watched_log.cpp
+  THREADED)
+
+foreach(test tarviod_test tarviod_log_monitor_test)
+  target_compile_definitions(
+    ${test} PRIVATE TARVIOD="$<TARGET_FILE:tarviod>" TARVIO_VERSION="${PROJECT_VERSION}" ${preloaded})
+  add_dependencies(${test} tarviod tarviod-fast_looks tarviod-held_setup tarviod-late_clock
+                   tarviod-no_binding)
+endforeach()
+
+if(TARGET tarvio-client)
+  tarvio_test(tarviod_syslogd tarviod_syslogd_test.cpp support/applications.cpp support/sockets.cpp
+              support/tarvio.cpp support/tarviod.cpp)
+  target_compile_definitions(
+    tarviod_syslogd_test PRIVATE TARVIOD="$<TARGET_FILE:tarviod>"
+                                 TARVIO_CLIENT="$<TARGET_FILE:tarvio-client>")
+  add_dependencies(tarviod_syslogd_test tarviod tarvio-client)
+endif()

@@ -1,0 +1,14 @@
+#include "warn.h"
+
+#include <stdio.h>
+
+#include "tarvio/log.h"
+
+namespace tarviod {
+
+void warn(const char* what, const char* why) {
+  (void)fprintf(stderr, "tarviod: %s: %s\n", what, why);
+  tq_log_func(TQ_LOG_WARNING, kSource, __LINE__, "%s: %s", what, why);
+}
+
+}  // namespace tarviod

@@ -1,0 +1,198 @@
+// The configuration file of tarviod.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+
+#include "support/applications.h"
+#include "support/children.h"
+#include "support/files.h"
+#include "support/watched_log.h"
+
+namespace tarvio_test {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Config : public WatchedLog {
+ protected:
+  // Waits until the manager has read its file anew, which it tells by its reader.
+  void reload() {
+    const pid_t before = reader_of(manager());
+    manager().send(SIGHUP);
+    EXPECT_TRUE(eventually([&] { return reader_of(manager()) != before; }));
+  }
+};
+
+TEST_F(Config, MayBeMissing) {
+  fs::remove(kConfigFile);
+  start();
+  EXPECT_EQ(manager().errors(), "");
+  EXPECT_EQ(reader_of(manager()), -1);
+}
+
+TEST_F(Config, MayHaveComments) {
+  write_file(kConfigFile,
+             "# The log of the device.\r\n\r\n  log_period:\t1 ; second\n"
+             "hook.clock: clock # the clock\n hook.mark :mark");
+  start();
+  append_to_log(log_line("warning", "x"));
+  EXPECT_TRUE(becomes("1\nx\n"));
+}
+
+TEST_F(Config, HasASample) {
+  start({"--config", TARVIO_SANDBOX_TOOLS "/../../packaging/tarviod.conf"});
+  EXPECT_EQ(manager().errors(), "");
+}
+
+TEST_F(Config, NamesTheLog) {
+  write_file(kConfigFile, "log_file: /var/log/user.log\nlog_period: 1\nhook.clock: clock\n");
+  write_file("/var/log/user.log", "");
+  start();
+  write_file("/var/log/user.log", log_line("warning", "x"));
+  EXPECT_TRUE(becomes("1\nx\n"));
+}
+
+class ConfigOption : public WatchedLog, public testing::WithParamInterface<const char*> {};
+
+TEST_P(ConfigOption, NamesTheFile) {
+  write_file(kConfigFile, "nonsense\n");
+  write_file("/etc/tarvio/other.conf", "log_period: 1\nhook.clock: clock\n");
+  fs::current_path("/etc");
+  start({GetParam(), "tarvio/other.conf", "--log-level=2"});
+  append_to_log(log_line("warning", "x"));
+  EXPECT_TRUE(becomes("1\nx\n"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Config, ConfigOption, testing::Values("--config", "-c"));
+
+TEST_F(Config, IsRefusedWhenTheNamedFileIsMissing) {
+  const Ended run = run_tarviod({"--config", "/etc/tarvio/other.conf"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors,
+            "tarviod: /etc/tarvio/other.conf: No such file or directory: make it readable, or name "
+            "another file with --config\n");
+}
+
+TEST_F(Config, IsRefusedWhenItIsADirectory) {
+  const Ended run = run_tarviod({"--config", "/etc/tarvio"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors, "tarviod: /etc/tarvio: is a directory: name a file\n");
+}
+
+constexpr char kPeriod[] = "log_period is not a number of seconds: write one from 0 (off) to 86400";
+constexpr char kUnknown[] = "unknown key: use log_file, log_period or hook.TEXT";
+constexpr char kNoColon[] = "no colon in the line: write KEY: VALUE";
+
+std::string at(int line, const char* complaint) {
+  return ":" + std::to_string(line) + ": " + complaint;
+}
+
+TEST(WrongConfig, IsRefusedWithItsLine) {
+  const std::string long_name(128, 'x');
+  struct Row {
+    std::string text;
+    std::string complaint;
+  };
+  const Row rows[] = {
+      {"clock\n", at(1, kNoColon)},
+      {"log_period: 1\n\n# no line\n  hook.clock clock\n", at(4, kNoColon)},
+      {"log_period: 1\rhook\r\nx\n", at(2, kNoColon)},
+      {"hook.clock # : clock\n", at(1, kNoColon)},
+      {"log_period: x\n", at(1, kPeriod)},
+      {"log_period:\n", at(1, kPeriod)},
+      {"log_period: -1\n", at(1, kPeriod)},
+      {"log_period: +1\n", at(1, kPeriod)},
+      {"log_period: 1s\n", at(1, kPeriod)},
+      {"log_period: 86401\n", at(1, kPeriod)},
+      {"log_period: 99999999999999999999\n", at(1, kPeriod)},
+      {"log_period: 1\n#\nlog_period: y\n", at(3, kPeriod)},
+      {"log_file: messages\n", at(1, "log_file is not an absolute path: begin it with '/'")},
+      {"log_file:\n", at(1, "log_file is not an absolute path: begin it with '/'")},
+      {"log_period: 1\nlog_perod: 1\n", at(2, kUnknown)},
+      {": 1\n", at(1, kUnknown)},
+      {"\n\tthe hook: clock", at(2, kUnknown)},
+      {"hook: clock\n", at(1, kUnknown)},
+      {"hook.: clock\n", at(1, "hook without a text: write hook.TEXT: APPLICATION")},
+      {"hook.clock:\n", at(1, "hook without an application: write hook.TEXT: APPLICATION")},
+      {"hook.clock: " + long_name + "\n",
+       at(1, "application name too long: use the package's, of at most 127 bytes")},
+      {"x" + long_name + long_name + long_name + ": x\n", at(0, kUnknown)},
+  };
+  for (const Row& row : rows) {
+    write_file(kConfigFile, row.text);
+    const Ended run = run_tarviod({});
+    EXPECT_EQ(run.status, 1) << row.text;
+    EXPECT_EQ(run.errors, std::string("tarviod: ") + kConfigFile + row.complaint + "\n");
+    EXPECT_EQ(run.output, "");
+  }
+}
+
+TEST_F(Config, IsReadAgainAtSighup) {
+  start();
+  append_to_log(log_line("warning", "1"));
+  EXPECT_TRUE(becomes("1\n1\n"));
+  write_file(kConfigFile, "log_period: 1\nhook.radio: radio\nhook.mark: mark\n");
+  reload();
+  append_to_log(log_line("warning", "2") + log_line("warning", "3", "radio"));
+  EXPECT_TRUE(becomes("1\n3\n", "radio"));
+  EXPECT_EQ(status_of("clock"), "1\n1\n");
+}
+
+TEST_F(Config, LosesNoLineWhenItIsReadAgain) {
+  start();
+  append_to_log(log_line("info", "1"));
+  EXPECT_TRUE(becomes("0\n1\n"));
+  for (int round = 0; round < 5; ++round) {
+    append_to_log(log_line("info", "2"));
+    reload();
+    append_to_log(log_line("info", "3"));
+  }
+  ASSERT_TRUE(catches_up());
+  EXPECT_EQ(counted(), 11);
+}
+
+TEST_F(Config, TakesTheEndOfAnotherLogForItsBegin) {
+  write_file("/var/log/user.log", log_line("err", "old"));
+  start();
+  write_file(kConfigFile, "log_file: /var/log/user.log\nlog_period: 1\nhook.clock: clock\n");
+  const pid_t before = reader_of(manager());
+  manager().send(SIGHUP);
+  next_reader(manager(), before);
+  write_file("/var/log/user.log", log_line("err", "old") + log_line("warning", "new"));
+  EXPECT_TRUE(becomes("1\nnew\n"));
+}
+
+TEST_F(Config, StaysAsItWasWhenItIsBadAtSighup) {
+  start();
+  const pid_t reader = reader_of(manager());
+  write_file(kConfigFile, "log_period: 1\nhook.clock clock\n");
+  manager().send(SIGHUP);
+  const std::string complaint = std::string("tarviod: ") + kConfigFile + ":2: " + kNoColon + "\n";
+  EXPECT_TRUE(eventually([&] { return manager().errors() == complaint; }));
+  append_to_log(log_line("warning", "x"));
+  EXPECT_TRUE(becomes("1\nx\n"));
+  EXPECT_EQ(reader_of(manager()), reader);
+}
+
+TEST_F(Config, SwitchesTheMonitorOffAndOn) {
+  start();
+  write_file(kConfigFile, "log_period: 0\nhook.clock: clock\n");
+  reload();
+  append_to_log(log_line("warning", "while it is off"));
+  write_file(kConfigFile, "log_period: 1\nhook.clock: clock\nhook.mark: mark\n");
+  manager().send(SIGHUP);
+  next_reader(manager(), -1);
+  ASSERT_TRUE(catches_up());
+  EXPECT_EQ(counted(), 0);
+}
+
+TEST_F(Config, IsNotReadAgainWhereSighupIsIgnored) {
+  Tarviod manager({}, [] { ::signal(SIGHUP, SIG_IGN); });
+  ASSERT_TRUE(manager.answers());
+  EXPECT_NE(signals_of(manager.pid(), "SigIgn") & 1U << (SIGHUP - 1), 0U);
+}
+
+}  // namespace
+}  // namespace tarvio_test

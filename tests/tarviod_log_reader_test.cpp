@@ -1,0 +1,135 @@
+// The process that reads the log for tarviod.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <set>
+#include <string>
+
+#include "support/applications.h"
+#include "support/children.h"
+#include "support/files.h"
+#include "support/sockets.h"
+#include "support/watched_log.h"
+#include "tarvio/com.h"
+
+namespace tarvio_test {
+namespace {
+
+class LogReader : public WatchedLog {};
+
+TEST_F(LogReader, IsThereBeforeRequestsAreAnswered) {
+  start();
+  EXPECT_NE(reader_of(manager()), -1);
+}
+
+TEST_F(LogReader, IsNotThereWithoutAHook) {
+  write_file(kConfigFile, "log_period: 1\n");
+  start();
+  EXPECT_EQ(reader_of(manager()), -1);
+}
+
+TEST_F(LogReader, IsNotThereWhenThePeriodIs0) {
+  write_file(kConfigFile, "log_period: 0\nhook.clock: clock\n");
+  start();
+  EXPECT_EQ(reader_of(manager()), -1);
+}
+
+TEST_F(LogReader, IsReplacedWhenItDies) {
+  start();
+  append_to_log(log_line("info", "1"));
+  EXPECT_TRUE(becomes("0\n1\n"));
+  const pid_t first = reader_of(manager());
+  ::kill(first, SIGKILL);
+  EXPECT_TRUE(ends(first));
+  append_to_log(log_line("info", "2"));
+  EXPECT_TRUE(becomes("0\n2\n"));
+  EXPECT_NE(reader_of(manager()), first);
+  EXPECT_EQ(counted(), 2);
+  EXPECT_EQ(manager().errors(), "tarviod: the log reader died: starting another one\n");
+}
+
+TEST_F(LogReader, MayDieAtAnyTimeWithoutALineBeingLostOrCountedTwice) {
+  start();
+  std::string lines;
+  for (int line = 0; line < 300; ++line) lines += log_line("info", std::to_string(line));
+  pid_t reader = -1;
+  for (int round = 0; round < 3; ++round) {
+    const pid_t before = reader;
+    EXPECT_TRUE(eventually([&] {
+      reader = reader_of(manager());
+      return reader != -1 && reader != before;
+    }));
+    append_to_log(lines);
+    ::usleep(static_cast<useconds_t>(5000 + round * 700));
+    ::kill(reader, SIGKILL);
+    EXPECT_TRUE(ends(reader));
+  }
+  ASSERT_TRUE(catches_up());
+  EXPECT_EQ(counted(), 900);
+}
+
+TEST_F(LogReader, LeavesSignalsThatAreMeantForAllToTheManager) {
+  start();
+  const pid_t reader = reader_of(manager());
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) ::kill(reader, signal);
+  ASSERT_TRUE(catches_up());
+  EXPECT_EQ(reader_of(manager()), reader);
+}
+
+class EndOfManager : public LogReader, public testing::WithParamInterface<int> {};
+
+TEST_P(EndOfManager, EndsItToo) {
+  start();
+  const pid_t reader = reader_of(manager());
+  manager().send(GetParam());
+  manager().end();
+  EXPECT_TRUE(ends(reader));
+  EXPECT_EQ(manager().errors(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(LogReader, EndOfManager, testing::Values(SIGTERM, SIGKILL));
+
+TEST_F(LogReader, DoesNotReadALogThatStaysAsItIs) {
+  append_to_log(log_line("info", "old"));
+  start();
+  const pid_t reader = reader_of(manager());
+  ASSERT_TRUE(catches_up());
+  const size_t before = descriptors_of(reader);
+  ::usleep(200'000);  // forty looks
+  EXPECT_EQ(reader_of(manager()), reader);
+  EXPECT_EQ(descriptors_of(reader), before);
+}
+
+// Each look at the growing log is a read, which costs descriptors for good.
+TEST_F(LogReader, IsReplacedAfterItsReadsAndNobodyHoldsMoreThanBefore) {
+  start();
+  ASSERT_TRUE(catches_up());
+  const size_t of_manager = descriptors_of(manager().pid());
+  std::set<pid_t> readers;
+  for (int line = 0; line < 3 * kReadsOfAReader; ++line) {
+    ASSERT_TRUE(catches_up());
+    const pid_t reader = reader_of(manager());
+    if (reader == -1 || !readers.insert(reader).second) continue;
+    // Not one of the manager's, which each start of an application makes more.
+    EXPECT_LE(descriptors_of(reader), 4 + 2 * kReadsOfAReader + 2);
+  }
+  EXPECT_GE(readers.size(), 3U);
+  EXPECT_EQ(descriptors_of(manager().pid()), of_manager);
+  EXPECT_EQ(counted(), 0);
+  EXPECT_EQ(manager().errors(), "");
+}
+
+TEST_F(LogReader, InheritsNoDescriptorOfTheManager) {
+  install_application("clock");
+  start();
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "0\n\n");
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "stop_app\nclock\n"), "0\n\n");
+  const pid_t first = reader_of(manager());
+  append_to_log("read me\n");
+  manager().send(SIGHUP);
+  next_reader(manager(), first);
+}
+
+}  // namespace
+}  // namespace tarvio_test
