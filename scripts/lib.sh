@@ -6,7 +6,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 build_packages=(cmake g++ make)
 client_packages=(nlohmann-json3-dev)
 demo_packages=(busybox)
-test_packages=(libgtest-dev libgmock-dev binutils "${demo_packages[@]}")
+test_packages=(libgtest-dev libgmock-dev binutils mtd-utils "${demo_packages[@]}")
 bench_packages=(libbenchmark-dev)
 
 # Whether a Debian package, or a tool of its name from elsewhere, is there.

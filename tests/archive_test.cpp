@@ -16,6 +16,7 @@
 #include "support/files.h"
 #include "support/got_hook.h"
 #include "support/log_capture.h"
+#include "support/shell_commands.h"
 #include "support/unit_messages.h"
 #include "support/work_folder.h"
 #include "tarvio/log.h"
@@ -29,17 +30,6 @@ using testing::StartsWith;
 
 constexpr char kUnit[] = "util/tq_archive";
 const std::string kLong(300, 'x');
-
-// The command lines that a call gives to the shell, which runs none of them.
-std::vector<std::string> commands_of(const std::function<void()>& call) {
-  std::vector<std::string> commands;
-  Hook popen("popen", [&](const char* command, const char* mode) {
-    commands.emplace_back(command);
-    return ::popen("true", mode);
-  });
-  call();
-  return commands;
-}
 
 int archive_tgz(const char* archive, const std::vector<const char*>& files) {
   return tq_archive_tgz(archive, static_cast<int>(files.size()), files.data());

@@ -1,0 +1,424 @@
+// The wrappers of the flash tools.
+#include "tarvio/nand.h"
+
+#include <errno.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "support/fail_alloc.h"
+#include "support/files.h"
+#include "support/got_hook.h"
+#include "support/log_capture.h"
+#include "support/shell_commands.h"
+#include "support/unit_messages.h"
+#include "support/work_folder.h"
+#include "tarvio/log.h"
+
+namespace tarvio_test {
+namespace {
+
+namespace fs = std::filesystem;
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kUnit[] = "util/tq_nand_util";
+constexpr int kBlock = 0x20000;
+constexpr int kUnwritten = -7;
+constexpr char kInputOutputError[] = "echo 'libmtd: error 5 (Input/output error)'";
+
+std::string prints(const std::string& text) { return "echo '" + text + "'"; }
+
+// What a call comes to when the tool prints a text.
+int result_with(const std::string& text, const std::function<int()>& call) {
+  const ShellCommands commands([&](auto&) { return prints(text); });
+  return call();
+}
+
+struct ToolCall {
+  const char* command;
+  std::function<int()> call;
+};
+
+const std::vector<ToolCall>& tool_calls() {
+  static const std::vector<ToolCall> all = {
+      {"mkfs.jffs2 -x lzo --root=/mnt/root --output=./rootfs --pad --little-endian "
+       "--eraseblock=0x20000 -n 2>&1",
+       [] { return tq_mkfs_jffs2("/mnt/root", "./rootfs"); }},
+      {"flash_erase /dev/mtd2 0x0 1 2>&1", [] { return tq_erase_flash("/dev/mtd2", 0, kBlock); }},
+      {"flash_eraseall /dev/mtd3 2>&1", [] { return tq_erase_flash_all("/dev/mtd3"); }},
+      {"nandwrite /dev/mtd3 ./uImage 2>&1",
+       [] { return tq_nandwrite("./uImage", "/dev/mtd3", 0); }},
+      {"nandwrite /dev/mtd2 -s 0x120000 ./info 2>&1",
+       [] { return tq_nandwrite("./info", "/dev/mtd2", 0x120000); }},
+      {"nanddump -b -o /dev/mtd3 -f ./uImage 2>&1",
+       [] { return tq_nanddump("/dev/mtd3", "./uImage", 0, 0); }},
+      {"nanddump -b -o /dev/mtd2 -s 0x120000 -f ./info 2>&1",
+       [] { return tq_nanddump("/dev/mtd2", "./info", 0x120000, 0); }},
+  };
+  return all;
+}
+
+TEST(FlashTool, RunsItsCommand) {
+  for (const ToolCall& tool : tool_calls()) {
+    EXPECT_THAT(commands_of([&] { EXPECT_EQ(tool.call(), 0); }), ElementsAre(tool.command));
+  }
+}
+
+TEST(FlashTool, FailsByWhatItPrints) {
+  for (const ToolCall& tool : tool_calls()) {
+    EXPECT_EQ(result_with("error 28 (No space left on device)", tool.call), ENOSPC) << tool.command;
+    EXPECT_EQ(result_with("all is well\nerror 5 (Input/output error)\nNo space left on device",
+                          tool.call),
+              EIO)
+        << tool.command;
+  }
+}
+
+TEST(FlashTool, IsNotJudgedByItsExitStatus) {
+  for (const ToolCall& tool : tool_calls()) {
+    const ShellCommands commands([](auto&) { return "echo error; exit 255"; });
+    EXPECT_EQ(tool.call(), 0) << tool.command;
+  }
+}
+
+TEST(FlashTool, FailsWithoutAShell) {
+  for (const ToolCall& tool : tool_calls()) {
+    Hook popen("popen", [](const char*, const char*) -> FILE* {
+      errno = EMFILE;
+      return nullptr;
+    });
+    EXPECT_EQ(tool.call(), EMFILE) << tool.command;
+  }
+}
+
+TEST(FlashTool, FailsWithoutMemory) {
+  for (const ToolCall& tool : tool_calls()) {
+    const ShellCommands commands;
+    const FailAlloc fail(1);
+    EXPECT_EQ(tool.call(), ENOMEM) << tool.command;
+    EXPECT_THAT(commands.lines(), IsEmpty());
+  }
+}
+
+TEST(FlashTool, NeedsItsArguments) {
+  const LogCapture log(TQ_LOG_DEBUG);
+  int number = kUnwritten;
+  EXPECT_THAT(commands_of([&] {
+                EXPECT_EQ(tq_mkfs_jffs2(nullptr, "f"), EINVAL);
+                EXPECT_EQ(tq_mkfs_jffs2("d", nullptr), EINVAL);
+                EXPECT_EQ(tq_erase_flash(nullptr, 0, kBlock), EINVAL);
+                EXPECT_EQ(tq_erase_flash_all(nullptr), EINVAL);
+                EXPECT_EQ(tq_nandwrite(nullptr, "d", 0), EINVAL);
+                EXPECT_EQ(tq_nandwrite("f", nullptr, 0), EINVAL);
+                EXPECT_EQ(tq_nanddump(nullptr, "f", 0, 0), EINVAL);
+                EXPECT_EQ(tq_nanddump("d", nullptr, 0, 0), EINVAL);
+                EXPECT_EQ(tq_nand_count_badblock(nullptr, &number), EINVAL);
+                EXPECT_EQ(tq_nand_count_badblock("d", nullptr), EINVAL);
+                EXPECT_EQ(tq_nand_get_writable_len(nullptr, 6, 0, &number), EINVAL);
+                EXPECT_EQ(tq_nand_get_writable_len("f", 6, 0, nullptr), EINVAL);
+              }),
+              IsEmpty());
+  EXPECT_EQ(number, kUnwritten);
+  EXPECT_THAT(log.records(), IsEmpty());
+}
+
+// A command line has a buffer of 256 bytes.
+TEST(FlashTool, TakesACommandLineOf255Characters) {
+  int number = kUnwritten;
+  const struct {
+    std::string around;
+    std::function<int(const char*)> call;
+  } rows[] = {
+      {"mkfs.jffs2 -x lzo --root= --output=o --pad --little-endian --eraseblock=0x20000 -n 2>&1",
+       [](const char* name) { return tq_mkfs_jffs2(name, "o"); }},
+      {"flash_erase  0x0 1 2>&1", [](const char* name) { return tq_erase_flash(name, 0, kBlock); }},
+      {"flash_eraseall  2>&1", [](const char* name) { return tq_erase_flash_all(name); }},
+      {"nandwrite d  2>&1", [](const char* name) { return tq_nandwrite(name, "d", 0); }},
+      {"nandwrite d -s 0x10  2>&1", [](const char* name) { return tq_nandwrite(name, "d", 16); }},
+      {"nanddump -b -o d -f  2>&1", [](const char* name) { return tq_nanddump("d", name, 0, 0); }},
+      {"nanddump -b -o d -s 0x10 -f  2>&1",
+       [](const char* name) { return tq_nanddump("d", name, 16, 0); }},
+      {"nanddump -b -o  -l 131072 -f countbad 2>&1",
+       [&](const char* name) { return tq_nand_count_badblock(name, &number); }},
+  };
+  for (const auto& row : rows) {
+    const std::string longest(255 - row.around.size(), 'x');
+    const auto commands = commands_of([&] { EXPECT_EQ(row.call(longest.c_str()), 0); });
+    ASSERT_EQ(commands.size(), 1U) << row.around;
+    EXPECT_EQ(commands.front().size(), 255U);
+
+    const LogCapture log(TQ_LOG_WARNING);
+    EXPECT_THAT(commands_of([&] { EXPECT_EQ(row.call((longest + 'x').c_str()), ENAMETOOLONG); }),
+                IsEmpty());
+    EXPECT_EQ(log.messages(TQ_LOG_WARNING).size(), 1U) << row.around;
+  }
+}
+
+TEST(FlashTool, LogsWhatItDoes) {
+  const LogCapture log(TQ_LOG_DEBUG);
+  commands_of([] {
+    tq_mkfs_jffs2("dir", "file");
+    tq_erase_flash_all("dev");
+    tq_nandwrite("file", "dev", 0x40000);
+    tq_nanddump("dev", "file", 0x20, 0);
+  });
+  EXPECT_THAT(unit_messages(log, kUnit),
+              ElementsAre("debug: tq_mkfs_jffs2 dir->file ",
+                          "debug: mkfs.jffs2 -x lzo --root=dir --output=file --pad "
+                          "--little-endian --eraseblock=0x20000 -n 2>&1",
+                          "debug: tq_mkfs_jffs2 result 0 ",  //
+                          "debug: tq_erase_flash_all dev", "debug: tq_erase_flash_all result 0 ",
+                          "debug: tq_nandwrite file->dev ", "debug: tq_nandwrite result 0 ",
+                          "debug: tq_nanddump dev->file : st =0x20  len =0x0",
+                          "debug: tq_nanddump result 0 "));
+}
+
+TEST(FlashTool, LogsItsFailure) {
+  const LogCapture log(TQ_LOG_DEBUG);
+  result_with("Input/output error", [] {
+    tq_mkfs_jffs2("dir", "file");
+    tq_erase_flash_all("dev");
+    return tq_nandwrite("file", "dev", 0);
+  });
+  EXPECT_TRUE(log.contains(TQ_LOG_DEBUG, kUnit, "tq_mkfs_jffs2 result 5 "));
+  EXPECT_TRUE(log.contains(TQ_LOG_DEBUG, kUnit, "tq_erase_flash_all result 5 "));
+  EXPECT_TRUE(log.contains(TQ_LOG_DEBUG, kUnit, "tq_nandwrite result 5 "));
+}
+
+TEST(EraseFlash, ErasesWholeBlocksAlone) {
+  EXPECT_THAT(
+      commands_of(
+          [] { EXPECT_EQ(tq_erase_flash("/dev/mtd2", 0x40000, 2 * kBlock + kBlock / 2), 0); }),
+      ElementsAre("flash_erase /dev/mtd2 0x40000 1 2>&1", "flash_erase /dev/mtd2 0x60000 1 2>&1"));
+}
+
+TEST(EraseFlash, RunsNothingForLessThanABlock) {
+  for (const int length : {kBlock - 1, 1, 0, -1, -kBlock, INT_MIN}) {
+    const LogCapture log(TQ_LOG_DEBUG);
+    EXPECT_THAT(commands_of([&] { EXPECT_EQ(tq_erase_flash("d", 0, length), -1); }), IsEmpty());
+    EXPECT_THAT(unit_messages(log, kUnit),
+                testing::Contains("debug: tq_erase_flash total result -1 "));
+  }
+}
+
+// Erases four blocks, of which those given as 'x' fail.
+int erase_with(const std::string& failures) {
+  size_t at = 0;
+  const ShellCommands commands([&](auto&) {
+    return failures[at++] == 'x' ? prints("No space left on device") : std::string("true");
+  });
+  const int result = tq_erase_flash("d", 0, static_cast<int>(failures.size()) * kBlock);
+  EXPECT_EQ(commands.lines().size(), failures.size());
+  return result;
+}
+
+TEST(EraseFlash, SucceedsAsSoonAsOneBlockDid) {
+  EXPECT_EQ(erase_with(".x"), 0);
+  EXPECT_EQ(erase_with("x."), 0);
+  EXPECT_EQ(erase_with("xx.x"), 0);
+  EXPECT_EQ(erase_with("...."), 0);
+}
+
+TEST(EraseFlash, FailsWithTheLastBlockWhenAllFail) {
+  EXPECT_EQ(erase_with("xxxx"), ENOSPC);
+  int run = 0;
+  const ShellCommands commands([&](auto&) {
+    return run++ == 0 ? prints("Input/output error") : prints("Invalid argument");
+  });
+  EXPECT_EQ(tq_erase_flash("d", 0, 2 * kBlock), EINVAL);
+}
+
+TEST(EraseFlash, LogsTheTotalBeforeEachBlock) {
+  const LogCapture log(TQ_LOG_DEBUG);
+  erase_with("x.x");
+  EXPECT_THAT(unit_messages(log, kUnit),
+              ElementsAre("debug: tq_erase_flash d start 0x0 len 0x60000",
+                          "debug: tq_erase_flash parial result -1 ",
+                          "debug: tq_erase_flash parial result 28 ",
+                          "debug: tq_erase_flash parial result 0 ",
+                          "debug: tq_erase_flash total result 0 "));
+}
+
+// The room of a command line decides before the first block, whose offset is the shortest.
+TEST(EraseFlash, RunsNothingWhenALaterBlockDoesNotFit) {
+  const std::string device(255 - std::string("flash_erase  0x0 1 2>&1").size(), 'x');
+  EXPECT_THAT(
+      commands_of([&] { EXPECT_EQ(tq_erase_flash(device.c_str(), 0, 2 * kBlock), ENAMETOOLONG); }),
+      IsEmpty());
+}
+
+TEST(NandDump, IsCutToItsLengthWhateverTheDumpDid) {
+  const WorkFolder folder;
+  const LogCapture log(TQ_LOG_DEBUG);
+  const ShellCommands commands(
+      [](auto&) { return "head -c 300000 /dev/zero >f; echo Input/output error"; });
+  EXPECT_EQ(tq_nanddump("/dev/mtd2", "f", 0, 0x1a000), 0);
+  EXPECT_EQ(fs::file_size(folder / "f"), 0x1a000U);
+  EXPECT_THAT(unit_messages(log, kUnit),
+              ElementsAre("debug: tq_nanddump /dev/mtd2->f : st =0x0  len =0x1a000",
+                          "debug: tq_nanddump result 5 ", "debug: shurink file size to 0x1a000"));
+}
+
+TEST(NandDump, IsFilledUpWhenItIsShort) {
+  const WorkFolder folder;
+  const ShellCommands commands([](auto&) { return "printf abc >f"; });
+  EXPECT_EQ(tq_nanddump("/dev/mtd2", "f", 0, 5), 0);
+  EXPECT_EQ(read_file(folder / "f"), std::string("abc\0\0", 5));
+}
+
+TEST(NandDump, FailsWhenItCannotBeCut) {
+  const WorkFolder folder;
+  const ShellCommands commands;
+  EXPECT_EQ(tq_nanddump("/dev/mtd2", "f", 0, 5), -1);
+}
+
+TEST(NandDump, WithoutALengthIsTheDumpAlone) {
+  const WorkFolder folder;
+  const ShellCommands commands([](auto&) { return "printf abc >f; echo Input/output error"; });
+  EXPECT_EQ(tq_nanddump("/dev/mtd2", "f", 0, 0), EIO);
+  EXPECT_EQ(read_file(folder / "f"), "abc");
+}
+
+// Nothing is cut when nothing ran.
+TEST(NandDump, LeavesAFileWhoseNameIsTooLongAlone) {
+  const WorkFolder folder;
+  const std::string folders = std::string(200, 'd') + "/" + std::string(30, 'e');
+  fs::create_directories(folder / folders);
+  write_file(folder / (folders + "/f"), "abc");
+  EXPECT_EQ(tq_nanddump("/dev/mtd2", (folders + "/f").c_str(), 0, 1), ENAMETOOLONG);
+  EXPECT_EQ(read_file(folder / (folders + "/f")), "abc");
+}
+
+class CountBadBlocks : public testing::Test {
+ protected:
+  // Runs a tool that writes "countbad" and prints the lines.
+  int count(const std::string& lines) {
+    const ShellCommands commands([&](auto&) { return "touch countbad; printf '" + lines + "'"; });
+    const int result = tq_nand_count_badblock("/dev/mtd2", &bad_blocks_);
+    commands_ = commands.lines();
+    return result;
+  }
+
+  const WorkFolder folder_;
+  std::vector<std::string> commands_;
+  int bad_blocks_ = kUnwritten;
+};
+
+TEST_F(CountBadBlocks, DumpsOneBlockAndRemovesIt) {
+  EXPECT_EQ(count("ECC failed: 0\\nNumber of bad blocks: 3\\n"), 0);
+  EXPECT_EQ(bad_blocks_, 3);
+  EXPECT_THAT(commands_, ElementsAre("nanddump -b -o /dev/mtd2 -l 131072 -f countbad 2>&1"));
+  EXPECT_THAT(folder_.names(), IsEmpty());
+}
+
+TEST_F(CountBadBlocks, LogsTheLinesUpToTheNumber) {
+  const LogCapture log(TQ_LOG_DEBUG);
+  count("ECC failed: 0\\nNumber of bad blocks: 3\\nNumber of bad blocks: 4\\n");
+  EXPECT_EQ(bad_blocks_, 3);
+  EXPECT_THAT(
+      unit_messages(log, kUnit),
+      ElementsAre("debug: tq_nand_count_badblock  /dev/mtd2 ",
+                  "debug: nanddump parse line :ECC failed: 0\n",
+                  "debug: nanddump parse line :Number of bad blocks: 3\n", "debug: bad blocks 3"));
+}
+
+TEST_F(CountBadBlocks, LeavesTheNumberAloneWithoutALine) {
+  for (const char* lines : {"", "ECC failed: 0\\n", " Number of bad blocks: 3\\n",
+                            "The Number of bad blocks: 3\\n", "Number of bad block: 3\\n"}) {
+    EXPECT_EQ(count(lines), 0) << lines;
+    EXPECT_EQ(bad_blocks_, kUnwritten) << lines;
+  }
+}
+
+TEST_F(CountBadBlocks, EndsAtALineWithoutANumber) {
+  const LogCapture log(TQ_LOG_DEBUG);
+  EXPECT_EQ(count("Number of bad blocks: many\\nNumber of bad blocks: 4\\n"), 0);
+  EXPECT_EQ(bad_blocks_, kUnwritten);
+  EXPECT_TRUE(log.contains(TQ_LOG_DEBUG, kUnit, "bad blocks -7"));
+}
+
+TEST_F(CountBadBlocks, DoesNotMindComplaints) {
+  EXPECT_EQ(count("Input/output error\\nNumber of bad blocks: 1\\n"), 0);
+  EXPECT_EQ(bad_blocks_, 1);
+}
+
+TEST_F(CountBadBlocks, RemovesTheFileWithoutAShell) {
+  Hook popen("popen", [](const char*, const char*) -> FILE* {
+    errno = EAGAIN;
+    return nullptr;
+  });
+  write_file(folder_ / "countbad", "");
+  EXPECT_EQ(tq_nand_count_badblock("/dev/mtd2", &bad_blocks_), EAGAIN);
+  EXPECT_EQ(bad_blocks_, kUnwritten);
+  EXPECT_THAT(folder_.names(), IsEmpty());
+}
+
+class WritableLength : public testing::Test {
+ protected:
+  int ask(int type, int bad_blocks, uintmax_t file_bytes) {
+    write_file(folder_ / "image", "");
+    fs::resize_file(folder_ / "image", file_bytes);
+    int length = kUnwritten;
+    EXPECT_EQ(tq_nand_get_writable_len("image", type, bad_blocks, &length), 0);
+    return length;
+  }
+
+  const WorkFolder folder_;
+};
+
+TEST_F(WritableLength, IsThatOfAFileThatFits) {
+  EXPECT_EQ(ask(6, 0, 0x100000), 0x100000);
+  EXPECT_EQ(ask(7, 1, 0x1e0000), 0x1e0000);
+  EXPECT_EQ(ask(12, 0, 0), 0);
+}
+
+TEST_F(WritableLength, IsTheRoomInTheGoodBlocksOtherwise) {
+  EXPECT_EQ(ask(7, 2, 0x1e0000), 0x1c0000);
+  EXPECT_EQ(ask(7, 1, 0x1e0001), 0x1e0000);
+  EXPECT_EQ(ask(12, 2, 10), 0x1a000 - 2 * kBlock);
+}
+
+TEST_F(WritableLength, FollowsTheTableOfAreas) {
+  constexpr uintmax_t kLarge = 0x10000000;
+  for (const auto& [type, bytes] : {std::pair{6, 0x3c00000},
+                                    {7, 0x200000},
+                                    {8, 0x8000000},
+                                    {9, 0x8000000},
+                                    {10, 0x4000000},
+                                    {11, 0x40000},
+                                    {12, 0x1a000},
+                                    {5, 0},
+                                    {13, 0},
+                                    {0, 0},
+                                    {-1, 0}}) {
+    EXPECT_EQ(ask(type, 0, kLarge), bytes) << type;
+    EXPECT_EQ(ask(type, 1, kLarge), bytes - kBlock) << type;
+  }
+}
+
+TEST_F(WritableLength, LogsIt) {
+  const LogCapture log(TQ_LOG_DEBUG);
+  ask(7, 1, 5);
+  EXPECT_THAT(unit_messages(log, kUnit),
+              ElementsAre("debug: flash write file size=",
+                          "debug: flash area length 2097152 , bad blocks  ",
+                          "debug: final flash writable length 5 "));
+}
+
+TEST_F(WritableLength, FailsWithoutTheFile) {
+  const LogCapture log(TQ_LOG_DEBUG);
+  int length = kUnwritten;
+  EXPECT_EQ(tq_nand_get_writable_len("none", 7, 0, &length), ENOENT);
+  EXPECT_EQ(length, kUnwritten);
+  EXPECT_THAT(unit_messages(log, kUnit), ElementsAre("error: Can't read file size none"));
+}
+
+}  // namespace
+}  // namespace tarvio_test
