@@ -107,6 +107,9 @@ struct Syslog {
     printed_before = output->text();
   }
   static void keep_format(int /*priority*/, const char* given, ...) { format = given; }
+  static void keep_format_after_flag(int /*priority*/, int /*flag*/, const char* given, ...) {
+    format = given;
+  }
   static void fail(int /*priority*/, const char* /*format*/, ...) { errno = EPIPE; }
 };
 
@@ -116,7 +119,7 @@ TEST(Log, PrintsADebugMessageAfterSyslogHasIt) {
   Syslog::printed_before = "syslog was not called";
   tq_set_log_level(TQ_LOG_DEBUG);
   {
-    const Hook hook("syslog", &Syslog::check_output);
+    const Hook hook(imported_name("syslog"), &Syslog::check_output);
     log_at(TQ_LOG_DEBUG, "text");
   }
   tq_set_log_level(TQ_LOG_WARNING);
@@ -141,7 +144,10 @@ TEST(Log, WritesPercentSignsOfArgumentsAsTheyAre) {
 }
 
 TEST(Log, PassesTheLineToSyslogAsAnArgument) {
-  const Hook hook("syslog", &Syslog::keep_format);
+  const ImportPatch patch(imported_name("syslog"),
+                          library_imports("syslog")
+                              ? reinterpret_cast<void*>(&Syslog::keep_format)
+                              : reinterpret_cast<void*>(&Syslog::keep_format_after_flag));
   log_at(TQ_LOG_ERROR, "100%");
   EXPECT_EQ(Syslog::format, "%s");
 }
@@ -246,7 +252,7 @@ TEST(Log, WritesTheEndAloneWhenAMessageCannotBeFormatted) {
 }
 
 TEST(Log, LeavesErrnoAsItWas) {
-  const Hook hook("syslog", &Syslog::fail);
+  const Hook hook(imported_name("syslog"), &Syslog::fail);
   for (const int level : {TQ_LOG_INFO, TQ_LOG_ERROR}) {
     errno = ENOENT;
     log_at(level, "text");

@@ -148,7 +148,7 @@ int no_asprintf(char**, const char*, ...) {
 }
 
 TEST_F(OpkgWithOptions, WithoutMemoryForTheLineReturns12) {
-  const Hook asprintf("asprintf", &no_asprintf);
+  const Hook asprintf(imported_name("asprintf"), &no_asprintf);
   EXPECT_EQ(tq_opkg_run_command_with_options("remove", nullptr, nullptr, "pkg"), ENOMEM);
   EXPECT_THAT(unit_messages(log_, kUnit),
               ElementsAre("debug: tq_opkg_run_command_with_options: malloc error "));

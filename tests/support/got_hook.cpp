@@ -154,6 +154,11 @@ bool library_imports(const std::string& name) {
   return library && !slots_of_variants(*library, name).empty();
 }
 
+std::string imported_name(const std::string& name) {
+  const std::string checking = "__" + name + "_chk";
+  return !library_imports(name) && library_imports(checking) ? checking : name;
+}
+
 ImportPatch::ImportPatch(const std::string& name, void* replacement) {
   const std::optional<Library> library = find_library();
   if (!library) {
@@ -165,9 +170,8 @@ ImportPatch::ImportPatch(const std::string& name, void* replacement) {
     store(*library, slot, replacement);
   }
   if (!slots_.empty()) return;
-  const std::string fortified = "__" + name + "_chk";
-  ADD_FAILURE() << "libtarvio.so does not import " << name
-                << (library_imports(fortified) ? ", but " + fortified : std::string());
+  ADD_FAILURE() << "libtarvio.so does not import " << name << ", but perhaps "
+                << imported_name(name);
 }
 
 ImportPatch::~ImportPatch() {
