@@ -25,7 +25,8 @@ int64_t tick_ms = 0;  // what each look at the clock takes
 
 int look_at_clock(clockid_t, timespec* time) {
   now_ms += tick_ms;
-  *time = {.tv_sec = now_ms / 1000, .tv_nsec = now_ms % 1000 * 1000000};
+  *time = {.tv_sec = static_cast<time_t>(now_ms / 1000),
+           .tv_nsec = static_cast<long>(now_ms % 1000 * 1000000)};
   return 0;
 }
 

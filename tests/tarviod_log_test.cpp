@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <string>
 
+#include "support/children.h"
 #include "support/sockets.h"
 #include "support/tarviod.h"
 #include "tarvio/com.h"
@@ -61,9 +62,11 @@ TEST(TarviodLog, LogsItsStartAtLevel1) {
   const SystemLog log;
   Tarviod manager({"-l1"});
   ASSERT_TRUE(manager.answers());
-  EXPECT_THAT(log.text(),
-              HasSubstr("tarvio: 0 applications installed, answering on " TQ_COM_SOCKET_PATH
-                        " -  tarviod "));
+  // It is printed first.
+  std::string logged;
+  EXPECT_TRUE(eventually([&] { return !(logged += log.text()).empty(); }));
+  EXPECT_THAT(logged, HasSubstr("tarvio: 0 applications installed, answering on " TQ_COM_SOCKET_PATH
+                                " -  tarviod "));
 }
 
 TEST(TarviodLog, LogsWarningsButNotItsStartByDefault) {

@@ -6,6 +6,35 @@
 
 include(GoogleTest)
 
+# How a test program is run: in the sandbox; one of the device under the emulator there, unless it is a test
+# that the emulation cannot do.
+set(test_launcher ${sandbox_program})
+if(CMAKE_CROSSCOMPILING)
+  list(APPEND test_launcher ${CMAKE_CURRENT_SOURCE_DIR}/armhf/run ${CMAKE_CROSSCOMPILING_EMULATOR})
+endif()
+
+# tarvio_command(VARIABLE TARGET): a file that runs the program TARGET when it is executed. The emulation
+# does not execute programs of the device from others: there it is a script of the host, which does.
+function(tarvio_command variable target)
+  if(NOT CMAKE_CROSSCOMPILING)
+    set(${variable} $<TARGET_FILE:${target}> PARENT_SCOPE)
+    return()
+  endif()
+  set(script ${PROJECT_BINARY_DIR}/emulated/$<TARGET_FILE_NAME:${target}>)
+  set(${variable} ${script} PARENT_SCOPE)
+  get_target_property(made ${target} EMULATED)
+  if(NOT made)
+    set_target_properties(${target} PROPERTIES EMULATED ON)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+    file(
+      GENERATE
+      OUTPUT ${script}
+      CONTENT "#!/bin/sh\nexec ${emulator} -0 \"\${0##*/}\" $<TARGET_FILE:${target}> \"$@\"\n"
+      FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
+                       WORLD_EXECUTE)
+  endif()
+endfunction()
+
 # What the library leaves allocated by contract is listed with its reason in lsan.supp.
 set(sanitizer_environment
     "ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1"
@@ -33,8 +62,7 @@ function(tarvio_test name)
   # The library is what is under test: optimising the tests only makes their build three times as long.
   target_compile_options(${target} PRIVATE -O0)
   add_dependencies(${target} sandbox-enter)
-  set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR
-                                             ${CMAKE_CURRENT_BINARY_DIR}/sandbox-enter)
+  set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR "${test_launcher}")
 
   set(labels unit)
   if(arg_THREADED)

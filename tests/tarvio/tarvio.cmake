@@ -25,9 +25,10 @@ tarvio_test(
   support/manager.cpp
   support/sockets.cpp)
 target_link_libraries(tarvio_test PRIVATE tarvio-client-parts nlohmann_json::nlohmann_json)
+tarvio_command(client_command tarvio-client)
 target_compile_definitions(
   tarvio_test
-  PRIVATE TARVIO_CLIENT="$<TARGET_FILE:tarvio-client>" TARVIO_VERSION="${PROJECT_VERSION}"
+  PRIVATE TARVIO_CLIENT="${client_command}" TARVIO_VERSION="${PROJECT_VERSION}"
           TARVIO_COMPLETION="${PROJECT_SOURCE_DIR}/packaging/bash-completion/tarvio")
 add_dependencies(tarvio_test tarvio-client)
 

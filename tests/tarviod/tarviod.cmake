@@ -30,9 +30,10 @@ tarvio_test(
   support/watched_log.cpp
   THREADED)
 
+tarvio_command(tarviod_command tarviod)
 foreach(test tarviod_test tarviod_log_monitor_test)
   target_compile_definitions(
-    ${test} PRIVATE TARVIOD="$<TARGET_FILE:tarviod>" TARVIO_VERSION="${PROJECT_VERSION}" ${preloaded})
+    ${test} PRIVATE TARVIOD="${tarviod_command}" TARVIO_VERSION="${PROJECT_VERSION}" ${preloaded})
   add_dependencies(${test} tarviod tarviod-fast_looks tarviod-held_setup tarviod-late_clock
                    tarviod-no_binding)
 endforeach()
@@ -40,8 +41,8 @@ endforeach()
 if(TARGET tarvio-client)
   tarvio_test(tarviod_syslogd tarviod_syslogd_test.cpp support/applications.cpp support/sockets.cpp
               support/tarvio.cpp support/tarviod.cpp)
-  target_compile_definitions(
-    tarviod_syslogd_test PRIVATE TARVIOD="$<TARGET_FILE:tarviod>"
-                                 TARVIO_CLIENT="$<TARGET_FILE:tarvio-client>")
+  tarvio_command(client_command tarvio-client)
+  target_compile_definitions(tarviod_syslogd_test PRIVATE TARVIOD="${tarviod_command}"
+                                                          TARVIO_CLIENT="${client_command}")
   add_dependencies(tarviod_syslogd_test tarviod tarvio-client)
 endif()

@@ -1,0 +1,21 @@
+# The device: 32-bit ARM with hardware floating point, by Debian's cross compiler. Its programs run under
+# qemu-arm here.
+
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
+set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+
+# For all that is built, the tests as well: directories of a 64-bit host have offsets that readdir refuses
+# to pass to a program without it. And no notes on how gcc 7 passed some arguments.
+set(CMAKE_C_FLAGS_INIT -D_FILE_OFFSET_BITS=64)
+set(CMAKE_CXX_FLAGS_INIT "-D_FILE_OFFSET_BITS=64 -Wno-psabi")
+
+execute_process(
+  COMMAND ${CMAKE_C_COMPILER} -print-file-name=libc.so.6
+  OUTPUT_VARIABLE libc
+  OUTPUT_STRIP_TRAILING_WHITESPACE)
+file(REAL_PATH "${libc}" libc)
+cmake_path(GET libc PARENT_PATH libc)
+cmake_path(GET libc PARENT_PATH device_root)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${device_root})
