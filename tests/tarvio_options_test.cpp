@@ -53,7 +53,8 @@ std::string told_by(const Line& line) {
 const std::map<std::string, Command> kCommands = {
     {"status", Command::kStatus},      {"start", Command::kStart},      {"stop", Command::kStop},
     {"start-all", Command::kStartAll}, {"stop-all", Command::kStopAll}, {"list", Command::kList},
-    {"inspect", Command::kInspect},    {"pack", Command::kPack},
+    {"install", Command::kInstall},    {"remove", Command::kRemove},    {"files", Command::kFiles},
+    {"check", Command::kCheck},        {"inspect", Command::kInspect},  {"pack", Command::kPack},
 };
 
 TEST(ClientOptions, HaveDefaults) {
@@ -68,10 +69,10 @@ TEST(ClientOptions, HaveDefaults) {
 }
 
 TEST(ClientOptions, KnowEveryCommand) {
-  const std::map<std::string, Line> rests = {{"start", {"clock"}},
-                                             {"stop", {"clock"}},
-                                             {"inspect", {"x.tbx"}},
-                                             {"pack", {"x", "-o", "x.tbx"}}};
+  const std::map<std::string, Line> rests = {
+      {"start", {"clock"}},   {"stop", {"clock"}},           {"install", {"x.tbx"}},
+      {"remove", {"clock"}},  {"files", {"clock"}},          {"check", {"x.tbx"}},
+      {"inspect", {"x.tbx"}}, {"pack", {"x", "-o", "x.tbx"}}};
   for (const auto& [word, command] : kCommands) {
     Line line = {word};
     if (const auto rest = rests.find(word); rest != rests.end()) {
@@ -127,6 +128,15 @@ TEST(ClientOptions, OfPackageFilesTakeSeveral) {
   EXPECT_EQ(options.name, std::nullopt);
   EXPECT_EQ(options.timeout_seconds, 600);
   EXPECT_EQ(options_of({"inspect", "a.tbx", "--timeout", "1"}).timeout_seconds, 1);
+}
+
+TEST(ClientOptions, OfAChangeMayForceIt) {
+  for (const char* command : {"install", "remove"}) {
+    EXPECT_TRUE(options_of({command, "clock", "--force"}).force);
+    EXPECT_FALSE(options_of({command, "clock"}).force);
+  }
+  EXPECT_EQ(complaint_of({"files", "clock", "--force"}),
+            "no option '--force': try 'tarvio files --help'");
 }
 
 TEST(ClientOptions, OfPackNameAPackageFile) {
@@ -202,6 +212,7 @@ TEST(ClientOptions, RefuseWhatNobodyKnows) {
        "the NAME of the application is missing: try 'tarvio stop --help'"},
       {{"start"}, "the NAME of the application is missing: try 'tarvio start --help'"},
       {{"stop"}, "the NAME of the application is missing: try 'tarvio stop --help'"},
+      {{"remove"}, "the NAME of the package is missing: try 'tarvio remove --help'"},
       {{"inspect"}, "the package FILE is missing: try 'tarvio inspect --help'"},
       {{"inspect", "x.tbx", "-o", "y.tbx"}, "no option '-o': try 'tarvio inspect --help'"},
       {{"pack", "-o", "x.tbx"}, "the folder DIR is missing: try 'tarvio pack --help'"},
@@ -283,6 +294,9 @@ TEST(ClientHelp, NamesEveryOption) {
     EXPECT_THAT(help_of(Command::kList), HasSubstr(option));
   }
   EXPECT_THAT(help_of(Command::kPack), HasSubstr("-o, --output FILE"));
+  for (const Command command : {Command::kInstall, Command::kRemove}) {
+    EXPECT_THAT(help_of(command), HasSubstr("--force"));
+  }
 }
 
 TEST(ClientHelp, SaysHowANameIsMatched) {

@@ -64,6 +64,24 @@ TEST(ClientText, CountsTheColumnsOfATerminal) {
   EXPECT_EQ(display_width("\U0001F600"), 2U);
 }
 
+TEST(ClientText, HasLines) {
+  using Lines = std::vector<std::string>;
+  EXPECT_EQ(lines_of(""), Lines());
+  EXPECT_EQ(lines_of("\n"), Lines{""});
+  EXPECT_EQ(lines_of("a\n\nb"), (Lines{"a", "", "b"}));
+}
+
+TEST(ClientText, TellsSizesToPeople) {
+  EXPECT_EQ(size_words(0), "0 bytes");
+  EXPECT_EQ(size_words(1), "1 byte");
+  EXPECT_EQ(size_words(1023), "1023 bytes");
+  EXPECT_EQ(size_words(1024), "1.0 KiB");
+  EXPECT_EQ(size_words(1536), "1.5 KiB");
+  EXPECT_EQ(size_words((1 << 20) - 1), "1.0 MiB");
+  EXPECT_EQ(size_words(uint64_t{3} << 30), "3.0 GiB");
+  EXPECT_EQ(size_words(uint64_t{5000} << 40), "5000.0 TiB");
+}
+
 TEST(ClientTable, AlignsItsColumns) {
   EXPECT_EQ(
       render_table({{{"NAME"}, {"STATE"}}, {{"a"}, {"normal"}}, {{"longer"}, {"error"}}}, false),

@@ -13,7 +13,7 @@ namespace {
 constexpr double kForManager = 30;
 constexpr double kForTools = 600;
 
-constexpr std::array<CommandRow, 8> kCommands = {{
+constexpr std::array<CommandRow, 12> kCommands = {{
     {"status", Command::kStatus, Operands::kOptionalApplication, OptionSet(Option::kApps),
      kForManager, kStatusHelp},
     {"start", Command::kStart, Operands::kApplication, OptionSet(), kForManager, kStartHelp},
@@ -22,6 +22,12 @@ constexpr std::array<CommandRow, 8> kCommands = {{
     {"stop-all", Command::kStopAll, Operands::kNone, OptionSet(), kForManager, kStopAllHelp},
     {"list", Command::kList, Operands::kNone,
      OptionSet(Option::kCategory, Option::kSubcategory, Option::kName), kForManager, kListHelp},
+    {"install", Command::kInstall, Operands::kFiles, OptionSet(Option::kForce), kForTools,
+     kInstallHelp},
+    {"remove", Command::kRemove, Operands::kPackages, OptionSet(Option::kForce), kForTools,
+     kRemoveHelp},
+    {"files", Command::kFiles, Operands::kPackages, OptionSet(), kForTools, kFilesHelp},
+    {"check", Command::kCheck, Operands::kFiles, OptionSet(), kForTools, kCheckHelp},
     {"inspect", Command::kInspect, Operands::kFiles, OptionSet(), kForTools, kInspectHelp},
     {"pack", Command::kPack, Operands::kFolder, OptionSet(Option::kOutput), kForTools, kPackHelp},
 }};

@@ -38,6 +38,10 @@ const char kGeneralHelp[] =
     "  start-all         start all applications\n"
     "  stop-all          stop all applications\n"
     "  list              list the installed packages\n"
+    "  install FILE...   install package files\n"
+    "  remove NAME...    remove installed packages\n"
+    "  files NAME...     list the files of installed packages\n"
+    "  check FILE...     tell whether package files fit on this device\n"
     "  inspect FILE...   tell what package files hold\n"
     "  pack DIR -o FILE  build a package file from a folder\n"
     "\n" JSON_OPTION
@@ -97,6 +101,43 @@ const char kListHelp[] =
     "      --name N           only the package with this name\n" JSON_OPTION HELP_OPTION
     "\n"
     "exit status: 0 done, 1 failed, 64 wrong command line\n";
+
+const char kInstallHelp[] =
+    "usage: tarvio install FILE... [--force] [OPTION]...\n"
+    "\n"
+    "Installs package files, whose names end in .tbx, by opkg. What opkg tells is held against "
+    "what\n"
+    "is installed then. The manager learns of a new application at its next "
+    "start.\n" SEVERAL_OPERANDS
+    "\n"
+    "      --force            install in spite of missing dependencies, older or equal versions "
+    "and\n"
+    "                         files of other packages\n" TOOLS_OPTIONS TOOLS_EXIT_STATUS;
+
+const char kRemoveHelp[] =
+    "usage: tarvio remove NAME... [--force] [OPTION]...\n"
+    "\n"
+    "Removes installed packages, with their whole names, by opkg. What opkg tells is held against\n"
+    "what is installed then. " SEVERAL_OPERANDS
+    "\n"
+    "      --force            remove in spite of packages that depend on it\n" TOOLS_OPTIONS
+        TOOLS_EXIT_STATUS;
+
+const char kFilesHelp[] =
+    "usage: tarvio files NAME... [OPTION]...\n"
+    "\n"
+    "Lists the files of installed packages, with their whole names, as opkg tells "
+    "them.\n" SEVERAL_OPERANDS "\n" TOOLS_OPTIONS TOOLS_EXIT_STATUS;
+
+const char kCheckHelp[] =
+    "usage: tarvio check FILE... [OPTION]...\n"
+    "\n"
+    "Tells whether what package files hold fits into the free space of the file system that df\n"
+    "lists first. " SEVERAL_OPERANDS "\n" TOOLS_OPTIONS
+    "\n"
+    "exit status: 0 all fit, 1 one or more do not or failed, 5 a tool was not done in time, 64 "
+    "wrong\n"
+    "command line\n";
 
 const char kInspectHelp[] =
     "usage: tarvio inspect FILE... [OPTION]...\n"

@@ -11,6 +11,10 @@ extern const char kStopHelp[];
 extern const char kStartAllHelp[];
 extern const char kStopAllHelp[];
 extern const char kListHelp[];
+extern const char kInstallHelp[];
+extern const char kRemoveHelp[];
+extern const char kFilesHelp[];
+extern const char kCheckHelp[];
 extern const char kInspectHelp[];
 extern const char kPackHelp[];
 

@@ -51,6 +51,34 @@ Json object_of(const InspectedFile& file) {
   return object;
 }
 
+Json object_of(const FilesOfPackage& package) {
+  Json object = object_of("package", package.outcome);
+  object["files"] = package.files;
+  return object;
+}
+
+Json object_of(const Change& change, const char* kind_of_operand) {
+  Json object = object_of(kind_of_operand, change.outcome);
+  if (change.name.empty()) return object;
+  object["name"] = change.name;
+  object["installed_version"] = change.now.version ? Json(*change.now.version) : Json();
+  object["opkg_code"] = change.opkg_code;
+  object["opkg_lines"] = change.opkg_lines;
+  return object;
+}
+
+Json object_of(const CheckedFile& file) {
+  Json object = object_of("file", file.outcome);
+  if (!file.is_measured) return object;
+  object.update({{"fits", file.fits()},
+                 {"needed_bytes", file.needed_bytes()},
+                 {"control_bytes", file.control_bytes},
+                 {"data_bytes", file.data_bytes},
+                 {"free_bytes", file.free_bytes},
+                 {"library_result", file.library_result}});
+  return object;
+}
+
 // ASCII alone, because a terminal obeys some control characters beyond it. Bytes that are no UTF-8
 // become replacement characters.
 std::string text_of(const Json& json) {
@@ -81,6 +109,16 @@ std::string result_json(const Result& result) {
 }
 
 std::string inspected_json(const std::vector<InspectedFile>& files) { return array_text(files); }
+
+std::string changes_json(const std::vector<Change>& changes, const char* kind_of_operand) {
+  Json array = Json::array();
+  for (const Change& change : changes) array.push_back(object_of(change, kind_of_operand));
+  return text_of(array);
+}
+
+std::string files_json(const std::vector<FilesOfPackage>& packages) { return array_text(packages); }
+
+std::string checked_json(const std::vector<CheckedFile>& files) { return array_text(files); }
 
 std::string packed_json(const PackedFile& packed) {
   Json object = object_of("folder", packed.outcome);

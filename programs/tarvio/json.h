@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "installed.h"
 #include "outcome.h"
 #include "package_file.h"
 #include "packages.h"
@@ -28,6 +29,33 @@ struct InspectedFile {
   PackageFile package;
 };
 
+// An installation or a removal.
+struct Change {
+  Outcome outcome;
+  std::string fact;  // for people
+  std::string name;  // empty when it is not known
+  Installed now;
+  int32_t opkg_code = 0;
+  std::vector<std::string> opkg_lines;
+};
+
+struct FilesOfPackage {
+  Outcome outcome;
+  std::vector<std::string> files;
+};
+
+struct CheckedFile {
+  Outcome outcome;
+  bool is_measured = false;
+  uint64_t control_bytes = 0;
+  uint64_t data_bytes = 0;
+  uint64_t free_bytes = 0;
+  int library_result = 0;
+
+  [[nodiscard]] uint64_t needed_bytes() const { return control_bytes + data_bytes; }
+  [[nodiscard]] bool fits() const { return needed_bytes() <= free_bytes; }
+};
+
 struct PackedFile {
   Outcome outcome;
   std::string file;
@@ -41,6 +69,9 @@ std::string statuses_json(const std::vector<Status>& statuses);
 std::string packages_json(const std::vector<Package>& packages);
 std::string result_json(const Result& result);
 std::string inspected_json(const std::vector<InspectedFile>& files);
+std::string changes_json(const std::vector<Change>& changes, const char* kind_of_operand);
+std::string files_json(const std::vector<FilesOfPackage>& packages);
+std::string checked_json(const std::vector<CheckedFile>& files);
 std::string packed_json(const PackedFile& packed);
 
 }  // namespace client

@@ -1,8 +1,11 @@
 #include <exception>
 
 #include "app_commands.h"
+#include "change_commands.h"
+#include "check_command.h"
 #include "child.h"
 #include "exit_status.h"
+#include "files_command.h"
 #include "inspect_command.h"
 #include "list_command.h"
 #include "options.h"
@@ -21,6 +24,14 @@ int run(const client::Options& options) {
       return client::run_status(options);
     case client::Command::kList:
       return client::run_list(options);
+    case client::Command::kInstall:
+      return client::run_install(options);
+    case client::Command::kRemove:
+      return client::run_remove(options);
+    case client::Command::kFiles:
+      return client::run_files(options);
+    case client::Command::kCheck:
+      return client::run_check(options);
     case client::Command::kInspect:
       return client::run_inspect(options);
     case client::Command::kPack:

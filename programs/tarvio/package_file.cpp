@@ -18,6 +18,7 @@
 #include "tarvio/conf.h"
 #include "tarvio/list.h"
 #include "tarvio/tbx.h"
+#include "text.h"
 #include "util/chain.h"
 #include "util/handles.h"
 #include "words.h"
@@ -103,16 +104,6 @@ std::string read_control_files(const std::string& path) {
   check_plain(kTqControl);
   const bool has_kind = look_for(kTqControl) == Found::kFile;
   return name + '\n' + version + '\n' + (has_kind ? kind_lines() : "");
-}
-
-std::vector<std::string> lines_of(const std::string& text) {
-  std::vector<std::string> lines;
-  size_t begin = 0;
-  for (size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin)) {
-    lines.push_back(text.substr(begin, end - begin));
-    begin = end + 1;
-  }
-  return lines;
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace client {
 
@@ -15,6 +16,9 @@ std::string printable(std::string_view text);
 
 // Columns that a printable UTF-8 text takes on a terminal.
 size_t display_width(std::string_view text);
+
+// The lines of a text without their line feeds.
+std::vector<std::string> lines_of(std::string_view text);
 
 // A number of bytes for people: "512 bytes", "1.5 KiB".
 std::string size_words(uint64_t bytes);

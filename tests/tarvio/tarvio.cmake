@@ -20,6 +20,9 @@ tarvio_test(
   tarvio_control_file_test.cpp
   tarvio_pack_test.cpp
   tarvio_inspect_test.cpp
+  tarvio_verdict_test.cpp
+  tarvio_change_test.cpp
+  tarvio_check_test.cpp
   support/tarvio.cpp
   support/live_allocations.cpp
   support/manager.cpp

@@ -1,0 +1,64 @@
+#include "files_command.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "control_file.h"
+#include "failure.h"
+#include "json.h"
+#include "opkg_run.h"
+#include "output.h"
+#include "text.h"
+
+namespace client {
+
+namespace {
+
+std::vector<std::string> files_of(const std::string& name, double seconds) {
+  if (!is_package_name(name)) throw Failure(EINVAL, "no package has such a name");
+  const WorkFolder folder;
+  OpkgRun run = run_opkg(folder, {.word = "files", .operand = name, .is_listing = true}, seconds);
+  if (run.code != 0) {
+    show_words_of(run);
+    throw Failure(run.code, run.message, run.status == kDone ? kFailed : run.status);
+  }
+  // Some releases say nothing of a package that they do not know on standard output.
+  std::vector<std::string>& lines = run.lines;
+  lines.erase(std::remove(lines.begin(), lines.end(), ""), lines.end());
+  if (lines.empty()) {
+    show_words_of(run);
+    throw Failure(ENOPKG, "it is not installed");
+  }
+  lines.erase(lines.begin());  // a heading
+  return std::move(lines);
+}
+
+std::string text_of(const FilesOfPackage& package, bool has_heading) {
+  std::string text;
+  if (has_heading) text += printable(package.outcome.operand) + ":\n";
+  for (const std::string& file : package.files) text += printable(file) + '\n';
+  return text;
+}
+
+}  // namespace
+
+int run_files(const Options& options) {
+  std::string text;
+  std::vector<FilesOfPackage> packages;
+  for (const std::string& operand : options.operands) {
+    FilesOfPackage package;
+    package.outcome = attempt("list the files of", operand,
+                              [&] { package.files = files_of(operand, options.timeout_seconds); });
+    if (package.outcome.code == 0) {
+      if (!text.empty()) text += '\n';
+      text += text_of(package, options.operands.size() > 1);
+    }
+    packages.push_back(std::move(package));
+  }
+  const bool is_written = print(options.json ? files_json(packages) : text);
+  return is_written ? worst_status(packages) : kFailed;
+}
+
+}  // namespace client

@@ -1,0 +1,70 @@
+#include "verdict.h"
+
+#include <cerrno>
+
+#include "failure.h"
+
+namespace client {
+
+namespace {
+
+constexpr char kNoFailure[] = "opkg told of no known failure, but ";
+
+// What opkg says of its failure, and the state that it left.
+[[noreturn]] void fail_with(const OpkgRun& run, const std::string& state) {
+  std::string what = run.message;
+  if (!state.empty()) {
+    if (what.ends_with('.')) what.pop_back();
+    what += ", and " + state;
+  }
+  throw Failure(run.code, what, run.status == kDone ? kFailed : run.status);
+}
+
+std::string words_of(const OpkgRun& run) {
+  return run.message + " (" + std::to_string(run.code) + ")";
+}
+
+std::string state_of(const std::string& name, const Installed& now, const char* is_what) {
+  return now.version ? name + " " + *now.version + " is " + is_what : "";
+}
+
+std::string success_line(const std::string& name, const Installed& after) {
+  std::string line = "installed " + name + " " + *after.version;
+  if (!after.is_listed) {
+    line += ", which is no package of this system: it has no tqcontrol";
+  } else if (after.is_application) {
+    line += ": the manager learns of it at its next start";
+  }
+  return line;
+}
+
+}  // namespace
+
+Verdict judge_installation(const std::string& name, const std::string& version,
+                           const Installed& before, const Installed& after, const OpkgRun& run) {
+  if (after.version != version) {
+    if (run.code != 0) fail_with(run, state_of(name, after, "installed as before"));
+    const std::string other = after.version ? ": " + name + " " + *after.version + " is" : "";
+    throw Failure(EIO, kNoFailure + name + " " + version + " is not installed" + other);
+  }
+  const bool is_new = before.version != version || is_written_anew(before, after);
+  if (is_new && run.code == 0) return {success_line(name, after), false};
+  if (is_new) return {success_line(name, after) + ", though opkg told: " + words_of(run), true};
+  if (run.code != 0) fail_with(run, state_of(name, after, "installed as before"));
+  return {name + " " + version + " was installed before, and opkg left it as it is", true};
+}
+
+Verdict judge_removal(const std::string& name, const Installed& before, const Installed& after,
+                      const OpkgRun& run) {
+  const std::string still = state_of(name, after, "still installed");
+  if (after.version && run.code != 0) fail_with(run, still);
+  if (after.version) throw Failure(EIO, kNoFailure + still);
+  if (!before.version) {
+    if (run.code != 0 && run.code != ENOPKG) fail_with(run, "it is not installed");
+    throw Failure(ENOPKG, "it is not installed");
+  }
+  if (run.code == 0) return {"removed " + name, false};
+  return {"removed " + name + ", though opkg told: " + words_of(run), true};
+}
+
+}  // namespace client

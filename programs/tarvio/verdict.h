@@ -1,0 +1,26 @@
+// What is true after an installation or a removal, whatever opkg says.
+#ifndef TARVIO_CLIENT_VERDICT_H
+#define TARVIO_CLIENT_VERDICT_H
+
+#include <string>
+
+#include "installed.h"
+#include "opkg_run.h"
+
+namespace client {
+
+struct Verdict {
+  std::string fact;          // for people: what was done
+  bool is_disputed = false;  // opkg says otherwise, or something was not as expected
+};
+
+// Both throw a Failure, with both facts when opkg and the listing disagree, when what was wanted is
+// not so.
+Verdict judge_installation(const std::string& name, const std::string& version,
+                           const Installed& before, const Installed& after, const OpkgRun& run);
+Verdict judge_removal(const std::string& name, const Installed& before, const Installed& after,
+                      const OpkgRun& run);
+
+}  // namespace client
+
+#endif
