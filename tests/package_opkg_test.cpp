@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <ostream>
@@ -12,6 +13,7 @@
 #include "support/stand_in_opkg.h"
 #include "support/string_list.h"
 #include "support/work_folder.h"
+#include "tarvio/client.h"
 #include "tarvio/package.h"
 
 namespace tarvio_test {
@@ -72,6 +74,22 @@ TEST_F(Packages, AreListedFromTheirInstallToTheirRemoval) {
   EXPECT_EQ(tq_tbx_remove("app", 0), 0);
   EXPECT_THAT(listed(), ElementsAre("other 1.0"));
   EXPECT_FALSE(fs::exists("/opt/app"));
+}
+
+TEST_F(Packages, ComeAndGoThroughTheCallsOfAClient) {
+  const std::string path = work_ / "app.tbx";
+  fs::copy_file(std::string(kPackages) + "app-1.0.ipk", path);
+  EXPECT_EQ(tq_lib_install_pkg(path.c_str(), 0), 0);
+  EXPECT_THAT(listed(), ElementsAre("app 1.0"));
+  uint32_t count = 0;
+  char** files = nullptr;
+  EXPECT_EQ(tq_lib_files_pkg("app", &count, &files), 0);
+  const std::vector<std::string> names(files, files + count);
+  EXPECT_THAT(names, testing::Contains("/opt/app/bin/app"));
+  for (uint32_t at = 0; at < count; ++at) std::free(files[at]);
+  std::free(files);
+  EXPECT_EQ(tq_lib_remove_pkg("app", 0), 0);
+  EXPECT_THAT(listed(), IsEmpty());
 }
 
 TEST_F(Packages, AreUpgradedByAnInstall) {
