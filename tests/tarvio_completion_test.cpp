@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdio>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -47,7 +48,8 @@ using ClientCompletion = WithoutPackages;
 
 TEST_F(ClientCompletion, OffersTheCommands) {
   EXPECT_EQ(completions_of({""}),
-            (Words{"status", "start", "stop", "start-all", "stop-all", "list"}));
+            (Words{"status", "start", "stop", "start-all", "stop-all", "list", "install", "remove",
+                   "files", "check", "inspect", "pack"}));
   EXPECT_EQ(completions_of({"stop"}), (Words{"stop", "stop-all"}));
   EXPECT_EQ(completions_of({"--json", "l"}), Words{"list"});
   EXPECT_EQ(completions_of({"--timeout", "5", "l"}), Words{"list"});
@@ -60,6 +62,11 @@ TEST_F(ClientCompletion, OffersTheOptionsOfTheCommand) {
   EXPECT_EQ(completions_of({"start", "-"}), (Words{"--json", "--help", "--timeout"}));
   EXPECT_EQ(completions_of({"list", "-"}),
             (Words{"--json", "--help", "--category", "--subcategory", "--name"}));
+  for (const char* command : {"install", "remove"}) {
+    EXPECT_EQ(completions_of({command, "-"}), (Words{"--json", "--help", "--timeout", "--force"}));
+  }
+  EXPECT_EQ(completions_of({"files", "-"}), (Words{"--json", "--help", "--timeout"}));
+  EXPECT_EQ(completions_of({"pack", "-"}), (Words{"--json", "--help", "--timeout", "--output"}));
 }
 
 TEST_F(ClientCompletion, OffersWordsForValues) {
@@ -84,6 +91,32 @@ TEST_F(ClientCompletion, OffersTheApplications) {
   }
   EXPECT_EQ(completions_of({"start-all", ""}), Words{});
   EXPECT_EQ(completions_of({"list", ""}), Words{});
+}
+
+TEST_F(ClientCompletion, OffersThePackages) {
+  add_package("clock");
+  add_package("rootfs", "Image");
+  for (const char* command : {"remove", "files"}) {
+    EXPECT_EQ(completions_of({command, ""}), (Words{"clock", "rootfs"}));
+    EXPECT_EQ(completions_of({command, "--json", "clock", "r"}), Words{"rootfs"});
+  }
+}
+
+TEST_F(ClientCompletion, OffersPackageFiles) {
+  const TempDir folder;
+  const std::string begin = folder.path().string() + "/";
+  write_file(folder / "clock.tbx", "");
+  write_file(folder / "clock.txt", "");
+  std::filesystem::create_directory(folder / "packages");
+  const Words files = {begin + "packages", begin + "clock.tbx"};
+  for (const char* command : {"install", "check", "inspect"}) {
+    EXPECT_EQ(completions_of({command, begin}), files);
+    EXPECT_EQ(completions_of({command, "a.tbx", begin}), files);
+  }
+  EXPECT_EQ(completions_of({"pack", begin}), Words{begin + "packages"});
+  EXPECT_EQ(completions_of({"pack", "clock", begin}), Words{});
+  EXPECT_EQ(completions_of({"pack", "clock", "-o", begin}), files);
+  EXPECT_EQ(completions_of({"pack", "-o", "x.tbx", begin}), Words{begin + "packages"});
 }
 
 TEST_F(ClientCompletion, OffersNothingWithoutApplications) {
