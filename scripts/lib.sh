@@ -7,6 +7,7 @@ build_packages=(cmake g++ make)
 client_packages=(nlohmann-json3-dev)
 demo_packages=(busybox)
 test_packages=(libgtest-dev libgmock-dev binutils mtd-utils "${demo_packages[@]}")
+device_packages=(g++-arm-linux-gnueabihf qemu-user qemu-system-arm cpio)
 bench_packages=(libbenchmark-dev)
 
 # Whether a Debian package, or a tool of its name from elsewhere, is there.

@@ -1,0 +1,153 @@
+#!/bin/bash
+# An emulated board: 32-bit ARM with NAND flash, made of Debian's packages. No root is needed, and the host's
+# packages stay as they are: all files lie in one work folder, $TARVIO_BOARD or ~/.cache/tarvio-board.
+#
+#   board.sh fetch              get the board's packages
+#   board.sh image              make the kernel and the root file system of them
+#   board.sh run BUILD CASE     boot with what the folder BUILD has built for armhf, and run cases/CASE.sh there
+#
+# Ends with 77 when the emulator or the image is missing, so that a test is skipped.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+work=${TARVIO_BOARD:-${XDG_CACHE_HOME:-$HOME/.cache}/tarvio-board}
+triplet=arm-linux-gnueabihf
+
+packages=(busybox-static dash mtd-utils binutils-$triplet libbinutils tar gzip coreutils libc6 libgcc-s1 libstdc++6
+  liblzo2-2 zlib1g libzstd1 libacl1 libselinux1 libpcre2-8-0)
+# In the order in which they are loaded.
+modules=(virtio_mmio netfs fscache 9pnet 9pnet_virtio 9p mtd_blkdevs mtdblock jffs2 nandsim)
+tools=(bin/dash bin/tar bin/gzip bin/dd bin/df usr/bin/$triplet-ar usr/sbin/nanddump usr/sbin/nandwrite
+  usr/sbin/flash_erase usr/sbin/mkfs.jffs2 usr/sbin/mtdinfo)
+
+skip() {
+  echo "skipped: $1"
+  exit 77
+}
+
+# A state of apt's own, for armhf, with the host's sources of Debian.
+write_apt_configuration() {
+  local list parts file
+  mkdir -p apt/parts apt/state/lists/partial apt/cache/archives/partial
+  : >apt/status
+  eval "$(apt-config shell list Dir::Etc::sourcelist/f parts Dir::Etc::sourceparts/d)"
+  for file in "$list" "$parts"/*; do
+    if [ -f "$file" ] && grep -qE '/debian/?([[:space:]]|$)' "$file"; then cp "$file" apt/parts/; fi
+  done
+  cat >apt/apt.conf <<END
+APT::Architecture "armhf";
+APT::Architectures { "armhf"; };
+APT::Sandbox::User "";
+Dir::Etc::sourcelist "/dev/null";
+Dir::Etc::sourceparts "$PWD/apt/parts";
+Dir::State "$PWD/apt/state";
+Dir::State::status "$PWD/apt/status";
+Dir::Cache "$PWD/apt/cache";
+Acquire::Languages "none";
+END
+}
+
+fetch() {
+  [ ! -e fetched ] || return 0
+  local kernel
+  write_apt_configuration
+  export APT_CONFIG=$PWD/apt/apt.conf
+  # One index that does not load is no reason to stop: a package that is missing for it shows below.
+  apt-get -qq update || true
+  kernel=$(apt-cache depends linux-image-armmp | sed -n 's/.*Depends: *\(linux-image-[0-9].*\)/\1/p' | head -n 1)
+  rm -rf deb
+  mkdir deb
+  (cd deb && apt-get -qq download "$kernel" "${packages[@]}")
+  touch fetched
+}
+
+# The libraries that the files need, and those that these need.
+copy_with_libraries() {
+  local file library
+  for file; do
+    [ ! -e "root/$file" ] || continue
+    mkdir -p "root/${file%/*}"
+    cp -L "unpacked/$file" "root/$file"
+    for library in $(readelf -d "root/$file" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'); do
+      copy_with_libraries "$(find unpacked -name "$library" -printf '%P\n' | head -n 1)"
+    done
+  done
+}
+
+# An archive of a folder's contents that the kernel unpacks as its root file system.
+pack() {
+  (cd "$1" && find . | LC_ALL=C sort | cpio --quiet -o -H newc -R 0:0) | gzip -6
+}
+
+image() {
+  local package module
+  [ -e fetched ] || skip "no packages: run board.sh fetch"
+  [ ! image -nt fetched ] || return 0
+  rm -rf unpacked root
+  for package in deb/*.deb; do dpkg -x "$package" unpacked; done
+  mkdir -p root/{bin,dev,etc,host,lib/modules,mnt/root,opt/bb,proc,root,sys,tmp,usr/local/bin,var/log,var/run}
+  copy_with_libraries "${tools[@]}" lib/ld-linux-armhf.so.3
+  cp unpacked/bin/busybox root/bin/
+  # BusyBox's own shell runs its applets before it looks at the PATH.
+  ln -s dash root/bin/sh
+  ln -s $triplet-ar root/usr/bin/ar
+  for module in "${modules[@]}"; do
+    find unpacked/lib/modules -name "$module.ko" -exec cp {} root/lib/modules/ \;
+    [ -e root/lib/modules/"$module.ko" ] || { echo "no module $module" >&2 && return 1; }
+  done
+  cp unpacked/boot/vmlinuz-* kernel
+  pack root >initrd.gz
+  rm -rf unpacked root
+  touch image
+}
+
+# What is under test, as it is installed and stripped, and what runs it.
+product() {
+  local folder=$1/product
+  DESTDIR=$folder cmake --install "$2" --strip --prefix /usr >/dev/null
+  rm -rf "$folder"/usr/{include,share,lib/cmake,lib/pkgconfig}
+  mkdir -p "$folder"/{board,usr/local/bin}
+  cp "$here/init" "$folder/init"
+  cp "$here/library.sh" "$here"/cases/* "$folder/board/"
+  cp "$here"/bin/* "$here/../tests/sandbox/opkg" "$folder/usr/local/bin/"
+  pack "$folder"
+}
+
+emulate() {
+  local append
+  append="console=ttyAMA0 quiet panic=-1 root=${BOARD_ROOT:-/dev/mtdblock4} nand=\"${BOARD_NAND:-}\""
+  timeout -k 5 "${BOARD_SECONDS:-240}" qemu-system-arm -M virt,highmem=off -cpu cortex-a15 -m 640 \
+    -nodefaults -nographic -no-reboot -serial stdio -kernel kernel -initrd "$1/initrd.gz" -append "$append" \
+    -fsdev local,id=host,path="$1/share",security_model=none \
+    -device virtio-9p-device,fsdev=host,mount_tag=host </dev/null | tr -d '\r' | tee "$1/console"
+}
+
+run() {
+  local build=$1 case=$2 boot result
+  command -v qemu-system-arm >/dev/null || skip "no emulator: install qemu-system-arm"
+  [ -e image ] || skip "no image in $work: run board.sh fetch and board.sh image"
+  boot=$(mktemp -d "$work/boot.XXXXXX")
+  # shellcheck disable=SC2064
+  trap "rm -rf '$boot'" EXIT
+  mkdir "$boot/share"
+  echo "$case" >"$boot/share/case"
+  # The case says what flash and which root it wants.
+  eval "$(sed -n 's/^# \(BOARD_[A-Z]*=.*\)/\1/p' "$here/cases/$case.sh")"
+  product "$boot" "$build" | cat initrd.gz - >"$boot/initrd.gz"
+  emulate "$boot" || echo "the emulator ends with status $?"
+  # The emulator's own status tells nothing of what went on inside.
+  result=$(cat "$boot/share/result" 2>/dev/null || echo "none: the board stopped before the end")
+  [ "$result" = 0 ] || { cp "$boot/console" "console-$case.log" && echo "result $result, see $work/console-$case.log"; }
+  [ "$result" = 0 ]
+}
+
+mkdir -p "$work"
+command=${1:-}
+[ $# = 0 ] || shift
+case $command in
+  run) set -- "$(cd "$1" && pwd)" "$2" ;;
+  fetch | image) ;;
+  *) sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0" >&2 && exit 64 ;;
+esac
+cd "$work"
+"$command" "$@"

@@ -1,0 +1,67 @@
+# What the cases share: steps that are named, checked and counted.
+
+failures=0
+
+# passes NAME COMMAND...: a step that must succeed. Its output is shown when it does not.
+passes() {
+  step=$1
+  shift
+  if "$@" >/tmp/step.log 2>&1; then
+    echo "passed  $step"
+  else
+    echo "FAILED  $step (status $?)"
+    cat /tmp/step.log
+    failures=$((failures + 1))
+  fi
+}
+
+# prints PATTERN COMMAND...: whether the command succeeds and its output matches.
+prints() {
+  pattern=$1
+  shift
+  output=$("$@" 2>&1) || { echo "$output" && return 1; }
+  echo "$output"
+  # shellcheck disable=SC2254  # a pattern
+  case $output in $pattern) ;; *) return 1 ;; esac
+}
+
+# ends_with STATUS COMMAND...
+ends_with() {
+  wanted=$1
+  shift
+  "$@"
+  [ $? = "$wanted" ]
+}
+
+# eventually COMMAND...: waits up to ten seconds for the command to succeed; the last output is shown.
+eventually() {
+  for _ in $(seq 100); do
+    ! "$@" >/tmp/eventually.log 2>&1 || return 0
+    sleep 0.1
+  done
+  cat /tmp/eventually.log
+  return 1
+}
+
+# make_package NAME: NAME.tbx, an application that runs until it is told to stop.
+make_package() {
+  mkdir -p "$1/control" "$1/data/opt/$1"
+  printf '%s\n' "Package: $1" 'Version: 1.0' 'Architecture: all' 'Maintainer: Board' >"$1/control/control"
+  printf '%s\n' 'TqPackageCategory: Application' 'TqPackageSubCategory: Application_Native' >"$1/control/tqcontrol"
+  printf '%s\n' '#!/bin/sh' "echo \$\$ >/var/run/$1.pid" 'exec sleep 3600' >"$1/control/tqstartapp"
+  printf '%s\n' '#!/bin/sh' "kill \$(cat /var/run/$1.pid)" >"$1/control/tqstopapp"
+  chmod +x "$1"/control/tqst*
+  echo "$1" >"$1/data/opt/$1/name"
+  echo 2.0 >"$1/debian-binary"
+  tar -C "$1/control" -czf "$1/control.tar.gz" .
+  tar -C "$1/data" -czf "$1/data.tar.gz" .
+  (cd "$1" && ar rc "../$1.tbx" debian-binary control.tar.gz data.tar.gz)
+}
+
+is_not_listed() { tarvio list >/tmp/list && cat /tmp/list && ! grep -q "$1" /tmp/list; }
+
+finish() {
+  echo "failures: $failures"
+  [ $failures = 0 ]
+  exit
+}
