@@ -8,6 +8,7 @@
 #include "util/flash_areas.h"
 #include "util/handles.h"
 #include "util/log_macros.h"
+#include "util/tool_command.h"
 #include "util/tq_tbx_util/unit.h"
 #include "util/work_directory.h"
 
@@ -53,6 +54,12 @@ int restore_hibernation_info(const char* package, const char* image_file, const 
   return 0;
 }
 
+// Whether the file with the longest name can be taken out of the package: better to know before the
+// first area is erased.
+bool can_be_unpacked(const char* package) {
+  return tarvio::ToolCommand("ar xv %s %s 2>&1", package, kHibernationInfo.file).fits();
+}
+
 void restore_line(const char* package, const char* line) {
   const FlashArea& area = area_of(line);
   TQ_DEBUG("image type %d", area.type);
@@ -77,6 +84,10 @@ int tq_tbx_resotore_image(const char* package, const char* image_file, const cha
 
 int tq_tbx_restore(const char* package, const char* workdir) {
   if (package == nullptr || workdir == nullptr) return EINVAL;
+  if (!can_be_unpacked(package)) {
+    TQ_WARNING("the name of the image package is too long: %s", package);
+    return ENAMETOOLONG;
+  }
   const tarvio::WorkDirectory directory(workdir);
   if (directory.error() != 0) return directory.error();
   const tarvio::StringList lines(tq_list_create());
