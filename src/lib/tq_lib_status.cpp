@@ -50,7 +50,8 @@ bool add_record(tq_list_t* list, CString name, const char* state, CString detail
 }
 
 int tq_lib_read_status(int fd, tq_list_t* list) {
-  tarvio::LineReader reader(fd);
+  tarvio::ReadAhead ahead;
+  tarvio::LineReader reader(fd, ahead);
   while (CString name = next_line(reader)) {
     char state[kLineSize];
     if (!reader.next(state)) {

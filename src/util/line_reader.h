@@ -20,10 +20,14 @@ enum class LineEnd {
 // line end.
 size_t line_length(std::span<const char> bytes, LineEnd line_end = LineEnd::kEither);
 
+// Room enough for an answer of the manager.
+using ReadAhead = std::array<char, 4096>;
+
 class LineReader {
  public:
-  // fd stays the caller's.
-  explicit LineReader(int fd, LineEnd line_end = LineEnd::kEither) : fd_(fd), line_end_(line_end) {}
+  // fd and the room for what is read ahead stay the caller's.
+  LineReader(int fd, std::span<char> ahead, LineEnd line_end = LineEnd::kEither)
+      : fd_(fd), line_end_(line_end), bytes_(ahead) {}
 
   // Fills the buffer with the next line or piece, ended by a zero. False at the end of data and on
   // an error, which leaves its errno; the end of data leaves errno alone.
@@ -34,9 +38,9 @@ class LineReader {
 
   int fd_;
   LineEnd line_end_;
+  std::span<char> bytes_;
   size_t begin_ = 0;
   size_t end_ = 0;
-  std::array<char, 4096> bytes_;
 };
 
 }  // namespace tarvio

@@ -186,7 +186,8 @@ int tq_request_com(const char* path, const char* request, int count, const char*
 
 int tq_receive_com(int fd, tq_list_t* lines) {
   if (lines == nullptr) return EINVAL;
-  tarvio::LineReader reader(fd);
+  tarvio::ReadAhead ahead;
+  tarvio::LineReader reader(fd, ahead);
   char line[kReplyLineSize];
   while (reader.next(line)) {
     cut_line_end(line);

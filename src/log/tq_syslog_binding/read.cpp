@@ -16,6 +16,7 @@ namespace {
 
 constexpr const char* kSource = tarvio::kSyslogBindingSource;
 constexpr size_t kPieceSize = 255;
+constexpr size_t kReadAheadBytes = 64UL * 1024;  // what a pipe holds
 constexpr int kNoMatch = -1;
 
 // What a command printed.
@@ -33,8 +34,16 @@ void drop_all(tq_list_t* lines) {
   }
 }
 
+// As one printf prints it, in a third of its time.
+void print(const char* line) {
+  flockfile(stdout);
+  (void)fputs_unlocked(" dup ", stdout);
+  (void)fputs_unlocked(line, stdout);
+  funlockfile(stdout);
+}
+
 bool take(Output& output, const char* line, const char* last) {
-  (void)printf(" dup %s", line);
+  print(line);
   const int at = output.count++;
   if (last != nullptr && strcmp(last, line) == 0) {
     (void)puts(" this line is match!");
@@ -51,7 +60,9 @@ bool take(Output& output, const char* line, const char* last) {
 
 // 0, or an error that leaves what was read incomplete.
 int read_output(int fd, const char* last, Output& output) {
-  tarvio::LineReader reader(fd, tarvio::LineEnd::kLineFeed);
+  const tarvio::CString ahead(static_cast<char*>(malloc(kReadAheadBytes)));
+  if (ahead == nullptr) return ENOMEM;
+  tarvio::LineReader reader(fd, {ahead.get(), kReadAheadBytes}, tarvio::LineEnd::kLineFeed);
   char piece[kPieceSize];
   while (reader.next(piece)) {
     if (!take(output, piece, last)) return ENOMEM;
