@@ -108,8 +108,9 @@ product() {
   rm -rf "$folder"/usr/{include,share,lib/cmake,lib/pkgconfig}
   mkdir -p "$folder"/{board,usr/local/bin}
   cp "$here/init" "$folder/init"
-  cp "$here/library.sh" "$here"/cases/* "$folder/board/"
+  cp "$here"/{library,flash}.sh "$here"/cases/* "$folder/board/"
   cp "$here"/bin/* "$here/../tests/sandbox/opkg" "$folder/usr/local/bin/"
+  cp "$2/board-flash" "$folder/usr/local/bin/"
   pack "$folder"
 }
 

@@ -1,0 +1,44 @@
+# The hibernation area, of 115 MiB, and its information block in the area of the boot settings, whose own place is a
+# bad block, are saved, wiped and restored by the library with the real tools.
+# BOARD_NAND=badblocks=19,1100
+# BOARD_SECONDS=360
+. /board/library.sh
+. /board/flash.sh
+
+area_bytes=121110528
+information_at=1179648
+information_bytes=131072
+
+information() {
+  /usr/sbin/nanddump -q --bb=skipbad --omitoob -s $information_at -f /tmp/dump /dev/mtd2 || return
+  head -c $information_bytes /tmp/dump | md5sum
+  rm -f /tmp/dump
+}
+is_information() { [ "$(information 2>/dev/null)" = "$1" ]; }
+is_no_information() { ! is_information "$1"; }
+write_information() {
+  head -c $information_bytes /dev/urandom >/tmp/content
+  nandwrite -q -s $information_at /dev/mtd2 /tmp/content >&2 && md5sum </tmp/content
+  rm -f /tmp/content
+}
+bad_blocks() { cat /sys/class/mtd/mtd[26]/bad_blocks | tr '\n' ' '; }
+lists_members() { [ "$(ar t /tmp/image.tbx | tr '\n' ' ')" = "$1" ]; }
+wipe() { flash_eraseall /dev/mtd6 && flash_eraseall /dev/mtd2; }
+
+passes "areas have their bad blocks" prints '1 1 ' bad_blocks
+area=$(fill 6 $area_bytes)
+information=$(write_information)
+passes "the information block is read as it was written" is_information "$information"
+
+mkdir /tmp/save /tmp/restore
+passes "the area is saved" board-flash backup /tmp/save /tmp/image.tbx hibernation
+passes "the package has both files" lists_members 'hibernationinfo hibernation control.tar.gz '
+rm -rf /tmp/save
+passes "both are wiped" wipe
+passes "the area has gone" differs "$area" 6 $area_bytes
+passes "the information block has gone" is_no_information "$information"
+passes "the area is restored" board-flash restore /tmp/restore /tmp/image.tbx
+rm -rf /tmp/restore /tmp/image.tbx
+passes "the area is as it was" is_sum "$area" 6 $area_bytes
+passes "the information block is as it was" is_information "$information"
+finish

@@ -1,0 +1,59 @@
+# What the cases with flash share. Sourced after library.sh.
+
+# dump AREA BYTES: the first bytes of an area without its bad blocks, by the tool itself.
+dump() {
+  /usr/sbin/nanddump -q --bb=skipbad --omitoob -f /tmp/dump "/dev/mtd$1" && head -c "$2" /tmp/dump
+  rm -f /tmp/dump
+}
+
+sum_of() { dump "$@" 2>/dev/null | md5sum; }
+is_sum() { [ "$(sum_of "$2" "$3")" = "$1" ]; }
+differs() { ! is_sum "$@"; }
+
+# fill AREA BYTES: with random bytes, whose sum it prints.
+fill() {
+  head -c "$2" /dev/urandom >/tmp/content
+  nandwrite -q "/dev/mtd$1" /tmp/content >&2 && md5sum </tmp/content
+  rm -f /tmp/content
+}
+
+# make_tree FOLDER: files, folders and links of all kinds of names, sizes and rights.
+make_tree() {
+  mkdir -p "$1/etc/folder with blanks" "$1/bin" "$1/empty"
+  echo "of $1" >"$1/etc/name"
+  : >"$1/etc/empty"
+  head -c 300000 /dev/urandom >"$1/bin/random"
+  head -c 1000000 /dev/zero >"$1/bin/zeros"
+  head -c 4097 /dev/urandom >"$1/etc/folder with blanks/odd size"
+  ln -s ../bin/random "$1/etc/link"
+  chmod 4755 "$1/bin/random"
+  chmod 600 "$1/etc/name"
+  chown 12:34 "$1/etc/empty"
+  chmod 1777 "$1/empty"
+}
+
+# describe FOLDER: kind, rights, owner and link of each file, and the sum of what is in it.
+describe() {
+  (
+    cd "$1" || exit
+    find . ! -type d -exec stat -c '%n %A %u:%g %s %N' {} + | sort
+    find . -type d -exec stat -c '%n %A %u:%g' {} + | sort
+    find . -type f -exec md5sum {} + | sort
+  )
+}
+
+# on_area AREA COMMAND...: with the file system of an area mounted on /mnt/root.
+on_area() {
+  mount -t jffs2 "/dev/mtdblock$1" /mnt/root || return
+  shift
+  "$@"
+  result=$?
+  umount /mnt/root
+  return $result
+}
+
+# holds_tree AREA TEXT: whether an area's tree is described by the text, and how it differs.
+holds_tree() {
+  on_area "$1" describe /mnt/root >/tmp/described || return
+  printf '%s\n' "$2" | diff - /tmp/described
+}
