@@ -141,12 +141,9 @@ void make_private_tree(const std::vector<std::string>& keep) {
     die("cannot make the mounts private", kRemedy);
   ::umask(022);
   const PrivateFolder folders[] = {
-      {"/usr/lib/opkg", {"info"}},
-      {"/usr/local/share/tarvio", {}},
-      {"/mnt", {"root"}},
-      {"/opt", {}},
-      {"/etc/tarvio", {}},
-      {"/var/log", {}},
+      {"/usr/lib/opkg", {"info"}}, {"/usr/local/share/tarvio", {}},
+      {"/mnt", {"root"}},          {"/opt", {}},
+      {"/etc/tarvio", {}},         {"/var/log", {}},
       {"/run", {"tmp"}},
   };
   for (const PrivateFolder& folder : folders) make_private(folder, keep);
