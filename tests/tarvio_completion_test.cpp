@@ -58,7 +58,8 @@ TEST_F(ClientCompletion, OffersTheCommands) {
 
 TEST_F(ClientCompletion, OffersTheOptionsOfTheCommand) {
   EXPECT_EQ(completions_of({"--"}), (Words{"--json", "--help", "--timeout", "--version"}));
-  EXPECT_EQ(completions_of({"status", "-"}), (Words{"--json", "--help", "--timeout", "--apps"}));
+  EXPECT_EQ(completions_of({"status", "-"}),
+            (Words{"--json", "--help", "--timeout", "--apps", "--watch"}));
   EXPECT_EQ(completions_of({"start", "-"}), (Words{"--json", "--help", "--timeout"}));
   EXPECT_EQ(completions_of({"list", "-"}),
             (Words{"--json", "--help", "--category", "--subcategory", "--name"}));

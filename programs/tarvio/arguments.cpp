@@ -21,7 +21,7 @@ struct OptionRow {
 
 constexpr int number_of(Option option) { return kBehindLetters + static_cast<int>(option); }
 
-constexpr std::array<OptionRow, 10> kOptions = {{
+constexpr std::array<OptionRow, 11> kOptions = {{
     {Option::kHelp, "help", 'h', nullptr},
     {Option::kVersion, "version", 'V', nullptr},
     {Option::kJson, "json", number_of(Option::kJson), nullptr},
@@ -32,6 +32,7 @@ constexpr std::array<OptionRow, 10> kOptions = {{
     {Option::kName, "name", number_of(Option::kName), "N"},
     {Option::kForce, "force", number_of(Option::kForce), nullptr},
     {Option::kOutput, "output", 'o', "FILE"},
+    {Option::kWatch, "watch", number_of(Option::kWatch), nullptr},
 }};
 
 // What getopt_long is to return: every operand in its place, a missing value as ':'.

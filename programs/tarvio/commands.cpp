@@ -14,8 +14,8 @@ constexpr double kForManager = 30;
 constexpr double kForTools = 600;
 
 constexpr std::array<CommandRow, 12> kCommands = {{
-    {"status", Command::kStatus, Operands::kOptionalApplication, OptionSet(Option::kApps),
-     kForManager, kStatusHelp},
+    {"status", Command::kStatus, Operands::kOptionalApplication,
+     OptionSet(Option::kApps, Option::kWatch), kForManager, kStatusHelp},
     {"start", Command::kStart, Operands::kApplication, OptionSet(), kForManager, kStartHelp},
     {"stop", Command::kStop, Operands::kApplication, OptionSet(), kForManager, kStopHelp},
     {"start-all", Command::kStartAll, Operands::kNone, OptionSet(), kForManager, kStartAllHelp},

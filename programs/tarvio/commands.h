@@ -33,6 +33,7 @@ enum class Option : unsigned {
   kName,
   kForce,
   kOutput,
+  kWatch,
 };
 
 // A set of options.

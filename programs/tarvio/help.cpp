@@ -58,7 +58,9 @@ const char kStatusHelp[] =
     "whole name). States: normal, warning, error. An application has a status once it was\n"
     "started, until it is stopped.\n"
     "\n"
-    "      --apps             applications only\n" MANAGER_OPTIONS
+    "      --apps             applications only\n"
+    "      --watch            go on, and show each change: on a terminal in its place, else as\n"
+    "                         one more line\n" MANAGER_OPTIONS
     "\n"
     "exit status: 0 done, 1 failed, 3 no manager, 5 no answer in time, 64 wrong command line;\n"
     "with NAME the state decides: 0 normal, 1 warning, 2 error, 4 no such status\n";

@@ -11,6 +11,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr int kIndent = 2;
+constexpr int kOneLine = -1;
 
 Json object_of(const Status& status) {
   return {{"name", status.name},
@@ -81,8 +82,8 @@ Json object_of(const CheckedFile& file) {
 
 // ASCII alone, because a terminal obeys some control characters beyond it. Bytes that are no UTF-8
 // become replacement characters.
-std::string text_of(const Json& json) {
-  return json.dump(kIndent, ' ', true, Json::error_handler_t::replace) + '\n';
+std::string text_of(const Json& json, int indent = kIndent) {
+  return json.dump(indent, ' ', true, Json::error_handler_t::replace) + '\n';
 }
 
 template <typename Record>
@@ -97,6 +98,11 @@ std::string array_text(const std::vector<Record>& records) {
 std::string status_json(const Status& status) { return text_of(object_of(status)); }
 
 std::string statuses_json(const std::vector<Status>& statuses) { return array_text(statuses); }
+
+std::string change_json(const StatusChange& change) {
+  if (change.now) return text_of(object_of(*change.now), kOneLine);
+  return text_of({{"name", change.name}, {"state", nullptr}}, kOneLine);
+}
 
 std::string packages_json(const std::vector<Package>& packages) { return array_text(packages); }
 

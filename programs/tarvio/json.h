@@ -12,6 +12,7 @@
 #include "package_file.h"
 #include "packages.h"
 #include "reply.h"
+#include "status_changes.h"
 
 namespace client {
 
@@ -66,6 +67,8 @@ struct PackedFile {
 
 std::string status_json(const Status& status);
 std::string statuses_json(const std::vector<Status>& statuses);
+// One line; the state is null when the status is gone.
+std::string change_json(const StatusChange& change);
 std::string packages_json(const std::vector<Package>& packages);
 std::string result_json(const Result& result);
 std::string inspected_json(const std::vector<InspectedFile>& files);

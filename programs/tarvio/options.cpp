@@ -120,6 +120,7 @@ Options options_of(const Arguments& arguments) {
   options.command = arguments.command->command;
   options.json = arguments.find(Option::kJson) != nullptr;
   options.only_applications = arguments.find(Option::kApps) != nullptr;
+  options.watch = arguments.find(Option::kWatch) != nullptr;
   options.force = arguments.find(Option::kForce) != nullptr;
   options.timeout_seconds = arguments.command->timeout_seconds;
   take_operands(arguments, options);

@@ -18,6 +18,7 @@ struct Options {
   std::vector<std::string> operands;  // files, packages or a folder
   bool json = false;
   bool only_applications = false;
+  bool watch = false;
   bool force = false;
   std::string output;          // file to write
   double timeout_seconds = 0;  // 0 waits for ever

@@ -48,8 +48,8 @@ void complain(std::string_view message) {
   (void)write_all(STDERR_FILENO, "tarvio: " + printable(message) + '\n');
 }
 
-bool wants_colour() {
-  return isatty(STDOUT_FILENO) == 1 && !is_set("NO_COLOR") && !is_dumb_terminal();
-}
+bool is_screen() { return isatty(STDOUT_FILENO) == 1 && !is_dumb_terminal(); }
+
+bool wants_colour() { return is_screen() && !is_set("NO_COLOR"); }
 
 }  // namespace client

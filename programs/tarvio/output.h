@@ -15,7 +15,10 @@ bool print(std::string_view text);
 // Writes one line, "tarvio: " and the message made printable, to standard error.
 void complain(std::string_view message);
 
-// Whether standard output is a terminal that is to show colours.
+// Whether standard output is a terminal that can be drawn on.
+bool is_screen();
+
+// Whether it is one that is to show colours.
 bool wants_colour();
 
 }  // namespace client

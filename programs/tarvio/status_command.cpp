@@ -9,33 +9,13 @@
 #include "manager_client.h"
 #include "output.h"
 #include "reply.h"
-#include "table.h"
+#include "status_table.h"
 #include "tarvio/status.h"
-#include "words.h"
+#include "watch_command.h"
 
 namespace client {
 
 namespace {
-
-Colour colour_of(int32_t state) {
-  switch (state) {
-    case TQ_STATE_NORMAL:
-      return Colour::kGreen;
-    case TQ_STATE_ERROR:
-      return Colour::kRed;
-    default:
-      return Colour::kYellow;
-  }
-}
-
-std::string table_of(const std::vector<Status>& statuses) {
-  std::vector<Row> rows = {header_of({"NAME", "STATE", "DETAIL"})};
-  for (const Status& status : statuses) {
-    rows.push_back(
-        {{status.name}, {state_word(status.state), colour_of(status.state)}, {status.detail}});
-  }
-  return render_table(rows, wants_colour());
-}
 
 int exit_status_of(int32_t state) {
   switch (state) {
@@ -73,6 +53,7 @@ int show_one(const std::vector<Status>& statuses, const std::string& name, bool 
 }  // namespace
 
 int run_status(const Options& options) {
+  if (options.watch) return run_watch(options);
   const Answer answer = ask_manager(options.only_applications ? "status_app" : "status_all",
                                     nullptr, options.timeout_seconds);
   if (!answer.manager_found) return report_exchange(answer);

@@ -12,6 +12,7 @@ tarvio_test(
   tarvio_reply_test.cpp
   tarvio_options_test.cpp
   tarvio_status_test.cpp
+  tarvio_watch_test.cpp
   tarvio_app_test.cpp
   tarvio_list_test.cpp
   tarvio_exchange_test.cpp
