@@ -32,9 +32,9 @@ class Screen {
   bool show_that_nobody_answers() { return draw(std::string(kNobodyAnswers) + '\n'); }
 
  private:
-  bool draw(std::string text) {
+  bool draw(const std::string& text) {
     if (text == shown_) return true;
-    shown_ = std::move(text);
+    shown_ = text;
     return print(kClearScreen + shown_);
   }
 
