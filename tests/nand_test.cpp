@@ -31,7 +31,6 @@ using testing::IsEmpty;
 constexpr char kUnit[] = "util/tq_nand_util";
 constexpr int kBlock = 0x20000;
 constexpr int kUnwritten = -7;
-constexpr char kInputOutputError[] = "echo 'libmtd: error 5 (Input/output error)'";
 
 std::string prints(const std::string& text) { return "echo '" + text + "'"; }
 
