@@ -50,11 +50,15 @@ TEST(ImageData, IsCopiedInBlocksWhenTheLengthIsSoMany) {
 }
 
 TEST(ImageData, IsTheWholeSourceOtherwise) {
-  for (const auto& [block_size, length] :
-       {std::pair{1024, 4097}, {1024, 0}, {0, 4096}, {0, 0}, {4096, 1024}}) {
-    EXPECT_THAT(
-        commands_of([&] { EXPECT_EQ(tq_create_image_data_tgz("s", "i", block_size, length), 0); }),
-        ElementsAre("dd if=s of=i 2>&1", "tar cvzf data.tar.gz i 2>&1"));
+  struct Piece {
+    int block_size;
+    int length;
+  };
+  for (const Piece piece : {Piece{1024, 4097}, {1024, 0}, {0, 4096}, {0, 0}, {4096, 1024}}) {
+    EXPECT_THAT(commands_of([&] {
+                  EXPECT_EQ(tq_create_image_data_tgz("s", "i", piece.block_size, piece.length), 0);
+                }),
+                ElementsAre("dd if=s of=i 2>&1", "tar cvzf data.tar.gz i 2>&1"));
   }
 }
 

@@ -38,7 +38,7 @@ TEST(ClientPackageSize, IsTheSumOfAListing) {
       "crw-r--r-- 0/0             1,3 2024-01-01 00:00 ./null\n"
       "-rw-r--r-- 0/0      3221225472 2024-01-01 00:00 ./" +
       std::string(9000, 'x') + "\n";
-  for (const size_t piece_size : {1, 7, 100, 100000}) {
+  for (const size_t piece_size : {size_t{1}, size_t{7}, size_t{100}, size_t{100000}}) {
     EXPECT_EQ(sum_of(listing, piece_size), 3221228472U);
   }
   EXPECT_EQ(sum_of("", 1), 0U);
