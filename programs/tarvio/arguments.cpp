@@ -21,7 +21,7 @@ struct OptionRow {
 
 constexpr int number_of(Option option) { return kBehindLetters + static_cast<int>(option); }
 
-constexpr std::array<OptionRow, 11> kOptions = {{
+constexpr std::array<OptionRow, 18> kOptions = {{
     {Option::kHelp, "help", 'h', nullptr},
     {Option::kVersion, "version", 'V', nullptr},
     {Option::kJson, "json", number_of(Option::kJson), nullptr},
@@ -33,6 +33,13 @@ constexpr std::array<OptionRow, 11> kOptions = {{
     {Option::kForce, "force", number_of(Option::kForce), nullptr},
     {Option::kOutput, "output", 'o', "FILE"},
     {Option::kWatch, "watch", number_of(Option::kWatch), nullptr},
+    {Option::kTo, "to", number_of(Option::kTo), "FILE"},
+    {Option::kWorkFolder, "workdir", number_of(Option::kWorkFolder), "DIR"},
+    {Option::kOverwrite, "overwrite", number_of(Option::kOverwrite), nullptr},
+    {Option::kQuiet, "quiet", number_of(Option::kQuiet), nullptr},
+    {Option::kYes, "yes", number_of(Option::kYes), nullptr},
+    {Option::kVerify, "verify", number_of(Option::kVerify), nullptr},
+    {Option::kNoVerify, "no-verify", number_of(Option::kNoVerify), nullptr},
 }};
 
 // What getopt_long is to return: every operand in its place, a missing value as ':'.

@@ -68,6 +68,12 @@ class Deadline {
   Clock::time_point end_;
 };
 
+// Of two times for poll, where a negative one is for ever.
+int sooner(int one, int other) {
+  if (one < 0 || other < 0) return std::max(one, other);
+  return std::min(one, other);
+}
+
 // A running child.
 class Child {
  public:
@@ -86,7 +92,7 @@ class Child {
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
 
-  ChildEnd wait(double seconds, const Sink& sink) {
+  ChildEnd wait(double seconds, const Sink& sink, const Watch& watch = {}) {
     const Deadline deadline(seconds);
     ChildEnd end;
     while (!is_reaped()) {
@@ -95,10 +101,11 @@ class Child {
         end_group();
         break;
       }
-      wait_for_event(deadline.rest());
-      read_all(sink, end.errors);
+      wait_for_event(sooner(deadline.rest(), watch.tick_ms));
+      read_all(sink, watch.trace, end.errors);
+      if (watch.tick) watch.tick();
     }
-    read_all(sink, end.errors);
+    read_all(sink, watch.trace, end.errors);
     end.status = status_;
     return end;
   }
@@ -154,9 +161,10 @@ class Child {
     }
   }
 
-  void read_all(const Sink& sink, std::string& errors) {
+  void read_all(const Sink& sink, const Sink& trace, std::string& errors) {
     read_pipe(output_, sink);
-    read_pipe(errors_, [&errors](std::string_view piece) {
+    read_pipe(errors_, [&](std::string_view piece) {
+      if (trace) return trace(piece);
       errors += piece.substr(0, kMostErrors - std::min(kMostErrors, errors.size()));
     });
   }
@@ -244,12 +252,13 @@ std::string run_tool(const WorkFolder& folder, const std::vector<std::string>& w
 }
 
 JobEnd run_job(const WorkFolder& folder, const char* tools, const std::function<std::string()>& job,
-               double seconds) {
+               double seconds, const Watch& watch) {
   Child child(folder, [&job](int output) {
     if (!write_all(output, told_by(job))) throw Failure::of_system("cannot tell the result");
   });
   std::string told;
-  ChildEnd end = child.wait(seconds, [&told](std::string_view piece) { told += piece; });
+  ChildEnd end = child.wait(
+      seconds, [&told](std::string_view piece) { told += piece; }, watch);
   if (end.is_late) fail_late(tools);
   const size_t line_end = told.find('\n');
   if (end.status != 0 || line_end == std::string::npos) fail_with(tools, end);

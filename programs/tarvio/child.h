@@ -32,10 +32,17 @@ struct JobEnd {
   std::string errors;  // what was written on standard error and standard output
 };
 
+// What follows a job while it runs. What it throws ends the job.
+struct Watch {
+  Sink trace;                  // takes the `errors` as they come, in their place
+  std::function<void()> tick;  // called now and then
+  int tick_ms = -1;            // after this time at the latest
+};
+
 // Runs a function, for calls into the library that make it run tools: `tools` names these in
 // messages. Throws the Failure that the function throws, or one of its own.
 JobEnd run_job(const WorkFolder& folder, const char* tools, const std::function<std::string()>& job,
-               double seconds);
+               double seconds, const Watch& watch = {});
 
 }  // namespace client
 

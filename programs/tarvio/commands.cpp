@@ -12,8 +12,9 @@ namespace {
 // An installation may take its time, and is not to be broken off lightly.
 constexpr double kForManager = 30;
 constexpr double kForTools = 600;
+constexpr double kForFlash = 0;  // it takes as long as it takes
 
-constexpr std::array<CommandRow, 12> kCommands = {{
+constexpr std::array<CommandRow, 15> kCommands = {{
     {"status", Command::kStatus, Operands::kOptionalApplication,
      OptionSet(Option::kApps, Option::kWatch), kForManager, kStatusHelp},
     {"start", Command::kStart, Operands::kApplication, OptionSet(), kForManager, kStartHelp},
@@ -30,6 +31,15 @@ constexpr std::array<CommandRow, 12> kCommands = {{
     {"check", Command::kCheck, Operands::kFiles, OptionSet(), kForTools, kCheckHelp},
     {"inspect", Command::kInspect, Operands::kFiles, OptionSet(), kForTools, kInspectHelp},
     {"pack", Command::kPack, Operands::kFolder, OptionSet(Option::kOutput), kForTools, kPackHelp},
+    {"areas", Command::kAreas, Operands::kNone, OptionSet(), kForManager, kAreasHelp},
+    {"backup", Command::kBackup, Operands::kAreas,
+     OptionSet(Option::kTo, Option::kWorkFolder, Option::kOverwrite, Option::kVerify,
+               Option::kNoVerify, Option::kQuiet),
+     kForFlash, kBackupHelp},
+    {"restore", Command::kRestore, Operands::kFile,
+     OptionSet(Option::kWorkFolder, Option::kYes, Option::kForce, Option::kVerify,
+               Option::kNoVerify, Option::kQuiet),
+     kForFlash, kRestoreHelp},
 }};
 
 }  // namespace

@@ -20,6 +20,9 @@ enum class Command {
   kCheck,
   kInspect,
   kPack,
+  kAreas,
+  kBackup,
+  kRestore,
 };
 
 enum class Option : unsigned {
@@ -34,6 +37,13 @@ enum class Option : unsigned {
   kForce,
   kOutput,
   kWatch,
+  kTo,
+  kWorkFolder,
+  kOverwrite,
+  kQuiet,
+  kYes,
+  kVerify,
+  kNoVerify,
 };
 
 // A set of options.
@@ -50,7 +60,16 @@ class OptionSet {
 };
 
 // What a command works on: one where the word is singular, else one or more.
-enum class Operands { kNone, kOptionalApplication, kApplication, kFolder, kFiles, kPackages };
+enum class Operands {
+  kNone,
+  kOptionalApplication,
+  kApplication,
+  kFolder,
+  kFile,
+  kFiles,
+  kPackages,
+  kAreas
+};
 
 struct CommandRow {
   const char* word;

@@ -30,7 +30,7 @@ const char kGeneralHelp[] =
     "usage: tarvio COMMAND [OPTION]...\n"
     "\n"
     "Shows and changes what the resident manager tarviod knows of this device's applications,\n"
-    "and works on packages and package files.\n"
+    "works on packages and package files, and saves and restores its flash memory.\n"
     "\n"
     "  status [NAME]     print the statuses, or the one of an application\n"
     "  start NAME        start an application\n"
@@ -44,6 +44,10 @@ const char kGeneralHelp[] =
     "  check FILE...     tell whether package files fit on this device\n"
     "  inspect FILE...   tell what package files hold\n"
     "  pack DIR -o FILE  build a package file from a folder\n"
+    "  areas             list the areas of the flash memory\n"
+    "  backup AREA... --to FILE\n"
+    "                    save areas of the flash memory into an image package\n"
+    "  restore FILE      write an image package to the flash memory\n"
     "\n" JSON_OPTION
     "      --timeout SECONDS  give up when it takes longer; 0 waits for ever\n" HELP_OPTION
     "  -V, --version          print the version\n"
@@ -164,5 +168,50 @@ const char kPackHelp[] =
     "\n"
     "  -o, --output FILE      the package file, which is replaced when it is there\n" TOOLS_OPTIONS
         TOOLS_EXIT_STATUS;
+
+#define FLASH_OPTIONS                                                                          \
+  "      --quiet            tell no progress\n" JSON_OPTION                                    \
+  "      --timeout SECONDS  end a step that is not done by then, and fail; default 0, which\n" \
+  "                         waits for ever\n" HELP_OPTION
+
+const char kAreasHelp[] =
+    "usage: tarvio areas [OPTION]...\n"
+    "\n"
+    "Lists the areas of the flash memory: name, device, how much a backup keeps, and how it saves\n"
+    "them.\n"
+    "\n" JSON_OPTION HELP_OPTION
+    "\n"
+    "exit status: 0 done, 1 failed, 64 wrong command line\n";
+
+const char kBackupHelp[] =
+    "usage: tarvio backup AREA... --to FILE [OPTION]...\n"
+    "\n"
+    "Saves areas of the flash memory, which 'tarvio areas' lists, into an image package. FILE\n"
+    "appears when all of it is there: a failure or a power cut leaves what was there before. One\n"
+    "backup or restore runs at a time.\n"
+    "\n"
+    "      --to FILE          the image package\n"
+    "      --workdir DIR      make the folder for intermediate files there; default: beside FILE\n"
+    "      --overwrite        replace FILE when it is there\n"
+    "      --verify           read raw areas a second time and compare\n" FLASH_OPTIONS
+    "\n"
+    "exit status: 0 done, 1 failed, 5 a step was not done in time, 64 wrong command line\n";
+
+const char kRestoreHelp[] =
+    "usage: tarvio restore FILE [OPTION]...\n"
+    "\n"
+    "Erases the areas of the flash memory that an image package holds, and writes them anew. What\n"
+    "the package holds is checked first. An area that fails does not keep the others from being\n"
+    "written. Each one is read again and compared.\n"
+    "\n"
+    "      --yes              do not ask\n"
+    "      --force            also write what the system runs from or has mounted\n"
+    "      --no-verify        do not read the areas again\n"
+    "      --workdir DIR      make the folder for intermediate files there; default: beside "
+    "FILE\n" FLASH_OPTIONS
+    "\n"
+    "exit status: 0 done, 1 failed for one or more, 5 a step was not done in time, 64 wrong "
+    "command\n"
+    "line\n";
 
 }  // namespace client

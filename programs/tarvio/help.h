@@ -17,6 +17,9 @@ extern const char kFilesHelp[];
 extern const char kCheckHelp[];
 extern const char kInspectHelp[];
 extern const char kPackHelp[];
+extern const char kAreasHelp[];
+extern const char kBackupHelp[];
+extern const char kRestoreHelp[];
 
 }  // namespace client
 

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "flash_areas.h"
 #include "words.h"
 
 namespace client {
@@ -20,7 +21,18 @@ Json object_of(const Status& status) {
           {"detail", status.detail}};
 }
 
-Json path_or_null(const std::string& path) { return path.empty() ? Json() : Json(path); }
+Json or_null(const std::string& text) { return text.empty() ? Json() : Json(text); }
+
+const char* word_of(AreaState state) {
+  switch (state) {
+    case AreaState::kUntouched:
+      return "untouched";
+    case AreaState::kUnfinished:
+      return "unfinished";
+    default:
+      return "written";
+  }
+}
 
 Json object_of(const Package& package) {
   return {{"name", package.name},
@@ -30,8 +42,8 @@ Json object_of(const Package& package) {
           {"subcategory", subcategory_word(package.subcategory)},
           {"subcategory_code", package.subcategory},
           {"maintainer", package.maintainer},
-          {"start_file", path_or_null(package.start_file)},
-          {"stop_file", path_or_null(package.stop_file)}};
+          {"start_file", or_null(package.start_file)},
+          {"stop_file", or_null(package.stop_file)}};
 }
 
 Json object_of(const char* kind_of_operand, const Outcome& outcome) {
@@ -133,6 +145,41 @@ std::string packed_json(const PackedFile& packed) {
                    {"name", packed.name},
                    {"version", packed.version},
                    {"size_bytes", packed.size_bytes}});
+  }
+  return text_of(object);
+}
+
+std::string areas_json() {
+  Json areas = Json::array();
+  for (const tarvio::FlashArea& area : tarvio::kFlashAreas) {
+    areas.push_back({{"name", area.name},
+                     {"device", area.source},
+                     {"size", area.backup_bytes},
+                     {"method", method_of(area)}});
+  }
+  return text_of(areas);
+}
+
+std::string saved_json(const SavedImage& image) {
+  Json object = object_of("file", image.outcome);
+  object["size"] = image.size_bytes;
+  object["areas"] = Json::array();
+  for (const SavedArea& area : image.areas) {
+    object["areas"].push_back(
+        {{"name", area.name}, {"size", area.size_bytes}, {"failure", or_null(area.failure)}});
+  }
+  return text_of(object);
+}
+
+std::string restored_json(const RestoredImage& image) {
+  Json object = object_of("file", image.outcome);
+  object["areas"] = Json::array();
+  for (const RestoredArea& area : image.areas) {
+    object["areas"].push_back({{"name", area.name},
+                               {"size", area.size_bytes},
+                               {"state", word_of(area.state)},
+                               {"verified", area.is_verified},
+                               {"failure", or_null(area.failure)}});
   }
   return text_of(object);
 }

@@ -65,6 +65,35 @@ struct PackedFile {
   uint64_t size_bytes = 0;
 };
 
+// An area of a backup.
+struct SavedArea {
+  std::string name;
+  uint64_t size_bytes = 0;
+  std::string failure;  // empty when it was saved
+};
+
+struct SavedImage {
+  Outcome outcome;
+  std::vector<SavedArea> areas;  // as far as they were tried
+  uint64_t size_bytes = 0;
+};
+
+// What the flash memory of an area holds after a restore.
+enum class AreaState { kUntouched, kUnfinished, kWritten };
+
+struct RestoredArea {
+  std::string name;
+  uint64_t size_bytes = 0;
+  AreaState state = AreaState::kUntouched;
+  bool is_verified = false;
+  std::string failure = {};  // empty when it was written
+};
+
+struct RestoredImage {
+  Outcome outcome;
+  std::vector<RestoredArea> areas;
+};
+
 std::string status_json(const Status& status);
 std::string statuses_json(const std::vector<Status>& statuses);
 // One line; the state is null when the status is gone.
@@ -76,6 +105,9 @@ std::string changes_json(const std::vector<Change>& changes, const char* kind_of
 std::string files_json(const std::vector<FilesOfPackage>& packages);
 std::string checked_json(const std::vector<CheckedFile>& files);
 std::string packed_json(const PackedFile& packed);
+std::string areas_json();
+std::string saved_json(const SavedImage& image);
+std::string restored_json(const RestoredImage& image);
 
 }  // namespace client
 

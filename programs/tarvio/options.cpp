@@ -1,11 +1,14 @@
 #include "options.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <limits>
 #include <optional>
 #include <string>
 
 #include "arguments.h"
+#include "flash_areas.h"
 #include "package_file.h"
 #include "words.h"
 
@@ -49,6 +52,16 @@ void check_name(const std::string& name) {
   }
 }
 
+void check_area(const std::vector<std::string>& areas, size_t at) {
+  if (find_area(areas[at]) == nullptr) {
+    throw UsageError{"no area '" + areas[at] + "': 'tarvio areas' lists them"};
+  }
+  const auto here = areas.begin() + static_cast<std::ptrdiff_t>(at);
+  if (std::find(areas.begin(), here, areas[at]) != here) {
+    throw UsageError{"the area '" + areas[at] + "' is named twice"};
+  }
+}
+
 constexpr size_t kAny = std::numeric_limits<size_t>::max();
 
 // How many operands there may be, and what is missing where there is none.
@@ -66,8 +79,12 @@ OperandRule rule_of(Operands operands) {
       return {1, 1, "the NAME of the application"};
     case Operands::kFolder:
       return {1, 1, "the folder DIR"};
+    case Operands::kFile:
+      return {1, 1, "the image package FILE"};
     case Operands::kFiles:
       return {1, kAny, "the package FILE"};
+    case Operands::kAreas:
+      return {1, kAny, "the name of an AREA"};
     case Operands::kPackages:
       return {1, kAny, "the NAME of the package"};
     case Operands::kNone:
@@ -105,6 +122,41 @@ void take_filter(const Arguments& arguments, Options& options) {
   }
 }
 
+void take_target(const Arguments& arguments, Options& options) {
+  if (arguments.command->command != Command::kBackup) return;
+  for (size_t at = 0; at < options.operands.size(); ++at) check_area(options.operands, at);
+  const GivenOption* const to = arguments.find(Option::kTo);
+  if (to == nullptr) throw UsageError{"the file to write, --to FILE, is missing"};
+  if (!is_image_file_name(to->value)) {
+    throw UsageError{"the name of the file may have letters, digits and '.', '_', '+', '-', not '" +
+                     to->value + "'"};
+  }
+  options.output = to->value;
+}
+
+// A restore is verified unless the line tells otherwise, a backup only when it does; of several
+// options the last one counts.
+bool wants_verification(const Arguments& arguments) {
+  bool verify = arguments.command->command == Command::kRestore;
+  for (const GivenOption& given : arguments.options) {
+    if (given.option == Option::kVerify) verify = true;
+    if (given.option == Option::kNoVerify) verify = false;
+  }
+  return verify;
+}
+
+void take_flash_options(const Arguments& arguments, Options& options) {
+  take_target(arguments, options);
+  if (const GivenOption* given = arguments.find(Option::kWorkFolder)) {
+    if (given->value.empty()) throw UsageError{"the folder --workdir DIR has no name"};
+    options.work_folder = given->value;
+  }
+  options.overwrite = arguments.find(Option::kOverwrite) != nullptr;
+  options.quiet = arguments.find(Option::kQuiet) != nullptr;
+  options.yes = arguments.find(Option::kYes) != nullptr;
+  options.verify = wants_verification(arguments);
+}
+
 void take_output(const Arguments& arguments, Options& options) {
   if (!arguments.command->options.has(Option::kOutput)) return;
   const GivenOption* const given = arguments.find(Option::kOutput);
@@ -129,6 +181,7 @@ Options options_of(const Arguments& arguments) {
   }
   take_filter(arguments, options);
   take_output(arguments, options);
+  take_flash_options(arguments, options);
   return options;
 }
 

@@ -20,7 +20,12 @@ struct Options {
   bool only_applications = false;
   bool watch = false;
   bool force = false;
-  std::string output;          // file to write
+  bool overwrite = false;
+  bool quiet = false;
+  bool yes = false;         // do not ask
+  bool verify = false;      // read the flash memory again and compare
+  std::string output;       // file to write
+  std::string work_folder;  // where that for intermediate files is made; empty: beside the package
   double timeout_seconds = 0;  // 0 waits for ever
   uint32_t category = TQ_CATEGORY_ANY;
   uint32_t subcategory = TQ_SUBCATEGORY_ANY;

@@ -81,6 +81,14 @@ std::string kind_lines() {
   return lines;
 }
 
+// A backup does not know the version of a system without a package of its own.
+void check_told(const PackageFile& package) {
+  const bool is_image = package.kind && package.kind->category == kImageCategory;
+  if (!package.name.empty() && (is_image || !package.version.empty())) return;
+  throw Failure(EINVAL,
+                "its control.tar.gz tells no name and version: it is damaged, or no package file");
+}
+
 // In the work folder, in a process of its own. A result is a line each: name, version and, where
 // there is a tqcontrol, category, its code, subcategory and targets.
 std::string read_control_files(const std::string& path) {
@@ -96,10 +104,6 @@ std::string read_control_files(const std::string& path) {
   const tarvio::Conf control(tq_conf_open(kControl));
   const std::string name = value_of(control, "Package");
   const std::string version = value_of(control, "Version");
-  if (name.empty() || version.empty()) {
-    throw Failure(
-        EINVAL, "its control.tar.gz tells no name and version: it is damaged, or no package file");
-  }
   check_extracted(tq_extract_from_tgz(kControlArchive, kTqControl), "its control.tar.gz");
   check_plain(kTqControl);
   const bool has_kind = look_for(kTqControl) == Found::kFile;
@@ -140,6 +144,7 @@ PackageFile read_package_file(const WorkFolder& folder, const std::string& absol
                     .subcategory_code = tq_tbx_conv_package_subtype(lines.at(4).c_str()),
                     .targets = {lines.begin() + 5, lines.end()}};
   }
+  check_told(package);
   return package;
 }
 

@@ -12,6 +12,8 @@
 
 namespace client {
 
+inline constexpr char kImageCategory[] = "Image";
+
 // What a package's tqcontrol says. The codes are those of tarvio/tbx.h.
 struct PackageKind {
   std::string category;

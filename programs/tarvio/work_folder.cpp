@@ -1,11 +1,13 @@
 #include "work_folder.h"
 
+#include <dirent.h>
 #include <ftw.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 
 #include "failure.h"
 
@@ -41,6 +43,15 @@ void remove_tree(const char* path) {
   (void)nftw(path, remove_entry, kOpenFolders, FTW_PHYS | FTW_DEPTH);
 }
 
+bool is_own_folder(const std::string& path) {
+  struct stat status = {};
+  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
+}
+
+struct CloseFolder {
+  void operator()(DIR* folder) const noexcept { (void)closedir(folder); }
+};
+
 }  // namespace
 
 WorkFolder::WorkFolder() : WorkFolder(temporary_beginning()) {}
@@ -48,6 +59,16 @@ WorkFolder::WorkFolder() : WorkFolder(temporary_beginning()) {}
 WorkFolder::WorkFolder(const std::string& beginning) : path_(beginning + "XXXXXX") {
   if (mkdtemp(path_.data()) == nullptr) {
     throw Failure::of_system("cannot make a work folder '" + beginning + "XXXXXX'");
+  }
+}
+
+void WorkFolder::remove_left_over(const std::string& beginning) {
+  const std::string parent = beginning.substr(0, beginning.rfind('/') + 1);
+  const std::unique_ptr<DIR, CloseFolder> folder(opendir(parent.c_str()));
+  if (folder == nullptr) return;
+  while (const dirent* const entry = readdir(folder.get())) {
+    const std::string path = parent + entry->d_name;
+    if (path.starts_with(beginning) && is_own_folder(path)) remove_tree(path.c_str());
   }
 }
 

@@ -17,6 +17,9 @@ class WorkFolder {
   // The random end of the name comes behind the beginning.
   explicit WorkFolder(const std::string& beginning);
   ~WorkFolder();
+  // Removes folders of such a beginning that a killed run or a power cut has left behind. Only for
+  // beginnings of which one run at a time makes folders.
+  static void remove_left_over(const std::string& beginning);
   WorkFolder(const WorkFolder&) = delete;
   WorkFolder& operator=(const WorkFolder&) = delete;
 

@@ -36,6 +36,9 @@ target_compile_definitions(
           TARVIO_COMPLETION="${PROJECT_SOURCE_DIR}/packaging/bash-completion/tarvio")
 add_dependencies(tarvio_test tarvio-client)
 
+tarvio_test(tarvio_flash tarvio_flash_parts_test.cpp tarvio_backup_test.cpp tarvio_restore_test.cpp)
+target_link_libraries(tarvio_flash_test PRIVATE tarvio-client-parts nlohmann_json::nlohmann_json)
+
 if(NOT TARVIO_SANITIZE)
   add_test(NAME tarvio.has_no_locales
            COMMAND ${CMAKE_CURRENT_LIST_DIR}/check-locale $<TARGET_FILE:tarvio-client>)
