@@ -98,8 +98,8 @@ TEST(ClientCheck, TellsItToScripts) {
   const HandMadePackage package;
   const FreeSpace space("3");
   const json checked = json::parse(run_tarvio({"check", "--json", package.path()}).output);
-  const size_t control = std::filesystem::file_size(package / "control") +
-                         std::filesystem::file_size(package / "tqcontrol");
+  const uintmax_t control = std::filesystem::file_size(package / "control") +
+                            std::filesystem::file_size(package / "tqcontrol");
   EXPECT_EQ(checked, json::array({{{"file", package.path()},
                                    {"code", 28},
                                    {"message", "it does not fit"},

@@ -76,7 +76,8 @@ class FlashClient : public testing::Test {
   void wipe(const std::string& device) const { folder_.shell("flash_eraseall " + device); }
 
   // Keeps what the good blocks of an area hold from a place on, as a file of this name beside.
-  void keep(const std::string& name, const std::string& device, size_t start, size_t bytes) const {
+  void keep(const std::string& name, const std::string& device, size_t start,
+            uintmax_t bytes) const {
     const std::string file = kept_ / name;
     folder_.shell("nanddump -b -o " + device + " -s " + std::to_string(start) + " -f " + file +
                   " 2>&1 && truncate -s " + std::to_string(bytes) + " " + file);
