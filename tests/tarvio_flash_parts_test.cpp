@@ -34,6 +34,7 @@ TEST(FlashTrace, TellsTheStepsOfABackup) {
            {"tq_nanddump result 5  - ", FlashStep::kDumped, "", 5},
            {"tq_mkfs_jffs2 /mnt/root->./rootfs  - ", FlashStep::kDumping, "./rootfs", 0},
            {"tq_mkfs_jffs2 result 0  - ", FlashStep::kDumped, "", 0},
+           {"tbx backup done. - ", FlashStep::kLeft, "", 0},
            {"archive area - ./boot - ", FlashStep::kPacking, "./boot", 0},
            {"image type 11 - ", FlashStep::kRestoring, "", 0},
            {"tq_restore flash image ./boot->/dev/mtd1 start 0x0 len 0x1", FlashStep::kErasing,
@@ -54,7 +55,7 @@ TEST(FlashTrace, TellsTheStepsOfABackup) {
 
 // Such as those of package files.
 TEST(FlashTrace, TellsNothingOfOtherLines) {
-  for (const char* line : {"", "tbx backup done.", "read conf line tq_nanddump result 5 ",
+  for (const char* line : {"", "read conf line tq_nanddump result 5 ",
                            "tq_erase_flash_all /dev/mtd1", " archive area - ./boot"}) {
     EXPECT_FALSE(event_in(line)) << line;
   }

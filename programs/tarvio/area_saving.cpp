@@ -1,7 +1,5 @@
 #include "area_saving.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -94,10 +92,7 @@ void AreaSaving::begin() {
   jobs_.progress().begin(area().name);
 }
 
-void AreaSaving::finish() {
-  (void)unlink((jobs_.folder() / area().file).c_str());  // it is in the package
-  jobs_.progress().end("read and packed", saved_.back().size_bytes);
-}
+void AreaSaving::finish() { jobs_.progress().end("read and packed", saved_.back().size_bytes); }
 
 void AreaSaving::check_dump(uint64_t bytes) {
   saved_.back().size_bytes += std::min(bytes, bytes_of(file_));

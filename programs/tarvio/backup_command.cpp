@@ -63,7 +63,7 @@ class BackupRun {
     for (const std::string& place : {work_place_, target_folder_}) {
       WorkFolder::remove_left_over(work_folder_in(place));
     }
-    check_space({work_place_, bytes()}, {target_folder_, room_for_package()});
+    check_room();
     const WorkFolder folder(work_folder_in(work_place_));
     try {
       run_in(folder, lock);
@@ -83,25 +83,18 @@ class BackupRun {
     throw Failure(EEXIST, "it is there already: --overwrite replaces it");
   }
 
-  [[nodiscard]] uint64_t bytes() const {
+  // One area's file at a time lies in the work folder. The package is there twice while ar adds to
+  // it.
+  void check_room() const {
     uint64_t sum = 0;
+    uint64_t largest = 0;
     for (const FlashArea* const area : areas_) {
-      for (const AreaPart& part : parts_of(*area)) sum += part.backup_bytes;
+      uint64_t bytes = 0;
+      for (const AreaPart& part : parts_of(*area)) bytes += part.backup_bytes;
+      sum += bytes;
+      largest = std::max(largest, bytes);
     }
-    return sum;
-  }
-
-  // The archive is written anew for each further file. An area's file is gone by the time of the
-  // next one.
-  [[nodiscard]] uint64_t room_for_package() const {
-    return is_one_file_system() ? bytes() : 2 * bytes();
-  }
-
-  [[nodiscard]] bool is_one_file_system() const {
-    struct stat work = {};
-    struct stat target = {};
-    return stat(work_place_.c_str(), &work) == 0 && stat(target_folder_.c_str(), &target) == 0 &&
-           work.st_dev == target.st_dev;
+    check_space({work_place_, largest}, {target_folder_, 2 * sum});
   }
 
   void run_in(const WorkFolder& folder, const FlashLock& lock) {

@@ -1,6 +1,6 @@
 #include "flash_trace.h"
 
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <charconv>
@@ -8,6 +8,7 @@
 
 #include "failure.h"
 #include "output.h"
+#include "progress.h"
 
 namespace client {
 
@@ -25,7 +26,8 @@ struct LineRow {
 };
 
 // The first row that fits counts.
-constexpr std::array<LineRow, 14> kLines = {{
+constexpr std::array<LineRow, 15> kLines = {{
+    {"tbx backup done.", FlashStep::kLeft, Rest::kNothing},
     {"tbx backup /", FlashStep::kSaving, Rest::kNothing},
     {"tq_nanddump result ", FlashStep::kDumped, Rest::kNumber},
     {"tq_nanddump ", FlashStep::kDumping, Rest::kSourceAndFile},
@@ -116,11 +118,22 @@ void TraceRelay::relay(const std::string& line) {
   (void)write_all(fd_, line + '\n');
   const std::optional<FlashEvent> event = event_in(line);
   if (!event) return;
-  if (event->step == FlashStep::kDumping) dump_ = event->file;
-  if (event->step != FlashStep::kDumped) return;
-  struct stat status = {};
-  const off_t bytes = stat(dump_.c_str(), &status) == 0 ? status.st_size : 0;
-  (void)write_all(fd_, std::string(kDumpBytes) + std::to_string(bytes) + '\n');
+  switch (event->step) {
+    case FlashStep::kDumping:
+      dump_ = event->file;
+      return;
+    case FlashStep::kDumped:
+      (void)write_all(fd_, std::string(kDumpBytes) + std::to_string(size_of_file(dump_)) + '\n');
+      return;
+    case FlashStep::kPacking:
+      packed_ = event->file;
+      return;
+    case FlashStep::kLeft:
+      (void)unlink(packed_.c_str());
+      return;
+    default:
+      return;
+  }
 }
 
 }  // namespace client

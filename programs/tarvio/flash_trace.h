@@ -17,6 +17,7 @@ enum class FlashStep {
   kDumped,       // with the code in number
   kDumpBytes,    // the length of the dump, in number, before the library sets that
   kPacking,      // the area's file
+  kLeft,         // the area, packed or failed
   kRestoring,    // the next area of a restore
   kErasing,      // a part
   kErased,       // with the code in number
@@ -48,7 +49,8 @@ class LineCutter {
 
 // In the process that calls the library: hands its trace on to a descriptor, line by line, and adds
 // how long each dump is. The library sets the length of a dump to what it should be, right behind
-// the line that tells its result: only here, within that line, can it be seen.
+// the line that tells its result: only here, within that line, can it be seen. Removes an area's
+// file, which the library leaves, before the next step needs the room.
 class TraceRelay {
  public:
   explicit TraceRelay(int fd);
@@ -61,7 +63,8 @@ class TraceRelay {
 
   int fd_;
   LineCutter lines_;
-  std::string dump_;  // the file
+  std::string dump_;    // the file
+  std::string packed_;  // the area's file
   FILE* before_;
 };
 

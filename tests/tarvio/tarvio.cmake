@@ -36,7 +36,14 @@ target_compile_definitions(
           TARVIO_COMPLETION="${PROJECT_SOURCE_DIR}/packaging/bash-completion/tarvio")
 add_dependencies(tarvio_test tarvio-client)
 
-tarvio_test(tarvio_flash tarvio_flash_parts_test.cpp tarvio_backup_test.cpp tarvio_restore_test.cpp)
+tarvio_test(
+  tarvio_flash
+  tarvio_flash_parts_test.cpp
+  tarvio_backup_test.cpp
+  tarvio_restore_test.cpp
+  tarvio_flash_terminal_test.cpp
+  tarvio_flash_failure_test.cpp
+  support/sockets.cpp)
 target_link_libraries(tarvio_flash_test PRIVATE tarvio-client-parts nlohmann_json::nlohmann_json)
 
 if(NOT TARVIO_SANITIZE)

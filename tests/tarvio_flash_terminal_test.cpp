@@ -1,0 +1,71 @@
+// Backup and restore at a terminal.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/flash_client.h"
+#include "support/terminal.h"
+
+namespace tarvio_test {
+namespace {
+
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+class FlashAtATerminal : public FlashClient {
+ protected:
+  // A restore that may ask there, and gets an answer.
+  FlashRun restore_with(const std::string& answer) const {
+    terminal_.type(answer);
+    const int line = terminal_.line();
+    return run({"restore", "image.tbx", "--quiet"}, [=] { ::dup2(line, STDIN_FILENO); });
+  }
+
+  const Terminal terminal_;
+};
+
+TEST_F(FlashAtATerminal, IsAskedFor) {
+  ASSERT_EQ(back_up({"kernel"}).status, 0);
+  wipe("/dev/mtd3");
+  for (const char* no : {"\n", "n\n", "yes please\n", "nyes\n"}) {
+    const FlashRun ran = restore_with(no);
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_THAT(ran.errors, StartsWith("NAME    DEVICE     SIZE\n"
+                                       "kernel  /dev/mtd3  1.9 MiB\n"
+                                       "These areas are erased and written anew. Go on? [y/N] "));
+    EXPECT_THAT(ran.errors, HasSubstr("it was not wanted; nothing was written"));
+  }
+  EXPECT_TRUE(is_erased("/dev/mtd3"));
+  for (const char* yes : {"y\n", "YES\n"}) EXPECT_EQ(restore_with(yes).status, 0) << yes;
+  EXPECT_FALSE(is_erased("/dev/mtd3"));
+}
+
+TEST_F(FlashAtATerminal, IsNotWaitedForBehindASignal) {
+  ASSERT_EQ(back_up({"kernel"}).status, 0);
+  const int line = terminal_.line();
+  const pid_t client = start({"restore", "image.tbx"}, [=] { ::dup2(line, STDIN_FILENO); });
+  EXPECT_TRUE(eventually(
+      [this] { return read_file(reports_ / "errors").find("[y/N]") != std::string::npos; }));
+  ::kill(client, SIGINT);
+  EXPECT_EQ(exit_status_of(client), -1);
+  EXPECT_THAT(read_file(reports_ / "errors"), HasSubstr("interrupted: nothing was written"));
+  expect_only({"image.tbx"});
+}
+
+TEST_F(FlashAtATerminal, ChangesALineInItsPlace) {
+  const int line = terminal_.line();
+  const FlashRun ran = run({"backup", "--to", "image.tbx", "bootloader"}, [=] {
+    ::setenv("TERM", "linux", 1);
+    ::dup2(line, STDOUT_FILENO);
+  });
+  EXPECT_EQ(ran.status, 0) << ran.errors;
+  EXPECT_THAT(terminal_.shown(),
+              MatchesRegex("\r\x1b.Kbootloader: reading.*\r\x1b.Kbootloader: packing.*"
+                           "\r\x1b.Kbootloader: read and packed 256.0 KiB in [^\n]*\n"
+                           "saved bootloader in image.tbx, 2.*\n"));
+}
+
+}  // namespace
+}  // namespace tarvio_test
