@@ -49,7 +49,7 @@ using ClientCompletion = WithoutPackages;
 TEST_F(ClientCompletion, OffersTheCommands) {
   EXPECT_EQ(completions_of({""}),
             (Words{"status", "start", "stop", "start-all", "stop-all", "list", "install", "remove",
-                   "files", "check", "inspect", "pack"}));
+                   "files", "check", "inspect", "pack", "areas", "backup", "restore"}));
   EXPECT_EQ(completions_of({"stop"}), (Words{"stop", "stop-all"}));
   EXPECT_EQ(completions_of({"--json", "l"}), Words{"list"});
   EXPECT_EQ(completions_of({"--timeout", "5", "l"}), Words{"list"});
@@ -68,6 +68,13 @@ TEST_F(ClientCompletion, OffersTheOptionsOfTheCommand) {
   }
   EXPECT_EQ(completions_of({"files", "-"}), (Words{"--json", "--help", "--timeout"}));
   EXPECT_EQ(completions_of({"pack", "-"}), (Words{"--json", "--help", "--timeout", "--output"}));
+  EXPECT_EQ(completions_of({"areas", "-"}), (Words{"--json", "--help"}));
+  EXPECT_EQ(completions_of({"backup", "-"}),
+            (Words{"--json", "--help", "--timeout", "--to", "--workdir", "--overwrite", "--verify",
+                   "--quiet"}));
+  EXPECT_EQ(completions_of({"restore", "-"}),
+            (Words{"--json", "--help", "--timeout", "--yes", "--force", "--no-verify", "--workdir",
+                   "--quiet"}));
 }
 
 TEST_F(ClientCompletion, OffersWordsForValues) {
@@ -118,6 +125,17 @@ TEST_F(ClientCompletion, OffersPackageFiles) {
   EXPECT_EQ(completions_of({"pack", "clock", begin}), Words{});
   EXPECT_EQ(completions_of({"pack", "clock", "-o", begin}), files);
   EXPECT_EQ(completions_of({"pack", "-o", "x.tbx", begin}), Words{begin + "packages"});
+  EXPECT_EQ(completions_of({"backup", "kernel", "--to", begin}), files);
+  EXPECT_EQ(completions_of({"restore", begin}), files);
+  EXPECT_EQ(completions_of({"restore", "x.tbx", begin}), Words{});
+  EXPECT_EQ(completions_of({"restore", "--workdir", begin}), Words{begin + "packages"});
+}
+
+TEST_F(ClientCompletion, OffersTheAreasThatAreNotNamedYet) {
+  EXPECT_EQ(completions_of({"backup", ""}),
+            (Words{"bootloader", "bootsetting", "kernel", "rootfs", "writable", "hibernation"}));
+  EXPECT_EQ(completions_of({"backup", "--to", "x.tbx", "bootloader", "kernel", "boot"}),
+            Words{"bootsetting"});
 }
 
 TEST_F(ClientCompletion, OffersNothingWithoutApplications) {
