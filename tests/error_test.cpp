@@ -12,6 +12,7 @@
 #include <cstring>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
 #include <utility>
@@ -156,17 +157,31 @@ class FailingPrint {
   explicit FailingPrint(std::vector<bool> failing) {
     attempts.clear();
     failures = std::move(failing);
+    if (library_imports("__snprintf_chk")) checked_hook_.emplace("__snprintf_chk", &print_checked);
   }
 
   static inline std::vector<std::string> attempts;  // what was written, or would have been
 
  private:
   static int print(char* buffer, size_t size, const char* format, ...) {
-    char text[256];
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(text, sizeof text, format, arguments);
+    const int length = attempt(buffer, size, format, arguments);
     va_end(arguments);
+    return length;
+  }
+
+  static int print_checked(char* buffer, size_t size, int, size_t, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = attempt(buffer, size, format, arguments);
+    va_end(arguments);
+    return length;
+  }
+
+  static int attempt(char* buffer, size_t size, const char* format, va_list arguments) {
+    char text[256];
+    const int length = vsnprintf(text, sizeof text, format, arguments);
     const size_t number = attempts.size();
     attempts.emplace_back(text);
     if (number < failures.size() && failures[number]) return -1;
@@ -176,6 +191,8 @@ class FailingPrint {
 
   static inline std::vector<bool> failures;
   Hook<int (*)(char*, size_t, const char*, ...)> hook_{"snprintf", &print};
+  // Which of the two a call becomes is up to the compiler.
+  std::optional<Hook<int (*)(char*, size_t, int, size_t, const char*, ...)>> checked_hook_;
 };
 
 TEST(StrError, SaysSoWhenTheMessageCannotBeWritten) {
