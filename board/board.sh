@@ -82,7 +82,7 @@ pack() {
 image() {
   local package module
   [ -e fetched ] || skip "no packages: run board.sh fetch"
-  [ ! image -nt fetched ] || return 0
+  if [ image -nt fetched ] && [ image -nt "$here/board.sh" ]; then return; fi
   rm -rf unpacked root
   for package in deb/*.deb; do dpkg -x "$package" unpacked; done
   mkdir -p root/{bin,dev,etc,host,lib/modules,mnt/root,opt/bb,proc,root,sys,tmp,usr/local/bin,var/log,var/run}
@@ -110,21 +110,67 @@ product() {
   cp "$here/init" "$folder/init"
   cp "$here"/{library,flash}.sh "$here"/cases/* "$folder/board/"
   cp "$here"/bin/* "$here/../tests/sandbox/opkg" "$folder/usr/local/bin/"
-  cp "$2/board-flash" "$folder/usr/local/bin/"
   pack "$folder"
+}
+
+# Passes on what the board says, but for its kernel, and cuts the power where the case has said to.
+watch() {
+  local line place=
+  while IFS= read -r line; do
+    line=${line%$'\r'}
+    echo "$line" >&3
+    if [ -n "$place" ] && [[ $line == *"$place" ]]; then
+      kill -KILL "$(cat "$1/emulator")"
+      touch "$1/cut"
+      echo "BOARD has its power cut"
+      place=
+    fi
+    case $line in
+      *'BOARD cuts the power at '*) place=${line##* at } ;;
+      '['*) ;;
+      *) echo "$line" ;;
+    esac
+  done 3>"$1/console"
 }
 
 emulate() {
   local append
   append="console=ttyAMA0 quiet panic=-1 root=${BOARD_ROOT:-/dev/mtdblock4} nand=\"${BOARD_NAND:-}\""
-  timeout -k 5 "${BOARD_SECONDS:-240}" qemu-system-arm -M virt,highmem=off -cpu cortex-a15 -m 640 \
-    -nodefaults -nographic -no-reboot -serial stdio -kernel kernel -initrd "$1/initrd.gz" -append "$append" \
-    -fsdev local,id=host,path="$1/share",security_model=none \
-    -device virtio-9p-device,fsdev=host,mount_tag=host </dev/null | tr -d '\r' | tee "$1/console"
+  # Without the shell's word on the emulator that was killed.
+  # shellcheck disable=SC2016
+  { timeout -k 5 "${BOARD_SECONDS:-240}" sh -c 'echo $$ >"$0"/emulator && exec qemu-system-arm "$@"' "$1" \
+    -M virt,highmem=off -cpu cortex-a15 -m 640 -nodefaults -nographic -no-reboot -serial stdio -kernel kernel \
+    -initrd "$1/initrd.gz" -append "$append" -fsdev local,id=host,path="$1/share",security_model=none \
+    -device virtio-9p-device,fsdev=host,mount_tag=host </dev/null 2>&1 |
+    watch "$1"; } 2>/dev/null
+}
+
+# Takes what the flash holds to the next boot: its file, and from its log the runs of pages that are written
+# there, as AREA FIRST-PAGE PAGES FIRST-PAGE-OF-AREA. The file itself does not tell what is erased.
+carry_flash() {
+  mv "$1/share/flash" "$1/share/flash.before"
+  awk '
+    BEGIN { areas = split("0 8 10 26 42 522 1034 2058", starts) }
+    match($0, /log: erase sector [0-9]+/) {
+      first = substr($0, RSTART + 18, RLENGTH - 18) * 64
+      for (page = first; page < first + 64; page++) delete written[page]
+    }
+    match($0, /log: programm page [0-9]+/) { written[substr($0, RSTART + 19, RLENGTH - 19) + 0] }
+    END {
+      for (area = 1; area < areas; area++) {
+        begin = starts[area] * 64
+        end = starts[area + 1] * 64
+        for (page = begin; page < end; page++) {
+          if (!(page in written)) continue
+          for (first = page; page < end && (page in written);) page++
+          print area - 1, first, page - first, begin
+        }
+      }
+    }' "$1/console" >"$1/share/flash.runs"
 }
 
 run() {
-  local build=$1 case=$2 boot result
+  local build=$1 case=$2 boot boots=1 result
   command -v qemu-system-arm >/dev/null || skip "no emulator: install qemu-system-arm"
   [ -e image ] || skip "no image in $work: run board.sh fetch and board.sh image"
   boot=$(mktemp -d "$work/boot.XXXXXX")
@@ -135,11 +181,20 @@ run() {
   # The case says what flash and which root it wants.
   eval "$(sed -n 's/^# \(BOARD_[A-Z]*=.*\)/\1/p' "$here/cases/$case.sh")"
   product "$boot" "$build" | cat initrd.gz - >"$boot/initrd.gz"
-  emulate "$boot" || echo "the emulator ends with status $?"
+  : >"console-$case.log"
+  while true; do
+    echo $boots >"$boot/share/boot"
+    emulate "$boot" || [ -e "$boot/cut" ] || echo "the emulator ends with an error"
+    cat "$boot/console" >>"console-$case.log"
+    [ -e "$boot/cut" ] || break
+    rm "$boot/cut"
+    carry_flash "$boot"
+    boots=$((boots + 1))
+  done
   # The emulator's own status tells nothing of what went on inside.
   result=$(cat "$boot/share/result" 2>/dev/null || echo "none: the board stopped before the end")
-  [ "$result" = 0 ] || { cp "$boot/console" "console-$case.log" && echo "result $result, see $work/console-$case.log"; }
-  [ "$result" = 0 ]
+  [ "$result" = 0 ] || { echo "result $result, see $work/console-$case.log" && return 1; }
+  rm "console-$case.log"
 }
 
 mkdir -p "$work"

@@ -57,3 +57,18 @@ holds_tree() {
   on_area "$1" describe /mnt/root >/tmp/described || return
   printf '%s\n' "$2" | diff - /tmp/described
 }
+
+lists_members() { [ "$(ar t /tmp/image.tbx | tr '\n' ' ')" = "$1" ]; }
+
+# fails_with PATTERN COMMAND...: whether the command fails as a request does, and its output matches.
+fails_with() {
+  pattern=$1
+  shift
+  output=$("$@" 2>&1)
+  status=$?
+  echo "$output"
+  # shellcheck disable=SC2254  # a pattern
+  case $output in $pattern) [ $status = 1 ] ;; *) return 1 ;; esac
+}
+
+leaves_nothing() { [ -z "$(ls -d "${1:-/tmp}"/.tarvio* 2>/dev/null)" ]; }

@@ -1,5 +1,5 @@
 # The hibernation area, of 115 MiB, and its information block in the area of the boot settings, whose own place is a
-# bad block, are saved, wiped and restored by the library with the real tools.
+# bad block, are saved, wiped and restored.
 # BOARD_NAND=badblocks=19,1100
 # BOARD_SECONDS=360
 . /board/library.sh
@@ -22,7 +22,6 @@ write_information() {
   rm -f /tmp/content
 }
 bad_blocks() { cat /sys/class/mtd/mtd[26]/bad_blocks | tr '\n' ' '; }
-lists_members() { [ "$(ar t /tmp/image.tbx | tr '\n' ' ')" = "$1" ]; }
 wipe() { flash_eraseall /dev/mtd6 && flash_eraseall /dev/mtd2; }
 
 passes "areas have their bad blocks" prints '1 1 ' bad_blocks
@@ -30,15 +29,14 @@ area=$(fill 6 $area_bytes)
 information=$(write_information)
 passes "the information block is read as it was written" is_information "$information"
 
-mkdir /tmp/save /tmp/restore
-passes "the area is saved" board-flash backup /tmp/save /tmp/image.tbx hibernation
+passes "the area is saved" prints '*saved hibernation in *' tarvio backup hibernation --to /tmp/image.tbx
 passes "the package has both files" lists_members 'hibernationinfo hibernation control.tar.gz '
-rm -rf /tmp/save
 passes "both are wiped" wipe
 passes "the area has gone" differs "$area" 6 $area_bytes
 passes "the information block has gone" is_no_information "$information"
-passes "the area is restored" board-flash restore /tmp/restore /tmp/image.tbx
-rm -rf /tmp/restore /tmp/image.tbx
+passes "the area is restored, and read again" \
+  prints '*restored hibernation from *' tarvio restore /tmp/image.tbx --yes
+rm /tmp/image.tbx
 passes "the area is as it was" is_sum "$area" 6 $area_bytes
 passes "the information block is as it was" is_information "$information"
 finish
