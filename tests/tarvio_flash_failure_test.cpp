@@ -196,7 +196,7 @@ TEST_F(FlashFailure, AnInterruptedRestoreTellsTheStateOfTheAreas) {
 
 // The kernel ends nobody's work on the flash in the middle: no other one may begin before.
 TEST_F(FlashFailure, AToolThatOutlivesTheClientKeepsTheLock) {
-  const Tool nanddump("nanddump", in_run(2, "nanddump", "kill -KILL $CLIENT; sleep 1"));
+  const Tool nanddump("nanddump", in_run(2, "nanddump", "kill -KILL $CLIENT; sleep 5"));
   EXPECT_EQ(run({"backup", "--to", "image.tbx", "bootloader"},
                 [] { ::setenv("CLIENT", std::to_string(::getpid()).c_str(), 1); })
                 .status,

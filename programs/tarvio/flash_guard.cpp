@@ -4,6 +4,7 @@
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <string>
@@ -19,6 +20,14 @@ namespace {
 
 constexpr char kLockFile[] = "/run/tarvio-flash.lock";
 constexpr mode_t kOwnerOnly = 0600;
+
+// The tools of a run that was ended need a moment to be gone, and with them their mounts.
+constexpr int kMostTries = 20;
+constexpr useconds_t kBetweenTries = 100'000;
+
+[[noreturn]] void fail_locked() {
+  throw Failure(EBUSY, "another backup or restore runs on this device");
+}
 
 // What the kernel calls an area as a block device, "/dev/mtdblockN".
 std::string block_device_of(const tarvio::FlashArea& area) {
@@ -50,11 +59,13 @@ std::string mount_point_of(const std::string& device) {
 FlashLock::FlashLock()
     : file_(open(kLockFile, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kOwnerOnly)) {
   if (!file_.valid()) throw Failure::of_system(std::string("cannot open '") + kLockFile + "'");
-  if (flock(file_.get(), LOCK_EX | LOCK_NB) == 0) return;
-  if (errno != EWOULDBLOCK) {
-    throw Failure::of_system(std::string("cannot lock '") + kLockFile + "'");
+  for (int tries = 1; flock(file_.get(), LOCK_EX | LOCK_NB) != 0; ++tries) {
+    if (errno != EWOULDBLOCK) {
+      throw Failure::of_system(std::string("cannot lock '") + kLockFile + "'");
+    }
+    if (tries == kMostTries) fail_locked();
+    (void)usleep(kBetweenTries);
   }
-  throw Failure(EBUSY, "another backup or restore runs on this device");
 }
 
 void FlashLock::share_with_tools() const { (void)fcntl(file_.get(), F_SETFD, 0); }

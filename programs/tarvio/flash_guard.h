@@ -12,7 +12,7 @@ namespace client {
 // One backup or restore at a time on a device.
 class FlashLock {
  public:
-  // Throws a Failure when another one is held.
+  // Throws a Failure when another one is held, and not only by what is about to end.
   FlashLock();
 
   // In a new process: the tools that it starts hold the lock as well, so that it is not free before
