@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
+#include <ostream>
 #include <set>
 #include <string>
 
@@ -100,6 +102,49 @@ TEST_F(LogReader, DoesNotReadALogThatStaysAsItIs) {
   EXPECT_EQ(reader_of(manager()), reader);
   EXPECT_EQ(descriptors_of(reader), before);
 }
+
+// What happens to the log while it is read, as commands of a shell, and how many lines count: of
+// the first two, which are known, and of those that the commands write.
+struct Meanwhile {
+  const char* name;
+  const char* commands;
+  int counted;
+};
+std::ostream& operator<<(std::ostream& stream, const Meanwhile& meanwhile) {
+  return stream << meanwhile.name;
+}
+
+class LogReaderMeanwhile : public LogReader, public testing::WithParamInterface<Meanwhile> {};
+
+TEST_P(LogReaderMeanwhile, CountsNoLineTwice) {
+  write_program("/run/cat", std::string("#!/bin/sh\n"
+                                        "new='Jan  1 00:00:00 board user.info clock: new'\n"
+                                        "rm /run/go 2>/dev/null || exec /bin/cat \"$1\"\n") +
+                                GetParam().commands + "\n: >/run/done\n");
+  start({}, [] {
+    const std::string path = std::getenv("PATH");
+    ::setenv("PATH", ("/run:" + path).c_str(), 1);
+  });
+  append_to_log(log_line("info", "1") + log_line("info", "2"));
+  EXPECT_TRUE(becomes("0\n2\n"));
+  write_file("/run/go", "");
+  append_to_log(log_line("info", "3", "radio"));
+  EXPECT_TRUE(eventually([] { return ::access("/run/done", F_OK) == 0; }));
+  ASSERT_TRUE(catches_up());
+  EXPECT_EQ(counted(), GetParam().counted);
+  EXPECT_EQ(manager().errors(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    LogReader, LogReaderMeanwhile,
+    testing::Values(Meanwhile{"RenamedBefore", "mv $1 $1.0; echo \"$new\" >$1; cat $1", 3},
+                    Meanwhile{"RenamedBehind", "cat $1; mv $1 $1.0; echo \"$new\" >$1", 3},
+                    Meanwhile{"RenamedAndEmpty", "mv $1 $1.0; : >$1; cat $1", 2},
+                    Meanwhile{"CutBefore", "echo \"$new\" >$1; cat $1", 3},
+                    Meanwhile{"CutBehind", "cat $1; echo \"$new\" >$1", 3},
+                    Meanwhile{"CutInTheMiddle", "head -n 1 $1; echo \"$new\" >$1", 3},
+                    Meanwhile{"Grown", "echo \"$new\" >>$1; cat $1; echo \"$new\" >>$1", 4}),
+    [](const auto& each) { return std::string(each.param.name); });
 
 // Each look at the growing log is a read, which costs descriptors for good.
 TEST_F(LogReader, IsReplacedAfterItsReadsAndNobodyHoldsMoreThanBefore) {

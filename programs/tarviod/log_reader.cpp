@@ -51,8 +51,8 @@ class LogReader {
   [[nodiscard]] bool has_changed(const struct stat& info) const;
   [[nodiscard]] bool is_same_file(const struct stat& info) const;
   [[nodiscard]] bool is_continued(const struct stat& info, tq_list_t* lines) const;
-  void read(const struct stat& info);
-  void take(const struct stat& info, tq_list_t* lines);
+  void read(const struct stat& before);
+  void take(const struct stat& before, const struct stat& after, tq_list_t* lines);
   void take_lines(const tq_list_node* node, bool are_new);
   void take_line(const char* line);
   void complain(const char* why);
@@ -115,16 +115,18 @@ bool LogReader::look() {
   return false;
 }
 
-void LogReader::read(const struct stat& info) {
+void LogReader::read(const struct stat& before) {
   const Lines lines(tq_list_create());
   const int code = tq_log_read(command_, nullptr, lines.get());
+  struct stat after = {};
+  if (stat(file_, &after) != 0) after = before;
   if (code != 0) {
     complain(strerror(code));
-  } else if (lines->head == nullptr && info.st_size > 0) {
+  } else if (lines->head == nullptr && std::min(before.st_size, after.st_size) > 0) {
     complain("cat gives nothing of it");
   } else {
     complained_ = false;
-    take(info, lines.get());
+    take(before, after, lines.get());
   }
 }
 
@@ -140,22 +142,28 @@ bool LogReader::is_continued(const struct stat& info, tq_list_t* lines) const {
   return piece != nullptr && strcmp(static_cast<const char*>(piece), position_.last) == 0;
 }
 
-void LogReader::take(const struct stat& info, tq_list_t* lines) {
+void LogReader::take(const struct stat& before, const struct stat& after, tq_list_t* lines) {
   const bool is_first = !position_.known;
-  const LogPosition before = position_;
-  const bool is_continued_log = is_continued(info, lines);
-  if (is_first || !is_continued_log) position_ = {};
-  position_.known = true;
-  position_.device = info.st_dev;
-  position_.file = info.st_ino;
+  const bool is_continued_log = is_continued(before, lines);
+  const bool is_rotated = before.st_dev != after.st_dev || before.st_ino != after.st_ino;
+  const bool is_cut = !is_rotated && after.st_size < before.st_size;
+  const LogPosition known = position_;
   position_.size_bytes = 0;  // until all of it is taken, a further read has to follow
+  // Cut while it was read, it may have given old lines alone.
+  if (is_cut && !is_first && !is_continued_log) return;
+
+  if (!is_continued_log) position_ = {};
+  position_.known = true;
+  position_.device = after.st_dev;
+  position_.file = after.st_ino;
   position_.begun[0] = '\0';
-  if (!is_continued_log && before.begun[0] != '\0') take_line(before.begun);
+  if (!is_continued_log && known.begun[0] != '\0') take_line(known.begun);
 
   const tq_list_node* node = lines->head;
   for (uint64_t piece = 0; piece < position_.pieces; ++piece) node = node->next;
   take_lines(node, !is_first);
-  position_.size_bytes = static_cast<uint64_t>(info.st_size);
+  // Where it was rotated or cut meanwhile, the next read tells whether these are its lines.
+  if (!is_rotated && !is_cut) position_.size_bytes = static_cast<uint64_t>(before.st_size);
   send(ReportKind::kPosition);
 }
 
