@@ -3,25 +3,35 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <optional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "support/one_reply.h"
+#include "support/replies.h"
 #include "support/tarvio.h"
 #include "support/terminal.h"
+#include "tarvio/com.h"
 
 namespace tarvio_test {
 namespace {
 
-// What a run shows with this for its standard output.
-std::string show(const Terminal& terminal, const char* variable, const char* value) {
-  const OneReply manager("clock\n0\nok\nweb\n2\nbad\nradio\n1\n\n");
+// Runs the client with this for its standard output.
+void run(const Terminal& terminal, const std::vector<std::string>& arguments, const char* variable,
+         const char* value) {
   const int line = terminal.line();
-  run_tarvio({"status"}, [=] {
+  run_tarvio(arguments, [=] {
     ::setenv("TERM", "linux", 1);
     ::unsetenv("NO_COLOR");
     ::setenv(variable, value, 1);
     ::dup2(line, STDOUT_FILENO);
   });
+}
+
+std::string show(const Terminal& terminal, const char* variable, const char* value) {
+  const OneReply manager("clock\n0\nok\nweb\n2\nbad\nradio\n1\n\n");
+  run(terminal, {"status"}, variable, value);
   return terminal.shown();
 }
 
@@ -45,6 +55,35 @@ TEST(ClientOnATerminal, ShowsNoneWhereNobodyWantsThem) {
   const Terminal terminal;
   EXPECT_EQ(show(terminal, "NO_COLOR", "1"), kPlain);
   EXPECT_EQ(show(terminal, "TERM", "dumb"), kPlain);
+}
+
+TEST(ClientOnATerminal, DrawsTheStatusesAnewInTheirPlaceWhenTheyChange) {
+  const Terminal terminal;
+  std::string shown;
+  std::optional<Replies> second;
+  std::thread managers([&] {
+    { const Replies first({"clock\n0\nok\n", "clock\n0\nok\n", "clock\n2\nbad\n", ""}); }
+    while (shown.find("waiting") == std::string::npos) shown += terminal.shown();
+    second.emplace(std::vector<std::string>{"clock\n0\nfine\n"});
+  });
+  // The first manager must be there before the client looks.
+  while (::access(TQ_COM_SOCKET_PATH, F_OK) != 0) ::usleep(1000);
+  run(terminal, {"status", "--watch", "--timeout", "0.5"}, "NO_COLOR", "1");
+  managers.join();
+  shown += terminal.shown();
+  const std::string clear = "\x1b[H\x1b[2J";
+  EXPECT_EQ(shown, clear + "NAME   STATE   DETAIL\nclock  normal  ok\n" + clear +
+                       "NAME   STATE  DETAIL\nclock  error  bad\n" + clear + "no statuses\n" +
+                       clear + "no manager answers: waiting for one\n" + clear +
+                       "NAME   STATE   DETAIL\nclock  normal  fine\n");
+}
+
+TEST(ClientOnATerminal, AddsLinesOfJsonForScripts) {
+  const Terminal terminal;
+  const Replies manager({"clock\n0\nok\n", "clock\n0\nok\n"});
+  run(terminal, {"status", "--watch", "--json", "--timeout", "0.5"}, "NO_COLOR", "1");
+  EXPECT_EQ(terminal.shown(), R"({"name":"clock","state":"normal","state_code":0,"detail":"ok"})"
+                              "\n");
 }
 
 }  // namespace

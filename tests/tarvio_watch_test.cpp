@@ -6,12 +6,11 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "json.h"
 #include "status_changes.h"
-#include "support/sockets.h"
+#include "support/replies.h"
 #include "support/tarvio.h"
 #include "tarvio/com.h"
 
@@ -59,29 +58,6 @@ TEST(StatusChanges, AreLinesOfJsonForScripts) {
   EXPECT_EQ(change_json({"web", std::nullopt}), R"({"name":"web","state":null})"
                                                 "\n");
 }
-
-// A manager that gives each reply once and then none any more, so that the client gives up.
-class Replies {
- public:
-  explicit Replies(std::vector<std::string> replies)
-      : listener_(listen_on(TQ_COM_SOCKET_PATH)), thread_([this, replies = std::move(replies)] {
-          for (const std::string& reply : replies) {
-            const Socket client = accept_on(listener_);
-            client.read_to_end();
-            client.send(reply);
-          }
-        }) {}
-  ~Replies() {
-    thread_.join();
-    ::unlink(TQ_COM_SOCKET_PATH);
-  }
-  Replies(const Replies&) = delete;
-  Replies& operator=(const Replies&) = delete;
-
- private:
-  Socket listener_;
-  std::thread thread_;
-};
 
 constexpr char kTwo[] = "clock\n0\nok\nweb\n0\nok\n";
 constexpr char kWebFailed[] = "clock\n0\nok\nweb\n2\nfull\n";
