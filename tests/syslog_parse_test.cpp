@@ -143,6 +143,7 @@ TEST(SyslogParse, LogsWhatItReads) {
       {"Jan  1 00:00:12 board -- MARK --\n",
        {"debug: mon Jan\n", "debug: this is -- MARK -- line\n"}},
       {"Jan  1 00:00:12 board user.info clock\n", {"debug: mon Jan\n"}},
+      {"Feb", {"debug: mon Feb\n"}},
       {"Xyz  1 00:00:12 board user.info clock: x\n", {"debug: this line is not parseable\n"}},
       {"", {"debug: this line is not parseable\n"}},
   };
