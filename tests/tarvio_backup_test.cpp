@@ -206,6 +206,22 @@ TEST_F(ClientBackup, TellsOfADumpThatEndedEarlyWithoutAWord) {
   expect_only({});
 }
 
+// The tool goes on behind such a page, and ends well.
+TEST_F(ClientBackup, TellsOfAPageThatCannotBeRead) {
+  const auto back_up_with = [this](const char* place) {
+    const Tool nanddump("nanddump", in_run(2, "nanddump",
+                                           "echo 'ECC: 8 uncorrectable bitflip(s) at offset " +
+                                               std::string(place) + "'"));
+    return back_up({"bootsetting"});
+  };
+  const FlashRun ran = back_up_with("0x00019800");
+  EXPECT_EQ(ran.status, 1);
+  EXPECT_THAT(ran.errors, HasSubstr("bootsetting: /dev/mtd2 cannot be read at 0x19800"));
+  expect_only({});
+  const FlashRun other = back_up_with("0x00120000");  // nothing of that is kept
+  EXPECT_EQ(other.status, 0) << other.errors;
+}
+
 // The good blocks hold less than a backup keeps: all that they hold is in it.
 TEST_F(ClientBackup, AcceptsADumpThatBadBlocksHaveShortened) {
   device_.make_area("/dev/mtd3", 16, "kernel ", {4, 5});

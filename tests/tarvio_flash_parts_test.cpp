@@ -32,6 +32,8 @@ TEST(FlashTrace, TellsTheStepsOfABackup) {
            {"tq_nanddump /dev/mtd1->./boot : st =0x0  len =0x40000 - ", FlashStep::kDumping,
             "./boot", 0},
            {"tq_nanddump result 5  - ", FlashStep::kDumped, "", 5},
+           {"\tcheck ECC: 8 uncorrectable bitflip(s) at offset 0x00012000 - result 0  -  util/x 9",
+            FlashStep::kUnreadable, "", 0x12000},
            {"tq_mkfs_jffs2 /mnt/root->./rootfs  - ", FlashStep::kDumping, "./rootfs", 0},
            {"tq_mkfs_jffs2 result 0  - ", FlashStep::kDumped, "", 0},
            {"tbx backup done. - ", FlashStep::kLeft, "", 0},
@@ -56,7 +58,9 @@ TEST(FlashTrace, TellsTheStepsOfABackup) {
 // Such as those of package files.
 TEST(FlashTrace, TellsNothingOfOtherLines) {
   for (const char* line : {"", "read conf line tq_nanddump result 5 ",
-                           "tq_erase_flash_all /dev/mtd1", " archive area - ./boot"}) {
+                           "tq_erase_flash_all /dev/mtd1", " archive area - ./boot",
+                           "\tcheck ECC: 2 corrected bitflip(s) at offset 0x00012000 - result 0 ",
+                           "\tcheck ECC: 2 uncorrectable bitflip(s) at offset 0x - result 0 "}) {
     EXPECT_FALSE(event_in(line)) << line;
   }
 }

@@ -1,7 +1,10 @@
 #include "area_saving.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cinttypes>
+#include <cstdio>
 #include <cstring>
 
 #include "tarvio/backup.h"
@@ -27,12 +30,14 @@ int call_library(const std::vector<const FlashArea*>& areas, const std::string& 
 
 // What the dump of each raw part is to hold. Of fewer bytes than are kept, the library makes so
 // many by zeros: that is right only where bad blocks have taken the room.
-std::vector<uint64_t> expected_of(const FlashArea& area, const FlashJobs& jobs) {
-  std::vector<uint64_t> expected;
+std::vector<ExpectedDump> expected_of(const FlashArea& area, const FlashJobs& jobs) {
+  std::vector<ExpectedDump> expected;
   if (area.is_jffs2) return expected;
   for (const AreaPart& part : parts_of(area)) {
     const uint64_t good = jobs.good_bytes(part.device);
-    expected.push_back(part.start != 0 ? part.backup_bytes : std::min(part.backup_bytes, good));
+    const uint64_t bad = size_of_device(part.device).bytes - good;
+    expected.push_back({part.start != 0 ? part.backup_bytes : std::min(part.backup_bytes, good),
+                        part.start + part.backup_bytes + bad});
   }
   return expected;
 }
@@ -70,6 +75,8 @@ void AreaSaving::take(const FlashEvent& event) {
     case FlashStep::kDumping:
       file_ = event.file;
       return jobs_.progress().step("reading", bytes_of(file_));
+    case FlashStep::kUnreadable:
+      return check_place(static_cast<uint64_t>(event.number));
     case FlashStep::kDumped: {
       const auto code = static_cast<int>(event.number);
       if (code != 0) throw Failure(code, result_words(code));
@@ -97,10 +104,18 @@ void AreaSaving::finish() { jobs_.progress().end("read and packed", saved_.back(
 void AreaSaving::check_dump(uint64_t bytes) {
   saved_.back().size_bytes += std::min(bytes, bytes_of(file_));
   if (area().is_jffs2) return;
-  const uint64_t least = expected_.at(saved_.size() - 1).at(dumps_++);
+  const uint64_t least = expected_.at(saved_.size() - 1).at(dumps_++).bytes;
   if (bytes >= least) return;
   throw Failure(EIO, "only " + size_words(bytes) + " of " + size_words(least) + " were read into " +
                          file_.substr(2));
+}
+
+void AreaSaving::check_place(uint64_t place) const {
+  if (area().is_jffs2 || place >= expected_.at(saved_.size() - 1).at(dumps_).end) return;
+  std::array<char, 24> hex = {};
+  (void)snprintf(hex.data(), hex.size(), "0x%" PRIx64, place);
+  throw Failure(
+      EIO, std::string(parts_of(area()).at(dumps_).device) + " cannot be read at " + hex.data());
 }
 
 void AreaSaving::tick() {

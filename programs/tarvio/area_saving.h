@@ -13,6 +13,11 @@
 
 namespace client {
 
+struct ExpectedDump {
+  uint64_t bytes;  // at least
+  uint64_t end;    // where on the device nothing is read any more that is kept
+};
+
 class AreaSaving {
  public:
   // Notes in `saved` what became of each area as far as it was tried. Throws a Failure for a device
@@ -30,15 +35,16 @@ class AreaSaving {
   void begin();
   void finish();
   void check_dump(uint64_t bytes);
+  void check_place(uint64_t place) const;
   void tick();
   [[noreturn]] void fail_for_area(const Failure& failure);
 
   const std::vector<const FlashArea*>& areas_;
   const FlashJobs& jobs_;
   std::vector<SavedArea>& saved_;
-  std::vector<std::vector<uint64_t>> expected_;  // bytes of the raw parts of each area
-  std::string file_;                             // that grows
-  size_t dumps_ = 0;                             // of the area
+  std::vector<std::vector<ExpectedDump>> expected_;  // of the raw parts of each area
+  std::string file_;                                 // that grows
+  size_t dumps_ = 0;                                 // of the area
 };
 
 }  // namespace client

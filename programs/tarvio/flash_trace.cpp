@@ -66,6 +66,18 @@ std::string file_in(std::string_view rest, Rest kind) {
   }
 }
 
+// nanddump goes on behind a page that the error correction could not help, with bytes that are not
+// those written, and ends well.
+std::optional<FlashEvent> unreadable_in(std::string_view line) {
+  constexpr std::string_view kPlace = " uncorrectable bitflip(s) at offset 0x";
+  if (!line.starts_with("\tcheck ECC: ")) return std::nullopt;
+  const std::string_view place = behind(line, kPlace);
+  FlashEvent event = {FlashStep::kUnreadable, ""};
+  const auto read = std::from_chars(place.data(), place.data() + place.size(), event.number, 16);
+  if (read.ec != std::errc()) return std::nullopt;
+  return event;
+}
+
 }  // namespace
 
 std::optional<FlashEvent> event_in(std::string_view line) {
@@ -78,7 +90,7 @@ std::optional<FlashEvent> event_in(std::string_view line) {
     }
     return event;
   }
-  return std::nullopt;
+  return unreadable_in(line);
 }
 
 void LineCutter::take(std::string_view piece) {

@@ -14,6 +14,7 @@ namespace client {
 enum class FlashStep {
   kSaving,       // the next area of a backup
   kDumping,      // a part, into the file
+  kUnreadable,   // a page of it: where on the device, in number
   kDumped,       // with the code in number
   kDumpBytes,    // the length of the dump, in number, before the library sets that
   kPacking,      // the area's file
