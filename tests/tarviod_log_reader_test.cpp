@@ -146,21 +146,25 @@ INSTANTIATE_TEST_SUITE_P(
                     Meanwhile{"Grown", "echo \"$new\" >>$1; cat $1; echo \"$new\" >>$1", 4}),
     [](const auto& each) { return std::string(each.param.name); });
 
+// The standard streams, two for signals, the socket and the reader's reports.
+constexpr size_t kDescriptorsOfManager = 3 + 2 + 1 + 1;
+
 // Each look at the growing log is a read, which costs descriptors for good.
 TEST_F(LogReader, IsReplacedAfterItsReadsAndNobodyHoldsMoreThanBefore) {
   start();
   ASSERT_TRUE(catches_up());
-  const size_t of_manager = descriptors_of(manager().pid());
   std::set<pid_t> readers;
   for (int line = 0; line < 3 * kReadsOfAReader; ++line) {
     ASSERT_TRUE(catches_up());
     const pid_t reader = reader_of(manager());
-    if (reader == -1 || !readers.insert(reader).second) continue;
+    if (reader == -1) continue;
+    readers.insert(reader);
     // Not one of the manager's, which each start of an application makes more.
     EXPECT_LE(descriptors_of(reader), 4 + 2 * kReadsOfAReader + 2);
   }
   EXPECT_GE(readers.size(), 3U);
-  EXPECT_EQ(descriptors_of(manager().pid()), of_manager);
+  // The connection of the last question may still be there.
+  EXPECT_TRUE(eventually([&] { return descriptors_of(manager().pid()) == kDescriptorsOfManager; }));
   EXPECT_EQ(counted(), 0);
   EXPECT_EQ(manager().errors(), "");
 }

@@ -39,6 +39,10 @@ struct FreeParsed {
 };
 using Parsed = std::unique_ptr<tq_syslog_line, FreeParsed>;
 
+bool is_same(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
 class LogReader {
  public:
   LogReader(const LogPosition& begin, const char* file, char** hooks);
@@ -122,7 +126,8 @@ void LogReader::read(const struct stat& before) {
   if (stat(file_, &after) != 0) after = before;
   if (code != 0) {
     complain(strerror(code));
-  } else if (lines->head == nullptr && std::min(before.st_size, after.st_size) > 0) {
+  } else if (lines->head == nullptr && is_same(before, after) &&
+             std::min(before.st_size, after.st_size) > 0) {
     complain("cat gives nothing of it");
   } else {
     complained_ = false;
@@ -145,7 +150,7 @@ bool LogReader::is_continued(const struct stat& info, tq_list_t* lines) const {
 void LogReader::take(const struct stat& before, const struct stat& after, tq_list_t* lines) {
   const bool is_first = !position_.known;
   const bool is_continued_log = is_continued(before, lines);
-  const bool is_rotated = before.st_dev != after.st_dev || before.st_ino != after.st_ino;
+  const bool is_rotated = !is_same(before, after);
   const bool is_cut = !is_rotated && after.st_size < before.st_size;
   const LogPosition known = position_;
   position_.size_bytes = 0;  // until all of it is taken, a further read has to follow
