@@ -215,8 +215,8 @@ TEST_F(WatchedLog, IsNotReadWhereItIsNoFile) {
 TEST_F(WatchedLog, ComplainsAgainAfterTheLogWasThere) {
   start();
   for (const char* round : {"1", "2"}) {
-    fs::remove(kLogFile);
     const size_t before = manager().errors().size();
+    fs::remove(kLogFile);
     EXPECT_TRUE(eventually([&] { return manager().errors().size() > before; })) << round;
     ASSERT_TRUE(catches_up());
   }

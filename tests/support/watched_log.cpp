@@ -53,8 +53,18 @@ size_t descriptors_of(pid_t process) {
 
 namespace {
 
-// Their number alone does not tell: there are as many of other files while the reader is loaded.
+bool sleeps(pid_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+  std::string text;
+  std::getline(file, text);
+  const size_t name_end = text.rfind(") ");
+  return name_end != std::string::npos && text[name_end + 2] == 'S';
+}
+
+// The number of descriptors alone does not tell: there are as many of other files while the reader
+// is loaded, and for a moment at the begin of a read, when it does not sleep.
 bool has_read(pid_t reader) {
+  if (!sleeps(reader)) return false;
   const std::filesystem::path folder = "/proc/" + std::to_string(reader) + "/fd";
   std::error_code gone;
   const auto file_of = [&](size_t descriptor) {
