@@ -19,7 +19,6 @@ constexpr size_t kKernelPiece = 1 << 20;
 tarvio::File open_file(const char* path, const char* mode) {
   tarvio::File file(fopen(path, mode));
   if (file == nullptr) {
-    const tarvio::ErrnoKeeper keeper;
     TQ_DEBUG("%s: [%s] open error - errno=%d, %s ", kCopyFile, path, errno, strerror(errno));
   }
   return file;
@@ -28,9 +27,7 @@ tarvio::File open_file(const char* path, const char* mode) {
 // Lets the kernel copy what it can. Whatever is left, for whatever reason, is for the loop behind
 // it, which alone tells success from failure.
 void copy_in_kernel(FILE* source, FILE* destination) {
-  while (true) {
-    const ssize_t copied = sendfile(fileno(destination), fileno(source), nullptr, kKernelPiece);
-    if (copied == 0 || (copied < 0 && errno != EINTR)) return;
+  while (sendfile(fileno(destination), fileno(source), nullptr, kKernelPiece) > 0) {
   }
 }
 
