@@ -256,6 +256,39 @@ TEST_F(SizeCheck, AddsIn32Bits) {
   EXPECT_EQ(check_sizes("2147483647 2147483647 2 1000"), 0);  // round to 1000
   EXPECT_EQ(check_sizes("2147483647 2147483647 2 2000000"), -1);
   EXPECT_EQ(check_sizes("99999999999999999999"), -1);
+  const Tool tar("tar",
+                 "[ $2 = control.tar.gz ] && n=-1 || n=1; echo -rw root/root $n date time name");
+  EXPECT_EQ(check(), -1);
+}
+
+// What a 32-bit host cannot hold is read as the largest number that it can.
+TEST_F(SizeCheck, ReadsNumbersAsA32BitHostDoes) {
+  build(1, 1);
+  const LogCapture log(TQ_LOG_DEBUG);
+  {
+    const Tool df("df", df_of("4294967297"));
+    EXPECT_EQ(check(), -1);
+  }
+  EXPECT_THAT(unit_messages(log, kUnit), IsEmpty());
+  const Tool df("df", df_of("1000"));
+  const Tool tar("tar", "[ $2 = control.tar.gz ] || echo -rw root/root 4294967297 date time name");
+  EXPECT_EQ(check(), -1);
+  EXPECT_THAT(unit_messages(log, kUnit),
+              ElementsAre("debug: tq_tbx_check_file_size: total=[2147483647] bytes, control=[0] "
+                          "bytes, data=[2147483647] bytes, disk=[1024000] bytes "));
+}
+
+TEST_F(SizeCheck, PassesWhenTheTotalWrapsAround) {
+  build(1, 1);
+  const Tool df("df", df_of("1"));
+  const Tool tar("tar",
+                 "if [ $2 = control.tar.gz ]; then n=1; else n=2147483647; fi; "
+                 "echo -rw root/root $n date time name");
+  const LogCapture log(TQ_LOG_DEBUG);
+  EXPECT_EQ(check(), 0);
+  EXPECT_THAT(unit_messages(log, kUnit),
+              ElementsAre("debug: tq_tbx_check_file_size: total=[-2147483648] bytes, control=[1] "
+                          "bytes, data=[2147483647] bytes, disk=[1024] bytes "));
 }
 
 TEST_F(SizeCheck, TakesAWordThatIsNoNumberFor0) {

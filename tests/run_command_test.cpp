@@ -187,6 +187,17 @@ TEST_F(RunCommand, ThatCannotBeExecutedEndsNothingOfTheHost) {
   EXPECT_EQ(read_file(out), "once");
 }
 
+TEST_F(RunCommand, ThatCannotBeExecutedPrintsNothingOfTheHostAgain) {
+  const std::string out = folder_ / "out";
+  {
+    const Redirect output(STDOUT_FILENO, out);
+    std::fputs("once", stdout);
+    EXPECT_EQ(run({"/no/such/program"}), 1);
+    std::fflush(stdout);
+  }
+  EXPECT_EQ(read_file(out), "once");
+}
+
 TEST_F(RunCommand, WithoutAProcessGivesTheErrorNumber) {
   const Hook fork("fork", []() -> pid_t {
     errno = EAGAIN;
