@@ -256,6 +256,18 @@ TEST_F(ClientChangeByAnyOpkg, IsNotMisledByAComplaintAboutASuccess) {
   EXPECT_EQ(run.errors, "tarvio: opkg: No packages removed.\n");
 }
 
+// opkg runs in the folder itself.
+TEST_F(ClientChangeByAnyOpkg, TakesATemporaryFolderByARelativePath) {
+  const OpkgTool opkg;
+  const HandMadePackage package;
+  (void)run_tarvio({"install", package.path()}, [&] {
+    EXPECT_EQ(::chdir((package / "").c_str()), 0);
+    ::setenv("TMPDIR", "data", 1);
+  });
+  EXPECT_THAT(opkg.arguments(),
+              ElementsAre("install", testing::StartsWith((package / "data/tarvio.").string())));
+}
+
 TEST_F(ClientChangeByAnyOpkg, SaysThatThereIsNoOpkg) {
   // Only folders that everybody may search: else the shell says something else.
   ::setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);

@@ -101,6 +101,16 @@ TEST(ClientPack, WritesIntoTheCurrentFolder) {
                           {"size_bytes", std::filesystem::file_size(folder.beside("x.tbx"))}}));
 }
 
+TEST(ClientPack, WritesAFolderWithoutDataIntoTheCurrentFolder) {
+  const SampleFolder folder;
+  std::filesystem::remove_all(folder / "data");
+  const std::string place = folder.beside("").parent_path();
+  const Ran run =
+      run_tarvio({"pack", "clock", "-o", "x.tbx"}, [&] { EXPECT_EQ(::chdir(place.c_str()), 0); });
+  EXPECT_EQ(run.status, 0) << run.errors;
+  EXPECT_EQ(listing_of(folder, "ar p x.tbx data.tar.gz | tar tz"), "./\n");
+}
+
 // What a folder that cannot be packed is told, and that nothing is left of the attempt.
 std::string complaint_of(const SampleFolder& folder) {
   const PrivateTemporaryFolder temporary;

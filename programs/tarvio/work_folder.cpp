@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "failure.h"
+#include "util/handles.h"
 
 namespace client {
 
@@ -48,6 +49,14 @@ bool is_own_folder(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
 }
 
+// Tools run in the folder itself, where a relative path would lead elsewhere.
+std::string absolute(const std::string& path) {
+  if (path.starts_with('/')) return path;
+  const tarvio::CString current(getcwd(nullptr, 0));
+  if (current == nullptr) throw Failure::of_system("cannot tell the current folder");
+  return std::string(current.get()) + "/" + path;
+}
+
 struct CloseFolder {
   void operator()(DIR* folder) const noexcept { (void)closedir(folder); }
 };
@@ -56,7 +65,7 @@ struct CloseFolder {
 
 WorkFolder::WorkFolder() : WorkFolder(temporary_beginning()) {}
 
-WorkFolder::WorkFolder(const std::string& beginning) : path_(beginning + "XXXXXX") {
+WorkFolder::WorkFolder(const std::string& beginning) : path_(absolute(beginning) + "XXXXXX") {
   if (mkdtemp(path_.data()) == nullptr) {
     throw Failure::of_system("cannot make a work folder '" + beginning + "XXXXXX'");
   }

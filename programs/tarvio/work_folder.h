@@ -23,6 +23,7 @@ class WorkFolder {
   WorkFolder(const WorkFolder&) = delete;
   WorkFolder& operator=(const WorkFolder&) = delete;
 
+  // Absolute.
   [[nodiscard]] const std::string& path() const { return path_; }
   [[nodiscard]] std::string operator/(const std::string& name) const { return path_ + "/" + name; }
   [[nodiscard]] const SignalHold& signals() const { return signals_; }
