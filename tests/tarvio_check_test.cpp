@@ -151,7 +151,7 @@ TEST(ClientCheckOfAHostilePackage, SaysThatItIsNone) {
             "it holds no data.tar.gz: it is damaged, or no package file (22)\n");
   package.shell("head -c 100 data.tar.gz >x; mv x data.tar.gz");
   package.build();
-  EXPECT_THAT(complaint_of(package), StartsWith("tar failed with status 2: "));
+  EXPECT_THAT(complaint_of(package), StartsWith("tar failed with status 2: gzip: "));
 }
 
 TEST(ClientCheckOfAHostilePackage, NeverHangsOrCrashesWhereverItIsCut) {

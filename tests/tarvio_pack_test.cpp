@@ -180,10 +180,11 @@ TEST(ClientPackOfAWrongFolder, RefusesAFileThatIsNoControlFileAtAll) {
   EXPECT_EQ(complaint_of(folder), "its control: it is no control file, but 1 MiB long (27)\n");
 }
 
-TEST(ClientPack, TellsWhatAToolSays) {
+TEST(ClientPack, TellsWhatAToolSaysFirst) {
   const SampleFolder folder;
   const TempDir tools;
-  write_program(tools / "gzip", "#!/bin/sh\necho 'gzip: worn out' >&2\nexit 3\n");
+  write_program(tools / "gzip",
+                "#!/bin/sh\nprintf '%s\\n' 'gzip: worn out' 'gzip: giving up' >&2\nexit 3\n");
   ::setenv("PATH", (tools.path().string() + ":" + ::getenv("PATH")).c_str(), 1);
   EXPECT_EQ(complaint_of(folder), "gzip failed with status 3: gzip: worn out (5)\n");
 }

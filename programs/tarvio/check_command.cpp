@@ -25,9 +25,8 @@ uint64_t measure(const WorkFolder& folder, const std::string& archive, double se
     throw Failure(EINVAL, "it holds no " + archive + ": it is damaged, or no package file");
   }
   ListingSum sum;
-  (void)run_tool(folder,
-                 {"tar", "--list", "--verbose", "--gzip", "--numeric-owner", "--file=" + archive},
-                 seconds, [&sum](std::string_view piece) { sum.add(piece); });
+  run_tool(folder, {"tar", "--list", "--verbose", "--gzip", "--numeric-owner", "--file=" + archive},
+           seconds, [&sum](std::string_view piece) { sum.add(piece); });
   const std::optional<uint64_t> bytes = sum.bytes();
   if (!bytes) throw Failure(EINVAL, "the sizes that tar lists are not understood");
   return *bytes;
@@ -35,8 +34,8 @@ uint64_t measure(const WorkFolder& folder, const std::string& archive, double se
 
 uint64_t free_bytes(const WorkFolder& folder, double seconds) {
   std::string output;
-  (void)run_tool(folder, {"df", "-P", "-k"}, seconds,
-                 [&output](std::string_view piece) { output += piece; });
+  run_tool(folder, {"df", "-P", "-k"}, seconds,
+           [&output](std::string_view piece) { output += piece; });
   const std::optional<uint64_t> bytes = free_bytes_in(output);
   if (!bytes) throw Failure(EINVAL, "the free space that df tells is not understood");
   return *bytes;
@@ -56,7 +55,7 @@ int check_of_library(const WorkFolder& folder, const std::string& path, double s
 void check(const std::string& file, double seconds, CheckedFile& checked) {
   const std::string path = readable_file(file);
   const WorkFolder folder;
-  (void)run_tool(folder, {"ar", "x", path}, seconds, [](std::string_view) {});
+  run_tool(folder, {"ar", "x", path}, seconds, [](std::string_view) {});
   checked.control_bytes = measure(folder, "control.tar.gz", seconds);
   checked.data_bytes = measure(folder, "data.tar.gz", seconds);
   checked.free_bytes = free_bytes(folder, seconds);

@@ -211,15 +211,19 @@ class Child {
                 kTimeout);
 }
 
-// The last line says what it came to.
+// gzip begins its complaints with an empty line.
+std::string first_line(std::string text) {
+  text.erase(0, text.find_first_not_of('\n'));
+  return text.substr(0, text.find('\n'));
+}
+
 std::string last_line(std::string text) {
   text.erase(text.find_last_not_of('\n') + 1);
   return text.substr(text.rfind('\n') + 1);
 }
 
-[[noreturn]] void fail_with(const std::string& what, const ChildEnd& end) {
-  const std::string words = last_line(end.errors);
-  throw Failure(EIO, what + " failed with status " + std::to_string(end.status) +
+[[noreturn]] void fail_with(const std::string& what, int status, const std::string& words) {
+  throw Failure(EIO, what + " failed with status " + std::to_string(status) +
                          (words.empty() ? "" : ": " + words));
 }
 
@@ -234,8 +238,8 @@ std::string told_by(const std::function<std::string()>& job) {
 
 }  // namespace
 
-std::string run_tool(const WorkFolder& folder, const std::vector<std::string>& words,
-                     double seconds, const Sink& sink) {
+void run_tool(const WorkFolder& folder, const std::vector<std::string>& words, double seconds,
+              const Sink& sink) {
   Child child(folder, [&words](int output) {
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
@@ -245,10 +249,10 @@ std::string run_tool(const WorkFolder& folder, const std::vector<std::string>& w
     execvp(arguments[0], arguments.data());
     throw Failure::of_system("cannot run it");
   });
-  ChildEnd end = child.wait(seconds, sink);
+  const ChildEnd end = child.wait(seconds, sink);
   if (end.is_late) fail_late(words[0]);
-  if (end.status != 0) fail_with(words[0], end);
-  return std::move(end.errors);
+  // A tool tells the cause first, and at last that it gives up.
+  if (end.status != 0) fail_with(words[0], end.status, first_line(end.errors));
 }
 
 JobEnd run_job(const WorkFolder& folder, const char* tools, const std::function<std::string()>& job,
@@ -261,7 +265,10 @@ JobEnd run_job(const WorkFolder& folder, const char* tools, const std::function<
       seconds, [&told](std::string_view piece) { told += piece; }, watch);
   if (end.is_late) fail_late(tools);
   const size_t line_end = told.find('\n');
-  if (end.status != 0 || line_end == std::string::npos) fail_with(tools, end);
+  // Tools may have complained before the job itself failed.
+  if (end.status != 0 || line_end == std::string::npos) {
+    fail_with(tools, end.status, last_line(end.errors));
+  }
   std::string rest = told.substr(line_end + 1);
   const int code = static_cast<int>(strtol(told.c_str(), nullptr, 10));
   if (code != 0) throw Failure(code, rest);

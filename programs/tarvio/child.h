@@ -22,10 +22,10 @@ using Sink = std::function<void(std::string_view)>;
 // input and LC_ALL=C, and wait for it. Whoever is not done after a positive number of seconds, or
 // when a signal comes that ends this process, is ended with its children.
 
-// Runs a program, without a shell. Returns what it wrote on standard error. Throws a Failure when
-// it did not succeed.
-std::string run_tool(const WorkFolder& folder, const std::vector<std::string>& words,
-                     double seconds, const Sink& sink);
+// Runs a program, without a shell. Throws a Failure, with the first line that it wrote on standard
+// error, when it did not succeed.
+void run_tool(const WorkFolder& folder, const std::vector<std::string>& words, double seconds,
+              const Sink& sink);
 
 struct JobEnd {
   std::string result;

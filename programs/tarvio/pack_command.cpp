@@ -78,7 +78,7 @@ class Packer {
   }
 
   void run(const Words& words) const {
-    (void)run_tool(folder_, words, seconds_, [](std::string_view) {});
+    run_tool(folder_, words, seconds_, [](std::string_view) {});
   }
 
   const WorkFolder& folder_;
