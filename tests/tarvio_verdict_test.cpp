@@ -36,8 +36,11 @@ std::string outcome_of(Judge judge) {
   }
 }
 
-std::string installing(const Installed& before, const Installed& after, const OpkgRun& run) {
-  return outcome_of([&] { return judge_installation("clock", "2", before, after, run); });
+std::string installing(const Installed& before, const Installed& after, const OpkgRun& run,
+                       bool is_forced = false) {
+  return outcome_of([&] {
+    return judge_installation({"clock", "2", is_forced}, before, after, run);
+  });
 }
 
 TEST(ClientVerdict, OnAnInstallationIsWhatIsInstalled) {
@@ -59,6 +62,14 @@ TEST(ClientVerdict, OnAFailedInstallationTellsBothFacts) {
   EXPECT_EQ(installing(at_version("1"), at_version("1"), kBad),
             "! Bad dependency, and clock 1 is installed as before 10302");
   EXPECT_EQ(installing(at_version("2"), at_version("2"), kBad),
+            "! Bad dependency, and clock 2 is installed as before 10302");
+}
+
+TEST(ClientVerdict, OnAForcedInstallationNeedsANewOne) {
+  EXPECT_EQ(installing(at_version("2", 1), at_version("2", 2), kGood, true), "installed clock 2");
+  EXPECT_EQ(installing(at_version("2"), at_version("2"), kGood, true),
+            "! opkg told of no known failure, but clock 2 is installed as before 5");
+  EXPECT_EQ(installing(at_version("2"), at_version("2"), kBad, true),
             "! Bad dependency, and clock 2 is installed as before 10302");
 }
 

@@ -81,7 +81,8 @@ void install(const std::string& file, const Options& options, Change& change) {
   conclude(
       [&] {
         if (is_known) {
-          return judge_installation(package.name, package.version, before, change.now, run);
+          return judge_installation({package.name, package.version, options.force}, before,
+                                    change.now, run);
         }
         if (run.code != 0) throw Failure(run.code, run.message);
         throw Failure(EINVAL,

@@ -40,17 +40,20 @@ std::string success_line(const std::string& name, const Installed& after) {
 
 }  // namespace
 
-Verdict judge_installation(const std::string& name, const std::string& version,
-                           const Installed& before, const Installed& after, const OpkgRun& run) {
+Verdict judge_installation(const Wanted& wanted, const Installed& before, const Installed& after,
+                           const OpkgRun& run) {
+  const auto& [name, version, is_forced] = wanted;
+  const std::string as_before = state_of(name, after, "installed as before");
   if (after.version != version) {
-    if (run.code != 0) fail_with(run, state_of(name, after, "installed as before"));
+    if (run.code != 0) fail_with(run, as_before);
     const std::string other = after.version ? ": " + name + " " + *after.version + " is" : "";
     throw Failure(EIO, kNoFailure + name + " " + version + " is not installed" + other);
   }
   const bool is_new = before.version != version || is_written_anew(before, after);
   if (is_new && run.code == 0) return {success_line(name, after), false};
   if (is_new) return {success_line(name, after) + ", though opkg told: " + words_of(run), true};
-  if (run.code != 0) fail_with(run, state_of(name, after, "installed as before"));
+  if (run.code != 0) fail_with(run, as_before);
+  if (is_forced) throw Failure(EIO, kNoFailure + as_before);
   return {name + " " + version + " was installed before, and opkg left it as it is", true};
 }
 

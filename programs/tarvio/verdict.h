@@ -14,10 +14,17 @@ struct Verdict {
   bool is_disputed = false;  // opkg says otherwise, or something was not as expected
 };
 
+// What is to be installed.
+struct Wanted {
+  std::string name;
+  std::string version;
+  bool is_forced = false;  // also when this version is there already
+};
+
 // Both throw a Failure, with both facts when opkg and the listing disagree, when what was wanted is
 // not so.
-Verdict judge_installation(const std::string& name, const std::string& version,
-                           const Installed& before, const Installed& after, const OpkgRun& run);
+Verdict judge_installation(const Wanted& wanted, const Installed& before, const Installed& after,
+                           const OpkgRun& run);
 Verdict judge_removal(const std::string& name, const Installed& before, const Installed& after,
                       const OpkgRun& run);
 
