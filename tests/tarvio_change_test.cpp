@@ -188,6 +188,16 @@ TEST_P(ClientChange, ListsTheFilesOfSeveralPackages) {
   EXPECT_THAT(packages[0]["files"], testing::Contains("/opt/lib/share/readme.txt"));
 }
 
+// Newer releases complain on standard error alone, also of what has nothing to do with the package.
+TEST_P(ClientChange, DoesNotTakeAPackageForMissingWhoseFilesCannotBeListed) {
+  ASSERT_EQ(run_tarvio({"install", file("app-1.0")}).status, 0);
+  const Ran run =
+      run_tarvio({"files", "app"}, [] { ::setenv("OPKG_LOCK_ERROR", "Permission denied", 1); });
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.errors, HasSubstr("lock: Permission denied."));
+  EXPECT_THAT(run.errors, Not(HasSubstr("not installed")));
+}
+
 using ClientChangeByAnyOpkg = WithoutPackages;
 
 TEST_F(ClientChangeByAnyOpkg, RefusesNamesThatNoPackageHas) {

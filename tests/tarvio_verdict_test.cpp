@@ -96,9 +96,29 @@ TEST(ClientVerdict, OnARemovalIsWhatIsInstalled) {
             "! opkg told of no known failure, but clock 1 is still installed 5");
   EXPECT_EQ(removing(at_version("1"), at_version("1"), kBad),
             "! Bad dependency, and clock 1 is still installed 10302");
+  EXPECT_EQ(removing(at_version("1"), at_version("1"), {.code = ENOPKG, .message = "not there"}),
+            "! opkg removed nothing, and clock 1 is still installed 65");
   EXPECT_EQ(removing(kGone, kGone, kGood), "! it is not installed 65");
   EXPECT_EQ(removing(kGone, kGone, {.code = ENOPKG, .message = "x"}), "! it is not installed 65");
   EXPECT_EQ(removing(kGone, kGone, kBad), "! Bad dependency, and it is not installed 10302");
+}
+
+std::string listing(const Installed& now, const OpkgRun& run) {
+  return outcome_of([&] {
+    judge_files(now, run);
+    return Verdict{"listed"};
+  });
+}
+
+TEST(ClientVerdict, OnFilesIsThatTheyWereListed) {
+  const OpkgRun heading = {.code = 0, .message = "Success", .lines = {"Package clock"}};
+  EXPECT_EQ(listing(at_version("1"), heading), "listed");
+  EXPECT_EQ(listing(kGone, heading), "listed");
+  EXPECT_EQ(listing(kGone, kGood), "! it is not installed 65");
+  EXPECT_EQ(listing(at_version("1"), kGood),
+            "! opkg told of no known failure, but it listed nothing 5");
+  EXPECT_EQ(listing(kGone, kBad), "! Bad dependency, and it is not installed 10302");
+  EXPECT_EQ(listing(at_version("1"), kBad), "! Bad dependency. 10302");
 }
 
 TEST(ClientVerdict, OnARunThatTookTooLongKeepsItsExitStatus) {

@@ -7,10 +7,12 @@
 
 #include "control_file.h"
 #include "failure.h"
+#include "installed.h"
 #include "json.h"
 #include "opkg_run.h"
 #include "output.h"
 #include "text.h"
+#include "verdict.h"
 
 namespace client {
 
@@ -20,16 +22,13 @@ std::vector<std::string> files_of(const std::string& name, double seconds) {
   if (!is_package_name(name)) throw Failure(EINVAL, "no package has such a name");
   const WorkFolder folder;
   OpkgRun run = run_opkg(folder, {.word = "files", .operand = name, .is_listing = true}, seconds);
-  if (run.code != 0) {
-    show_words_of(run);
-    throw Failure(run.code, run.message, run.status == kDone ? kFailed : run.status);
-  }
-  // Some releases say nothing of a package that they do not know on standard output.
   std::vector<std::string>& lines = run.lines;
   lines.erase(std::remove(lines.begin(), lines.end(), ""), lines.end());
-  if (lines.empty()) {
+  try {
+    judge_files(look_up(name), run);
+  } catch (const Failure&) {
     show_words_of(run);
-    throw Failure(ENOPKG, "it is not installed");
+    throw;
   }
   lines.erase(lines.begin());  // a heading
   return std::move(lines);

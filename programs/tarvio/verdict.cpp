@@ -9,6 +9,7 @@ namespace client {
 namespace {
 
 constexpr char kNoFailure[] = "opkg told of no known failure, but ";
+constexpr char kNotInstalled[] = "it is not installed";
 
 // What opkg says of its failure, and the state that it left.
 [[noreturn]] void fail_with(const OpkgRun& run, const std::string& state) {
@@ -60,14 +61,25 @@ Verdict judge_installation(const Wanted& wanted, const Installed& before, const 
 Verdict judge_removal(const std::string& name, const Installed& before, const Installed& after,
                       const OpkgRun& run) {
   const std::string still = state_of(name, after, "still installed");
+  if (after.version && run.code == ENOPKG) {
+    throw Failure(ENOPKG, "opkg removed nothing, and " + still);  // not that it is not installed
+  }
   if (after.version && run.code != 0) fail_with(run, still);
   if (after.version) throw Failure(EIO, kNoFailure + still);
   if (!before.version) {
-    if (run.code != 0 && run.code != ENOPKG) fail_with(run, "it is not installed");
-    throw Failure(ENOPKG, "it is not installed");
+    if (run.code != 0 && run.code != ENOPKG) fail_with(run, kNotInstalled);
+    throw Failure(ENOPKG, kNotInstalled);
   }
   if (run.code == 0) return {"removed " + name, false};
   return {"removed " + name + ", though opkg told: " + words_of(run), true};
+}
+
+void judge_files(const Installed& now, const OpkgRun& run) {
+  if (run.code != 0) fail_with(run, now.version ? "" : kNotInstalled);
+  // Newer releases have their complaints on standard error alone.
+  if (!run.lines.empty()) return;
+  if (now.version) throw Failure(EIO, std::string(kNoFailure) + "it listed nothing");
+  throw Failure(ENOPKG, kNotInstalled);
 }
 
 }  // namespace client

@@ -1,4 +1,4 @@
-// What is true after an installation or a removal, whatever opkg says.
+// What is true after a run of opkg, whatever it says.
 #ifndef TARVIO_CLIENT_VERDICT_H
 #define TARVIO_CLIENT_VERDICT_H
 
@@ -27,6 +27,9 @@ Verdict judge_installation(const Wanted& wanted, const Installed& before, const 
                            const OpkgRun& run);
 Verdict judge_removal(const std::string& name, const Installed& before, const Installed& after,
                       const OpkgRun& run);
+
+// Throws a Failure when the run has listed no files of a package, not even none.
+void judge_files(const Installed& now, const OpkgRun& run);
 
 }  // namespace client
 
