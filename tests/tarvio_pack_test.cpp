@@ -152,6 +152,18 @@ TEST(ClientPackOfAWrongFolder, SaysThatAProgramIsNotExecutable) {
   EXPECT_EQ(complaint_of(folder), "its tqstopapp is not executable (13)\n");
 }
 
+TEST(ClientPackOfAWrongFolder, SaysThatItsDataWouldCloseTheDevice) {
+  const SampleFolder folder;
+  for (const unsigned mode : {0700U, 0711U, 0750U}) {
+    std::filesystem::permissions(folder / "data", std::filesystem::perms{mode});
+    EXPECT_EQ(complaint_of(folder),
+              "its data, which is / on the device, is closed to some: it needs mode 755 (13)\n");
+    std::filesystem::remove_all(folder.beside("out"));
+  }
+  std::filesystem::permissions(folder / "data", std::filesystem::perms{0775});
+  EXPECT_EQ(pack(folder, folder.beside("clock.tbx")).status, 0);
+}
+
 TEST(ClientPackOfAWrongFolder, SaysWhatDoesNotBelongInIt) {
   const SampleFolder folder;
   folder.write("tqstart", "#!/bin/sh\n");

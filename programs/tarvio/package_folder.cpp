@@ -62,6 +62,15 @@ mode_t mode_of(const std::string& path, const std::string& name) {
   return status.st_mode;
 }
 
+// What is unpacked gives its mode to the folder that is there.
+void check_data(mode_t mode) {
+  constexpr mode_t kOpenToAll = 0755;
+  if ((mode & kOpenToAll) != kOpenToAll) {
+    throw Failure(EACCES,
+                  "its data, which is / on the device, is closed to some: it needs mode 755");
+  }
+}
+
 void check_control_entry(const std::string& path, const std::string& name) {
   const auto* const known = std::find_if(kControlFiles.begin(), kControlFiles.end(),
                                          [&](const Known& each) { return each.name == name; });
@@ -123,6 +132,7 @@ PackageFolder check_package_folder(const std::string& path) {
   folder.path = absolute.get();
   for (const std::string& name : entries_of(folder.path)) {
     if (name == kData && S_ISDIR(mode_of(folder.path, name))) {
+      check_data(mode_of(folder.path, name));
       folder.has_data = true;
     } else {
       check_control_entry(folder.path, name);
