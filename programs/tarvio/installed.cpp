@@ -7,12 +7,12 @@
 #include "tarvio/opkg.h"
 #include "tarvio/package.h"
 #include "util/handles.h"
+#include "util/offline_root.h"
 
 namespace client {
 
 namespace {
 
-constexpr char kOfflineRoot[] = "/mnt/root";
 constexpr char kInformation[] = "/usr/lib/opkg/info/";
 
 }  // namespace
@@ -20,7 +20,7 @@ constexpr char kInformation[] = "/usr/lib/opkg/info/";
 std::string root_of_packages() {
   int online = 1;
   (void)tq_is_boot_online(&online);  // a test that failed counts as online, as in the library
-  return online != 0 ? "" : kOfflineRoot;
+  return online != 0 ? "" : tarvio::kOfflineRoot;
 }
 
 Installed look_up(const std::string& name) {
