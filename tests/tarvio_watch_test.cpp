@@ -1,4 +1,5 @@
 // tarvio status --watch
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -97,16 +98,27 @@ TEST(ClientWatch, NeedsAManagerToBeginWith) {
   EXPECT_EQ(run.output, "");
 }
 
+TEST(ClientWatch, EndsWhenItsOutputCannotBeWritten) {
+  const Replies manager({kTwo});
+  const Ran run = run_tarvio({"status", "--watch"}, [] {
+    ::dup2(::open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+  });
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors, "tarvio: cannot write the output: No space left on device\n");
+}
+
 TEST(ClientWatch, WaitsForAManagerThatGoesAway) {
   std::array<int, 2> errors = {-1, -1};
   ASSERT_EQ(::pipe(errors.data()), 0);
-  std::optional<Replies> second;
+  std::optional<Replies> last;
   std::thread managers([&] {
-    { const Replies first({kTwo}); }
-    std::array<char, 200> text = {};
-    EXPECT_GT(::read(errors[0], text.data(), text.size() - 1), 0);
-    EXPECT_STREQ(text.data(), "tarvio: no manager answers: waiting for one\n");
-    second.emplace(std::vector<std::string>{kWebFailed});
+    for (const char* reply : {kTwo, kTwo}) {
+      { const Replies manager({reply}); }
+      std::array<char, 200> text = {};
+      EXPECT_GT(::read(errors[0], text.data(), text.size() - 1), 0);
+      EXPECT_STREQ(text.data(), "tarvio: no manager answers: waiting for one\n");
+    }
+    last.emplace(std::vector<std::string>{kWebFailed});
   });
   // The first manager must be there before the client looks.
   while (::access(TQ_COM_SOCKET_PATH, F_OK) != 0) ::usleep(1000);

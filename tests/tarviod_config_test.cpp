@@ -50,6 +50,14 @@ TEST_F(Config, HasASample) {
   EXPECT_EQ(manager().errors(), "");
 }
 
+TEST_F(Config, MayHaveALongPeriodAndALongName) {
+  const std::string name(127, 'x');
+  write_file(kConfigFile, "log_period: 86400\nhook.clock: " + name + "\n");
+  start();
+  append_to_log(log_line("warning", "y"));
+  EXPECT_TRUE(becomes("1\ny\n", name));
+}
+
 TEST_F(Config, NamesTheLog) {
   write_file(kConfigFile, "log_file: /var/log/user.log\nlog_period: 1\nhook.clock: clock\n");
   write_file("/var/log/user.log", "");

@@ -2,21 +2,29 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <ostream>
 #include <set>
 #include <string>
+#include <thread>
 
 #include "support/applications.h"
 #include "support/children.h"
 #include "support/files.h"
 #include "support/sockets.h"
+#include "support/system_log.h"
 #include "support/watched_log.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {
 namespace {
+
+namespace fs = std::filesystem;
+
+using std::string_literals::operator""s;
 
 class LogReader : public WatchedLog {};
 
@@ -35,6 +43,35 @@ TEST_F(LogReader, IsNotThereWhenThePeriodIs0) {
   write_file(kConfigFile, "log_period: 0\nhook.clock: clock\n");
   start();
   EXPECT_EQ(reader_of(manager()), -1);
+}
+
+TEST_F(LogReader, LooksAtTheUsualLogEachFiveSecondsWhereNothingElseIsSaid) {
+  write_file(kConfigFile, "hook.web: webapp\n");
+  start();
+  EXPECT_EQ(read_file("/proc/" + std::to_string(reader_of(manager())) + "/cmdline"),
+            "tarviod-log-reader\0002\0/var/log/messages\0005\0web\0webapp\0"s);
+}
+
+// Else each read would make the log grow, and so be followed by another one.
+TEST_F(LogReader, LogsNoDebugMessages) {
+  const SystemLog log;
+  std::string text;
+  std::atomic<bool> is_done = false;
+  // It takes few messages at a time, and whoever logs waits for that.
+  std::thread taker([&] {
+    while (!is_done) {
+      text += log.text();
+      ::usleep(1000);
+    }
+  });
+  start({"--log-level", "0"});
+  append_to_log(log_line("info", "fine"));
+  EXPECT_TRUE(becomes("0\nfine\n"));
+  is_done = true;
+  taker.join();
+  text += log.text();
+  EXPECT_NE(text.find("Adding status clock 0 fine -  status/"), std::string::npos);
+  EXPECT_EQ(text.find("log/tq_syslog_binding"), std::string::npos);
 }
 
 TEST_F(LogReader, IsReplacedWhenItDies) {
@@ -116,15 +153,18 @@ std::ostream& operator<<(std::ostream& stream, const Meanwhile& meanwhile) {
 
 class LogReaderMeanwhile : public LogReader, public testing::WithParamInterface<Meanwhile> {};
 
+// Lets the manager run /run/cat in place of cat.
+void use_other_cat() {
+  const std::string path = std::getenv("PATH");
+  ::setenv("PATH", ("/run:" + path).c_str(), 1);
+}
+
 TEST_P(LogReaderMeanwhile, CountsNoLineTwice) {
   write_program("/run/cat", std::string("#!/bin/sh\n"
                                         "new='Jan  1 00:00:00 board user.info clock: new'\n"
                                         "rm /run/go 2>/dev/null || exec /bin/cat \"$1\"\n") +
                                 GetParam().commands + "\n: >/run/done\n");
-  start({}, [] {
-    const std::string path = std::getenv("PATH");
-    ::setenv("PATH", ("/run:" + path).c_str(), 1);
-  });
+  start({}, use_other_cat);
   append_to_log(log_line("info", "1") + log_line("info", "2"));
   EXPECT_TRUE(becomes("0\n2\n"));
   write_file("/run/go", "");
@@ -145,6 +185,27 @@ INSTANTIATE_TEST_SUITE_P(
                     Meanwhile{"CutInTheMiddle", "head -n 1 $1; echo \"$new\" >$1", 3},
                     Meanwhile{"Grown", "echo \"$new\" >>$1; cat $1; echo \"$new\" >>$1", 4}),
     [](const auto& each) { return std::string(each.param.name); });
+
+TEST_F(LogReader, IsWaitedForFiveSecondsAtTheStart) {
+  write_program("/run/cat", "#!/bin/sh\nwhile [ ! -e /run/go ]; do sleep 0.01; done\n");
+  start({}, use_other_cat);
+  EXPECT_EQ(manager().errors(),
+            "tarviod: /var/log/messages: takes long to read: lines of now may count as old ones\n");
+  write_file("/run/go", "");
+}
+
+TEST_F(LogReader, TriesAgainWhenAReadGivesNothing) {
+  write_program("/run/cat", "#!/bin/sh\n[ -e /run/go ] || exec /bin/cat \"$1\"\n");
+  start({}, use_other_cat);
+  write_file("/run/go", "");
+  append_to_log(log_line("warning", "x"));
+  const std::string complaint = "tarviod: /var/log/messages: cat gives nothing of it\n";
+  EXPECT_TRUE(eventually([&] { return manager().errors() == complaint; }));
+  fs::remove("/run/go");
+  EXPECT_TRUE(becomes("1\nx\n"));
+  EXPECT_EQ(manager().errors(), complaint);
+  EXPECT_EQ(counted(), 1);
+}
 
 // The standard streams, two for signals, the socket and the reader's reports.
 constexpr size_t kDescriptorsOfManager = 3 + 2 + 1 + 1;

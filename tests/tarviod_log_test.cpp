@@ -1,8 +1,6 @@
 // What tarviod prints and logs.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -10,6 +8,7 @@
 
 #include "support/children.h"
 #include "support/sockets.h"
+#include "support/system_log.h"
 #include "support/tarviod.h"
 #include "tarvio/com.h"
 
@@ -21,29 +20,6 @@ namespace fs = std::filesystem;
 using testing::Conditional;
 using testing::HasSubstr;
 using testing::Not;
-
-// What the manager gives to the system log.
-class SystemLog {
- public:
-  SystemLog() : socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-    sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = "/dev/log"};
-    EXPECT_EQ(::bind(socket_.fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  }
-  ~SystemLog() { ::unlink("/dev/log"); }
-  SystemLog(const SystemLog&) = delete;
-  SystemLog& operator=(const SystemLog&) = delete;
-
-  std::string text() const {
-    std::string text;
-    char message[2048];
-    for (ssize_t count; (count = ::recv(socket_.fd(), message, sizeof message, 0)) > 0;)
-      text.append(message, static_cast<size_t>(count));
-    return text;
-  }
-
- private:
-  Socket socket_;
-};
 
 TEST(TarviodLog, PrintsDebugMessagesAtLevel0Only) {
   for (const char* level : {"0", "1"}) {

@@ -112,6 +112,15 @@ TEST_F(WatchedLog, TrimsTheDetailAndCutsItTo200Bytes) {
   EXPECT_TRUE(becomes("0\n\n"));
 }
 
+TEST_F(WatchedLog, TakesTheFirst511BytesOfALine) {
+  start();
+  const std::string begin =
+      "Jan  1 00:00:00 board user.warning clock" + std::string(400, 'x') + ":";
+  const std::string message(600 - begin.size(), 'y');
+  append_to_log(begin + message + "\n");
+  EXPECT_TRUE(becomes("1\n" + message.substr(0, 511 - begin.size()) + "\n"));
+}
+
 // They would end lines of the answer, or reach a terminal.
 TEST_F(WatchedLog, MakesControlBytesBlanks) {
   start();
@@ -187,6 +196,20 @@ TEST_F(WatchedLog, CountsAllOfALogThatComesLater) {
   EXPECT_TRUE(becomes("0\n2\n"));
   EXPECT_EQ(counted(), 2);
   EXPECT_EQ(manager().errors(), "tarviod: /var/log/messages: No such file or directory\n");
+}
+
+TEST_F(WatchedLog, CountsNoOldLineOfALogThatCouldNotBeFoundAtFirst) {
+  write_file("/var/log/folder", "not one yet");
+  write_file(kConfigFile, "log_file: /var/log/folder/messages\nlog_period: 1\nhook.clock: clock\n");
+  start();
+  EXPECT_EQ(manager().errors(), "tarviod: /var/log/folder/messages: Not a directory\n");
+  fs::create_directory("/var/log/other");
+  write_file("/var/log/other/messages", log_line("err", "old"));
+  fs::remove("/var/log/folder");
+  fs::rename("/var/log/other", "/var/log/folder");
+  next_reader(manager(), -1);
+  write_file("/var/log/folder/messages", log_line("err", "old") + log_line("warning", "new"));
+  EXPECT_TRUE(becomes("1\nnew\n"));
 }
 
 TEST_F(WatchedLog, GoesOnWhereItWasWhenTheLogIsBack) {
