@@ -10,7 +10,7 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-work=${TARVIO_BOARD:-${XDG_CACHE_HOME:-$HOME/.cache}/tarvio-board}
+work=${TARVIO_BOARD:-${XDG_CACHE_HOME:-~/.cache}/tarvio-board}
 triplet=arm-linux-gnueabihf
 
 packages=(busybox-static dash mtd-utils binutils-$triplet libbinutils tar gzip coreutils libc6 libgcc-s1 libstdc++6
@@ -138,7 +138,7 @@ emulate() {
   append="console=ttyAMA0 quiet panic=-1 root=${BOARD_ROOT:-/dev/mtdblock4} nand=\"${BOARD_NAND:-}\""
   # Without the shell's word on the emulator that was killed.
   # shellcheck disable=SC2016
-  { timeout -k 5 "${BOARD_SECONDS:-240}" sh -c 'echo $$ >"$0"/emulator && exec qemu-system-arm "$@"' "$1" \
+  { timeout -k 5 "${BOARD_SECONDS:-400}" sh -c 'echo $$ >"$0"/emulator && exec qemu-system-arm "$@"' "$1" \
     -M virt,highmem=off -cpu cortex-a15 -m 640 -nodefaults -nographic -no-reboot -serial stdio -kernel kernel \
     -initrd "$1/initrd.gz" -append "$append" -fsdev local,id=host,path="$1/share",security_model=none \
     -device virtio-9p-device,fsdev=host,mount_tag=host </dev/null 2>&1 |

@@ -35,14 +35,9 @@ function(tarvio_command variable target)
   endif()
 endfunction()
 
-# What the library leaves allocated by contract is listed with its reason in lsan.supp. The search for the
-# rest stops the process to read its memory, which cannot be done to an emulated one.
-set(asan_options detect_stack_use_after_return=1:strict_string_checks=1)
-if(CMAKE_CROSSCOMPILING)
-  string(APPEND asan_options :detect_leaks=0)
-endif()
+# What the library leaves allocated by contract is listed with its reason in lsan.supp.
 set(sanitizer_environment
-    "ASAN_OPTIONS=${asan_options}"
+    "ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1"
     "LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/support/lsan.supp:print_suppressions=0"
     "TSAN_OPTIONS=halt_on_error=1"
     "UBSAN_OPTIONS=print_stacktrace=1")
