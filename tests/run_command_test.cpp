@@ -4,10 +4,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/children.h"
@@ -151,6 +153,35 @@ TEST_F(RunCommand, RunsInTheCLocale) {
   EXPECT_EQ(run_shell("test \"$LC_ALL\" = C"), 0);
   EXPECT_STREQ(std::getenv("LC_ALL"), "de_DE.UTF-8");
   ::unsetenv("LC_ALL");
+}
+
+TEST_F(RunCommand, KeepsTheRestOfTheEnvironment) {
+  ::setenv("LC_ALL", "de_DE.UTF-8", 1);
+  ::setenv("LC_ALLY", "1 = 2", 1);
+  EXPECT_EQ(run_shell("test \"$LC_ALLY\" = '1 = 2' && test $(env | grep -c ^LC_ALL=) = 1"), 0);
+  ::unsetenv("LC_ALL");
+  ::unsetenv("LC_ALLY");
+
+  char** const before = environ;
+  environ = nullptr;
+  EXPECT_EQ(run({"/usr/bin/env", "sh", "-c", "test \"$LC_ALL\" = C"}), 0);
+  environ = before;
+}
+
+// The lock of the environment is not free in a child that was forked meanwhile.
+TEST_F(RunCommand, RunsWhileAnotherThreadChangesTheEnvironment) {
+  ::setenv("TQ_CHANGED", "0", 1);
+  std::atomic<bool> is_over = false;
+  std::thread other([&is_over] {
+    while (!is_over) {
+      ::setenv("TQ_CHANGED", "1", 1);
+      ::setenv("TQ_CHANGED", "2", 1);
+    }
+  });
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(run({"true"}), 0);
+  is_over = true;
+  other.join();
+  ::unsetenv("TQ_CHANGED");
 }
 
 // The child says so itself, on the standard output that it shares.

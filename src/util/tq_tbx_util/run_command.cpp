@@ -16,8 +16,26 @@ constexpr char kRunCommand[] = "tq_run_command";
 
 // Everything of this unit is logged at the lowest level, errors too, on purpose.
 
+// The environment with the C locale, for good. Not by setenv: when another thread was inside it at
+// the fork, its lock stays taken in the child for ever.
+char** environment_in_c_locale() {
+  static constexpr char kLocale[] = "LC_ALL=";
+  static char c_locale[] = "LC_ALL=C";
+  size_t count = 0;
+  while (environ != nullptr && environ[count] != nullptr) ++count;
+  auto* const result = static_cast<char**>(malloc((count + 2) * sizeof(char*)));
+  if (result == nullptr) return environ;
+  size_t kept = 0;
+  for (size_t i = 0; i < count; ++i) {
+    if (strncmp(environ[i], kLocale, sizeof(kLocale) - 1) != 0) result[kept++] = environ[i];
+  }
+  result[kept++] = c_locale;
+  result[kept] = nullptr;
+  return result;
+}
+
 [[noreturn]] void become_program(char* const* argv) {
-  (void)setenv("LC_ALL", "C", 1);
+  environ = environment_in_c_locale();
   execvp(argv[0], argv);
   TQ_DEBUG("%s: execvp error - errno=%d, %s ", kRunCommand, errno, strerror(errno));
   // Not exit: the host's own handlers and buffers are not the child's to end.
