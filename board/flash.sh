@@ -1,18 +1,26 @@
 # What the cases with flash share. Sourced after library.sh.
 
-# dump AREA BYTES: the first bytes of an area without its bad blocks, by the tool itself.
-dump() {
-  /usr/sbin/nanddump -q --bb=skipbad --omitoob -f /tmp/dump "/dev/mtd$1" && head -c "$2" /tmp/dump
+# sum_of AREA BYTES: of its first bytes without its bad blocks, by the tool itself.
+sum_of() {
+  /usr/sbin/nanddump -q --bb=skipbad --omitoob -l "$2" -f /tmp/dump "/dev/mtd$1" 2>/dev/null && md5sum </tmp/dump
   rm -f /tmp/dump
 }
-
-sum_of() { dump "$@" 2>/dev/null | md5sum; }
 is_sum() { [ "$(sum_of "$2" "$3")" = "$1" ]; }
 differs() { ! is_sum "$@"; }
 
-# fill AREA BYTES: with random bytes, whose sum it prints.
+# make_content FILE BYTES: random bytes again and again, for they take long to make. Their number is none that
+# divides a block, so that no two blocks are the same.
+make_content() {
+  head -c 1000003 /dev/urandom >/tmp/random
+  : >"$1"
+  while [ "$(stat -c %s "$1")" -lt "$2" ]; do cat /tmp/random >>"$1"; done
+  truncate -s "$2" "$1"
+  rm /tmp/random
+}
+
+# fill AREA BYTES: with such bytes, whose sum it prints.
 fill() {
-  head -c "$2" /dev/urandom >/tmp/content
+  make_content /tmp/content "$2"
   nandwrite -q "/dev/mtd$1" /tmp/content >&2 && md5sum </tmp/content
   rm -f /tmp/content
 }

@@ -12,7 +12,7 @@ kernel_bytes=1835008
 
 wipe() { for area in 1 2 3; do flash_eraseall /dev/mtd$area || return; done; }
 garbage() {
-  head -c 67108864 /dev/urandom >/tmp/garbage && nandwrite -q /dev/mtd5 /tmp/garbage
+  make_content /tmp/garbage 67108864 && nandwrite -q /dev/mtd5 /tmp/garbage
   status=$?
   rm /tmp/garbage
   return $status
