@@ -10,6 +10,9 @@ test_packages=(libgtest-dev libgmock-dev binutils mtd-utils "${demo_packages[@]}
 device_packages=(g++-arm-linux-gnueabihf qemu-user qemu-system-arm cpio)
 bench_packages=(libbenchmark-dev)
 
+# Many tests wait for most of their time.
+test_jobs=$((2 * $(nproc)))
+
 # Whether a Debian package, or a tool of its name from elsewhere, is there.
 is_installed() {
   command -v "$1" >/dev/null || [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]

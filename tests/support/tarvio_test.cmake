@@ -52,6 +52,9 @@ set(test_options -O0)
 if(TARVIO_SANITIZE MATCHES undefined)
   list(APPEND test_options -fno-sanitize=undefined)
 endif()
+if(TARVIO_SANITIZE)
+  list(APPEND test_options -g1) # what a stack trace needs
+endif()
 
 function(tarvio_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "THREADED" "" "")
