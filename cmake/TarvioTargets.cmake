@@ -19,8 +19,11 @@ function(tarvio_sanitize target)
   if(NOT TARVIO_SANITIZE)
     return()
   endif()
-  # The vptr check needs the type information that the library is built without.
+  # These checks need the type information that the library is built without.
   set(flags -fsanitize=${TARVIO_SANITIZE} -fno-sanitize-recover=all -fno-sanitize=vptr)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+    list(APPEND flags -fno-sanitize=function)
+  endif()
   target_compile_options(${target} PRIVATE ${flags} -fno-omit-frame-pointer)
   target_link_options(${target} PRIVATE ${flags})
 endfunction()

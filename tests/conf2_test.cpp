@@ -184,7 +184,7 @@ TEST_F(GeneralFile, TakesLinesOfAnyLength) {
 }
 
 // Not with AddressSanitizer, which copies the whole line each time that it grows.
-#ifdef __SANITIZE_ADDRESS__
+#ifdef TARVIO_ADDRESS_SANITIZER
 constexpr size_t kHugeLine = 2U << 20;
 #else
 constexpr size_t kHugeLine = 100U << 20;

@@ -208,7 +208,7 @@ TEST_F(FlashFailure, AToolThatOutlivesTheClientKeepsTheLock) {
 }
 
 // Fewer where each run takes several times as long.
-#if defined(__SANITIZE_ADDRESS__) || defined(__arm__)
+#if defined(TARVIO_ADDRESS_SANITIZER) || defined(__arm__)
 constexpr int kKills = 5;
 #else
 constexpr int kKills = 50;

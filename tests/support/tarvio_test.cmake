@@ -55,6 +55,9 @@ endif()
 if(TARVIO_SANITIZE)
   list(APPEND test_options -g1) # what a stack trace needs
 endif()
+if(TARVIO_SANITIZE MATCHES address)
+  list(APPEND test_options -DTARVIO_ADDRESS_SANITIZER)
+endif()
 
 function(tarvio_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "THREADED" "" "")
