@@ -68,12 +68,12 @@ class Load : public testing::Test {
 
   // The manager may still be at the end of the connection that was answered last.
   template <typename Figure>
-  static long at_rest(Figure figure) {
+  long at_rest(Figure figure) const {
     long value = figure();
     for (int same = 0; same < 5;) {
       std::this_thread::sleep_for(10ms);
       const long before = std::exchange(value, figure());
-      same = value == before ? same + 1 : 0;
+      same = value == before && manager_.is_waiting() ? same + 1 : 0;
     }
     return value;
   }
@@ -188,14 +188,14 @@ class StalledClient : public Load {
   // Runs the client, and a good request behind it. The latter has to wait for the deadline.
   void expect_to_hold_for_five_seconds(const std::function<void(const Socket&)>& act) {
     start_measuring();
+    const auto start = std::chrono::steady_clock::now();
     const Socket stalled = connect_to(TQ_COM_SOCKET_PATH);
     std::atomic<bool> stop = false;
     std::thread actor([&] {
       while (!stop) act(stalled);
     });
-    const auto start = std::chrono::steady_clock::now();
     check();
-    EXPECT_GT(std::chrono::steady_clock::now() - start, 4900ms);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 5s);
     stop = true;
     actor.join();
     EXPECT_EQ(stalled.read_to_end(), "");
@@ -224,12 +224,12 @@ TEST(LoadOfStatuses, ClientThatNeverReadsIsLeftAfterFiveSeconds) {
       tq_set_application_status_normal(("status-" + std::to_string(i)).c_str(),
                                        std::string(1000, 'd').c_str());
   });
+  const auto start = std::chrono::steady_clock::now();
   const Socket deaf = connect_to(TQ_COM_SOCKET_PATH);
   deaf.send("status_all\n");
   deaf.end_sending();
-  const auto start = std::chrono::steady_clock::now();
   const std::string whole = request("status_all\n");
-  EXPECT_GT(std::chrono::steady_clock::now() - start, 4900ms);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 5s);
   EXPECT_GT(whole.size(), 1000U * 1000U);
   const std::string part = deaf.read_to_end();
   EXPECT_LT(part.size(), whole.size());
@@ -277,7 +277,7 @@ TEST(LoadOfDescriptors, ManagerWithoutAnyWaitsAndRecovers) {
   first.end_sending();
   const double cpu_before = manager.cpu_seconds();
   std::this_thread::sleep_for(3s);
-  EXPECT_LT(manager.cpu_seconds() - cpu_before, 0.05);
+  EXPECT_LT(manager.cpu_seconds() - cpu_before, 0.3);
   set_descriptor_limit(manager, before.rlim_cur);
   EXPECT_EQ(first.read_to_end(), "");
   EXPECT_EQ(request("status_all\n"), expected_statuses());

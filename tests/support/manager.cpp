@@ -6,11 +6,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 
+#include "support/files.h"
 #include "support/live_allocations.h"
 #include "tarvio/tarvio.h"
 
@@ -96,6 +99,15 @@ long ManagerProcess::live_allocations() const {
     ADD_FAILURE() << "the manager does not tell its allocations";
   }
   return count;
+}
+
+bool ManagerProcess::is_waiting() const {
+  const auto threads =
+      std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/task");
+  return std::all_of(begin(threads), end(threads), [](const auto& thread) {
+    const std::string stat = read_file(thread.path() / "stat");
+    return stat.find(") S ") != std::string::npos;
+  });
 }
 
 double ManagerProcess::cpu_seconds() const {

@@ -37,6 +37,8 @@ class ManagerProcess {
   // What the library has allocated there since the com manager was set up and not freed. The
   // request that was answered last may not have ended yet, so ask after a further one.
   long live_allocations() const;
+  // Whether all its threads do: for a connection, or for a question of ours.
+  bool is_waiting() const;
   // Processor time so far.
   double cpu_seconds() const;
 
