@@ -5,17 +5,20 @@ sum_of() {
   /usr/sbin/nanddump -q --bb=skipbad --omitoob -l "$2" -f /tmp/dump "/dev/mtd$1" 2>/dev/null && md5sum </tmp/dump
   rm -f /tmp/dump
 }
-is_sum() { [ "$(sum_of "$2" "$3")" = "$1" ]; }
-differs() { ! is_sum "$@"; }
+# Two sums that are equal, or not; none is known of what cannot be read.
+same() { [ -n "$1" ] && [ "$1" = "$2" ]; }
+other() { [ -n "$1" ] && [ -n "$2" ] && [ "$1" != "$2" ]; }
+
+# is_sum SUM AREA BYTES, differs SUM AREA BYTES
+is_sum() { same "$1" "$(sum_of "$2" "$3")"; }
+differs() { other "$1" "$(sum_of "$2" "$3")"; }
 
 # make_content FILE BYTES: random bytes again and again, for they take long to make. Their number is none that
 # divides a block, so that no two blocks are the same.
 make_content() {
-  head -c 1000003 /dev/urandom >/tmp/random
-  : >"$1"
-  while [ "$(stat -c %s "$1")" -lt "$2" ]; do cat /tmp/random >>"$1"; done
+  head -c 1000003 /dev/urandom >"$1"
+  while [ "$(stat -c %s "$1")" -lt "$2" ]; do cat "$1" "$1" >"$1.twice" && mv "$1.twice" "$1" || return; done
   truncate -s "$2" "$1"
-  rm /tmp/random
 }
 
 # fill AREA BYTES: with such bytes, whose sum it prints.

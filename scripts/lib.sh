@@ -61,12 +61,15 @@ generator_for() {
   if [ ! -e "$1/CMakeCache.txt" ] && command -v ninja >/dev/null; then echo -GNinja; fi
 }
 
-# build PRESET [CMAKE-ARGUMENT]...: configures and builds into build/PRESET.
-build() {
-  local preset=$1
+# configure PRESET [CMAKE-ARGUMENT]...: prepares build/PRESET.
+configure() {
+  local preset=$1 generator
   shift
-  local generator
   generator=$(generator_for "build/$preset")
-  cmake --preset "$preset" ${generator:+"$generator"} "$@" &&
-    cmake --build --preset "$preset" -j "$(nproc)"
+  cmake --preset "$preset" ${generator:+"$generator"} "$@"
+}
+
+# build PRESET [CMAKE-ARGUMENT]...: prepares build/PRESET, and builds there.
+build() {
+  configure "$@" && cmake --build --preset "$1" -j "$(nproc)"
 }

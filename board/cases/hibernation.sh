@@ -14,8 +14,8 @@ information() {
   head -c $information_bytes /tmp/dump | md5sum
   rm -f /tmp/dump
 }
-is_information() { [ "$(information 2>/dev/null)" = "$1" ]; }
-is_no_information() { ! is_information "$1"; }
+is_information() { same "$1" "$(information 2>/dev/null)"; }
+is_other_information() { other "$1" "$(information 2>/dev/null)"; }
 write_information() {
   head -c $information_bytes /dev/urandom >/tmp/content
   nandwrite -q -s $information_at /dev/mtd2 /tmp/content >&2 && md5sum </tmp/content
@@ -38,7 +38,7 @@ passes "the area is saved" prints '*saved hibernation in *' tarvio backup hibern
 passes "the package has both files" lists_members 'hibernationinfo hibernation control.tar.gz '
 passes "both are wiped" wipe
 passes "the area has gone" begin_is_erased
-passes "the information block has gone" is_no_information "$information"
+passes "the information block has gone" is_other_information "$information"
 passes "the area is restored, and read again" \
   prints '*restored hibernation from *' tarvio restore /tmp/image.tbx --yes
 rm /tmp/image.tbx
