@@ -42,6 +42,7 @@ void check_result(benchmark::State& state, int count) {
 
 void search_system_messages(benchmark::State& state) {
   std::vector<std::string> lines;
+  lines.reserve(kMany);
   for (int at = 0; at < kMany; ++at) lines.push_back(line_text(at));
   std::vector<const char*> messages;
   for (int error = 0; error < kSystemMessages; ++error) {

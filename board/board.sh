@@ -13,6 +13,9 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 work=${TARVIO_BOARD:-${XDG_CACHE_HOME:-~/.cache}/tarvio-board}
 triplet=arm-linux-gnueabihf
 
+# The kernel for large addresses. The other one changes the domain register at each system call, for which the
+# emulator forgets all that it knows of the memory: flash is twice to three times as slow there.
+kernel_package=linux-image-armmp-lpae
 packages=(busybox-static dash mtd-utils binutils-$triplet libbinutils tar gzip coreutils libc6 libgcc-s1 libstdc++6
   liblzo2-2 zlib1g libzstd1 libacl1 libselinux1 libpcre2-8-0)
 # In the order in which they are loaded.
@@ -48,17 +51,17 @@ END
 }
 
 fetch() {
-  [ ! -e fetched ] || return 0
-  local kernel
+  local wanted="$kernel_package ${packages[*]}" kernel
+  [ ! -e fetched ] || [ "$(cat fetched)" != "$wanted" ] || return 0
   write_apt_configuration
   export APT_CONFIG=$PWD/apt/apt.conf
   # One index that does not load is no reason to stop: a package that is missing for it shows below.
   apt-get -qq update || true
-  kernel=$(apt-cache depends linux-image-armmp | sed -n 's/.*Depends: *\(linux-image-[0-9].*\)/\1/p' | head -n 1)
+  kernel=$(apt-cache depends $kernel_package | sed -n 's/.*Depends: *\(linux-image-[0-9].*\)/\1/p' | head -n 1)
   rm -rf deb
   mkdir deb
   (cd deb && apt-get -qq download "$kernel" "${packages[@]}")
-  touch fetched
+  echo "$wanted" >fetched
 }
 
 # The libraries that the files need, and those that these need.
