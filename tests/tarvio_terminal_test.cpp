@@ -63,7 +63,10 @@ TEST(ClientOnATerminal, DrawsTheStatusesAnewInTheirPlaceWhenTheyChange) {
   std::optional<Replies> second;
   std::thread managers([&] {
     { const Replies first({"clock\n0\nok\n", "clock\n0\nok\n", "clock\n2\nbad\n", ""}); }
-    while (shown.find("waiting") == std::string::npos) shown += terminal.shown();
+    while (shown.find("waiting") == std::string::npos) {
+      ::usleep(1000);
+      shown += terminal.shown();
+    }
     second.emplace(std::vector<std::string>{"clock\n0\nfine\n"});
   });
   // The first manager must be there before the client looks.

@@ -41,12 +41,23 @@ class Terminal {
     EXPECT_EQ(::write(screen_.fd(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
   }
 
-  // What there is to be seen so far, of which there must be something.
+  // What was written to it since the last call. That arrives some time after the writing, and in
+  // pieces: a mark behind it tells that it is all there.
   std::string shown() const {
-    std::array<char, 4096> text;
-    const ssize_t size = ::read(screen_.fd(), text.data(), text.size());
-    EXPECT_GT(size, 0);
-    return {text.data(), static_cast<size_t>(size)};
+    constexpr char kMark = '\0';
+    EXPECT_EQ(::write(line_.fd(), &kMark, 1), 1);
+    std::string text;
+    std::array<char, 4096> piece;
+    while (text.find(kMark) == std::string::npos) {
+      const ssize_t size = ::read(screen_.fd(), piece.data(), piece.size());
+      if (size < 1) {
+        ADD_FAILURE() << "the terminal cannot be read";
+        break;
+      }
+      text.append(piece.data(), static_cast<size_t>(size));
+    }
+    std::erase(text, kMark);
+    return text;
   }
 
  private:
