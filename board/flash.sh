@@ -5,6 +5,7 @@ sum_of() {
   /usr/sbin/nanddump -q --bb=skipbad --omitoob -l "$2" -f /tmp/dump "/dev/mtd$1" 2>/dev/null && md5sum </tmp/dump
   rm -f /tmp/dump
 }
+
 # Two sums that are equal, or not; none is known of what cannot be read.
 same() { [ -n "$1" ] && [ "$1" = "$2" ]; }
 other() { [ -n "$1" ] && [ -n "$2" ] && [ "$1" != "$2" ]; }
