@@ -1,10 +1,10 @@
 #!/bin/bash
 # An emulated board: 32-bit ARM with NAND flash, made of Debian's packages. No root is needed, and the host's
-# packages stay as they are: all files lie in one work folder, $TARVIO_BOARD or ~/.cache/tarvio-board.
+# packages stay as they are: all files lie in one work directory, $TARVIO_BOARD or ~/.cache/tarvio-board.
 #
 #   board.sh fetch              get the board's packages
 #   board.sh image              make the kernel and the root file system of them
-#   board.sh run BUILD CASE     boot with what the folder BUILD has built for armhf, and run cases/CASE.sh there
+#   board.sh run BUILD CASE     boot with what the directory BUILD has built for armhf, and run cases/CASE.sh there
 #
 # Ends with 77 when the emulator or the image is missing, so that a test is skipped.
 set -euo pipefail
@@ -77,7 +77,7 @@ copy_with_libraries() {
   done
 }
 
-# An archive of a folder's contents that the kernel unpacks as its root file system.
+# An archive of a directory's contents that the kernel unpacks as its root file system.
 pack() {
   (cd "$1" && find . | LC_ALL=C sort | cpio --quiet -o -H newc -R 0:0) | gzip -6
 }
@@ -106,13 +106,13 @@ image() {
 
 # What is under test, as it is installed and stripped, and what runs it.
 product() {
-  local folder=$1/product
-  DESTDIR=$folder cmake --install "$2" --strip --prefix /usr >/dev/null
+  local directory=$1/product
+  DESTDIR=$directory cmake --install "$2" --strip --prefix /usr >/dev/null
   rm -rf "$folder"/usr/{include,share,lib/cmake,lib/pkgconfig}
   mkdir -p "$folder"/{board,usr/local/bin}
-  cp "$here/init" "$folder/init"
-  cp "$here"/{library,flash}.sh "$here"/cases/* "$folder/board/"
-  cp "$here"/bin/* "$here/../tests/sandbox/opkg" "$folder/usr/local/bin/"
+  cp "$here/init" "$directory/init"
+  cp "$here"/{library,flash}.sh "$here"/cases/* "$directory/board/"
+  cp "$here"/bin/* "$here/../tests/sandbox/opkg" "$directory/usr/local/bin/"
   pack "$folder"
 }
 

@@ -29,14 +29,14 @@ fill() {
   rm -f /tmp/content
 }
 
-# make_tree FOLDER: files, folders and links of all kinds of names, sizes and rights.
+# make_tree DIRECTORY: files, directories and links of all kinds of names, sizes and rights.
 make_tree() {
-  mkdir -p "$1/etc/folder with blanks" "$1/bin" "$1/empty"
+  mkdir -p "$1/etc/directory with blanks" "$1/bin" "$1/empty"
   echo "of $1" >"$1/etc/name"
   : >"$1/etc/empty"
   head -c 300000 /dev/urandom >"$1/bin/random"
   head -c 1000000 /dev/zero >"$1/bin/zeros"
-  head -c 4097 /dev/urandom >"$1/etc/folder with blanks/odd size"
+  head -c 4097 /dev/urandom >"$1/etc/directory with blanks/odd size"
   ln -s ../bin/random "$1/etc/link"
   chmod 4755 "$1/bin/random"
   chmod 600 "$1/etc/name"
@@ -44,7 +44,7 @@ make_tree() {
   chmod 1777 "$1/empty"
 }
 
-# describe FOLDER: kind, rights, owner and link of each file, and the sum of what is in it.
+# describe DIRECTORY: kind, rights, owner and link of each file, and the sum of what is in it.
 describe() {
   (
     cd "$1" || exit

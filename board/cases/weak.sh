@@ -97,5 +97,5 @@ passes "a block that is not erased and a page that is not written are told" \
   tarvio restore /tmp/first.tbx --yes
 passes "the boot loader is restored, as it was told" is_sum "$bootloader" 1 262144
 passes "the boot settings are not, as it was told" differs "$bootsetting" 2 106496
-passes "no work folder stays" leaves_nothing
+passes "no work directory stays" leaves_nothing
 finish
