@@ -279,7 +279,7 @@ TEST_F(GeneralFile, WithoutMemoryForTheObjectGivesNone) {
 }
 
 TEST_F(GeneralFile, WithoutMemoryForALineGivesThePairsBeforeIt) {
-  write_file(path_, "a: 1\nb: " + std::string(3000, 'x') + "\nc: 3\n");
+  write_file(path_, "a: 1\nb: " + std::string(10000, 'x') + "\nc: 3\n");
   // The object, the first line, its pair in three, and two steps of the long line.
   for (const int n : {2, 6, 7}) {
     const FailAlloc fail(n);
