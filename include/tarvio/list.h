@@ -29,7 +29,7 @@ TQ_BEGIN_DECLS
 tq_list_t *tq_list_create(void);
 
 /* Appends an element. The tail is found by a walk from the head, so appending n elements one by one
- * takes time in proportion to n * n.
+ * takes n * n steps.
  *
  * element  stored as given. A null element is stored too, but every walk ends at it.
  *
