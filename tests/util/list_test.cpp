@@ -206,7 +206,7 @@ TEST_F(List, ClampsTheIndexOfARemoval) {
   }
 }
 
-TEST_F(List, AppendsBehindWhatARemovalLeft) {
+TEST_F(List, AppendsAfterWhatARemovalLeft) {
   for (const Removal& row : kRemovalsOfThree) {
     add({4, 5, 6});
     tq_list_remove(list_, row.index);
@@ -349,7 +349,7 @@ TEST(ListFree, FreesTheElementsWithAnyFlag) {
   }
 }
 
-TEST(ListFree, FreesElementsBehindANullOne) {
+TEST(ListFree, FreesElementsAfterANullOne) {
   const LiveAllocations live;
   tq_list_t* list = tq_list_create();
   for (void* element :

@@ -53,14 +53,14 @@ class PackageData : public testing::Test {
   const TempDir directory_;
 };
 
-TEST_F(PackageData, HoldsTheLinesBehindTheHeader) {
+TEST_F(PackageData, HoldsTheLinesAfterTheHeader) {
   const Data data = open(std::string(kHeader) + "one\ntwo words\n\nlast\n");
   ASSERT_NE(data, nullptr);
   EXPECT_THAT(lines_of(data), ElementsAre("one", "two words", "", "last"));
   EXPECT_EQ(data->count, 4);
 }
 
-TEST_F(PackageData, HoldsNothingBehindAHeaderAlone) {
+TEST_F(PackageData, HoldsNothingAfterAHeaderAlone) {
   for (const char* output : {"sixteen letters.\n", "sixteen letters."}) {
     const Data data = open(output);
     ASSERT_NE(data, nullptr);
@@ -104,7 +104,7 @@ TEST_F(PackageData, EndsLinesWithLineFeedOrCarriageReturnOrBoth) {
               ElementsAre("one", "two", "three", "", "four", "", "five"));
 }
 
-TEST_F(PackageData, HasNoLineBehindTheLastLineEnd) {
+TEST_F(PackageData, HasNoLineAfterTheLastLineEnd) {
   for (const char* end : {"\n", "\r", "\r\n"}) {
     EXPECT_THAT(lines_of(open(kHeader + std::string("one") + end)), ElementsAre("one")) << end;
   }
@@ -159,7 +159,7 @@ TEST_F(PackageData, GrowsByWhatIsWritten) {
 TEST_F(PackageData, StoresACopyThatFindsNoMemoryAsNull) {
   const Data data = open(kHeader);
   {
-    const FailAlloc fail(2);  // behind the array
+    const FailAlloc fail(2);  // after the array
     EXPECT_EQ(tq_pkg_data_write(data.get(), "one"), 0);
     EXPECT_TRUE(fail.happened());
   }

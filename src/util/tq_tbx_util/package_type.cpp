@@ -22,8 +22,8 @@ constexpr char kTqControl[] = "./tqcontrol";
 constexpr char kTarget[] = "TqDataTarget:";
 constexpr size_t kPieceSize = 256;
 
-// The listing of installed packages has other codes (oddity 63), and what is unknown is no error
-// here (oddity 64).
+// The listing of installed packages has other codes (oddity 63). Unknown names are not errors
+// (oddity 64).
 constexpr std::string_view kApplicationCategory = "Application";
 
 struct Subcategory {
