@@ -1,4 +1,4 @@
-// Copies that C code frees: null when memory runs out.
+// Copies that C code may free: null when memory runs out.
 #ifndef TARVIO_SRC_BASE_COPIES_H
 #define TARVIO_SRC_BASE_COPIES_H
 

@@ -7,7 +7,8 @@
 
 namespace tarvio {
 
-// A peer that never stops sending is late as well, so the deadline counts before each read.
+// A peer that never stops sending must not hold the caller either, so the deadline counts before
+// each read.
 bool LineReader::refill() {
   if (is_over_) return false;
   ssize_t count = -1;

@@ -1,5 +1,5 @@
-// Appends to a list. The tail is known for as long as an appender lives, so that collecting n
-// elements costs n; nobody else may change the list meanwhile.
+// Appends to a list. An appender keeps the tail for as long as it lives, so that collecting n
+// elements costs n; nothing else may append to or unlink from the list meanwhile.
 #ifndef TARVIO_SRC_BASE_LIST_APPENDER_H
 #define TARVIO_SRC_BASE_LIST_APPENDER_H
 
@@ -15,7 +15,7 @@ class ListAppender {
  public:
   explicit ListAppender(tq_list_t& list) noexcept : list_(list), end_(&list.head) { find_end(); }
 
-  // False when memory runs out; the element stays the caller's then.
+  // False when memory runs out; the element then stays the caller's.
   [[nodiscard]] bool append(void* element) noexcept {
     tq_list_node* const node = allocate<tq_list_node>().release();
     if (node == nullptr) return false;
