@@ -148,7 +148,8 @@ int tq_search_tq_status_by_type(int32_t type, const tq_status* head, tq_status**
 }
 
 int tq_search_tq_status_by_state2(int32_t state, const tq_list_t* source, tq_list_t* result) {
-  return search_list("tq_search_tq_status_by_state2", source, result, Has{&tq_status::state, state});
+  return search_list("tq_search_tq_status_by_state2", source, result,
+                     Has{&tq_status::state, state});
 }
 
 int tq_search_tq_status_by_type2(int32_t type, const tq_list_t* source, tq_list_t* result) {
