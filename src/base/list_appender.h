@@ -3,6 +3,7 @@
 #ifndef TARVIO_SRC_BASE_LIST_APPENDER_H
 #define TARVIO_SRC_BASE_LIST_APPENDER_H
 
+#include <memory>
 #include <utility>
 
 #include "base/copies.h"
@@ -26,13 +27,17 @@ class ListAppender {
     return true;
   }
 
-  // The list owns the copy.
-  [[nodiscard]] bool append_copy(std::string_view text) noexcept {
-    CString copy = copy_of(text);
-    if (copy == nullptr || !append(copy.get())) return false;
-    (void)copy.release();
+  // The list takes the element over. False when there is no element, or no memory for its node: the
+  // element is freed then.
+  template <typename Element, typename Deleter>
+  [[nodiscard]] bool append(std::unique_ptr<Element, Deleter> element) noexcept {
+    if (element == nullptr || !append(element.get())) return false;
+    (void)element.release();
     return true;
   }
+
+  // The list owns the copy.
+  [[nodiscard]] bool append_copy(std::string_view text) noexcept { return append(copy_of(text)); }
 
   // Moves the nodes of a list to the end of this one, which cannot fail.
   void append_all(tq_list_t& from) noexcept {
