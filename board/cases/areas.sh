@@ -32,7 +32,7 @@ passes "the package has a file for each" \
   lists_members 'boot bootsetting uImage rootfs writable-region control.tar.gz '
 passes "the package names the areas" names_targets
 passes "nothing stays mounted" [ -z "$(grep /mnt/root /proc/mounts)" ]
-passes "no work folder stays" leaves_nothing
+passes "no work directory stays" leaves_nothing
 
 passes "the areas are wiped" wipe
 passes "the boot loader has gone" differs "$bootloader" 1 262144
@@ -52,5 +52,5 @@ passes "the boot settings are as they were" is_sum "$bootsetting" 2 106496
 passes "the kernel is as it was" is_sum "$kernel" 3 1966080
 passes "the root file system is as it was, file by file" holds_tree 4 "$rootfs"
 passes "the writable area is as it was, file by file" holds_tree 5 "$writable"
-passes "no work folder stays" leaves_nothing
+passes "no work directory stays" leaves_nothing
 finish

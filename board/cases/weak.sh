@@ -82,7 +82,7 @@ on_area 4 make_tree /mnt/root
 passes "a backup that loses its space on the way fails" \
   fails_with '*rootfs: *No space left on device*' back_up_without_space
 passes "there is no such package" [ ! -e /tmp/place/image.tbx ]
-passes "and no work folder" leaves_nothing /tmp/place
+passes "and no work directory" leaves_nothing /tmp/place
 umount /tmp/place
 
 make_full_kernel
@@ -97,5 +97,5 @@ passes "a block that is not erased and a page that is not written are told" \
   tarvio restore /tmp/first.tbx --yes
 passes "the boot loader is restored, as it was told" is_sum "$bootloader" 1 262144
 passes "the boot settings are not, as it was told" differs "$bootsetting" 2 106496
-passes "no work folder stays" leaves_nothing
+passes "no work directory stays" leaves_nothing
 finish
