@@ -79,9 +79,9 @@ bool report_memory() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::filesystem::path folder = std::filesystem::temp_directory_path() / "flash-bench";
-  std::filesystem::create_directories(folder);
-  std::filesystem::current_path(folder);
+  const std::filesystem::path directory = std::filesystem::temp_directory_path() / "flash-bench";
+  std::filesystem::create_directories(directory);
+  std::filesystem::current_path(directory);
   ::setenv("PATH", (BENCH_TOOLS ":" + std::string(std::getenv("PATH"))).c_str(), 1);
   make_device("/dev/mtd2", 16);
   make_device("/dev/mtd6", kBlocks);

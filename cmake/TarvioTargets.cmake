@@ -37,6 +37,14 @@ function(tarvio_freestanding_cxx target)
   set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
 endfunction()
 
+# The helpers in src/base, which the library and the programs share. Each target compiles them with its
+# own settings: with exceptions or without.
+function(tarvio_base target)
+  file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/base/*.cpp)
+  target_sources(${target} PRIVATE ${sources})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src)
+endfunction()
+
 # Installed programs find the library relative to their own place, wherever that is.
 file(RELATIVE_PATH libdir_from_bindir "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
 

@@ -39,7 +39,7 @@ std::string package_name(int number) { return text_of("clock-%04d", number); }
 
 void install_applications(int count) {
   const fs::path directory = kInfoDirectory;
-  // Only the sandbox has this folder, and has it empty.
+  // Only the sandbox has this directory, and has it empty.
   if (!fs::is_directory(directory) || !fs::is_empty(directory))
     die(directory.string() + " is not an empty directory: run this inside sandbox-enter");
   for (int number = 0; number < count; ++number) {

@@ -8,7 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "options.h"
+#include "command_line.h"
 
 namespace tarviod {
 

@@ -13,9 +13,9 @@
 #include <algorithm>
 #include <memory>
 
+#include "command_line.h"
 #include "log_report.h"
 #include "log_text.h"
-#include "options.h"
 #include "tarvio/tarvio.h"
 #include "warn.h"
 

@@ -14,7 +14,7 @@
 
 #include "clock.h"
 #include "config.h"
-#include "request.h"
+#include "own_request.h"
 #include "signals.h"
 #include "tarvio/tarvio.h"
 #include "warn.h"

@@ -2,8 +2,8 @@
 #ifndef TARVIOD_MANAGER_H
 #define TARVIOD_MANAGER_H
 
-#include "log_monitor.h"
-#include "options.h"
+#include "command_line.h"
+#include "log_watch.h"
 
 namespace tarviod {
 

@@ -1,9 +1,9 @@
 #include <errno.h>
 #include <signal.h>
 
+#include "base/owners.h"
 #include "tarvio/app.h"
 #include "tarvio/process.h"
-#include "util/handles.h"
 
 tq_app_binding* linux_app_binding = nullptr;
 

@@ -1,10 +1,10 @@
 #include <errno.h>
 #include <string.h>
 
+#include "base/chain.h"
+#include "base/owners.h"
 #include "tarvio/app.h"
 #include "tarvio/status_manager.h"
-#include "util/chain.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
 
 static_assert(sizeof(tq_app_binding) == 4 * sizeof(void*));
@@ -12,8 +12,6 @@ static_assert(offsetof(tq_app_info, stopped) == 2 * sizeof(void*));
 static_assert(offsetof(tq_app_info, pid) == 3 * sizeof(void*));
 
 namespace {
-
-constexpr char kSource[] = "app/tq_app_manager";
 
 // Filled by the set-up and kept for the life of the process.
 struct AppManager {

@@ -1,6 +1,6 @@
-#include "lib/request.h"
+#include "base/owners.h"
+#include "lib/manager_request.h"
 #include "tarvio/client.h"
-#include "util/handles.h"
 
 namespace {
 

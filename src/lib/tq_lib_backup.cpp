@@ -1,12 +1,6 @@
 #include "tarvio/backup.h"
 #include "util/log_macros.h"
 
-namespace {
-
-constexpr char kSource[] = "lib/tq_lib_backup";
-
-}  // namespace
-
 int tq_lib_backup_areas(tq_list_t* areas, const char* workdir, const char* dest, int archive) {
   if (dest != nullptr) {
     TQ_DEBUG("workdir - %s , dest file - %s", workdir, dest);

@@ -1,16 +1,10 @@
 #include <errno.h>
 #include <stdlib.h>
 
+#include "base/owners.h"
 #include "tarvio/client.h"
 #include "tarvio/error.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
-
-namespace {
-
-constexpr char kSource[] = "lib/tq_lib_package";
-
-}  // namespace
 
 int tq_lib_list_pkg(uint32_t type, uint32_t subtype, const char* name, tq_package_info** out) {
   (void)tq_setup_package_manager();

@@ -4,27 +4,24 @@
 #include <algorithm>
 #include <limits>
 
-#include "lib/request.h"
+#include "base/copies.h"
+#include "base/line_reader.h"
+#include "base/owners.h"
+#include "lib/manager_request.h"
 #include "tarvio/client.h"
 #include "tarvio/status.h"
 #include "tarvio/text.h"
-#include "util/handles.h"
-#include "util/line_reader.h"
 #include "util/log_macros.h"
 
 using tarvio::CString;
 
 namespace {
 
-constexpr char kSource[] = "lib/tq_lib_status";
 constexpr size_t kLineSize = 255;
 
 // The next line with its line end; null at the end of data.
-CString next_line(tarvio::LineReader& reader) {
-  char line[kLineSize];
-  char* copy = nullptr;
-  if (reader.next(line)) tq_strdup(&copy, line);
-  return CString(copy);
+CString next_line(tarvio::LineReader& reader, tarvio::LineCutter& line) {
+  return reader.next() ? tarvio::copy_of(line.text()) : nullptr;
 }
 
 int32_t number_of(const char* text) {
@@ -34,11 +31,11 @@ int32_t number_of(const char* text) {
 }
 
 // The state's number goes into `id`, and the line ends stay, on purpose.
-bool add_record(tq_list_t* list, CString name, const char* state, CString detail) {
+bool add_record(tq_list_t* list, CString name, int32_t state, CString detail) {
   tarvio::Allocated<tq_status> record = tarvio::allocate<tq_status>();
   if (record == nullptr) return false;
   *record = tq_status{};
-  record->id = number_of(state);
+  record->id = state;
   record->name = name.get();
   record->detail = detail.get();
   if (tq_list_add(list, record.get()) != 0) return false;
@@ -51,14 +48,16 @@ bool add_record(tq_list_t* list, CString name, const char* state, CString detail
 
 int tq_lib_read_status(int fd, tq_list_t* list) {
   tarvio::ReadAhead ahead;
-  tarvio::LineReader reader(fd, ahead);
-  while (CString name = next_line(reader)) {
-    char state[kLineSize];
-    if (!reader.next(state)) {
+  char room[kLineSize];
+  tarvio::LineCutter line(tarvio::LineEnd::kEither, room);
+  tarvio::LineReader reader(fd, ahead, line);
+  while (CString name = next_line(reader, line)) {
+    if (!reader.next()) {
       TQ_WARNING("Can't read status.");
       return EINVAL;
     }
-    CString detail = next_line(reader);
+    const int32_t state = number_of(line.text());
+    CString detail = next_line(reader, line);
     if (detail == nullptr) {
       TQ_WARNING("Can't read status detail.");
       return EINVAL;

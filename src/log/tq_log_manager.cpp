@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr char kSource[] = "log/tq_log_manager";
 constexpr size_t kMessageSize = 255;
 
 struct LogManager {

@@ -1,15 +1,13 @@
 #include <errno.h>
 #include <string.h>
 
+#include "base/chain.h"
+#include "base/owners.h"
 #include "tarvio/package.h"
 #include "tarvio/text.h"
-#include "util/chain.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
 
 namespace {
-
-constexpr char kSource[] = "package/tq_package_util";
 
 bool copy_string(char*& field, const char* value) {
   tq_strdup(&field, value);

@@ -5,11 +5,11 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "base/chain.h"
+#include "base/lock.h"
+#include "base/owners.h"
 #include "tarvio/error.h"
 #include "tarvio/text.h"
-#include "util/chain.h"
-#include "util/handles.h"
-#include "util/lock.h"
 #include "util/log_macros.h"
 
 using tarvio::Lock;
@@ -18,7 +18,6 @@ tq_list_t* sl = nullptr;
 
 namespace {
 
-constexpr char kSource[] = "status/tq_status_manager";
 constexpr size_t kMessageSize = 1024;
 
 // Guards `sl` and the records on it.

@@ -1,11 +1,11 @@
 #include <errno.h>
 #include <string.h>
 
+#include "base/chain.h"
+#include "base/owners.h"
 #include "tarvio/error.h"
 #include "tarvio/status.h"
 #include "tarvio/text.h"
-#include "util/chain.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
 
 static_assert(sizeof(void*) == 8 ? offsetof(tq_status, detail) == 16 && sizeof(tq_status) == 40
@@ -14,7 +14,6 @@ static_assert(offsetof(tq_status, id) == 4 && offsetof(tq_status, state) == 8);
 
 namespace {
 
-constexpr char kSource[] = "status/tq_status_manager_helper";
 constexpr char kMallocError[] = "malloc error";
 
 int out_of_memory(const char* function) {

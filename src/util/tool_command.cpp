@@ -5,10 +5,9 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "base/owners.h"
 #include "tarvio/error.h"
-#include "tarvio/log.h"
 #include "tarvio/process.h"
-#include "util/handles.h"
 
 namespace tarvio {
 
@@ -28,9 +27,9 @@ void ToolCommand::append(std::string_view piece) {
   length_ += piece.size();
 }
 
-int run_tool(const char* source, const ToolCommand& command) {
+int run_tool(const LogPlace& caller, const ToolCommand& command) {
   if (!command.fits()) {
-    tq_log_func(TQ_LOG_WARNING, source, __LINE__,
+    tq_log_func(TQ_LOG_WARNING, caller.unit, caller.line,
                 "command line of %zu characters is too long, at most %zu: %s", command.length(),
                 ToolCommand::kLongest, command.text());
     return ENAMETOOLONG;

@@ -8,6 +8,8 @@
 #include <array>
 #include <string_view>
 
+#include "util/log_macros.h"
+
 namespace tarvio {
 
 class ToolCommand {
@@ -30,8 +32,8 @@ class ToolCommand {
 
 // Runs the command and returns 0 or the code of the first line of its output that holds a system
 // error; the result of tq_system_command when that failed; ENOMEM. A command line that does not fit
-// is logged under the given unit, and ENAMETOOLONG returned, with nothing run.
-int run_tool(const char* source, const ToolCommand& command);
+// is logged with the caller's place, and ENAMETOOLONG returned, with nothing run.
+int run_tool(const LogPlace& caller, const ToolCommand& command);
 
 }  // namespace tarvio
 

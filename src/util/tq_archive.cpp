@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr char kSource[] = "util/tq_archive";
-
 using tarvio::ToolCommand;
 
 ToolCommand dd_command(const char* in_file, const char* out_file, int block_size, int block_count) {
@@ -35,7 +33,7 @@ int make_archive(const char* beginning, const char* archive, int file_count,
     command.append(" ");
   }
   command.append("2>&1");
-  return tarvio::run_tool(kSource, command);
+  return tarvio::run_tool(TQ_HERE, command);
 }
 
 }  // namespace
@@ -43,7 +41,7 @@ int make_archive(const char* beginning, const char* archive, int file_count,
 int tq_dd(const char* in_file, const char* out_file, int block_size, int block_count) {
   if (in_file == nullptr || out_file == nullptr) return EINVAL;
   const int result =
-      tarvio::run_tool(kSource, dd_command(in_file, out_file, block_size, block_count));
+      tarvio::run_tool(TQ_HERE, dd_command(in_file, out_file, block_size, block_count));
   TQ_DEBUG("tq_dd result %d ", result);
   return result;
 }
@@ -54,20 +52,20 @@ int tq_extract_from_tgz(const char* archive, const char* member) {
   if (archive == nullptr) archive = "(null)";  // not refused, on purpose
   if (member == nullptr) {
     TQ_DEBUG("extract tgz %s\n", archive);
-    return tarvio::run_tool(kSource, ToolCommand("tar xvzf %s 2>&1", archive));
+    return tarvio::run_tool(TQ_HERE, ToolCommand("tar xvzf %s 2>&1", archive));
   }
   TQ_DEBUG("extract tgz %s %s\n", archive, member);
-  return tarvio::run_tool(kSource, ToolCommand("tar xvzf %s %s 2>&1", archive, member));
+  return tarvio::run_tool(TQ_HERE, ToolCommand("tar xvzf %s %s 2>&1", archive, member));
 }
 
 int tq_extract_from_ar(const char* archive, const char* member) {
   if (archive == nullptr) return EINVAL;
   if (member == nullptr) {
     TQ_DEBUG("extract ar %s\n", archive);
-    return tarvio::run_tool(kSource, ToolCommand("ar xv %s 2>&1", archive));
+    return tarvio::run_tool(TQ_HERE, ToolCommand("ar xv %s 2>&1", archive));
   }
   TQ_DEBUG("extract ar %s %s\n", archive, member);
-  return tarvio::run_tool(kSource, ToolCommand("ar xv %s %s 2>&1", archive, member));
+  return tarvio::run_tool(TQ_HERE, ToolCommand("ar xv %s %s 2>&1", archive, member));
 }
 
 int tq_archive_tgz(const char* archive, int file_count, const char* const* files) {

@@ -6,8 +6,8 @@
 #include <array>
 #include <span>
 
+#include "base/line_cutter.h"
 #include "tarvio/text.h"
-#include "util/line_reader.h"
 
 namespace {
 
@@ -34,8 +34,8 @@ ssize_t take(int fd, std::span<char> room, bool& is_socket) {
     const ssize_t seen = retry([&] { return recv(fd, ahead.data(), most, MSG_PEEK); });
     if (seen >= 0 || errno != ENOTSOCK) {
       if (seen <= 0) return seen;
-      const auto bytes = std::span<const char>(ahead).first(static_cast<size_t>(seen));
-      const size_t line = tarvio::line_length(bytes);
+      const std::string_view bytes(ahead.data(), static_cast<size_t>(seen));
+      const size_t line = tarvio::line_length(bytes, tarvio::LineEnd::kEither);
       const size_t wanted = line != 0 ? line : bytes.size();
       return retry([&] { return recv(fd, room.data(), wanted, 0); });
     }

@@ -6,13 +6,14 @@
 
 #include <atomic>
 
+#include "base/chain.h"
+#include "base/line_reader.h"
+#include "base/list_appender.h"
+#include "base/owners.h"
+#include "base/socket_path.h"
 #include "tarvio/com.h"
 #include "tarvio/text.h"
-#include "util/chain.h"
-#include "util/handles.h"
-#include "util/line_reader.h"
 #include "util/log_macros.h"
-#include "util/socket_io.h"
 
 static_assert(offsetof(tq_com_server, fd) == sizeof(void*));
 static_assert(offsetof(tq_com_server, handler) == 2 * sizeof(void*));
@@ -20,7 +21,6 @@ static_assert(offsetof(tq_com_server, thread) == 3 * sizeof(void*));
 
 namespace {
 
-constexpr char kSource[] = "util/tq_interprocess_com";
 constexpr size_t kReplyLineSize = 255;
 constexpr long kPauseNs = 100'000'000;
 
@@ -187,16 +187,13 @@ int tq_request_com(const char* path, const char* request, int count, const char*
 int tq_receive_com(int fd, tq_list_t* lines) {
   if (lines == nullptr) return EINVAL;
   tarvio::ReadAhead ahead;
-  tarvio::LineReader reader(fd, ahead);
-  char line[kReplyLineSize];
-  while (reader.next(line)) {
-    cut_line_end(line);
-    char* copy = nullptr;
-    tq_strdup(&copy, line);
-    if (copy == nullptr || tq_list_add(lines, copy) != 0) {
-      free(copy);
-      return ENOMEM;
-    }
+  char room[kReplyLineSize];
+  tarvio::LineCutter line(tarvio::LineEnd::kEither, room);
+  tarvio::LineReader reader(fd, ahead, line);
+  tarvio::ListAppender appender(*lines);
+  while (reader.next()) {
+    cut_line_end(line.text());
+    if (!appender.append_copy(line.text())) return ENOMEM;
   }
   return errno;
 }

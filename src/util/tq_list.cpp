@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "util/handles.h"
+#include "base/owners.h"
 
 namespace {
 

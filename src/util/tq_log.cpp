@@ -11,7 +11,7 @@
 #include <charconv>
 #include <string_view>
 
-#include "util/handles.h"
+#include "base/owners.h"
 
 namespace {
 

@@ -7,18 +7,17 @@
 #include <algorithm>
 #include <string_view>
 
+#include "base/chain.h"
+#include "base/flash_areas.h"
+#include "base/owners.h"
 #include "tarvio/file.h"
 #include "tarvio/nand.h"
 #include "tarvio/process.h"
-#include "util/chain.h"
-#include "util/flash_areas.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
 #include "util/tool_command.h"
 
 namespace {
 
-constexpr char kSource[] = "util/tq_nand_util";
 constexpr char kCountFile[] = "countbad";  // of one erase block
 constexpr std::string_view kBadBlocks = "Number of bad blocks:";
 constexpr int kSizedAsHibernation = 9;  // a type that no area has
@@ -69,7 +68,7 @@ int tq_mkfs_jffs2(const char* root_dir, const char* image_file) {
       "mkfs.jffs2 -x lzo --root=%s --output=%s --pad --little-endian --eraseblock=0x20000 -n 2>&1",
       root_dir, image_file);
   TQ_DEBUG("%s", command.text());
-  const int result = tarvio::run_tool(kSource, command);
+  const int result = tarvio::run_tool(TQ_HERE, command);
   TQ_DEBUG("tq_mkfs_jffs2 result %d ", result);
   return result;
 }
@@ -80,11 +79,11 @@ int tq_erase_flash(const char* mtd_device, int start, int length) {
            static_cast<unsigned>(length));
   const int blocks = length / kEraseBlockBytes;
   const ToolCommand longest = erase_command(mtd_device, start, std::max(blocks - 1, 0));
-  if (!longest.fits()) return tarvio::run_tool(kSource, longest);
+  if (!longest.fits()) return tarvio::run_tool(TQ_HERE, longest);
 
   int total = -1;
   for (int block = 0; block < blocks; ++block) {
-    const int result = tarvio::run_tool(kSource, erase_command(mtd_device, start, block));
+    const int result = tarvio::run_tool(TQ_HERE, erase_command(mtd_device, start, block));
     // As it stood before this block, and spelled so, on purpose.
     TQ_DEBUG("tq_erase_flash parial result %d ", total);
     // One block that was erased decides for all, on purpose.
@@ -97,7 +96,7 @@ int tq_erase_flash(const char* mtd_device, int start, int length) {
 int tq_erase_flash_all(const char* mtd_device) {
   if (mtd_device == nullptr) return EINVAL;
   TQ_DEBUG("tq_erase_flash_all %s", mtd_device);
-  const int result = tarvio::run_tool(kSource, ToolCommand("flash_eraseall %s 2>&1", mtd_device));
+  const int result = tarvio::run_tool(TQ_HERE, ToolCommand("flash_eraseall %s 2>&1", mtd_device));
   TQ_DEBUG("tq_erase_flash_all result %d ", result);
   return result;
 }
@@ -105,7 +104,7 @@ int tq_erase_flash_all(const char* mtd_device) {
 int tq_nandwrite(const char* image_file, const char* mtd_device, unsigned start) {
   if (image_file == nullptr || mtd_device == nullptr) return EINVAL;
   TQ_DEBUG("tq_nandwrite %s->%s ", image_file, mtd_device);
-  const int result = tarvio::run_tool(kSource, write_command(image_file, mtd_device, start));
+  const int result = tarvio::run_tool(TQ_HERE, write_command(image_file, mtd_device, start));
   TQ_DEBUG("tq_nandwrite result %d ", result);
   return result;
 }
@@ -114,7 +113,7 @@ int tq_nanddump(const char* mtd_device, const char* out_file, unsigned start, un
   if (mtd_device == nullptr || out_file == nullptr) return EINVAL;
   TQ_DEBUG("tq_nanddump %s->%s : st =0x%x  len =0x%x", mtd_device, out_file, start, length);
   const ToolCommand command = dump_command(mtd_device, out_file, start);
-  const int result = tarvio::run_tool(kSource, command);
+  const int result = tarvio::run_tool(TQ_HERE, command);
   TQ_DEBUG("tq_nanddump result %d ", result);
   if (length == 0 || !command.fits()) return result;
   TQ_DEBUG("shurink file size to 0x%x", length);
@@ -125,7 +124,7 @@ int tq_nand_count_badblock(const char* mtd_device, int* bad_blocks) {
   if (mtd_device == nullptr || bad_blocks == nullptr) return EINVAL;
   TQ_DEBUG("tq_nand_count_badblock  %s ", mtd_device);
   const ToolCommand command("nanddump -b -o %s -l 131072 -f %s 2>&1", mtd_device, kCountFile);
-  if (!command.fits()) return tarvio::run_tool(kSource, command);
+  if (!command.fits()) return tarvio::run_tool(TQ_HERE, command);
   const tarvio::StringList lines(tq_list_create());
   if (lines == nullptr) return ENOMEM;
   const int result = tq_system_command(command.text(), lines.get());

@@ -4,18 +4,17 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "base/chain.h"
+#include "base/offline_root.h"
+#include "base/owners.h"
 #include "tarvio/error.h"
 #include "tarvio/opkg.h"
 #include "tarvio/process.h"
 #include "tarvio/text.h"
-#include "util/chain.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
-#include "util/offline_root.h"
 
 namespace {
 
-constexpr char kSource[] = "util/tq_opkg_util";
 constexpr char kRunCommand[] = "tq_opkg_run_command";
 constexpr char kRunWithOptions[] = "tq_opkg_run_command_with_options";
 constexpr char kCommandError[] = "run command error";

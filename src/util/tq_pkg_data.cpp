@@ -5,9 +5,9 @@
 
 #include <cstddef>
 
+#include "base/owners.h"
 #include "tarvio/archive.h"
 #include "tarvio/text.h"
-#include "util/handles.h"
 
 static_assert(offsetof(tq_pkg_data, count) == 0);
 static_assert(offsetof(tq_pkg_data, lines) == sizeof(void*));

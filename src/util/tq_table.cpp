@@ -3,8 +3,8 @@
 #include <errno.h>
 #include <string.h>
 
-#include "util/chain.h"
-#include "util/handles.h"
+#include "base/chain.h"
+#include "base/owners.h"
 
 namespace {
 

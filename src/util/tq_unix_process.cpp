@@ -7,15 +7,14 @@
 #include <array>
 #include <span>
 
+#include "base/owners.h"
 #include "tarvio/file.h"
 #include "tarvio/process.h"
 #include "tarvio/text.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
 
 namespace {
 
-constexpr char kSource[] = "util/tq_unix_process";
 constexpr size_t kPathSize = 4096;
 constexpr size_t kPieceSize = 256;
 

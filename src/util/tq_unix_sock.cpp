@@ -6,13 +6,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "base/socket_path.h"
 #include "tarvio/com.h"
 #include "util/log_macros.h"
-#include "util/socket_io.h"
 
 namespace {
 
-constexpr char kSource[] = "util/tq_unix_sock";
 constexpr int kBacklog = 5;
 constexpr mode_t kEveryone = 0666;
 

@@ -1,4 +1,4 @@
-// Runs a command in private namespaces, with private folders at the paths that the library has
+// Runs a command in private namespaces, with private directories at the paths that the library has
 // compiled in. Works as root and as an ordinary user, who is root inside; changes nothing on the
 // host. When the command ends, everything that it started ends with it.
 
@@ -25,7 +25,7 @@ constexpr int kCannotRun = 127;
 
 struct Plan {
   char** command = nullptr;
-  std::string current_folder;
+  std::string current_directory;
   std::vector<std::string> keep;
   uid_t user = ::geteuid();
   gid_t group = ::getegid();
@@ -67,7 +67,7 @@ void give_terminal_to(pid_t group) {
   // command that signals its group would reach out.
   ::setpgid(0, 0);
   if (in_foreground) give_terminal_to(::getpgrp());
-  ::setenv("TMPDIR", kTemporaryFolder, 1);
+  ::setenv("TMPDIR", kTemporaryDirectory, 1);
   ::setenv("TARVIO_TEST_CMDLINE", kCommandLineFile, 1);
 #ifdef TARVIO_FIXED_ADDRESSES
   // ThreadSanitizer of gcc 12 cannot place its shadow where a kernel randomises more bits than it
@@ -113,7 +113,7 @@ void end_descendants() {
     ::_exit(1);
   }
   make_private_tree(plan.keep);
-  if (::chdir(plan.current_folder.c_str()) != 0) die("cannot enter " + plan.current_folder);
+  if (::chdir(plan.current_directory.c_str()) != 0) die("cannot enter " + plan.current_directory);
   ::close(no_proc_pipe);
   supervise(plan, in_foreground);
 }
@@ -153,8 +153,8 @@ bool may_mount() {
 Plan make_plan(char** command) {
   Plan plan;
   plan.command = command;
-  plan.current_folder = std::filesystem::current_path();
-  plan.keep = {plan.current_folder, std::filesystem::canonical("/proc/self/exe").parent_path(),
+  plan.current_directory = std::filesystem::current_path();
+  plan.keep = {plan.current_directory, std::filesystem::canonical("/proc/self/exe").parent_path(),
                TARVIO_SOURCE_DIR};
   plan.user_namespace = plan.user != 0 || !may_mount();
   return plan;

@@ -19,7 +19,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-struct PrivateFolder {
+struct PrivateDirectory {
   const char* path;
   Names children;
 };
@@ -28,20 +28,21 @@ bool contains(const Names& names, const std::string& name) {
   return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-// Whether `path` is `folder` itself or lies below it.
-bool lies_in(std::string_view path, std::string_view folder) {
-  return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
+// Whether `path` is `directory` itself or lies below it.
+bool lies_in(std::string_view path, std::string_view directory) {
+  return path.starts_with(directory) &&
+         (path.size() == directory.size() || path[directory.size()] == '/');
 }
 
-void make_folder(const std::string& path, mode_t mode = 0755) {
+void make_directory(const std::string& path, mode_t mode = 0755) {
   if (::mkdir(path.c_str(), mode) != 0 && errno != EEXIST) die("cannot make " + path);
 }
 
-void make_folders(const std::string& path) {
+void make_directories(const std::string& path) {
   for (size_t slash = path.find('/', 1); slash != std::string::npos;
        slash = path.find('/', slash + 1))
-    make_folder(path.substr(0, slash));
-  make_folder(path);
+    make_directory(path.substr(0, slash));
+  make_directory(path);
 }
 
 void make_file(const std::string& path, std::string_view text = {}) {
@@ -58,7 +59,7 @@ void bind_mount(const std::string& source, const std::string& target) {
     die("cannot bind " + target);
 }
 
-// Shows the current folder's entry `name` again as `path`.
+// Shows the current directory's entry `name` again as `path`.
 void show_again(const dirent& entry, const std::string& path) {
   unsigned char type = entry.d_type;
   struct stat info = {};
@@ -70,56 +71,58 @@ void show_again(const dirent& entry, const std::string& path) {
     return;
   }
   if (type == DT_DIR) {
-    make_folder(path);
+    make_directory(path);
   } else {
     make_file(path);
   }
   bind_mount(entry.d_name, path);
 }
 
-// Replaces `folder` by a private one that shows those of its entries that `wanted` names.
-void replace(const std::string& folder, const std::function<bool(const std::string&)>& wanted) {
-  // The current folder stays the covered one, so its entries are still at hand under their bare
+// Replaces `directory` by a private one that shows those of its entries that `wanted` names.
+void replace(const std::string& directory, const std::function<bool(const std::string&)>& wanted) {
+  // The current directory stays the covered one, so its entries are still at hand under their bare
   // names.
-  if (::chdir(folder.c_str()) != 0) die("cannot enter " + folder);
-  if (::mount("sandbox", folder.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0)
-    die("cannot mount a tmpfs on " + folder, kRemedy);
+  if (::chdir(directory.c_str()) != 0) die("cannot enter " + directory);
+  if (::mount("sandbox", directory.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0)
+    die("cannot mount a tmpfs on " + directory, kRemedy);
   DIR* entries = ::opendir(".");
-  if (entries == nullptr) die("cannot list " + folder);
+  if (entries == nullptr) die("cannot list " + directory);
   while (const dirent* entry = ::readdir(entries)) {
     const std::string name = entry->d_name;
-    if (name != "." && name != ".." && wanted(name)) show_again(*entry, folder + "/" + name);
+    if (name != "." && name != ".." && wanted(name)) show_again(*entry, directory + "/" + name);
   }
   ::closedir(entries);
 }
 
-// Replaces an existing folder by an empty one, but for entries that hold a path to keep.
-void clear(const std::string& folder, const Names& children, const Names& keep) {
-  replace(folder, [&](const std::string& name) {
-    const std::string path = folder + "/" + name;
+// Replaces an existing directory by an empty one, but for entries that hold a path to keep.
+void clear(const std::string& directory, const Names& children, const Names& keep) {
+  replace(directory, [&](const std::string& name) {
+    const std::string path = directory + "/" + name;
     if (std::none_of(keep.begin(), keep.end(), [&](auto& kept) { return lies_in(kept, path); }))
       return false;
     if (contains(children, name)) {
       errno = EBUSY;
-      die("the project's tree or the current folder lies in " + path + ", which must be private");
+      die("the project's tree or the current directory lies in " + path +
+          ", which must be private");
     }
     return true;
   });
 }
 
-// A host without a folder gets it without a change: the parent becomes a private one that shows all
-// of its entries, with room for one more.
-void make_private(const PrivateFolder& folder, const Names& keep) {
-  std::filesystem::path existing = folder.path;
+// A host without a directory gets it without a change: the parent becomes a private one that shows
+// all of its entries, with room for one more.
+void make_private(const PrivateDirectory& directory, const Names& keep) {
+  std::filesystem::path existing = directory.path;
   while (!std::filesystem::is_directory(existing)) existing = existing.parent_path();
   const std::string real = std::filesystem::canonical(existing);
-  if (existing == folder.path) {
-    clear(real, folder.children, keep);
+  if (existing == directory.path) {
+    clear(real, directory.children, keep);
   } else {
     replace(real, [](const std::string&) { return true; });
   }
-  make_folders(folder.path);
-  for (const std::string& child : folder.children) make_folder(folder.path + ("/" + child));
+  make_directories(directory.path);
+  for (const std::string& child : directory.children)
+    make_directory(directory.path + ("/" + child));
 }
 
 // No /dev/log, so that a test can put its own there.
@@ -130,7 +133,7 @@ void make_private_devices(const Names& keep) {
     const auto holds = [&](auto& kept) { return lies_in(kept, "/dev/" + name); };
     return contains(devices, name) || std::any_of(keep.begin(), keep.end(), holds);
   });
-  make_folder("/dev/shm");
+  make_directory("/dev/shm");
   ::chmod("/dev/shm", 01777);
 }
 
@@ -140,13 +143,13 @@ void make_private_tree(const std::vector<std::string>& keep) {
   if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
     die("cannot make the mounts private", kRemedy);
   ::umask(022);
-  const PrivateFolder folders[] = {
+  const PrivateDirectory directories[] = {
       {"/usr/lib/opkg", {"info"}}, {"/usr/local/share/tarvio", {}},
       {"/mnt", {"root"}},          {"/opt", {}},
       {"/etc/tarvio", {}},         {"/var/log", {}},
       {"/run", {"tmp"}},
   };
-  for (const PrivateFolder& folder : folders) make_private(folder, keep);
+  for (const PrivateDirectory& directory : directories) make_private(directory, keep);
   make_private_devices(keep);
   make_file(kCommandLineFile, "console=ttyAMA0 root=/dev/mtdblock4 rw\n");
   bind_mount(kCommandLineFile, "/proc/cmdline");

@@ -6,12 +6,12 @@
 
 namespace sandbox {
 
-constexpr char kTemporaryFolder[] = "/run/tmp";
+constexpr char kTemporaryDirectory[] = "/run/tmp";
 constexpr char kCommandLineFile[] = "/run/cmdline";
 
-// Takes this process's mount namespace out of the host's sight and puts fresh folders at the paths
-// that the library has compiled in, at /run, /var/log and /dev, and a writable file at
-// /proc/cmdline. Paths in `keep` stay reachable even where they lie below one of those folders.
+// Takes this process's mount namespace out of the host's sight and puts fresh directories at the
+// paths that the library has compiled in, at /run, /var/log and /dev, and a writable file at
+// /proc/cmdline. Paths in `keep` stay reachable even where they lie below one of those directories.
 // Ends the program on failure.
 void make_private_tree(const std::vector<std::string>& keep);
 

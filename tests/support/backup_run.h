@@ -12,7 +12,7 @@
 #include "support/flash_device.h"
 #include "support/shell_commands.h"
 #include "support/string_list.h"
-#include "support/work_folder.h"
+#include "support/work_directory.h"
 #include "tarvio/backup.h"
 
 namespace tarvio_test {
@@ -22,7 +22,7 @@ inline constexpr char kOffline[] = "console=ttyAMA0 root=/dev/mtdblock5 rw\n";
 
 class Backup : public testing::Test {
  protected:
-  Backup() { std::filesystem::create_directory(folder_ / "work"); }
+  Backup() { std::filesystem::create_directory(directory_ / "work"); }
 
   int back_up(const std::vector<const char*>& areas, const char* dest = "image.tbx",
               int archive = 1) {
@@ -36,11 +36,11 @@ class Backup : public testing::Test {
     return result;
   }
 
-  std::vector<std::string> work_files() const { return names_in(folder_ / "work"); }
-  std::string tqcontrol() const { return read_file(folder_ / "work/tqcontrol"); }
-  std::string control() const { return read_file(folder_ / "work/control"); }
+  std::vector<std::string> work_files() const { return names_in(directory_ / "work"); }
+  std::string tqcontrol() const { return read_file(directory_ / "work/tqcontrol"); }
+  std::string control() const { return read_file(directory_ / "work/control"); }
 
-  const WorkFolder folder_;
+  const WorkDirectory directory_;
   MountHooks mounts_;
   std::vector<std::string> commands_;
   std::string failing_;  // the beginning of the command lines that fail

@@ -1,5 +1,5 @@
-// What the tests of com servers share: a folder for the socket, and a log that outlives the test,
-// because server threads live, and log, as long as the process.
+// What the tests of com servers share: a directory for the socket, and a log that outlives the
+// test, because server threads live, and log, as long as the process.
 #ifndef TARVIO_TESTS_SUPPORT_COM_SERVER_H
 #define TARVIO_TESTS_SUPPORT_COM_SERVER_H
 
@@ -51,8 +51,8 @@ class ComServer : public testing::Test {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
 
-  const TempDir folder_;
-  const std::string path_ = folder_ / "socket";
+  const TempDir directory_;
+  const std::string path_ = directory_ / "socket";
   LogCapture& log_ = immortal_log();
 };
 

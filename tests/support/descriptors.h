@@ -14,7 +14,7 @@ inline Descriptors open_descriptors() {
   Descriptors found;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     const std::string target = std::filesystem::read_symlink(entry.path());
-    // The listing itself holds a descriptor of this folder.
+    // The listing itself holds a descriptor of this directory.
     if (!target.ends_with("/fd")) found[std::stoi(entry.path().filename())] = target;
   }
   return found;

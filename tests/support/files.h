@@ -8,7 +8,7 @@
 
 namespace tarvio_test {
 
-// A folder of the test's own, removed with all that is in it at the end of the scope.
+// A directory of the test's own, removed with all that is in it at the end of the scope.
 class TempDir {
  public:
   TempDir();

@@ -13,11 +13,11 @@
 #include <string>
 #include <vector>
 
-#include "program.h"
+#include "commands/program.h"
 #include "support/children.h"
 #include "support/files.h"
 #include "support/flash_device.h"
-#include "support/work_folder.h"
+#include "support/work_directory.h"
 
 namespace tarvio_test {
 
@@ -73,34 +73,34 @@ class FlashClient : public testing::Test {
     return run(arguments);
   }
 
-  void wipe(const std::string& device) const { folder_.shell("flash_eraseall " + device); }
+  void wipe(const std::string& device) const { directory_.shell("flash_eraseall " + device); }
 
   // Keeps what the good blocks of an area hold from a place on, as a file of this name beside.
   void keep(const std::string& name, const std::string& device, size_t start,
             uintmax_t bytes) const {
     const std::string file = kept_ / name;
-    folder_.shell("nanddump -b -o " + device + " -s " + std::to_string(start) + " -f " + file +
-                  " 2>&1 && truncate -s " + std::to_string(bytes) + " " + file);
+    directory_.shell("nanddump -b -o " + device + " -s " + std::to_string(start) + " -f " + file +
+                     " 2>&1 && truncate -s " + std::to_string(bytes) + " " + file);
   }
   // Whether they hold just the bytes of such a file.
   void expect_holds(const std::string& device, size_t start, const std::string& name) const {
     keep("now", device, start, std::filesystem::file_size(kept_ / name));
-    folder_.shell("cmp " + (kept_ / "now").string() + " " + (kept_ / name).string());
+    directory_.shell("cmp " + (kept_ / "now").string() + " " + (kept_ / name).string());
   }
   // In its good blocks.
   bool is_erased(const std::string& device) const {
-    folder_.shell("nanddump -b -o " + device + " -f " + (kept_ / "now").string() + " 2>&1");
+    directory_.shell("nanddump -b -o " + device + " -f " + (kept_ / "now").string() + " 2>&1");
     return read_file(kept_ / "now").find_first_not_of('\377') == std::string::npos;
   }
 
   void expect_only(const std::vector<std::string>& names) const {
-    EXPECT_EQ(folder_.names(), names);
+    EXPECT_EQ(directory_.names(), names);
     EXPECT_FALSE(is_mounted(kOfflineRoot));
   }
 
   const TempDir reports_;
   const TempDir kept_;
-  const WorkFolder folder_;
+  const WorkDirectory directory_;
   const FlashDevice device_;
   MountHooks mounts_;
 };

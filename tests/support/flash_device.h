@@ -1,5 +1,5 @@
 // The flash of the device, in the sandbox: a plain file for each area, worked on by the stand-ins
-// of the flash tools, and a folder in the place of each file system.
+// of the flash tools, and a directory in the place of each file system.
 #ifndef TARVIO_TESTS_SUPPORT_FLASH_DEVICE_H
 #define TARVIO_TESTS_SUPPORT_FLASH_DEVICE_H
 
@@ -22,8 +22,8 @@ namespace tarvio_test {
 inline constexpr char kOfflineRoot[] = "/mnt/root";
 
 // Whether anything is mounted there.
-inline bool is_mounted(const std::string& folder) {
-  return read_file("/proc/self/mounts").find(" " + folder + " ") != std::string::npos;
+inline bool is_mounted(const std::string& directory) {
+  return read_file("/proc/self/mounts").find(" " + directory + " ") != std::string::npos;
 }
 
 class FlashDevice {
@@ -62,10 +62,10 @@ class FlashDevice {
   const std::string path_before_;
 };
 
-// Takes the library's mounts: a JFFS2 file system is the folder DEVICE.tree.
+// Takes the library's mounts: a JFFS2 file system is the directory DEVICE.tree.
 class MountHooks {
  public:
-  // Each as "mount DEVICE FOLDER TYPE FLAGS" or "umount FOLDER".
+  // Each as "mount DEVICE DIRECTORY TYPE FLAGS" or "umount DIRECTORY".
   std::vector<std::string> calls;
   // What fails, by the beginning of such a line.
   std::string failing;

@@ -19,28 +19,28 @@ class OpkgTool {
   explicit OpkgTool(std::string_view output = "", const std::string& exit_status = "0") {
     prints(output, exit_status);
     const char* path = std::getenv("PATH");
-    ::setenv("PATH", (folder_.path().string() + ":" + path).c_str(), 1);
+    ::setenv("PATH", (directory_.path().string() + ":" + path).c_str(), 1);
   }
 
   void prints(std::string_view output, const std::string& exit_status = "0") const {
-    write_file(folder_ / "output", output);
-    const std::string folder = folder_.path();
-    write_program(folder_ / "opkg", "#!/bin/sh\nprintf '%s\\n' \"$@\" >>" + folder +
-                                        "/arguments\ncat " + folder + "/output\nexit " +
-                                        exit_status + "\n");
+    write_file(directory_ / "output", output);
+    const std::string directory = directory_.path();
+    write_program(directory_ / "opkg", "#!/bin/sh\nprintf '%s\\n' \"$@\" >>" + directory +
+                                           "/arguments\ncat " + directory + "/output\nexit " +
+                                           exit_status + "\n");
   }
 
   // One after the other, over all runs.
   std::vector<std::string> arguments() const {
     std::vector<std::string> arguments;
-    if (!std::filesystem::exists(folder_ / "arguments")) return arguments;
-    std::istringstream lines(read_file(folder_ / "arguments"));
+    if (!std::filesystem::exists(directory_ / "arguments")) return arguments;
+    std::istringstream lines(read_file(directory_ / "arguments"));
     for (std::string line; std::getline(lines, line);) arguments.push_back(line);
     return arguments;
   }
 
  private:
-  const TempDir folder_;
+  const TempDir directory_;
 };
 
 }  // namespace tarvio_test

@@ -129,7 +129,7 @@ std::string ask(const std::string& path, std::string_view request) {
 long count_descriptors(pid_t process) {
   const std::string owner = process == 0 ? "self" : std::to_string(process);
   const auto entries = std::filesystem::directory_iterator("/proc/" + owner + "/fd");
-  // The folder is open itself while this process looks at its own.
+  // The directory is open itself while this process looks at its own.
   return std::distance(entries, {}) - (process == 0 ? 1 : 0);
 }
 

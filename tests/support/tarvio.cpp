@@ -27,16 +27,16 @@ namespace {
 }  // namespace
 
 Ran run_tarvio(const std::vector<std::string>& arguments, const std::function<void()>& prepare) {
-  const TempDir folder;
+  const TempDir directory;
   pid_t client = -1;
   {
-    const Redirect output(STDOUT_FILENO, folder / "output");
-    const Redirect errors(STDERR_FILENO, folder / "errors");
+    const Redirect output(STDOUT_FILENO, directory / "output");
+    const Redirect errors(STDERR_FILENO, directory / "errors");
     client = ::fork();
     if (client == 0) run(arguments, prepare);
   }
   const int status = exit_status_of(client);
-  return {status, read_file(folder / "output"), read_file(folder / "errors")};
+  return {status, read_file(directory / "output"), read_file(directory / "errors")};
 }
 
 WithoutPackages::WithoutPackages() {

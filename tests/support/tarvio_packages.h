@@ -1,4 +1,4 @@
-// Folders that package files are made from, and package files made by hand.
+// Directories that package files are made from, and package files made by hand.
 #ifndef TARVIO_TESTS_SUPPORT_TARVIO_PACKAGES_H
 #define TARVIO_TESTS_SUPPORT_TARVIO_PACKAGES_H
 
@@ -13,31 +13,31 @@
 
 namespace tarvio_test {
 
-// Runs a line under the shell in a folder.
-inline void shell(const std::filesystem::path& folder, const std::string& line) {
-  const std::string command = "cd '" + folder.string() + "' && { " + line + "\n} 2>&1";
+// Runs a line under the shell in a directory.
+inline void shell(const std::filesystem::path& directory, const std::string& line) {
+  const std::string command = "cd '" + directory.string() + "' && { " + line + "\n} 2>&1";
   EXPECT_EQ(std::system(command.c_str()), 0) << command;
 }
 
-// The temporary folder of the programs that a test runs: shows what they leave behind.
-class PrivateTemporaryFolder {
+// The temporary directory of the programs that a test runs: shows what they leave behind.
+class PrivateTemporaryDirectory {
  public:
-  PrivateTemporaryFolder() { ::setenv("TMPDIR", folder_.path().c_str(), 1); }
-  ~PrivateTemporaryFolder() { ::setenv("TMPDIR", before_.c_str(), 1); }
-  PrivateTemporaryFolder(const PrivateTemporaryFolder&) = delete;
-  PrivateTemporaryFolder& operator=(const PrivateTemporaryFolder&) = delete;
+  PrivateTemporaryDirectory() { ::setenv("TMPDIR", directory_.path().c_str(), 1); }
+  ~PrivateTemporaryDirectory() { ::setenv("TMPDIR", before_.c_str(), 1); }
+  PrivateTemporaryDirectory(const PrivateTemporaryDirectory&) = delete;
+  PrivateTemporaryDirectory& operator=(const PrivateTemporaryDirectory&) = delete;
 
-  const std::filesystem::path& path() const { return folder_.path(); }
+  const std::filesystem::path& path() const { return directory_.path(); }
   std::vector<std::string> entries() const {
     std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+    for (const auto& entry : std::filesystem::directory_iterator(directory_.path()))
       names.push_back(entry.path().filename());
     return names;
   }
 
  private:
   const std::string before_ = std::filesystem::temp_directory_path();
-  const TempDir folder_;
+  const TempDir directory_;
 };
 
 inline constexpr char kSampleControl[] =
@@ -48,10 +48,10 @@ inline constexpr char kImageTqControl[] =
     "TqPackageCategory: Image\nTqPackageSubCategory: Image_Other\n"
     "TqDataTarget: kernel\nTqDataTarget: rootfs\n";
 
-// A folder "clock" that can be packed.
-class SampleFolder {
+// A directory "clock" that can be packed.
+class SampleDirectory {
  public:
-  SampleFolder() {
+  SampleDirectory() {
     std::filesystem::create_directories(*this / "data/opt/clock");
     write("control", kSampleControl);
     write("tqcontrol", kSampleTqControl);
@@ -63,7 +63,7 @@ class SampleFolder {
   std::filesystem::path operator/(std::string_view name) const {
     return place_.path() / "clock" / name;
   }
-  // Beside the folder.
+  // Beside the directory.
   std::filesystem::path beside(std::string_view name) const { return place_ / name; }
   void write(std::string_view name, std::string_view content) const {
     write_file(*this / name, content);
@@ -78,24 +78,24 @@ class HandMadePackage {
  public:
   explicit HandMadePackage(const std::string& control = kSampleControl,
                            const std::string& tqcontrol = kSampleTqControl) {
-    write_file(folder_ / "control", control);
-    write_file(folder_ / "tqcontrol", tqcontrol);
-    write_file(folder_ / "debian-binary", "2.0\n");
-    std::filesystem::create_directory(folder_ / "data");
-    write_file(folder_ / "data/face", std::string(3000, '1'));
+    write_file(directory_ / "control", control);
+    write_file(directory_ / "tqcontrol", tqcontrol);
+    write_file(directory_ / "debian-binary", "2.0\n");
+    std::filesystem::create_directory(directory_ / "data");
+    write_file(directory_ / "data/face", std::string(3000, '1'));
     shell("tar czf control.tar.gz ./control ./tqcontrol");
     shell("tar czf data.tar.gz -C data .");
     build();
   }
 
-  void shell(const std::string& line) const { tarvio_test::shell(folder_.path(), line); }
+  void shell(const std::string& line) const { tarvio_test::shell(directory_.path(), line); }
   // With the archives as they are now.
   void build() const { shell("rm -f clock.tbx; ar rc clock.tbx debian-binary *.tar.gz"); }
-  std::string path() const { return folder_ / "clock.tbx"; }
-  std::filesystem::path operator/(std::string_view name) const { return folder_ / name; }
+  std::string path() const { return directory_ / "clock.tbx"; }
+  std::filesystem::path operator/(std::string_view name) const { return directory_ / name; }
 
  private:
-  const TempDir folder_;
+  const TempDir directory_;
 };
 
 }  // namespace tarvio_test

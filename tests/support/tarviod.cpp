@@ -26,12 +26,12 @@ void become_stream(const std::string& file, int flags, int stream) {
 }
 
 [[noreturn]] void run(const std::vector<std::string>& arguments,
-                      const std::function<void()>& prepare, const TempDir& folder) {
+                      const std::function<void()>& prepare, const TempDir& directory) {
   constexpr int kToFile = O_WRONLY | O_CREAT | O_APPEND;
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   become_stream("/dev/null", O_RDONLY, STDIN_FILENO);
-  become_stream(folder / "output", kToFile, STDOUT_FILENO);
-  become_stream(folder / "errors", kToFile, STDERR_FILENO);
+  become_stream(directory / "output", kToFile, STDOUT_FILENO);
+  become_stream(directory / "errors", kToFile, STDERR_FILENO);
   prepare();
   ::close_range(STDERR_FILENO + 1, ~0U, 0);
   std::vector<char*> argv = {const_cast<char*>("tarviod")};
@@ -44,10 +44,10 @@ void become_stream(const std::string& file, int flags, int stream) {
 }  // namespace
 
 Tarviod::Tarviod(const std::vector<std::string>& arguments, const std::function<void()>& prepare) {
-  write_file(folder_ / "output", "");
-  write_file(folder_ / "errors", "");
+  write_file(directory_ / "output", "");
+  write_file(directory_ / "errors", "");
   pid_ = ::fork();
-  if (pid_ == 0) run(arguments, prepare, folder_);
+  if (pid_ == 0) run(arguments, prepare, directory_);
 }
 
 Tarviod::~Tarviod() {

@@ -34,8 +34,8 @@ class Tarviod {
 
   pid_t pid() const { return pid_; }
   // What it has written so far.
-  std::string output() const { return read_file(folder_ / "output"); }
-  std::string errors() const { return read_file(folder_ / "errors"); }
+  std::string output() const { return read_file(directory_ / "output"); }
+  std::string errors() const { return read_file(directory_ / "errors"); }
 
   // Waits for the message that tells that requests are answered.
   testing::AssertionResult answers();
@@ -45,7 +45,7 @@ class Tarviod {
   int end();
 
  private:
-  const TempDir folder_;
+  const TempDir directory_;
   pid_t pid_ = -1;
   bool ended_ = false;
   int status_ = 0;

@@ -46,9 +46,9 @@ pid_t reader_of(const Tarviod& manager) {
 
 size_t descriptors_of(pid_t process) {
   std::error_code gone;
-  const std::filesystem::directory_iterator folder("/proc/" + std::to_string(process) + "/fd",
-                                                   gone);
-  return static_cast<size_t>(std::distance(begin(folder), end(folder)));
+  const std::filesystem::directory_iterator directory("/proc/" + std::to_string(process) + "/fd",
+                                                      gone);
+  return static_cast<size_t>(std::distance(begin(directory), end(directory)));
 }
 
 namespace {
@@ -65,10 +65,10 @@ bool sleeps(pid_t process) {
 // is loaded, and for a moment at the begin of a read, when it does not sleep.
 bool has_read(pid_t reader) {
   if (!sleeps(reader)) return false;
-  const std::filesystem::path folder = "/proc/" + std::to_string(reader) + "/fd";
+  const std::filesystem::path directory = "/proc/" + std::to_string(reader) + "/fd";
   std::error_code gone;
   const auto file_of = [&](size_t descriptor) {
-    return std::filesystem::read_symlink(folder / std::to_string(descriptor), gone).string();
+    return std::filesystem::read_symlink(directory / std::to_string(descriptor), gone).string();
   };
   const std::string one_end = file_of(kOwnDescriptors);
   return one_end.starts_with("pipe:") && one_end == file_of(kOwnDescriptors + 1) &&

@@ -1,11 +1,10 @@
 #include <errno.h>
 #include <string.h>
 
-#include "log/tq_syslog_binding/unit.h"
+#include "base/chain.h"
+#include "base/owners.h"
 #include "tarvio/log_monitor.h"
 #include "tarvio/text.h"
-#include "util/chain.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
 
 static_assert(sizeof(tq_log_binding) == 5 * sizeof(void*));
@@ -14,8 +13,6 @@ tq_list_t* syslog_hook = nullptr;
 void* tq_log_monitor = nullptr;
 
 namespace {
-
-constexpr const char* kSource = tarvio::kSyslogBindingSource;
 
 struct Place {
   int32_t index;  // the number of hooks when there is no such hook

@@ -5,10 +5,9 @@
 #include <cstddef>
 #include <utility>
 
-#include "log/tq_syslog_binding/unit.h"
+#include "base/owners.h"
 #include "tarvio/log_monitor.h"
 #include "tarvio/text.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
 
 static_assert(offsetof(tq_syslog_line, ident) == sizeof(void*));
@@ -16,8 +15,6 @@ static_assert(offsetof(tq_syslog_line, message) == 2 * sizeof(void*));
 static_assert(sizeof(tq_syslog_line) == 3 * sizeof(void*));
 
 namespace {
-
-constexpr const char* kSource = tarvio::kSyslogBindingSource;
 
 constexpr size_t kMonthLetters = 3;
 constexpr std::array<const char*, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",

@@ -2,19 +2,17 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "log/tq_syslog_binding/unit.h"
+#include "base/line_reader.h"
+#include "base/owners.h"
 #include "tarvio/log_monitor.h"
 #include "tarvio/process.h"
 #include "tarvio/text.h"
-#include "util/handles.h"
-#include "util/line_reader.h"
 #include "util/log_macros.h"
 
 char* tq_last_syslog = nullptr;
 
 namespace {
 
-constexpr const char* kSource = tarvio::kSyslogBindingSource;
 constexpr size_t kPieceSize = 255;
 constexpr size_t kReadAheadBytes = 64UL * 1024;  // what a pipe holds
 constexpr int kNoMatch = -1;
@@ -62,10 +60,11 @@ bool take(Output& output, const char* line, const char* last) {
 int read_output(int fd, const char* last, Output& output) {
   const tarvio::CString ahead(static_cast<char*>(malloc(kReadAheadBytes)));
   if (ahead == nullptr) return ENOMEM;
-  tarvio::LineReader reader(fd, {ahead.get(), kReadAheadBytes}, tarvio::LineEnd::kLineFeed);
-  char piece[kPieceSize];
-  while (reader.next(piece)) {
-    if (!take(output, piece, last)) return ENOMEM;
+  char room[kPieceSize];
+  tarvio::LineCutter piece(tarvio::LineEnd::kLineFeed, room);
+  tarvio::LineReader reader(fd, {ahead.get(), kReadAheadBytes}, piece);
+  while (reader.next()) {
+    if (!take(output, piece.text(), last)) return ENOMEM;
   }
   return 0;
 }

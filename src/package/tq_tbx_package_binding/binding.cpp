@@ -1,5 +1,5 @@
+#include "base/owners.h"
 #include "tarvio/package.h"
-#include "util/handles.h"
 
 static_assert(sizeof(tq_package_binding) == 9 * sizeof(void*));
 

@@ -1,14 +1,11 @@
 #include <errno.h>
 #include <pthread.h>
 
-#include "package/tq_tbx_package_binding/unit.h"
+#include "base/lock.h"
 #include "tarvio/package.h"
-#include "util/lock.h"
 #include "util/log_macros.h"
 
 namespace {
-
-constexpr const char* kSource = tarvio::kPackageBindingSource;
 
 struct FrontState {
   pthread_mutex_t mutex;             // two clients may set up at the same time

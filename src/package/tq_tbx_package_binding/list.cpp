@@ -6,16 +6,15 @@
 #include <span>
 #include <string_view>
 
+#include "base/offline_root.h"
+#include "base/owners.h"
 #include "package/tq_tbx_package_binding/category.h"
-#include "package/tq_tbx_package_binding/unit.h"
 #include "tarvio/conf.h"
 #include "tarvio/file.h"
 #include "tarvio/opkg.h"
 #include "tarvio/package.h"
 #include "tarvio/text.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
-#include "util/offline_root.h"
 
 using tarvio::Conf;
 using tarvio::CString;
@@ -27,7 +26,6 @@ static_assert(offsetof(tq_package_info, subtype) == 2 * sizeof(void*) + 4);
 
 namespace {
 
-constexpr const char* kSource = tarvio::kPackageBindingSource;
 constexpr char kFunction[] = "tq_tbx_list";
 constexpr char kMallocError[] = "malloc error";
 constexpr char kInfoDirectory[] = "/usr/lib/opkg/info";

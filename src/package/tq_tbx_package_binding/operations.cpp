@@ -4,19 +4,17 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "base/owners.h"
 #include "package/tq_tbx_package_binding/operand.h"
-#include "package/tq_tbx_package_binding/unit.h"
 #include "tarvio/file.h"
 #include "tarvio/opkg.h"
 #include "tarvio/package.h"
 #include "tarvio/tbx.h"
 #include "tarvio/text.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
 
 namespace {
 
-constexpr const char* kSource = tarvio::kPackageBindingSource;
 constexpr char kInstall[] = "tq_tbx_install";
 constexpr char kRemove[] = "tq_tbx_remove";
 constexpr char kFiles[] = "tq_tbx_files";

@@ -7,17 +7,15 @@
 #include <limits>
 #include <optional>
 
-#include "package/tq_tbx_package_binding/unit.h"
+#include "base/owners.h"
 #include "tarvio/file.h"
 #include "tarvio/package.h"
 #include "tarvio/tbx.h"
 #include "tarvio/text.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
 
 namespace {
 
-constexpr const char* kSource = tarvio::kPackageBindingSource;
 constexpr char kCheckSize[] = "tq_tbx_check_file_size";
 constexpr std::array<const char*, 3> kMembers = {"control.tar.gz", "data.tar.gz", "debian-binary"};
 constexpr size_t kPieceSize = 4096;

@@ -2,12 +2,10 @@
 #ifndef TARVIO_SRC_UTIL_TQ_LOAD_CONF_CONF_OWNER_H
 #define TARVIO_SRC_UTIL_TQ_LOAD_CONF_CONF_OWNER_H
 
+#include "base/owners.h"
 #include "tarvio/conf.h"
-#include "util/handles.h"
 
 namespace tarvio {
-
-inline constexpr char kLoadConfSource[] = "util/tq_load_conf";
 
 inline Conf make_conf() {
   Conf conf(allocate<tq_conf>().release());

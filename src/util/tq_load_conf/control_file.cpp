@@ -9,7 +9,6 @@ using tarvio::Conf;
 
 namespace {
 
-constexpr const char* kSource = tarvio::kLoadConfSource;
 constexpr size_t kPieceSize = 256;  // a longer line counts as several
 constexpr char kSeparators[] = ": ";
 

@@ -7,7 +7,6 @@ using tarvio::Conf;
 
 namespace {
 
-constexpr const char* kSource = tarvio::kLoadConfSource;
 constexpr char kFunction[] = "tq_conf_open2";
 constexpr size_t kGrowth = 1024;
 constexpr char kBlanks[] = " \t";

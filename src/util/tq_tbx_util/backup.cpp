@@ -3,22 +3,20 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "base/chain.h"
+#include "base/directory_change.h"
+#include "base/flash_areas.h"
+#include "base/owners.h"
 #include "tarvio/archive.h"
 #include "tarvio/backup.h"
 #include "tarvio/file.h"
 #include "tarvio/text.h"
-#include "util/chain.h"
-#include "util/flash_areas.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
 #include "util/tool_command.h"
 #include "util/tq_tbx_util/system_version.h"
-#include "util/tq_tbx_util/unit.h"
-#include "util/work_directory.h"
 
 namespace {
 
-constexpr const char* kSource = tarvio::kTbxUtilSource;
 constexpr char kNoName[] = "SystemImage";
 constexpr char kControl[] = "./control";
 constexpr char kTqControl[] = "./tqcontrol";
@@ -167,7 +165,7 @@ int tq_tbx_backup_areas(tq_list_t* areas, const char* workdir, const char* dest,
   TQ_DEBUG("get package version %s", version == nullptr ? "" : version.get());
 
   TQ_DEBUG("change dir %s", workdir);
-  const tarvio::WorkDirectory directory(workdir);
+  const tarvio::DirectoryChange directory(workdir);
   if (directory.error() != 0) {
     TQ_ERROR("can't change directory %s", workdir);
     return directory.error();

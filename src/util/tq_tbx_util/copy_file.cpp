@@ -3,14 +3,12 @@
 #include <string.h>
 #include <sys/sendfile.h>
 
+#include "base/owners.h"
 #include "tarvio/tbx.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
-#include "util/tq_tbx_util/unit.h"
 
 namespace {
 
-constexpr const char* kSource = tarvio::kTbxUtilSource;
 constexpr char kCopyFile[] = "tq_copy_file";
 constexpr size_t kPieceSize = 1024;
 constexpr size_t kKernelPiece = 1 << 20;

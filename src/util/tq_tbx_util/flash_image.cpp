@@ -1,16 +1,14 @@
 #include <errno.h>
 #include <sys/mount.h>
 
+#include "base/offline_root.h"
 #include "tarvio/archive.h"
 #include "tarvio/backup.h"
 #include "tarvio/nand.h"
 #include "util/log_macros.h"
-#include "util/offline_root.h"
-#include "util/tq_tbx_util/unit.h"
 
 namespace {
 
-constexpr const char* kSource = tarvio::kTbxUtilSource;
 constexpr char kDataArchive[] = "data.tar.gz";
 
 int report_failed_jffs2(const char* device, const char* image_file, int code) {

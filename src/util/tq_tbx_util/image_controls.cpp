@@ -1,16 +1,9 @@
 #include <errno.h>
 #include <stdio.h>
 
+#include "base/owners.h"
 #include "tarvio/backup.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
-#include "util/tq_tbx_util/unit.h"
-
-namespace {
-
-constexpr const char* kSource = tarvio::kTbxUtilSource;
-
-}  // namespace
 
 int tq_create_image_controls(const char* package_name, const char* version) {
   if (package_name == nullptr) return EINVAL;

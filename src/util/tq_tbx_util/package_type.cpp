@@ -4,18 +4,16 @@
 
 #include <array>
 
+#include "base/owners.h"
 #include "tarvio/archive.h"
 #include "tarvio/conf.h"
 #include "tarvio/file.h"
 #include "tarvio/tbx.h"
 #include "tarvio/text.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
-#include "util/tq_tbx_util/unit.h"
 
 namespace {
 
-constexpr const char* kSource = tarvio::kTbxUtilSource;
 constexpr char kControlArchive[] = "./control.tar.gz";
 constexpr char kTqControl[] = "./tqcontrol";
 constexpr char kTarget[] = "TqDataTarget:";

@@ -1,20 +1,17 @@
 #include <errno.h>
 #include <string.h>
 
+#include "base/chain.h"
+#include "base/directory_change.h"
+#include "base/flash_areas.h"
+#include "base/owners.h"
 #include "tarvio/archive.h"
 #include "tarvio/backup.h"
 #include "tarvio/tbx.h"
-#include "util/chain.h"
-#include "util/flash_areas.h"
-#include "util/handles.h"
 #include "util/log_macros.h"
 #include "util/tool_command.h"
-#include "util/tq_tbx_util/unit.h"
-#include "util/work_directory.h"
 
 namespace {
-
-constexpr const char* kSource = tarvio::kTbxUtilSource;
 
 using tarvio::FlashArea;
 using tarvio::kFlashAreas;
@@ -88,7 +85,7 @@ int tq_tbx_restore(const char* package, const char* workdir) {
     TQ_WARNING("the name of the image package is too long: %s", package);
     return ENAMETOOLONG;
   }
-  const tarvio::WorkDirectory directory(workdir);
+  const tarvio::DirectoryChange directory(workdir);
   if (directory.error() != 0) return directory.error();
   const tarvio::StringList lines(tq_list_create());
   if (lines == nullptr) return ENOMEM;

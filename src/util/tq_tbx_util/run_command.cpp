@@ -7,11 +7,9 @@
 
 #include "tarvio/tbx.h"
 #include "util/log_macros.h"
-#include "util/tq_tbx_util/unit.h"
 
 namespace {
 
-constexpr const char* kSource = tarvio::kTbxUtilSource;
 constexpr char kRunCommand[] = "tq_run_command";
 
 // Everything of this unit is logged at the lowest level, errors too, on purpose.

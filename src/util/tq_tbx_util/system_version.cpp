@@ -4,16 +4,14 @@
 #include <string.h>
 #include <sys/mount.h>
 
+#include "base/offline_root.h"
 #include "tarvio/opkg.h"
 #include "tarvio/text.h"
 #include "util/log_macros.h"
-#include "util/offline_root.h"
-#include "util/tq_tbx_util/unit.h"
 
 namespace tarvio {
 namespace {
 
-constexpr const char* kSource = kTbxUtilSource;
 constexpr char kWritableDevice[] = "/dev/mtdblock5";
 constexpr char kVersionFile[] = "/etc/systemversion";
 constexpr char kInfoDirectory[] = "/usr/lib/opkg/info/";

@@ -1,7 +1,7 @@
 #ifndef TARVIO_SRC_UTIL_TQ_TBX_UTIL_SYSTEM_VERSION_H
 #define TARVIO_SRC_UTIL_TQ_TBX_UTIL_SYSTEM_VERSION_H
 
-#include "util/handles.h"
+#include "base/owners.h"
 
 namespace tarvio {
 

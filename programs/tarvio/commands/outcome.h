@@ -1,0 +1,36 @@
+// The work on the operands of a command: one that fails does not hide the others.
+#ifndef TARVIO_CLIENT_COMMANDS_OUTCOME_H
+#define TARVIO_CLIENT_COMMANDS_OUTCOME_H
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "process/exit_status.h"
+
+namespace client {
+
+// What came of one operand.
+struct Outcome {
+  std::string operand;
+  int32_t code = 0;
+  std::string message;
+  ExitStatus status = kDone;
+};
+
+// Does the work, and complains when it throws a Failure, "cannot VERB 'OPERAND': ..."
+Outcome attempt(const char* verb, const std::string& operand, const std::function<void()>& work);
+
+// The exit status that tells of all the records' outcomes.
+template <typename Record>
+int worst_status(const std::vector<Record>& records) {
+  ExitStatus worst = kDone;
+  for (const Record& record : records) worst = std::max(worst, record.outcome.status);
+  return worst;
+}
+
+}  // namespace client
+
+#endif

@@ -1,0 +1,49 @@
+#include "flash/area_parts.h"
+
+#include <algorithm>
+
+namespace client {
+
+namespace {
+
+constexpr size_t kLongestName = 100;  // there must be room for the rest of a command line
+
+bool is_plain(char letter) {
+  constexpr std::string_view kMarks = "._+-";
+  return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
+         (letter >= '0' && letter <= '9') || kMarks.find(letter) != std::string_view::npos;
+}
+
+}  // namespace
+
+const FlashArea* find_area(std::string_view name) {
+  const auto* const found =
+      std::find_if(tarvio::kFlashAreas.begin(), tarvio::kFlashAreas.end(),
+                   [name](const FlashArea& area) { return area.name == name; });
+  return found == tarvio::kFlashAreas.end() ? nullptr : found;
+}
+
+std::vector<AreaPart> parts_of(const FlashArea& area) {
+  std::vector<AreaPart> parts;
+  if (area.type == TQ_IMAGE_HIBERNATION) {
+    const auto& info = tarvio::kHibernationInfo;
+    parts.push_back({info.file, info.device, static_cast<unsigned>(info.start),
+                     static_cast<uint64_t>(info.backup_bytes),
+                     static_cast<uint64_t>(info.erased_bytes)});
+  }
+  parts.push_back({area.file, area.target, 0, static_cast<uint64_t>(area.backup_bytes),
+                   static_cast<uint64_t>(area.bytes)});
+  return parts;
+}
+
+const char* member_of(const AreaPart& part) { return part.file + 2; }
+
+const char* method_of(const FlashArea& area) { return area.is_jffs2 ? "file system" : "raw"; }
+
+bool is_image_file_name(std::string_view path) {
+  const std::string_view name = path.substr(path.rfind('/') + 1);
+  return !name.empty() && name.size() <= kLongestName && name != "." && name != ".." &&
+         std::all_of(name.begin(), name.end(), is_plain);
+}
+
+}  // namespace client

@@ -1,0 +1,154 @@
+#include "flash/backup_run.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "base/owners.h"
+#include "flash/area_parts.h"
+#include "flash/flash_job.h"
+#include "flash/flash_space.h"
+#include "flash/image_archive.h"
+#include "flash/image_check.h"
+#include "process/failure.h"
+#include "terminal/output.h"
+#include "terminal/printable_text.h"
+
+namespace client {
+
+namespace {
+
+constexpr char kOutput[] = "out";  // in the work directory: the directory of the package
+
+std::string name_of(const std::string& file) { return file.substr(file.rfind('/') + 1); }
+
+void sync(const std::string& path, int flags) {
+  const tarvio::Fd file(open(path.c_str(), flags | O_CLOEXEC));
+  if (!file.valid() || fsync(file.get()) != 0) {
+    throw Failure::of_system("cannot write '" + path + "'");
+  }
+}
+
+// The hibernation area comes last: whoever restores the boot settings behind it erases its
+// information block.
+std::vector<const FlashArea*> areas_in_order(const std::vector<std::string>& names) {
+  std::vector<const FlashArea*> areas;
+  areas.reserve(names.size());
+  for (const std::string& name : names) areas.push_back(find_area(name));
+  std::stable_partition(areas.begin(), areas.end(),
+                        [](const FlashArea* area) { return area->type != TQ_IMAGE_HIBERNATION; });
+  return areas;
+}
+
+class BackupRun {
+ public:
+  BackupRun(const BackupRequest& request, SavedImage& image)
+      : request_(request),
+        image_(image),
+        areas_(areas_in_order(request.areas)),
+        target_directory_(directory_of(request.file)),
+        work_place_(request.work_directory.empty() ? target_directory_ : request.work_directory),
+        progress_(request.progress) {}
+
+  void run() {
+    check_target();
+    const FlashLock lock;
+    for (const std::string& place : {work_place_, target_directory_}) {
+      WorkDirectory::remove_left_over(work_directory_in(place));
+    }
+    check_room();
+    const WorkDirectory directory(work_directory_in(work_place_));
+    try {
+      run_in(directory, lock);
+    } catch (const Interrupted&) {
+      progress_.give_up();
+      complain("interrupted: nothing is saved, and '" + request_.file + "' is as it was before");
+      throw;
+    }
+  }
+
+ private:
+  void check_target() const {
+    struct stat status = {};
+    if (lstat(request_.file.c_str(), &status) != 0) return;
+    if (S_ISDIR(status.st_mode)) throw Failure(EISDIR, "it is a directory");
+    if (request_.overwrite) return;
+    throw Failure(EEXIST, "it is there already: --overwrite replaces it");
+  }
+
+  // One area's file at a time lies in the work directory. The package is there twice while ar adds to
+  // it.
+  void check_room() const {
+    uint64_t sum = 0;
+    uint64_t largest = 0;
+    for (const FlashArea* const area : areas_) {
+      uint64_t bytes = 0;
+      for (const AreaPart& part : parts_of(*area)) bytes += part.backup_bytes;
+      sum += bytes;
+      largest = std::max(largest, bytes);
+    }
+    check_space({work_place_, largest}, {target_directory_, 2 * sum});
+  }
+
+  void run_in(const WorkDirectory& directory, const FlashLock& lock) {
+    // The package grows beside its place, where it can be renamed. The library, which hands paths
+    // to the shell, sees it by way of the work directory.
+    const WorkDirectory target(work_directory_in(target_directory_));
+    const tarvio::CString path(realpath(target.path().c_str(), nullptr));
+    if (path == nullptr || symlink(path.get(), (directory / kOutput).c_str()) != 0) {
+      throw Failure::of_system("cannot write in '" + work_place_ + "'");
+    }
+    const FlashJobs jobs(directory, lock, progress_, request_.timeout_seconds);
+    const std::string name = name_of(request_.file);
+    AreaSaving(areas_, jobs, image_.areas).run(std::string(kOutput) + "/" + name);
+    check(ArchiveFile(target / name), jobs);
+    put_in_place(target / name);
+  }
+
+  void check(const ArchiveFile& package, const FlashJobs& jobs) {
+    (void)package.find("control.tar.gz");
+    for (SavedArea& saved : image_.areas) {
+      const FlashArea& area = *find_area(saved.name);
+      try {
+        saved.size_bytes = check_saved(package, area);
+        if (request_.verify && !area.is_jffs2) verify_area(package, area, jobs);
+      } catch (const Failure& failure) {
+        saved.failure = failure.what();
+        throw Failure(failure.code(), saved.name + ": " + failure.what(), failure.status());
+      }
+    }
+  }
+
+  void verify_area(const ArchiveFile& package, const FlashArea& area, const FlashJobs& jobs) {
+    progress_.begin(area.name);
+    progress_.end("verified", verify(package, area, jobs));
+  }
+
+  // A reader sees the old file or the whole new one, even when the power fails.
+  void put_in_place(const std::string& package) {
+    sync(package, O_RDONLY);
+    image_.size_bytes = size_of_file(package);
+    if (rename(package.c_str(), request_.file.c_str()) != 0) {
+      throw Failure::of_system("cannot write '" + request_.file + "'");
+    }
+    sync(target_directory_, O_RDONLY | O_DIRECTORY);
+  }
+
+  const BackupRequest& request_;
+  SavedImage& image_;
+  const std::vector<const FlashArea*> areas_;
+  const std::string target_directory_;
+  const std::string work_place_;
+  Progress progress_;
+};
+
+}  // namespace
+
+void back_up(const BackupRequest& request, SavedImage& image) { BackupRun(request, image).run(); }
+
+}  // namespace client

@@ -1,0 +1,88 @@
+#include "flash/flash_guard.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/file.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <string_view>
+
+#include "process/failure.h"
+#include "process/system_file.h"
+#include "terminal/printable_text.h"
+
+namespace client {
+
+namespace {
+
+constexpr char kLockFile[] = "/run/tarvio-flash.lock";
+constexpr mode_t kOwnerOnly = 0600;
+
+// The tools of a run that was ended need a moment to be gone, and with them their mounts.
+constexpr int kMostTries = 20;
+constexpr useconds_t kBetweenTries = 100'000;
+
+[[noreturn]] void fail_locked() {
+  throw Failure(EBUSY, "another backup or restore runs on this device");
+}
+
+// What the kernel calls an area as a block device, "/dev/mtdblockN".
+std::string block_device_of(const tarvio::FlashArea& area) {
+  const std::string target = area.target;
+  return "/dev/mtdblock" + target.substr(target.find_first_of("0123456789"));
+}
+
+bool is_root(const std::string& device) {
+  const std::string line = read_system_file("/proc/cmdline");
+  std::string_view rest = line;
+  std::string_view root;
+  for (auto word = take_word(rest); !word.empty(); word = take_word(rest)) {
+    if (word.starts_with("root=")) root = word;  // the last one counts
+  }
+  return root == "root=" + device;
+}
+
+// Where it is mounted; empty when it is not.
+std::string mount_point_of(const std::string& device) {
+  for (const std::string& line : lines_of(read_system_file("/proc/self/mounts"))) {
+    std::string_view rest = line;
+    if (take_word(rest) == device) return std::string(take_word(rest));
+  }
+  return "";
+}
+
+}  // namespace
+
+FlashLock::FlashLock()
+    : file_(open(kLockFile, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kOwnerOnly)) {
+  if (!file_.valid()) throw Failure::of_system(std::string("cannot open '") + kLockFile + "'");
+  for (int tries = 1; flock(file_.get(), LOCK_EX | LOCK_NB) != 0; ++tries) {
+    if (errno != EWOULDBLOCK) {
+      throw Failure::of_system(std::string("cannot lock '") + kLockFile + "'");
+    }
+    if (tries == kMostTries) fail_locked();
+    (void)usleep(kBetweenTries);
+  }
+}
+
+void FlashLock::share_with_tools() const { (void)fcntl(file_.get(), F_SETFD, 0); }
+
+void keep_mounts_private() {
+  const bool is_apart = unshare(CLONE_NEWNS) == 0;
+  if (!is_apart && errno == EPERM) return;  // who may not do that may not mount either
+  if (!is_apart || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    throw Failure::of_system("cannot keep the mounts private");
+  }
+}
+
+std::string use_of(const tarvio::FlashArea& area) {
+  const std::string device = block_device_of(area);
+  if (is_root(device)) return "the system runs from it";
+  const std::string place = mount_point_of(device);
+  return place.empty() ? "" : "it is mounted on " + place;
+}
+
+}  // namespace client

@@ -1,0 +1,55 @@
+#include "flash/flash_space.h"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <cerrno>
+
+#include "process/failure.h"
+#include "terminal/printable_text.h"
+
+namespace client {
+
+namespace {
+
+struct Space {
+  dev_t device;
+  uint64_t free_bytes;
+};
+
+Space space_in(const std::string& directory) {
+  struct stat status = {};
+  struct statvfs space = {};
+  if (stat(directory.c_str(), &status) != 0 || statvfs(directory.c_str(), &space) != 0) {
+    throw Failure::of_system("cannot tell the free space in '" + directory + "'");
+  }
+  return {status.st_dev, static_cast<uint64_t>(space.f_bavail) * space.f_frsize};
+}
+
+void check(const Need& need, const Space& space) {
+  if (space.free_bytes >= need.bytes) return;
+  throw Failure(ENOSPC, "the work may take " + size_words(need.bytes) + " in '" + need.directory +
+                            "', where " + size_words(space.free_bytes) + " are free");
+}
+
+}  // namespace
+
+std::string directory_of(const std::string& file) {
+  const size_t slash = file.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : file.substr(0, slash);
+}
+
+std::string work_directory_in(const std::string& directory) {
+  return directory + "/.tarvio-flash.";
+}
+
+void check_space(const Need& one, const Need& other) {
+  const Space here = space_in(one.directory);
+  const Space there = space_in(other.directory);
+  if (here.device == there.device) return check({one.directory, one.bytes + other.bytes}, here);
+  check(one, here);
+  check(other, there);
+}
+
+}  // namespace client

@@ -1,0 +1,231 @@
+#include "flash/restore_run.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "flash/area_parts.h"
+#include "flash/flash_guard.h"
+#include "flash/flash_job.h"
+#include "flash/flash_space.h"
+#include "flash/image_archive.h"
+#include "flash/image_check.h"
+#include "packages/package_file.h"
+#include "process/failure.h"
+#include "terminal/output.h"
+#include "terminal/printable_text.h"
+#include "terminal/question.h"
+#include "terminal/text_table.h"
+
+namespace client {
+
+namespace {
+
+using Areas = std::vector<const FlashArea*>;
+
+// The areas that a package names. The library takes the first area whose name occurs in a line, and
+// the boot loader when none does: a line must be the name of just one.
+Areas areas_of(const PackageFile& package) {
+  if (!package.kind || package.kind->category != kImageCategory) {
+    throw Failure(EINVAL, "it is no image package");
+  }
+  Areas areas;
+  for (const std::string& target : package.kind->targets) {
+    const FlashArea* const area = find_area(target);
+    if (area == nullptr) throw Failure(EINVAL, "its target '" + target + "' is no area");
+    if (std::find(areas.begin(), areas.end(), area) != areas.end()) {
+      throw Failure(EINVAL, "it names the target '" + target + "' twice");
+    }
+    areas.push_back(area);
+  }
+  if (areas.empty()) throw Failure(EINVAL, "it names no area");
+  return areas;
+}
+
+// The boot settings' device holds the information block of the hibernation area, which goes with
+// it.
+bool loses_hibernation(const Areas& areas) {
+  const auto is_of = [](int type) {
+    return [type](const FlashArea* area) { return area->type == type; };
+  };
+  const auto first = std::find_if(areas.begin(), areas.end(), is_of(TQ_IMAGE_HIBERNATION));
+  return std::find_if(first, areas.end(), is_of(TQ_IMAGE_BOOTSETTING)) != areas.end();
+}
+
+void check_harmless(const Areas& areas) {
+  for (const FlashArea* const area : areas) {
+    const std::string use = use_of(*area);
+    if (use.empty()) continue;
+    throw Failure(EBUSY, std::string(area->name) + ": " + use + ": --force writes it all the same");
+  }
+  if (loses_hibernation(areas)) {
+    throw Failure(
+        EINVAL,
+        "it names bootsetting behind hibernation, whose information block would be erased "
+        "again: --force writes them all the same");
+  }
+}
+
+std::string table_of(const std::vector<RestoredArea>& restored) {
+  std::vector<Row> rows = {header_of({"NAME", "DEVICE", "SIZE"})};
+  for (const RestoredArea& area : restored) {
+    rows.push_back({{area.name}, {find_area(area.name)->target}, {size_words(area.size_bytes)}});
+  }
+  return render_table(rows, false);
+}
+
+// What is in the flash memory when the work stops in the middle.
+std::string state_of(const std::vector<RestoredArea>& restored) {
+  const std::string unfinished = names_of(restored, AreaState::kUnfinished);
+  const std::string written = names_of(restored, AreaState::kWritten);
+  const std::string untouched = names_of(restored, AreaState::kUntouched);
+  if (unfinished.empty() && written.empty()) return "nothing was written";
+  std::string state;
+  for (const auto& [what, names] : {std::pair{"erased or half written: ", unfinished},
+                                    {"written: ", written},
+                                    {"as before: ", untouched}}) {
+    if (!names.empty()) state += (state.empty() ? "" : "; ") + (what + names);
+  }
+  return state;
+}
+
+class RestoreRun {
+ public:
+  RestoreRun(const RestoreRequest& request, std::vector<RestoredArea>& restored)
+      : request_(request),
+        file_(request.file),
+        restored_(restored),
+        work_place_(request.work_directory.empty() ? directory_of(file_) : request.work_directory),
+        progress_(request.progress) {}
+
+  void run() {
+    const std::string path = readable_file(file_);
+    const FlashLock lock;
+    WorkDirectory::remove_left_over(work_directory_in(work_place_));
+    const WorkDirectory directory(work_directory_in(work_place_));
+    try {
+      run_in(directory, path, lock);
+    } catch (const Interrupted&) {
+      progress_.give_up();
+      complain("interrupted: " + state_of(restored_));
+      throw;
+    } catch (const Failure& failure) {
+      progress_.give_up();
+      throw Failure(failure.code(), std::string(failure.what()) + "; " + state_of(restored_),
+                    failure.status());
+    }
+  }
+
+ private:
+  void run_in(const WorkDirectory& directory, const std::string& path, const FlashLock& lock) {
+    const ArchiveFile package(path);
+    areas_ = areas_of(read_package_file(directory, path, request_.timeout_seconds));
+    const FlashJobs jobs(directory, lock, progress_, request_.timeout_seconds);
+    for (const FlashArea* const area : areas_) restored_.push_back({.name = area->name});
+    check(package, jobs);
+    if (!request_.force) check_harmless(areas_);
+    check_space({work_place_, room()}, {work_place_, 0});
+    confirm(directory.signals());
+    unpack(package, directory);
+    AreaRestoring(areas_, jobs, restored_).run();
+    if (request_.verify) verify_areas(package, jobs);
+    judge();
+  }
+
+  void for_areas(const std::function<void(const FlashArea&, RestoredArea&)>& work) {
+    for (size_t at = 0; at < areas_.size(); ++at) work(*areas_[at], restored_[at]);
+  }
+
+  void check(const ArchiveFile& package, const FlashJobs& jobs) {
+    for_areas([&](const FlashArea& area, RestoredArea& restored) {
+      try {
+        restored.size_bytes = check_to_restore(package, area, jobs);
+      } catch (const Failure& failure) {
+        throw Failure(failure.code(), restored.name + ": " + failure.what(), failure.status());
+      }
+    });
+  }
+
+  // The areas' files lie there all at once before the first one is written, and are gone before the
+  // first dump.
+  [[nodiscard]] uint64_t room() const {
+    uint64_t files = 0;
+    uint64_t dump = 0;
+    for (const RestoredArea& area : restored_) files += area.size_bytes;
+    for (const FlashArea* const area : areas_) {
+      for (const AreaPart& part : parts_of(*area)) {
+        dump = std::max(dump, size_of_device(part.device).bytes);
+      }
+    }
+    return std::max(files, request_.verify ? dump : 0);
+  }
+
+  void confirm(const SignalHold& signals) const {
+    if (request_.yes) return;
+    if (!can_ask()) {
+      throw Failure(EPERM, "nobody can be asked, without a terminal: --yes writes without asking");
+    }
+    const std::string question =
+        table_of(restored_) + "These areas are erased and written anew. Go on? [y/N] ";
+    if (!ask(question, signals)) throw Failure(ECANCELED, "it was not wanted");
+  }
+
+  // All before the first area is erased, so that nothing can be missing behind that.
+  void unpack(const ArchiveFile& package, const WorkDirectory& directory) const {
+    for (const FlashArea* const area : areas_) {
+      for (const AreaPart& part : parts_of(*area)) {
+        package.unpack(package.find(member_of(part)), directory / member_of(part));
+      }
+    }
+  }
+
+  void verify_areas(const ArchiveFile& package, const FlashJobs& jobs) {
+    for_areas([&](const FlashArea& area, RestoredArea& restored) {
+      if (restored.state != AreaState::kWritten) return;
+      progress_.begin(area.name);
+      try {
+        progress_.end("verified", verify(package, area, jobs));
+        restored.is_verified = true;
+      } catch (const Failure& failure) {
+        restored.failure = failure.what();
+        restored.state = AreaState::kUnfinished;
+      }
+    });
+  }
+
+  void judge() {
+    progress_.give_up();
+    std::string failed;
+    for_areas([&](const FlashArea& area, const RestoredArea& restored) {
+      if (restored.state == AreaState::kWritten) return;
+      complain(restored.name + ": " + restored.failure);
+      failed += (failed.empty() ? "" : ", ") + std::string(area.name);
+    });
+    if (!failed.empty()) throw Failure(EIO, failed + " failed");
+  }
+
+  const RestoreRequest& request_;
+  const std::string file_;
+  std::vector<RestoredArea>& restored_;
+  const std::string work_place_;
+  Progress progress_;
+  Areas areas_;
+};
+
+}  // namespace
+
+void restore(const RestoreRequest& request, std::vector<RestoredArea>& restored) {
+  RestoreRun(request, restored).run();
+}
+
+std::string names_of(const std::vector<RestoredArea>& restored, AreaState state) {
+  std::string names;
+  for (const RestoredArea& area : restored) {
+    if (area.state == state) names += (names.empty() ? "" : ", ") + area.name;
+  }
+  return names;
+}
+
+}  // namespace client

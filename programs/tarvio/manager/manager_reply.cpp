@@ -1,0 +1,51 @@
+#include "manager/manager_reply.h"
+
+#include <charconv>
+
+namespace client {
+
+namespace {
+
+std::optional<int32_t> parse_number(std::string_view text) {
+  int32_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stopped_at, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stopped_at != end) return std::nullopt;
+  return number;
+}
+
+// Takes a line and its line feed off the text; none when there is no line feed.
+std::optional<std::string_view> take_line(std::string_view& text) {
+  const size_t end = text.find('\n');
+  if (end == std::string_view::npos) return std::nullopt;
+  const std::string_view line = text.substr(0, end);
+  text.remove_prefix(end + 1);
+  return line;
+}
+
+}  // namespace
+
+StatusReply parse_statuses(std::string_view bytes) {
+  StatusReply reply;
+  while (reply.complete && !bytes.empty()) {
+    const std::optional<std::string_view> name = take_line(bytes);
+    const std::optional<std::string_view> state_text = take_line(bytes);
+    const std::optional<int32_t> state = state_text ? parse_number(*state_text) : std::nullopt;
+    if (!name || !state) {
+      reply.complete = false;
+      break;
+    }
+    const std::optional<std::string_view> detail = take_line(bytes);
+    reply.complete = detail.has_value();
+    reply.statuses.push_back({std::string(*name), *state, std::string(detail ? *detail : bytes)});
+  }
+  return reply;
+}
+
+std::optional<int32_t> parse_result_code(std::string_view bytes) {
+  const std::optional<std::string_view> line = take_line(bytes);
+  if (!line || (!bytes.empty() && bytes != "\n")) return std::nullopt;
+  return parse_number(*line);
+}
+
+}  // namespace client

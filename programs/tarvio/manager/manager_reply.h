@@ -1,0 +1,37 @@
+// What the manager answers.
+#ifndef TARVIO_CLIENT_MANAGER_MANAGER_REPLY_H
+#define TARVIO_CLIENT_MANAGER_MANAGER_REPLY_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace client {
+
+struct Status {
+  std::string name;
+  int32_t state = 0;
+  std::string detail;
+
+  bool operator==(const Status&) const = default;
+};
+
+struct StatusReply {
+  std::vector<Status> statuses;
+  bool complete = true;  // false when the reply ends, or goes wrong, in the middle of a status
+};
+
+// Reads a status reply: three lines per status. Only a line feed ends a line. Of a reply that is
+// cut or garbled, the statuses before that place are kept, and the last one as soon as its state is
+// known.
+StatusReply parse_statuses(std::string_view bytes);
+
+// Reads the reply to a start or stop request: the result code and one or two line feeds. None when
+// it is anything else.
+std::optional<int32_t> parse_result_code(std::string_view bytes);
+
+}  // namespace client
+
+#endif

@@ -1,0 +1,27 @@
+// What has changed between two looks at the statuses.
+#ifndef TARVIO_CLIENT_MANAGER_STATUS_CHANGES_H
+#define TARVIO_CLIENT_MANAGER_STATUS_CHANGES_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "manager/manager_reply.h"
+
+namespace client {
+
+struct StatusChange {
+  std::string name;
+  std::optional<Status> now;  // none when there is no status of that name any more
+};
+
+// In the order of the later look, those that are gone first.
+std::vector<StatusChange> changes_between(const std::vector<Status>& before,
+                                          const std::vector<Status>& now);
+
+// One line: "NAME  STATE  DETAIL", or "NAME  gone".
+std::string change_line(const StatusChange& change);
+
+}  // namespace client
+
+#endif

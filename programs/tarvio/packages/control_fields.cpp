@@ -1,0 +1,169 @@
+#include "packages/control_fields.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+#include "process/failure.h"
+#include "tarvio/tbx.h"
+
+namespace client {
+
+namespace {
+
+constexpr std::string_view kDigits = "0123456789";
+constexpr std::string_view kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+constexpr char kCategory[] = "TqPackageCategory";
+constexpr char kSubcategory[] = "TqPackageSubCategory";
+constexpr char kTarget[] = "TqDataTarget";
+constexpr char kApplication[] = "Application";
+constexpr char kImage[] = "Image";
+// With the longest ending behind it, ".tqstartapp", it is still the name of a file.
+constexpr size_t kLongestName = 244;
+constexpr std::array<const char*, 6> kTargets = {"bootloader", "bootsetting", "kernel",
+                                                 "rootfs",     "writable",    "hibernation"};
+
+[[noreturn]] void refuse(const std::string& what) { throw Failure(EINVAL, what); }
+
+[[noreturn]] void refuse_line(size_t number, const char* what) {
+  refuse("line " + std::to_string(number) + " " + what);
+}
+
+bool is_letter_or_digit(char character) {
+  return kDigits.find(character) != std::string_view::npos ||
+         kLetters.find(character) != std::string_view::npos;
+}
+
+// Letters, digits and the given characters, a letter or digit first.
+bool is_word_of(std::string_view text, std::string_view further) {
+  return !text.empty() && is_letter_or_digit(text.front()) &&
+         std::all_of(text.begin(), text.end(), [further](char each) {
+           return is_letter_or_digit(each) || further.find(each) != std::string_view::npos;
+         });
+}
+
+bool is_control_character(char character) {
+  return (static_cast<unsigned char>(character) < ' ' && character != '\t') || character == '\x7f';
+}
+
+Field field_of(std::string_view line, size_t number) {
+  const size_t colon = line.find(':');
+  if (colon == std::string_view::npos || !is_word_of(line.substr(0, colon), "-")) {
+    refuse_line(number, "is no 'KEY: VALUE'");
+  }
+  std::string_view value = line.substr(colon + 1);
+  if (!value.empty() && value.front() != ' ') refuse_line(number, "has no blank behind the colon");
+  value.remove_prefix(std::min(value.size(), value.find_first_not_of(' ')));
+  return {std::string(line.substr(0, colon)), std::string(value)};
+}
+
+std::string required(const std::vector<Field>& fields, const char* key) {
+  std::string value = value_of(fields, key);
+  if (value.empty()) refuse(std::string(key) + " is missing");
+  return value;
+}
+
+void check_once(const std::vector<Field>& fields) {
+  for (auto field = fields.begin(); field != fields.end(); ++field) {
+    const bool is_again = std::any_of(
+        fields.begin(), field, [&](const Field& before) { return before.key == field->key; });
+    if (is_again && field->key != kTarget) refuse(field->key + " is there twice");
+  }
+}
+
+void check_known(const std::vector<Field>& tqcontrol) {
+  for (const Field& field : tqcontrol) {
+    if (field.key != kCategory && field.key != kSubcategory && field.key != kTarget) {
+      refuse("'" + field.key + "' is no key of it");
+    }
+  }
+}
+
+void check_category(const std::string& category, const std::string& subcategory) {
+  for (const char* known : {kApplication, kImage}) {
+    if (category == known) {
+      if (!subcategory.starts_with(category + "_") ||
+          tq_tbx_conv_package_subtype(subcategory.c_str()) == TQ_TBX_SUBTYPE_NONE) {
+        refuse(std::string(kSubcategory) + " '" + subcategory + "' is none of " + known);
+      }
+    } else if (strcasecmp(category.c_str(), known) == 0) {
+      refuse(std::string(kCategory) + " '" + category + "' must be spelled '" + known + "'");
+    }
+  }
+  // The library reads one word, and takes a colon for an end.
+  if (!is_word_of(category, "-_.") || !is_word_of(subcategory, "-_.")) {
+    refuse(std::string(kCategory) + " and " + kSubcategory + " must be one word each");
+  }
+}
+
+void check_target(const std::string& target) {
+  const auto* const known = std::find(kTargets.begin(), kTargets.end(), target);
+  if (known == kTargets.end()) refuse(std::string(kTarget) + " '" + target + "' is no flash area");
+}
+
+}  // namespace
+
+std::vector<Field> parse_control_file(std::string_view text) {
+  std::vector<Field> fields;
+  for (size_t number = 1; !text.empty(); ++number) {
+    const size_t end = text.find('\n');
+    if (end == std::string_view::npos) refuse_line(number, "has no line end");
+    const std::string_view line = text.substr(0, end);
+    text.remove_prefix(end + 1);
+    if (line.empty()) refuse_line(number, "is empty");
+    if (std::any_of(line.begin(), line.end(), is_control_character)) {
+      refuse_line(number, "holds a control character");
+    }
+    const bool is_further = line.front() == ' ' || line.front() == '\t';
+    if (is_further && fields.empty()) refuse_line(number, "continues nothing");
+    if (!is_further) fields.push_back(field_of(line, number));
+  }
+  return fields;
+}
+
+std::string value_of(const std::vector<Field>& fields, std::string_view key) {
+  const auto field = std::find_if(fields.begin(), fields.end(),
+                                  [key](const Field& each) { return each.key == key; });
+  return field == fields.end() ? "" : field->value;
+}
+
+bool is_package_name(std::string_view text) {
+  return text.size() <= kLongestName && is_word_of(text, "+-._");
+}
+
+void check_control(const std::vector<Field>& control, bool is_image) {
+  check_once(control);
+  const std::string name = required(control, "Package");
+  if (!is_package_name(name)) {
+    refuse("Package '" + name +
+           "' is not made of letters, digits and '+-._', a letter or digit first, 244 at most");
+  }
+  const std::string version = required(control, "Version");
+  if (!is_word_of(version, "+-._~")) {
+    refuse("Version '" + version +
+           "' is not made of letters, digits and '+-._~', a letter or digit first");
+  }
+  (void)required(control, "Maintainer");
+  // Images are written by the image writer and not by opkg, which refuses what has none.
+  if (!is_image) (void)required(control, "Architecture");
+}
+
+void check_tqcontrol(const std::vector<Field>& tqcontrol) {
+  check_known(tqcontrol);
+  check_once(tqcontrol);
+  const std::string category = required(tqcontrol, kCategory);
+  check_category(category, required(tqcontrol, kSubcategory));
+  for (const Field& field : tqcontrol) {
+    if (field.key != kTarget) continue;
+    if (!is_image(tqcontrol)) refuse(std::string(kTarget) + " is for images only");
+    check_target(field.value);
+  }
+}
+
+bool is_image(const std::vector<Field>& tqcontrol) {
+  return value_of(tqcontrol, kCategory) == kImage;
+}
+
+}  // namespace client

@@ -1,0 +1,34 @@
+// The rules for the two control files of a package.
+#ifndef TARVIO_CLIENT_PACKAGES_CONTROL_FIELDS_H
+#define TARVIO_CLIENT_PACKAGES_CONTROL_FIELDS_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace client {
+
+struct Field {
+  std::string key;
+  std::string value;  // its first line
+};
+
+// All fields of a file, in their order. Throws a Failure that names the line which breaks a rule:
+// "KEY: VALUE", further lines of a value begin with a blank.
+std::vector<Field> parse_control_file(std::string_view text);
+
+// The value of the first field with this key; empty when there is none.
+std::string value_of(const std::vector<Field>& fields, std::string_view key);
+
+// Whether opkg, the library and a shell take the text for a package's name.
+bool is_package_name(std::string_view text);
+
+// Both throw a Failure that tells what is missing or wrong.
+void check_control(const std::vector<Field>& control, bool is_image);
+void check_tqcontrol(const std::vector<Field>& tqcontrol);
+
+bool is_image(const std::vector<Field>& tqcontrol);
+
+}  // namespace client
+
+#endif

@@ -1,0 +1,158 @@
+#include "packages/package_file.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <memory>
+
+#include "base/chain.h"
+#include "base/owners.h"
+#include "process/child.h"
+#include "process/failure.h"
+#include "tarvio/archive.h"
+#include "tarvio/conf.h"
+#include "tarvio/list.h"
+#include "tarvio/tbx.h"
+#include "terminal/printable_text.h"
+#include "terminal/words.h"
+
+namespace client {
+
+namespace {
+
+// The library hands names to the shell, so the file gets a plain one.
+constexpr char kLink[] = "package.tbx";
+constexpr std::string_view kExtension = ".tbx";
+constexpr char kControlArchive[] = "./control.tar.gz";
+constexpr char kControl[] = "./control";
+constexpr char kTqControl[] = "./tqcontrol";
+
+// Control files are a few lines: what a hostile archive may write is bounded.
+constexpr rlim_t kMostBytes = 16UL << 20;
+
+enum class Found { kNothing, kFile, kOther };
+
+Found look_for(const char* path) {
+  struct stat status = {};
+  if (lstat(path, &status) != 0) return Found::kNothing;
+  return S_ISREG(status.st_mode) ? Found::kFile : Found::kOther;
+}
+
+void check_plain(const char* path) {
+  if (look_for(path) == Found::kOther) {
+    throw Failure(EINVAL, std::string("its ") + (path + 2) + " is no plain file");
+  }
+}
+
+void check_extracted(int code, const char* archive) {
+  if (code != 0) {
+    throw Failure(code, std::string("cannot unpack ") + archive + ": " + result_words(code));
+  }
+}
+
+std::string value_of(const tarvio::Conf& conf, const char* key) {
+  return conf == nullptr ? "" : tq_conf_read(conf.get(), key);
+}
+
+// Stops tools, which are told so, in place of filling the memory or the flash.
+void bound_files() {
+  const rlimit limit = {kMostBytes, kMostBytes};
+  (void)setrlimit(RLIMIT_FSIZE, &limit);
+  (void)signal(SIGXFSZ, SIG_IGN);
+}
+
+std::string kind_lines() {
+  const tarvio::Conf tqcontrol(tq_conf_open(kTqControl));
+  if (tqcontrol == nullptr) throw Failure(EINVAL, "its tqcontrol holds no key");
+  int32_t type = 0;
+  const tarvio::StringList targets(tq_list_create());
+  check_extracted(targets == nullptr ? ENOMEM : tq_tbx_get_package_type("", &type, targets.get()),
+                  "control.tar.gz");
+  std::string lines = value_of(tqcontrol, "TqPackageCategory") + '\n' + std::to_string(type) +
+                      '\n' + value_of(tqcontrol, "TqPackageSubCategory") + '\n';
+  for (const char* line : tarvio::Elements<char>(targets->head)) lines += target_in(line) + '\n';
+  return lines;
+}
+
+// A backup does not know the version of a system without a package of its own.
+void check_told(const PackageFile& package) {
+  const bool is_image = package.kind && package.kind->category == kImageCategory;
+  if (!package.name.empty() && (is_image || !package.version.empty())) return;
+  throw Failure(EINVAL,
+                "its control.tar.gz tells no name and version: it is damaged, or no package file");
+}
+
+// In the work directory, in a process of its own. A result is a line each: name, version and, where
+// there is a tqcontrol, category, its code, subcategory and targets.
+std::string read_control_files(const std::string& path) {
+  if (symlink(path.c_str(), kLink) != 0) throw Failure::of_system("cannot make a link");
+  bound_files();
+  check_extracted(tq_extract_from_ar(kLink, kControlArchive), "it");
+  check_plain(kControlArchive);
+  if (look_for(kControlArchive) == Found::kNothing) {
+    throw Failure(EINVAL, "it holds no control.tar.gz: it is damaged, or no package file");
+  }
+  check_extracted(tq_extract_from_tgz(kControlArchive, kControl), "its control.tar.gz");
+  check_plain(kControl);
+  const tarvio::Conf control(tq_conf_open(kControl));
+  const std::string name = value_of(control, "Package");
+  const std::string version = value_of(control, "Version");
+  check_extracted(tq_extract_from_tgz(kControlArchive, kTqControl), "its control.tar.gz");
+  check_plain(kTqControl);
+  const bool has_kind = look_for(kTqControl) == Found::kFile;
+  return name + '\n' + version + '\n' + (has_kind ? kind_lines() : "");
+}
+
+}  // namespace
+
+bool is_package_file_name(std::string_view path) {
+  const std::string_view name = path.substr(path.rfind('/') + 1);
+  return name.size() > kExtension.size() && name.ends_with(kExtension);
+}
+
+std::string readable_file(const std::string& path) {
+  const tarvio::Fd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!file.valid()) throw Failure(errno, strerror(errno));
+  struct stat status = {};
+  if (fstat(file.get(), &status) != 0) throw Failure(errno, strerror(errno));
+  if (!S_ISREG(status.st_mode)) throw Failure(EINVAL, "it is no plain file");
+  const std::unique_ptr<char, decltype(&std::free)> absolute(realpath(path.c_str(), nullptr),
+                                                             &std::free);
+  if (absolute == nullptr) throw Failure(errno, strerror(errno));
+  return absolute.get();
+}
+
+PackageFile read_package_file(const WorkDirectory& directory, const std::string& absolute_path,
+                              double seconds) {
+  const std::vector<std::string> lines = lines_of(
+      run_job(
+          directory, "ar or tar", [&] { return read_control_files(absolute_path); }, seconds)
+          .result);
+  PackageFile package = {.name = lines.at(0), .version = lines.at(1), .kind = std::nullopt};
+  if (lines.size() > 2) {
+    package.kind =
+        PackageKind{.category = lines.at(2),
+                    .category_code = static_cast<int32_t>(strtol(lines.at(3).c_str(), nullptr, 10)),
+                    .subcategory = lines.at(4),
+                    .subcategory_code = tq_tbx_conv_package_subtype(lines.at(4).c_str()),
+                    .targets = {lines.begin() + 5, lines.end()}};
+  }
+  check_told(package);
+  return package;
+}
+
+std::string target_in(std::string_view line) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  line.remove_prefix(std::min(line.size(), line.find(':') + 1));
+  line.remove_prefix(std::min(line.size(), line.find_first_not_of(kBlanks)));
+  return std::string(line.substr(0, line.find_last_not_of(kBlanks) + 1));
+}
+
+}  // namespace client

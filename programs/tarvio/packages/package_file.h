@@ -1,0 +1,47 @@
+// Package files, and what they tell of themselves.
+#ifndef TARVIO_CLIENT_PACKAGES_PACKAGE_FILE_H
+#define TARVIO_CLIENT_PACKAGES_PACKAGE_FILE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "process/work_directory.h"
+
+namespace client {
+
+inline constexpr char kImageCategory[] = "Image";
+
+// What a package's tqcontrol says. The codes are those of tarvio/tbx.h.
+struct PackageKind {
+  std::string category;
+  int32_t category_code = 0;
+  std::string subcategory;
+  uint32_t subcategory_code = 0;
+  std::vector<std::string> targets;
+};
+
+struct PackageFile {
+  std::string name;
+  std::string version;
+  std::optional<PackageKind> kind;  // none without a tqcontrol
+};
+
+// Whether a path ends in ".tbx", with something before it.
+bool is_package_file_name(std::string_view path);
+
+// The absolute path of a file that can be read. Throws a Failure.
+std::string readable_file(const std::string& path);
+
+// Reads a package file's control files, by way of files in the work directory. Throws a Failure.
+PackageFile read_package_file(const WorkDirectory& directory, const std::string& absolute_path,
+                              double seconds);
+
+// The value of a line of tqcontrol that names a target, as the library hands it out.
+std::string target_in(std::string_view line);
+
+}  // namespace client
+
+#endif

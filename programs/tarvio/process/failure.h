@@ -1,0 +1,34 @@
+// What ends the work on one operand of the command line.
+#ifndef TARVIO_CLIENT_PROCESS_FAILURE_H
+#define TARVIO_CLIENT_PROCESS_FAILURE_H
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "process/exit_status.h"
+
+namespace client {
+
+class Failure : public std::runtime_error {
+ public:
+  Failure(int code, const std::string& what, ExitStatus status = kFailed)
+      : std::runtime_error(what), code_(code), status_(status) {}
+
+  // What failed, with the system's reason for it.
+  static Failure of_system(const std::string& what) {
+    return {errno, what + ": " + strerror(errno)};
+  }
+
+  [[nodiscard]] int code() const { return code_; }
+  [[nodiscard]] ExitStatus status() const { return status_; }
+
+ private:
+  int code_;  // an errno value or a code of the library, never 0
+  ExitStatus status_;
+};
+
+}  // namespace client
+
+#endif

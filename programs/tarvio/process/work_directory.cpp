@@ -1,0 +1,86 @@
+#include "process/work_directory.h"
+
+#include <dirent.h>
+#include <ftw.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "base/owners.h"
+#include "process/failure.h"
+
+namespace client {
+
+namespace {
+
+constexpr int kMaxOpenDirectories = 16;
+constexpr mode_t kOwnerOnly = 0700;
+
+std::string temporary_beginning() {
+  const char* const directory = getenv("TMPDIR");
+  return std::string(directory == nullptr || *directory == '\0' ? "/tmp" : directory) + "/tarvio.";
+}
+
+// Returns 1 for a directory that could not be listed before, which stops the walk.
+int let_list(const char* path, const struct stat* /*status*/, int kind, struct FTW* /*place*/) {
+  if (kind != FTW_D && kind != FTW_DNR) return 0;
+  const bool is_changed = chmod(path, kOwnerOnly) == 0;
+  return kind == FTW_DNR && is_changed ? 1 : 0;
+}
+
+int remove_entry(const char* path, const struct stat* /*status*/, int /*kind*/,
+                 struct FTW* /*place*/) {
+  (void)remove(path);  // the rest is worth removing all the same
+  return 0;
+}
+
+// An archive may bring directories that their owner may not enter.
+void remove_tree(const char* path) {
+  while (nftw(path, let_list, kMaxOpenDirectories, FTW_PHYS) == 1) {
+  }
+  (void)nftw(path, remove_entry, kMaxOpenDirectories, FTW_PHYS | FTW_DEPTH);
+}
+
+bool is_own_directory(const std::string& path) {
+  struct stat status = {};
+  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
+}
+
+// Tools run in the directory itself, where a relative path would lead elsewhere.
+std::string absolute(const std::string& path) {
+  if (path.starts_with('/')) return path;
+  const tarvio::CString current(getcwd(nullptr, 0));
+  if (current == nullptr) throw Failure::of_system("cannot tell the current directory");
+  return std::string(current.get()) + "/" + path;
+}
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const noexcept { (void)closedir(directory); }
+};
+
+}  // namespace
+
+WorkDirectory::WorkDirectory() : WorkDirectory(temporary_beginning()) {}
+
+WorkDirectory::WorkDirectory(const std::string& beginning) : path_(absolute(beginning) + "XXXXXX") {
+  if (mkdtemp(path_.data()) == nullptr) {
+    throw Failure::of_system("cannot make a work directory '" + beginning + "XXXXXX'");
+  }
+}
+
+void WorkDirectory::remove_left_over(const std::string& beginning) {
+  const std::string parent = beginning.substr(0, beginning.rfind('/') + 1);
+  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(parent.c_str()));
+  if (directory == nullptr) return;
+  while (const dirent* const entry = readdir(directory.get())) {
+    const std::string path = parent + entry->d_name;
+    if (path.starts_with(beginning) && is_own_directory(path)) remove_tree(path.c_str());
+  }
+}
+
+WorkDirectory::~WorkDirectory() { remove_tree(path_.c_str()); }
+
+}  // namespace client

@@ -1,0 +1,38 @@
+// A directory for the intermediate files of one operand.
+#ifndef TARVIO_CLIENT_PROCESS_WORK_DIRECTORY_H
+#define TARVIO_CLIENT_PROCESS_WORK_DIRECTORY_H
+
+#include <string>
+
+#include "process/signal_hold.h"
+
+namespace client {
+
+// A new directory that nobody else may enter. It goes with all that is in it at the end of its
+// life, which a signal cannot come before.
+class WorkDirectory {
+ public:
+  // Below $TMPDIR or /tmp.
+  WorkDirectory();
+  // The random end of the name comes behind the beginning.
+  explicit WorkDirectory(const std::string& beginning);
+  ~WorkDirectory();
+  // Removes directories of such a beginning that a killed run or a power cut has left behind. Only
+  // for beginnings of which one run at a time makes directories.
+  static void remove_left_over(const std::string& beginning);
+  WorkDirectory(const WorkDirectory&) = delete;
+  WorkDirectory& operator=(const WorkDirectory&) = delete;
+
+  // Absolute.
+  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+  [[nodiscard]] const SignalHold& signals() const { return signals_; }
+
+ private:
+  SignalHold signals_;
+  std::string path_;
+};
+
+}  // namespace client
+
+#endif

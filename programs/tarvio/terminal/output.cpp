@@ -1,0 +1,55 @@
+#include "terminal/output.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "terminal/printable_text.h"
+
+namespace client {
+
+namespace {
+
+bool is_set(const char* variable) {
+  const char* value = getenv(variable);
+  return value != nullptr && *value != '\0';
+}
+
+bool is_dumb_terminal() {
+  const char* terminal = getenv("TERM");
+  return terminal == nullptr || strcmp(terminal, "dumb") == 0;
+}
+
+}  // namespace
+
+bool write_all(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(fd, text.data(), text.size());
+    if (written >= 0) {
+      text.remove_prefix(static_cast<size_t>(written));
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool print(std::string_view text) {
+  if (write_all(STDOUT_FILENO, text)) return true;
+  complain(std::string("cannot write the output: ") + strerror(errno));
+  return false;
+}
+
+void complain(std::string_view message) {
+  // Nothing is left to be done when standard error does not take it either.
+  (void)write_all(STDERR_FILENO, "tarvio: " + printable(message) + '\n');
+}
+
+bool is_screen() { return isatty(STDOUT_FILENO) == 1 && !is_dumb_terminal(); }
+
+bool wants_colour() { return is_screen() && !is_set("NO_COLOR"); }
+
+}  // namespace client

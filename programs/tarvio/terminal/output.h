@@ -1,0 +1,26 @@
+// Standard output and standard error.
+#ifndef TARVIO_CLIENT_TERMINAL_OUTPUT_H
+#define TARVIO_CLIENT_TERMINAL_OUTPUT_H
+
+#include <string_view>
+
+namespace client {
+
+// Writes all of a text; false, with errno set, when that failed.
+bool write_all(int fd, std::string_view text);
+
+// Writes to standard output in one piece. A failure is complained about; false then.
+bool print(std::string_view text);
+
+// Writes one line, "tarvio: " and the message made printable, to standard error.
+void complain(std::string_view message);
+
+// Whether standard output is a terminal that can be drawn on.
+bool is_screen();
+
+// Whether it is one that is to show colours.
+bool wants_colour();
+
+}  // namespace client
+
+#endif

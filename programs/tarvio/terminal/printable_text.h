@@ -1,0 +1,28 @@
+// Text from outside on its way to a terminal.
+#ifndef TARVIO_CLIENT_TERMINAL_PRINTABLE_TEXT_H
+#define TARVIO_CLIENT_TERMINAL_PRINTABLE_TEXT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace client {
+
+// The text on one line that cannot drive a terminal: control characters, characters that turn the
+// direction of writing and bytes that are no UTF-8 are shown as "\xNN", byte by byte.
+std::string printable(std::string_view text);
+
+// Columns that a printable UTF-8 text takes on a terminal.
+size_t display_width(std::string_view text);
+
+// The lines of a text without their line feeds.
+std::vector<std::string> lines_of(std::string_view text);
+
+// A number of bytes for people: "512 bytes", "1.5 KiB".
+std::string size_words(uint64_t bytes);
+
+}  // namespace client
+
+#endif

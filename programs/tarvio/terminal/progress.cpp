@@ -1,0 +1,116 @@
+#include "terminal/progress.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "terminal/output.h"
+#include "terminal/printable_text.h"
+
+namespace client {
+
+namespace {
+
+constexpr std::chrono::milliseconds kScreenTick{250};
+constexpr std::chrono::milliseconds kLinesTick{2000};
+constexpr std::chrono::seconds kBetweenLines{10};
+constexpr double kShortest = 0.05;  // seconds that a rate can be told of
+constexpr char kClearLine[] = "\r\x1b[K";
+
+std::string rate_words(uint64_t bytes, double seconds) {
+  if (seconds < kShortest) return "";
+  return ", " + size_words(static_cast<uint64_t>(static_cast<double>(bytes) / seconds)) + "/s";
+}
+
+}  // namespace
+
+Progress::Kind progress_kind(bool quiet) {
+  if (quiet) return Progress::Kind::kNone;
+  return is_screen() ? Progress::Kind::kScreen : Progress::Kind::kLines;
+}
+
+std::string time_words(double seconds) {
+  auto whole = static_cast<uint64_t>(seconds);
+  if (static_cast<double>(whole) < seconds) ++whole;
+  if (whole < 60) return std::to_string(whole) + " s";
+  const std::string rest = std::to_string(whole % 60);
+  return std::to_string(whole / 60) + " min " + (rest.size() == 1 ? "0" : "") + rest + " s";
+}
+
+std::string progress_words(uint64_t done, uint64_t bytes, double seconds) {
+  done = std::min(done, bytes);
+  std::string words = size_words(done) + " of " + size_words(bytes) + ", " +
+                      std::to_string(bytes == 0 ? 0 : done * 100 / bytes) + " %";
+  if (done == 0 || seconds < kShortest) return words;
+  const double left = seconds * static_cast<double>(bytes - done) / static_cast<double>(done);
+  return words + rate_words(done, seconds) + ", " + time_words(left) + " left";
+}
+
+uint64_t size_of_file(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+}
+
+Progress::~Progress() { give_up(); }
+
+int Progress::tick_ms() const {
+  switch (kind_) {
+    case Kind::kNone:
+      return -1;
+    case Kind::kLines:
+      return static_cast<int>(kLinesTick.count());
+    default:
+      return static_cast<int>(kScreenTick.count());
+  }
+}
+
+void Progress::begin(const std::string& area) {
+  give_up();
+  area_ = area;
+  area_begin_ = shown_ = Clock::now();
+}
+
+void Progress::step(const char* what, uint64_t bytes) {
+  what_ = what;
+  bytes_ = bytes;
+  step_begin_ = Clock::now();
+  if (kind_ == Kind::kScreen) show(area_ + ": " + what);
+}
+
+void Progress::at(uint64_t bytes) {
+  const bool is_due =
+      kind_ == Kind::kScreen || (kind_ == Kind::kLines && Clock::now() - shown_ >= kBetweenLines);
+  if (!is_due) return;
+  shown_ = Clock::now();
+  const std::string words =
+      bytes_ == 0 ? "" : ' ' + progress_words(bytes, bytes_, seconds_since(step_begin_));
+  show(area_ + ": " + what_ + words);
+}
+
+void Progress::end(const char* what, uint64_t bytes) {
+  if (kind_ == Kind::kNone) return;
+  const double taken = seconds_since(area_begin_);
+  show(area_ + ": " + what + ' ' + size_words(bytes) + " in " + time_words(taken) +
+       rate_words(bytes, taken));
+  give_up();
+}
+
+void Progress::give_up() {
+  if (is_unfinished_) (void)print("\n");
+  is_unfinished_ = false;
+}
+
+void Progress::show(const std::string& text) {
+  if (kind_ != Kind::kScreen) {
+    (void)print(text + '\n');
+    return;
+  }
+  is_unfinished_ = true;
+  (void)print(kClearLine + text);
+}
+
+double Progress::seconds_since(Clock::time_point begin) const {
+  return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+}  // namespace client

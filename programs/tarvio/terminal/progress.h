@@ -1,0 +1,66 @@
+// How far the work on each area is.
+#ifndef TARVIO_CLIENT_TERMINAL_PROGRESS_H
+#define TARVIO_CLIENT_TERMINAL_PROGRESS_H
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace client {
+
+// One line for each area: on a terminal it changes in its place, elsewhere a new one comes now and
+// then, and one at the end.
+class Progress {
+ public:
+  enum class Kind { kNone, kLines, kScreen };
+  using Clock = std::chrono::steady_clock;
+
+  explicit Progress(Kind kind) : kind_(kind) {}
+  // A line that stands unfinished on the terminal is ended.
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  // How often `at` is worth a call, in milliseconds; -1 when it is not at all.
+  [[nodiscard]] int tick_ms() const;
+
+  void begin(const std::string& area);
+  // What is done now, and how many bytes it is; 0 for what cannot be told.
+  void step(const char* what, uint64_t bytes);
+  // How many of the bytes are done.
+  void at(uint64_t bytes);
+  // The area is done: what was, and how many bytes.
+  void end(const char* what, uint64_t bytes);
+  // The area is not done, for a reason that is told elsewhere.
+  void give_up();
+
+ private:
+  void show(const std::string& text);
+  [[nodiscard]] double seconds_since(Clock::time_point begin) const;
+
+  const Kind kind_;
+  bool is_unfinished_ = false;
+  std::string area_;
+  const char* what_ = "";
+  uint64_t bytes_ = 0;
+  Clock::time_point area_begin_;
+  Clock::time_point step_begin_;
+  Clock::time_point shown_;
+};
+
+// What standard output can show.
+Progress::Kind progress_kind(bool quiet);
+
+// "9 s", "3 min 05 s"
+std::string time_words(double seconds);
+
+// "0.9 MiB of 1.9 MiB, 47 %, 3.1 MiB/s, 1 s left"; rate and time are left out before they can be
+// told.
+std::string progress_words(uint64_t done, uint64_t bytes, double seconds);
+
+// 0 for a file that is not there.
+uint64_t size_of_file(const std::string& path);
+
+}  // namespace client
+
+#endif

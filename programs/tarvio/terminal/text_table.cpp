@@ -1,0 +1,84 @@
+#include "terminal/text_table.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "terminal/printable_text.h"
+
+namespace client {
+
+namespace {
+
+constexpr size_t kGap = 2;
+constexpr std::string_view kReset = "\x1b[0m";
+
+std::string_view sequence_of(Colour colour) {
+  switch (colour) {
+    case Colour::kBold:
+      return "\x1b[1m";
+    case Colour::kGreen:
+      return "\x1b[32m";
+    case Colour::kYellow:
+      return "\x1b[33m";
+    case Colour::kRed:
+      return "\x1b[31m";
+    case Colour::kNone:
+      break;
+  }
+  return {};
+}
+
+std::vector<Row> make_printable(std::vector<Row> rows) {
+  for (Row& row : rows) {
+    for (Cell& cell : row) cell.text = printable(cell.text);
+  }
+  return rows;
+}
+
+std::vector<size_t> widths_of(const std::vector<Row>& rows) {
+  std::vector<size_t> widths;
+  for (const Row& row : rows) {
+    widths.resize(std::max(widths.size(), row.size()));
+    for (size_t column = 0; column < row.size(); ++column) {
+      widths[column] = std::max(widths[column], display_width(row[column].text));
+    }
+  }
+  return widths;
+}
+
+void append_cell(std::string& text, const Cell& cell, bool coloured) {
+  const std::string_view sequence = coloured ? sequence_of(cell.colour) : std::string_view();
+  text += sequence;
+  text += cell.text;
+  if (!sequence.empty()) text += kReset;
+}
+
+}  // namespace
+
+Row header_of(const std::vector<const char*>& titles) {
+  Row row;
+  for (const char* title : titles) row.push_back({title, Colour::kBold});
+  return row;
+}
+
+std::string render_table(const std::vector<Row>& rows, bool coloured) {
+  const std::vector<Row> shown = make_printable(rows);
+  const std::vector<size_t> widths = widths_of(shown);
+  std::string text;
+  for (const Row& row : shown) {
+    size_t missing = 0;  // blanks that are due before the next text, so that none ends a line
+    for (size_t column = 0; column < row.size(); ++column) {
+      const Cell& cell = row[column];
+      if (!cell.text.empty()) {
+        text.append(missing, ' ');
+        missing = 0;
+        append_cell(text, cell, coloured);
+      }
+      missing += widths[column] - display_width(cell.text) + kGap;
+    }
+    text += '\n';
+  }
+  return text;
+}
+
+}  // namespace client

@@ -1,0 +1,28 @@
+// Tables for people.
+#ifndef TARVIO_CLIENT_TERMINAL_TEXT_TABLE_H
+#define TARVIO_CLIENT_TERMINAL_TEXT_TABLE_H
+
+#include <string>
+#include <vector>
+
+namespace client {
+
+enum class Colour { kNone, kBold, kGreen, kYellow, kRed };
+
+struct Cell {
+  std::string text;  // as it came: it is made printable when it is shown
+  Colour colour = Colour::kNone;
+};
+
+using Row = std::vector<Cell>;
+
+// The row of the titles.
+Row header_of(const std::vector<const char*>& titles);
+
+// One line per row, the columns aligned and two blanks apart. Every row has as many cells as the
+// first, which is the header.
+std::string render_table(const std::vector<Row>& rows, bool coloured);
+
+}  // namespace client
+
+#endif

@@ -1,0 +1,29 @@
+// Words for the numbers of the library.
+#ifndef TARVIO_CLIENT_TERMINAL_WORDS_H
+#define TARVIO_CLIENT_TERMINAL_WORDS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace client {
+
+std::string state_word(int32_t state);
+std::string category_word(int32_t code);
+std::string subcategory_word(int32_t code);
+
+// What a result code means.
+std::string result_words(int32_t code);
+
+// The code of a word in any case, or of its number; none for anything else.
+std::optional<uint32_t> category_code(std::string_view word);
+std::optional<uint32_t> subcategory_code(std::string_view word);
+
+// All words with their codes, for people: "image (0), application (1), other (2)".
+std::string category_choices();
+std::string subcategory_choices();
+
+}  // namespace client
+
+#endif

@@ -1,0 +1,32 @@
+// The command line of tarviod.
+#ifndef TARVIOD_COMMAND_LINE_H
+#define TARVIOD_COMMAND_LINE_H
+
+#include <optional>
+
+namespace tarviod {
+
+struct Options {
+  bool daemon = false;
+  bool start_all = false;
+  bool keep_applications = false;
+  int log_level = 2;
+  const char* config = nullptr;  // an absolute path; null for the default one
+};
+
+// How a program ends, as the manual page lists it.
+inline constexpr int kExitFailure = 1;
+inline constexpr int kExitUsage = 64;
+
+struct CommandLine {
+  std::optional<Options> options;  // none when the program is to end at once
+  int exit_status = 0;
+};
+
+// Reads the command line. Prints help and version on standard output, and what is wrong with the
+// line on standard error.
+CommandLine parse_command_line(int argc, char** argv);
+
+}  // namespace tarviod
+
+#endif

@@ -1,0 +1,67 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <malloc.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "background.h"
+#include "command_line.h"
+#include "config.h"
+#include "instance.h"
+#include "log_reader.h"
+#include "log_watch.h"
+#include "manager.h"
+#include "signals.h"
+#include "tarvio/log.h"
+
+namespace {
+
+// A stream that is closed gets its number back: else the next file or socket would have it, and
+// messages would go there.
+void fill_standard_streams() {
+  int fd = -1;
+  do {
+    fd = open("/dev/null", O_RDWR);  // applications inherit the streams
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) (void)close(fd);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc > 0 && strcmp(argv[0], tarviod::kLogReaderName) == 0) {
+    return tarviod::run_log_reader(argc, argv);
+  }
+  fill_standard_streams();
+  tarviod::CommandLine line = tarviod::parse_command_line(argc, argv);
+  if (!line.options) return line.exit_status;
+  tarviod::Options& options = *line.options;
+
+  // What the library prints shows at once, also in a file or a pipe.
+  (void)setvbuf(stdout, nullptr, _IOLBF, 0);
+  // One heap for all threads: the com server's needs no arena of its own on a small device.
+  (void)mallopt(M_ARENA_MAX, 1);
+
+  tq_log_init();
+  tq_set_log_level(options.log_level);
+  tarviod::Config config;
+  if (!tarviod::read_config(options.config, config)) return tarviod::kExitFailure;
+  tarviod::Background background(options.daemon);
+  const int claim = tarviod::claim_instance();
+  if (claim < 0) return tarviod::kExitFailure;
+  const int signal_fd = tarviod::catch_signals();
+  if (signal_fd < 0) {
+    (void)fprintf(stderr, "tarviod: cannot catch signals: %s\n", strerror(errno));
+    return tarviod::kExitFailure;
+  }
+  tarviod::LogMonitor log_monitor(options.log_level);
+  log_monitor.start(std::move(config));
+  if (!tarviod::set_up(options, log_monitor)) return tarviod::kExitFailure;
+  (void)close(claim);
+  background.ready();
+  tarviod::serve(options, signal_fd, log_monitor);
+  return 0;
+}

@@ -1,0 +1,43 @@
+// When a wait ends, and the waits that do.
+#ifndef TARVIO_SRC_BASE_DEADLINE_H
+#define TARVIO_SRC_BASE_DEADLINE_H
+
+#include <stdint.h>
+
+#include <string_view>
+
+namespace tarvio {
+
+// A point in time that ends a wait; never, unless made with `after`.
+class Deadline {
+ public:
+  static Deadline after(int milliseconds);
+  // 0 seconds and less: never.
+  static Deadline after_seconds(double seconds);
+  static Deadline never() { return Deadline(kNever); }
+
+  [[nodiscard]] bool is_set() const { return at_us_ != kNever; }
+  [[nodiscard]] bool passed() const { return remaining_ms() == 0; }
+
+  // What poll takes: milliseconds, rounded up, or -1 for no end.
+  [[nodiscard]] int remaining_ms() const;
+
+ private:
+  static constexpr int64_t kNever = -1;
+
+  explicit Deadline(int64_t at_us) : at_us_(at_us) {}
+
+  int64_t at_us_;
+};
+
+// Waits until the descriptor has one of the poll events or is hung up; false when the deadline
+// passed first, with errno ETIMEDOUT, or poll failed.
+bool wait_for(int fd, short events, const Deadline& deadline);
+
+// Sends all bytes without raising SIGPIPE; false when the deadline passed first or the peer is
+// gone.
+bool send_all(int fd, std::string_view bytes, const Deadline& deadline);
+
+}  // namespace tarvio
+
+#endif

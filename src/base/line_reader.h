@@ -1,0 +1,45 @@
+// The lines of a descriptor that is read to its end, with one system call for many lines. Nothing
+// after a line stays in the descriptor; where something must, tq_fdgets is the reader.
+#ifndef TARVIO_SRC_BASE_LINE_READER_H
+#define TARVIO_SRC_BASE_LINE_READER_H
+
+#include <array>
+#include <span>
+
+#include "base/deadline.h"
+#include "base/line_cutter.h"
+
+namespace tarvio {
+
+// Room enough for an answer of the manager.
+using ReadAhead = std::array<char, 4096>;
+
+class LineReader {
+ public:
+  // The descriptor, the room for what is read ahead and the cutter stay the caller's.
+  LineReader(int fd, std::span<char> ahead, LineCutter& lines,
+             const Deadline& deadline = Deadline::never())
+      : fd_(fd), room_(ahead), lines_(lines), deadline_(deadline) {}
+
+  // True when the cutter holds the next line. False at the end of the data, which leaves errno
+  // alone, and after an error, which `error` and errno name.
+  bool next();
+
+  // 0 unless the data ended with an error: an errno value, ETIMEDOUT when the deadline passed.
+  [[nodiscard]] int error() const { return error_; }
+
+ private:
+  bool refill();
+
+  int fd_;
+  std::span<char> room_;
+  LineCutter& lines_;
+  Deadline deadline_;
+  std::string_view ahead_;
+  bool is_over_ = false;
+  int error_ = 0;
+};
+
+}  // namespace tarvio
+
+#endif

@@ -1,0 +1,70 @@
+#include "com/tq_com_manager/reply.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "base/chain.h"
+#include "base/deadline.h"
+#include "tarvio/status.h"
+#include "util/log_macros.h"
+
+namespace tarvio {
+
+namespace {
+
+constexpr int kWriteTimeMs = 5000;
+constexpr size_t kNumberSize = 12;
+
+bool append_block(Reply& reply, const tq_status& record) {
+  return reply.append(record.name) && reply.append("\n") && reply.append_number(record.state) &&
+         reply.append("\n") && reply.append(record.detail) && reply.append("\n");
+}
+
+}  // namespace
+
+bool Reply::append_in_pieces(std::string_view text) {
+  while (!text.empty() && !failed_) {
+    if (size_ == bytes_.size() && !send()) break;
+    const size_t count = std::min(text.size(), bytes_.size() - size_);
+    memcpy(bytes_.data() + size_, text.data(), count);
+    size_ += count;
+    text.remove_prefix(count);
+  }
+  return !failed_;
+}
+
+bool Reply::append_number(int number) {
+  char digits[kNumberSize];
+  return append({digits, std::to_chars(std::begin(digits), std::end(digits), number).ptr});
+}
+
+bool Reply::send() {
+  if (!failed_) failed_ = !send_all(fd_, {bytes_.data(), size_}, Deadline::after(kWriteTimeMs));
+  size_ = 0;
+  return !failed_;
+}
+
+void tq_send_status_list(int fd, tq_list_t* list) {
+  Reply reply(fd);
+  bool sending = true;
+  bool is_first = true;
+  TQ_DEBUG("list first");
+  for (tq_status* record : Elements<tq_status>(list)) {
+    if (sending) {
+      TQ_DEBUG("sending status of %s", record->name);
+      sending = append_block(reply, *record);
+    }
+    if (sending) {
+      TQ_DEBUG("sending status of %s done", record->name);
+      TQ_DEBUG("sending status of %s next done", record->name);
+    }
+    // The first record of every list stays allocated, on purpose.
+    if (!is_first) (void)tq_delete_tq_status(&record);
+    is_first = false;
+  }
+  (void)reply.send();
+  tq_list_free(list, 0);
+  TQ_DEBUG("sending status done");
+}
+
+}  // namespace tarvio

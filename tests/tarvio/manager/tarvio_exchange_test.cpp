@@ -1,0 +1,178 @@
+// Managers that are not there, do not answer or break off, and output that nobody takes.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <deque>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "manager/manager_client.h"
+#include "support/children.h"
+#include "support/files.h"
+#include "support/one_reply.h"
+#include "support/package_listing.h"
+#include "support/sockets.h"
+#include "support/tarvio.h"
+#include "tarvio/com.h"
+
+namespace tarvio_test {
+namespace {
+
+using Line = std::vector<std::string>;
+
+const std::vector<Line> kRequests = {
+    {"status"},        {"status", "clock", "--json"}, {"start", "clock"},
+    {"stop", "clock"}, {"start-all", "--json"},       {"stop-all"},
+};
+
+constexpr char kNoManager[] =
+    "tarvio: no manager answers on " TQ_COM_SOCKET_PATH ": is tarviod running?\n";
+constexpr char kNoAnswer[] =
+    "tarvio: no answer from the manager in time: it may be busy (--timeout SECONDS waits longer)\n";
+
+Line with_timeout(Line line, const std::string& seconds) {
+  line.insert(line.end(), {"--timeout", seconds});
+  return line;
+}
+
+void expect(const Ran& run, int status, const std::string& errors) {
+  EXPECT_EQ(run.status, status);
+  EXPECT_EQ(run.output, "");
+  EXPECT_EQ(run.errors, errors);
+}
+
+TEST(ClientWithoutAManager, SaysSo) {
+  for (const Line& line : kRequests) expect(run_tarvio(line), 3, kNoManager);
+}
+
+TEST(ClientWithoutAManager, IsNotMisledByTheSocketThatOneLeft) {
+  listen_on(TQ_COM_SOCKET_PATH).close();
+  expect(run_tarvio({"status"}), 3, kNoManager);
+}
+
+TEST(ClientWithoutAnAnswer, GivesUp) {
+  const Socket silent = listen_on(TQ_COM_SOCKET_PATH, 100);
+  for (const Line& line : kRequests) expect(run_tarvio(with_timeout(line, "0.05")), 5, kNoAnswer);
+}
+
+TEST(ClientWithoutAnAnswer, GivesUpWhenItCannotEvenConnect) {
+  const Socket busy = listen_on(TQ_COM_SOCKET_PATH, 0);
+  std::deque<Socket> others;
+  do {
+    others.push_back(new_socket());
+  } while (try_to_connect(others.back(), TQ_COM_SOCKET_PATH));
+  expect(run_tarvio({"start", "clock", "--timeout", "0.05"}), 5, kNoAnswer);
+}
+
+TEST(ClientWithoutAnAnswer, GivesUpInTheMiddleOfAReply) {
+  const Socket listener = listen_on(TQ_COM_SOCKET_PATH);
+  Socket client;
+  std::thread server([&] {
+    client = accept_on(listener);
+    client.send("clock\n0\nsta");
+  });
+  expect(run_tarvio({"status", "--timeout", "0.2"}), 5, kNoAnswer);
+  server.join();
+}
+
+TEST(ClientWithoutAnAnswer, GivesUpAfterTheShortestTimeToo) {
+  const Socket silent = listen_on(TQ_COM_SOCKET_PATH);
+  expect(run_tarvio({"status", "--timeout", "0.000000001"}), 5, kNoAnswer);
+}
+
+TEST(ClientWithoutAnAnswer, GivesUpThoughTheSignalWasLeftBlocked) {
+  const Socket silent = listen_on(TQ_COM_SOCKET_PATH);
+  const Ran run = run_tarvio({"status", "--timeout", "0.05"}, [] {
+    sigset_t all;
+    ::sigfillset(&all);
+    ::sigprocmask(SIG_SETMASK, &all, nullptr);
+  });
+  expect(run, 5, kNoAnswer);
+}
+
+TEST(ClientWithATimeoutOfZero, WaitsForTheAnswer) {
+  const Socket listener = listen_on(TQ_COM_SOCKET_PATH);
+  std::thread server([&] {
+    const Socket client = accept_on(listener);
+    client.read_to_end();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    client.send("0\n\n");
+  });
+  EXPECT_EQ(run_tarvio({"start-all", "--timeout", "0"}).status, 0);
+  server.join();
+}
+
+// A manager that dies with a request in its hands.
+class BrokenConnection {
+ public:
+  explicit BrokenConnection(std::string reply)
+      : listener_(listen_on(TQ_COM_SOCKET_PATH)), thread_([this, reply = std::move(reply)] {
+          const Socket client = accept_on(listener_);
+          pollfd waited = {.fd = client.fd(), .events = POLLIN, .revents = 0};
+          ::poll(&waited, 1, -1);
+          client.send(reply);
+        }) {}
+  ~BrokenConnection() { thread_.join(); }
+  BrokenConnection(const BrokenConnection&) = delete;
+  BrokenConnection& operator=(const BrokenConnection&) = delete;
+
+ private:
+  Socket listener_;
+  std::thread thread_;
+};
+
+TEST(ClientWithABrokenConnection, SaysSo) {
+  for (const Line& line : kRequests) {
+    const BrokenConnection manager("");
+    expect(run_tarvio(line), 1,
+           "tarvio: the connection to the manager broke: Connection reset by peer\n");
+  }
+}
+
+TEST(ClientThatCannotMakeASocket, SaysSo) {
+  const TempDir directory;
+  rlimit before = {};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none = {.rlim_cur = 0, .rlim_max = before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  const client::Answer answer = client::ask_manager("status_all", nullptr, 0);
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+
+  EXPECT_FALSE(answer.manager_found);
+  EXPECT_EQ(answer.error, EMFILE);
+  {
+    const Redirect errors(STDERR_FILENO, directory / "errors");
+    EXPECT_EQ(client::report_exchange(answer), 1);
+  }
+  EXPECT_EQ(read_file(directory / "errors"), "tarvio: cannot make a socket: Too many open files\n");
+}
+
+using ClientOutput = WithoutPackages;
+
+TEST_F(ClientOutput, ThatCannotBeWrittenIsAFailure) {
+  add_package("clock");
+  for (const Line& line :
+       {Line{"list"}, Line{"list", "--json"}, Line{"--help"}, Line{"--version"}}) {
+    const Ran run =
+        run_tarvio(line, [] { ::dup2(::open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors, "tarvio: cannot write the output: No space left on device\n");
+  }
+}
+
+TEST_F(ClientOutput, OfARequestThatWasDoneIsAFailureToo) {
+  const OneReply manager("0\n\n");
+  const Ran run = run_tarvio({"start", "clock"}, [] { ::close(STDOUT_FILENO); });
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors, "tarvio: cannot write the output: Bad file descriptor\n");
+}
+
+}  // namespace
+}  // namespace tarvio_test

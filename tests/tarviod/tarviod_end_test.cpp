@@ -1,0 +1,204 @@
+// How tarviod ends.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/applications.h"
+#include "support/children.h"
+#include "support/files.h"
+#include "support/sockets.h"
+#include "support/tarviod.h"
+#include "tarvio/com.h"
+
+namespace tarvio_test {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Signal : public testing::TestWithParam<int> {};
+
+TEST_P(Signal, EndsTheManagerAndItsApplications) {
+  install_application("clock");
+  install_application("radio");
+  Tarviod manager({"--start-all"});
+  ASSERT_TRUE(manager.answers());
+  const pid_t clock = process_of("clock");
+  const pid_t radio = process_of("radio");
+  manager.send(GetParam());
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_TRUE(ends(clock));
+  EXPECT_TRUE(ends(radio));
+  EXPECT_TRUE(was_stopped("clock"));
+  EXPECT_TRUE(was_stopped("radio"));
+  EXPECT_EQ(manager.errors(), "");
+}
+
+TEST_P(Signal, RemovesTheSocket) {
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  manager.send(GetParam());
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+}
+
+TEST_P(Signal, LeavesTheApplicationsThatAreToBeKept) {
+  install_application("clock");
+  Tarviod manager({"--start-all", "--keep-applications"});
+  ASSERT_TRUE(manager.answers());
+  const pid_t clock = process_of("clock");
+  manager.send(GetParam());
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+  EXPECT_TRUE(is_alive(clock));
+  EXPECT_FALSE(was_stopped("clock"));
+}
+
+INSTANTIATE_TEST_SUITE_P(TarviodEnd, Signal, testing::Values(SIGTERM, SIGINT));
+
+TEST(TarviodEnd, RunsNoStopFileOfAnApplicationThatItHasNotStarted) {
+  install_application("clock");
+  install_application("radio");
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "0\n\n");
+  process_of("clock");
+  manager.send(SIGTERM);
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_TRUE(was_stopped("clock"));
+  EXPECT_FALSE(was_stopped("radio"));
+}
+
+TEST(TarviodEnd, CanBeAskedForWhileItStarts) {
+  const TempDir directory;
+  const std::string go = directory / "go";
+  Tarviod manager({}, with_module(TARVIOD_HELD_SETUP, go));
+  const auto catches_it = [&] {
+    return (signals_of(manager.pid(), "SigCgt") >> (SIGTERM - 1) & 1U) != 0;
+  };
+  ASSERT_TRUE(eventually(catches_it));
+  manager.send(SIGTERM);
+  write_file(go, "");
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+}
+
+// Ten applications, whose stop takes a second each.
+class TarviodWithManyApplications : public testing::Test {
+ protected:
+  TarviodWithManyApplications() {
+    for (char name = 'a'; name <= 'j'; ++name) install_application(std::string(3, name));
+  }
+  static void all_run() {
+    for (char name = 'a'; name <= 'j'; ++name) process_of(std::string(3, name));
+  }
+  // Waits until the stop of the applications has begun: the last in the alphabet is the first.
+  static testing::AssertionResult is_stopping() {
+    return eventually([] { return was_stopped("jjj"); })
+               ? testing::AssertionSuccess()
+               : testing::AssertionFailure() << "no application was stopped";
+  }
+};
+
+TEST_F(TarviodWithManyApplications, AreNotWaitedForAfterASecondSignal) {
+  Tarviod manager({"--start-all"});
+  ASSERT_TRUE(manager.answers());
+  all_run();
+  manager.send(SIGTERM);
+  ASSERT_TRUE(is_stopping());
+  manager.send(SIGTERM);
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: cut short by a second signal\n");
+  EXPECT_FALSE(was_stopped("aaa"));
+  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+}
+
+TEST_F(TarviodWithManyApplications, AreNotWaitedForAfter90Seconds) {
+  const TempDir directory;
+  const std::string go = directory / "go";
+  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, go));
+  ASSERT_TRUE(manager.answers());
+  all_run();
+  manager.send(SIGTERM);
+  ASSERT_TRUE(is_stopping());
+  write_file(go, "");
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: not done within 90 seconds\n");
+  EXPECT_FALSE(was_stopped("aaa"));
+  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+}
+
+// Clients that ask for a start while the manager stops the applications.
+class LateClients {
+ public:
+  explicit LateClients(const std::vector<std::string>& applications) {
+    for (const std::string& application : applications) {
+      clients_.push_back(connect_to(TQ_COM_SOCKET_PATH));
+      clients_.back().send("start_app\n" + application + "\n");
+      clients_.back().end_sending();
+    }
+  }
+  std::string reply(size_t client) const { return clients_.at(client).read_to_end(); }
+
+ private:
+  std::vector<Socket> clients_;
+};
+
+class TarviodEndWithLateClients : public testing::Test {
+ protected:
+  // Runs before the manager starts, which lists the applications once.
+  static std::vector<std::string> install(const std::vector<std::string>& late) {
+    install_application("clock");
+    for (const std::string& name : late) install_application(name);
+    return late;
+  }
+  void begin_the_end() {
+    ASSERT_TRUE(manager_.answers());
+    EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "0\n\n");
+    process_of("clock");
+    manager_.send(SIGTERM);
+    ASSERT_TRUE(eventually([] { return was_stopped("clock"); }));
+  }
+
+  const std::vector<std::string> late_ = install({"late1", "late2"});
+  Tarviod manager_;
+};
+
+TEST_F(TarviodEndWithLateClients, LeavesNoApplicationOfTheirs) {
+  ASSERT_NO_FATAL_FAILURE(begin_the_end());
+  const LateClients clients(late_);
+  EXPECT_EQ(manager_.end(), 0);
+  for (size_t client = 0; client < late_.size(); ++client) {
+    EXPECT_EQ(clients.reply(client), "0\n\n");
+    EXPECT_TRUE(ends(process_of(late_[client]))) << late_[client];
+  }
+  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+}
+
+TEST_F(TarviodEndWithLateClients, LeavesTheSocketOfTheNextManagerAlone) {
+  ASSERT_NO_FATAL_FAILURE(begin_the_end());
+  const LateClients clients(late_);
+  ASSERT_TRUE(eventually([] { return !fs::exists(TQ_COM_SOCKET_PATH); }));
+  Tarviod next;
+  ASSERT_TRUE(next.answers());
+  EXPECT_FALSE(manager_.has_ended());
+  EXPECT_EQ(manager_.end(), 0);
+  EXPECT_EQ(listening_process(), next.pid());
+}
+
+TEST(TarviodEnd, KeepsOtherManagersFromStartingUntilTheApplicationsAreStopped) {
+  install_application("clock");
+  Tarviod manager({"--start-all"});
+  ASSERT_TRUE(manager.answers());
+  process_of("clock");
+  manager.send(SIGTERM);
+  ASSERT_TRUE(eventually([] { return was_stopped("clock"); }));
+  EXPECT_EQ(run_tarviod({}).status, 1);
+  EXPECT_EQ(manager.end(), 0);
+}
+
+}  // namespace
+}  // namespace tarvio_test

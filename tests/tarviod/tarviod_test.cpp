@@ -1,0 +1,337 @@
+// How tarviod starts.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <deque>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/applications.h"
+#include "support/children.h"
+#include "support/files.h"
+#include "support/sockets.h"
+#include "support/tarviod.h"
+#include "tarvio/com.h"
+
+namespace tarvio_test {
+namespace {
+
+namespace fs = std::filesystem;
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr int kUsage = 64;
+constexpr char kDirectory[] = "/usr/local/share/tarvio";
+constexpr char kAnswered[] =
+    "tarviod: a manager answers on " TQ_COM_SOCKET_PATH " already: stop it first\n";
+
+std::string ready_line(const std::string& applications) {
+  return "tarviod: " + applications + " installed, answering on " TQ_COM_SOCKET_PATH "\n";
+}
+
+mode_t mode_of(const std::string& path) {
+  struct stat info = {};
+  EXPECT_EQ(::lstat(path.c_str(), &info), 0) << path;
+  return info.st_mode & 07777;
+}
+
+// Something else at a path.
+class Mount {
+ public:
+  Mount(const char* source, const char* path, const char* type, unsigned long flags) : path_(path) {
+    EXPECT_EQ(::mount(source, path, type, flags, nullptr), 0) << path;
+  }
+  ~Mount() { ::umount2(path_, MNT_DETACH); }
+  Mount(const Mount&) = delete;
+  Mount& operator=(const Mount&) = delete;
+
+ private:
+  const char* path_;
+};
+
+TEST(Tarviod, KnowsNoApplicationWhereNoneIsInstalled) {
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(manager.output(), ready_line("0 applications"));
+  EXPECT_EQ(manager.errors(), "");
+}
+
+TEST(Tarviod, SaysThatItKnowsOneApplication) {
+  install_application("clock");
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(manager.output(), ready_line("1 application"));
+}
+
+TEST(Tarviod, SaysHowTarviodWithManyApplicationsItKnows) {
+  for (const char* name : {"clock", "radio", "weather"}) install_application(name);
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(manager.output(), ready_line("3 applications"));
+}
+
+TEST(Tarviod, CountsNoOtherPackages) {
+  install_application("clock");
+  install_package("rootfs", "Image");
+  install_package("fonts", "Data");
+  install_package("invisible", "Application");
+  fs::remove(information_file("invisible", ".tqcontrol"));
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(manager.output(), ready_line("1 application"));
+}
+
+TEST(Tarviod, GoesOnWithoutAnInformationDirectory) {
+  fs::remove("/usr/lib/opkg/info");
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(manager.errors(),
+            "tarviod: cannot list the installed applications: No such file or directory\n");
+  EXPECT_EQ(manager.output(), ready_line("0 applications"));
+}
+
+TEST(Tarviod, KnowsNothingWhenItCannotTellWhichRootItRunsFrom) {
+  install_application("clock");
+  const TempDir directory;
+  const Socket socket =
+      listen_on(directory / "socket");  // a file that cannot be opened, even by root
+  const std::string source = directory / "socket";
+  const Mount unreadable(source.c_str(), "/proc/cmdline", nullptr, MS_BIND);
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(manager.errors(),
+            "tarviod: cannot list the installed applications: No such device or address\n");
+  EXPECT_EQ(manager.output(), ready_line("0 applications"));
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "22\n\n");
+}
+
+TEST(Tarviod, NamesApplicationsThatFindNoBinding) {
+  for (const char* name : {"xeyes", "clock", "xterm"}) install_application(name);
+  Tarviod manager({}, with_module(TARVIOD_NO_BINDING));
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(manager.errors(),
+            "tarviod: no binding takes the application: xterm\n"
+            "tarviod: no binding takes the application: xeyes\n");
+  EXPECT_EQ(manager.output(), ready_line("3 applications"));
+}
+
+// The com server would try the one without a binding for ever.
+TEST(Tarviod, StartsNoApplicationsWhenOneFindsNoBinding) {
+  for (const char* name : {"xeyes", "clock"}) install_application(name);
+  Tarviod manager({"--start-all"}, with_module(TARVIOD_NO_BINDING));
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(manager.errors(),
+            "tarviod: no binding takes the application: xeyes\n"
+            "tarviod: not starting the applications: "
+            "one without a binding would be tried for ever\n");
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "0\n\n");
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nxeyes\n"), "22\n\n");
+  manager.send(SIGTERM);
+  EXPECT_EQ(manager.end(), 0);
+}
+
+class Help : public testing::TestWithParam<const char*> {};
+
+TEST_P(Help, IsPrinted) {
+  const Ended run = run_tarviod({GetParam()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.output, StartsWith("usage: tarviod [OPTION]...\n"));
+  for (const char* option : {"--config FILE", "--daemon", "--log-level N", "--start-all",
+                             "--keep-applications", "--help", "--version"})
+    EXPECT_THAT(run.output, HasSubstr(option));
+  EXPECT_EQ(run.errors, "");
+  EXPECT_FALSE(fs::exists(TQ_COM_SOCKET_PATH));
+}
+
+INSTANTIATE_TEST_SUITE_P(Tarviod, Help, testing::Values("--help", "-h"));
+
+class Version : public testing::TestWithParam<const char*> {};
+
+TEST_P(Version, IsPrinted) {
+  const Ended run = run_tarviod({GetParam()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.output, "tarviod " TARVIO_VERSION "\n");
+  EXPECT_EQ(run.errors, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Tarviod, Version, testing::Values("--version", "-V"));
+
+struct WrongLine {
+  std::vector<std::string> arguments;
+  std::string complaint;
+};
+
+std::ostream& operator<<(std::ostream& stream, const WrongLine& line) {
+  return stream << line.complaint;
+}
+
+class WrongCommandLine : public testing::TestWithParam<WrongLine> {};
+
+TEST_P(WrongCommandLine, IsRefused) {
+  const Ended run = run_tarviod(GetParam().arguments);
+  EXPECT_EQ(run.status, kUsage);
+  EXPECT_EQ(run.errors, "tarviod: " + GetParam().complaint + "\nTry 'tarviod --help'.\n");
+  EXPECT_EQ(run.output, "");
+  EXPECT_FALSE(fs::exists(TQ_COM_SOCKET_PATH));
+}
+
+WrongLine wrong_level(const std::string& level) {
+  return {{"--log-level", level}, "log level '" + level + "' is not a number from 0 to 4"};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Tarviod, WrongCommandLine,
+    testing::Values(WrongLine{{"--nonsense"}, "unrecognized option '--nonsense'"},
+                    WrongLine{{"-x"}, "invalid option -- 'x'"},
+                    WrongLine{{"--log-level"}, "option '--log-level' requires an argument"},
+                    WrongLine{{"--config"}, "option '--config' requires an argument"},
+                    WrongLine{{"--daemon=now"}, "option '--daemon' doesn't allow an argument"},
+                    WrongLine{{"clock"}, "unexpected argument 'clock'"},
+                    WrongLine{{"--daemon", "--", "-s"}, "unexpected argument '-s'"},
+                    wrong_level("5"), wrong_level("-1"), wrong_level("two"), wrong_level("2x"),
+                    wrong_level(""), wrong_level("99999999999999999999")));
+
+TEST(Tarviod, LetsEverybodyConnectWhateverTheFileModeMask) {
+  const Mount share("test", "/usr/local/share", "tmpfs", 0);
+  Tarviod manager({}, [] { ::umask(0077); });
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(mode_of(TQ_COM_SOCKET_PATH), 0666U);
+  EXPECT_EQ(mode_of(kDirectory), 0755U);
+}
+
+TEST(Tarviod, LeavesTheModeOfADirectoryThatIsThere) {
+  fs::permissions(kDirectory, fs::perms(0711));
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(mode_of(kDirectory), 0711U);
+}
+
+TEST(Tarviod, SaysWhenItCannotMakeTheDirectory) {
+  const Mount share("test", "/usr/local/share", "tmpfs", MS_RDONLY);
+  const Ended run = run_tarviod({});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors,
+            "tarviod: cannot create /usr/local/share/tarvio: Read-only file system: create it, or "
+            "run as root\n");
+  EXPECT_EQ(run.output, "");
+}
+
+TEST(Tarviod, SaysWhenAFileStandsInPlaceOfTheDirectory) {
+  const Mount share("test", "/usr/local/share", "tmpfs", 0);
+  write_file(kDirectory, "");
+  const Ended run = run_tarviod({});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors, "tarviod: cannot use /usr/local/share/tarvio: Not a directory\n");
+}
+
+TEST(Tarviod, SaysWhenItMayNotWriteInTheDirectory) {
+  const Mount directory("test", kDirectory, "tmpfs", MS_RDONLY);
+  const Ended run = run_tarviod({});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors, "tarviod: cannot use /usr/local/share/tarvio: Read-only file system\n");
+}
+
+TEST(Tarviod, SaysWhenADirectoryStandsInPlaceOfTheSocket) {
+  fs::create_directory(TQ_COM_SOCKET_PATH);
+  const Ended run = run_tarviod({});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors, "tarviod: cannot replace " TQ_COM_SOCKET_PATH ": Is a directory\n");
+  EXPECT_EQ(run.output, "");
+}
+
+TEST(Tarviod, ReplacesTheSocketOfAManagerThatIsGone) {
+  listen_on(TQ_COM_SOCKET_PATH).close();
+  ASSERT_TRUE(fs::is_socket(TQ_COM_SOCKET_PATH));
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(listening_process(), manager.pid());
+}
+
+TEST(Tarviod, ReplacesAFileInPlaceOfTheSocket) {
+  write_file(TQ_COM_SOCKET_PATH, "");
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(listening_process(), manager.pid());
+}
+
+TEST(Tarviod, RefusesToStartWhileAnotherAnswers) {
+  Tarviod first;
+  ASSERT_TRUE(first.answers());
+  const Ended second = run_tarviod({});
+  EXPECT_EQ(second.status, 1);
+  EXPECT_EQ(second.errors, kAnswered);
+  EXPECT_EQ(second.output, "");
+  EXPECT_EQ(listening_process(), first.pid());
+}
+
+TEST(Tarviod, RefusesToStartWhileAnotherIsTooBusyToAnswer) {
+  Tarviod first;
+  ASSERT_TRUE(first.answers());
+  const Socket served = connect_to(TQ_COM_SOCKET_PATH);  // and silent, so that the rest waits
+  std::deque<Socket> waiting;
+  do waiting.push_back(new_socket());
+  while (try_to_connect(waiting.back(), TQ_COM_SOCKET_PATH));
+  EXPECT_EQ(run_tarviod({}).errors, kAnswered);
+  waiting.clear();
+  EXPECT_EQ(listening_process(), first.pid());
+}
+
+TEST(Tarviod, LetsOneOfSimultaneousStartsWin) {
+  constexpr size_t kStarts = 10;
+  std::deque<Tarviod> managers;
+  while (managers.size() < kStarts) managers.emplace_back();
+  const auto running = [&] {
+    return std::count_if(managers.begin(), managers.end(),
+                         [](Tarviod& manager) { return !manager.has_ended(); });
+  };
+  ASSERT_TRUE(eventually([&] { return running() == 1; }));
+  for (Tarviod& manager : managers) {
+    if (!manager.has_ended()) {
+      EXPECT_TRUE(manager.answers());
+      EXPECT_EQ(listening_process(), manager.pid());
+      continue;
+    }
+    EXPECT_EQ(manager.end(), 1);
+    EXPECT_THAT(manager.errors(),
+                testing::AnyOf(kAnswered, "tarviod: another manager is starting up\n"));
+    EXPECT_EQ(manager.output(), "");
+  }
+}
+
+TEST(Tarviod, RaisesItsLimitOfDescriptors) {
+  Tarviod manager({}, [] {
+    const rlimit limit = {.rlim_cur = 64, .rlim_max = 200};
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+  });
+  ASSERT_TRUE(manager.answers());
+  rlimit limit = {};
+  ASSERT_EQ(::prlimit(manager.pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+  EXPECT_EQ(limit.rlim_cur, 200U);
+  EXPECT_EQ(limit.rlim_max, 200U);
+}
+
+void close_standard_streams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::close(stream);
+}
+
+TEST(Tarviod, WorksWithoutStandardStreams) {
+  Tarviod manager({"--log-level", "0"}, close_standard_streams);
+  ASSERT_TRUE(is_listened_to());
+  const std::string descriptors = "/proc/" + std::to_string(manager.pid()) + "/fd/";
+  for (const char* stream : {"0", "1", "2"})
+    EXPECT_EQ(fs::read_symlink(descriptors + stream), "/dev/null") << stream;
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "22\n\n");
+  manager.send(SIGTERM);
+  EXPECT_EQ(manager.end(), 0);
+}
+
+}  // namespace
+}  // namespace tarvio_test
