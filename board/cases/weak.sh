@@ -82,7 +82,7 @@ on_area 4 make_tree /mnt/root
 passes "a backup that loses its space on the way fails" \
   fails_with '*rootfs: *No space left on device*' back_up_without_space
 passes "there is no such package" [ ! -e /tmp/place/image.tbx ]
-passes "and no work folder" leaves_nothing /tmp/place
+passes "and no work directory" leaves_nothing /tmp/place
 umount /tmp/place
 
 make_full_kernel
