@@ -216,7 +216,6 @@ using ComRetired = ComAccept;
 
 TEST_F(ComRetired, ThreadGoesOnTrying) {
   const Hook hook("accept4", counted_accept);
-  const Hook pause("nanosleep", counted_pause);
   const int listener = tq_setup_com_server(path_.c_str(), echo);
   EXPECT_EQ(tq_wait_com(listener), 0);
   ASSERT_TRUE(soon([] { return accepts > 0; }));
@@ -224,7 +223,7 @@ TEST_F(ComRetired, ThreadGoesOnTrying) {
   // The accept that waits still holds the socket: a connection wakes it.
   EXPECT_EQ(ask(path_, "last"), "last");
   accepts = 0;
-  EXPECT_TRUE(soon([] { return accepts > 10; }));
+  EXPECT_TRUE(soon([] { return accepts >= 3; }));
   EXPECT_EQ(accepted_on, listener);
   EXPECT_TRUE(log_.contains(TQ_LOG_WARNING, "util/tq_unix_sock", "Accept unix socket failed 9 "));
   // Another server takes the number over, so that no later test loses connections to the thread.
