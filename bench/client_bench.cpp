@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "support/figures.h"
+#include "support/installed.h"
 #include "support/manager.h"
 
 namespace {
@@ -45,6 +46,7 @@ void add(const char* name, const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  tarvio_bench::install_applications(kApplications);
   const tarvio_bench::Manager manager(kApplications);
   add("tarvio_status", {BENCH_CLIENT, "status"});
   add("do_nothing", {BENCH_NOTHING});

@@ -100,6 +100,7 @@ size_t record_bytes() {
 }  // namespace
 
 int main() {
+  tarvio_bench::install_applications(kApplications);
   const tarvio_bench::Manager manager(kApplications);
   request_statuses(kWarmUp);
   const pid_t pid = manager.pid();

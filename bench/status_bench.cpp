@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "support/figures.h"
+#include "support/installed.h"
 #include "support/manager.h"
 #include "support/say.h"
 #include "tarvio/tarvio.h"
@@ -121,6 +122,7 @@ void bare_exchange(benchmark::State& state, const char* path, size_t expected) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  tarvio_bench::install_applications(kApplications);
   const tarvio_bench::Manager manager(kApplications);
   const std::string reply = manager_reply();
   const BareServer bare(reply);

@@ -42,6 +42,13 @@ std::string time_text(double seconds) {
   return text_of("%.2f ms", seconds * 1e3);
 }
 
+void print_row(const std::string& title, const std::string& limit, const std::string& measured,
+               const char* verdict) {
+  (void)std::printf("figure\t%s\t%s\t%s\t%s\n", title.c_str(), limit.c_str(), measured.c_str(),
+                    verdict);
+  (void)std::fflush(stdout);
+}
+
 bool report_figure(const Figure& figure, const MedianReporter& reporter) {
   const double ours = reporter.median(figure.ours);
   const double floor = reporter.median(figure.floor);
@@ -60,14 +67,16 @@ bool report_figure(const Figure& figure, const MedianReporter& reporter) {
 
 bool report(const std::string& title, const std::string& limit, const std::string& measured,
             bool holds) {
-  (void)std::printf("figure\t%s\t%s\t%s\t%s\n", title.c_str(), limit.c_str(), measured.c_str(),
-                    holds ? "pass" : "FAIL");
-  (void)std::fflush(stdout);
+  print_row(title, limit, measured, holds ? "pass" : "FAIL");
   return holds;
 }
 
+void report_skipped(const std::string& title, const std::string& limit, const std::string& why) {
+  print_row(title, limit, why, "skipped");
+}
+
 int run_figures(int argc, char** argv, const std::vector<Figure>& figures) {
-  // The command line comes behind, so that it can say otherwise.
+  // The command line comes last, so that it can say otherwise.
   std::vector<std::string> words = {
       argv[0], "--benchmark_repetitions=21", "--benchmark_min_time=0.1",
       "--benchmark_enable_random_interleaving=true", "--benchmark_display_aggregates_only=true"};

@@ -21,6 +21,9 @@ struct Figure {
 bool report(const std::string& title, const std::string& limit, const std::string& measured,
             bool holds);
 
+// The same for a figure that cannot be measured here, and why.
+void report_skipped(const std::string& title, const std::string& limit, const std::string& why);
+
 // Runs all benchmarks of the program, their repetitions in mixed order, so that what else the
 // machine does meets all of them alike, and reports the figures. Returns the program's exit status:
 // 0 when all figures hold, 1 when one does not, 2 for a wrong command line.

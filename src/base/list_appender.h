@@ -46,6 +46,17 @@ class ListAppender {
     find_end();
   }
 
+  // Empties the list, and frees its elements.
+  void free_all() noexcept {
+    while (tq_list_node* const node = list_.head) {
+      list_.head = node->next;
+      free(node->element);
+      free(node);
+    }
+    list_.count = 0;
+    end_ = &list_.head;
+  }
+
  private:
   void find_end() noexcept {
     while (*end_ != nullptr) end_ = &(*end_)->next;

@@ -4,8 +4,8 @@
 
 namespace {
 
-// Asks and waits for the answer, which is not looked at, on purpose.
-int ask(const char* command, const char* name) {
+// Waits for the reply and ignores it (oddity 124).
+int request(const char* command, const char* name) {
   const tarvio::Fd fd(tarvio::request_manager(command, name));
   if (!fd.valid()) return 0;
   const tarvio::StringList reply(tq_list_create());
@@ -15,10 +15,10 @@ int ask(const char* command, const char* name) {
 
 }  // namespace
 
-int tq_lib_start_app(const char* name) { return ask("start_app", name); }
+int tq_lib_start_app(const char* name) { return request("start_app", name); }
 
-int tq_lib_stop_app(const char* name) { return ask("stop_app", name); }
+int tq_lib_stop_app(const char* name) { return request("stop_app", name); }
 
-int tq_lib_start_all_app(void) { return ask("start_all", nullptr); }
+int tq_lib_start_all_app(void) { return request("start_all", nullptr); }
 
-int tq_lib_stop_all_app(void) { return ask("stop_all", nullptr); }
+int tq_lib_stop_all_app(void) { return request("stop_all", nullptr); }

@@ -6,6 +6,7 @@
 
 #include "base/copies.h"
 #include "base/line_reader.h"
+#include "base/list_appender.h"
 #include "base/owners.h"
 #include "lib/manager_request.h"
 #include "tarvio/client.h"
@@ -30,15 +31,15 @@ int32_t number_of(const char* text) {
   return static_cast<int32_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
 }
 
-// The state's number goes into `id`, and the line ends stay, on purpose.
-bool add_record(tq_list_t* list, CString name, int32_t state, CString detail) {
+// The state's number goes into `id`, and the line ends stay (oddity 125).
+bool append_record(tarvio::ListAppender& list, CString name, int32_t state, CString detail) {
   tarvio::Allocated<tq_status> record = tarvio::allocate<tq_status>();
   if (record == nullptr) return false;
   *record = tq_status{};
   record->id = state;
   record->name = name.get();
   record->detail = detail.get();
-  if (tq_list_add(list, record.get()) != 0) return false;
+  if (!list.append(record.get())) return false;
   (void)record.release();
   (void)name.release();
   (void)detail.release();
@@ -46,11 +47,12 @@ bool add_record(tq_list_t* list, CString name, int32_t state, CString detail) {
   return true;
 }
 
-int tq_lib_read_status(int fd, tq_list_t* list) {
+int tq_lib_read_status(int fd, tq_list_t& list) {
   tarvio::ReadAhead ahead;
   char room[kLineSize];
   tarvio::LineCutter line(tarvio::LineEnd::kEither, room);
   tarvio::LineReader reader(fd, ahead, line);
+  tarvio::ListAppender appender(list);
   while (CString name = next_line(reader, line)) {
     if (!reader.next()) {
       TQ_WARNING("Can't read status.");
@@ -62,7 +64,7 @@ int tq_lib_read_status(int fd, tq_list_t* list) {
       TQ_WARNING("Can't read status detail.");
       return EINVAL;
     }
-    if (!add_record(list, std::move(name), state, std::move(detail))) return ENOMEM;
+    if (!append_record(appender, std::move(name), state, std::move(detail))) return ENOMEM;
   }
   return 0;
 }
@@ -72,7 +74,7 @@ int list_status(const char* command, tq_list_t* list) {
   const tarvio::Fd fd(tarvio::request_manager(command, nullptr));
   TQ_DEBUG("fd is %d", fd.get());
   if (!fd.valid()) return fd.get();
-  (void)tq_lib_read_status(fd.get(), list);  // what came before a cut is the result
+  (void)tq_lib_read_status(fd.get(), *list);  // a list that is cut is a success (oddity 126)
   return 0;
 }
 

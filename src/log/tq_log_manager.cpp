@@ -50,7 +50,7 @@ int tq_change_status_by_log(const char* name, int32_t state, const char* detail)
   // The record is only read, so that it may borrow the caller's strings.
   const tq_status status = {.type = TQ_STATUS_TYPE_APPLICATION,
                             .id = 0,
-                            .state = is_state(state) ? state : TQ_STATE_NORMAL,
+                            .state = is_state(state) ? state : TQ_STATE_NORMAL,  // (oddity 105)
                             .detail = const_cast<char*>(detail),
                             .name = const_cast<char*>(name),
                             .next = nullptr};

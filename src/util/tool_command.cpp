@@ -29,9 +29,9 @@ void ToolCommand::append(std::string_view piece) {
 
 int run_tool(const LogPlace& caller, const ToolCommand& command) {
   if (!command.fits()) {
-    tq_log_func(TQ_LOG_WARNING, caller.unit, caller.line,
-                "command line of %zu characters is too long, at most %zu: %s", command.length(),
-                ToolCommand::kLongest, command.text());
+    log_line(TQ_LOG_WARNING, caller.unit, caller.line,
+             "command line of %zu characters is too long, at most %zu: %s", command.length(),
+             ToolCommand::kLongest, command.text());
     return ENAMETOOLONG;
   }
   const StringList lines(tq_list_create());

@@ -5,8 +5,11 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <memory>
+#include <utility>
 
 #include "base/chain.h"
+#include "base/copies.h"
 #include "base/line_reader.h"
 #include "base/list_appender.h"
 #include "base/owners.h"
@@ -54,23 +57,45 @@ tq_com_server* find_server(int fd) {
   return nullptr;
 }
 
-void free_server(tq_com_server* server) {
-  free(server->path);
-  free(server);
-}
+struct FreeServer {
+  void operator()(tq_com_server* server) const noexcept {
+    free(server->path);
+    free(server);
+  }
+};
+using Server = std::unique_ptr<tq_com_server, FreeServer>;
 
-tq_com_server* make_server(const char* path, tq_com_handler_func handler) {
-  tarvio::Allocated<tq_com_server> server = tarvio::allocate<tq_com_server>();
+Server make_server(const char* path, tq_com_handler_func handler) {
+  Server server(tarvio::allocate<tq_com_server>().release());
   if (server == nullptr) return nullptr;
   *server = tq_com_server{};
   server->handler = handler;
   server->fd = -1;
-  tq_strdup(&server->path, path);
-  return server->path == nullptr ? nullptr : server.release();
+  server->path = tarvio::copy_of(path).release();
+  return server->path == nullptr ? nullptr : std::move(server);
 }
 
-// Whether the connection, and not this process, was at fault, so that the next one may be fine.
-bool is_passing(int error) { return error == EINTR || error == ECONNABORTED; }
+// The server goes on the list whether it can listen or not (oddity 114).
+int listen_on(int fd, Server server) {
+  const int result = tq_socket_bind_unix_server_sock(fd, server->path);
+  retire_number(fd);
+  if (result == 0) server->fd = fd;
+  if (tq_list_add(com_state.tq_com_server_list, server.get()) != 0) {
+    errno = ENOMEM;
+    return -1;
+  }
+  (void)server.release();
+  return result;
+}
+
+// Whether the connection, and not this process, was at fault, so that the next one may succeed.
+bool is_transient(int error) { return error == EINTR || error == ECONNABORTED; }
+
+// Trying again at once would only burn the processor until something frees what is short.
+void pause_after_failure() {
+  const timespec pause = {.tv_sec = 0, .tv_nsec = kPauseNs};
+  (void)nanosleep(&pause, nullptr);
+}
 
 bool are_strings(int count, const char* const* args) {
   for (int at = 0; at < count; ++at) {
@@ -90,7 +115,8 @@ tarvio::CString join_lines(const char* request, int count, const char* const* ar
   return text;
 }
 
-// A line of a reply may end with a carriage return alone, which tq_chop leaves in place.
+// A line of a reply may end with a carriage return alone, which tq_chop leaves in place (oddity
+// 17).
 void cut_line_end(char* line) {
   const size_t length = strlen(tq_chop(line));
   if (length > 0 && line[length - 1] == '\r') line[length - 1] = '\0';
@@ -106,30 +132,18 @@ int tq_setup_com_server(const char* path, tq_com_handler_func handler) {
   }
   if (!tarvio::is_socket_path(path)) return setup_failed(-1);
   if (com_state.tq_com_server_list == nullptr) com_state.tq_com_server_list = tq_list_create();
-  tq_com_server* server = make_server(path, handler);
+  Server server = make_server(path, handler);
   if (server == nullptr || com_state.tq_com_server_list == nullptr) {
-    if (server != nullptr) free_server(server);
     errno = ENOMEM;
     return setup_failed(-1);
   }
 
   (void)unlink(path);
   const int fd = tq_socket_create_unix_sock();
-  if (fd < 0) {
-    free_server(server);
-    return fd;
-  }
-  int result = tq_socket_bind_unix_server_sock(fd, server->path);
-  retire_number(fd);
-  if (result == 0) server->fd = fd;
-  if (tq_list_add(com_state.tq_com_server_list, server) != 0) {
-    free_server(server);
-    errno = ENOMEM;
-    result = -1;
-  }
+  if (fd < 0) return fd;
+  const int result = listen_on(fd, std::move(server));
   if (result == 0) return fd;
-
-  const tarvio::Fd closer(fd > 0 ? fd : -1);
+  if (fd > 0) (void)close(fd);  // number 0 stays open (oddity 114)
   return setup_failed(result);
 }
 
@@ -157,14 +171,11 @@ void* tq_com_handler(void* argument) {
     const int error = errno;
     TQ_DEBUG("client socket failure %d ", client);
     (void)close(client);
-    if (!is_passing(error)) {
-      // Trying again at once would only burn the processor until somebody frees what is short.
-      const timespec pause = {.tv_sec = 0, .tv_nsec = kPauseNs};
-      (void)nanosleep(&pause, nullptr);
-    }
+    if (!is_transient(error)) pause_after_failure();
   }
 }
 
+// The thread stays, and its accepts fail from then on (oddity 115).
 int tq_stop_com_server(int fd) { return close(fd); }
 
 int tq_request_com(const char* path, const char* request, int count, const char* const* args) {
@@ -177,7 +188,7 @@ int tq_request_com(const char* path, const char* request, int count, const char*
   if (lines == nullptr) return -1;
   const int fd = tq_socket_create_unix_sock();
   if (fd < 0) return fd;
-  // An unconnected socket is handed out too, on purpose: its reads find no data.
+  // An unconnected socket is a result too, and its reads find no data (oddity 116).
   if (tq_socket_connect_unix_sock(fd, path) != 0) return fd;
   (void)tarvio::send_all(fd, lines.get(), tarvio::Deadline::never());
   (void)shutdown(fd, SHUT_WR);
@@ -195,5 +206,5 @@ int tq_receive_com(int fd, tq_list_t* lines) {
     cut_line_end(line.text());
     if (!appender.append_copy(line.text())) return ENOMEM;
   }
-  return errno;
+  return errno;  // after a clean end too (oddity 117)
 }

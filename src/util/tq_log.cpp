@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "base/owners.h"
+#include "util/log_macros.h"
 
 namespace {
 
@@ -33,13 +34,12 @@ int priority_of(int level) {
   }
 }
 
-// A line of the log, cut where it is full.
+// A line of the log, which is cut where it is full.
 class Line {
  public:
-  // Like format, for a format with no other conversions than plain "%s" and "%d", which nearly all
-  // have; false for another one, which leaves the line unfinished.
+  // Like format, for a format whose only conversions are plain "%s" and "%d", as nearly all are.
+  // False for any other, with the line unfinished.
   bool format_plain(const char* format, va_list arguments) {
-    used_ = 0;
     while (true) {
       const char* percent = strchrnul(format, '%');
       append({format, percent});
@@ -61,12 +61,9 @@ class Line {
   }
 
   void append(std::string_view piece) {
-    const size_t room = text_.size() - 1 - used_;
-    if (piece.size() <= room) {
-      put(piece);
-    } else {
-      put({piece.data(), room});
-    }
+    const size_t count = std::min(piece.size(), text_.size() - 1 - used_);
+    memcpy(text_.data() + used_, piece.data(), count);
+    used_ += count;
   }
 
   void append_string(const char* string) { append(string == nullptr ? "(null)" : string); }
@@ -82,14 +79,32 @@ class Line {
   }
 
  private:
-  void put(std::string_view piece) {
-    memcpy(text_.data() + used_, piece.data(), piece.size());
-    used_ += piece.size();
-  }
-
   std::array<char, kLineSize> text_;
   size_t used_ = 0;
 };
+
+bool is_dropped(int level) { return threshold.load(std::memory_order_relaxed) > level; }
+
+// A message that is dropped is formatted too (oddity 3). A host may log much that is, so the printf
+// family, which takes several times as long, does only what needs it.
+void compose_and_log(int level, const char* file, int line, const char* format, va_list arguments) {
+  const tarvio::ErrnoKeeper keeper;
+  Line composed;
+  va_list again;
+  va_copy(again, arguments);
+  if (!composed.format_plain(format, arguments)) composed.format(format, again);
+  va_end(again);
+  composed.append(" -  ");  // (oddity 1)
+  composed.append_string(file);
+  composed.append(" ");
+  composed.append_number(line);
+  composed.append("\n");
+  const char* text = composed.text();
+
+  if (is_dropped(level)) return;
+  syslog(priority_of(level), "%s", text);
+  if (level == TQ_LOG_DEBUG) (void)printf("%s", text);  // (oddity 2)
+}
 
 }  // namespace
 
@@ -98,28 +113,16 @@ void tq_log_init(void) { openlog("tarvio", LOG_CONS, LOG_USER); }
 void tq_set_log_level(int level) { threshold.store(level, std::memory_order_relaxed); }
 
 void tq_log_func(int level, const char* file, int line, const char* format, ...) {
-  const tarvio::ErrnoKeeper keeper;
-
-  // A message that is dropped is composed too: that is part of the contract. Nearly all are, so
-  // that the printf family, which takes several times as long, does only what needs it.
-  Line composed;
   va_list arguments;
   va_start(arguments, format);
-  const bool is_plain = composed.format_plain(format, arguments);
+  compose_and_log(level, file, line, format, arguments);
   va_end(arguments);
-  if (!is_plain) {
-    va_start(arguments, format);
-    composed.format(format, arguments);
-    va_end(arguments);
-  }
-  composed.append(" -  ");
-  composed.append_string(file);
-  composed.append(" ");
-  composed.append_number(line);
-  composed.append("\n");
-  const char* text = composed.text();
+}
 
-  if (threshold.load(std::memory_order_relaxed) > level) return;
-  syslog(priority_of(level), "%s", text);
-  if (level == TQ_LOG_DEBUG) (void)printf("%s", text);
+void tarvio::log_line(int level, const char* unit, int line, const char* format, ...) {
+  if (is_dropped(level)) return;
+  va_list arguments;
+  va_start(arguments, format);
+  compose_and_log(level, unit, line, format, arguments);
+  va_end(arguments);
 }

@@ -16,7 +16,7 @@ constexpr int kBacklog = 5;
 constexpr mode_t kEveryone = 0666;
 
 struct Address {
-  // The path may fill the whole field: its length is told apart from its terminating zero.
+  // The path may fill the whole field, so the terminating zero is not part of the address.
   explicit Address(const char* path)
       : length(static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + strlen(path))) {
     record.sun_family = AF_UNIX;
@@ -45,10 +45,10 @@ int tq_socket_bind_unix_server_sock(int fd, const char* path) {
   if (bound != 0) {
     TQ_WARNING("Can't bind unix socket.");
   } else {
-    TQ_DEBUG("Binded unix socket fd =%d ", bound);  // the result, not the socket, on purpose
+    TQ_DEBUG("Binded unix socket fd =%d ", bound);  // the result, not the socket (oddity 111)
   }
-  // A failed bind goes on: it shows in the listen.
-  (void)chmod(path, kEveryone);
+  // A failed bind does not end the call: it shows in the listen (oddity 112).
+  (void)chmod(path, kEveryone);  // whatever the umask (oddity 113)
   TQ_DEBUG("chmod fd %d 0666 ", fd);
   const int result = listen(fd, kBacklog);
   if (result != 0) TQ_WARNING("Can't listen unix socket.");

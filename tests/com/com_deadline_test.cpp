@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <functional>
@@ -12,6 +13,7 @@
 
 #include "support/got_hook.h"
 #include "support/request_handler.h"
+#include "support/stdout_capture.h"
 
 namespace tarvio_test {
 namespace {
@@ -21,16 +23,14 @@ using testing::IsEmpty;
 
 // The library's clock. It moves only while the library waits, by what the test says.
 int64_t now_ms = 0;
-int64_t tick_ms = 0;  // what each look at the clock takes
 
 int look_at_clock(clockid_t, timespec* time) {
-  now_ms += tick_ms;
   *time = {.tv_sec = static_cast<time_t>(now_ms / 1000),
            .tv_nsec = static_cast<long>(now_ms % 1000 * 1000000)};
   return 0;
 }
 
-// What happens in a wait; gives the milliseconds until something has happened.
+// What happens during a wait; returns the milliseconds that it takes.
 std::function<int()> while_waiting;
 int waits = 0;
 
@@ -52,7 +52,6 @@ class ComDeadline : public RequestHandler {
  protected:
   ComDeadline() {
     now_ms = 1000;
-    tick_ms = 0;
     waits = 0;
     std::tie(client_, server_) = socket_pair();
   }
@@ -110,9 +109,22 @@ TEST_F(ComDeadline, StreamThatNeverPausesIsCutAsWell) {
   for (int i = 0; i < 5000; ++i) request += "more\n";
   client_.send(request);
   client_.end_sending();
-  tick_ms = 10;
+  Hook hook("recv", [](int fd, void* bytes, size_t, int flags) {
+    now_ms += 10;
+    return recv(fd, bytes, 5, flags);
+  });
   EXPECT_EQ(serve_client(), "");
-  EXPECT_LE(now_ms, 6100);
+  EXPECT_EQ(now_ms, 6000);
+}
+
+TEST_F(ComDeadline, SilentPipeIsLeftAsWell) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const Socket writer(ends[1]);
+  while_waiting = [] { return kForEver; };
+  const StdoutCapture output;  // it cannot be shut down
+  EXPECT_EQ(tq_request_handler(ends[0]), 0U);
+  EXPECT_EQ(now_ms, 6000);
 }
 
 TEST_F(ComDeadline, RequestThatEndsJustInTimeIsExecuted) {

@@ -4,16 +4,16 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdarg>
-#include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "support/fail_alloc.h"
+#include "support/files.h"
 #include "support/got_hook.h"
 #include "support/live_allocations.h"
 #include "support/log_capture.h"
@@ -26,8 +26,6 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Ne;
 using testing::Not;
 
 constexpr char kUnit[] = "com/tq_com_manager";
@@ -47,34 +45,78 @@ class ComFailure : public RequestHandler {
   std::string complaint_;
 };
 
-TEST_F(ComFailure, WithoutAStreamTheConnectionIsClosedUnread) {
-  const Hook hook(
-      "fdopen", +[](int, const char*) -> FILE* {
-        errno = ENOMEM;
-        return nullptr;
-      });
-  const LogCapture log(TQ_LOG_DEBUG);
-  const long before = count_descriptors();
-  EXPECT_EQ(serve("stop_all\n"), "");
+// Lets the process open no further descriptor until the end of the scope.
+class NoMoreDescriptors {
+ public:
+  NoMoreDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit none_left = {3, before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none_left);
+  }
+  ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+  NoMoreDescriptors(const NoMoreDescriptors&) = delete;
+  NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
+
+ private:
+  rlimit before_ = {};
+};
+
+TEST_F(ComFailure, RequestIsAnsweredAtTheLimitOfDescriptors) {
+  set_three_statuses();
+  auto [client, server] = socket_pair();
+  client.send("status_app\n");
+  client.end_sending();
+  const NoMoreDescriptors limit;
+  EXPECT_EQ(dup(0), -1);
+  EXPECT_EQ(serve(client, std::move(server)), "web\n0\nstarted app\nclock\n2\nstart app failed.\n");
   EXPECT_EQ(result_, 0U);
-  EXPECT_THAT(unit_messages(log, kUnit), ElementsAre("debug: Com request handler"));
-  EXPECT_EQ(count_descriptors(), before);
 }
 
-int no_duplicate(int fd, int command, ...) {
-  va_list arguments;
-  va_start(arguments, command);
-  const int argument = va_arg(arguments, int);
-  va_end(arguments);
-  if (command != F_DUPFD_CLOEXEC) return fcntl(fd, command, argument);
-  errno = EMFILE;
-  return -1;
+TEST_F(ComFailure, RequestNeedsNoMemory) {
+  const FailAlloc fail(1, FailAlloc::kFromThenOn);
+  EXPECT_EQ(serve("start_app\nno-such\n"), "22\n\n");
+  EXPECT_EQ(serve("stop_all\n"), "0\n");
 }
 
-TEST_F(ComFailure, WithoutADescriptorTheConnectionIsClosedUnread) {
-  const Hook hook("fcntl", &no_duplicate);
-  EXPECT_EQ(serve("stop_all\n"), "");
+// A descriptor that is not a socket is read to its end too. It cannot take a reply.
+TEST_F(ComFailure, RequestOfAPipeIsExecuted) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(write(ends[1], "start_app\nclock\n", 16), 16);
+  close(ends[1]);
+  serve_and_listen(Socket(ends[0]));
+  EXPECT_THAT(binding_calls, ElementsAre("start clock"));
+  EXPECT_EQ(complaint_, "shutdown failed.: Socket operation on non-socket\n");
+  EXPECT_EQ(fcntl(ends[0], F_GETFD), -1);
   EXPECT_EQ(result_, 0U);
+}
+
+TEST_F(ComFailure, RequestOfAFileIsExecuted) {
+  const TempDir directory;
+  write_file(directory / "request", "start_app\nwebserver");
+  serve_and_listen(Socket(open((directory / "request").c_str(), O_RDONLY | O_CLOEXEC)));
+  EXPECT_THAT(binding_calls, ElementsAre("start webserver"));
+  EXPECT_EQ(result_, 0U);
+}
+
+TEST_F(ComFailure, SignalDuringAReadOnlyDelaysTheRequest) {
+  int calls = 0;
+  Hook hook("recv", [&](int fd, void* bytes, size_t size, int flags) -> ssize_t {
+    errno = EINTR;
+    return ++calls % 2 == 1 ? -1 : recv(fd, bytes, size, flags);
+  });
+  EXPECT_EQ(serve("stop_all\n"), "0\n");
+}
+
+// What arrived before counts, as after an end of the data.
+TEST_F(ComFailure, ReadErrorEndsTheRequest) {
+  int calls = 0;
+  Hook hook("recv", [&](int fd, void* bytes, size_t size, int flags) -> ssize_t {
+    if (++calls == 1) return recv(fd, bytes, size, flags);
+    errno = ECONNRESET;
+    return -1;
+  });
+  EXPECT_EQ(serve("stop_all\n"), "0\n");
 }
 
 TEST_F(ComFailure, NoConnectionLeavesADescriptorOpen) {
@@ -86,23 +128,19 @@ TEST_F(ComFailure, NoConnectionLeavesADescriptorOpen) {
   }
 }
 
-// Another thread may own the number of the socket as soon as it is closed.
-TEST_F(ComFailure, NoNumberIsClosedTwice) {
+// Another thread may own the socket's number as soon as it is closed.
+TEST_F(ComFailure, ConnectionIsClosedOnce) {
   std::vector<int> closed;
   Hook close_hook("close", [&](int fd) {
     closed.push_back(fd);
     return ::close(fd);
-  });
-  Hook fclose_hook("fclose", [&](FILE* stream) {
-    closed.push_back(fileno(stream));
-    return ::fclose(stream);
   });
   auto [client, server] = socket_pair();
   client.send("stop_all\n");
   client.end_sending();
   const int number = server.fd();
   EXPECT_EQ(serve(client, std::move(server)), "0\n");
-  EXPECT_THAT(closed, ElementsAre(number, Ne(number)));
+  EXPECT_THAT(closed, ElementsAre(number));
 }
 
 int synced = -1;
@@ -167,7 +205,7 @@ TEST_F(ComFailure, FailedCloseIsPrintedAndTheResult) {
   EXPECT_EQ(result_, static_cast<uint32_t>(EIO));
 }
 
-TEST_F(ComFailure, ConnectionThatIsNoneFailsToShutAndToClose) {
+TEST_F(ComFailure, InvalidConnectionFailsToShutAndToClose) {
   serve_and_listen(Socket(-1));
   EXPECT_EQ(complaint_,
             "shutdown failed.: Bad file descriptor\n"
@@ -259,25 +297,17 @@ TEST_F(ComFailure, SignalsOfTheProcessStayAsTheyAre) {
   EXPECT_EQ(action.sa_handler, SIG_DFL);
 }
 
-TEST_F(ComFailure, RequestThatMemoryDoesNotHoldIsNotExecuted) {
-  for (const int n : {1, 2}) {  // the copy of the command, and that of the name
-    const FailAlloc fail(n);
-    EXPECT_EQ(serve("start_app\nclock\n"), "");
-  }
-  EXPECT_THAT(binding_calls, IsEmpty());
-}
-
 TEST_F(ComFailure, ListThatMemoryDoesNotHoldIsShort) {
   set_three_statuses();
   {
-    const FailAlloc fail(3, FailAlloc::kFromThenOn);  // after the command and the list itself
+    const FailAlloc fail(2, FailAlloc::kFromThenOn);  // after the list itself
     EXPECT_EQ(serve("status_all\n"), "");
   }
   {
-    const FailAlloc fail(7, FailAlloc::kFromThenOn);  // and after one record
+    const FailAlloc fail(6, FailAlloc::kFromThenOn);  // and after one record
     EXPECT_EQ(serve("status_all\n"), "web\n0\nstarted app\n");
   }
-  const FailAlloc fail(2);
+  const FailAlloc fail(1);
   EXPECT_EQ(serve("status_all\n"), "");
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstddef>
@@ -110,6 +111,14 @@ TEST_F(ComServer, FailedBindKeepsItsRecordButNotItsSocket) {
   EXPECT_EQ(live.count(), 3);  // record, path and list node
   EXPECT_EQ(count_descriptors(), descriptors);
   EXPECT_EQ(logged().back(), "debug: Com server setup failed -1");
+}
+
+TEST_F(ComServer, FailedSetUpLeavesTheNumber0Open) {
+  const Socket standard_input(dup(STDIN_FILENO));
+  close(STDIN_FILENO);
+  EXPECT_EQ(tq_setup_com_server("/no-such-directory/socket", echo), -1);
+  EXPECT_NE(fcntl(STDIN_FILENO, F_GETFD), -1);
+  dup2(standard_input.fd(), STDIN_FILENO);
 }
 
 TEST_F(ComServer, WhoseSetUpFailedHasNoNumber) {

@@ -211,8 +211,24 @@ TEST_F(ComServer, NoSocketIsInheritedByAChild) {
   EXPECT_EQ(request.read_to_end(), before);
 }
 
-// The last ones: a retired server's thread keeps on trying for as long as the process lives.
+// The last ones: a retired server's thread keeps trying for as long as the process lives.
 using ComRetired = ComAccept;
+
+TEST_F(ComRetired, ThreadGoesOnTrying) {
+  const Hook hook("accept4", counted_accept);
+  const int listener = tq_setup_com_server(path_.c_str(), echo);
+  EXPECT_EQ(tq_wait_com(listener), 0);
+  ASSERT_TRUE(soon([] { return accepts > 0; }));
+  EXPECT_EQ(tq_stop_com_server(listener), 0);
+  // The accept that waits still holds the socket: a connection wakes it.
+  EXPECT_EQ(ask(path_, "last"), "last");
+  accepts = 0;
+  EXPECT_TRUE(soon([] { return accepts >= 3; }));
+  EXPECT_EQ(accepted_on, listener);
+  EXPECT_TRUE(log_.contains(TQ_LOG_WARNING, "util/tq_unix_sock", "Accept unix socket failed 9 "));
+  // Another server takes the number over, so that no later test loses connections to the thread.
+  EXPECT_EQ(tq_setup_com_server(path_.c_str(), echo), listener);
+}
 
 TEST_F(ComRetired, NumberBelongsToTheNewestServer) {
   const Hook hook("accept4", counted_accept);

@@ -58,7 +58,7 @@ void tq_send_status_list(int fd, tq_list_t* list) {
       TQ_DEBUG("sending status of %s done", record->name);
       TQ_DEBUG("sending status of %s next done", record->name);
     }
-    // The first record of every list stays allocated, on purpose.
+    // The first record of every list stays allocated (oddity 122).
     if (!is_first) (void)tq_delete_tq_status(&record);
     is_first = false;
   }

@@ -11,13 +11,13 @@
 
 namespace tarvio {
 
-// Collects a reply and sends it in pieces as large as possible. A piece that is not taken within
-// the time for a write ends the reply.
+// Collects a reply and sends it in pieces as large as possible. A piece that the peer does not take
+// in time ends the reply.
 class Reply {
  public:
   explicit Reply(int fd) : fd_(fd) {}
 
-  // False, then and ever after, when the peer is gone or takes nothing.
+  // False, from then on, when the peer is gone or does not take a piece.
   bool append(std::string_view text) {
     if (text.size() > bytes_.size() - size_) return append_in_pieces(text);
     memcpy(bytes_.data() + size_, text.data(), text.size());
@@ -36,7 +36,7 @@ class Reply {
   std::array<char, 4096> bytes_;
 };
 
-// Writes a status block per record and releases the list, and the records but for the first.
+// Sends a status block per record, and releases the list and all its records but the first.
 void tq_send_status_list(int fd, tq_list_t* list);
 
 }  // namespace tarvio

@@ -1,24 +1,34 @@
-// The request side of the protocol: reading the lines of one connection under a deadline.
+// The request side of the protocol: the lines of one connection, read under a deadline.
 #ifndef TARVIO_SRC_COM_TQ_COM_MANAGER_REQUEST_H
 #define TARVIO_SRC_COM_TQ_COM_MANAGER_REQUEST_H
 
-#include <stdio.h>
+#include <stddef.h>
+
+#include <array>
 
 #include "base/deadline.h"
-#include "base/owners.h"
 
 namespace tarvio {
 
-// The lines that count: the first two, null when they did not come. All others are read and
-// dropped.
-struct Request {
-  CString command;
-  CString name;
-};
+// Needs neither memory nor a descriptor, so that a manager that has run out of either still
+// answers.
+class Request {
+ public:
+  // Reads to the end of the data. False when the deadline passed first: the request is then not to
+  // be executed.
+  bool read(int fd, const Deadline& deadline);
 
-// Reads all lines up to the end of data from a stream over a descriptor that does not block. False
-// when the deadline passed first or memory ran out: the request is not to be executed then.
-bool read_request(FILE* stream, const Deadline& deadline, Request& request);
+  // The two lines that count, null for one that did not arrive. Further lines are dropped.
+  [[nodiscard]] const char* command() const { return count_ > 0 ? lines_[0].data() : nullptr; }
+  [[nodiscard]] const char* name() const { return count_ > 1 ? lines_[1].data() : nullptr; }
+
+ private:
+  // A longer line counts as several (oddity 121).
+  static constexpr size_t kLineSize = 255;
+
+  std::array<std::array<char, kLineSize>, 2> lines_;
+  size_t count_ = 0;
+};
 
 }  // namespace tarvio
 

@@ -1,8 +1,6 @@
 #include <errno.h>
-#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -35,12 +33,13 @@ void send_statuses(int fd, int (*find)(tq_list_t** list)) {
 
 void status_all(int fd, const char* /*name*/) { send_statuses(fd, tq_find_all_status2); }
 
-// A name does not select here, on purpose: all applications are answered.
+// All applications, whatever the name (oddity 119).
 void status_app(int fd, const char* /*name*/) {
   send_statuses(
       fd, [](tq_list_t** list) { return tq_find_by_type2(TQ_STATUS_TYPE_APPLICATION, list); });
 }
 
+// Without a name 22 is the answer here, and none in stop_app (oddity 120).
 void start_app(int fd, const char* name) {
   if (name == nullptr) return send_code(fd, EINVAL, kTwoLineEnds);
   TQ_DEBUG("Handling start app %s ", name);
@@ -61,7 +60,7 @@ void stop_app(int fd, const char* name) {
 
 void stop_all(int fd, const char* /*name*/) {
   TQ_DEBUG("Handling stop all app");
-  send_code(fd, tq_stop_all_app(), "\n");  // one line end, unlike the others, on purpose
+  send_code(fd, tq_stop_all_app(), "\n");  // one line end, not two (oddity 118)
 }
 
 struct Command {
@@ -78,30 +77,16 @@ constexpr std::array<Command, 6> kCommands = {{
 }};
 
 void serve(int fd, const tarvio::Request& request) {
-  if (request.command == nullptr) return;
+  if (request.command() == nullptr) return;
   for (const Command& command : kCommands) {
-    if (strcmp(request.command.get(), command.word) == 0) {
-      command.serve(fd, request.name.get());
+    if (strcmp(request.command(), command.word) == 0) {
+      command.serve(fd, request.name());
       return;
     }
   }
 }
 
-using StreamBuffer = std::array<char, 4096>;
-
-// A stream over a duplicate, so that closing both closes no number twice; null when there is none.
-// It works in the given buffer, which saves the heap a block for each request.
-tarvio::File open_stream(int fd, StreamBuffer& buffer) {
-  tarvio::Fd duplicate(fcntl(fd, F_DUPFD_CLOEXEC, 0));
-  int on = 1;
-  if (!duplicate.valid() || ioctl(fd, FIONBIO, &on) != 0) return nullptr;
-  tarvio::File stream(fdopen(duplicate.get(), "r"));
-  if (stream == nullptr) return nullptr;
-  (void)duplicate.release();
-  (void)setvbuf(stream.get(), buffer.data(), _IOFBF, buffer.size());
-  return stream;
-}
-
+// Failures are printed, and not logged (oddity 123).
 uint32_t end_connection(int fd) {
   (void)fsync(fd);
   if (shutdown(fd, SHUT_RDWR) != 0) {
@@ -119,13 +104,8 @@ uint32_t end_connection(int fd) {
 
 uint32_t tq_request_handler(int32_t fd) {
   TQ_DEBUG("Com request handler");
-  StreamBuffer buffer;
-  const tarvio::File stream = open_stream(fd, buffer);
   tarvio::Request request;
-  if (stream != nullptr &&
-      tarvio::read_request(stream.get(), tarvio::Deadline::after(kRequestTimeMs), request)) {
-    serve(fd, request);
-  }
+  if (request.read(fd, tarvio::Deadline::after(kRequestTimeMs))) serve(fd, request);
   return end_connection(fd);
 }
 

@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <utility>
 
+#include "base/copies.h"
 #include "base/owners.h"
 #include "tarvio/log_monitor.h"
-#include "tarvio/text.h"
 #include "util/log_macros.h"
 
 static_assert(offsetof(tq_syslog_line, ident) == sizeof(void*));
@@ -25,7 +25,7 @@ struct LevelText {
   int32_t level;
 };
 
-// The first that a level word contains.
+// The first that a level word contains counts (oddity 109).
 constexpr std::array<LevelText, 8> kLevels = {{
     {"debug", 0},
     {"info", 0},
@@ -38,7 +38,7 @@ constexpr std::array<LevelText, 8> kLevels = {{
 }};
 constexpr int32_t kNoLevel = -1;
 
-// Takes a text apart in place. Once a token is missing, so are all that follow.
+// Splits a text in place. Once a token is missing, so are all that follow.
 class Tokens {
  public:
   explicit Tokens(char* text) : text_(text) {}
@@ -59,8 +59,8 @@ struct Fields {
   const char* message;
 };
 
-// False when the line is not for the monitor.
-bool take_apart(char* line, Fields& fields) {
+// False when the monitor has no use for the line. The line feeds in the messages stay (oddity 5).
+bool split(char* line, Fields& fields) {
   Tokens tokens(line);
   const char* month = tokens.next(" ");
   if (tq_get_month(month) < 0) {
@@ -90,17 +90,11 @@ int32_t level_of(const char* field) {
   return kNoLevel;
 }
 
-tarvio::CString copy_of(const char* text) {
-  char* copy = nullptr;
-  tq_strdup(&copy, text);
-  return tarvio::CString(copy);
-}
-
 }  // namespace
 
 int tq_get_month(const char* text) {
   if (text == nullptr) return -1;
-  const size_t length = strnlen(text, kMonthLetters);
+  const size_t length = strnlen(text, kMonthLetters);  // one letter is enough (oddity 108)
   const auto* const month = std::find_if(kMonths.begin(), kMonths.end(), [&](const char* name) {
     return strncmp(text, name, length) == 0;
   });
@@ -108,13 +102,13 @@ int tq_get_month(const char* text) {
 }
 
 tq_syslog_line* tq_parse_syslog(const char* line) {
-  const tarvio::CString copy = copy_of(line);
+  const tarvio::CString copy = tarvio::copy_of(line);
   Fields fields = {};
-  if (copy == nullptr || !take_apart(copy.get(), fields)) return nullptr;
+  if (copy == nullptr || !split(copy.get(), fields)) return nullptr;
 
   tarvio::Allocated<tq_syslog_line> parsed = tarvio::allocate<tq_syslog_line>();
-  tarvio::CString ident = copy_of(fields.ident);
-  tarvio::CString message = copy_of(fields.message);
+  tarvio::CString ident = tarvio::copy_of(fields.ident);
+  tarvio::CString message = tarvio::copy_of(fields.message);
   if (parsed == nullptr || ident == nullptr || message == nullptr) return nullptr;
   *parsed = {
       .level = level_of(fields.level), .ident = ident.release(), .message = message.release()};

@@ -2,11 +2,14 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <utility>
+
+#include "base/copies.h"
 #include "base/line_reader.h"
+#include "base/list_appender.h"
 #include "base/owners.h"
 #include "tarvio/log_monitor.h"
 #include "tarvio/process.h"
-#include "tarvio/text.h"
 #include "util/log_macros.h"
 
 char* tq_last_syslog = nullptr;
@@ -17,22 +20,7 @@ constexpr size_t kPieceSize = 255;
 constexpr size_t kReadAheadBytes = 64UL * 1024;  // what a pipe holds
 constexpr int kNoMatch = -1;
 
-// What a command printed.
-struct Output {
-  int count = 0;              // lines, or pieces of lines
-  int matched_at = kNoMatch;  // the last one that equals the line that was looked for
-  tarvio::StringList behind;  // copies of those behind it
-};
-
-// Drops what is known to be old at once, so that no more than the new lines have to fit in memory.
-void drop_all(tq_list_t* lines) {
-  while (void* line = tq_list_first(lines)) {
-    (void)tq_list_remove(lines, 0);
-    free(line);
-  }
-}
-
-// As one printf prints it, in a third of its time.
+// As one printf prints it, in a third of its time (oddity 106).
 void print(const char* line) {
   flockfile(stdout);
   (void)fputs_unlocked(" dup ", stdout);
@@ -40,20 +28,27 @@ void print(const char* line) {
   funlockfile(stdout);
 }
 
-bool take(Output& output, const char* line, const char* last) {
-  print(line);
-  const int at = output.count++;
-  if (last != nullptr && strcmp(last, line) == 0) {
-    (void)puts(" this line is match!");
-    output.matched_at = at;
-    drop_all(output.behind.get());
-    return true;
-  }
-  char* copy = nullptr;
-  tq_strdup(&copy, line);
-  if (copy != nullptr && tq_list_add(output.behind.get(), copy) == 0) return true;
-  free(copy);
-  return false;
+// What a command printed.
+struct Output {
+  tarvio::ListAppender new_lines;  // copies of the lines after the last match
+  const char* newest = nullptr;    // the last one of them
+  int count = 0;                   // lines, or pieces of lines
+  int matched_at = kNoMatch;       // the last match counts (oddity 107)
+};
+
+// What is known to be old goes at once, so that only the new lines have to fit in memory.
+void match(Output& output) {
+  (void)puts(" this line is match!");
+  output.matched_at = output.count;
+  output.newest = nullptr;
+  output.new_lines.free_all();
+}
+
+bool append_copy(Output& output, const char* line) {
+  tarvio::CString copy = tarvio::copy_of(line);
+  if (copy == nullptr || !output.new_lines.append(copy.get())) return false;
+  output.newest = copy.release();
+  return true;
 }
 
 // 0, or an error that leaves what was read incomplete.
@@ -63,19 +58,15 @@ int read_output(int fd, const char* last, Output& output) {
   char room[kPieceSize];
   tarvio::LineCutter piece(tarvio::LineEnd::kLineFeed, room);
   tarvio::LineReader reader(fd, {ahead.get(), kReadAheadBytes}, piece);
-  while (reader.next()) {
-    if (!take(output, piece.text(), last)) return ENOMEM;
+  for (; reader.next(); ++output.count) {
+    print(piece.text());
+    if (last != nullptr && strcmp(last, piece.text()) == 0) {
+      match(output);
+    } else if (!append_copy(output, piece.text())) {
+      return ENOMEM;
+    }
   }
   return 0;
-}
-
-// The nodes go over as they are. They are counted before.
-void append(tq_list_t* to, tq_list_t* from) {
-  tq_list_node* tail = tq_list_get_last(to);
-  (tail == nullptr ? to->head : tail->next) = from->head;
-  to->count += from->count;
-  from->head = nullptr;
-  from->count = 0;
 }
 
 }  // namespace
@@ -87,22 +78,19 @@ int tq_log_read(const char* command, const char* last, tq_list_t* new_lines) {
   const int created = tq_create_process(command, TQ_PIPE_STDOUT, &pid, nullptr, &fd, nullptr);
   if (created != 0) return created;
   const tarvio::Fd pipe(fd);
-  Output output;
-  output.behind.reset(tq_list_create());
-  if (output.behind == nullptr) return ENOMEM;
+  const tarvio::StringList lines(tq_list_create());
+  if (lines == nullptr) return ENOMEM;
   if (tq_last_syslog != nullptr) TQ_DEBUG("syslog lastlog %s ", tq_last_syslog);
 
+  Output output = {.new_lines = tarvio::ListAppender(*lines)};
   if (const int failed = read_output(pipe.get(), last, output); failed != 0) return failed;
   TQ_DEBUG("Check syslog %d lines, lastlog matched at line %d", output.count, output.matched_at);
-
-  if (const tq_list_node* newest = tq_list_get_last(output.behind.get()); newest != nullptr) {
-    char* copy = nullptr;
-    tq_strdup(&copy, static_cast<const char*>(newest->element));
-    if (copy == nullptr) return ENOMEM;
-    free(tq_last_syslog);
-    tq_last_syslog = copy;
-    append(new_lines, output.behind.get());
+  if (output.newest != nullptr) {
+    char* const newest = tarvio::copy_of(output.newest).release();
+    if (newest == nullptr) return ENOMEM;
+    free(std::exchange(tq_last_syslog, newest));
+    tarvio::ListAppender(*new_lines).append_all(*lines);
   }
-  TQ_DEBUG("check log size %d", tq_list_size(new_lines));
+  TQ_DEBUG("check log size %d", new_lines->count);
   return 0;
 }
