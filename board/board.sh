@@ -108,12 +108,12 @@ image() {
 product() {
   local directory=$1/product
   DESTDIR=$directory cmake --install "$2" --strip --prefix /usr >/dev/null
-  rm -rf "$folder"/usr/{include,share,lib/cmake,lib/pkgconfig}
-  mkdir -p "$folder"/{board,usr/local/bin}
+  rm -rf "$directory"/usr/{include,share,lib/cmake,lib/pkgconfig}
+  mkdir -p "$directory"/{board,usr/local/bin}
   cp "$here/init" "$directory/init"
   cp "$here"/{library,flash}.sh "$here"/cases/* "$directory/board/"
   cp "$here"/bin/* "$here/../tests/sandbox/opkg" "$directory/usr/local/bin/"
-  pack "$folder"
+  pack "$directory"
 }
 
 # Passes on what the board says, but for its kernel, and cuts the power where the case has said to.
@@ -194,7 +194,7 @@ run() {
     carry_flash "$boot"
     boots=$((boots + 1))
   done
-  # The emulator's own status tells nothing of what went on inside.
+  # The emulator's own status says nothing of what went on inside.
   result=$(cat "$boot/share/result" 2>/dev/null || echo "none: the board stopped before the end")
   [ "$result" = 0 ] || { echo "result $result, see $work/console-$case.log" && return 1; }
   rm "console-$case.log"

@@ -62,7 +62,7 @@ int tq_archive_ar(const char *archive, int file_count, const char *const *files)
 /* Runs a command line under the shell and keeps what it prints.
  *
  * The first line is a heading, which is not kept: the output is taken when that line has at least 16
- * characters and does not hold "Collected errors". Otherwise the lines behind it are printed on standard
+ * characters and does not hold "Collected errors". Otherwise the lines after it are printed on standard
  * output, without line ends. Lines may have any length, and end with a line feed, a carriage return or
  * both.
  *

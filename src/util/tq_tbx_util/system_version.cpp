@@ -4,6 +4,10 @@
 #include <string.h>
 #include <sys/mount.h>
 
+#include <algorithm>
+#include <string_view>
+
+#include "base/copies.h"
 #include "base/offline_root.h"
 #include "tarvio/opkg.h"
 #include "tarvio/text.h"
@@ -17,7 +21,7 @@ constexpr char kVersionFile[] = "/etc/systemversion";
 constexpr char kInfoDirectory[] = "/usr/lib/opkg/info/";
 constexpr size_t kNameSize = 4096;
 constexpr size_t kLineSize = 256;
-constexpr size_t kShortestKey = 7;
+constexpr size_t kMinKeyLength = 7;
 
 CString joined(const char* first, const char* second, const char* third = "",
                const char* fourth = "") {
@@ -32,18 +36,23 @@ File open_to_read(const char* path) {
   return file;
 }
 
-// Null when a line does not tell the version.
-CString version_in(const char* line) {
-  if (strlen(line) < 2 || strstr(line, ": ") == nullptr) return nullptr;
-  const Allocated<char*> words(tq_strtok(line, ": "));
-  if (words == nullptr || words.get()[0] == nullptr) return nullptr;
-  const CString key(words.get()[0]);
-  const char* value = words.get()[1];
-  if (value == nullptr || strlen(key.get()) < kShortestKey) return nullptr;
-  if (strstr(key.get(), "Version") == nullptr) return nullptr;
-  char* copy = nullptr;
-  tq_strdup(&copy, value);
-  return CString(copy);
+// Takes the next word off a text, as strtok does.
+std::string_view take_word(std::string_view& text) {
+  constexpr std::string_view kDelimiters = ": ";
+  text.remove_prefix(std::min(text.find_first_not_of(kDelimiters), text.size()));
+  const std::string_view word = text.substr(0, text.find_first_of(kDelimiters));
+  text.remove_prefix(word.size());
+  return word;
+}
+
+// Null when a line does not hold the version (oddity 147).
+CString version_in(std::string_view line) {
+  if (line.find(": ") == std::string_view::npos) return nullptr;
+  const std::string_view key = take_word(line);
+  const std::string_view value = take_word(line);
+  const bool is_version =
+      key.size() >= kMinKeyLength && key.find("Version") != std::string_view::npos;
+  return is_version && !value.empty() ? copy_of(value) : nullptr;
 }
 
 CString version_of_package(const char* name, const char* root) {
@@ -61,7 +70,7 @@ CString version_of_package(const char* name, const char* root) {
     CString found = version_in(line);
     if (found == nullptr) continue;
     TQ_DEBUG("version of the system is  %s", found.get());
-    version = std::move(found);  // the last one counts
+    version = std::move(found);  // the last one counts (oddity 147)
   }
   return version;
 }
