@@ -56,9 +56,9 @@ md5sum /tmp/first.tbx >/tmp/first.md5
 
 passes "the writable area is filled with garbage" garbage
 passes "a file system that does not mount is not saved" \
-  fails_with '*cannot write*writable: /dev/mtdblock5 could not be mounted*' tarvio backup writable --to /tmp/other.tbx
+  fails_with '*cannot write*writable: cannot mount /dev/mtdblock5*' tarvio backup writable --to /tmp/other.tbx
 passes "there is no such package" [ ! -e /tmp/other.tbx ]
-passes "nor in place of another one" fails_with '*writable: *could not be mounted*' \
+passes "nor in place of another one" fails_with '*writable: cannot mount**' \
   tarvio backup bootloader writable --to /tmp/first.tbx --overwrite
 passes "which is as it was" is_first
 
@@ -73,8 +73,8 @@ rm /tmp/other.tbx
 mkdir /tmp/place
 mount -t tmpfs -o size=1m place /tmp/place
 passes "without space a backup does not begin" \
-  fails_with '*the work may take*free*' tarvio backup kernel --to /tmp/other.tbx --workdir /tmp/place
-passes "nor does a restore" fails_with '*the work may take*free*nothing was written*' \
+  fails_with '*not enough space*free*' tarvio backup kernel --to /tmp/other.tbx --workdir /tmp/place
+passes "nor does a restore" fails_with '*not enough space*free*nothing was written*' \
   tarvio restore /tmp/first.tbx --yes --workdir /tmp/place
 passes "the boot loader is as it was" is_sum "$bootloader" 1 262144
 mount -o remount,size=200m /tmp/place

@@ -6,7 +6,7 @@ namespace client {
 
 namespace {
 
-constexpr size_t kLongestName = 100;  // there must be room for the rest of a command line
+constexpr size_t kMaxNameLength = 100;  // there must be room for the rest of a command line
 
 bool is_plain(char letter) {
   constexpr std::string_view kMarks = "._+-";
@@ -42,7 +42,7 @@ const char* method_of(const FlashArea& area) { return area.is_jffs2 ? "file syst
 
 bool is_image_file_name(std::string_view path) {
   const std::string_view name = path.substr(path.rfind('/') + 1);
-  return !name.empty() && name.size() <= kLongestName && name != "." && name != ".." &&
+  return !name.empty() && name.size() <= kMaxNameLength && name != "." && name != ".." &&
          std::all_of(name.begin(), name.end(), is_plain);
 }
 
