@@ -58,7 +58,7 @@ passes "the writable area is filled with garbage" garbage
 passes "a file system that does not mount is not saved" \
   fails_with '*cannot write*writable: cannot mount /dev/mtdblock5*' tarvio backup writable --to /tmp/other.tbx
 passes "there is no such package" [ ! -e /tmp/other.tbx ]
-passes "nor in place of another one" fails_with '*writable: cannot mount**' \
+passes "nor in place of another one" fails_with '*writable: cannot mount*' \
   tarvio backup bootloader writable --to /tmp/first.tbx --overwrite
 passes "which is as it was" is_first
 
