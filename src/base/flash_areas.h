@@ -39,6 +39,15 @@ inline constexpr std::array<FlashArea, 6> kFlashAreas = {{
      "/dev/mtd6", 0x7380000, "/dev/mtd6", 0x8000000, "TqDataTarget: hibernation\n"},
 }};
 
+// The first area of which a condition holds; null when it holds of none.
+template <typename Condition>
+const FlashArea* find_flash_area(Condition holds) {
+  for (const FlashArea& area : kFlashAreas) {
+    if (holds(area)) return &area;
+  }
+  return nullptr;
+}
+
 // The second file of the hibernation area. A restore erases more than a backup saves (oddity 142).
 inline constexpr struct {
   const char* file;

@@ -65,10 +65,9 @@ int cut(const char* file, const char* device, unsigned start, unsigned length) {
 
 int area_bytes(int image_type) {
   if (image_type == kSizedAsHibernation) image_type = TQ_IMAGE_HIBERNATION;
-  for (const tarvio::FlashArea& area : tarvio::kFlashAreas) {
-    if (area.type == image_type) return area.bytes;
-  }
-  return 0;
+  const auto* const area =
+      tarvio::find_flash_area([=](const auto& each) { return each.type == image_type; });
+  return area == nullptr ? 0 : area->bytes;
 }
 
 }  // namespace

@@ -170,6 +170,13 @@ TEST_F(FlashObserver, SeesTheRangesOfTheHibernationInformation) {
                             "begin erase hibernation /dev/mtd6 0x0 0"}));
 }
 
+TEST_F(FlashObserver, SeesNoAreaInAnImageOfAnotherType) {
+  const ShellCommands commands;
+  const Observer observer;
+  (void)tq_tbx_resotore_image("", "file", "/dev/mtd9", 0, 99);
+  EXPECT_EQ(observer.events().front(), "begin erase /dev/mtd9 0x0 0");
+}
+
 TEST_F(FlashObserver, SeesTheLinesOfATool) {
   const Tool nanddump("nanddump", "printf 'first\\r\\n\\n'; printf %300s last >&2");
   const Observer observer;

@@ -17,10 +17,7 @@ bool is_plain(char letter) {
 }  // namespace
 
 const FlashArea* find_area(std::string_view name) {
-  const auto* const found =
-      std::find_if(tarvio::kFlashAreas.begin(), tarvio::kFlashAreas.end(),
-                   [name](const FlashArea& area) { return area.name == name; });
-  return found == tarvio::kFlashAreas.end() ? nullptr : found;
+  return tarvio::find_flash_area([=](const FlashArea& area) { return area.name == name; });
 }
 
 std::vector<AreaPart> parts_of(const FlashArea& area) {

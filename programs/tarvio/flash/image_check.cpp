@@ -16,22 +16,22 @@ using Member = ArchiveFile::Member;
 
 constexpr size_t kPiece = 65536;
 
-void check_file_system(const Member& member, uint64_t largest_bytes) {
+void check_size(const Member& member, const AreaPart& part) {
+  if (member.bytes <= part.largest_bytes) return;
+  throw Failure(EFBIG, member.name + " of " + size_words(member.bytes) +
+                           " is larger than its area of " + size_words(part.largest_bytes));
+}
+
+void check_file_system(const Member& member, const AreaPart& part) {
   if (member.bytes == 0 || member.bytes % tarvio::kEraseBlockBytes != 0) {
     throw Failure(EIO, "its image is not a whole number of erase blocks");
   }
-  if (member.bytes > largest_bytes) {
-    throw Failure(EFBIG, "its image of " + size_words(member.bytes) +
-                             " is larger than its area of " + size_words(largest_bytes));
-  }
+  check_size(member, part);
 }
 
 void check_fits(const Member& member, const AreaPart& part) {
   if (member.bytes == 0) throw Failure(EINVAL, member.name + " is empty");
-  if (member.bytes > part.largest_bytes) {
-    throw Failure(EFBIG, member.name + " of " + size_words(member.bytes) +
-                             " is larger than its area of " + size_words(part.largest_bytes));
-  }
+  check_size(member, part);
   const uint64_t page = size_of_device(part.device).page_bytes;
   if (page == 0 || member.bytes % page != 0) {
     throw Failure(EINVAL, member.name + " is not a whole number of pages of " +
@@ -80,7 +80,7 @@ uint64_t check_saved(const ArchiveFile& package, const FlashArea& area) {
     const Member& member = package.find(member_of(part));
     bytes += member.bytes;
     if (area.is_jffs2) {
-      check_file_system(member, part.largest_bytes);
+      check_file_system(member, part);
     } else if (member.bytes != part.backup_bytes) {
       throw Failure(EIO, member.name + " has " + size_words(member.bytes) + " instead of " +
                              size_words(part.backup_bytes));

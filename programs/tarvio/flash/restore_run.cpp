@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -135,18 +134,14 @@ class RestoreRun {
     judge();
   }
 
-  void for_areas(const std::function<void(const FlashArea&, RestoredArea&)>& work) {
-    for (size_t at = 0; at < areas_.size(); ++at) work(*areas_[at], restored_[at]);
-  }
-
   void check(const ArchiveFile& package, const FlashJobs& jobs) {
-    for_areas([&](const FlashArea& area, RestoredArea& restored) {
+    for (RestoredArea& area : restored_) {
       try {
-        restored.size_bytes = check_to_restore(package, area, jobs);
+        area.size_bytes = check_to_restore(package, *find_area(area.name), jobs);
       } catch (const Failure& failure) {
-        throw Failure(failure.code(), restored.name + ": " + failure.what(), failure.status());
+        throw Failure(failure.code(), area.name + ": " + failure.what(), failure.status());
       }
-    });
+    }
   }
 
   // The areas' files are there all at once before the first one is written, and gone before the
@@ -183,27 +178,27 @@ class RestoreRun {
   }
 
   void verify_areas(const ArchiveFile& package, const FlashJobs& jobs) {
-    for_areas([&](const FlashArea& area, RestoredArea& restored) {
-      if (restored.state != AreaState::kWritten) return;
+    for (RestoredArea& area : restored_) {
+      if (area.state != AreaState::kWritten) continue;
       progress_.begin(area.name);
       try {
-        progress_.end("verified", verify(package, area, jobs));
-        restored.is_verified = true;
+        progress_.end("verified", verify(package, *find_area(area.name), jobs));
+        area.is_verified = true;
       } catch (const Failure& failure) {
-        restored.failure = failure.what();
-        restored.state = AreaState::kUnfinished;
+        area.failure = failure.what();
+        area.state = AreaState::kUnfinished;
       }
-    });
+    }
   }
 
   void judge() {
     progress_.give_up();
     std::string failed;
-    for_areas([&](const FlashArea& area, const RestoredArea& restored) {
-      if (restored.state == AreaState::kWritten) return;
-      complain(restored.name + ": " + restored.failure);
-      failed += (failed.empty() ? "" : ", ") + std::string(area.name);
-    });
+    for (const RestoredArea& area : restored_) {
+      if (area.state == AreaState::kWritten) continue;
+      complain(area.name + ": " + (area.failure.empty() ? "not written" : area.failure));
+      failed += (failed.empty() ? "" : ", ") + area.name;
+    }
     if (!failed.empty()) throw Failure(EIO, failed + " failed");
   }
 

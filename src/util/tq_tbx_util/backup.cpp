@@ -44,11 +44,10 @@ tarvio::CString package_name(const char* dest) {
 }
 
 // An unknown name means the first area, the boot loader (oddity 140).
-size_t area_index(const char* name) {
-  for (size_t at = 0; at < kFlashAreas.size(); ++at) {
-    if (strcmp(name, kFlashAreas[at].name) == 0) return at;
-  }
-  return 0;
+const FlashArea& area_of(const char* name) {
+  const FlashArea* const area =
+      tarvio::find_flash_area([=](const FlashArea& each) { return strcmp(name, each.name) == 0; });
+  return area == nullptr ? kFlashAreas.front() : *area;
 }
 
 // Whether every file can be packed: the call fails before the first dump rather than after the
@@ -58,7 +57,7 @@ bool can_be_packed(const tq_list_t* areas, const char* package) {
     return tarvio::ToolCommand("ar rv %s %s 2>&1", package, file).fits();
   };
   for (const char* name : tarvio::Elements<char>(areas)) {
-    if (!fits(kFlashAreas[area_index(name)].file)) return false;
+    if (!fits(area_of(name).file)) return false;
   }
   return fits(kHibernationInfo.file) && fits(kControlArchive);
 }
@@ -126,9 +125,8 @@ int back_up(const FlashArea& area, const Destination& to) {
 
 int back_up_all(const tq_list_t* areas, const Destination& to) {
   for (const char* name : tarvio::Elements<char>(areas)) {
-    const size_t index = area_index(name);
-    TQ_DEBUG("now handling img's index %d", static_cast<int>(index));
-    const FlashArea& area = kFlashAreas[index];
+    const FlashArea& area = area_of(name);
+    TQ_DEBUG("now handling img's index %d", static_cast<int>(&area - kFlashAreas.data()));
     const int result = back_up(area, to);
     if (result != 0) {  // the files so far stay (oddity 154)
       TQ_DEBUG("tbx backup done.");

@@ -14,6 +14,7 @@
 
 namespace {
 
+using tarvio::find_flash_area;
 using tarvio::FlashArea;
 using tarvio::FlashStep;
 using tarvio::FlashWork;
@@ -23,17 +24,15 @@ using tarvio::kHibernationInfo;
 // The first area whose name occurs in the line (oddity 148). A line without any means the boot
 // loader, as in a backup (oddity 140).
 const FlashArea& area_of(const char* line) {
-  for (const FlashArea& area : kFlashAreas) {
-    if (strstr(line, area.name) != nullptr) return area;
-  }
-  return kFlashAreas.front();
+  const FlashArea* const area =
+      find_flash_area([=](const FlashArea& each) { return strstr(line, each.name) != nullptr; });
+  return area == nullptr ? kFlashAreas.front() : *area;
 }
 
 const char* name_of(int image_type) {
-  for (const FlashArea& area : kFlashAreas) {
-    if (area.type == image_type) return area.name;
-  }
-  return nullptr;
+  const FlashArea* const area =
+      find_flash_area([=](const FlashArea& each) { return each.type == image_type; });
+  return area == nullptr ? nullptr : area->name;
 }
 
 int extract(const char* package, const char* file) {
