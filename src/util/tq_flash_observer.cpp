@@ -29,7 +29,7 @@ bool is_observed() { return observation.observer.observe != nullptr && observati
 
 bool is_step_observed() { return is_observed() && observation.step.step != 0; }
 
-uint64_t bytes_of(const char* file) {
+uint32_t bytes_of(const char* file) {
   uint32_t bytes = 0;
   return tq_get_file_length(file, &bytes) == 0 ? bytes : 0;
 }
@@ -65,7 +65,7 @@ int FlashWork::stop() { return observation.stop; }
 int FlashWork::result(int code) { return stop() != 0 ? stop() : code; }
 
 FlashStep::FlashStep(int32_t step, const char* file, const char* device, uint32_t start,
-                     uint64_t bytes) {
+                     uint32_t bytes) {
   if (!is_observed()) return;
   observation.step = {.kind = 0,
                       .step = step,

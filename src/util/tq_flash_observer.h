@@ -32,10 +32,10 @@ class FlashWork {
 // A step: reported when it begins and by `end`. Steps do not overlap. The strings are borrowed.
 class FlashStep : public FlashWork {
  public:
-  static constexpr uint64_t kOfFile = UINT64_MAX;  // as many bytes as the file has
+  static constexpr uint32_t kOfFile = UINT32_MAX;  // as many bytes as the file has
 
   explicit FlashStep(int32_t step, const char* file = nullptr, const char* device = nullptr,
-                     uint32_t start = 0, uint64_t bytes = 0);
+                     uint32_t start = 0, uint32_t bytes = 0);
   ~FlashStep();
 
   // Returns the stop, or else the code, which may be dropped where it changes nothing.

@@ -93,7 +93,7 @@ int tq_erase_flash(const char* mtd_device, int start, int length) {
   if (!longest.fits()) return tarvio::run_tool(TQ_HERE, longest);
 
   FlashStep step(TQ_FLASH_ERASE, nullptr, mtd_device, static_cast<uint32_t>(start),
-                 static_cast<uint64_t>(std::max(blocks, 0)) * kEraseBlockBytes);
+                 static_cast<uint32_t>(std::max(blocks, 0) * kEraseBlockBytes));
   int total = -1;
   for (int block = 0; block < blocks && FlashWork::stop() == 0; ++block) {
     const int result = tarvio::run_tool(TQ_HERE, erase_command(mtd_device, start, block));

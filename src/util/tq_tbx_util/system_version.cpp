@@ -4,9 +4,6 @@
 #include <string.h>
 #include <sys/mount.h>
 
-#include <algorithm>
-#include <string_view>
-
 #include "base/copies.h"
 #include "base/offline_root.h"
 #include "tarvio/opkg.h"
@@ -36,23 +33,16 @@ File open_to_read(const char* path) {
   return file;
 }
 
-// Takes the next word off a text, as strtok does.
-std::string_view take_word(std::string_view& text) {
-  constexpr std::string_view kDelimiters = ": ";
-  text.remove_prefix(std::min(text.find_first_not_of(kDelimiters), text.size()));
-  const std::string_view word = text.substr(0, text.find_first_of(kDelimiters));
-  text.remove_prefix(word.size());
-  return word;
-}
-
-// Null when a line does not hold the version (oddity 147).
-CString version_in(std::string_view line) {
-  if (line.find(": ") == std::string_view::npos) return nullptr;
-  const std::string_view key = take_word(line);
-  const std::string_view value = take_word(line);
+// Null when a line, which is cut into words, does not hold the version (oddity 147).
+CString version_in(char* line) {
+  constexpr char kDelimiters[] = ": ";
+  if (strstr(line, kDelimiters) == nullptr) return nullptr;
+  char* rest = nullptr;
+  const char* const key = strtok_r(line, kDelimiters, &rest);
+  const char* const value = strtok_r(nullptr, kDelimiters, &rest);
   const bool is_version =
-      key.size() >= kMinKeyLength && key.find("Version") != std::string_view::npos;
-  return is_version && !value.empty() ? copy_of(value) : nullptr;
+      value != nullptr && strlen(key) >= kMinKeyLength && strstr(key, "Version") != nullptr;
+  return is_version ? copy_of(value) : nullptr;
 }
 
 CString version_of_package(const char* name, const char* root) {
