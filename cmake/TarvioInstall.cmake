@@ -46,7 +46,7 @@ foreach(manual ${manuals})
   endif()
 endforeach()
 
-install(FILES examples/statuses.c packaging/tarviod.conf
+install(FILES examples/statuses.c examples/backup_progress.c packaging/tarviod.conf
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 # Written at installation: it contains the manager's path, which depends on `cmake --install --prefix`.
