@@ -1,0 +1,41 @@
+#include "base/list_appender.h"
+
+#include <utility>
+
+#include "base/copies.h"
+#include "base/owners.h"
+
+namespace tarvio {
+
+bool ListAppender::append(void* element) noexcept {
+  tq_list_node* const node = allocate<tq_list_node>().release();
+  if (node == nullptr) return false;
+  *node = {.next = nullptr, .element = element};
+  *end_ = node;
+  end_ = &node->next;
+  ++list_.count;
+  return true;
+}
+
+bool ListAppender::append_copy(std::string_view text) noexcept {
+  CString copy = copy_of(text);
+  if (copy == nullptr || !append(copy.get())) return false;
+  (void)copy.release();
+  return true;
+}
+
+void ListAppender::append_all(tq_list_t& from) noexcept {
+  *end_ = std::exchange(from.head, nullptr);
+  list_.count += std::exchange(from.count, 0);
+  find_end();
+}
+
+void ListAppender::find_end() noexcept {
+  while (*end_ != nullptr) end_ = &(*end_)->next;
+}
+
+bool append_to(tq_list_t& list, void* element) noexcept {
+  return ListAppender(list).append(element);
+}
+
+}  // namespace tarvio
