@@ -9,9 +9,7 @@
 namespace tarvio {
 
 CString copy_of(std::string_view text) noexcept;
-
-// Null for a null text as well.
-CString copy_of(const char* text) noexcept;
+CString copy_of(const char* text) noexcept;  // null for a null text as well
 
 }  // namespace tarvio
 

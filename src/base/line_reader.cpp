@@ -57,4 +57,7 @@ bool LineReader::next() {
   return false;
 }
 
+PieceReader::PieceReader(int fd)
+    : pieces_(LineEnd::kLineFeed, room_), reader_(fd, read_ahead_, pieces_) {}
+
 }  // namespace tarvio

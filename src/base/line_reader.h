@@ -40,20 +40,18 @@ class LineReader {
   int error_ = 0;
 };
 
-// The lines of a descriptor as fgets gives them: with their line feeds, and in pieces of kSize - 1
-// bytes when they are longer. Unlike fgets it loses nothing to a signal.
-template <size_t kSize>
+// The lines of a descriptor as fgets gives them with room for 256 bytes: with their line feeds, and
+// in pieces of 255 when they are longer. Unlike fgets it loses nothing to a signal.
 class PieceReader {
  public:
-  explicit PieceReader(int fd)
-      : pieces_(LineEnd::kLineFeed, room_), reader_(fd, read_ahead_, pieces_) {}
+  explicit PieceReader(int fd);
 
   // True when `text` is the next piece, a string that may be changed in place.
   bool next() { return reader_.next(); }
   [[nodiscard]] char* text() { return pieces_.text(); }
 
  private:
-  std::array<char, kSize> room_;
+  std::array<char, 256> room_;
   ReadAhead read_ahead_;
   LineCutter pieces_;
   LineReader reader_;

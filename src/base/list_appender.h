@@ -4,10 +4,8 @@
 #define TARVIO_SRC_BASE_LIST_APPENDER_H
 
 #include <memory>
-#include <utility>
+#include <string_view>
 
-#include "base/copies.h"
-#include "base/owners.h"
 #include "tarvio/list.h"
 
 namespace tarvio {
@@ -17,15 +15,7 @@ class ListAppender {
   explicit ListAppender(tq_list_t& list) noexcept : list_(list), end_(&list.head) { find_end(); }
 
   // False when memory runs out; the element then stays the caller's.
-  [[nodiscard]] bool append(void* element) noexcept {
-    tq_list_node* const node = allocate<tq_list_node>().release();
-    if (node == nullptr) return false;
-    *node = {.next = nullptr, .element = element};
-    *end_ = node;
-    end_ = &node->next;
-    ++list_.count;
-    return true;
-  }
+  [[nodiscard]] bool append(void* element) noexcept;
 
   // The list takes the element over. False when there is no element, or no memory for its node: the
   // element is freed then.
@@ -37,34 +27,23 @@ class ListAppender {
   }
 
   // The list owns the copy.
-  [[nodiscard]] bool append_copy(std::string_view text) noexcept { return append(copy_of(text)); }
+  [[nodiscard]] bool append_copy(std::string_view text) noexcept;
 
   // Moves the nodes of a list to the end of this one, which cannot fail.
-  void append_all(tq_list_t& from) noexcept {
-    *end_ = std::exchange(from.head, nullptr);
-    list_.count += std::exchange(from.count, 0);
-    find_end();
-  }
+  void append_all(tq_list_t& from) noexcept;
 
   // Empties the list, and frees its elements.
-  void free_all() noexcept {
-    while (tq_list_node* const node = list_.head) {
-      list_.head = node->next;
-      free(node->element);
-      free(node);
-    }
-    list_.count = 0;
-    end_ = &list_.head;
-  }
+  void free_all() noexcept;
 
  private:
-  void find_end() noexcept {
-    while (*end_ != nullptr) end_ = &(*end_)->next;
-  }
+  void find_end() noexcept;
 
   tq_list_t& list_;
   tq_list_node** end_;  // the link that the next node goes into
 };
+
+// Appends one element by a walk to the tail. False when memory runs out.
+[[nodiscard]] bool append_to(tq_list_t& list, void* element) noexcept;
 
 }  // namespace tarvio
 

@@ -39,22 +39,10 @@ ssize_t retried(auto call) noexcept {
   return count;
 }
 
-inline ssize_t read_some(int fd, std::span<char> room) noexcept {
-  return retried([=] { return read(fd, room.data(), room.size()); });
-}
+ssize_t read_some(int fd, std::span<char> room) noexcept;
 
 // Writes all bytes; false, with errno set, when that failed.
-inline bool write_all(int fd, std::string_view bytes) noexcept {
-  while (!bytes.empty()) {
-    const ssize_t written = write(fd, bytes.data(), bytes.size());
-    if (written >= 0) {
-      bytes.remove_prefix(static_cast<size_t>(written));
-    } else if (errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
-}
+bool write_all(int fd, std::string_view bytes) noexcept;
 
 }  // namespace tarvio
 

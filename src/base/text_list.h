@@ -2,20 +2,11 @@
 #ifndef TARVIO_SRC_BASE_TEXT_LIST_H
 #define TARVIO_SRC_BASE_TEXT_LIST_H
 
-#include <stdlib.h>
-
 #include "tarvio/list.h"
 
 namespace tarvio {
 
-inline void free_nodes(tq_list_node* node, bool with_elements) noexcept {
-  while (node != nullptr) {
-    tq_list_node* const next = node->next;
-    if (with_elements) free(node->element);
-    free(node);
-    node = next;
-  }
-}
+void free_nodes(tq_list_node* node, bool with_elements) noexcept;
 
 // Owns its nodes and the strings in them.
 class TextList {
@@ -23,7 +14,7 @@ class TextList {
   TextList() = default;
   TextList(const TextList&) = delete;
   TextList& operator=(const TextList&) = delete;
-  ~TextList() { free_nodes(list_.head, true); }
+  ~TextList();
 
   [[nodiscard]] tq_list_t* get() { return &list_; }
 

@@ -17,21 +17,22 @@ constexpr size_t kLookAhead = 256;
 // socket, one byte elsewhere. Returns their number, 0 or less at the end of the data and on an
 // error.
 ssize_t read_part(int fd, std::span<char> room, bool& is_socket) {
-  if (!is_socket) return tarvio::read_some(fd, room.first(1));
-  const int errno_before = errno;
-  std::array<char, kLookAhead> ahead;
-  const size_t most = std::min(room.size(), ahead.size());
-  const ssize_t seen = tarvio::retried([&] { return recv(fd, ahead.data(), most, MSG_PEEK); });
-  if (seen < 0 && errno == ENOTSOCK) {
+  if (is_socket) {
+    const int errno_before = errno;
+    std::array<char, kLookAhead> ahead;
+    const size_t most = std::min(room.size(), ahead.size());
+    const ssize_t seen = tarvio::retried([&] { return recv(fd, ahead.data(), most, MSG_PEEK); });
+    if (seen >= 0 || errno != ENOTSOCK) {
+      if (seen <= 0) return seen;
+      const std::string_view bytes(ahead.data(), static_cast<size_t>(seen));
+      const size_t line = tarvio::line_length(bytes, tarvio::LineEnd::kEither);
+      const size_t wanted = line != 0 ? line : bytes.size();
+      return tarvio::retried([&] { return recv(fd, room.data(), wanted, 0); });
+    }
     is_socket = false;
     errno = errno_before;
-    return tarvio::read_some(fd, room.first(1));
   }
-  if (seen <= 0) return seen;
-  const std::string_view bytes(ahead.data(), static_cast<size_t>(seen));
-  const size_t line = tarvio::line_length(bytes, tarvio::LineEnd::kEither);
-  const size_t wanted = line != 0 ? line : bytes.size();
-  return tarvio::retried([&] { return recv(fd, room.data(), wanted, 0); });
+  return tarvio::read_some(fd, room.first(1));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "base/chain.h"
 #include "base/list_appender.h"
+#include "base/owners.h"
 #include "base/text_list.h"
 
 static_assert(offsetof(tq_list_t, cursor) == sizeof(void*));
@@ -20,7 +21,7 @@ tq_list_t* tq_list_create(void) {
 
 int tq_list_add(tq_list_t* list, void* element) {
   if (list == nullptr) return EINVAL;
-  return tarvio::ListAppender(*list).append(element) ? 0 : ENOMEM;
+  return tarvio::append_to(*list, element) ? 0 : ENOMEM;
 }
 
 int tq_list_get(const tq_list_t* list, int32_t index, void** element) {

@@ -17,7 +17,6 @@
 namespace {
 
 constexpr size_t kPathSize = 4096;
-constexpr size_t kPieceSize = 256;  // a longer line comes in pieces (oddity 50)
 
 // One standard stream of the child and the pipe that takes its place.
 struct StreamPipe {
@@ -122,15 +121,16 @@ int tq_terminate_process(const char* stop_command, int pgrp, int tries) {
   return EINPROGRESS;
 }
 
+// The exit status does not count, and a long line comes in pieces (oddity 50).
 int tq_system_command(const char* command, tq_list_t* lines) {
   if (command == nullptr || lines == nullptr) return EINVAL;
   TQ_DEBUG("system execute command - %s", command);
   const tarvio::Stream output(popen(command, "re"));
   if (output == nullptr) return errno;
   tarvio::ListAppender appender(*lines);
-  tarvio::PieceReader<kPieceSize> piece(fileno(output.get()));
+  tarvio::PieceReader piece(fileno(output.get()));
   while (piece.next()) {
     if (!appender.append_copy(piece.text())) return ENOMEM;
   }
-  return 0;  // whatever the exit status is (oddity 50)
+  return 0;
 }

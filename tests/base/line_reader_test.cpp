@@ -169,12 +169,13 @@ TEST(LineReader, ReadsManyLinesAtOnce) {
 }
 
 TEST_F(ReaderOfAPipe, GivesPiecesAsFgetsDoes) {
-  print("abcdefgh\nij\nlast");
+  const std::string full(255, 'x');
+  print(full + "rest\n" + full + "\n" + full.substr(1) + "\nlast");
   end();
-  tarvio::PieceReader<5> piece(pipe_.read_end.get());
+  tarvio::PieceReader piece(pipe_.read_end.get());
   Lines pieces;
   while (piece.next()) pieces.emplace_back(piece.text());
-  EXPECT_THAT(pieces, ElementsAre("abcd", "efgh", "\n", "ij\n", "last"));
+  EXPECT_THAT(pieces, ElementsAre(full, "rest\n", full, "\n", full.substr(1) + "\n", "last"));
 }
 
 }  // namespace

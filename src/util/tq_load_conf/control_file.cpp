@@ -10,7 +10,6 @@ using tarvio::Conf;
 
 namespace {
 
-constexpr size_t kPieceSize = 256;  // a longer line counts as several (oddity 25)
 constexpr char kSeparators[] = ": ";
 
 // Stores the first two words of a line as name and value: only fields of one word are ever looked
@@ -45,7 +44,7 @@ tq_conf* tq_conf_open(const char* path) {
   }
 
   bool found = false;
-  tarvio::PieceReader<kPieceSize> line(fileno(file.get()));
+  tarvio::PieceReader line(fileno(file.get()));  // a longer line counts as several (oddity 25)
   while (line.next()) {
     if (store_line(*conf, line.text())) found = true;
   }

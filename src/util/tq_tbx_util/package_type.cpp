@@ -20,7 +20,6 @@ namespace {
 constexpr char kControlArchive[] = "./control.tar.gz";
 constexpr char kTqControl[] = "./tqcontrol";
 constexpr char kTarget[] = "TqDataTarget:";
-constexpr size_t kPieceSize = 256;
 
 // The listing of installed packages has other codes (oddity 63). Unknown names are not errors
 // (oddity 64).
@@ -66,7 +65,7 @@ int collect_targets(tq_list_t* targets) {
   const tarvio::File file(fopen(kTqControl, "re"));
   if (file == nullptr) return errno;
   tarvio::ListAppender appender(*targets);
-  tarvio::PieceReader<kPieceSize> line(fileno(file.get()));
+  tarvio::PieceReader line(fileno(file.get()));
   while (line.next()) {
     if (tq_str_startwith(line.text(), kTarget) == 0) continue;
     if (!appender.append_copy(line.text())) return ENOMEM;

@@ -1,0 +1,46 @@
+#include "base/list_appender.h"
+
+#include <utility>
+
+#include "base/copies.h"
+#include "base/owners.h"
+
+namespace tarvio {
+
+bool ListAppender::append(void* element) noexcept {
+  tq_list_node* const node = allocate<tq_list_node>().release();
+  if (node == nullptr) return false;
+  *node = {.next = nullptr, .element = element};
+  *end_ = node;
+  end_ = &node->next;
+  ++list_.count;
+  return true;
+}
+
+bool ListAppender::append_copy(std::string_view text) noexcept { return append(copy_of(text)); }
+
+void ListAppender::append_all(tq_list_t& from) noexcept {
+  *end_ = std::exchange(from.head, nullptr);
+  list_.count += std::exchange(from.count, 0);
+  find_end();
+}
+
+void ListAppender::free_all() noexcept {
+  while (tq_list_node* const node = list_.head) {
+    list_.head = node->next;
+    free(node->element);
+    free(node);
+  }
+  list_.count = 0;
+  end_ = &list_.head;
+}
+
+void ListAppender::find_end() noexcept {
+  while (*end_ != nullptr) end_ = &(*end_)->next;
+}
+
+bool append_to(tq_list_t& list, void* element) noexcept {
+  return ListAppender(list).append(element);
+}
+
+}  // namespace tarvio
