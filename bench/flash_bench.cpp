@@ -19,7 +19,7 @@ using tarvio_bench::report;
 using tarvio_bench::text_of;
 
 constexpr int kBlocks = 480;  // 60 MiB
-constexpr long kMostPeakKib = 8192;
+constexpr long kMaxPeakKib = 8192;
 // The dynamic linker's and the heap's pages are not always the same.
 constexpr long kRoundingKib = 256;
 
@@ -73,7 +73,7 @@ bool report_memory() {
   return report(
       "memory of a backup of 6 and of 120 MiB", "8 MiB, both the same",
       text_of("%ld and %ld KiB", small, large),
-      small <= kMostPeakKib && large <= kMostPeakKib && std::abs(large - small) <= kRoundingKib);
+      small <= kMaxPeakKib && large <= kMaxPeakKib && std::abs(large - small) <= kRoundingKib);
 }
 
 }  // namespace

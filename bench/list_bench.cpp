@@ -1,118 +1,109 @@
-// Appending to a list, held against a bare node with a tail pointer. Every case appends a million
-// elements, to lists of its length, and frees nothing before the last. The heap is one free block
-// at the start and its pages are there, so that neither its disorder nor the system's work counts.
+// Collecting the lines of a command in a list: a million lines at once, held against a thousand
+// lines a thousand times, and against a bare loop with a remembered tail. Only the processor time
+// of this process counts, so that the thousand shells do not make the first comparison easy.
 
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 
+#include <cstdio>
 #include <cstdlib>
-#include <ctime>
-#include <vector>
+#include <cstring>
+#include <string>
 
 #include "support/figures.h"
+#include "support/say.h"
 #include "tarvio/list.h"
+#include "tarvio/log.h"
+#include "tarvio/process.h"
 
 namespace {
 
-constexpr size_t kElements = 1000000;
-constexpr size_t kLargeBytes = 1 << 20;
-constexpr int kTrimBytes = 1 << 30;
+constexpr int kFew = 1'000;
+constexpr int kMany = 1'000'000;
+constexpr int kRepetitions = 7;
+constexpr size_t kPieceSize = 256;
+constexpr char kPrinted[] = "printed-lines";
+
+std::string command_for(int lines) {
+  return tarvio_bench::text_of("head -n %d printed-lines", lines);
+}
+
+void collect(benchmark::State& state, int count) {
+  const std::string command = command_for(count);
+  for (auto _ : state) {
+    for (int collected = 0; collected < kMany; collected += count) {
+      tq_list_t* const lines = tq_list_create();
+      if (tq_system_command(command.c_str(), lines) != 0 || tq_list_size(lines) != count) {
+        state.SkipWithError("the lines were not collected");
+      }
+      (void)tq_list_free(lines, 1);
+    }
+  }
+}
 
 struct BareNode {
   BareNode* next;
-  void* element;
+  char* line;
 };
 
-struct BareList {
-  BareNode* head = nullptr;
-  BareNode* tail = nullptr;
-};
-
-// Not inline, as the library's call is not.
-[[gnu::noinline]] int append_bare(BareList* list, void* element) {
-  auto* node = static_cast<BareNode*>(std::malloc(sizeof(BareNode)));
-  if (node == nullptr) return -1;
-  node->next = nullptr;
-  node->element = element;
-  if (list->tail == nullptr) {
-    list->head = node;
-  } else {
-    list->tail->next = node;
-  }
-  list->tail = node;
-  return 0;
+BareNode** append_bare(BareNode** end, const char* line) {
+  *end = static_cast<BareNode*>(std::malloc(sizeof(BareNode)));
+  **end = {nullptr, strdup(line)};
+  return &(*end)->next;
 }
 
-void free_bare(BareList* list) {
-  for (BareNode* node = list->head; node != nullptr;) {
-    BareNode* next = node->next;
+void free_bare(BareNode* node) {
+  while (node != nullptr) {
+    BareNode* const next = node->next;
+    std::free(node->line);
     std::free(node);
     node = next;
   }
-  delete list;
 }
 
-// A large block makes malloc merge the small ones that are free.
-void make_heap_one_block() {
-  void* volatile block = std::malloc(kLargeBytes);
-  std::free(block);
-}
-
-double processor_seconds() {
-  timespec time = {};
-  (void)clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
-// Time for one element of `kElements`, in lists of `length`. Only the appending counts.
-void append_in_lists(benchmark::State& state, size_t length, auto make, auto append, auto free) {
-  int element = 0;
-  std::vector<decltype(make())> lists(kElements / length);
+void collect_bare(benchmark::State& state) {
+  const std::string command = command_for(kMany);
   for (auto _ : state) {
-    make_heap_one_block();
-    for (auto& list : lists) list = make();
-    const double begin = processor_seconds();
-    for (auto* list : lists) {
-      for (size_t at = 0; at < length; ++at) {
-        if (append(list, &element) != 0) return state.SkipWithError("out of memory");
-      }
-    }
-    state.SetIterationTime((processor_seconds() - begin) / kElements);
-    for (auto* list : lists) free(list);
+    FILE* const output = popen(command.c_str(), "re");
+    BareNode* first = nullptr;
+    BareNode** end = &first;
+    char piece[kPieceSize];
+    while (std::fgets(piece, sizeof piece, output) != nullptr) end = append_bare(end, piece);
+    if (pclose(output) != 0) state.SkipWithError("the lines were not collected");
+    free_bare(first);
   }
 }
 
-void tq_list_add_to(benchmark::State& state, size_t length) {
-  append_in_lists(state, length, tq_list_create, tq_list_add,
-                  [](tq_list_t* list) { tq_list_free(list, 0); });
+void write_printed() {
+  FILE* file = std::fopen(kPrinted, "we");
+  if (file == nullptr) tarvio_bench::die("cannot write a file in the current directory");
+  for (int line = 0; line < kMany; ++line) (void)std::fprintf(file, "line %d of many\n", line);
+  if (std::fclose(file) != 0) tarvio_bench::die("no room for a file in the current directory");
 }
 
-void bare_append_to(benchmark::State& state, size_t length) {
-  append_in_lists(
-      state, length, [] { return new BareList; }, append_bare, free_bare);
-}
-
-// Google Benchmark measures until the times of the iterations add up to its least time. They are
-// given for one element, so the number of iterations is fixed instead.
-void add(const char* name, auto function, size_t length) {
-  benchmark::RegisterBenchmark(name, function, length)->UseManualTime()->Iterations(1);
+void add(const char* name, auto function, auto... arguments) {
+  benchmark::RegisterBenchmark(name, function, arguments...)
+      ->Repetitions(kRepetitions)
+      ->Unit(benchmark::kMillisecond);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Memory that is freed stays with the process.
-  (void)mallopt(M_TRIM_THRESHOLD, kTrimBytes);
-  add("tq_list_add to 1000", tq_list_add_to, 1000);
-  add("tq_list_add to 1000000", tq_list_add_to, kElements);
-  add("bare append to 1000000", bare_append_to, kElements);
-  return tarvio_bench::run_figures(argc, argv,
-                                   {{.title = "append to a list: 1,000,000 against 1,000 elements",
-                                     .ours = "tq_list_add to 1000000",
-                                     .floor = "tq_list_add to 1000",
-                                     .times = 1.5},
-                                    {.title = "append to a list of 1,000,000 against a bare node",
-                                     .ours = "tq_list_add to 1000000",
-                                     .floor = "bare append to 1000000",
-                                     .times = 1.5}});
+  tq_set_log_level(TQ_LOG_ERROR + 1);
+  write_printed();
+  add("collect few", collect, kFew);
+  add("collect many", collect, kMany);
+  add("collect bare", collect_bare);
+  const int status =
+      tarvio_bench::run_figures(argc, argv,
+                                {{.title = "collect 1,000,000 lines against 1,000 a thousand times",
+                                  .ours = "collect many",
+                                  .floor = "collect few",
+                                  .times = 1.2},
+                                 {.title = "collect 1,000,000 lines against a bare loop",
+                                  .ours = "collect many",
+                                  .floor = "collect bare",
+                                  .times = 1.5}});
+  (void)std::remove(kPrinted);
+  return status;
 }

@@ -1,4 +1,4 @@
-// Listing the installed packages, held against the bare reading of the same files.
+// Listing the installed packages, compared with a bare read of the same files.
 
 #include <benchmark/benchmark.h>
 #include <dirent.h>

@@ -1,24 +1,24 @@
 #!/bin/bash
-# An emulated board: 32-bit ARM with NAND flash, made of Debian's packages. No root is needed, and the host's
-# packages stay as they are: all files lie in one work directory, $TARVIO_BOARD or ~/.cache/tarvio-board.
+# An emulated board: 32-bit ARM with NAND flash, made from Debian's packages. It needs no root and leaves the host's
+# packages alone: all files are in one work directory, $TARVIO_BOARD or ~/.cache/tarvio-board.
 #
 #   board.sh fetch              get the board's packages
-#   board.sh image              make the kernel and the root file system of them
-#   board.sh run BUILD CASE     boot with what the directory BUILD has built for armhf, and run cases/CASE.sh there
+#   board.sh image              make the kernel and the root file system from them
+#   board.sh run BUILD CASE     boot with the armhf build in directory BUILD, and run cases/CASE.sh on the board
 #
-# Ends with 77 when the emulator or the image is missing, so that a test is skipped.
+# Exits with 77 if the emulator or the image is missing, so that a test is skipped.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 work=${TARVIO_BOARD:-${XDG_CACHE_HOME:-~/.cache}/tarvio-board}
 triplet=arm-linux-gnueabihf
 
-# The kernel for large addresses. The other one changes the domain register at each system call, for which the
-# emulator forgets all that it knows of the memory: flash is twice to three times as slow there.
+# The kernel for large addresses. The other one changes the domain register at each system call, which makes the
+# emulator flush its TLB: flash is two to three times as slow there.
 kernel_package=linux-image-armmp-lpae
 packages=(busybox-static dash mtd-utils binutils-$triplet libbinutils tar gzip coreutils libc6 libgcc-s1 libstdc++6
   liblzo2-2 zlib1g libzstd1 libacl1 libselinux1 libpcre2-8-0)
-# In the order in which they are loaded.
+# In load order.
 modules=(virtio_mmio netfs fscache 9pnet 9pnet_virtio 9p mtd_blkdevs mtdblock jffs2 nandsim)
 tools=(bin/dash bin/tar bin/gzip bin/dd bin/df usr/bin/$triplet-ar usr/sbin/nanddump usr/sbin/nandwrite
   usr/sbin/flash_erase usr/sbin/mkfs.jffs2 usr/sbin/mtdinfo)
@@ -28,7 +28,7 @@ skip() {
   exit 77
 }
 
-# A state of apt's own, for armhf, with the host's sources of Debian.
+# A separate state of apt, for armhf, with the host's Debian sources.
 write_apt_configuration() {
   local list parts file
   mkdir -p apt/parts apt/state/lists/partial apt/cache/archives/partial
@@ -55,7 +55,7 @@ fetch() {
   [ ! -e fetched ] || [ "$(cat fetched)" != "$wanted" ] || return 0
   write_apt_configuration
   export APT_CONFIG=$PWD/apt/apt.conf
-  # One index that does not load is no reason to stop: a package that is missing for it shows below.
+  # An index that cannot be loaded does not matter by itself: a package that is missing for it shows below.
   apt-get -qq update || true
   kernel=$(apt-cache depends $kernel_package | sed -n 's/.*Depends: *\(linux-image-[0-9].*\)/\1/p' | head -n 1)
   rm -rf deb
@@ -64,7 +64,7 @@ fetch() {
   echo "$wanted" >fetched
 }
 
-# The libraries that the files need, and those that these need.
+# With the libraries that the files need, recursively.
 copy_with_libraries() {
   local file library
   for file; do
@@ -84,7 +84,7 @@ pack() {
 
 image() {
   local package module
-  [ -e fetched ] || skip "no packages: run board.sh fetch"
+  [ -e fetched ] || skip "the packages are missing: run board.sh fetch"
   if [ image -nt fetched ] && [ image -nt "$here/board.sh" ]; then return; fi
   rm -rf unpacked root
   for package in deb/*.deb; do dpkg -x "$package" unpacked; done
@@ -104,19 +104,19 @@ image() {
   touch image
 }
 
-# What is under test, as it is installed and stripped, and what runs it.
+# What is under test, installed and stripped, and what runs it.
 product() {
-  local directory=$1/product
-  DESTDIR=$directory cmake --install "$2" --strip --prefix /usr >/dev/null
-  rm -rf "$folder"/usr/{include,share,lib/cmake,lib/pkgconfig}
-  mkdir -p "$folder"/{board,usr/local/bin}
-  cp "$here/init" "$directory/init"
-  cp "$here"/{library,flash}.sh "$here"/cases/* "$directory/board/"
-  cp "$here"/bin/* "$here/../tests/sandbox/opkg" "$directory/usr/local/bin/"
-  pack "$folder"
+  local root=$1/product
+  DESTDIR=$root cmake --install "$2" --strip --prefix /usr >/dev/null
+  rm -rf "$root"/usr/{include,share,lib/cmake,lib/pkgconfig}
+  mkdir -p "$root"/{board,usr/local/bin}
+  cp "$here/init" "$root/init"
+  cp "$here"/{library,flash}.sh "$here"/cases/* "$root/board/"
+  cp "$here"/bin/* "$here/../tests/sandbox/opkg" "$root/usr/local/bin/"
+  pack "$root"
 }
 
-# Passes on what the board says, but for its kernel, and cuts the power where the case has said to.
+# Prints the board's console without the kernel's lines, and cuts the power at the line that the case has named.
 watch() {
   local line place=
   while IFS= read -r line; do
@@ -125,7 +125,7 @@ watch() {
     if [ -n "$place" ] && [[ $line == *"$place" ]]; then
       kill -KILL "$(cat "$1/emulator")"
       touch "$1/cut"
-      echo "BOARD has its power cut"
+      echo "BOARD loses power"
       place=
     fi
     case $line in
@@ -139,7 +139,7 @@ watch() {
 emulate() {
   local append
   append="console=ttyAMA0 quiet panic=-1 root=${BOARD_ROOT:-/dev/mtdblock4} nand=\"${BOARD_NAND:-}\""
-  # Without the shell's word on the emulator that was killed.
+  # The outer redirection hides the shell's message about the killed emulator.
   # shellcheck disable=SC2016
   { timeout -k 5 "${BOARD_SECONDS:-400}" sh -c 'echo $$ >"$0"/emulator && exec qemu-system-arm "$@"' "$1" \
     -M virt,highmem=off -cpu cortex-a15 -m 640 -nodefaults -nographic -no-reboot -serial stdio -kernel kernel \
@@ -148,8 +148,8 @@ emulate() {
     watch "$1"; } 2>/dev/null
 }
 
-# Takes what the flash holds to the next boot: its file, and from its log the runs of pages that are written
-# there, as AREA FIRST-PAGE PAGES FIRST-PAGE-OF-AREA. The file itself does not tell what is erased.
+# Carries the flash over to the next boot: its file, and from its log the runs of written pages, as AREA FIRST-PAGE
+# PAGES FIRST-PAGE-OF-AREA. The file itself does not show what is erased.
 carry_flash() {
   mv "$1/share/flash" "$1/share/flash.before"
   awk '
@@ -174,27 +174,27 @@ carry_flash() {
 
 run() {
   local build=$1 case=$2 boot boots=1 result
-  command -v qemu-system-arm >/dev/null || skip "no emulator: install qemu-system-arm"
-  [ -e image ] || skip "no image in $work: run board.sh fetch and board.sh image"
+  command -v qemu-system-arm >/dev/null || skip "the emulator is missing: install qemu-system-arm"
+  [ -e image ] || skip "the image is missing in $work: run board.sh fetch and board.sh image"
   boot=$(mktemp -d "$work/boot.XXXXXX")
   # shellcheck disable=SC2064
   trap "rm -rf '$boot'" EXIT
   mkdir "$boot/share"
   echo "$case" >"$boot/share/case"
-  # The case says what flash and which root it wants.
+  # The case states the flash and the root that it needs.
   eval "$(sed -n 's/^# \(BOARD_[A-Z]*=.*\)/\1/p' "$here/cases/$case.sh")"
   product "$boot" "$build" | cat initrd.gz - >"$boot/initrd.gz"
   : >"console-$case.log"
   while true; do
     echo $boots >"$boot/share/boot"
-    emulate "$boot" || [ -e "$boot/cut" ] || echo "the emulator ends with an error"
+    emulate "$boot" || [ -e "$boot/cut" ] || echo "the emulator failed"
     cat "$boot/console" >>"console-$case.log"
     [ -e "$boot/cut" ] || break
     rm "$boot/cut"
     carry_flash "$boot"
     boots=$((boots + 1))
   done
-  # The emulator's own status tells nothing of what went on inside.
+  # The emulator's own status says nothing about the case.
   result=$(cat "$boot/share/result" 2>/dev/null || echo "none: the board stopped before the end")
   [ "$result" = 0 ] || { echo "result $result, see $work/console-$case.log" && return 1; }
   rm "console-$case.log"

@@ -1,12 +1,12 @@
 # What the cases with flash share. Sourced after library.sh.
 
-# sum_of AREA BYTES: of its first bytes without its bad blocks, by the tool itself.
+# sum_of AREA BYTES: the checksum of its first bytes without its bad blocks, dumped by the real tool.
 sum_of() {
   /usr/sbin/nanddump -q --bb=skipbad --omitoob -l "$2" -f /tmp/dump "/dev/mtd$1" 2>/dev/null && md5sum </tmp/dump
   rm -f /tmp/dump
 }
 
-# Two sums that are equal, or not; none is known of what cannot be read.
+# Whether two sums are equal, or differ; neither holds for an empty sum, of what cannot be read.
 same() { [ -n "$1" ] && [ "$1" = "$2" ]; }
 other() { [ -n "$1" ] && [ -n "$2" ] && [ "$1" != "$2" ]; }
 
@@ -14,22 +14,22 @@ other() { [ -n "$1" ] && [ -n "$2" ] && [ "$1" != "$2" ]; }
 is_sum() { same "$1" "$(sum_of "$2" "$3")"; }
 differs() { other "$1" "$(sum_of "$2" "$3")"; }
 
-# make_content FILE BYTES: random bytes again and again, for they take long to make. Their number is none that
-# divides a block, so that no two blocks are the same.
+# make_content FILE BYTES: random bytes, repeated, since they take long to make. Their number does not divide a block,
+# so no two blocks are the same.
 make_content() {
   head -c 1000003 /dev/urandom >"$1"
   while [ "$(stat -c %s "$1")" -lt "$2" ]; do cat "$1" "$1" >"$1.twice" && mv "$1.twice" "$1" || return; done
   truncate -s "$2" "$1"
 }
 
-# fill AREA BYTES: with such bytes, whose sum it prints.
+# fill AREA BYTES: with such bytes; prints their sum.
 fill() {
   make_content /tmp/content "$2"
   nandwrite -q "/dev/mtd$1" /tmp/content >&2 && md5sum </tmp/content
   rm -f /tmp/content
 }
 
-# make_tree DIRECTORY: files, directories and links of all kinds of names, sizes and rights.
+# make_tree DIRECTORY: files, directories and links with all kinds of names, sizes and modes.
 make_tree() {
   mkdir -p "$1/etc/directory with blanks" "$1/bin" "$1/empty"
   echo "of $1" >"$1/etc/name"
@@ -44,7 +44,7 @@ make_tree() {
   chmod 1777 "$1/empty"
 }
 
-# describe DIRECTORY: kind, rights, owner and link of each file, and the sum of what is in it.
+# describe DIRECTORY: type, mode, owner and link target of each file, and the sum of its contents.
 describe() {
   (
     cd "$1" || exit
@@ -64,7 +64,7 @@ on_area() {
   return $result
 }
 
-# holds_tree AREA TEXT: whether an area's tree is described by the text, and how it differs.
+# holds_tree AREA TEXT: whether the text describes the area's tree; shows the differences.
 holds_tree() {
   on_area "$1" describe /mnt/root >/tmp/described || return
   printf '%s\n' "$2" | diff - /tmp/described
@@ -72,7 +72,7 @@ holds_tree() {
 
 lists_members() { [ "$(ar t /tmp/image.tbx | tr '\n' ' ')" = "$1" ]; }
 
-# fails_with PATTERN COMMAND...: whether the command fails as a request does, and its output matches.
+# fails_with PATTERN COMMAND...: whether the command exits with 1 and its output matches.
 fails_with() {
   pattern=$1
   shift

@@ -1,6 +1,6 @@
-# What the cases share: steps that are named, checked and counted, also when the power goes between them.
+# What the cases share: steps that are named, checked and counted, even if the power fails between them.
 
-# passes NAME COMMAND...: a step that must succeed. Its output is shown when it does not.
+# passes NAME COMMAND...: a step that must succeed. Its output is shown if it fails.
 passes() {
   step=$1
   shift

@@ -24,7 +24,7 @@ write_basic_package_version_file(tarvioConfigVersion.cmake COMPATIBILITY SameMaj
 install(FILES ${PROJECT_BINARY_DIR}/tarvioConfig.cmake
               ${PROJECT_BINARY_DIR}/tarvioConfigVersion.cmake DESTINATION ${package_dir})
 
-# Relative to where the file lies, so that `cmake --install --prefix` and a moved tree stay right.
+# Relative to the file's own directory, so that `cmake --install --prefix` and a moved tree keep working.
 file(RELATIVE_PATH PREFIX_FROM_PKGCONFIG_DIR "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig"
      "${CMAKE_INSTALL_PREFIX}")
 string(REGEX REPLACE "/$" "" PREFIX_FROM_PKGCONFIG_DIR "${PREFIX_FROM_PKGCONFIG_DIR}")
@@ -36,7 +36,7 @@ if(TARGET tarvio-client AND EXISTS ${PROJECT_SOURCE_DIR}/packaging/bash-completi
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 endif()
 
-# Those of the programs that are built.
+# Of the programs that are built.
 file(GLOB manuals docs/man/*.[18])
 foreach(manual ${manuals})
   get_filename_component(program ${manual} NAME_WE)
@@ -46,10 +46,10 @@ foreach(manual ${manuals})
   endif()
 endforeach()
 
-install(FILES examples/statuses.c packaging/tarviod.conf
+install(FILES examples/statuses.c examples/backup_progress.c packaging/tarviod.conf
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
-# Written when it is installed: it names the manager where `cmake --install --prefix` puts it.
+# Written at installation: it contains the manager's path, which depends on `cmake --install --prefix`.
 set(TARVIO_SERVICE "" CACHE STRING "Service file to install: systemd, init.d or nothing")
 if(TARVIO_SERVICE STREQUAL "systemd")
   set(service_kind FILES)

@@ -1,11 +1,11 @@
 # What the targets of this project have in common.
 
-# Small beats unrolled on the device.
+# On the device, small code beats unrolled loops.
 foreach(language C CXX)
   string(REPLACE "-O3" "-O2" CMAKE_${language}_FLAGS_RELEASE "${CMAKE_${language}_FLAGS_RELEASE}")
 endforeach()
 
-# Warnings that every target is held to.
+# Warnings for every target.
 function(tarvio_warnings target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
   if(TARVIO_WERROR)
@@ -45,11 +45,11 @@ function(tarvio_base target)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src)
 endfunction()
 
-# Installed programs find the library beside them, wherever the whole was installed.
+# Installed programs find the library relative to their own place, wherever that is.
 file(RELATIVE_PATH libdir_from_bindir "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
 
-# What makes an error harder to use for those who look for one. Sanitizers find the same and more, and do not
-# know the checked functions of libc; these need the optimiser.
+# Makes errors harder to exploit. Sanitizers find the same and more, and do not know the checked functions of libc;
+# these need the optimiser.
 function(tarvio_harden target)
   target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,-z,text)
   if(NOT TARVIO_SANITIZE)

@@ -6,8 +6,8 @@ set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 
-# For all that is built, the tests as well: directories of a 64-bit host have offsets that readdir refuses
-# to pass to a program without it. And no notes on how gcc 7 passed some arguments.
+# For everything, including the tests: without it, readdir fails on the 64-bit directory offsets of the host. And no
+# notes on how gcc 7 passed some arguments.
 set(CMAKE_C_FLAGS_INIT -D_FILE_OFFSET_BITS=64)
 set(CMAKE_CXX_FLAGS_INIT "-D_FILE_OFFSET_BITS=64 -Wno-psabi")
 

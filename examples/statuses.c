@@ -1,4 +1,4 @@
-/* Lists the installed applications and what the resident manager knows of them. */
+/* Lists the installed applications and the statuses that the resident manager keeps. */
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -27,7 +27,7 @@ int main(void) {
   }
   for (tq_status* status = tq_list_first(statuses); status != NULL;
        status = tq_list_next(statuses)) {
-    /* Clients find the state in `id`, and the line ends still there. */
+    /* A client finds the state in `id`, and the texts with their line ends. */
     printf("%s: state %d, %s\n", tq_chop(status->name), status->id, tq_chop(status->detail));
   }
   tq_status_list_free(statuses);

@@ -1,4 +1,4 @@
-# What the scripts share. Sourced; leaves the shell in the project's root folder.
+# What the scripts share. Sourced; leaves the shell in the project's root directory.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -10,16 +10,16 @@ test_packages=(libgtest-dev libgmock-dev binutils mtd-utils "${demo_packages[@]}
 device_packages=(g++-arm-linux-gnueabihf qemu-user qemu-system-arm cpio)
 bench_packages=(libbenchmark-dev)
 
-# Many tests wait for most of their time.
+# Many tests spend most of their time waiting.
 test_jobs=$((2 * $(nproc)))
 
-# Whether a Debian package, or a tool of its name from elsewhere, is there.
+# Whether a Debian package, or a tool of its name from elsewhere, is installed.
 is_installed() {
   command -v "$1" >/dev/null || [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
 
-# Runs a command without its output, and shows that when the command fails. A function that is run by it
-# chains its steps with &&: the shell's -e does not hold inside.
+# Runs a command and shows its output only if it fails. A function run by it chains its steps with &&: the shell's
+# -e does not apply inside.
 quietly() {
   local log status=0
   log=$(mktemp)
@@ -29,7 +29,7 @@ quietly() {
   return $status
 }
 
-# apt-get as root; fails when there is no way to be root without a question.
+# apt-get as root; fails if becoming root would need a password.
 apt_get() {
   local as_root=()
   [ "$(id -u)" = 0 ] || as_root=(sudo -n)
@@ -40,28 +40,28 @@ may_install() {
   command -v apt-get >/dev/null && { [ "$(id -u)" = 0 ] || sudo -n true 2>/dev/null; }
 }
 
-# Installs those of the given Debian packages that are missing, or says how to.
+# Installs the missing ones of the given Debian packages, or says how to.
 require_packages() {
   local package missing=()
   for package; do is_installed "$package" || missing+=("$package"); done
   [ ${#missing[@]} -gt 0 ] || return 0
   if ! may_install; then
-    echo "Something is missing. Install it, and run this again:" >&2
+    echo "Packages are missing. Install them and run this again:" >&2
     echo "  sudo apt-get install ${missing[*]}" >&2
     return 1
   fi
   echo "Installing ${missing[*]}"
-  # The lists of packages may be absent, as in a fresh image, or out of date.
+  # The package lists may be missing, as in a fresh image, or stale.
   apt_get install --no-install-recommends -y "${missing[@]}" >/dev/null ||
     { apt_get update && apt_get install --no-install-recommends -y "${missing[@]}"; }
 }
 
-# Ninja where it is installed, for a build folder that has no generator yet.
+# Ninja if it is installed, for a build directory that has no generator yet.
 generator_for() {
   if [ ! -e "$1/CMakeCache.txt" ] && command -v ninja >/dev/null; then echo -GNinja; fi
 }
 
-# configure PRESET [CMAKE-ARGUMENT]...: prepares build/PRESET.
+# configure PRESET [CMAKE-ARGUMENT]...: configures build/PRESET.
 configure() {
   local preset=$1 generator
   shift
@@ -69,7 +69,7 @@ configure() {
   cmake --preset "$preset" ${generator:+"$generator"} "$@"
 }
 
-# build PRESET [CMAKE-ARGUMENT]...: prepares build/PRESET, and builds there.
+# build PRESET [CMAKE-ARGUMENT]...: configures build/PRESET and builds there.
 build() {
   configure "$@" && cmake --build --preset "$1" -j "$(nproc)"
 }

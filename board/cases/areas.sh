@@ -42,7 +42,7 @@ passes "the root file system has gone" holds_no_tree 4
 passes "the writable area has gone" holds_no_tree 5
 
 passes "what the system runs from is not written" \
-  fails_with '*rootfs: the system runs from it*nothing was written*' tarvio restore /tmp/image.tbx --yes
+  fails_with '*rootfs: the system is running from it*nothing was written*' tarvio restore /tmp/image.tbx --yes
 passes "nor is anything else" differs "$bootloader" 1 262144
 passes "the areas are restored by force, and read again" \
   prints '*restored bootloader, bootsetting, kernel, rootfs, writable from /tmp/image.tbx*' \

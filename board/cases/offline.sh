@@ -16,7 +16,7 @@ passes "and nowhere else" [ ! -e /opt/clock/name ]
 passes "its control file too" test -f /mnt/root/usr/lib/opkg/info/clock.control
 passes "it is listed with its version" prints "*clock *1.0*application*" tarvio list
 passes "what the running system has is not" is_not_listed lost
-passes "its files are told" prints '*/mnt/root/opt/clock/name*' tarvio files clock
+passes "its files are listed" prints '*/mnt/root/opt/clock/name*' tarvio files clock
 passes "it is removed" tarvio remove clock
 passes "its file has gone" [ ! -e /mnt/root/opt/clock/name ]
 passes "it is not listed" is_not_listed clock

@@ -29,20 +29,20 @@ typedef struct tq_app_info {
 
 TQ_BEGIN_DECLS
 
-/* The binding record that tq_get_linux_app_binding made last. */
+/* The binding record that tq_get_linux_app_binding created last. */
 extern tq_app_binding *linux_app_binding;
 
 /* Sets the manager up: lists the installed applications and binds each. The host calls it once, after
  * the status manager and the package manager; applications installed later are unknown until the
- * process starts anew. Ignores SIGCHLD for the whole process.
+ * process restarts. Ignores SIGCHLD for the whole process.
  *
- * Returns 1 (not 0) on success, also when there is no application or the listing failed; 0 when an
- * application found no binding, and when memory runs out for the manager itself. Applications for which
- * memory ran out are left out.
+ * Returns 1 (not 0) on success, also if there is no application or the listing failed; 0 if no
+ * binding takes an application, and if memory runs out for the manager itself. Applications for which
+ * memory runs out are omitted.
  * Source: app/tq_app_manager */
 int tq_setup_app_manager(void);
 
-/* Makes the record of an application: stopped, without a process, binding unset.
+/* Creates the record of an application: stopped, without a process, binding unset.
  *
  * out  receives the record, to be freed with free(), or null.
  *
@@ -58,11 +58,12 @@ int tq_create_app_info(tq_package_info *package, tq_app_info **out);
 int tq_get_installed_application(tq_list_t *apps);
 
 /* Asks the bindings of a list in order whether they take the application, and stores the first that
- * does in it. Returns that binding's answer, or 0 when none takes it. (The name is spelled so.)
+ * does in its record. Returns that binding's answer, or 0 if none takes it. (The misspelling is part of
+ * the name.)
  * Source: app/tq_app_manager */
 int tq_check_app_biniding(tq_app_info *app, tq_list_t *bindings);
 
-/* Does this for every application of a list. Returns 1 when each found a binding, else 0.
+/* Does the same for every application of a list. Returns 1 if each found a binding, else 0.
  * Source: app/tq_app_manager */
 int tq_check_all_app_binding(tq_list_t *apps, tq_list_t *bindings);
 
@@ -70,10 +71,10 @@ int tq_check_all_app_binding(tq_list_t *apps, tq_list_t *bindings);
  *
  * name  text that the package name contains: the first application in list order wins.
  *
- * With the Linux binding 0 does not tell that the program runs: a failed fork and a program that cannot
- * be executed count as started.
+ * With the Linux binding, 0 does not mean that the program runs: a failed fork and a program that
+ * cannot be executed count as started.
  *
- * Returns 0, also when it is started already; EINVAL (22) for an unknown or null name, and for an
+ * Returns 0, also if it is already started; EINVAL (22) for an unknown or null name, and for an
  * application without a binding; the start operation's error.
  * Not serialised: the com server's thread calls it for the clients, so call it from there or through a
  * request.
@@ -87,21 +88,21 @@ int tq_start_app(const char *name);
  *
  * Takes about a second for a started application.
  *
- * Returns 0, also when it is stopped already; EINVAL (22) for an unknown or null name; the stop
+ * Returns 0, also if it is already stopped; EINVAL (22) for an unknown or null name; the stop
  * operation's error. Not serialised, as above.
  * Source: app/tq_app_manager */
 int tq_stop_app(const char *name);
 
-/* Start, or stop, every application by its package name, each again and again until it succeeds: an
- * application that keeps failing holds the call for ever. One whose name is contained in the name of an
- * earlier application is not reached; the earlier one is handled twice.
+/* Start, or stop, every application by its package name, retrying each until it succeeds: an
+ * application that keeps failing blocks the call for ever. One whose name is contained in the name of
+ * an earlier application is not reached; the earlier one is handled twice.
  *
- * Returns 0 when no attempt failed, else the code of the last one that did. Not serialised, as above.
+ * Returns 0 if no attempt failed, else the code of the last one that did. Not serialised, as above.
  * Source: app/tq_app_manager */
 int tq_start_all_app(void);
 int tq_stop_all_app(void);
 
-/* Makes a new record of the Linux binding, stores it in linux_app_binding and returns it; null when
+/* Creates a new record of the Linux binding, stores it in linux_app_binding and returns it; null if
  * memory runs out.
  * Source: app/tq_app_manager */
 tq_app_binding *tq_get_linux_app_binding(void);
@@ -117,7 +118,7 @@ int tq_is_linux_app(tq_app_info *app);
 int tq_start_linux_app(tq_app_info *app);
 int tq_stop_linux_app(tq_app_info *app);
 
-/* Ignores SIGCHLD, so that ended children need no wait. Returns 0.
+/* Ignores SIGCHLD, so that nobody has to wait for ended children. Returns 0.
  * Source: app/tq_app_manager */
 int tq_ignore_wait_child_process_signal(void);
 

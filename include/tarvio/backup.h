@@ -8,14 +8,99 @@
  * on every return; those of the two file systems mount on /mnt/root. So one backup or restore may run at
  * a time, and no other thread may depend on the current directory meanwhile. Paths reach a shell: they
  * must be free of characters that mean something to it, and a relative one is relative to the work
- * directory. They log much at level 0, and so on standard output. */
+ * directory. They log much at level 0, and so on standard output. Their result hides failures: whoever
+ * must know what became of each step sets an observer. */
 #ifndef TARVIO_BACKUP_H
 #define TARVIO_BACKUP_H
+
+#include <stdint.h>
 
 #include "tarvio/base.h"
 #include "tarvio/list.h"
 
+/* The steps of a backup or a restore, in tq_flash_event. */
+enum {
+  TQ_FLASH_VERSION = 1,  /* reads the version of the system */
+  TQ_FLASH_CONTROLS = 2, /* writes or archives the control files of a package; of a restore: reads them */
+  TQ_FLASH_DUMP = 3,     /* reads a part of a device into a file */
+  TQ_FLASH_CUT = 4,      /* cuts that file to its length, or fills it up with zeros */
+  TQ_FLASH_REBUILD = 5,  /* mounts a file system and builds an image of it */
+  TQ_FLASH_PACK = 6,     /* adds a file to the package */
+  TQ_FLASH_UNPACK = 7,   /* extracts a file from the package */
+  TQ_FLASH_ERASE = 8,    /* erases a device or a range of it */
+  TQ_FLASH_WRITE = 9     /* writes a file to a device */
+};
+
+/* What is reported of a step. */
+enum {
+  TQ_FLASH_BEGIN = 1, /* it begins: its tool has not been started yet */
+  TQ_FLASH_LINE = 2,  /* its tool, which has ended, had printed a line */
+  TQ_FLASH_END = 3    /* it has ended */
+};
+
+/* A report of a step. The strings are valid until the observer returns. */
+typedef struct tq_flash_event {
+  int32_t kind;       /* TQ_FLASH_BEGIN, TQ_FLASH_LINE or TQ_FLASH_END */
+  int32_t step;       /* TQ_FLASH_VERSION ... TQ_FLASH_WRITE */
+  int32_t code;       /* at the end: 0 or why the step failed, which the call's result may hide; else 0 */
+  uint32_t start;     /* offset on the device in bytes, where the step has one */
+  uint64_t bytes;     /* see tq_set_flash_observer */
+  const char *area;   /* name of the area; null outside the work on one */
+  const char *file;   /* path, relative to the work directory, which is the current one; or null */
+  const char *device; /* path, or null */
+  const char *line;   /* of TQ_FLASH_LINE, without its line end; else null */
+} tq_flash_event;
+
+/* Takes reports.
+ *
+ * event  valid until the observer returns.
+ * user   the pointer of tq_flash_observer.
+ *
+ * Returns 0 to go on; any other number stops the work, and becomes the result of the call. */
+typedef int (*tq_flash_observe)(const tq_flash_event *event, void *user);
+
+typedef struct tq_flash_observer {
+  tq_flash_observe observe;
+  void *user; /* handed to each call of observe as it is */
+} tq_flash_observer;
+
 TQ_BEGIN_DECLS
+
+/* Sets the observer of the flash work that the calling thread does from now on.
+ *
+ * observer  copied; its user pointer must stay valid while it is set. Null, or a null function, takes the
+ *           thread's observer away.
+ *
+ * tq_lib_backup_areas and tq_lib_backup_restore report each of their steps, and so do the calls that they
+ * make, when they are called alone: tq_tbx_backup_areas, tq_tbx_restore, tq_tbx_resotore_image,
+ * tq_restore_flash_image, tq_backup_jffs2, tq_backup_flash_image, tq_nanddump, tq_erase_flash,
+ * tq_erase_flash_all, tq_nandwrite. A step has a TQ_FLASH_BEGIN, a TQ_FLASH_LINE for each line that its
+ * tools printed (in pieces of 255 bytes where it is longer), and a TQ_FLASH_END; no step comes within
+ * another. What is done, logged and returned is the same with an observer and without.
+ *
+ * bytes of an event: of an erase the length of the range, 0 for the whole device. At the begin of a dump
+ * and of a cut the length that the file is to get, 0 for one that is not cut; of a pack and a write the
+ * length of the file. At the end of every step with a file its length then: that of a dump is what the
+ * tool has read, before the cut. Else 0.
+ *
+ * code of an event: what the step's call returns (see there and nand.h); the errno value of a cut; -1 of a
+ * rebuild whose file system cannot be mounted; ENOENT (2) of a version that is not found, which fails
+ * nothing. The codes of version, controls, dump, cut and unpack may count where the result of the backup
+ * or restore is 0, as may all codes of a restore.
+ *
+ * A stop, that is a return other than 0: the observer is not called again in this call, no further tool
+ * is started, nothing is mounted and no file cut, and the call returns that number. What is half done
+ * stays as after a failure: files in the work directory and in the package, a file system of a rebuild on
+ * /mnt/root, an area that is erased and not written. The log has the messages of a failure. The next call
+ * works as ever.
+ *
+ * The observer runs on the thread of the call, between its tools, which wait for it; it must not make
+ * calls that work on the flash, change the current directory or unwind (throw, longjmp). It may set or
+ * take away the observer, and remove the file of a pack or a write that has ended. Each thread has its
+ * own observer, and a new thread none; a process made by fork keeps that of the thread that called it.
+ *
+ * Source: util/tq_flash_observer */
+void tq_set_flash_observer(const tq_flash_observer *observer);
 
 /* Saves flash areas into files of a work directory and, if asked, packs them.
  *
@@ -45,10 +130,10 @@ int tq_tbx_backup_areas(tq_list_t *areas, const char *workdir, const char *dest,
  * any means the boot loader. Each area's device is erased as a whole, then written. Nothing is checked
  * before: not the size of a file, nor that it is in the package.
  *
- * Returns 0, also when areas failed, which only the log tells; EINVAL (22) for a package that is not an
- * image, and for a null argument; ENAMETOOLONG (36) for a package path that leaves no room in a command
- * line of 255 characters, with a warning in the log, and nothing ran then; the errno value of a work
- * directory that cannot be entered; what tq_tbx_get_package_type returns; ENOMEM (12).
+ * Returns 0, also when areas failed, which only the log and an observer learn; EINVAL (22) for a package
+ * that is not an image, and for a null argument; ENAMETOOLONG (36) for a package path that leaves no room
+ * in a command line of 255 characters, with a warning in the log, and nothing ran then; the errno value of
+ * a work directory that cannot be entered; what tq_tbx_get_package_type returns; ENOMEM (12).
  * Source: util/tq_tbx_util */
 int tq_tbx_restore(const char *package, const char *workdir);
 
@@ -62,7 +147,7 @@ int tq_tbx_restore(const char *package, const char *workdir);
  * image_type  TQ_IMAGE_... of nand.h.
  *
  * Returns 0 or the code of the step that failed; a failure with the information block counts only when
- * it cannot be unpacked. EINVAL (22) for a null argument. (The name is spelled so.)
+ * it cannot be unpacked. EINVAL (22) for a null argument. (The name is spelled so: oddity 150.)
  * Source: util/tq_tbx_util */
 int tq_tbx_resotore_image(const char *package, const char *image_file, const char *device,
                           int length, int image_type);

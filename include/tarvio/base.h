@@ -1,4 +1,4 @@
-/* What every public header of libtarvio shares: the rules that hold for all functions, and the macros
+/* What all public headers of libtarvio share: the rules that hold for every function, and the macros
  * that mark the interface.
  *
  * Rules that hold unless a function says otherwise:

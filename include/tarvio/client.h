@@ -11,12 +11,12 @@
 
 TQ_BEGIN_DECLS
 
-/* Ask the manager to start or stop an application (or all of them) and wait until it has answered.
+/* Ask the manager to start or stop an application (or all of them) and wait for its answer.
  *
  * name  text that the application's package name contains.
  *
- * Return 0 in every case, also when nobody answers: whether it worked is told by the statuses
- * afterwards. (tq_request_com and tq_receive_com give the result code.)
+ * Return 0 in every case, even if no manager answers: the statuses show afterwards whether it worked.
+ * (tq_request_com and tq_receive_com give the result code.)
  * Source: lib/tq_lib_app */
 int tq_lib_start_app(const char *name);
 int tq_lib_stop_app(const char *name);
@@ -25,17 +25,17 @@ int tq_lib_stop_all_app(void);
 
 /* Ask the manager for all statuses, or for those of applications, and append a tq_status for each.
  *
- * list  receives records with three fields set: `name` and `detail`, each with its line end still
- *       there, and `id`, which holds the state. type, state and next are not set. Free detail, name and
+ * list  receives records with three fields set: `name` and `detail`, each including its line end,
+ *       and `id`, which holds the state. type, state and next are not set. Free detail, name and
  *       record; tq_status_list_free does it for the whole list.
  *
- * Return 0, also when nobody answers or the reply was cut (the list holds what came), or a negative
- * number when no socket could be made; EINVAL (22) for a null list.
+ * Return 0, even if no manager answers or the reply is truncated (the list holds what was received);
+ * a negative number if no socket could be created; EINVAL (22) for a null list.
  * Source: lib/tq_lib_status */
 int tq_lib_list_all_status(tq_list_t *list);
 int tq_lib_list_app_status(tq_list_t *list);
 
-/* List, install and remove packages: set the package manager up and forward to tq_list, tq_install and
+/* List, install and remove packages: set up the package manager and forward to tq_list, tq_install and
  * tq_remove of package.h.
  * Source: lib/tq_lib_package */
 int tq_lib_list_pkg(uint32_t type, uint32_t subtype, const char *name, tq_package_info **out);
@@ -45,7 +45,7 @@ int tq_lib_remove_pkg(const char *name, int force);
 /* Lists the files of an installed package.
  *
  * count  receives the number of strings, 0 on failure.
- * files  receives a new array of them, null when there is none; free each string and the array.
+ * files  receives a new array of them, null if there is none; free each string and the array.
  *
  * Returns the result of tq_files, ENOMEM (12), or EINVAL (22) for a null argument.
  * Source: lib/tq_lib_package */

@@ -16,8 +16,8 @@
 /* Serves one connection: takes over the client socket and closes it. Its result is not used. */
 typedef uint32_t (*tq_com_handler_func)(int32_t fd);
 
-/* A server. Made by tq_setup_com_server and never freed. Its socket becomes -1 when the set-up failed
- * and when the number went to a later server. */
+/* A server. Created by tq_setup_com_server and never freed. Its socket becomes -1 if the set-up fails
+ * and when a later server gets the same number. */
 typedef struct tq_com_server {
   char *path;                  /* owned */
   int32_t fd;                  /* listening socket */
@@ -31,13 +31,13 @@ TQ_BEGIN_DECLS
  * Source: util/tq_unix_sock */
 int tq_socket_create_unix_sock(void);
 
-/* Binds a socket to a path and listens on it with a backlog of 5. What was at the path is removed
+/* Binds a socket to a path and listens on it with a backlog of 5. Whatever is at the path is removed
  * first, and its mode becomes 0666, so that every local user may connect.
  *
  * path  at most 108 bytes.
  *
  * Returns the result of listen, 0 or -1; a failed bind shows in it. A longer or null path: -1 with errno
- * ENAMETOOLONG or EINVAL, and nothing was touched.
+ * ENAMETOOLONG or EINVAL, and nothing is touched.
  * Source: util/tq_unix_sock */
 int tq_socket_bind_unix_server_sock(int fd, const char *path);
 
@@ -54,9 +54,9 @@ int tq_socket_connect_unix_sock(int fd, const char *path);
  * Source: util/tq_unix_sock */
 int tq_socket_close(int fd);
 
-/* Makes a server: binds and listens, but does not serve yet.
+/* Creates a server: binds and listens, but does not serve yet.
  *
- * path     at most 108 bytes; what was there is removed.
+ * path     at most 108 bytes; whatever is there is removed.
  * handler  called for each connection.
  *
  * Returns the listening socket, or a negative number with errno (EINVAL for a null argument,
@@ -69,34 +69,34 @@ int tq_setup_com_server(const char *path, tq_com_handler_func handler);
  *
  * fd  what tq_setup_com_server returned.
  *
- * Returns 0, the code of pthread_create, or EINVAL (22) when no server has this socket. Not while
- * another thread sets a server up.
+ * Returns 0, the code of pthread_create, or EINVAL (22) if no server has this socket. Not while
+ * another thread sets up a server.
  * Source: util/tq_interprocess_com */
 int tq_wait_com(int fd);
 
-/* The body of that thread; never returns. An accept that fails is tried again, after a tenth of a
- * second unless the connection itself was at fault.
+/* The body of that thread; never returns. A failed accept is retried, after a tenth of a second unless
+ * the connection itself was at fault.
  *
  * server  a tq_com_server.
  * Source: util/tq_interprocess_com */
 void *tq_com_handler(void *server);
 
-/* Closes a descriptor; the server's thread is not stopped by it. Returns the result of close.
+/* Closes a descriptor, which does not stop the server's thread. Returns the result of close.
  * Source: util/tq_interprocess_com */
 int tq_stop_com_server(int fd);
 
-/* Sends a request: one line, then one line per argument, and shuts the sending side.
+/* Sends a request: one line, then one line per argument, and shuts down the sending side.
  *
- * path     of the server's socket, at most 108 bytes.
+ * path     the server's socket, at most 108 bytes.
  * request  first line, without its line end.
  * count    number of arguments.
  * args     their strings; may be null when count is 0.
  *
  * Waits while the server's backlog is full.
  *
- * Returns a socket to read the reply from and to close; it is not connected when nobody listens, and
- * reading it then gives no data. Negative with errno when there is no socket or no memory, the path is
- * too long (ENAMETOOLONG), or the path, the request or an argument is null (EINVAL).
+ * Returns a socket to read the reply from and to close; if nobody listens, it is not connected and
+ * reading it gives no data. Negative with errno if a socket or memory is not available, the path is too
+ * long (ENAMETOOLONG), or the path, the request or an argument is null (EINVAL).
  * Source: util/tq_interprocess_com */
 int tq_request_com(const char *path, const char *request, int count, const char *const *args);
 
@@ -105,20 +105,20 @@ int tq_request_com(const char *path, const char *request, int count, const char 
  * lines  list to append to; strings without their line ends, to be freed with tq_list_free(lines, 1). A
  *        line ends at a line feed or a carriage return; one of 255 bytes or more comes in pieces of 254.
  *
- * Returns errno as it is when reading ended: at a clean end it is what it was before the call, so set
- * it to 0 first to tell the cases apart. ENOMEM (12) when memory runs out, with the lines so far; EINVAL
- * (22) for a null list.
+ * Returns errno as it is when reading ends: at a clean end that is its value before the call, so set it
+ * to 0 first to distinguish the two. ENOMEM (12) if memory runs out, with the lines so far; EINVAL (22)
+ * for a null list.
  * Source: util/tq_interprocess_com */
 int tq_receive_com(int fd, tq_list_t *lines);
 
 /* Makes the resident manager answer on TQ_COM_SOCKET_PATH. The host calls it once, last in its
  * start-up.
  *
- * Returns 0, a negative number when there is no server, or the code of pthread_create.
+ * Returns 0, a negative number if the server cannot be created, or the code of pthread_create.
  * Source: com/tq_com_manager */
 int tq_setup_com_manager(void);
 
-/* Serves one connection: reads the request, does it, writes the reply and closes the socket.
+/* Serves one connection: reads the request, executes it, writes the reply and closes the socket.
  *
  * Request: lines that end with a line feed, up to the end of data; the first is the command, the second
  * the application's name for start_app and stop_app. Replies:
@@ -127,11 +127,11 @@ int tq_setup_com_manager(void);
  *                            result code in decimal and two line feeds (stop_app without a name: none)
  *   stop_all                 result code in decimal and one line feed
  *   anything else            none
- * A request must be complete within 5 seconds, or it is not executed. Each write of a reply (4096 bytes
- * at most) has 5 seconds as well: a client that does not take it gets no more.
+ * A request must be complete within 5 seconds, or it is not executed. Each write of a reply (at most
+ * 4096 bytes) must finish within 5 seconds as well: a client that does not read it gets no more.
  *
  * Every status reply leaves one record of the list allocated. A failed shutdown or close is not logged:
- * perror tells it, and standard output gets "fd is " and the socket.
+ * perror reports it, and "fd is " and the socket go to standard output.
  *
  * Returns 0, or the errno value of a failed close.
  * Source: com/tq_com_manager */

@@ -28,11 +28,11 @@ TQ_BEGIN_DECLS
  * A line counts when it is longer than one character and holds a colon followed by a blank; it is split
  * at colons and blanks, its first word is the name and its second the value, so that a value is one
  * word ("Description: two words" gives "two") and "Installed Size: 100" gives "Installed" the value
- * "Size". Lines are read in pieces of at most 255 bytes, each a line of its own. A name that comes
- * again replaces the value.
+ * "Size". Lines are read in pieces of at most 255 bytes, each a line of its own. A repeated name
+ * replaces the value.
  *
- * Returns a new object for tq_conf_close; null when the path is no regular file, cannot be opened or
- * holds no pair, and when memory runs out for the object. A pair that finds no memory is left out.
+ * Returns a new object for tq_conf_close; null if the path is not a regular file, cannot be opened or
+ * holds no pair, and if memory runs out for the object. A pair for which memory runs out is omitted.
  * Source: util/tq_load_conf */
 tq_conf *tq_conf_open(const char *path);
 
@@ -40,25 +40,25 @@ tq_conf *tq_conf_open(const char *path);
  *
  * Lines may have any length and end with a line feed, a carriage return or both. A number sign or a
  * semicolon anywhere in a line begins a comment. Key and value are separated by the first colon; of
- * several words before it the last is the key, of several words behind it the last is the value, which
- * may be empty. A key that comes again replaces the value.
+ * several words before it the last is the key, of several words after it the last is the value, which
+ * may be empty. A repeated key replaces the value.
  *
- * Returns a new object for tq_conf_close, without pairs for an empty file; null when the file cannot be
- * opened or read, when a line that is not empty has no colon, and when memory runs out for the object.
- * When memory runs out for a line, the pairs read so far are returned; a pair that finds no memory is
- * left out.
+ * Returns a new object for tq_conf_close, without pairs for an empty file; null if the file cannot be
+ * opened or read, if a line that is not empty has no colon, and if memory runs out for the object. If
+ * memory runs out for a line, the pairs read so far are returned; a pair for which it runs out is
+ * omitted.
  * Source: util/tq_load_conf */
 tq_conf *tq_conf_open2(const char *path);
 
 /* Returns the value of a name, which belongs to the object and is valid until that value is written or
- * the object closed. A missing name, or a null argument, gives the empty string, never null.
+ * the object is closed. A missing name, or a null argument, gives the empty string, never null.
  * Source: util/tq_load_conf */
 const char *tq_conf_read(const tq_conf *conf, const char *name);
 
-/* Stores a copy of a value under a name; an unknown name is appended with a copy of its own. The value
- * may be one that the object owns.
+/* Stores a copy of a value under a name; a new name is copied and appended. The value may be one that
+ * the object owns.
  *
- * Returns 0, EINVAL (22) for a null argument, ENOMEM (12) when memory runs out, with nothing changed.
+ * Returns 0, EINVAL (22) for a null argument, ENOMEM (12) if memory runs out, with nothing changed.
  * Source: util/tq_load_conf */
 int tq_conf_write(tq_conf *conf, const char *name, const char *value);
 
@@ -68,7 +68,7 @@ int32_t tq_count_variables(const tq_conf *conf);
 
 /* Returns the name, and the value, of a pair. Both belong to the object.
  *
- * index  0 to tq_count_variables - 1; nothing checks it, nor the object.
+ * index  0 to tq_count_variables - 1; neither it nor the object is checked.
  * Source: util/tq_load_conf */
 const char *tq_find_name(const tq_conf *conf, int32_t index);
 const char *tq_find_value(const tq_conf *conf, int32_t index);

@@ -1,4 +1,4 @@
-/* Result codes, their messages, and the judging of what a tool printed. */
+/* Result codes, their messages, and the codes that a tool's output stands for. */
 #ifndef TARVIO_ERROR_H
 #define TARVIO_ERROR_H
 
@@ -45,7 +45,7 @@ TQ_BEGIN_DECLS
 /* The library's own codes with their messages. */
 extern const tq_err_code tq_err_code_map[TQ_ERR_CODE_MAP_SIZE];
 
-/* Texts that opkg prints, and the code that a line with the text of the same row stands for. */
+/* Texts that opkg prints, and the code of a line that contains the text of the same row. */
 extern const char *const opkgmes[TQ_OPKG_MESSAGES];
 extern const int32_t opkgerr[TQ_OPKG_MESSAGES];
 
@@ -53,7 +53,7 @@ extern const int32_t opkgerr[TQ_OPKG_MESSAGES];
  *
  * code    up to 9999: an errno value, negative ones included, whose text is the system's; above: a code
  *         of tq_err_code_map.
- * buffer  receives the text, cut to length - 1 bytes and ended by a zero.
+ * buffer  receives the text, truncated to length - 1 bytes, zero-terminated.
  * length  size of the buffer in bytes.
  *
  * Returns the buffer. A code above 9999 without a row leaves the whole buffer as it was, so clear it
@@ -71,15 +71,15 @@ char *tq_get_err_mes(int32_t code);
  * text  any string.
  *
  * Returns the smallest errno value whose system message (in the C locale) occurs in the text, or 0. The
- * message of success counts too: a text that holds it gives 0 whatever else it holds. A null text gives
- * 0.
+ * message of success counts too: a text that contains it gives 0, whatever else it contains. A null text
+ * gives 0.
  * Source: util/tq_error_util */
 int32_t tq_get_contained_err(const char *text);
 
 /* Judges what a tool printed: returns the first non-zero tq_get_contained_err over the lines, or 0.
  *
- * lines  strings; the line end of each line that was looked at is cut in place, the lines behind the
- *        one that decided stay as they are. A null list gives 0.
+ * lines  strings; the line end of each line that is examined is removed in place, the lines after the
+ *        deciding one are left as they are. A null list gives 0.
  *
  * Does not move the list's cursor.
  * Source: util/tq_error_util */

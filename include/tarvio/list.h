@@ -12,9 +12,9 @@ typedef struct tq_list_node {
   void *element;             /* the caller's */
 } tq_list_node;
 
-/* A list. Only tq_list_create makes one: the library keeps data of its own behind these fields. They
- * may be read, and a caller may relink, add and take out nodes as long as head and count are right. The
- * library remembers the last two nodes: between two calls, do not exchange both for others. */
+/* A list. These fields are all of it: a caller may read them, relink, add and take out nodes as long as
+ * head and count are right, and make a list of its own, empty when all fields are 0. Only one of
+ * tq_list_create goes to tq_list_free, and only nodes from malloc go to a call that frees nodes. */
 typedef struct tq_list_t {
   tq_list_node *head;   /* null when empty */
   tq_list_node *cursor; /* the one iteration position, shared by all who walk the list */
@@ -28,7 +28,8 @@ TQ_BEGIN_DECLS
  * Source: util/tq_list */
 tq_list_t *tq_list_create(void);
 
-/* Appends an element in constant time.
+/* Appends an element. The tail is found by a walk from the head, so appending n elements one by one
+ * takes n * n steps.
  *
  * element  stored as given. A null element is stored too, but every walk ends at it.
  *

@@ -16,16 +16,16 @@ enum {
 TQ_BEGIN_DECLS
 
 /* Opens the system log with ident "tarvio", option LOG_CONS and facility LOG_USER. The host process
- * calls it once, before it logs; nothing in the library calls it. Without it messages go out with the
- * defaults of syslog.
+ * calls it once, before it logs; nothing in the library calls it. Without it, messages are sent with
+ * the defaults of syslog.
  * Source: util/tq_log */
 void tq_log_init(void);
 
 /* Sets the threshold: messages of a level below it are dropped.
  *
- * level  any number; 0 lets everything through, 4 or more silences the levels 0 to 3.
+ * level  any number; 0 passes everything, 4 or more silences the levels 0 to 3.
  *
- * Takes effect for the messages that follow, in every thread.
+ * Applies to all later messages, in every thread.
  * Source: util/tq_log */
 void tq_set_log_level(int level);
 
@@ -37,8 +37,8 @@ void tq_set_log_level(int level);
  * line    line number of the call.
  * format  printf format of the message, followed by its arguments.
  *
- * The whole line is cut at 1023 bytes. A message below the threshold is formatted all the same, so its
- * arguments must be valid. errno is left as it was.
+ * The whole line is truncated to 1023 bytes. A message below the threshold is still formatted, so its
+ * arguments must be valid. errno is preserved.
  * Source: util/tq_log */
 void tq_log_func(int level, const char *file, int line, const char *format, ...)
     TQ_PRINTF_FORMAT(4, 5);

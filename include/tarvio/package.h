@@ -26,9 +26,9 @@ enum {
   TQ_SUBCATEGORY_ANY = 151 /* in a filter only */
 };
 
-/* An installed package. Records come as a chain, in two kinds with a release call each: what tq_list
- * made is released with tq_delete_tq_package_info_recurse, what the copy and filter calls made with
- * tq_free_package_info. start_app and stop_app are not to be read in a copy. */
+/* An installed package. Records come as a chain, of two kinds with a release call each: what tq_list
+ * created is released with tq_delete_tq_package_info_recurse, what the copy and filter calls created
+ * with tq_free_package_info. Do not read start_app and stop_app in a copy. */
 typedef struct tq_package_info {
   char *name;
   char *version;
@@ -55,17 +55,17 @@ typedef struct tq_package_binding {
 
 TQ_BEGIN_DECLS
 
-/* The binding record that tq_get_tbx_package_binding made last. */
+/* The binding record that tq_get_tbx_package_binding created last. */
 extern tq_package_binding *tq_tbx_package_binding;
 
-/* Makes a new record of the .tbx binding, stores it in tq_tbx_package_binding and returns it; null when
- * memory runs out. Every call makes a new one, and none is ever freed.
+/* Creates a new record of the .tbx binding, stores it in tq_tbx_package_binding and returns it; null if
+ * memory runs out. Every call creates a new one, and none is ever freed.
  * Source: package/tq_tbx_package_binding */
 tq_package_binding *tq_get_tbx_package_binding(void);
 
-/* Makes the binding through which the calls below work, once; further calls do nothing. A host may
- * replace operations in the record (tq_tbx_package_binding points to it). Returns 0, also when memory
- * runs out; the next call tries again then.
+/* Creates the binding through which the calls below work, once; further calls do nothing. A host may
+ * replace operations in the record (tq_tbx_package_binding points to it). Returns 0, even if memory runs
+ * out; the next call then tries again.
  * Source: package/tq_tbx_package_binding */
 int tq_setup_package_manager(void);
 
@@ -73,7 +73,7 @@ int tq_setup_package_manager(void);
  * Source: package/tq_tbx_package_binding */
 void tq_tbx_set_opkg_dir(const char *dir);
 
-/* Places of the binding for checks that another binding may make; these do nothing and return 0.
+/* Slots of the binding for checks that another binding may implement; these do nothing and return 0.
  * Source: package/tq_tbx_package_binding */
 int tq_setup_tbx_package_binding(void);
 int tq_tbx_check_file_sign(void);
@@ -86,57 +86,57 @@ int tq_tbx_file_corruption(void);
  * type     category to keep, or 100 for any.
  * subtype  subcategory to keep, or 151 for any.
  * name     whole package name to keep, or null for any.
- * out      receives the chain, in descending order of the control files' names, or null when nothing
- *          matched; release it with tq_delete_tq_package_info_recurse. Left alone on failure, but not
- *          when only the boot test failed.
+ * out      receives the chain, in descending order of the control files' names, or null if nothing
+ *          matched; release it with tq_delete_tq_package_info_recurse. Unchanged on failure, unless
+ *          only the boot test failed.
  *
  * Values are one word each: the control files are read with tq_conf_open. A package without "Package"
- * is left out; a missing "Version" or "Maintainer" is the empty string.
+ * is omitted; a missing "Version" or "Maintainer" is the empty string.
  *
- * Returns 0; the errno value of the boot test (see tq_is_boot_online; the listing is made all the same,
- * on the installed root) or of a failed directory scan; -1 when memory runs out for a record, ENOMEM
+ * Returns 0; the errno value of the boot test (see tq_is_boot_online; the installed root is listed
+ * all the same) or of a failed directory scan; -1 if memory runs out for a record, ENOMEM
  * (12) for a path; EINVAL (22) for a null out.
  * Source: package/tq_tbx_package_binding */
 int tq_tbx_list(uint32_t type, uint32_t subtype, const char *name, tq_package_info **out);
 
 /* Installs a package file through opkg.
  *
- * path   the package file. Its name must hold ".tbx": opkg gets a copy that lies beside it, with every
- *        ".tbx" of the path replaced by ".ipk", and that is removed again in every case.
+ * path   the package file. Its name must contain ".tbx": opkg gets a copy beside it, in whose path every
+ *        ".tbx" is replaced by ".ipk". The copy is removed in every case.
  * force  not 0: with "--force-depends --force-maintainer --force-reinstall --force-overwrite
  *        --force-downgrade" instead of the force options from the environment.
  *
  * The environment variables OPKG_OPTIONS and OPKG_FORCE_OPTIONS go into opkg's command line as they are.
  *
- * Returns 0; -1 for a null path, and when the copy could not be written; the errno value of a file that
- * cannot be read or of a copy that cannot be made; EINVAL (22), with a warning in the log, for a path
- * without ".tbx", with a character that means something to the shell, or that begins with "-", "~" or
- * "#"; ENOMEM (12); what tq_opkg_run_command_with_options returns. opkg's exit status does not count, so
- * that 0 does not prove that the package is there: tq_list tells.
+ * Returns 0; -1 for a null path, and if the copy could not be written; the errno value of a file that
+ * cannot be read or of a copy that cannot be created; EINVAL (22), with a warning in the log, for a path
+ * without ".tbx", with a character that is special to the shell, or that begins with "-", "~" or "#";
+ * ENOMEM (12); what tq_opkg_run_command_with_options returns. opkg's exit status is ignored, so 0 does
+ * not prove that the package is installed: check with tq_list.
  * Source: package/tq_tbx_package_binding */
 int tq_tbx_install(const char *path, int force);
 
 /* Lists the files of an installed package, in opkg's order.
  *
- * name   whole package name, as plain as a path of tq_tbx_install must be.
+ * name   whole package name, restricted like a path of tq_tbx_install.
  * files  list to append to: one string per file, without its line end, to be freed with free().
  *        Untouched when the call fails.
  *
  * opkg's first line, a heading, is dropped. Options from the environment and the offline root do not
  * apply.
  *
- * Returns 0; -1 for a null name; EINVAL (22) for a null list or a name that is not plain; ENAMETOOLONG
- * (36) for a name of more than 4,084 characters, and nothing ran then; ENOMEM (12); what
+ * Returns 0; -1 for a null name; EINVAL (22) for a null list or a name that is refused; ENAMETOOLONG
+ * (36) for a name of more than 4,084 characters, and nothing is run; ENOMEM (12); what
  * tq_opkg_run_command returns.
  * Source: package/tq_tbx_package_binding */
 int tq_tbx_files(const char *name, tq_list_t *files);
 
 /* Removes an installed package through opkg.
  *
- * name   whole package name, as plain as a path of tq_tbx_install must be.
+ * name   whole package name, restricted like a path of tq_tbx_install.
  * force  not 0: with "--force-depends" instead of the force options from the environment.
  *
- * Returns 0; -1 for a null name; EINVAL (22) for a name that is not plain; ENOMEM (12); what
+ * Returns 0; -1 for a null name; EINVAL (22) for a name that is refused; ENOMEM (12); what
  * tq_opkg_run_command_with_options returns.
  * Source: package/tq_tbx_package_binding */
 int tq_tbx_remove(const char *name, int force);
@@ -144,17 +144,17 @@ int tq_tbx_remove(const char *name, int force);
 /* Compares the unpacked size of a package file with the free space of the first file system that df
  * lists.
  *
- * Unpacks the file's members into the current directory, over files of their names, and removes
- * "control.tar.gz", "data.tar.gz" and "debian-binary" there in every case: two calls at a time in one
- * directory disturb each other. All sizes are 32-bit numbers: with 2 to 4 GiB free the package does not
- * fit, and more wraps around, so that 5 GiB count as 1 GiB.
+ * Unpacks the file's members into the current directory, overwriting files of the same names, and
+ * removes "control.tar.gz", "data.tar.gz" and "debian-binary" there in every case: concurrent calls in
+ * one directory interfere with each other. All sizes are 32-bit numbers: with 2 to 4 GiB free the
+ * package does not fit, and more wraps around, so that 5 GiB count as 1 GiB.
  *
- * Returns 0 when the package fits; -1 when it does not, when it cannot be measured, and for a null path;
- * what tq_run_command returns when "ar" fails, in a process that ignores SIGCHLD in every case.
+ * Returns 0 if the package fits; -1 if it does not, if it cannot be measured, and for a null path; what
+ * tq_run_command returns if "ar" fails, in a process that ignores SIGCHLD in every case.
  * Source: package/tq_tbx_package_binding */
 int tq_tbx_check_file_size(const char *path);
 
-/* The calls for everybody: each forwards to its operation of the active binding and returns that
+/* The calls for general use: each forwards to its operation of the active binding and returns that
  * operation's result unchanged. Before tq_setup_package_manager they return EINVAL (22) and log at
  * level 2.
  * Source: package/tq_tbx_package_binding */
@@ -166,7 +166,7 @@ int tq_check_file_size(const char *path);
 
 /* Copies a chain, or only its first record when `all` is 0, in order.
  *
- * out  receives the new chain, to be released with tq_free_package_info; null for a null src and when
+ * out  receives the new chain, to be released with tq_free_package_info; null for a null src and if
  *      the call fails.
  *
  * Returns 0, ENOMEM (12), EINVAL (22) for a null out.
@@ -190,13 +190,13 @@ int tq_type_filter_package(uint32_t type, uint32_t subtype, const tq_package_inf
  * Source: package/tq_package_util */
 int tq_name_filter_package(const char *needle, const tq_package_info *src, tq_package_info **out);
 
-/* Releases a chain that the copy and filter calls made: name and maintainer of every record, the
- * version of the first record only, and the records. The versions of further records are not freed:
- * whoever needs their memory keeps the pointers and frees them after the call. Returns 0.
+/* Releases a chain that the copy and filter calls created: name and maintainer of every record, the
+ * version of the first record only, and the records. The versions of further records are not freed: to
+ * release them, keep the pointers and free them after the call. Returns 0.
  * Source: package/tq_package_util */
 int tq_free_package_info(tq_package_info *list);
 
-/* Releases a chain that tq_list made, with all its strings, and sets the head to null. Returns 0.
+/* Releases a chain that tq_list created, with all its strings, and sets the head to null. Returns 0.
  * Source: package/tq_tbx_package_binding */
 int tq_delete_tq_package_info_recurse(tq_package_info **head);
 

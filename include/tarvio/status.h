@@ -28,8 +28,8 @@ typedef struct tq_status {
 
 TQ_BEGIN_DECLS
 
-/* Returns a new record with id 0 that owns copies of name and detail, or null when one of them is null
- * or memory runs out. Release it through one of the delete calls, or free detail, name and record.
+/* Returns a new record with id 0 that owns copies of name and detail, or null if one of them is null
+ * or memory runs out. Release it with one of the delete calls, or free detail, name and record.
  * Source: status/tq_status_manager_helper */
 tq_status *tq_add_tq_status(int32_t state, int32_t type, const char *name, const char *detail);
 
@@ -37,7 +37,7 @@ tq_status *tq_add_tq_status(int32_t state, int32_t type, const char *name, const
  *
  * head  address of the chain's head; an empty chain gets the record as its head.
  *
- * Returns 0; 10101 when no record could be made (a null name or detail included); EINVAL (22) for a null
+ * Returns 0; 10101 if no record could be created (a null name or detail included); EINVAL (22) for a null
  * head.
  * Source: status/tq_status_manager_helper */
 int tq_create_tq_status(int32_t state, int32_t type, const char *name, const char *detail,
@@ -47,7 +47,7 @@ int tq_create_tq_status(int32_t state, int32_t type, const char *name, const cha
  *
  * out  receives the copy, or null.
  *
- * Returns 0; 10101 when no copy could be made; EINVAL (22), with nothing stored, for a null argument.
+ * Returns 0; 10101 if no copy could be created; EINVAL (22), with nothing stored, for a null argument.
  * Source: status/tq_status_manager_helper */
 int tq_copy_tq_status(const tq_status *source, tq_status **out);
 
@@ -64,7 +64,7 @@ tq_status *previous_node(tq_status *head, const tq_status *record);
  *
  * result  address of the result chain's head.
  *
- * Returns 0; 10101 at the first copy that failed, and those made so far stay in the result; EINVAL (22)
+ * Returns 0; 10101 at the first copy that failed, and the copies so far stay in the result; EINVAL (22)
  * for a null result.
  * Source: status/tq_status_manager_helper */
 int tq_search_tq_status_by_state(int32_t state, const tq_status *head, tq_status **result);
@@ -78,9 +78,9 @@ int tq_search_tq_status_by_state2(int32_t state, const tq_list_t *source, tq_lis
 int tq_search_tq_status_by_type2(int32_t type, const tq_list_t *source, tq_list_t *result);
 
 /* Appends a copy (id included) of every record whose name contains a text to the list that is being
- * walked. Each copy matches again: when one record matches, the call goes on until memory runs out.
+ * walked. Each copy matches again: if one record matches, the call continues until memory runs out.
  *
- * Returns 0 when nothing matched, 10101 when memory ran out, EINVAL (22) for a null argument.
+ * Returns 0 if nothing matched, 10101 if memory ran out, EINVAL (22) for a null argument.
  * Source: status/tq_status_manager_helper */
 int tq_search_tq_status_by_name2(const char *text, tq_list_t *list);
 

@@ -11,8 +11,8 @@
 
 TQ_BEGIN_DECLS
 
-/* The status list: one tq_status per name, in the order of their first setting. Null until
- * tq_setup_status_manager ran. Read it only where no other thread changes statuses. */
+/* The status list: one tq_status per name, in the order in which they were first set. Null until
+ * tq_setup_status_manager has run. Read it only while no other thread changes statuses. */
 extern tq_list_t *sl;
 
 /* Creates the status list. The host calls it once, before every other function here; a second call
@@ -22,8 +22,8 @@ int tq_setup_status_manager(void);
 
 /* Adds or updates the status of a name.
  *
- * status  name, type, state and detail are taken from it; it stays the caller's. A null detail keeps
- *         the old one in an update; in an addition it puts a null element on the list, behind which no
+ * status  name, type, state and detail are copied from it; it stays the caller's. A null detail keeps
+ *         the old one in an update; in an addition it puts a null element on the list, after which no
  *         record is found any more: always give a detail.
  * force   0 leaves a stored error state (2) as it is.
  *
@@ -31,12 +31,12 @@ int tq_setup_status_manager(void);
  * error alone, "nothing to do with status" on standard output.
  *
  * Returns 0 in every case. A null status or name, and a call before set-up, change nothing and are
- * logged at level 2. A new name that finds no memory for its place on the list is not added.
+ * logged at level 2. A new name is not added if memory runs out for its place on the list.
  * Source: status/tq_status_manager */
 int tq_set_status2(const tq_status *status, int32_t force);
 
-/* Appends a copy of a record without looking for its name. Returns 0; 10101 when the copy failed (for
- * want of a name or detail, too); EINVAL (22) for a null record and before set-up.
+/* Appends a copy of a record without looking for its name. Returns 0; 10101 if the copy failed (also
+ * for a missing name or detail); EINVAL (22) for a null record and before set-up.
  * Source: status/tq_status_manager */
 int tq_add_status2(const tq_status *status);
 
@@ -47,17 +47,17 @@ int tq_remove_status2(const char *name);
 
 /* Gets copies of all records (with id 0), of those of one type, or of those in one state (ids kept).
  *
- * list  receives a new list at once, also when the call fails later on; release it with
- *       tq_status_list_free. Null when memory ran out for the list itself.
+ * list  receives a new list at once, even if the call fails later; release it with
+ *       tq_status_list_free. Null if memory runs out for the list itself.
  *
- * Returns 0; when a copy failed 10002, 10004 or 10003 in the order of the functions, with the copies
- * made so far in the list; EINVAL (22) for a null list argument. Before set-up the list is empty.
+ * Returns 0; if a copy fails, 10002, 10004 or 10003 in the order of the functions, with the copies so
+ * far in the list; EINVAL (22) for a null list argument. Before set-up the list is empty.
  * Source: status/tq_status_manager */
 int tq_find_all_status2(tq_list_t **list);
 int tq_find_by_type2(int32_t type, tq_list_t **list);
 int tq_find_by_status2(int32_t state, tq_list_t **list);
 
-/* Sets the status of an application to normal (0) or error (2), by force. Returns what tq_set_status2
+/* Sets the status of an application to normal (0) or error (2), with force. Returns what tq_set_status2
  * returns.
  * Source: status/tq_status_manager */
 int tq_set_application_status_normal(const char *name, const char *detail);

@@ -23,12 +23,12 @@ TQ_BEGIN_DECLS
  * Source: util/tq_table */
 tq_table *tq_table_create(void);
 
-/* Appends a pair. A pair with an equal key stays and goes on being the one that tq_table_get finds.
+/* Appends a pair. An earlier pair with an equal key stays, and remains the one that tq_table_get finds.
  *
  * key, value  stored as given; they stay the caller's until tq_table_free with its flag set. A pair with
  *             a null key is never found, and a walk ends at it.
  *
- * Returns 0, also when the pair cannot be allocated (nothing is added then); EINVAL (22) for a null
+ * Returns 0, even if the pair cannot be allocated (nothing is added then); EINVAL (22) for a null
  * table.
  * Source: util/tq_table */
 int tq_table_put(tq_table *table, char *key, void *value);

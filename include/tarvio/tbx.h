@@ -1,4 +1,4 @@
-/* Tools for package files (.tbx): running a program, copying a file, and what kind of package it is. */
+/* Helpers for package files (.tbx): running a program, copying a file, detecting the kind of package. */
 #ifndef TARVIO_TBX_H
 #define TARVIO_TBX_H
 
@@ -21,21 +21,20 @@ TQ_BEGIN_DECLS
  * argv  the arguments, ended by a null entry; the first one is the program, searched on PATH. It shares
  *       the caller's standard streams, and runs with LC_ALL=C.
  *
- * Returns 0 when the program exited with 0, else a number of mixed kinds that is good for a comparison
- * with 0 only: its exit status; the signal that ended it; 1 when it could not be executed; the errno
- * value of a failed fork, or of a failed wait: ECHILD (10) in a process that ignores SIGCHLD, whatever
- * the program did. EINVAL (22) for a null argv or program. An interrupted wait is not repeated (EINTR,
- * 4).
+ * Returns 0 if the program exited with 0, else a number of mixed kinds, to be compared with 0 only: its
+ * exit status; the signal that ended it; 1 when it could not be executed; the errno value of a failed
+ * fork, or of a failed wait: ECHILD (10) in a process that ignores SIGCHLD, whatever the program did.
+ * EINVAL (22) for a null argv or program. An interrupted wait is not repeated (EINTR, 4).
  * Source: util/tq_tbx_util */
 int tq_run_command(int argc, char *const *argv);
 
 /* Copies a file. The new file has the default mode, and its content is not synced to the disk. A read
- * error counts as the end of the file, and an error that shows only when the copy is closed is not
+ * error counts as the end of the file, and an error that appears only when the copy is closed is not
  * reported.
  *
- * dst  created, or overwritten; cut short when the copy failed.
+ * dst  created, or overwritten; incomplete if the copy failed.
  *
- * Returns 0; the errno value of a file that could not be opened; -1 for a write that failed; EINVAL (22)
+ * Returns 0; the errno value of a file that could not be opened; -1 for a failed write; EINVAL (22)
  * for a null argument.
  * Source: util/tq_tbx_util */
 int tq_copy_file(const char *src, const char *dst);
@@ -53,18 +52,18 @@ uint32_t tq_tbx_conv_package_subtype(const char *subcategory);
 
 /* Reads from a package file what kind of package it is and where the data of an image goes.
  *
- * path     the package file, which must be free of characters that mean something to the shell; empty to
- *          work on a "./control.tar.gz" that is there already.
- * type     receives 2 for an application, else 0. Left alone when the package's "tqcontrol" holds no pair
- *          of key and value, so set it before the call.
+ * path     the package file, without characters that are special to the shell; empty to use an existing
+ *          "./control.tar.gz".
+ * type     receives 2 for an application, else 0. Unchanged if the package's "tqcontrol" holds no pair of
+ *          key and value, so set it before the call.
  * targets  list to append to: each line of "tqcontrol" that begins with "TqDataTarget:" and does not end
  *          there, whole, with its line end, as a string to free. Lines are read in pieces of 255 bytes.
  *
- * Works on "./control.tar.gz" and "./tqcontrol" in the current directory, over files of these names, and
- * removes them (with an empty path, only the second) when it succeeds; after a failure they may stay. Two
- * calls at a time in one directory disturb each other.
+ * Unpacks "./control.tar.gz" and "./tqcontrol" into the current directory, overwriting files of these
+ * names, and removes them (with an empty path, only the second) when it succeeds; after a failure they
+ * may stay. Concurrent calls in one directory interfere with each other.
  *
- * Returns 0; ENOENT (2) when the package has no "tqcontrol" and there was none before, or one that is no
+ * Returns 0; ENOENT (2) if the package has no "tqcontrol" and none existed before, or one that is not a
  * regular file; what tq_extract_from_ar and tq_extract_from_tgz return; ENOMEM (12), with the targets so
  * far; EINVAL (22) for a null argument.
  * Source: util/tq_tbx_util */

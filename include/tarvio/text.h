@@ -8,7 +8,7 @@
 
 TQ_BEGIN_DECLS
 
-/* Cuts one line end off a string in place: a final line feed, and then a carriage return right before
+/* Removes one line end from a string in place: a final line feed, and a carriage return right before
  * it. A final carriage return alone stays. Returns the string; null for a null string.
  * Source: util/tq_string */
 char *tq_chop(char *string);
@@ -33,7 +33,7 @@ char *tq_memmove(char *string, uint32_t shift);
 
 /* Replaces every occurrence of a text in place. What was inserted is not searched again.
  *
- * string    its buffer must have room for the grown string; nothing checks it.
+ * string    its buffer must have room for the result; this is not checked.
  * old_text  an empty one leaves the string as it is.
  *
  * Returns the string. A null argument leaves it as it is.
@@ -42,40 +42,40 @@ char *tq_replace_string(char *string, const char *old_text, const char *new_text
 
 /* Copies bytes into a new block.
  *
- * out     receives the block, to be freed with free(); null when memory runs out or source is null.
+ * out     receives the block, to be freed with free(); null if memory runs out or source is null.
  * source  the bytes.
  * size    their number.
  *
- * Returns 0 in every case: look at *out.
+ * Returns 0 in every case: check *out.
  * Source: util/tq_string */
 int tq_memdup(void **out, const void *source, uint32_t size);
 
-/* Copies a string into a new block, as tq_memdup does. The copy arrives through out; the result is
+/* Copies a string into a new block, as tq_memdup does. The copy is returned in *out; the result is
  * always 0.
  * Source: util/tq_string */
 int tq_strdup(char **out, const char *string);
 
-/* Splits a string at characters of a delimiter set; runs of them count as one, and empty tokens never
- * appear.
+/* Splits a string at the characters of a delimiter set; a run of them counts as one, so that no token
+ * is empty.
  *
  * string      only read: the tokens point into a private copy.
  * delimiters  the set.
  *
  * Returns a new array of token pointers that ends with a null entry (a lone null entry when there is no
- * token), or null for a null argument and when memory runs out. Free the copy through the array's first
- * entry, when that is not null, and then the array, each with free().
+ * token), or null for a null argument and if memory runs out. Free the copy through the array's first
+ * entry, if that is not null, and then the array, each with free().
  * Source: util/tq_string */
 char **tq_strtok(const char *string, const char *delimiters);
 
-/* Reads one line from a descriptor and leaves every byte behind it there.
+/* Reads one line from a descriptor and leaves every byte after it unread.
  *
- * buffer  receives at most size - 1 bytes; clear it before each call, because no zero is stored behind
+ * buffer  receives at most size - 1 bytes; clear it before each call, because no zero is stored after
  *         a last line that lacks its line end (the buffer's last byte is always set to 0).
  * size    of the buffer; with 0 or 1, or a null buffer, nothing is read and the result is null.
  * fd      a file, a pipe, or a socket.
  *
  * A line ends with a line feed or a carriage return, which is kept. A longer line comes in pieces.
- * Returns the buffer, or null when the end of data or an error came before any byte (errno tells which
+ * Returns the buffer, or null if the end of data or an error came before any byte (errno shows which,
  * if the caller set it to 0). On a socket a line costs two system calls, elsewhere one per byte.
  * Source: util/tq_string */
 char *tq_fdgets(char *buffer, uint32_t size, int fd);

@@ -13,6 +13,7 @@ constexpr int kStopTries = 5;
 
 }  // namespace
 
+// Each call makes a new record (oddity 76).
 tq_app_binding* tq_get_linux_app_binding(void) {
   tq_app_binding* binding = tarvio::allocate<tq_app_binding>().release();
   if (binding != nullptr) {
@@ -45,7 +46,7 @@ int tq_start_linux_app(tq_app_info* app) {
 int tq_stop_linux_app(tq_app_info* app) {
   if (app == nullptr) return EINVAL;
   if (app->pid != nullptr) {
-    // The stop file's path is passed even when it is empty, on purpose.
+    // The empty path of a missing stop file is passed too, and sends no signal (oddity 97).
     const int code = tq_terminate_process(app->package->stop_app, *app->pid, kStopTries);
     if (code != 0) return code;
   }
@@ -56,6 +57,7 @@ int tq_stop_linux_app(tq_app_info* app) {
 }
 
 int tq_ignore_wait_child_process_signal(void) {
+  // For the whole process (oddity 100).
   (void)signal(SIGCHLD, SIG_IGN);
   return 0;
 }

@@ -2,7 +2,7 @@
 #include <string.h>
 
 #include "base/chain.h"
-#include "base/owners.h"
+#include "base/list_appender.h"
 #include "tarvio/app.h"
 #include "tarvio/status_manager.h"
 #include "util/log_macros.h"
@@ -13,7 +13,7 @@ static_assert(offsetof(tq_app_info, pid) == 3 * sizeof(void*));
 
 namespace {
 
-// Filled by the set-up and kept for the life of the process.
+// Filled by the set-up and kept for the life of the process (oddity 99).
 struct AppManager {
   tq_list_t* tq_app_binding_list;  // of tq_app_binding
   tq_list_t* tq_app_list;          // of tq_app_info, in the order of the package list
@@ -24,7 +24,7 @@ using Apps = tarvio::Elements<tq_app_info>;
 
 int length_of(const char* text) { return static_cast<int>(strlen(text)); }
 
-// The first application whose package name contains the name, on purpose.
+// The first application whose package name contains the name (oddity 90).
 tq_app_info* tq_find_app(const char* name) {
   if (manager.tq_app_list == nullptr) return nullptr;
   for (tq_app_info* app : Apps(manager.tq_app_list)) {
@@ -42,15 +42,16 @@ tq_app_info* find_app_or_report(const char* name) {
   return app;
 }
 
-// Tries each application until it succeeds, at once and without limit, on purpose. Walks without
-// the cursor and passes names on: the operation looks each name up in the same list again.
+// Tries each application until it succeeds, at once and without limit (oddity 91). The operation
+// looks each name up in the same list again, so a name inside an earlier one is not reached
+// (oddity 93).
 int for_each_app(int (*operation)(const char* name)) {
   int last_failure = 0;
   if (manager.tq_app_list == nullptr) return last_failure;
   for (const tq_app_info* app : Apps(manager.tq_app_list)) {
     for (int code = operation(app->package->name); code != 0;
          code = operation(app->package->name)) {
-      last_failure = code;
+      last_failure = code;  // stays the result after a success (oddity 92)
     }
   }
   return last_failure;
@@ -58,6 +59,7 @@ int for_each_app(int (*operation)(const char* name)) {
 
 }  // namespace
 
+// Returns 1, not 0, for success (oddity 88).
 int tq_setup_app_manager(void) {
   manager.tq_app_binding_list = tq_list_create();
   manager.tq_app_list = tq_list_create();
@@ -67,7 +69,7 @@ int tq_setup_app_manager(void) {
     return 0;
   }
   (void)binding->setup();
-  (void)tq_list_add(manager.tq_app_binding_list, binding);
+  (void)tarvio::ListAppender(*manager.tq_app_binding_list).append(binding);
   (void)tq_get_installed_application(manager.tq_app_list);
   return tq_check_all_app_binding(manager.tq_app_list, manager.tq_app_binding_list);
 }
@@ -84,23 +86,22 @@ int tq_get_installed_application(tq_list_t* apps) {
   if (apps == nullptr) return EINVAL;
   tq_package_info* packages = nullptr;
   if (tq_list(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr, &packages) != 0) {
-    // Not reported: there are no applications then, although a failed boot test hands packages out.
+    // Not reported (oddity 98). A failed boot test hands packages out all the same (oddity 69).
     tq_delete_tq_package_info_recurse(&packages);
     return 0;
   }
+  tarvio::ListAppender list(*apps);
   for (tq_package_info** link = &packages; *link != nullptr; link = &(*link)->next) {
     tq_app_info* app = nullptr;
-    int code = tq_create_app_info(*link, &app);
-    if (code == 0) code = tq_list_add(apps, app);
-    if (code != 0) {
-      free(app);
+    if (tq_create_app_info(*link, &app) != 0 || !list.append(tarvio::Allocated<tq_app_info>(app))) {
       tq_delete_tq_package_info_recurse(link);  // those that no application holds
-      return code;
+      return ENOMEM;
     }
   }
   return 0;
 }
 
+// Spelled so (oddity 89).
 int tq_check_app_biniding(tq_app_info* app, tq_list_t* bindings) {
   if (app == nullptr || bindings == nullptr) return 0;
   for (tq_app_binding* binding : tarvio::Elements<tq_app_binding>(bindings)) {
@@ -126,8 +127,9 @@ int tq_start_app(const char* name) {
   TQ_INFO("Starting Application %s", name == nullptr ? "" : name);
   tq_app_info* app = find_app_or_report(name);
   if (app == nullptr) return EINVAL;
-  if (app->stopped != 1) return 0;
+  if (app->stopped != 1) return 0;  // also when its process has ended (oddity 95)
 
+  // A warning, before and after (oddity 94).
   TQ_WARNING("get application binding.");
   const int code = app->binding == nullptr ? EINVAL : app->binding->start(app);
   TQ_WARNING("get application binding.");
@@ -149,7 +151,7 @@ int tq_stop_app(const char* name) {
   if (app == nullptr) return EINVAL;
 
   const char* package = app->package->name;
-  if (app->stopped == 0) {
+  if (app->stopped == 0) {  // else only the status is removed (oddity 96)
     const int code = app->binding == nullptr ? EINVAL : app->binding->stop(app);
     if (code != 0) {
       TQ_WARNING("Application stop failed%s", package);

@@ -1,5 +1,5 @@
-// Range-for over what the library links: records with a `next`, and the elements of a list. Unlike
-// tq_list_first and tq_list_next it leaves the list's cursor to the list's user.
+// Range-for over what the library links: records with a `next`, and the elements of a list. It does
+// not move the list's cursor, which belongs to the list's user (oddity 10).
 #ifndef TARVIO_SRC_BASE_CHAIN_H
 #define TARVIO_SRC_BASE_CHAIN_H
 
@@ -26,7 +26,7 @@ struct Chain {
 };
 
 // The elements of a list from a node on, as pointers to Element. The walk ends at an element that
-// is null, as every walk of a list does.
+// is null, as every walk of a list does (oddity 11).
 template <typename Element>
 struct Elements {
   struct Iterator {

@@ -13,7 +13,7 @@ namespace tarvio {
 namespace {
 
 constexpr int64_t kUsPerSecond = 1'000'000;
-constexpr double kMaxSeconds = 1e9;  // what is still exact in microseconds
+constexpr double kMaxSeconds = 1e9;  // 31 years, far from what overflows in microseconds
 
 int64_t now_us() {
   timespec now = {};

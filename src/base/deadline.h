@@ -1,4 +1,4 @@
-// When a wait ends, and the waits that do.
+// Waits that end.
 #ifndef TARVIO_SRC_BASE_DEADLINE_H
 #define TARVIO_SRC_BASE_DEADLINE_H
 
@@ -8,18 +8,19 @@
 
 namespace tarvio {
 
-// A point in time that ends a wait; never, unless made with `after`.
+// A point in time on the monotonic clock, or never: setting the device's clock moves no deadline.
 class Deadline {
  public:
   static Deadline after(int milliseconds);
-  // 0 seconds and less: never.
+  // 0 seconds or less: never.
   static Deadline after_seconds(double seconds);
   static Deadline never() { return Deadline(kNever); }
 
   [[nodiscard]] bool is_set() const { return at_us_ != kNever; }
   [[nodiscard]] bool passed() const { return remaining_ms() == 0; }
 
-  // What poll takes: milliseconds, rounded up, or -1 for no end.
+  // As poll takes it: in milliseconds, or -1 for never. Rounded up, so that a wait does not end
+  // early and then spin through the last millisecond.
   [[nodiscard]] int remaining_ms() const;
 
  private:

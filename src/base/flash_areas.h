@@ -23,7 +23,7 @@ struct FlashArea {
 };
 
 // A backup reads the two file systems through their block devices and keeps less than the whole of
-// two areas; a restore writes everything through the character devices. Both are meant.
+// two areas; a restore writes everything through the character devices (oddity 141).
 inline constexpr std::array<FlashArea, 6> kFlashAreas = {{
     {"bootloader", TQ_IMAGE_BOOTLOADER, false, "./boot",  //
      "/dev/mtd1", 0x40000, "/dev/mtd1", 0x40000, "TqDataTarget: bootloader\n"},
@@ -39,8 +39,16 @@ inline constexpr std::array<FlashArea, 6> kFlashAreas = {{
      "/dev/mtd6", 0x7380000, "/dev/mtd6", 0x8000000, "TqDataTarget: hibernation\n"},
 }};
 
-// The second file of the hibernation area. A restore erases more than a backup saves, which is
-// meant.
+// The first area of which a condition holds; null when it holds of none.
+template <typename Condition>
+const FlashArea* find_flash_area(Condition holds) {
+  for (const FlashArea& area : kFlashAreas) {
+    if (holds(area)) return &area;
+  }
+  return nullptr;
+}
+
+// The second file of the hibernation area. A restore erases more than a backup saves (oddity 142).
 inline constexpr struct {
   const char* file;
   const char* device;

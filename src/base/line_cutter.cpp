@@ -22,7 +22,6 @@ LineCutter::~LineCutter() {
   if (grows_) free(text_);
 }
 
-// What was fed stays when memory runs out.
 bool LineCutter::reserve(size_t more) {
   if (!grows_ || length_ + more < size_) return true;
   const size_t size = length_ + more + kGrowth;
@@ -56,7 +55,9 @@ LineCutter::Result LineCutter::feed(std::string_view& bytes) {
   }
   if (!reserve(line.size())) return Result::kOutOfMemory;
   const size_t taken = put(line);
-  if (excess_ == Excess::kNextPiece && (taken < line.size() || length_ + 1 == size_)) {
+  // With kAny a full room may still be a whole line: only the next byte shows.
+  const bool is_full = length_ + 1 == size_ && line_end_ != LineEnd::kAny;
+  if (excess_ == Excess::kNextPiece && (taken < line.size() || is_full)) {
     bytes.remove_prefix(taken);
     is_whole_ = true;
   } else {

@@ -1,5 +1,5 @@
-// The one place where bytes are cut into lines. A cutter is fed with bytes as they come; adapters
-// bring them: LineReader from a descriptor, take_line from a text in memory.
+// The one place where bytes are cut into lines. A cutter is fed bytes as they arrive; LineReader
+// and PieceReader feed it from a descriptor. take_line cuts a text that is in memory already.
 #ifndef TARVIO_SRC_BASE_LINE_CUTTER_H
 #define TARVIO_SRC_BASE_LINE_CUTTER_H
 
@@ -31,21 +31,23 @@ class LineCutter {
   // Lines in room that stays the caller's, of at least 2 bytes: one is for the zero at the end.
   LineCutter(LineEnd line_end, std::span<char> room, Excess excess = Excess::kNextPiece)
       : line_end_(line_end), excess_(excess), text_(room.data()), size_(room.size()) {}
-  // Lines of any length, in room that grows.
-  explicit LineCutter(LineEnd line_end) : line_end_(line_end), grows_(true) {}
+  // Lines of any length, in room that grows, so that nothing is ever in excess.
+  explicit LineCutter(LineEnd line_end)
+      : line_end_(line_end), excess_(Excess::kDropped), grows_(true) {}
   LineCutter(const LineCutter&) = delete;
   LineCutter& operator=(const LineCutter&) = delete;
   ~LineCutter();
 
   enum class Result { kLine, kNeedsMore, kOutOfMemory };
 
-  // Takes bytes from the front up to the end of a line, which counts until the next call.
+  // Takes bytes from the front up to the end of a line, which is valid until the next call. When
+  // memory runs out the line keeps what was fed before.
   Result feed(std::string_view& bytes);
 
-  // At the end of the data: whether a last line without a line end is there.
+  // At the end of the data: whether there is a last line without a line end.
   bool finish();
 
-  // The line, or as much of it as was fed. It ends in a zero, and may be changed in its place.
+  // The line, or as much of it as was fed. A zero follows it, and it may be changed in place.
   [[nodiscard]] std::string_view line() const { return {text_, length_}; }
   [[nodiscard]] char* text() { return text_; }
 
@@ -54,7 +56,7 @@ class LineCutter {
   size_t put(std::string_view bytes);
 
   LineEnd line_end_;
-  Excess excess_ = Excess::kNextPiece;
+  Excess excess_;
   bool grows_ = false;
   bool is_whole_ = false;         // the next byte begins another line
   bool is_after_return_ = false;  // a line feed would belong to the line before

@@ -1,5 +1,5 @@
-// The lines of a descriptor that is read to its end, with one system call for many lines. Nothing
-// after a line stays in the descriptor; where something must, tq_fdgets is the reader.
+// The lines of a descriptor that is read to its end, with one system call for many lines. What
+// follows a line may be read ahead; where that must not happen, tq_fdgets is the reader.
 #ifndef TARVIO_SRC_BASE_LINE_READER_H
 #define TARVIO_SRC_BASE_LINE_READER_H
 
@@ -11,7 +11,7 @@
 
 namespace tarvio {
 
-// Room enough for an answer of the manager.
+// Large enough for a reply of the manager.
 using ReadAhead = std::array<char, 4096>;
 
 class LineReader {
@@ -21,8 +21,8 @@ class LineReader {
              const Deadline& deadline = Deadline::never())
       : fd_(fd), room_(ahead), lines_(lines), deadline_(deadline) {}
 
-  // True when the cutter holds the next line. False at the end of the data, which leaves errno
-  // alone, and after an error, which `error` and errno name.
+  // True when the cutter holds the next line. False at the end of the data, with errno unchanged,
+  // and after an error, which `error` and errno give.
   bool next();
 
   // 0 unless the data ended with an error: an errno value, ETIMEDOUT when the deadline passed.
@@ -38,6 +38,25 @@ class LineReader {
   std::string_view ahead_;
   bool is_over_ = false;
   int error_ = 0;
+};
+
+// The lines of a descriptor as fgets gives them: with their line feeds, and in pieces of kSize - 1
+// bytes when they are longer. Unlike fgets it loses nothing to a signal.
+template <size_t kSize>
+class PieceReader {
+ public:
+  explicit PieceReader(int fd)
+      : pieces_(LineEnd::kLineFeed, room_), reader_(fd, read_ahead_, pieces_) {}
+
+  // True when `text` is the next piece, a string that may be changed in place.
+  bool next() { return reader_.next(); }
+  [[nodiscard]] char* text() { return pieces_.text(); }
+
+ private:
+  std::array<char, kSize> room_;
+  ReadAhead read_ahead_;
+  LineCutter pieces_;
+  LineReader reader_;
 };
 
 }  // namespace tarvio

@@ -1,8 +1,9 @@
-// Appends to a list. The tail is known for as long as an appender lives, so that collecting n
-// elements costs n; nobody else may change the list meanwhile.
+// Appends to a list. An appender keeps the tail for as long as it lives, so that collecting n
+// elements costs n; nothing else may append to or unlink from the list meanwhile.
 #ifndef TARVIO_SRC_BASE_LIST_APPENDER_H
 #define TARVIO_SRC_BASE_LIST_APPENDER_H
 
+#include <memory>
 #include <utility>
 
 #include "base/copies.h"
@@ -15,7 +16,7 @@ class ListAppender {
  public:
   explicit ListAppender(tq_list_t& list) noexcept : list_(list), end_(&list.head) { find_end(); }
 
-  // False when memory runs out; the element stays the caller's then.
+  // False when memory runs out; the element then stays the caller's.
   [[nodiscard]] bool append(void* element) noexcept {
     tq_list_node* const node = allocate<tq_list_node>().release();
     if (node == nullptr) return false;
@@ -26,13 +27,17 @@ class ListAppender {
     return true;
   }
 
-  // The list owns the copy.
-  [[nodiscard]] bool append_copy(std::string_view text) noexcept {
-    CString copy = copy_of(text);
-    if (copy == nullptr || !append(copy.get())) return false;
-    (void)copy.release();
+  // The list takes the element over. False when there is no element, or no memory for its node: the
+  // element is freed then.
+  template <typename Element, typename Deleter>
+  [[nodiscard]] bool append(std::unique_ptr<Element, Deleter> element) noexcept {
+    if (element == nullptr || !append(element.get())) return false;
+    (void)element.release();
     return true;
   }
+
+  // The list owns the copy.
+  [[nodiscard]] bool append_copy(std::string_view text) noexcept { return append(copy_of(text)); }
 
   // Moves the nodes of a list to the end of this one, which cannot fail.
   void append_all(tq_list_t& from) noexcept {

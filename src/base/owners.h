@@ -1,5 +1,5 @@
-// Owners of what C hands out. Releasing one never changes errno, so an error being reported
-// survives.
+// Owners of what C hands out. Their destructors never change errno, so that an error which is being
+// reported survives.
 #ifndef TARVIO_SRC_BASE_OWNERS_H
 #define TARVIO_SRC_BASE_OWNERS_H
 

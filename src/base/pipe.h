@@ -1,4 +1,4 @@
-// Pipes, and whole reads and writes of descriptors.
+// Pipes, and reads and writes that signals do not break.
 #ifndef TARVIO_SRC_BASE_PIPE_H
 #define TARVIO_SRC_BASE_PIPE_H
 
@@ -13,7 +13,7 @@
 
 namespace tarvio {
 
-// Both ends are close-on-exec. Not valid, with errno set, when none could be made.
+// Both ends are close-on-exec. Not valid, with errno set, when the pipe could not be made.
 struct Pipe {
   explicit Pipe(int flags = 0) noexcept {
     int ends[2];
@@ -28,15 +28,19 @@ struct Pipe {
   Fd write_end;
 };
 
-// read, tried again after a signal. The end of data leaves errno alone.
-inline ssize_t read_some(int fd, std::span<char> room) noexcept {
+// Repeats a system call that a signal interrupts. Unless the call fails, errno stays unchanged.
+ssize_t retried(auto call) noexcept {
   const int errno_before = errno;
   ssize_t count = -1;
   do {
-    count = read(fd, room.data(), room.size());
+    count = call();
   } while (count < 0 && errno == EINTR);
   if (count >= 0) errno = errno_before;
   return count;
+}
+
+inline ssize_t read_some(int fd, std::span<char> room) noexcept {
+  return retried([=] { return read(fd, room.data(), room.size()); });
 }
 
 // Writes all bytes; false, with errno set, when that failed.

@@ -14,6 +14,7 @@ int tq_lib_backup_restore(const char* package, const char* workdir) {
   return tq_tbx_restore(package, workdir);
 }
 
+// Reserved (oddity 155).
 int tq_lib_backup_all(void) { return 0; }
 
 int tq_lib_backup_rootfs(void) { return 0; }

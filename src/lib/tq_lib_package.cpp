@@ -1,7 +1,10 @@
 #include <errno.h>
 #include <stdlib.h>
 
-#include "base/owners.h"
+#include <utility>
+
+#include "base/chain.h"
+#include "base/text_list.h"
 #include "tarvio/client.h"
 #include "tarvio/error.h"
 #include "util/log_macros.h"
@@ -26,25 +29,24 @@ int tq_lib_files_pkg(const char* name, uint32_t* count, char*** files) {
   *files = nullptr;
   *count = 0;
   (void)tq_setup_package_manager();
-  tarvio::StringList list(tq_list_create());
-  if (list == nullptr) return ENOMEM;
+  tarvio::TextList list;
   const int result = tq_files(name, list.get());
   TQ_DEBUG("returned tq_files code %d", result);
   if (result != 0) return result;
 
-  const auto size = static_cast<uint32_t>(tq_list_size(list.get()));
-  TQ_DEBUG("returned size %d", tq_list_size(list.get()));
+  const int32_t size = list.get()->count;
+  TQ_DEBUG("returned size %d", size);
   if (size == 0) return 0;
-  auto** array = static_cast<char**>(malloc(size * sizeof(char*)));
+  auto** array = static_cast<char**>(malloc(static_cast<size_t>(size) * sizeof(char*)));
   if (array == nullptr) return ENOMEM;
   char** next = array;
-  // Every element has its place, also one that is none, at which other walks end.
-  for (const tq_list_node* node = list->head; node != nullptr; node = node->next) {
-    *next++ = static_cast<char*>(node->element);
+  // Node by node: a null element has its place in the array, although other walks end at it (oddity
+  // 11). The strings are the caller's from here on.
+  for (tq_list_node& node : tarvio::Chain<tq_list_node>{list.get()->head}) {
+    *next++ = static_cast<char*>(std::exchange(node.element, nullptr));
   }
-  tq_list_free(list.release(), 0);  // the strings are the caller's now
   *files = array;
-  *count = size;
+  *count = static_cast<uint32_t>(size);
   return 0;
 }
 

@@ -6,13 +6,16 @@
 #include <string.h>
 
 #include "base/chain.h"
+#include "base/copies.h"
+#include "base/list_appender.h"
 #include "base/lock.h"
-#include "base/owners.h"
+#include "status/status_record.h"
 #include "tarvio/error.h"
-#include "tarvio/text.h"
 #include "util/log_macros.h"
 
+using tarvio::ListAppender;
 using tarvio::Lock;
+using tarvio::StatusRecord;
 
 tq_list_t* sl = nullptr;
 
@@ -23,40 +26,38 @@ constexpr size_t kMessageSize = 1024;
 // Guards `sl` and the records on it.
 pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 
-enum class Change { kAdded, kUpdated, kErrorKept };
-
-// The result of the copy is not looked at, on purpose: a record without a detail, which cannot be
-// copied, puts a null element on the list.
+// A record that cannot be copied, such as one without a detail, puts a null element on the list,
+// which hides all after it (oddity 37).
 void add_copy(const tq_status& status) {
   if (status.detail == nullptr) {
     TQ_DEBUG("Adding status %s %d NULL", status.name, status.state);
   } else {
     TQ_DEBUG("Adding status %s %d %s", status.name, status.state, status.detail);
   }
-  tq_status* copy = nullptr;
-  tq_copy_tq_status(&status, &copy);
-  if (tq_list_add(sl, copy) != 0) tq_delete_tq_status(&copy);
+  StatusRecord copy = tarvio::copy_status(status);
+  if (ListAppender(*sl).append(copy.get())) (void)copy.release();
 }
 
 void update(tq_status& stored, const tq_status& status) {
   stored.type = status.type;
   stored.state = status.state;
-  char* detail = nullptr;
-  tq_strdup(&detail, status.detail);
+  tarvio::CString detail = tarvio::copy_of(status.detail);
   if (detail == nullptr) return;  // nothing to store: the old detail stays
   free(stored.detail);
-  stored.detail = detail;
+  stored.detail = detail.release();
 }
 
-Change set(const tq_status& status, bool force) {
+// Returns what is printed on standard output about it; null for an addition.
+const char* set(const tq_status& status, bool force) {
   for (tq_status* stored : tarvio::Elements<tq_status>(sl)) {
     if (strcmp(stored->name, status.name) != 0) continue;
-    if (!force && stored->state == TQ_STATE_ERROR) return Change::kErrorKept;
+    // A later line of the log must not hide an error (oddity 35).
+    if (!force && stored->state == TQ_STATE_ERROR) return "nothing to do with status";
     update(*stored, status);
-    return Change::kUpdated;
+    return "updating status";
   }
   add_copy(status);
-  return Change::kAdded;
+  return nullptr;
 }
 
 int set_application_status(int32_t state, const char* name, const char* detail) {
@@ -70,26 +71,24 @@ int set_application_status(int32_t state, const char* name, const char* detail) 
   return tq_set_status2(&status, 1);
 }
 
-int copy_all(const tq_list_t* source, tq_list_t* result) {
+int copy_all(int32_t /*wanted*/, const tq_list_t* source, tq_list_t* result) {
+  ListAppender copies(*result);
   for (const tq_status* record : tarvio::Elements<const tq_status>(source)) {
-    tq_status* copy = nullptr;
-    const int code = tq_copy_tq_status(record, &copy);
-    if (code != 0) return code;
-    if (tq_list_add(result, copy) != 0) {
-      tq_delete_tq_status(&copy);
-      return TQ_ERR_STATUS_MEMORY;
-    }
+    if (!copies.append(tarvio::copy_status(*record))) return TQ_ERR_STATUS_MEMORY;
   }
   return 0;
 }
 
-int find(const char* function, int failure, tq_list_t** list, auto search) {
+using Search = int (*)(int32_t wanted, const tq_list_t* source, tq_list_t* result);
+
+// Fills a new list, which the caller gets in every case (oddity 39).
+int find(const char* function, int failure, Search search, int32_t wanted, tq_list_t** list) {
   if (list == nullptr) return EINVAL;
   *list = tq_list_create();
   bool found = *list != nullptr;
   if (found) {
     const Lock lock(mutex);
-    found = sl == nullptr || search(sl, *list) == 0;
+    found = sl == nullptr || search(wanted, sl, *list) == 0;
   }
   if (found) return 0;
   char message[kMessageSize] = "";
@@ -107,41 +106,40 @@ void show_record(const char* function, const tq_status& record) {
 
 }  // namespace
 
+// The list of an earlier set-up stays with whoever holds it (oddity 40).
 int tq_setup_status_manager(void) {
   const Lock lock(mutex);
   sl = tq_list_create();
   return 0;
 }
 
+// Reports on standard output, and never in its result (oddity 36).
 int tq_set_status2(const tq_status* status, int32_t force) {
   if (status == nullptr || status->name == nullptr) {
     TQ_WARNING("tq_set_status2: no name to set a status for");
     return 0;
   }
-  Change change = Change::kAdded;
+  const char* done = nullptr;
   {
     const Lock lock(mutex);
     if (sl == nullptr) {
       TQ_WARNING("tq_set_status2: status manager is not set up");
       return 0;
     }
-    change = set(*status, force != 0);
+    done = set(*status, force != 0);
   }
-  if (change == Change::kErrorKept) (void)puts("nothing to do with status");
-  if (change == Change::kUpdated) (void)puts("updating status");
+  if (done != nullptr) (void)puts(done);
   return 0;
 }
 
+// Does not look for the name (oddity 38).
 int tq_add_status2(const tq_status* status) {
-  tq_status* copy = nullptr;
   if (status == nullptr) return EINVAL;
-  const int code = tq_copy_tq_status(status, &copy);
-  if (code != 0) return code;
+  StatusRecord copy = tarvio::copy_status(*status);
+  if (copy == nullptr) return TQ_ERR_STATUS_MEMORY;
   const Lock lock(mutex);
-  const int added = tq_list_add(sl, copy);
-  if (added == 0) return 0;
-  tq_delete_tq_status(&copy);
-  return added == ENOMEM ? TQ_ERR_STATUS_MEMORY : added;
+  if (sl == nullptr) return EINVAL;
+  return ListAppender(*sl).append(std::move(copy)) ? 0 : TQ_ERR_STATUS_MEMORY;
 }
 
 int tq_remove_status2(const char* name) {
@@ -152,7 +150,7 @@ int tq_remove_status2(const char* name) {
   for (tq_status* record : tarvio::Elements<tq_status>(sl)) {
     if (strcmp(record->name, name) == 0) {
       tq_list_remove(sl, index);
-      tq_delete_tq_status(&record);
+      tarvio::free_status(record);
       break;
     }
     ++index;
@@ -161,21 +159,17 @@ int tq_remove_status2(const char* name) {
 }
 
 int tq_find_all_status2(tq_list_t** list) {
-  return find("tq_find_all_status2", TQ_ERR_STATUS_FIND_ALL, list, copy_all);
+  return find("tq_find_all_status2", TQ_ERR_STATUS_FIND_ALL, copy_all, 0, list);
 }
 
 int tq_find_by_type2(int32_t type, tq_list_t** list) {
-  return find("tq_find_by_type2", TQ_ERR_STATUS_FIND_BY_TYPE, list,
-              [type](const tq_list_t* source, tq_list_t* result) {
-                return tq_search_tq_status_by_type2(type, source, result);
-              });
+  return find("tq_find_by_type2", TQ_ERR_STATUS_FIND_BY_TYPE, tq_search_tq_status_by_type2, type,
+              list);
 }
 
 int tq_find_by_status2(int32_t state, tq_list_t** list) {
-  return find("tq_find_by_status2", TQ_ERR_STATUS_FIND_BY_STATUS, list,
-              [state](const tq_list_t* source, tq_list_t* result) {
-                return tq_search_tq_status_by_state2(state, source, result);
-              });
+  return find("tq_find_by_status2", TQ_ERR_STATUS_FIND_BY_STATUS, tq_search_tq_status_by_state2,
+              state, list);
 }
 
 int tq_set_application_status_normal(const char* name, const char* detail) {

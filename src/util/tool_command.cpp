@@ -8,6 +8,7 @@
 #include "base/owners.h"
 #include "tarvio/error.h"
 #include "tarvio/process.h"
+#include "util/tq_flash_observer.h"
 
 namespace tarvio {
 
@@ -28,16 +29,20 @@ void ToolCommand::append(std::string_view piece) {
 }
 
 int run_tool(const LogPlace& caller, const ToolCommand& command) {
+  if (FlashWork::stop() != 0) return FlashWork::stop();
   if (!command.fits()) {
     log_line(TQ_LOG_WARNING, caller.unit, caller.line,
              "command line of %zu characters is too long, at most %zu: %s", command.length(),
-             ToolCommand::kLongest, command.text());
+             ToolCommand::kMaxLength, command.text());
     return ENAMETOOLONG;
   }
   const StringList lines(tq_list_create());
   if (lines == nullptr) return ENOMEM;
   const int run = tq_system_command(command.text(), lines.get());
-  return run == 0 ? tq_check_command_result_error(lines.get()) : run;
+  if (run != 0) return run;
+  observe_tool(lines.get());
+  if (FlashWork::stop() != 0) return FlashWork::stop();
+  return tq_check_command_result_error(lines.get());  // (oddity 9)
 }
 
 }  // namespace tarvio

@@ -1,5 +1,5 @@
 // What the wrappers of the archive and flash tools have in common: a command line that must fit,
-// run under the shell, and judged by what it prints.
+// run under the shell, and judged by what it prints (oddity 9).
 #ifndef TARVIO_SRC_UTIL_TOOL_COMMAND_H
 #define TARVIO_SRC_UTIL_TOOL_COMMAND_H
 
@@ -14,7 +14,7 @@ namespace tarvio {
 
 class ToolCommand {
  public:
-  static constexpr size_t kLongest = 255;  // characters
+  static constexpr size_t kMaxLength = 255;  // characters (oddity 127)
 
   [[gnu::format(printf, 2, 3)]] explicit ToolCommand(const char* format, ...);
 
@@ -26,13 +26,14 @@ class ToolCommand {
   [[nodiscard]] size_t length() const { return length_; }
 
  private:
-  std::array<char, kLongest + 1> text_;
+  std::array<char, kMaxLength + 1> text_;
   size_t length_;
 };
 
 // Runs the command and returns 0 or the code of the first line of its output that holds a system
 // error; the result of tq_system_command when that failed; ENOMEM. A command line that does not fit
-// is logged with the caller's place, and ENAMETOOLONG returned, with nothing run.
+// is logged with the caller's place, and ENAMETOOLONG returned, with nothing run. Nothing runs
+// either once the flash observer has stopped the work, and the stop is returned.
 int run_tool(const LogPlace& caller, const ToolCommand& command);
 
 }  // namespace tarvio

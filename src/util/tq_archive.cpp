@@ -22,7 +22,7 @@ ToolCommand dd_command(const char* in_file, const char* out_file, int block_size
   return ToolCommand("dd if=%s of=%s 2>&1", in_file, out_file);
 }
 
-// The beginning of the command line ends in a blank.
+// The beginning of the command line ends in a blank. The tool also runs without files (oddity 136).
 int make_archive(const char* beginning, const char* archive, int file_count,
                  const char* const* files) {
   if (archive == nullptr || (file_count > 0 && files == nullptr)) return EINVAL;
@@ -46,10 +46,10 @@ int tq_dd(const char* in_file, const char* out_file, int block_size, int block_c
   return result;
 }
 
-// The messages of the extractions end in a line feed on purpose.
+// The messages of the extractions end in a line feed (oddity 5).
 
 int tq_extract_from_tgz(const char* archive, const char* member) {
-  if (archive == nullptr) archive = "(null)";  // not refused, on purpose
+  if (archive == nullptr) archive = "(null)";  // not refused (oddity 135)
   if (member == nullptr) {
     TQ_DEBUG("extract tgz %s\n", archive);
     return tarvio::run_tool(TQ_HERE, ToolCommand("tar xvzf %s 2>&1", archive));

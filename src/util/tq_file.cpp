@@ -4,35 +4,30 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace {
+#include "base/file_type.h"
 
-// The file type bits of a path, or 0 when it does not exist.
-mode_t type_of(const char* path) {
-  struct stat status = {};
-  return path != nullptr && stat(path, &status) == 0 ? status.st_mode & S_IFMT : 0;
-}
-
-}  // namespace
-
-int tq_get_file_length(const char* path, uint32_t* size) {
-  struct stat status = {};
-  if (path == nullptr || size == nullptr) {
-    errno = EINVAL;
-    return -1;
-  }
-  const int result = stat(path, &status);
-  if (result == 0) *size = static_cast<uint32_t>(status.st_size);
-  return result;
-}
+// Both tests return 0 whatever they find (oddity 22).
 
 int tq_file_exist(const char* path, int32_t* flag) {
-  if (flag != nullptr) *flag = type_of(path) == S_IFREG ? 1 : 0;
+  if (flag != nullptr) *flag = tarvio::is_regular_file(path) ? 1 : 0;
   return 0;
 }
 
 int tq_dir_exist(const char* path, int32_t* flag) {
-  if (flag != nullptr) *flag = type_of(path) == S_IFDIR ? 1 : 0;
+  if (flag != nullptr) *flag = tarvio::is_directory(path) ? 1 : 0;
   return 0;
+}
+
+// -1 instead of an errno value, and the low 32 bits of the length (oddity 23).
+int tq_get_file_length(const char* path, uint32_t* size) {
+  if (path == nullptr || size == nullptr) {
+    errno = EINVAL;
+    return -1;
+  }
+  struct stat status = {};
+  const int result = stat(path, &status);
+  if (result == 0) *size = static_cast<uint32_t>(status.st_size);
+  return result;
 }
 
 int tq_file_delete(const char* path) {

@@ -15,13 +15,16 @@
 #include "tarvio/process.h"
 #include "util/log_macros.h"
 #include "util/tool_command.h"
+#include "util/tq_flash_observer.h"
 
 namespace {
 
-constexpr char kCountFile[] = "countbad";  // of one erase block
+constexpr char kCountFile[] = "countbad";  // in the current directory (oddity 132)
 constexpr std::string_view kBadBlocks = "Number of bad blocks:";
-constexpr int kSizedAsHibernation = 9;  // a type that no area has
+constexpr int kSizedAsHibernation = 9;  // a type that no area has (oddity 134)
 
+using tarvio::FlashStep;
+using tarvio::FlashWork;
 using tarvio::kEraseBlockBytes;
 using tarvio::ToolCommand;
 
@@ -51,12 +54,20 @@ void parse_bad_blocks(const tq_list_t* lines, int* bad_blocks) {
   }
 }
 
+int cut(const char* file, const char* device, unsigned start, unsigned length) {
+  TQ_DEBUG("shurink file size to 0x%x", length);  // (oddity 4)
+  FlashStep step(TQ_FLASH_CUT, file, device, start, length);
+  if (FlashWork::stop() != 0) return FlashWork::stop();
+  const int result = truncate(file, length);
+  step.end(result == 0 ? 0 : errno);
+  return FlashWork::result(result);
+}
+
 int area_bytes(int image_type) {
   if (image_type == kSizedAsHibernation) image_type = TQ_IMAGE_HIBERNATION;
-  for (const tarvio::FlashArea& area : tarvio::kFlashAreas) {
-    if (area.type == image_type) return area.bytes;
-  }
-  return 0;
+  const auto* const area =
+      tarvio::find_flash_area([=](const auto& each) { return each.type == image_type; });
+  return area == nullptr ? 0 : area->bytes;
 }
 
 }  // namespace
@@ -77,18 +88,19 @@ int tq_erase_flash(const char* mtd_device, int start, int length) {
   if (mtd_device == nullptr) return EINVAL;
   TQ_DEBUG("tq_erase_flash %s start 0x%x len 0x%x", mtd_device, static_cast<unsigned>(start),
            static_cast<unsigned>(length));
-  const int blocks = length / kEraseBlockBytes;
+  const int blocks = length / kEraseBlockBytes;  // (oddity 130)
   const ToolCommand longest = erase_command(mtd_device, start, std::max(blocks - 1, 0));
   if (!longest.fits()) return tarvio::run_tool(TQ_HERE, longest);
 
+  FlashStep step(TQ_FLASH_ERASE, nullptr, mtd_device, static_cast<uint32_t>(start),
+                 static_cast<uint32_t>(std::max(blocks, 0) * kEraseBlockBytes));
   int total = -1;
-  for (int block = 0; block < blocks; ++block) {
+  for (int block = 0; block < blocks && FlashWork::stop() == 0; ++block) {
     const int result = tarvio::run_tool(TQ_HERE, erase_command(mtd_device, start, block));
-    // As it stood before this block, and spelled so, on purpose.
-    TQ_DEBUG("tq_erase_flash parial result %d ", total);
-    // One block that was erased decides for all, on purpose.
-    if (total != 0) total = result;
+    TQ_DEBUG("tq_erase_flash parial result %d ", total);  // (oddities 4 and 129)
+    if (total != 0) total = result;                       // (oddity 128)
   }
+  total = step.end(total);
   TQ_DEBUG("tq_erase_flash total result %d ", total);
   return total;
 }
@@ -96,7 +108,9 @@ int tq_erase_flash(const char* mtd_device, int start, int length) {
 int tq_erase_flash_all(const char* mtd_device) {
   if (mtd_device == nullptr) return EINVAL;
   TQ_DEBUG("tq_erase_flash_all %s", mtd_device);
-  const int result = tarvio::run_tool(TQ_HERE, ToolCommand("flash_eraseall %s 2>&1", mtd_device));
+  FlashStep step(TQ_FLASH_ERASE, nullptr, mtd_device);
+  const ToolCommand command("flash_eraseall %s 2>&1", mtd_device);
+  const int result = step.end(tarvio::run_tool(TQ_HERE, command));
   TQ_DEBUG("tq_erase_flash_all result %d ", result);
   return result;
 }
@@ -104,7 +118,9 @@ int tq_erase_flash_all(const char* mtd_device) {
 int tq_nandwrite(const char* image_file, const char* mtd_device, unsigned start) {
   if (image_file == nullptr || mtd_device == nullptr) return EINVAL;
   TQ_DEBUG("tq_nandwrite %s->%s ", image_file, mtd_device);
-  const int result = tarvio::run_tool(TQ_HERE, write_command(image_file, mtd_device, start));
+  FlashStep step(TQ_FLASH_WRITE, image_file, mtd_device, start, FlashStep::kOfFile);
+  const ToolCommand command = write_command(image_file, mtd_device, start);
+  const int result = step.end(tarvio::run_tool(TQ_HERE, command));
   TQ_DEBUG("tq_nandwrite result %d ", result);
   return result;
 }
@@ -112,12 +128,13 @@ int tq_nandwrite(const char* image_file, const char* mtd_device, unsigned start)
 int tq_nanddump(const char* mtd_device, const char* out_file, unsigned start, unsigned length) {
   if (mtd_device == nullptr || out_file == nullptr) return EINVAL;
   TQ_DEBUG("tq_nanddump %s->%s : st =0x%x  len =0x%x", mtd_device, out_file, start, length);
+  const FlashWork work;
   const ToolCommand command = dump_command(mtd_device, out_file, start);
-  const int result = tarvio::run_tool(TQ_HERE, command);
+  FlashStep step(TQ_FLASH_DUMP, out_file, mtd_device, start, length);
+  const int result = step.end(tarvio::run_tool(TQ_HERE, command));
   TQ_DEBUG("tq_nanddump result %d ", result);
-  if (length == 0 || !command.fits()) return result;
-  TQ_DEBUG("shurink file size to 0x%x", length);
-  return truncate(out_file, length);  // in the place of the dump's result, on purpose
+  if (length == 0 || !command.fits() || FlashWork::stop() != 0) return result;
+  return cut(out_file, mtd_device, start, length);  // in place of that result (oddity 131)
 }
 
 int tq_nand_count_badblock(const char* mtd_device, int* bad_blocks) {
@@ -142,7 +159,7 @@ int tq_nand_get_writable_len(const char* image_file, int image_type, int bad_blo
     TQ_ERROR("Can't read file size %s", image_file);
     return error;
   }
-  // Two numbers are missing in these texts on purpose.
+  // Two numbers are missing in these texts (oddity 133).
   TQ_DEBUG("flash write file size=");
   const int length = area_bytes(image_type);
   TQ_DEBUG("flash area length %d , bad blocks  ", length);

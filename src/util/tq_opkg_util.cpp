@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include "base/chain.h"
+#include "base/list_appender.h"
 #include "base/offline_root.h"
 #include "base/owners.h"
+#include "base/text_list.h"
 #include "tarvio/error.h"
 #include "tarvio/opkg.h"
 #include "tarvio/process.h"
@@ -15,19 +17,34 @@
 
 namespace {
 
+constexpr char kOpkgProgram[] = "opkg";
 constexpr char kRunCommand[] = "tq_opkg_run_command";
 constexpr char kRunWithOptions[] = "tq_opkg_run_command_with_options";
 constexpr char kCommandError[] = "run command error";
-constexpr char kRootDevice[] = "/dev/mtdblock4";
+constexpr char kInstalledRoot[] = "root=/dev/mtdblock4";
 constexpr size_t kBootLineBytes = 256;
-constexpr size_t kOfflineLineSize = 256;  // the offline command line has at most 255 characters
+constexpr size_t kOfflineLineSize = 256;  // longer lines are refused (oddity 62)
 
-constexpr char kOpkgProgram[] = "opkg";
+// The last line with a known text decides, and in it the highest row (oddity 58). Neither the exit
+// status nor standard error counts (oddity 57).
+int judge(const tq_list_t* lines) {
+  int code = 0;
+  for (const char* line : tarvio::Elements<char>(lines)) {
+    for (int row = 0; row < TQ_OPKG_MESSAGES; ++row) {
+      if (strstr(line, opkgmes[row]) != nullptr) code = opkgerr[row];
+    }
+  }
+  TQ_DEBUG("return error code is %d", code);
+  return code;
+}
 
-// The code of the highest row whose text the line holds, or the code so far.
-int judge_line(const char* line, int code) {
-  for (int row = 0; row < TQ_OPKG_MESSAGES; ++row) {
-    if (strstr(line, opkgmes[row]) != nullptr) code = opkgerr[row];
+int run(const char* command, tq_list_t* lines) {
+  const int result = tq_system_command(command, lines);
+  if (result != 0) return result;
+  const int code = judge(lines);
+  for (char* line : tarvio::Elements<char>(lines)) {
+    tq_chop(line);
+    if (code != 0) TQ_INFO("%s", line);
   }
   return code;
 }
@@ -40,13 +57,12 @@ int report(int code) {
 // Null when memory runs out.
 tarvio::CString command_line(const char* word, const char* options, const char* force_options,
                              const char* target) {
-  const char* const none = "";
-  const char* const option = options == nullptr ? none : options;
-  const char* const force = force_options == nullptr ? none : force_options;
+  const auto blank_before = [](const char* option) { return option == nullptr ? "" : " "; };
+  const auto text_of = [](const char* option) { return option == nullptr ? "" : option; };
   char* line = nullptr;
   const int length =
-      asprintf(&line, "%s%s%s%s%s %s %s", kOpkgProgram, options == nullptr ? "" : " ", option,
-               force_options == nullptr ? "" : " ", force, word, target);
+      asprintf(&line, "%s%s%s%s%s %s %s", kOpkgProgram, blank_before(options), text_of(options),
+               blank_before(force_options), text_of(force_options), word, target);
   return tarvio::CString(length < 0 ? nullptr : line);
 }
 
@@ -54,16 +70,15 @@ tarvio::CString command_line(const char* word, const char* options, const char* 
 
 int tq_is_boot_online(int* online) {
   if (online == nullptr) return EINVAL;
-  const int fd = open("/proc/cmdline", O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return errno;
+  tarvio::Fd file(open("/proc/cmdline", O_RDONLY | O_CLOEXEC));
+  if (!file.valid()) return errno;
   char line[kBootLineBytes + 1] = "";
-  errno = 0;  // an empty file is no error of the system
-  if (tq_fdgets(line, sizeof line, fd) == nullptr) return errno;  // fd stays open, on purpose
-  tarvio::Fd(fd).reset();
-
-  char root[kBootLineBytes];
-  (void)snprintf(root, sizeof root, "root=%s", kRootDevice);
-  *online = strstr(line, root) != nullptr ? 1 : 0;
+  errno = 0;  // an empty file is not an error of the system
+  if (tq_fdgets(line, sizeof line, file.get()) == nullptr) {
+    (void)file.release();  // it stays open (oddity 60)
+    return errno;
+  }
+  *online = strstr(line, kInstalledRoot) != nullptr ? 1 : 0;  // anywhere in the line (oddity 59)
   return 0;
 }
 
@@ -72,22 +87,10 @@ int tq_opkg_run_command(const char* command, tq_list_t* output) {
     TQ_DEBUG("%s: parameter is null ", kRunCommand);
     return report(EINVAL);
   }
-  const tarvio::StringList temporary(output == nullptr ? tq_list_create() : nullptr);
-  tq_list_t* lines = output == nullptr ? temporary.get() : output;
-  if (lines == nullptr) return report(ENOMEM);
-
-  const tq_list_node* last_before = tq_list_get_last(lines);
-  const int run = tq_system_command(command, lines);
-  if (run != 0) return report(run);
-
-  const tarvio::Elements<char> printed(last_before == nullptr ? lines->head : last_before->next);
-  int code = 0;
-  for (const char* line : printed) code = judge_line(line, code);
-  TQ_DEBUG("return error code is %d", code);
-  for (char* line : printed) {
-    tq_chop(line);
-    if (code != 0) TQ_INFO("%s", line);
-  }
+  // In a list of its own, since the caller's may hold the lines of earlier commands.
+  tarvio::TextList lines;
+  const int code = run(command, lines.get());
+  if (output != nullptr) tarvio::ListAppender(*output).append_all(*lines.get());
   return code == 0 ? 0 : report(code);
 }
 
@@ -104,7 +107,7 @@ int tq_opkg_run_command_with_options(const char* command_word, const char* optio
   }
 
   int online = 1;
-  (void)tq_is_boot_online(&online);  // a test that failed counts as online
+  (void)tq_is_boot_online(&online);  // a test that fails counts as online (oddity 61)
   TQ_DEBUG("opkg online check result - %d.", online);
   const char* line = online_line.get();
   char offline_line[kOfflineLineSize];

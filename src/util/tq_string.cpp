@@ -3,6 +3,9 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/copies.h"
+
+// A carriage return counts only before a line feed (oddity 17).
 char* tq_chop(char* string) {
   if (string == nullptr) return nullptr;
   size_t length = strlen(string);
@@ -12,10 +15,10 @@ char* tq_chop(char* string) {
   return string;
 }
 
+// A string does not start with itself (oddity 16).
 int tq_str_startwith(const char* string, const char* prefix) {
   if (string == nullptr || prefix == nullptr) return 0;
   const size_t length = strlen(prefix);
-  // A string equal to the prefix does not count, on purpose.
   return strncmp(string, prefix, length) == 0 && string[length] != '\0' ? 1 : 0;
 }
 
@@ -45,6 +48,8 @@ char* tq_replace_string(char* string, const char* old_text, const char* new_text
   return string;
 }
 
+// The copies return 0 without memory as well; the null pointer shows it (oddity 20).
+
 int tq_memdup(void** out, const void* source, uint32_t size) {
   if (out == nullptr) return 0;
   *out = source == nullptr ? nullptr : malloc(size);
@@ -53,34 +58,27 @@ int tq_memdup(void** out, const void* source, uint32_t size) {
 }
 
 int tq_strdup(char** out, const char* string) {
-  if (out == nullptr) return 0;
-  void* copy = nullptr;
-  if (string != nullptr) tq_memdup(&copy, string, static_cast<uint32_t>(strlen(string) + 1));
-  *out = static_cast<char*>(copy);
+  if (out != nullptr) *out = tarvio::copy_of(string).release();
   return 0;
 }
 
 char** tq_strtok(const char* string, const char* delimiters) {
   if (string == nullptr || delimiters == nullptr) return nullptr;
-  // Leading delimiters are left out of the copy, so that its start is always the first token.
-  char* copy = nullptr;
-  tq_strdup(&copy, string + strspn(string, delimiters));
-  // No string holds more tokens than every second byte can begin.
-  const size_t most = copy == nullptr ? 0 : (strlen(copy) + 1) / 2;
+  // Leading delimiters are not copied, so that the first token begins the copy and whoever frees
+  // that token frees the copy (oddity 21).
+  tarvio::CString copy = tarvio::copy_of(string + strspn(string, delimiters));
+  if (copy == nullptr) return nullptr;
+  const size_t most = (strlen(copy.get()) + 1) / 2;  // each token is followed by a delimiter
   auto** tokens = static_cast<char**>(malloc((most + 1) * sizeof(char*)));
-  if (copy == nullptr || tokens == nullptr) {
-    free(copy);
-    free(tokens);
-    return nullptr;
-  }
+  if (tokens == nullptr) return nullptr;
 
   size_t count = 0;
   char* rest = nullptr;
-  for (char* token = strtok_r(copy, delimiters, &rest); token != nullptr;
+  for (char* token = strtok_r(copy.get(), delimiters, &rest); token != nullptr;
        token = strtok_r(nullptr, delimiters, &rest)) {
     tokens[count++] = token;
   }
   tokens[count] = nullptr;
-  if (count == 0) free(copy);
-  return tokens;  // NOLINT(clang-analyzer-unix.Malloc): the first token begins the copy
+  if (count > 0) (void)copy.release();
+  return tokens;
 }

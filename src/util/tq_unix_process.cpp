@@ -5,8 +5,9 @@
 #include <unistd.h>
 
 #include <array>
-#include <span>
 
+#include "base/line_reader.h"
+#include "base/list_appender.h"
 #include "base/owners.h"
 #include "tarvio/file.h"
 #include "tarvio/process.h"
@@ -16,7 +17,7 @@
 namespace {
 
 constexpr size_t kPathSize = 4096;
-constexpr size_t kPieceSize = 256;
+constexpr size_t kPieceSize = 256;  // a longer line comes in pieces (oddity 50)
 
 // One standard stream of the child and the pipe that takes its place.
 struct StreamPipe {
@@ -33,26 +34,8 @@ struct StreamPipe {
 // Runs in the child.
 void become_stream(const StreamPipe& pipe) {
   (void)dup2(pipe.child_fd(), pipe.stream);
-  // A caller without standard streams may have got this stream's number for its own end.
+  // In a caller without standard streams its own end may have the number of this stream.
   if (pipe.caller_fd() != pipe.stream) (void)close(pipe.caller_fd());
-}
-
-// The next line or piece of a line, as fgets gives it, but a signal in the middle loses nothing.
-// False at the end of the stream.
-bool read_piece(FILE* stream, std::span<char> piece) {
-  size_t stored = 0;
-  while (stored < piece.size() - 1) {
-    const int byte = getc_unlocked(stream);
-    if (byte == EOF) {
-      if (ferror(stream) == 0 || errno != EINTR) break;
-      clearerr(stream);
-      continue;
-    }
-    piece[stored++] = static_cast<char>(byte);
-    if (byte == '\n') break;
-  }
-  piece[stored] = '\0';
-  return stored > 0;
 }
 
 }  // namespace
@@ -69,14 +52,14 @@ int tq_create_process(const char* command, unsigned flags, int* pid, int* stdin_
     if ((flags & pipe.flag) != 0 && pipe.caller_end == nullptr) return EINVAL;
   }
 
-  // Never used and never closed, here and in the child, on purpose: each start costs two
-  // descriptors.
+  // Never used and never closed, here and in the child: each start costs two descriptors (oddity
+  // 42).
   int unused[2];
   if (::pipe(unused) != 0) return errno;
 
   for (StreamPipe& pipe : pipes) {
     if ((flags & pipe.flag) == 0) continue;
-    if (pipe2(pipe.ends, O_CLOEXEC) != 0) return errno;  // the pipes so far stay open, on purpose
+    if (pipe2(pipe.ends, O_CLOEXEC) != 0) return errno;  // the pipes so far stay open (oddity 43)
     *pipe.caller_end = pipe.caller_fd();
   }
 
@@ -85,11 +68,11 @@ int tq_create_process(const char* command, unsigned flags, int* pid, int* stdin_
     for (const StreamPipe& pipe : pipes) {
       if ((flags & pipe.flag) != 0) become_stream(pipe);
     }
-    // Not exit: what the host has buffered for its own output must not come out of the child as
-    // well.
+    // Nothing but the exit status shows a program that cannot be executed (oddity 45). Not exit:
+    // the child would print what the host has buffered a second time.
     _exit(tq_exec_command(command));
   }
-  *pid = child;  // -1 after a failed fork, which is not reported otherwise, on purpose
+  *pid = child;  // -1 is all that shows a failed fork (oddity 44); nobody waits (oddity 49)
   for (const StreamPipe& pipe : pipes) {
     if ((flags & pipe.flag) != 0) (void)close(pipe.child_fd());
   }
@@ -98,6 +81,7 @@ int tq_create_process(const char* command, unsigned flags, int* pid, int* stdin_
 
 int tq_exec_command(const char* command) {
   if (command == nullptr) return EINVAL;
+  // Without quotes, escapes and tabs (oddity 46).
   const tarvio::Allocated<char*> argv(tq_strtok(command, " "));
   if (argv == nullptr) return ENOMEM;
   const tarvio::CString words(argv.get()[0]);
@@ -110,8 +94,7 @@ int tq_is_process_alive(int pid) {
   char path[kPathSize];
   (void)snprintf(path, sizeof path, "/proc/%d/stat", pid);
   int32_t exists = 0;
-  // The call's own result, always 0, and not the flag: every process counts as ended, on purpose.
-  return tq_file_exist(path, &exists);
+  return tq_file_exist(path, &exists);  // 0, and not the flag: all count as ended (oddity 47)
 }
 
 int tq_wait_process_exit(int pid, int tries) {
@@ -125,6 +108,7 @@ int tq_wait_process_exit(int pid, int tries) {
   return alive;
 }
 
+// In practice the first stage is the last one (oddity 48).
 int tq_terminate_process(const char* stop_command, int pgrp, int tries) {
   if (stop_command != nullptr) {
     int stopper = 0;
@@ -132,7 +116,7 @@ int tq_terminate_process(const char* stop_command, int pgrp, int tries) {
     if (tq_wait_process_exit(pgrp, tries) == 0) return 0;
   }
   for (const int signal : {SIGTERM, SIGKILL}) {
-    (void)killpg(pgrp, signal);  // fails when the child leads no group, and that is no error
+    (void)killpg(pgrp, signal);  // which reaches only a child that leads a group
     if (tq_wait_process_exit(pgrp, tries) == 0) return 0;
   }
   return EINPROGRESS;
@@ -143,14 +127,10 @@ int tq_system_command(const char* command, tq_list_t* lines) {
   TQ_DEBUG("system execute command - %s", command);
   const tarvio::Stream output(popen(command, "re"));
   if (output == nullptr) return errno;
-  char piece[kPieceSize];
-  while (read_piece(output.get(), piece)) {
-    char* copy = nullptr;
-    tq_strdup(&copy, piece);
-    if (copy == nullptr || tq_list_add(lines, copy) != 0) {
-      free(copy);
-      return ENOMEM;
-    }
+  tarvio::ListAppender appender(*lines);
+  tarvio::PieceReader<kPieceSize> piece(fileno(output.get()));
+  while (piece.next()) {
+    if (!appender.append_copy(piece.text())) return ENOMEM;
   }
-  return 0;
+  return 0;  // whatever the exit status is (oddity 50)
 }

@@ -29,7 +29,7 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// An application record that the Linux binding works on, without a manager.
+// An application record for the Linux binding, without a manager.
 class LinuxApplication : public testing::Test {
  protected:
   LinuxApplication() {
@@ -96,7 +96,7 @@ TEST_F(LinuxApplication, WithoutMemoryIsNotStarted) {
   EXPECT_EQ(app_.pid, nullptr);
 }
 
-TEST_F(LinuxApplication, WithoutAProcessIsStoppedByAWord) {
+TEST_F(LinuxApplication, WithoutAProcessIsOnlyMarkedAsStopped) {
   int forks = 0;
   const Hook fork("fork", [&]() -> pid_t {
     ++forks;
@@ -109,7 +109,7 @@ TEST_F(LinuxApplication, WithoutAProcessIsStoppedByAWord) {
   EXPECT_THAT(no_sleep_.naps(), IsEmpty());
 }
 
-// The stop file's path is handed on although it is empty, so that no signal is sent.
+// The stop file's path is passed although it is empty, so no signal is sent (oddity 97).
 TEST_F(LinuxApplication, WithoutAStopFileGoesOn) {
   int signals = 0;
   const Hook killpg("killpg", [&](pid_t, int) {
@@ -143,7 +143,7 @@ TEST_F(LinuxApplication, WithoutAStopFileAtAllGetsSigterm) {
   end_of(process);
 }
 
-TEST_F(LinuxApplication, IsNeeded) {
+TEST_F(LinuxApplication, MayNotBeNull) {
   EXPECT_EQ(tq_start_linux_app(nullptr), EINVAL);
   EXPECT_EQ(tq_stop_linux_app(nullptr), EINVAL);
 }
@@ -156,7 +156,7 @@ class RunningApplications : public testing::Test {
     tq_setup_package_manager();
   }
 
-  // That all children ended, and that none of them waits to be reaped.
+  // All children have ended, and none is a zombie.
   static bool no_child_is_left() {
     return eventually([] { return ::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD; });
   }

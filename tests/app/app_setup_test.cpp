@@ -83,7 +83,7 @@ int cannot_open(const char*, int, ...) {
   return -1;
 }
 
-// The listing hands packages out and fails all the same.
+// The listing returns packages and fails all the same.
 TEST_F(AppSetup, WithoutABootTestIsASuccessWithoutApplications) {
   add_package("alpha");
   {
@@ -107,7 +107,7 @@ TEST_F(AppSetup, IgnoresSigchld) {
   EXPECT_EQ(action.sa_handler, SIG_IGN);
 }
 
-TEST_F(AppSetup, WithAnApplicationThatNoBindingTakesIsNoSuccess) {
+TEST_F(AppSetup, WithAnApplicationThatNoBindingTakesIsNotASuccess) {
   add_package("alpha");
   // The binding's set-up is the only moment at which a host can reach the new record.
   const Hook signal("signal", [](int, sighandler_t) -> sighandler_t {
@@ -142,7 +142,7 @@ std::ostream& operator<<(std::ostream& stream, const Shortage& row) {
 
 class AppSetupWithoutMemory : public AppSetup, public testing::WithParamInterface<Shortage> {};
 
-// A leak checker sees whether the packages stay that no application holds.
+// A leak checker sees whether packages without an application are freed.
 TEST_P(AppSetupWithoutMemory, KnowsTheApplicationsSoFar) {
   tq_tbx_package_binding->list = list_beta_and_alpha;
   const FailAlloc fail(GetParam().failing_allocation);
@@ -151,7 +151,7 @@ TEST_P(AppSetupWithoutMemory, KnowsTheApplicationsSoFar) {
   EXPECT_EQ(known(), GetParam().known);
 }
 
-// Two lists, the binding and its place in a list, then a record and its place for each application.
+// Two lists, the binding and its node, then a record and a node for each application.
 INSTANTIATE_TEST_SUITE_P(AppSetup, AppSetupWithoutMemory,
                          testing::Values(Shortage{1, 0, {}}, Shortage{2, 0, {}}, Shortage{3, 0, {}},
                                          Shortage{4, 0, {"beta", "alpha"}}, Shortage{5, 1, {}},
@@ -169,7 +169,7 @@ TEST_F(AppSetupWithoutMemory, ReportsTheErrorOfTheRecords) {
   }
 }
 
-// A package and an application of its own.
+// Applications without a manager.
 class AppRecord : public testing::Test {
  protected:
   ~AppRecord() override {
@@ -194,14 +194,14 @@ TEST_F(AppRecord, IsStoppedAndUnbound) {
   std::free(app);
 }
 
-TEST_F(AppRecord, WithoutMemoryIsNoneAnd12) {
+TEST_F(AppRecord, WithoutMemoryIsNullAnd12) {
   const FailAlloc fail(1);
   tq_app_info* app = &app_;
   EXPECT_EQ(tq_create_app_info(&package_, &app), ENOMEM);
   EXPECT_EQ(app, nullptr);
 }
 
-TEST_F(AppRecord, NeedsAPlace) {
+TEST_F(AppRecord, NeedsAPlaceForTheResult) {
   EXPECT_EQ(tq_create_app_info(&package_, nullptr), EINVAL);
   EXPECT_EQ(tq_get_installed_application(nullptr), EINVAL);
 }
@@ -229,7 +229,7 @@ TEST_F(AppRecord, StaysUnboundWhenNoBindingAnswers) {
   EXPECT_EQ(tq_check_app_biniding(&app_, nullptr), 0);
 }
 
-TEST_F(AppRecord, IsTriedEvenBehindOneThatStaysUnbound) {
+TEST_F(AppRecord, IsTriedEvenAfterOneThatStaysUnbound) {
   static const tq_app_info* refused;
   refused = &app_;
   tq_app_binding binding = {};
@@ -272,7 +272,7 @@ TEST(LinuxBinding, HoldsItsOperationsInOrder) {
   std::free(later);
 }
 
-TEST(LinuxBinding, WithoutMemoryIsNone) {
+TEST(LinuxBinding, WithoutMemoryIsNull) {
   const FailAlloc fail(1);
   EXPECT_EQ(tq_get_linux_app_binding(), nullptr);
   EXPECT_EQ(linux_app_binding, nullptr);

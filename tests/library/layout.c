@@ -43,6 +43,21 @@ FIELD(tq_err_code, code, 0, 0);
 FIELD(tq_err_code, message, 4, 8);
 SIZE(tq_err_code, 8, 16);
 
+FIELD(tq_flash_event, kind, 0, 0);
+FIELD(tq_flash_event, step, 4, 4);
+FIELD(tq_flash_event, code, 8, 8);
+FIELD(tq_flash_event, start, 12, 12);
+FIELD(tq_flash_event, bytes, 16, 16);
+FIELD(tq_flash_event, area, 24, 24);
+FIELD(tq_flash_event, file, 28, 32);
+FIELD(tq_flash_event, device, 32, 40);
+FIELD(tq_flash_event, line, 36, 48);
+SIZE(tq_flash_event, 40, 56);
+
+FIELD(tq_flash_observer, observe, 0, 0);
+FIELD(tq_flash_observer, user, 4, 8);
+SIZE(tq_flash_observer, 8, 16);
+
 FIELD(tq_list_node, next, 0, 0);
 FIELD(tq_list_node, element, 4, 8);
 SIZE(tq_list_node, 8, 16);

@@ -39,7 +39,7 @@ class PackageFiles : public testing::Test {
   StringList files_;
 };
 
-TEST_F(PackageFiles, AreAllLinesBehindTheHeading) {
+TEST_F(PackageFiles, AreAllLinesAfterTheHeading) {
   const Tool opkg("opkg", kThree);
   EXPECT_EQ(list(), 0);
   EXPECT_THAT(files_.texts(), ElementsAre("/opt/b", "/opt/a c", "/opt/last"));
@@ -51,13 +51,13 @@ TEST_F(PackageFiles, AreAppendedToWhatTheListHolds) {
   files_.add("before\n");
   EXPECT_EQ(list(), 0);
   EXPECT_EQ(list(), 0);
-  files_.add("behind");
+  files_.add("after");
   EXPECT_THAT(files_.texts(), ElementsAre("before\n", "/opt/b", "/opt/a c", "/opt/last", "/opt/b",
-                                          "/opt/a c", "/opt/last", "behind"));
+                                          "/opt/a c", "/opt/last", "after"));
   EXPECT_EQ(tq_list_size(files_.get()), 8);
 }
 
-TEST_F(PackageFiles, AreNoneBehindAHeadingAlone) {
+TEST_F(PackageFiles, AreNoneAfterAHeadingAlone) {
   for (const char* body : {"echo heading", "printf heading", "true"}) {
     const Tool opkg("opkg", body);
     EXPECT_EQ(list(), 0);
@@ -98,7 +98,7 @@ TEST_F(PackageFiles, NeedANameAndAList) {
   EXPECT_EQ(opkg.runs(), "");
 }
 
-TEST_F(PackageFiles, AreRefusedForANameThatMeansSomethingToTheShell) {
+TEST_F(PackageFiles, AreRefusedForANameWithAShellMetacharacter) {
   const Tool opkg("opkg", kThree);
   for (const std::string& name : refused_operands()) {
     const LogCapture log(TQ_LOG_DEBUG);
@@ -119,7 +119,7 @@ TEST_F(PackageFiles, AreGivenForEveryOtherName) {
 }
 
 // The command line has a buffer of 4096 bytes.
-TEST_F(PackageFiles, AreRefusedForANameThatDoesNotFit) {
+TEST_F(PackageFiles, AreRefusedForANameThatIsTooLong) {
   const size_t longest = 4095 - std::string("opkg files ").size();
   const Tool opkg("opkg", kThree);
   EXPECT_EQ(list(std::string(longest, 'x')), 0);

@@ -1,4 +1,4 @@
-// Package files that mean harm, or that a broken transfer left.
+// Package files that are malicious, or truncated in a transfer.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -33,7 +33,7 @@ using testing::IsEmpty;
 constexpr char kAbsolute[] = "/run/tarvio-hostile";
 constexpr size_t kBlock = 512;
 
-// A member of an ar archive, its name as it stands in the header.
+// A member of an ar archive, with its name exactly as given in the header.
 std::string ar_member(const std::string& name, const std::string& content) {
   char header[61];
   snprintf(header, sizeof header, "%-16s%-12d%-6d%-6d%-8o%-10zu`\n", name.c_str(), 0, 0, 0,
@@ -87,7 +87,7 @@ std::string random_bytes(size_t count) {
 
 constexpr char kTqControl[] = "TqPackageCategory: Application\nTqDataTarget: a\n";
 
-// The work directory has a directory of its own around it, which must stay as it is.
+// The work directory lies in a directory of its own, which must not change.
 class Hostile : public testing::Test {
  protected:
   Hostile() : quiet_(STDERR_FILENO, "/dev/null") {
@@ -108,8 +108,8 @@ class Hostile : public testing::Test {
     int32_t type = -7;
     std::vector<std::string> targets;
   };
-  // Asks everything about app.tbx that the library can tell. Nothing but the file stays, and
-  // nothing around the work directory changes.
+  // Asks the library everything about app.tbx. Only the file is left, and nothing around the work
+  // directory changes.
   Asked ask() const {
     const Descriptors descriptors = open_descriptors();
     Asked asked;
@@ -118,7 +118,7 @@ class Hostile : public testing::Test {
     const StringList targets;
     asked.type_result = tq_tbx_get_package_type("app.tbx", &asked.type, targets.get());
     asked.targets = targets.texts();
-    // What a failed detection has unpacked may stay.
+    // A failed detection may leave what it has unpacked.
     fs::remove("control.tar.gz");
     fs::remove("tqcontrol");
     expect_alone({});
@@ -137,7 +137,7 @@ class Hostile : public testing::Test {
   const Redirect quiet_;  // the tools complain on standard error
 };
 
-TEST_F(Hostile, CutAtAnyPlaceIsNoHarm) {
+TEST_F(Hostile, TruncatedAnywhereDoesNoHarm) {
   const std::string control = gzip(tar_member("./control", "Package: app\nVersion: 1\n") +
                                    tar_member("./tqcontrol", kTqControl));
   const std::string whole =
@@ -155,7 +155,7 @@ TEST_F(Hostile, CutAtAnyPlaceIsNoHarm) {
   EXPECT_EQ(ask().type, 2);
 }
 
-TEST_F(Hostile, ControlArchiveCutAtAnyPlaceIsNoHarm) {
+TEST_F(Hostile, ControlArchiveTruncatedAnywhereDoesNoHarm) {
   const std::string control =
       gzip(tar_member("./control", random_bytes(3000)) + tar_member("./tqcontrol", kTqControl));
   for (size_t length = 0; length < control.size(); length += kBlock) {
@@ -165,8 +165,8 @@ TEST_F(Hostile, ControlArchiveCutAtAnyPlaceIsNoHarm) {
   }
 }
 
-// The tool unpacks all members, by contract, but none by a path that leads away.
-TEST_F(Hostile, MemberNamesThatLeadAwayStayInTheWorkDirectory) {
+// The tool unpacks all members, by contract, but none outside the work directory.
+TEST_F(Hostile, MemberNamesThatPointElsewhereStayInTheWorkDirectory) {
   const std::string names =
       "../../x/\n/run/tarvio-hostile/\n../../../../../../run/tarvio-hostile/\n";
   const std::string table = ar_member("//", names);
@@ -189,7 +189,7 @@ TEST_F(Hostile, MemberNamesThatLeadAwayStayInTheWorkDirectory) {
   EXPECT_FALSE(fs::exists("/run/x"));
 }
 
-TEST_F(Hostile, InnerMemberNamesThatLeadAwayAreOnlyListed) {
+TEST_F(Hostile, InnerMemberNamesThatPointElsewhereAreOnlyListed) {
   const std::string away =
       tar_member("../../x", "1234567890") + tar_member(kAbsolute, "1234567890") +
       tar_member("./link", "", '2', "/run") + tar_member("./link/tarvio-hostile", "1234567890");
@@ -265,7 +265,7 @@ TEST_F(Hostile, SparseMemberOf2GiBDoesNotFit) {
   EXPECT_EQ(asked.type_result, ENOENT);
 }
 
-TEST_F(Hostile, SizesThatLieAreNoHarm) {
+TEST_F(Hostile, FalseSizesDoNoHarm) {
   std::string lying = "!<arch>\n" + ar_member("control.tar.gz/", "x");
   lying.replace(8 + 48, 10, "4294967295");
   write_file("app.tbx", lying);

@@ -26,7 +26,7 @@ constexpr char kUnit[] = "package/tq_package_util";
 
 char* text(const char* literal) { return const_cast<char*>(literal); }
 
-// A chain whose start and stop files are no strings: a copy must not look at them.
+// A chain whose start and stop files are not strings: a copy must not read them.
 class Source {
  public:
   void add(const char* name, int32_t type = TQ_CATEGORY_APPLICATION,
@@ -48,7 +48,7 @@ class Source {
   std::deque<tq_package_info> packages_;
 };
 
-// What a copying call made; released with all its strings.
+// The result of a copying call; released with all its strings.
 class Copies {
  public:
   Copies() : head_(reinterpret_cast<tq_package_info*>(1)) {}  // so that leaving it alone shows
@@ -146,7 +146,7 @@ TEST_F(PackageInfo, IsCopiedWithTheWholeChainInOrderWithAll) {
   }
 }
 
-TEST_F(PackageInfo, ThatIsNoneGivesNoneWhateverErrnoWas) {
+TEST_F(PackageInfo, ThatIsNullGivesNullWhateverErrnoWas) {
   for (const int all : {0, 1}) {
     Copies copies;
     errno = EIO;
@@ -163,7 +163,7 @@ TEST_F(PackageInfo, ThatIsNoneGivesNoneWhateverErrnoWas) {
   EXPECT_EQ(by_name.head(), nullptr);
 }
 
-TEST_F(PackageInfo, OfAnyTypeIsEvery) {
+TEST_F(PackageInfo, OfAnyTypeIsEveryPackage) {
   EXPECT_THAT(of_type(100, 151), ElementsAre("myapp", "kernel", "application-x", "rest"));
 }
 
@@ -210,8 +210,8 @@ TEST_F(PackageInfo, CopiedAndFilteredByTypeIsNotReported) {
   EXPECT_THAT(unit_messages(log, kUnit), IsEmpty());
 }
 
-// Runs the call with the first, the second, ... of its allocations failing. A leak checker sees
-// whether anything stays of the records before.
+// Fails the first allocation of the call, then the second, and so on. A leak checker sees whether
+// the earlier records are freed.
 template <typename Call>
 int count_failures(Call call, int expected_result) {
   for (int n = 1;; ++n) {
@@ -226,20 +226,20 @@ int count_failures(Call call, int expected_result) {
 
 constexpr int kAllocationsPerCopy = 4;
 
-TEST_F(PackageInfo, CopiedWithoutMemoryIsNoneAnd12) {
+TEST_F(PackageInfo, CopiedWithoutMemoryIsNullAnd12) {
   const int failures = count_failures(
       [&](tq_package_info** out) { return tq_copy_package_info(out, source_.head(), 1); }, ENOMEM);
   EXPECT_EQ(failures, 4 * kAllocationsPerCopy);
 }
 
-TEST_F(PackageInfo, FilteredByTypeWithoutMemoryIsNoneAndNoFailure) {
+TEST_F(PackageInfo, FilteredByTypeWithoutMemoryIsNullAndASuccess) {
   const int failures = count_failures(
       [&](tq_package_info** out) { return tq_type_filter_package(100, 151, source_.head(), out); },
       0);
   EXPECT_EQ(failures, 4 * kAllocationsPerCopy);
 }
 
-TEST_F(PackageInfo, FilteredByNameWithoutMemoryIsNoneAnd12) {
+TEST_F(PackageInfo, FilteredByNameWithoutMemoryIsNullAnd12) {
   const int failures = count_failures(
       [&](tq_package_info** out) { return tq_name_filter_package("app", source_.head(), out); },
       ENOMEM);
@@ -270,7 +270,7 @@ TEST_F(PackageInfo, NeedsAPlaceForTheCopiesAndANeedle) {
   *copies.out() = nullptr;
 }
 
-TEST_F(PackageInfo, ReleasedLeavesTheVersionsBehindTheFirst) {
+TEST_F(PackageInfo, ReleasedLeavesTheVersionsAfterTheFirst) {
   tq_package_info* head = nullptr;
   ASSERT_EQ(tq_copy_package_info(&head, source_.head(), 1), 0);
   std::vector<char*> versions;
@@ -292,7 +292,7 @@ TEST_F(PackageInfo, ReleasedLeavesTheVersionsBehindTheFirst) {
   }
 }
 
-TEST_F(PackageInfo, ThatIsNoneMayBeReleased) { EXPECT_EQ(tq_free_package_info(nullptr), 0); }
+TEST_F(PackageInfo, ThatIsNullMayBeReleased) { EXPECT_EQ(tq_free_package_info(nullptr), 0); }
 
 tq_package_info* new_listed_package(const char* name, tq_package_info* next) {
   auto* package = static_cast<tq_package_info*>(std::malloc(sizeof(tq_package_info)));
@@ -321,7 +321,7 @@ TEST_F(PackageInfo, ListedIsDeletedWithAllItsStrings) {
   EXPECT_EQ(freed, 2 * 6U);
 }
 
-TEST_F(PackageInfo, ListedMayBeNone) {
+TEST_F(PackageInfo, ListedMayBeNull) {
   tq_package_info* head = nullptr;
   EXPECT_EQ(tq_delete_tq_package_info_recurse(&head), 0);
   EXPECT_EQ(head, nullptr);

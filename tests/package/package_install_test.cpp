@@ -178,7 +178,7 @@ TEST_F(Install, NeedsAFileThatCanBeRead) {
   EXPECT_THAT(work_.names(), ElementsAre("app.tbx"));
 }
 
-TEST_F(Install, RefusesAPathThatMeansSomethingToTheShell) {
+TEST_F(Install, RefusesAPathWithAShellMetacharacter) {
   const Tool opkg("opkg", "");
   for (const std::string& name : refused_operands()) {
     const std::string file = name + ".tbx";
@@ -261,7 +261,7 @@ TEST_F(Install, LeavesNoCopyThatCouldNotBeWritten) {
 
 TEST_F(Install, ReplacesAndRemovesAFileOfTheNameOfTheCopy) {
   const Tool opkg("opkg", "cp \"$2\" seen");
-  write_file(opkg_path_, "something longer of before");
+  write_file(opkg_path_, "a longer file from before");
   EXPECT_EQ(install(), 0);
   EXPECT_EQ(read_file("seen"), "package");
   EXPECT_FALSE(work_.has("app.ipk"));
@@ -279,7 +279,7 @@ TEST_F(Install, WithoutMemoryReturns12AndLeavesNoCopy) {
     happened = fail.happened();
     EXPECT_EQ(result, happened ? ENOMEM : 0) << n;
     EXPECT_THAT(work_.names(), ElementsAre("app.tbx"));
-    // The path, and the two copies of options.
+    // The path and the two options.
     const std::vector<std::string> messages = unit_messages(log, kUnit);
     EXPECT_EQ(std::count(messages.begin(), messages.end(), "debug: tq_tbx_install: malloc error "),
               n <= 3 ? 1 : 0);

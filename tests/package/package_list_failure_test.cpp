@@ -31,7 +31,7 @@ using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-// Root may read everything; without its capabilities it is held to the modes of its files.
+// Root may read everything; without its capabilities it is bound by file modes.
 class WithoutCapabilities {
  public:
   WithoutCapabilities() {
@@ -60,7 +60,7 @@ class WithoutCapabilities {
 
 std::vector<std::string> logged(const LogCapture& log) { return unit_messages(log, kListingUnit); }
 
-TEST(PackageListLog, TellsEveryStep) {
+TEST(PackageListLog, ReportsEveryStep) {
   add_package("alpha");
   const LogCapture log(TQ_LOG_DEBUG);
   const Listing listing;
@@ -75,7 +75,7 @@ TEST(PackageListLog, TellsEveryStep) {
                           "debug: type check result 1"));
 }
 
-TEST(PackageListLog, TellsWhereAPackageIsDropped) {
+TEST(PackageListLog, ReportsWhereAPackageIsDropped) {
   add_package("filtered", "Image");
   add_package("named");
   write_information("invisible.control", "Package: invisible\n");
@@ -106,7 +106,7 @@ TEST(PackageListLog, TellsWhereAPackageIsDropped) {
   EXPECT_EQ(since_name("filtered", nullptr).back(), "debug: type check result 0");
 }
 
-TEST(PackageListLog, TellsTheOfflineDirectory) {
+TEST(PackageListLog, ReportsTheOfflineDirectory) {
   fs::create_directories("/mnt/root/usr/lib/opkg/info");
   write_kernel_command_line("root=/dev/mtdblock5\n");
   const LogCapture log(TQ_LOG_DEBUG);
@@ -229,7 +229,7 @@ TEST_F(PackageListFailure, IsNoneForTenThousandPackages) {
 TEST_F(PackageListFailure, IsNoneForFileNamesOf255Bytes) {
   write_information(std::string(247, 'f') + ".control", "Package: alpha\n");
   write_information("alpha.tqcontrol", "TqPackageCategory: Image\n");
-  const std::string longest(244, 'p');  // a line of the control file has room for no more
+  const std::string longest(244, 'p');  // the longest that fits a line of the control file
   add_package(longest);
   EXPECT_THAT(Listing().names(), ElementsAre(longest, "alpha"));
 }
@@ -250,8 +250,8 @@ TEST_F(PackageListFailure, LeavesNoDescriptorOpen) {
   EXPECT_THAT(opened_since(before), IsEmpty());
 }
 
-// Whatever allocation fails, the listing fails with one of two codes and its message, or a file
-// counts as unreadable. A leak checker sees whether anything stays.
+// Whichever allocation fails, the listing fails with one of two codes and its message, or a file
+// counts as unreadable. A leak checker sees whether everything is freed.
 TEST_F(PackageListFailure, WithoutMemoryNeverHandsOutAnything) {
   add_package("alpha");
   add_package("beta");
@@ -273,8 +273,8 @@ TEST_F(PackageListFailure, WithoutMemoryNeverHandsOutAnything) {
                         : listing.result() == ENOMEM ? path_failed
                                                      : std::vector<std::string>());
   }
-  // Of each package: a record and its five strings; the paths of two control files, the start and
-  // the stop file.
+  // Per package: a record and its five strings; the paths of two control files, the start and the
+  // stop file.
   EXPECT_EQ(results[-1], 2 * 6);
   EXPECT_EQ(results[ENOMEM], 2 * 4);
   EXPECT_THAT(results, SizeIs(3U));

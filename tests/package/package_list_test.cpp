@@ -20,13 +20,13 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-TEST(PackageList, OfAnEmptyDirectoryIsNone) {
+TEST(PackageList, OfAnEmptyDirectoryIsEmpty) {
   const Listing listing;
   EXPECT_EQ(listing.result(), 0);
   EXPECT_THAT(listing.packages(), IsEmpty());
 }
 
-TEST(PackageList, WithoutControlFilesIsNone) {
+TEST(PackageList, WithoutControlFilesIsEmpty) {
   write_information("alpha.list", "/opt/alpha\n");
   write_information("alpha.tqcontrol", "TqPackageCategory: Application\n");
   const Listing listing;
@@ -34,7 +34,7 @@ TEST(PackageList, WithoutControlFilesIsNone) {
   EXPECT_THAT(listing.packages(), IsEmpty());
 }
 
-TEST(PackageList, TellsAPackageWithAllItsFields) {
+TEST(PackageList, HoldsAPackageWithAllItsFields) {
   add_package("alpha", "Image", "Application_Jsp");
   write_information("alpha.tqstartapp", "");
   write_information("alpha.tqstopapp", "");
@@ -75,7 +75,7 @@ TEST(PackageList, TakesTheNameInTheFileAndNotOfTheFile) {
   EXPECT_EQ(package.start_app, "/usr/lib/opkg/info/alpha.tqstartapp");
 }
 
-TEST(PackageList, TellsAPackageOncePerControlFile) {
+TEST(PackageList, HoldsAPackageOncePerControlFile) {
   add_package("alpha");
   write_information("again.control", "Package: alpha\nVersion: 2.0\n");
   EXPECT_THAT(Listing().names(), ElementsAre("alpha", "alpha"));
@@ -202,7 +202,7 @@ TEST_F(Filters, KeepAWholeNameInItsCase) {
   EXPECT_THAT(Listing(0, 151, "java").names(), IsEmpty());
 }
 
-TEST(PackageList, TellsTheFilesOfAnApplicationThatExist) {
+TEST(PackageList, HoldsTheFilesOfAnApplicationThatExist) {
   add_package("alpha");
   write_information("alpha.tqstartapp", "");
   const ListedPackage package = Listing().only();
@@ -210,7 +210,7 @@ TEST(PackageList, TellsTheFilesOfAnApplicationThatExist) {
   EXPECT_EQ(package.stop_app, "");
 }
 
-TEST(PackageList, TakesNoDirectoryForAFileOfAnApplication) {
+TEST(PackageList, IgnoresADirectoryInPlaceOfAFileOfAnApplication) {
   add_package("alpha");
   fs::create_directory("/usr/lib/opkg/info/alpha.tqstartapp");
   write_information("alpha.tqstopapp", "");
@@ -269,7 +269,7 @@ TEST(PackageList, LeavesOutAControlFileWithoutAPackage) {
   EXPECT_THAT(listing.names(), IsEmpty());
 }
 
-TEST(PackageList, TakesMissingValuesForEmptyOnes) {
+TEST(PackageList, ReadsMissingValuesAsEmpty) {
   write_information("alpha.control", "Package: alpha\n");
   write_information("alpha.tqcontrol", "TqPackageCategory: Application\n");
   const ListedPackage package = Listing().only();
@@ -277,7 +277,7 @@ TEST(PackageList, TakesMissingValuesForEmptyOnes) {
   EXPECT_EQ(package.maintainer, "");
 }
 
-TEST(PackageList, TakesMissingCategoriesForOthers) {
+TEST(PackageList, ReadsMissingCategoriesAsOther) {
   write_information("alpha.control", "Package: alpha\n");
   write_information("alpha.tqcontrol", "TqDataTarget: /\n");
   const ListedPackage package = Listing().only();

@@ -1,4 +1,4 @@
-// Packages that come and go, with the sandbox's stand-in for opkg.
+// Installing and removing packages with the sandbox's stand-in for opkg.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -43,7 +43,7 @@ class Packages : public testing::Test {
     fs::create_directory("/usr/lib/opkg/info");
   }
 
-  // Of a package file among the recorded ones.
+  // Installs one of the recorded package files.
   int install(const std::string& name, int force = 0) const {
     const std::string path = work_ / (name + ".tbx");
     fs::copy_file(kPackages + name + ".ipk", path, fs::copy_options::overwrite_existing);
@@ -137,7 +137,7 @@ TEST_F(Packages, ThatLackADependencyAreInstalledByForceWithAComplaint) {
 
 TEST_F(Packages, AreDowngradedByForceOnly) {
   install("app-2.0");
-  EXPECT_EQ(install("app-1.0"), 0);  // opkg's refusal is none of the messages that count
+  EXPECT_EQ(install("app-1.0"), 0);  // opkg refuses in words that are not recognised
   EXPECT_THAT(listed(), ElementsAre("app 2.0"));
   EXPECT_EQ(install("app-1.0", 1), 0);
   EXPECT_THAT(listed(), ElementsAre("app 1.0"));
@@ -173,7 +173,7 @@ void PrintTo(const Release& row, std::ostream* stream) { *stream << row.version;
 
 class PackagesWithOpkg : public Packages, public testing::WithParamInterface<Release> {};
 
-// What a release prints on standard error, or says in words of its own, is not seen: 0 is no proof.
+// Standard error and unknown words are not seen: 0 does not prove success.
 TEST_P(PackagesWithOpkg, AreJudgedByWhatItPrintsOnStandardOutput) {
   ::setenv("OPKG_PROFILE", GetParam().version, 1);
   EXPECT_EQ(install("app-1.0", 1), GetParam().forced_install);

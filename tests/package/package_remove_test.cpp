@@ -99,7 +99,7 @@ TEST_F(Remove, NeedsAName) {
               ElementsAre("debug: tq_tbx_remove: opkg remove [(null)] "));
 }
 
-TEST_F(Remove, RefusesANameThatMeansSomethingToTheShell) {
+TEST_F(Remove, RefusesANameWithAShellMetacharacter) {
   const Tool opkg("opkg", "");
   for (const std::string& name : refused_operands()) {
     const LogCapture log(TQ_LOG_DEBUG);

@@ -34,7 +34,7 @@ using testing::Not;
 constexpr char kUnit[] = "package/tq_tbx_package_binding";
 constexpr int64_t kGiB = int64_t{1} << 30;
 
-// A df that tells of this many blocks of 1024 bytes.
+// A df that reports this many free blocks of 1024 bytes.
 std::string df_of(const std::string& blocks) {
   return "echo 'Filesystem 1K-blocks Used Available Use% Mounted on'\n"
          "echo '/dev/mtdblock4  99999999   1000   " +
@@ -43,7 +43,7 @@ std::string df_of(const std::string& blocks) {
 
 class SizeCheck : public testing::Test {
  protected:
-  // Builds app.tbx with so many bytes of control files and of data.
+  // Builds app.tbx with this many bytes of control files and of data.
   void build(size_t control_bytes, size_t data_bytes) const {
     write_file("control", std::string(control_bytes, 'c'));
     write_file("data", std::string(data_bytes, 'd'));
@@ -130,7 +130,7 @@ TEST_F(SizeCheck, WrapsAroundAt4GiB) {
   EXPECT_EQ(disk_of(5 * kGiB, 0), before + "1073741824] bytes ");
 }
 
-TEST_F(SizeCheck, AsksTheRealDf) {
+TEST_F(SizeCheck, UsesTheRealDf) {
   build(100, 2000);
   FILE* df = ::popen("df | awk 'NR == 2 { print $4 }'", "r");
   long long blocks = 0;
@@ -185,7 +185,7 @@ TEST_F(SizeCheck, ReturnsHowArEnds) {
   const LogCapture log(TQ_LOG_DEBUG);
   EXPECT_EQ(check(), 9);  // no such file
   write_file("app.tbx", "text");
-  EXPECT_EQ(check(), 1);  // no archive
+  EXPECT_EQ(check(), 1);  // not an archive
   EXPECT_THAT(unit_messages(log, kUnit),
               ElementsAre("debug: tq_tbx_check_file_size: tbx extract error - 9 ",
                           "debug: tq_tbx_check_file_size: tbx extract error - 1 "));
@@ -201,7 +201,7 @@ TEST_F(SizeCheck, FailsInAProcessThatIgnoresSigchld) {
   EXPECT_THAT(work_.names(), ElementsAre("app.tbx"));
 }
 
-TEST_F(SizeCheck, RunsTheToolsAsTheyAreNamed) {
+TEST_F(SizeCheck, RunsTheToolsByTheirNames) {
   build(1, 1);
   std::vector<std::string> commands;
   Hook popen("popen", [&](const char* command, const char* mode) {
@@ -234,7 +234,7 @@ TEST_F(SizeCheck, FailsWhenAListingCannotBeSplit) {
   }
 }
 
-// Of a line that is longer, each piece counts as a line.
+// Each piece of a longer line counts as a line.
 TEST_F(SizeCheck, ReadsALongLineOfAListingInPieces) {
   build(1, 1);
   const Tool df("df", df_of("1000"));
@@ -253,7 +253,7 @@ TEST_F(SizeCheck, AddsIn32Bits) {
     return check();
   };
   EXPECT_EQ(check_sizes("2147483647 1"), -1);                 // a negative sum
-  EXPECT_EQ(check_sizes("2147483647 2147483647 2 1000"), 0);  // round to 1000
+  EXPECT_EQ(check_sizes("2147483647 2147483647 2 1000"), 0);  // wraps around to 1000
   EXPECT_EQ(check_sizes("2147483647 2147483647 2 2000000"), -1);
   EXPECT_EQ(check_sizes("99999999999999999999"), -1);
   const Tool tar("tar",
@@ -261,7 +261,7 @@ TEST_F(SizeCheck, AddsIn32Bits) {
   EXPECT_EQ(check(), -1);
 }
 
-// What a 32-bit host cannot hold is read as the largest number that it can.
+// A number that is too large for 32 bits is read as the largest that fits.
 TEST_F(SizeCheck, ReadsNumbersAsA32BitHostDoes) {
   build(1, 1);
   const LogCapture log(TQ_LOG_DEBUG);
@@ -291,7 +291,7 @@ TEST_F(SizeCheck, PassesWhenTheTotalWrapsAround) {
                           "bytes, data=[2147483647] bytes, disk=[1024] bytes "));
 }
 
-TEST_F(SizeCheck, TakesAWordThatIsNoNumberFor0) {
+TEST_F(SizeCheck, ReadsAWordThatIsNotANumberAs0) {
   build(1, 1);
   const Tool df("df", df_of("1"));
   const Tool tar("tar", "echo -rw root/root word; echo -rw root/root 12x; echo a b -5");
@@ -326,7 +326,7 @@ TEST_F(SizeCheck, FailsWithoutMemory) {
     EXPECT_EQ(result, happened ? -1 : 0) << n;
     EXPECT_THAT(work_.names(), ElementsAre("app.tbx"));
   }
-  EXPECT_EQ(n, 8);  // two for each of three lines, the seventh run had all
+  EXPECT_EQ(n, 8);  // two for each of three lines; the seventh run succeeds
 }
 
 TEST_F(SizeCheck, RemovesItsThreeMembersInEveryCase) {
@@ -334,7 +334,7 @@ TEST_F(SizeCheck, RemovesItsThreeMembersInEveryCase) {
   const Redirect errors(STDERR_FILENO, "/dev/null");
   const auto leaves_nothing = [&](const std::string& path) {
     for (const char* member : {"control.tar.gz", "data.tar.gz", "debian-binary"}) {
-      write_file(member, "of before");
+      write_file(member, "from before");
     }
     tq_tbx_check_file_size(path.c_str());
     EXPECT_THAT(work_.names(), ElementsAre("app.tbx"));
@@ -354,12 +354,12 @@ TEST_F(SizeCheck, RemovesItsThreeMembersInEveryCase) {
 }
 
 TEST_F(SizeCheck, RemovesNothingWithoutAPath) {
-  write_file("data.tar.gz", "of before");
+  write_file("data.tar.gz", "from before");
   tq_tbx_check_file_size(nullptr);
   EXPECT_TRUE(work_.has("data.tar.gz"));
 }
 
-TEST_F(SizeCheck, EndsWhileAToolHasMoreToSay) {
+TEST_F(SizeCheck, EndsWhileAToolIsStillPrinting) {
   build(1, 1);
   const Tool tar("tar", "echo one; while echo two words; do :; done");
   EXPECT_EQ(check(), -1);

@@ -56,13 +56,13 @@ TEST(PackageBinding, IsANewRecordEachTimeAndTheLastIsExported) {
   std::free(second);
 }
 
-TEST(PackageBinding, WithoutMemoryIsNone) {
+TEST(PackageBinding, WithoutMemoryIsNull) {
   const FailAlloc fail(1);
   EXPECT_EQ(tq_get_tbx_package_binding(), nullptr);
   EXPECT_EQ(tq_tbx_package_binding, nullptr);
 }
 
-TEST(PackageBinding, HasPlacesThatDoNothing) {
+TEST(PackageBinding, HasSlotsThatDoNothing) {
   const LogCapture log(TQ_LOG_DEBUG);
   EXPECT_EQ(tq_setup_tbx_package_binding(), 0);
   EXPECT_EQ(tq_tbx_check_file_sign(), 0);
@@ -147,7 +147,7 @@ TEST(PackageFront, ForwardsToTheBindingThatShips) {
   EXPECT_EQ(tq_check_file_size(nullptr), -1);
 }
 
-// The arguments that a replaced operation got.
+// The arguments of a call of a replaced operation.
 struct Call {
   std::string operation;
   const void* text = nullptr;

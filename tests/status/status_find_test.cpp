@@ -140,8 +140,7 @@ INSTANTIATE_TEST_SUITE_P(
                             10004,
                             "tq_find_by_type2: _Tarvio status manager find by type failed. "}));
 
-// A list is there before the first copy is tried, as the failures above show; a record that cannot
-// be copied for want of a detail fails in the same way.
+// A record without a detail cannot be copied, which fails as missing memory does.
 TEST_F(Find, FailsAtARecordWithoutADetail) {
   auto* record = static_cast<tq_status*>(sl->head->next->element);
   std::free(record->detail);

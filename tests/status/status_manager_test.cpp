@@ -55,7 +55,7 @@ class Manager : public testing::Test {
   static std::vector<Status> statuses() { return statuses_of(sl); }
   std::vector<std::string> logged() const { return unit_messages(log_, kUnit); }
 
-  // Levels above debug only: debug messages also go to standard output, which tests look at.
+  // Above debug only: debug messages also go to standard output, which the tests check.
   LogCapture log_{TQ_LOG_INFO};
 };
 
@@ -64,7 +64,7 @@ TEST_F(Manager, StartsWithAnEmptyList) {
   EXPECT_EQ(tq_list_size(sl), 0);
 }
 
-TEST_F(Manager, StartsAnewWhenItIsSetUpAgain) {
+TEST_F(Manager, StartsEmptyWhenItIsSetUpAgain) {
   set({"a"});
   tq_list_t* before = sl;
   EXPECT_EQ(tq_setup_status_manager(), 0);
@@ -107,7 +107,7 @@ TEST_F(Manager, UpdatesInPlaceAndKeepsNameAndId) {
   EXPECT_EQ(output.text(), kUpdating);
 }
 
-TEST_F(Manager, TellsNamesApartByEveryByte) {
+TEST_F(Manager, DistinguishesNamesByEveryByte) {
   for (const char* name : {"name", "nam", "names", "Name", ""}) set({name});
   EXPECT_EQ(tq_list_size(sl), 5);
 }

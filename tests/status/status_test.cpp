@@ -167,15 +167,15 @@ TEST_F(Chain, FindsTheFirstRecordWithAnId) {
   EXPECT_EQ(tq_search_tq_status(nullptr, 7), nullptr);
 }
 
-TEST_F(Chain, TellsTheRecordBeforeAnother) {
+TEST_F(Chain, FindsTheRecordBeforeAnother) {
   EXPECT_EQ(previous_node(chain_.get(), c_), b_);
   EXPECT_EQ(previous_node(chain_.get(), b_), a_);
   EXPECT_EQ(previous_node(chain_.get(), a_), nullptr);
 }
 
-TEST_F(Chain, HasNothingBeforeAStranger) {
-  const tq_status stranger = {};
-  EXPECT_EQ(previous_node(chain_.get(), &stranger), nullptr);
+TEST_F(Chain, HasNothingBeforeAnUnknownRecord) {
+  const tq_status unknown = {};
+  EXPECT_EQ(previous_node(chain_.get(), &unknown), nullptr);
   EXPECT_EQ(previous_node(chain_.get(), nullptr), nullptr);
   EXPECT_EQ(previous_node(nullptr, a_), nullptr);
 }
@@ -232,9 +232,9 @@ TEST_F(Chain, LosesARecordWhoseStringsTheCallerKeeps) {
   for (char* detail : details) std::free(detail);
 }
 
-TEST_F(Chain, KeepsItsRecordsWhenAStrangerIsDeleted) {
-  tq_status stranger = {};
-  EXPECT_EQ(tq_delete_tq_status_node(chain_.address(), &stranger), 0);
+TEST_F(Chain, KeepsItsRecordsWhenAnUnknownOneIsDeleted) {
+  tq_status unknown = {};
+  EXPECT_EQ(tq_delete_tq_status_node(chain_.address(), &unknown), 0);
   EXPECT_EQ(tq_delete_tq_status_node(chain_.address(), nullptr), 0);
   EXPECT_EQ(tq_delete_tq_status_node(nullptr, a_), 0);
   EXPECT_THAT(names(), ElementsAre("a", "b", "c"));
@@ -253,7 +253,7 @@ TEST(StatusListFree, FreesRecordsAndTheirStrings) {
   EXPECT_EQ(tq_status_list_free(nullptr), 0);
 }
 
-TEST(StatusListFree, FreesRecordsBehindANullElement) {
+TEST(StatusListFree, FreesRecordsAfterANullElement) {
   tq_list_t* list = tq_list_create();
   tq_list_add(list, nullptr);
   tq_list_add(list, new_record({"a"}));

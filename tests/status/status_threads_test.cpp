@@ -26,7 +26,7 @@ constexpr int kRounds = 100;
 
 std::string name_of(int number) { return "application " + std::to_string(number); }
 
-// Runs each of the jobs in a thread of its own.
+// Runs each job in its own thread.
 void run_together(const std::vector<std::function<void()>>& jobs) {
   const StdoutCapture output;  // updates print a line each
   std::vector<std::thread> threads;
@@ -84,7 +84,7 @@ class Threads : public testing::Test {
 struct Operation {
   std::string name;
   std::function<void()> run;
-  int left = 1;  // records behind it
+  int left = 1;  // records on the list afterwards
 };
 
 void PrintTo(const Operation& operation, std::ostream* stream) { *stream << operation.name; }
@@ -93,8 +93,8 @@ class Waiting : public Threads, public testing::WithParamInterface<Operation> {}
 
 thread_local bool adds_status = false;
 
-// The other thread starts while a status is being added, and is let go only when it waits for the
-// lock, or is done without it.
+// The other thread starts while a status is being added. The addition goes on only once that thread
+// waits for the lock, or has finished without it.
 TEST_P(Waiting, LastsUntilAStatusIsAdded) {
   const StdoutCapture output;
   std::atomic<bool> waits = false;
@@ -136,7 +136,7 @@ void add_other() {
   EXPECT_EQ(tq_add_status2(other.get()), 0);
 }
 
-void set_up_anew() {
+void set_up_again() {
   tq_list_t* before = sl;
   tq_setup_status_manager();
   tq_status_list_free(before);
@@ -147,7 +147,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Operation{"SetNormal", [] { tq_set_application_status_normal("a", "second"); }},
         Operation{"SetError", [] { tq_set_application_status_error("a", "second"); }},
-        Operation{"Add", [] { add_other(); }, 2}, Operation{"SetUp", set_up_anew, 0},
+        Operation{"Add", [] { add_other(); }, 2}, Operation{"SetUp", set_up_again, 0},
         Operation{"Remove", [] { tq_remove_status2("a"); }, 0},
         Operation{"RemoveApplication", [] { tq_remove_application_status("a"); }, 0},
         Operation{"FindAll", [] { find_with(tq_find_all_status2); }},

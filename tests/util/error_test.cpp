@@ -150,7 +150,7 @@ TEST(StrError, WritesNothingWithoutRoom) {
   }
 }
 
-// What the library writes when it cannot write the message: each entry tells whether that attempt
+// What the library writes when it cannot write the message: each entry says whether that attempt
 // fails.
 class FailingPrint {
  public:

@@ -94,7 +94,7 @@ constexpr char kBefore = '.';  // fills a buffer before each call
 
 // The whole buffer after a call of this size; "null" when there was no line.
 std::string call(int fd, size_t size) {
-  // A byte beyond is watched by AddressSanitizer and, natively, by the copy behind it.
+  // A byte beyond is watched by AddressSanitizer and, natively, by the copy after it.
   const std::unique_ptr<char[]> buffer(new char[size + 1]);
   std::fill_n(buffer.get(), size + 1, kBefore);
   const char* result = tq_fdgets(buffer.get(), static_cast<uint32_t>(size), fd);
@@ -104,7 +104,7 @@ std::string call(int fd, size_t size) {
   return {buffer.get(), size};
 }
 
-// A buffer with a line that has its end: a zero behind it, and one in the last byte.
+// A buffer with a line that has its end: a zero after it, and one in the last byte.
 std::string whole(std::string line, size_t size) {
   line += '\0';
   line.resize(size, kBefore);
@@ -112,7 +112,7 @@ std::string whole(std::string line, size_t size) {
   return line;
 }
 
-// A buffer with a last line without its end: no zero behind it.
+// A buffer with a last line without its end: no zero after it.
 std::string unended(std::string line, size_t size) {
   line.resize(size, kBefore);
   line.back() = '\0';
@@ -142,7 +142,7 @@ TEST_P(Fdgets, EndsALineAtACarriageReturnToo) {
               ElementsAre(whole("one\r", 8), whole("two\r", 8), whole("\n", 8), whole("\r", 8)));
 }
 
-TEST_P(Fdgets, StoresNoZeroBehindALastLineWithoutItsEnd) {
+TEST_P(Fdgets, StoresNoZeroAfterALastLineWithoutItsEnd) {
   EXPECT_THAT(all("one\ntwo", 8), ElementsAre(whole("one\n", 8), unended("two", 8)));
 }
 
@@ -175,7 +175,7 @@ TEST_P(Fdgets, TakesLinesOfAnyLength) {
   EXPECT_EQ(all(bytes, kSize), expected);
 }
 
-TEST_P(Fdgets, LeavesEveryByteBehindTheLine) {
+TEST_P(Fdgets, LeavesEveryByteAfterTheLine) {
   for (const size_t length : std::initializer_list<size_t>{0, 1, 5, 253, 254, 255, 256, 257, 600}) {
     for (const char end : {'\n', '\r'}) {
       const std::string line = std::string(length, 'x') + end;
@@ -187,7 +187,7 @@ TEST_P(Fdgets, LeavesEveryByteBehindTheLine) {
   }
 }
 
-TEST_P(Fdgets, LeavesEveryByteBehindAPiece) {
+TEST_P(Fdgets, LeavesEveryByteAfterAPiece) {
   for (const size_t size : std::initializer_list<size_t>{2, 3, 256, 257, 258, 300}) {
     const Source source(GetParam(), std::string(size - 1, 'x') + "rest\n");
     EXPECT_EQ(call(source.fd(), size), whole(std::string(size - 1, 'x'), size));

@@ -39,7 +39,7 @@ class Files : public testing::Test {
   const fs::path missing_ = top_ / "missing";
 };
 
-TEST_F(Files, TellWhetherAPathIsARegularFile) {
+TEST_F(Files, ReportWhetherAPathIsARegularFile) {
   EXPECT_EQ(is_file(file_), 1);
   EXPECT_EQ(is_file(directory_), 0);
   EXPECT_EQ(is_file(pipe_), 0);
@@ -49,7 +49,7 @@ TEST_F(Files, TellWhetherAPathIsARegularFile) {
   EXPECT_EQ(is_file(""), 0);
 }
 
-TEST_F(Files, TellWhetherAPathIsADirectory) {
+TEST_F(Files, ReportWhetherAPathIsADirectory) {
   EXPECT_EQ(is_directory(directory_), 1);
   EXPECT_EQ(is_directory(directory_ / "."), 1);
   EXPECT_EQ(is_directory(file_), 0);

@@ -6,7 +6,7 @@ namespace client {
 
 namespace {
 
-constexpr size_t kLongestName = 100;  // there must be room for the rest of a command line
+constexpr size_t kMaxNameLength = 100;  // there must be room for the rest of a command line
 
 bool is_plain(char letter) {
   constexpr std::string_view kMarks = "._+-";
@@ -17,10 +17,7 @@ bool is_plain(char letter) {
 }  // namespace
 
 const FlashArea* find_area(std::string_view name) {
-  const auto* const found =
-      std::find_if(tarvio::kFlashAreas.begin(), tarvio::kFlashAreas.end(),
-                   [name](const FlashArea& area) { return area.name == name; });
-  return found == tarvio::kFlashAreas.end() ? nullptr : found;
+  return tarvio::find_flash_area([=](const FlashArea& area) { return area.name == name; });
 }
 
 std::vector<AreaPart> parts_of(const FlashArea& area) {
@@ -42,7 +39,7 @@ const char* method_of(const FlashArea& area) { return area.is_jffs2 ? "file syst
 
 bool is_image_file_name(std::string_view path) {
   const std::string_view name = path.substr(path.rfind('/') + 1);
-  return !name.empty() && name.size() <= kLongestName && name != "." && name != ".." &&
+  return !name.empty() && name.size() <= kMaxNameLength && name != "." && name != ".." &&
          std::all_of(name.begin(), name.end(), is_plain);
 }
 

@@ -16,6 +16,7 @@
 #include "flash/image_archive.h"
 #include "flash/image_check.h"
 #include "process/failure.h"
+#include "process/paths.h"
 #include "terminal/output.h"
 #include "terminal/printable_text.h"
 
@@ -34,8 +35,8 @@ void sync(const std::string& path, int flags) {
   }
 }
 
-// The hibernation area comes last: whoever restores the boot settings behind it erases its
-// information block.
+// The hibernation area comes last: restoring the boot settings after it would erase its information
+// block.
 std::vector<const FlashArea*> areas_in_order(const std::vector<std::string>& names) {
   std::vector<const FlashArea*> areas;
   areas.reserve(names.size());
@@ -67,7 +68,7 @@ class BackupRun {
       run_in(directory, lock);
     } catch (const Interrupted&) {
       progress_.give_up();
-      complain("interrupted: nothing is saved, and '" + request_.file + "' is as it was before");
+      complain("interrupted: nothing saved; '" + request_.file + "' is unchanged");
       throw;
     }
   }
@@ -76,12 +77,12 @@ class BackupRun {
   void check_target() const {
     struct stat status = {};
     if (lstat(request_.file.c_str(), &status) != 0) return;
-    if (S_ISDIR(status.st_mode)) throw Failure(EISDIR, "it is a directory");
+    if (S_ISDIR(status.st_mode)) throw Failure(EISDIR, "is a directory");
     if (request_.overwrite) return;
-    throw Failure(EEXIST, "it is there already: --overwrite replaces it");
+    throw Failure(EEXIST, "already exists; use --overwrite to replace it");
   }
 
-  // One area's file at a time lies in the work directory. The package is there twice while ar adds to
+  // The work directory holds one area's file at a time. The package exists twice while ar adds to
   // it.
   void check_room() const {
     uint64_t sum = 0;
@@ -97,7 +98,7 @@ class BackupRun {
 
   void run_in(const WorkDirectory& directory, const FlashLock& lock) {
     // The package grows beside its place, where it can be renamed. The library, which hands paths
-    // to the shell, sees it by way of the work directory.
+    // to the shell, reaches it through the work directory.
     const WorkDirectory target(work_directory_in(target_directory_));
     const tarvio::CString path(realpath(target.path().c_str(), nullptr));
     if (path == nullptr || symlink(path.get(), (directory / kOutput).c_str()) != 0) {
@@ -105,7 +106,7 @@ class BackupRun {
     }
     const FlashJobs jobs(directory, lock, progress_, request_.timeout_seconds);
     const std::string name = name_of(request_.file);
-    AreaSaving(areas_, jobs, image_.areas).run(std::string(kOutput) + "/" + name);
+    BackupTracker(areas_, jobs, image_.areas).run(std::string(kOutput) + "/" + name);
     check(ArchiveFile(target / name), jobs);
     put_in_place(target / name);
   }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "flash/area_saving.h"
+#include "flash/backup_tracker.h"
 #include "terminal/progress.h"
 
 namespace client {
@@ -26,8 +26,7 @@ struct SavedImage {
   uint64_t size_bytes = 0;
 };
 
-// Notes in `image` what became of it. Throws a Failure; a file that was there is as it was before
-// then.
+// Notes in `image` what became of it. Throws a Failure; a file that was there is unchanged then.
 void back_up(const BackupRequest& request, SavedImage& image);
 
 }  // namespace client

@@ -21,12 +21,12 @@ namespace {
 constexpr char kLockFile[] = "/run/tarvio-flash.lock";
 constexpr mode_t kOwnerOnly = 0600;
 
-// The tools of a run that was ended need a moment to be gone, and with them their mounts.
-constexpr int kMostTries = 20;
+// The tools of a run that was killed need a moment to be gone, and with them their mounts.
+constexpr int kMaxTries = 20;
 constexpr useconds_t kBetweenTries = 100'000;
 
 [[noreturn]] void fail_locked() {
-  throw Failure(EBUSY, "another backup or restore runs on this device");
+  throw Failure(EBUSY, "another backup or restore is running on this device");
 }
 
 // What the kernel calls an area as a block device, "/dev/mtdblockN".
@@ -63,7 +63,7 @@ FlashLock::FlashLock()
     if (errno != EWOULDBLOCK) {
       throw Failure::of_system(std::string("cannot lock '") + kLockFile + "'");
     }
-    if (tries == kMostTries) fail_locked();
+    if (tries == kMaxTries) fail_locked();
     (void)usleep(kBetweenTries);
   }
 }
@@ -74,15 +74,15 @@ void keep_mounts_private() {
   const bool is_apart = unshare(CLONE_NEWNS) == 0;
   if (!is_apart && errno == EPERM) return;  // who may not do that may not mount either
   if (!is_apart || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-    throw Failure::of_system("cannot keep the mounts private");
+    throw Failure::of_system("cannot make the mounts private");
   }
 }
 
 std::string use_of(const tarvio::FlashArea& area) {
   const std::string device = block_device_of(area);
-  if (is_root(device)) return "the system runs from it";
+  if (is_root(device)) return "the system is running from it";
   const std::string place = mount_point_of(device);
-  return place.empty() ? "" : "it is mounted on " + place;
+  return place.empty() ? "" : "mounted on " + place;
 }
 
 }  // namespace client

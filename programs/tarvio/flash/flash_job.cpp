@@ -5,7 +5,6 @@
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,7 +13,7 @@
 
 #include "base/owners.h"
 #include "process/failure.h"
-#include "tarvio/log.h"
+#include "process/paths.h"
 #include "tarvio/nand.h"
 #include "terminal/words.h"
 
@@ -27,6 +26,23 @@ constexpr uint64_t kUsualPage = 2048;
 
 [[noreturn]] void fail_to_read(const char* device, int code) {
   throw Failure(code, std::string("cannot read ") + device + ": " + result_words(code));
+}
+
+// What a call of the library came to.
+FlashRecord observed(const std::function<int()>& call, int output) {
+  FlashRecord result;
+  std::string words;
+  try {
+    keep_mounts_private();
+    const RecordingObserver observer(output);
+    result.code = call();
+    words = result_words(result.code);
+  } catch (const Failure& failure) {
+    result.code = failure.code();
+    words = failure.what();
+  }
+  (void)words.copy(result.line.data(), result.line.size() - 1);
+  return result;
 }
 
 }  // namespace
@@ -42,26 +58,22 @@ DeviceSize size_of_device(const char* device) {
 }
 
 void FlashJobs::run(const char* tools, const std::function<int()>& call,
-                    const std::function<void(const FlashEvent&)>& on_event,
+                    const std::function<void(const FlashRecord&)>& on_record,
                     const std::function<void()>& on_tick) const {
-  LineCutter lines([&on_event](const std::string& line) {
-    if (const std::optional<FlashEvent> event = event_in(line)) on_event(*event);
+  FlashRecord result;
+  RecordReader records([&](const FlashRecord& record) {
+    if (record.kind != FlashRecord::kResult) return on_record(record);
+    result = record;
   });
-  const auto job = [&] {
-    (void)signal(SIGPIPE, SIG_DFL);  // nobody is left to follow: no further step then
+  const auto work = [&](int output) {
+    (void)signal(SIGPIPE, SIG_DFL);  // nobody is left to report to: no further tool then
     lock_.share_with_tools();
-    keep_mounts_private();
-    (void)setlogmask(LOG_UPTO(LOG_INFO));  // the trace is for this program
-    tq_set_log_level(TQ_LOG_DEBUG);
-    const TraceRelay relay(STDOUT_FILENO);
-    const int result = call();
-    if (result != 0) throw Failure(result, result_words(result));
-    return std::string();
+    write_record(output, observed(call, output));
   };
-  (void)run_job(directory_, tools, job, seconds_,
-                {.trace = [&lines](std::string_view piece) { lines.take(piece); },
-                 .tick = on_tick,
-                 .tick_ms = progress_.tick_ms()});
+  (void)run_apart(directory_, tools, work, seconds_,
+                  [&records](std::string_view piece) { records.feed(piece); },
+                  {on_tick, progress_.tick_ms()});
+  if (result.code != 0) throw Failure(result.code, result.line.data());
 }
 
 uint64_t FlashJobs::good_bytes(const char* device) const {
@@ -72,12 +84,12 @@ uint64_t FlashJobs::good_bytes(const char* device) const {
     if (result != 0) fail_to_read(device, result);
     if (bad_blocks < 0) {
       throw Failure(EIO, std::string("cannot read ") + device +
-                             ": nanddump does not tell how many bad blocks it has");
+                             ": nanddump did not report the number of bad blocks");
     }
     return std::to_string(bad_blocks);
   };
-  const std::string told = run_job(directory_, "nanddump", count, seconds_).result;
-  const uint64_t bad = std::strtoull(told.c_str(), nullptr, 10) * tarvio::kEraseBlockBytes;
+  const std::string counted = run_job(directory_, "nanddump", count, seconds_).result;
+  const uint64_t bad = std::strtoull(counted.c_str(), nullptr, 10) * tarvio::kEraseBlockBytes;
   return bad < bytes ? bytes - bad : 0;
 }
 
@@ -88,7 +100,7 @@ std::string FlashJobs::dump(const AreaPart& part) const {
   progress_.step("reading again", bytes - std::min<uint64_t>(bytes, part.start));
   run(
       "nanddump", [&part] { return tq_nanddump(part.device, kDump, part.start, 0); },
-      [](const FlashEvent&) {}, [&] { progress_.at(size_of_file(path)); });
+      [](const FlashRecord&) {}, [&] { progress_.at(size_of_file(path)); });
   return path;
 }
 

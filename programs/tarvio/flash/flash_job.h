@@ -8,7 +8,7 @@
 
 #include "flash/area_parts.h"
 #include "flash/flash_guard.h"
-#include "flash/flash_trace.h"
+#include "flash/flash_record.h"
 #include "process/child.h"
 #include "terminal/progress.h"
 
@@ -20,17 +20,17 @@ class FlashJobs {
             double seconds)
       : directory_(directory), lock_(lock), progress_(progress), seconds_(seconds) {}
 
-  // Runs a call and tells what its trace tells; the progress's tick comes now and then. Throws a
-  // Failure with the call's result when that is not 0.
+  // Runs a call in a process of its own and hands on what it reports; the progress's tick comes now
+  // and then. Throws a Failure with the call's result when that is not 0.
   void run(const char* tools, const std::function<int()>& call,
-           const std::function<void(const FlashEvent&)>& on_event,
+           const std::function<void(const FlashRecord&)>& on_record,
            const std::function<void()>& on_tick) const;
 
-  // How much the good blocks of a device hold, as nanddump names the bad ones. Throws a Failure for
-  // a device that cannot be read.
+  // How much the good blocks of a device hold, by nanddump's number of bad ones. Throws a Failure
+  // for a device that cannot be read.
   [[nodiscard]] uint64_t good_bytes(const char* device) const;
 
-  // Dumps a part anew, up to the end of the device, into a file of the directory, whose path is
+  // Dumps a part again, up to the end of the device, into a file of the directory, whose path is
   // returned. Throws a Failure.
   [[nodiscard]] std::string dump(const AreaPart& part) const;
 

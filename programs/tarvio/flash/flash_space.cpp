@@ -21,24 +21,19 @@ Space space_in(const std::string& directory) {
   struct stat status = {};
   struct statvfs space = {};
   if (stat(directory.c_str(), &status) != 0 || statvfs(directory.c_str(), &space) != 0) {
-    throw Failure::of_system("cannot tell the free space in '" + directory + "'");
+    throw Failure::of_system("cannot determine the free space in '" + directory + "'");
   }
   return {status.st_dev, static_cast<uint64_t>(space.f_bavail) * space.f_frsize};
 }
 
 void check(const Need& need, const Space& space) {
   if (space.free_bytes >= need.bytes) return;
-  throw Failure(ENOSPC, "the work may take " + size_words(need.bytes) + " in '" + need.directory +
-                            "', where " + size_words(space.free_bytes) + " are free");
+  throw Failure(ENOSPC, "not enough space in '" + need.directory + "': up to " +
+                            size_words(need.bytes) + " needed, " + size_words(space.free_bytes) +
+                            " free");
 }
 
 }  // namespace
-
-std::string directory_of(const std::string& file) {
-  const size_t slash = file.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : file.substr(0, slash);
-}
 
 std::string work_directory_in(const std::string& directory) {
   return directory + "/.tarvio-flash.";

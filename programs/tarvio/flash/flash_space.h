@@ -7,10 +7,7 @@
 
 namespace client {
 
-// The directory that a file is in.
-std::string directory_of(const std::string& file);
-
-// How the names of work directories begin that are made in a directory.
+// How the names of the work directories in a directory begin.
 std::string work_directory_in(const std::string& directory);
 
 struct Need {

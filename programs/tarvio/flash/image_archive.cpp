@@ -11,19 +11,19 @@
 #include <cstring>
 #include <optional>
 
+#include "base/pipe.h"
 #include "process/failure.h"
-#include "terminal/output.h"
 
 namespace client {
 
 namespace {
 
 constexpr size_t kPiece = 65536;
-constexpr size_t kMostMembers = 1000;  // image packages have eight at most
+constexpr size_t kMaxMembers = 1000;  // image packages have eight at most
 constexpr mode_t kOwnerOnly = 0600;
 
 [[noreturn]] void fail_damaged() {
-  throw Failure(EINVAL, "it is damaged, or no image package: its members are not whole");
+  throw Failure(EINVAL, "damaged or not an image package: a member is truncated");
 }
 
 // As many bytes as there are up to the size.
@@ -53,9 +53,9 @@ std::string name_in(const ar_hdr& header) {
 std::optional<uint64_t> size_in(const ar_hdr& header) {
   uint64_t size = 0;
   const char* const end = header.ar_size + sizeof header.ar_size;
-  const auto [behind, error] = std::from_chars(header.ar_size, end, size);
+  const auto [rest, error] = std::from_chars(header.ar_size, end, size);
   const bool is_number =
-      error == std::errc() && std::all_of(behind, end, [](char letter) { return letter == ' '; });
+      error == std::errc() && std::all_of(rest, end, [](char letter) { return letter == ' '; });
   return is_number ? std::optional(size) : std::nullopt;
 }
 
@@ -67,11 +67,11 @@ ArchiveFile::ArchiveFile(const std::string& path)
   if (!file_.valid() || fstat(file_.get(), &status) != 0) {
     throw Failure::of_system("cannot open it");
   }
-  if (read_at(file_.get(), 0, SARMAG) != ARMAG) throw Failure(EINVAL, "it is no image package");
+  if (read_at(file_.get(), 0, SARMAG) != ARMAG) throw Failure(EINVAL, "not an image package");
   for (off_t at = SARMAG; at < status.st_size;) {
     const std::string bytes = read_at(file_.get(), at, sizeof(ar_hdr));
     ar_hdr header = {};
-    if (bytes.size() != sizeof header || members_.size() == kMostMembers) fail_damaged();
+    if (bytes.size() != sizeof header || members_.size() == kMaxMembers) fail_damaged();
     memcpy(&header, bytes.data(), sizeof header);
     at += static_cast<off_t>(sizeof header);
     const std::optional<uint64_t> size = size_in(header);
@@ -86,9 +86,9 @@ ArchiveFile::ArchiveFile(const std::string& path)
 const ArchiveFile::Member& ArchiveFile::find(std::string_view name) const {
   const auto has_name = [name](const Member& member) { return member.name == name; };
   const auto found = std::find_if(members_.begin(), members_.end(), has_name);
-  if (found == members_.end()) throw Failure(ENOENT, "it does not hold " + std::string(name));
+  if (found == members_.end()) throw Failure(ENOENT, "member " + std::string(name) + " is missing");
   if (std::find_if(found + 1, members_.end(), has_name) != members_.end()) {
-    throw Failure(EINVAL, "it holds " + std::string(name) + " more than once");
+    throw Failure(EINVAL, "member " + std::string(name) + " occurs more than once");
   }
   return *found;
 }
@@ -117,7 +117,8 @@ void ArchiveFile::unpack(const Member& member, const std::string& path) const {
   for (uint64_t at = 0; at < member.bytes;) {
     const std::string piece = read(member, at, kPiece);
     if (piece.empty()) fail_damaged();
-    if (!write_all(file.get(), piece)) throw Failure::of_system("cannot unpack " + member.name);
+    if (!tarvio::write_all(file.get(), piece))
+      throw Failure::of_system("cannot unpack " + member.name);
     at += piece.size();
   }
 }

@@ -21,7 +21,7 @@ class ArchiveFile {
     uint64_t bytes;
   };
 
-  // Throws a Failure for a file that is no archive, or not a whole one.
+  // Throws a Failure for a file that is not an archive, or truncated.
   explicit ArchiveFile(const std::string& path);
 
   // Throws a Failure when there is no such member, or more than one.

@@ -16,30 +16,30 @@ using Member = ArchiveFile::Member;
 
 constexpr size_t kPiece = 65536;
 
-void check_file_system(const Member& member, uint64_t largest_bytes) {
+void check_size(const Member& member, const AreaPart& part) {
+  if (member.bytes <= part.largest_bytes) return;
+  throw Failure(EFBIG, member.name + " of " + size_words(member.bytes) +
+                           " is larger than its area of " + size_words(part.largest_bytes));
+}
+
+void check_file_system(const Member& member, const AreaPart& part) {
   if (member.bytes == 0 || member.bytes % tarvio::kEraseBlockBytes != 0) {
-    throw Failure(EIO, "its image is not one of whole erase blocks");
+    throw Failure(EIO, "its image is not a whole number of erase blocks");
   }
-  if (member.bytes > largest_bytes) {
-    throw Failure(EFBIG, "its image of " + size_words(member.bytes) + " is larger than its " +
-                             size_words(largest_bytes));
-  }
+  check_size(member, part);
 }
 
 void check_fits(const Member& member, const AreaPart& part) {
   if (member.bytes == 0) throw Failure(EINVAL, member.name + " is empty");
-  if (member.bytes > part.largest_bytes) {
-    throw Failure(EFBIG, member.name + " of " + size_words(member.bytes) +
-                             " is larger than its area of " + size_words(part.largest_bytes));
-  }
+  check_size(member, part);
   const uint64_t page = size_of_device(part.device).page_bytes;
   if (page == 0 || member.bytes % page != 0) {
-    throw Failure(EINVAL, member.name + " is not one of whole pages of " + std::to_string(page) +
-                              " bytes: it could not be written");
+    throw Failure(EINVAL, member.name + " is not a whole number of pages of " +
+                              std::to_string(page) + " bytes");
   }
 }
 
-// What a backup has filled up with zeros, because of bad blocks, need not find room.
+// The zeros that a backup pads with, because of bad blocks, need no room.
 void check_room(const ArchiveFile& package, const Member& member, const AreaPart& part,
                 const FlashJobs& jobs) {
   const uint64_t good = jobs.good_bytes(part.device);
@@ -56,7 +56,7 @@ void compare(const ArchiveFile& package, const Member& member, const std::string
              const AreaPart& part) {
   const tarvio::File file(fopen(dump.c_str(), "re"));
   if (file == nullptr) {
-    throw Failure(ENODATA, std::string("nothing could be read from ") + part.device);
+    throw Failure(ENODATA, std::string("no data could be read from ") + part.device);
   }
   std::string other;
   for (uint64_t at = 0; at < member.bytes;) {
@@ -65,8 +65,8 @@ void compare(const ArchiveFile& package, const Member& member, const std::string
     other.resize(fread(other.data(), 1, other.size(), file.get()));
     if (piece.empty() || piece.compare(0, other.size(), other) != 0 ||
         !is_fill(piece.substr(other.size()))) {
-      throw Failure(EIO, std::string(part.device) + " does not hold what " + member.name +
-                             " holds, from about " + std::to_string(at) + " bytes on");
+      throw Failure(EIO, std::string("verification failed: ") + part.device + " differs from " +
+                             member.name + " at about byte " + std::to_string(at));
     }
     at += piece.size();
   }
@@ -80,9 +80,9 @@ uint64_t check_saved(const ArchiveFile& package, const FlashArea& area) {
     const Member& member = package.find(member_of(part));
     bytes += member.bytes;
     if (area.is_jffs2) {
-      check_file_system(member, part.largest_bytes);
+      check_file_system(member, part);
     } else if (member.bytes != part.backup_bytes) {
-      throw Failure(EIO, member.name + " has " + size_words(member.bytes) + " in place of " +
+      throw Failure(EIO, member.name + " has " + size_words(member.bytes) + " instead of " +
                              size_words(part.backup_bytes));
     }
   }

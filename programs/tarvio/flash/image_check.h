@@ -10,7 +10,7 @@
 
 namespace client {
 
-// All throw a Failure that tells what is wrong, and return the bytes of the area in the package.
+// All throw a Failure that says what is wrong, and return the bytes of the area in the package.
 
 // An area that was just saved.
 uint64_t check_saved(const ArchiveFile& package, const FlashArea& area);

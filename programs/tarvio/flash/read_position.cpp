@@ -1,28 +1,23 @@
 #include "flash/read_position.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <functional>
-#include <memory>
 #include <string_view>
 
+#include "base/owners.h"
 #include "process/system_file.h"
 
 namespace client {
 
 namespace {
 
-struct CloseDirectory {
-  void operator()(DIR* directory) const noexcept { (void)closedir(directory); }
-};
-
 // The entries whose names are numbers; none of a directory that cannot be listed.
 void for_numbers(const std::string& path, const std::function<void(const std::string&)>& work) {
-  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
+  const tarvio::Directory directory(opendir(path.c_str()));
   if (directory == nullptr) return;
   while (const dirent* const entry = readdir(directory.get())) {
     if (std::isdigit(static_cast<unsigned char>(entry->d_name[0])) != 0) work(entry->d_name);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,6 +13,7 @@
 #include "flash/image_check.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
+#include "process/paths.h"
 #include "terminal/output.h"
 #include "terminal/printable_text.h"
 #include "terminal/question.h"
@@ -29,18 +29,18 @@ using Areas = std::vector<const FlashArea*>;
 // the boot loader when none does: a line must be the name of just one.
 Areas areas_of(const PackageFile& package) {
   if (!package.kind || package.kind->category != kImageCategory) {
-    throw Failure(EINVAL, "it is no image package");
+    throw Failure(EINVAL, "not an image package");
   }
   Areas areas;
   for (const std::string& target : package.kind->targets) {
     const FlashArea* const area = find_area(target);
-    if (area == nullptr) throw Failure(EINVAL, "its target '" + target + "' is no area");
+    if (area == nullptr) throw Failure(EINVAL, "unknown flash area '" + target + "'");
     if (std::find(areas.begin(), areas.end(), area) != areas.end()) {
-      throw Failure(EINVAL, "it names the target '" + target + "' twice");
+      throw Failure(EINVAL, "lists flash area '" + target + "' twice");
     }
     areas.push_back(area);
   }
-  if (areas.empty()) throw Failure(EINVAL, "it names no area");
+  if (areas.empty()) throw Failure(EINVAL, "lists no flash area");
   return areas;
 }
 
@@ -58,13 +58,13 @@ void check_harmless(const Areas& areas) {
   for (const FlashArea* const area : areas) {
     const std::string use = use_of(*area);
     if (use.empty()) continue;
-    throw Failure(EBUSY, std::string(area->name) + ": " + use + ": --force writes it all the same");
+    throw Failure(EBUSY, std::string(area->name) + ": " + use + "; use --force to write anyway");
   }
   if (loses_hibernation(areas)) {
     throw Failure(
         EINVAL,
-        "it names bootsetting behind hibernation, whose information block would be erased "
-        "again: --force writes them all the same");
+        "lists bootsetting after hibernation and would erase its information block; use --force "
+        "to write anyway");
   }
 }
 
@@ -85,7 +85,7 @@ std::string state_of(const std::vector<RestoredArea>& restored) {
   std::string state;
   for (const auto& [what, names] : {std::pair{"erased or half written: ", unfinished},
                                     {"written: ", written},
-                                    {"as before: ", untouched}}) {
+                                    {"unchanged: ", untouched}}) {
     if (!names.empty()) state += (state.empty() ? "" : "; ") + (what + names);
   }
   return state;
@@ -129,26 +129,22 @@ class RestoreRun {
     check_space({work_place_, room()}, {work_place_, 0});
     confirm(directory.signals());
     unpack(package, directory);
-    AreaRestoring(areas_, jobs, restored_).run();
+    RestoreTracker(jobs, restored_).run();
     if (request_.verify) verify_areas(package, jobs);
     judge();
   }
 
-  void for_areas(const std::function<void(const FlashArea&, RestoredArea&)>& work) {
-    for (size_t at = 0; at < areas_.size(); ++at) work(*areas_[at], restored_[at]);
-  }
-
   void check(const ArchiveFile& package, const FlashJobs& jobs) {
-    for_areas([&](const FlashArea& area, RestoredArea& restored) {
+    for (RestoredArea& area : restored_) {
       try {
-        restored.size_bytes = check_to_restore(package, area, jobs);
+        area.size_bytes = check_to_restore(package, *find_area(area.name), jobs);
       } catch (const Failure& failure) {
-        throw Failure(failure.code(), restored.name + ": " + failure.what(), failure.status());
+        throw Failure(failure.code(), area.name + ": " + failure.what(), failure.status());
       }
-    });
+    }
   }
 
-  // The areas' files lie there all at once before the first one is written, and are gone before the
+  // The areas' files are there all at once before the first one is written, and gone before the
   // first dump.
   [[nodiscard]] uint64_t room() const {
     uint64_t files = 0;
@@ -165,14 +161,14 @@ class RestoreRun {
   void confirm(const SignalHold& signals) const {
     if (request_.yes) return;
     if (!can_ask()) {
-      throw Failure(EPERM, "nobody can be asked, without a terminal: --yes writes without asking");
+      throw Failure(EPERM, "cannot ask for confirmation without a terminal; use --yes");
     }
     const std::string question =
-        table_of(restored_) + "These areas are erased and written anew. Go on? [y/N] ";
-    if (!ask(question, signals)) throw Failure(ECANCELED, "it was not wanted");
+        table_of(restored_) + "These areas will be erased and rewritten. Continue? [y/N] ";
+    if (!ask(question, signals)) throw Failure(ECANCELED, "cancelled");
   }
 
-  // All before the first area is erased, so that nothing can be missing behind that.
+  // All before the first area is erased, so that nothing can be missing after that.
   void unpack(const ArchiveFile& package, const WorkDirectory& directory) const {
     for (const FlashArea* const area : areas_) {
       for (const AreaPart& part : parts_of(*area)) {
@@ -182,27 +178,27 @@ class RestoreRun {
   }
 
   void verify_areas(const ArchiveFile& package, const FlashJobs& jobs) {
-    for_areas([&](const FlashArea& area, RestoredArea& restored) {
-      if (restored.state != AreaState::kWritten) return;
+    for (RestoredArea& area : restored_) {
+      if (area.state != AreaState::kWritten) continue;
       progress_.begin(area.name);
       try {
-        progress_.end("verified", verify(package, area, jobs));
-        restored.is_verified = true;
+        progress_.end("verified", verify(package, *find_area(area.name), jobs));
+        area.is_verified = true;
       } catch (const Failure& failure) {
-        restored.failure = failure.what();
-        restored.state = AreaState::kUnfinished;
+        area.failure = failure.what();
+        area.state = AreaState::kUnfinished;
       }
-    });
+    }
   }
 
   void judge() {
     progress_.give_up();
     std::string failed;
-    for_areas([&](const FlashArea& area, const RestoredArea& restored) {
-      if (restored.state == AreaState::kWritten) return;
-      complain(restored.name + ": " + restored.failure);
-      failed += (failed.empty() ? "" : ", ") + std::string(area.name);
-    });
+    for (const RestoredArea& area : restored_) {
+      if (area.state == AreaState::kWritten) continue;
+      complain(area.name + ": " + (area.failure.empty() ? "not written" : area.failure));
+      failed += (failed.empty() ? "" : ", ") + area.name;
+    }
     if (!failed.empty()) throw Failure(EIO, failed + " failed");
   }
 

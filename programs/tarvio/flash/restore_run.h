@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "flash/area_restoring.h"
+#include "flash/restore_tracker.h"
 #include "terminal/progress.h"
 
 namespace client {

@@ -7,18 +7,20 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
-#include <climits>
 #include <cstdlib>
 #include <exception>
 
-#include "base/owners.h"
+#include "base/deadline.h"
+#include "base/pipe.h"
 #include "process/failure.h"
-#include "terminal/output.h"
 
 namespace client {
 
 namespace {
+
+using tarvio::Deadline;
+using tarvio::Pipe;
+using Work = std::function<void(int output)>;
 
 struct ChildEnd {
   int status = 0;  // its exit status; 128 and the number of the signal that ended it
@@ -26,47 +28,19 @@ struct ChildEnd {
   std::string errors;  // what it wrote on standard error, at least the beginning
 };
 
-using Clock = std::chrono::steady_clock;
-using Milliseconds = std::chrono::milliseconds;
-
-constexpr size_t kMostErrors = 65536;
+constexpr size_t kMaxErrors = 65536;
 constexpr int kCannotRun = 127;
 constexpr int kSignalled = 128;
-constexpr Milliseconds kGrace{2000};  // from the request to end to the order
-constexpr int kMostPieces = 8;  // more than a pipe holds, so that nothing of a dead child stays
+constexpr int kGraceMs = 2000;  // from SIGTERM to SIGKILL
+constexpr int kMaxPieces = 8;   // more than a pipe holds, so that nothing of a dead child stays
 
-struct Pipe {
-  tarvio::Fd read_end;
-  tarvio::Fd write_end;
-
-  Pipe() {
-    std::array<int, 2> ends = {};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) throw Failure::of_system("cannot make a pipe");
-    read_end.reset(ends[0]);
-    write_end.reset(ends[1]);
-    (void)fcntl(read_end.get(), F_SETFL, O_NONBLOCK);
-  }
-};
-
-// When a number of seconds is over; never when there are none.
-class Deadline {
- public:
-  explicit Deadline(double seconds)
-      : is_set_(seconds > 0),
-        end_(Clock::now() +
-             std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))) {}
-  [[nodiscard]] bool is_over() const { return is_set_ && Clock::now() >= end_; }
-  // For poll.
-  [[nodiscard]] int rest() const {
-    if (!is_set_) return -1;
-    const auto left = std::chrono::ceil<Milliseconds>(end_ - Clock::now()).count();
-    return static_cast<int>(std::clamp<decltype(left)>(left, 0, INT_MAX));
-  }
-
- private:
-  bool is_set_;
-  Clock::time_point end_;
-};
+// The pipe's end that this process reads never blocks it.
+Pipe open_pipe() {
+  Pipe pipe;
+  if (!pipe.valid()) throw Failure::of_system("cannot create a pipe");
+  (void)fcntl(pipe.read_end.get(), F_SETFL, O_NONBLOCK);
+  return pipe;
+}
 
 // Of two times for poll, where a negative one is for ever.
 int sooner(int one, int other) {
@@ -77,11 +51,11 @@ int sooner(int one, int other) {
 // A running child.
 class Child {
  public:
-  // The body writes to the descriptor that it is given, and does not return.
-  Child(const WorkDirectory& directory, const std::function<void(int)>& body)
+  // The work writes to the descriptor that it is given.
+  Child(const WorkDirectory& directory, const Work& work)
       : signals_(directory.signals()), pid_(fork()) {
-    if (pid_ < 0) throw Failure::of_system("cannot make a process");
-    if (pid_ == 0) become_child(directory, body);
+    if (pid_ < 0) throw Failure::of_system("cannot start a process");
+    if (pid_ == 0) become_child(directory, work);
     (void)setpgid(pid_, pid_);  // whoever of the two comes first
     output_.write_end.reset();
     errors_.write_end.reset();
@@ -92,27 +66,26 @@ class Child {
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
 
-  ChildEnd wait(double seconds, const Sink& sink, const Watch& watch = {}) {
-    const Deadline deadline(seconds);
+  ChildEnd wait(double seconds, const Sink& sink, const Tick& tick = {{}, -1}) {
+    const Deadline deadline = Deadline::after_seconds(seconds);
     ChildEnd end;
     while (!is_reaped()) {
-      if (deadline.is_over()) {
+      if (deadline.passed()) {
         end.is_late = true;
         end_group();
         break;
       }
-      wait_for_event(sooner(deadline.rest(), watch.tick_ms));
-      read_all(sink, watch.trace, end.errors);
-      if (watch.tick) watch.tick();
+      wait_for_event(sooner(deadline.remaining_ms(), tick.every_ms));
+      read_all(sink, end.errors);
+      if (tick.call) tick.call();
     }
-    read_all(sink, watch.trace, end.errors);
+    read_all(sink, end.errors);
     end.status = status_;
     return end;
   }
 
  private:
-  [[noreturn]] void become_child(const WorkDirectory& directory,
-                                 const std::function<void(int)>& body) {
+  [[noreturn]] void become_child(const WorkDirectory& directory, const Work& work) {
     (void)setpgid(0, 0);
     signals_.release_in_child();
     // A user's own defaults for the tools would change what they do.
@@ -121,10 +94,10 @@ class Child {
     if (dup2(nothing, STDIN_FILENO) < 0 || dup2(errors_.write_end.get(), STDERR_FILENO) < 0 ||
         dup2(STDERR_FILENO, STDOUT_FILENO) < 0 || setenv("LC_ALL", "C", 1) != 0 ||
         chdir(directory.path().c_str()) != 0) {
-      give_up(std::string("cannot set a process up: ") + strerror(errno));
+      give_up(std::string("cannot set up a process: ") + strerror(errno));
     }
     try {
-      body(output_.write_end.get());
+      work(output_.write_end.get());
       _exit(EXIT_SUCCESS);
     } catch (const std::exception& error) {
       give_up(error.what());
@@ -132,7 +105,7 @@ class Child {
   }
 
   [[noreturn]] static void give_up(const std::string& why) {
-    (void)write_all(STDERR_FILENO, why + '\n');
+    (void)tarvio::write_all(STDERR_FILENO, why + '\n');
     _exit(kCannotRun);
   }
 
@@ -158,37 +131,32 @@ class Child {
 
   void forget_ended_children() const {
     std::array<char, 1024> notes;
-    while (read(signals_.child(), notes.data(), notes.size()) > 0) {
+    while (tarvio::read_some(signals_.child(), notes) > 0) {
     }
   }
 
-  void read_all(const Sink& sink, const Sink& trace, std::string& errors) {
+  void read_all(const Sink& sink, std::string& errors) {
     read_pipe(output_, sink);
     read_pipe(errors_, [&](std::string_view piece) {
-      if (trace) return trace(piece);
-      errors += piece.substr(0, kMostErrors - std::min(kMostErrors, errors.size()));
+      errors += piece.substr(0, kMaxErrors - std::min(kMaxErrors, errors.size()));
     });
   }
 
   static void read_pipe(Pipe& pipe, const Sink& sink) {
     std::array<char, 16384> piece;
-    for (int pieces = 0; pieces < kMostPieces && pipe.read_end.valid(); ++pieces) {
-      const ssize_t count = read(pipe.read_end.get(), piece.data(), piece.size());
-      if (count > 0) {
-        sink({piece.data(), static_cast<size_t>(count)});
-      } else if (count == 0) {
-        pipe.read_end.reset();
-      } else if (errno != EINTR) {
-        return;
-      }
+    for (int pieces = 0; pieces < kMaxPieces && pipe.read_end.valid(); ++pieces) {
+      const ssize_t count = tarvio::read_some(pipe.read_end.get(), piece);
+      if (count < 0) return;
+      if (count == 0) return pipe.read_end.reset();
+      sink({piece.data(), static_cast<size_t>(count)});
     }
   }
 
   void end_group() {
     (void)kill(-pid_, SIGTERM);
-    const auto order = Clock::now() + kGrace;
+    const Deadline grace = Deadline::after(kGraceMs);
     pollfd child = {signals_.child(), POLLIN, 0};
-    while (!is_reaped() && Clock::now() < order) {
+    while (!is_reaped() && !grace.passed()) {
       (void)poll(&child, 1, 50);
       forget_ended_children();
     }
@@ -199,18 +167,12 @@ class Child {
   }
 
   const SignalHold& signals_;
-  Pipe output_;
-  Pipe errors_;
+  Pipe output_ = open_pipe();
+  Pipe errors_ = open_pipe();
   pid_t pid_;
   bool is_gone_ = false;
   int status_ = 0;
 };
-
-[[noreturn]] void fail_late(const std::string& what) {
-  throw Failure(ETIMEDOUT,
-                what + " was not done in time and was ended: --timeout SECONDS waits longer",
-                kTimeout);
-}
 
 // gzip begins its complaints with an empty line.
 std::string first_line(std::string text) {
@@ -223,13 +185,21 @@ std::string last_line(std::string text) {
   return text.substr(text.rfind('\n') + 1);
 }
 
-[[noreturn]] void fail_with(const std::string& what, int status, const std::string& words) {
-  throw Failure(EIO, what + " failed with status " + std::to_string(status) +
+void check(const std::string& what, const ChildEnd& end,
+           std::string (*line_of)(std::string errors)) {
+  if (end.is_late) {
+    throw Failure(ETIMEDOUT,
+                  what + " timed out and was stopped (use --timeout SECONDS to wait longer)",
+                  kTimeout);
+  }
+  if (end.status == 0) return;
+  const std::string words = line_of(end.errors);
+  throw Failure(EIO, what + " failed with status " + std::to_string(end.status) +
                          (words.empty() ? "" : ": " + words));
 }
 
 // What a job writes: the code of its failure or 0, a line feed, and the message or the result.
-std::string told_by(const std::function<std::string()>& job) {
+std::string report_of(const std::function<std::string()>& job) {
   try {
     return "0\n" + job();
   } catch (const Failure& failure) {
@@ -250,30 +220,33 @@ void run_tool(const WorkDirectory& directory, const std::vector<std::string>& wo
     execvp(arguments[0], arguments.data());
     throw Failure::of_system("cannot run it");
   });
-  const ChildEnd end = child.wait(seconds, sink);
-  if (end.is_late) fail_late(words[0]);
-  // A tool tells the cause first, and at last that it gives up.
-  if (end.status != 0) fail_with(words[0], end.status, first_line(end.errors));
+  // A tool names the cause first, and at last says that it gives up.
+  check(words[0], child.wait(seconds, sink), first_line);
+}
+
+std::string run_apart(const WorkDirectory& directory, const char* tools, const Work& work,
+                      double seconds, const Sink& sink, const Tick& tick) {
+  Child child(directory, work);
+  ChildEnd end = child.wait(seconds, sink, tick);
+  check(tools, end, last_line);  // tools may have complained before the work itself failed
+  return std::move(end.errors);
 }
 
 JobEnd run_job(const WorkDirectory& directory, const char* tools,
-               const std::function<std::string()>& job, double seconds, const Watch& watch) {
-  Child child(directory, [&job](int output) {
-    if (!write_all(output, told_by(job))) throw Failure::of_system("cannot tell the result");
-  });
-  std::string told;
-  ChildEnd end = child.wait(
-      seconds, [&told](std::string_view piece) { told += piece; }, watch);
-  if (end.is_late) fail_late(tools);
-  const size_t line_end = told.find('\n');
-  // Tools may have complained before the job itself failed.
-  if (end.status != 0 || line_end == std::string::npos) {
-    fail_with(tools, end.status, last_line(end.errors));
-  }
-  std::string rest = told.substr(line_end + 1);
-  const int code = static_cast<int>(strtol(told.c_str(), nullptr, 10));
-  if (code != 0) throw Failure(code, rest);
-  return {std::move(rest), std::move(end.errors)};
+               const std::function<std::string()>& job, double seconds) {
+  std::string report;
+  std::string errors = run_apart(
+      directory, tools,
+      [&job](int output) {
+        if (!tarvio::write_all(output, report_of(job))) {
+          throw Failure::of_system("cannot report the result");
+        }
+      },
+      seconds, [&report](std::string_view piece) { report += piece; });
+  std::string result = report.substr(report.find('\n') + 1);
+  const int code = static_cast<int>(strtol(report.c_str(), nullptr, 10));
+  if (code != 0) throw Failure(code, result);
+  return {std::move(result), std::move(errors)};
 }
 
 }  // namespace client

@@ -1,4 +1,4 @@
-// Processes that do a part of the work, each with an end.
+// Child processes with a deadline.
 #ifndef TARVIO_CLIENT_PROCESS_CHILD_H
 #define TARVIO_CLIENT_PROCESS_CHILD_H
 
@@ -15,34 +15,41 @@ namespace client {
 // gone.
 struct Interrupted {};
 
-// Takes what a child writes, piece by piece.
+// Takes what a child writes, piece by piece. What it throws ends the child.
 using Sink = std::function<void(std::string_view)>;
 
-// Both run a process in the work directory, in a process group of its own, with an empty standard
-// input and LC_ALL=C, and wait for it. Whoever is not done after a positive number of seconds, or
-// when a signal comes that ends this process, is ended with its children.
+// Called now and then while a child runs.
+struct Tick {
+  std::function<void()> call;
+  int every_ms;  // at the latest; -1: no time is too long
+};
+
+// All run a process in the work directory, in a process group of its own, with an empty standard
+// input and LC_ALL=C, and wait for it. After a positive number of seconds, or when a signal comes
+// that ends this process, the whole group is killed.
 
 // Runs a program, without a shell. Throws a Failure, with the first line that it wrote on standard
 // error, when it did not succeed.
 void run_tool(const WorkDirectory& directory, const std::vector<std::string>& words, double seconds,
               const Sink& sink);
 
+// Runs a function, for calls into the library that make it run tools: `tools` names these in
+// messages. What it writes to its descriptor goes to the sink; what is written on standard output
+// and standard error is returned. Throws a Failure with the last line of that when the function
+// threw anything.
+std::string run_apart(const WorkDirectory& directory, const char* tools,
+                      const std::function<void(int output)>& work, double seconds, const Sink& sink,
+                      const Tick& tick = {{}, -1});
+
 struct JobEnd {
   std::string result;
   std::string errors;  // what was written on standard error and standard output
 };
 
-// What follows a job while it runs. What it throws ends the job.
-struct Watch {
-  Sink trace;                  // takes the `errors` as they come, in their place
-  std::function<void()> tick;  // called now and then
-  int tick_ms = -1;            // after this time at the latest
-};
-
-// Runs a function, for calls into the library that make it run tools: `tools` names these in
-// messages. Throws the Failure that the function throws, or one of its own.
+// Runs a function of which only the result counts. Throws the Failure that the function throws, or
+// one of its own.
 JobEnd run_job(const WorkDirectory& directory, const char* tools,
-               const std::function<std::string()>& job, double seconds, const Watch& watch = {});
+               const std::function<std::string()>& job, double seconds);
 
 }  // namespace client
 

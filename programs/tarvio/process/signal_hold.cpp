@@ -31,7 +31,7 @@ SignalHold::SignalHold() {
   sigset_t child;
   (void)sigemptyset(&child);
   (void)sigaddset(&child, SIGCHLD);
-  (void)signal(SIGCHLD, SIG_DFL);  // ignored, as a parent may leave it, no end would be told
+  (void)signal(SIGCHLD, SIG_DFL);  // ignored, as a parent may leave it, no end would be reported
   ending_ = descriptor_for(ending);
   child_ = descriptor_for(child);
 

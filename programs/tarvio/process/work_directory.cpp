@@ -7,7 +7,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 
 #include "base/owners.h"
 #include "process/failure.h"
@@ -25,7 +24,8 @@ std::string temporary_beginning() {
 }
 
 // Returns 1 for a directory that could not be listed before, which stops the walk.
-int let_list(const char* path, const struct stat* /*status*/, int kind, struct FTW* /*place*/) {
+int make_listable(const char* path, const struct stat* /*status*/, int kind,
+                  struct FTW* /*place*/) {
   if (kind != FTW_D && kind != FTW_DNR) return 0;
   const bool is_changed = chmod(path, kOwnerOnly) == 0;
   return kind == FTW_DNR && is_changed ? 1 : 0;
@@ -33,13 +33,13 @@ int let_list(const char* path, const struct stat* /*status*/, int kind, struct F
 
 int remove_entry(const char* path, const struct stat* /*status*/, int /*kind*/,
                  struct FTW* /*place*/) {
-  (void)remove(path);  // the rest is worth removing all the same
+  (void)remove(path);  // a failure leaves the rest worth removing
   return 0;
 }
 
 // An archive may bring directories that their owner may not enter.
 void remove_tree(const char* path) {
-  while (nftw(path, let_list, kMaxOpenDirectories, FTW_PHYS) == 1) {
+  while (nftw(path, make_listable, kMaxOpenDirectories, FTW_PHYS) == 1) {
   }
   (void)nftw(path, remove_entry, kMaxOpenDirectories, FTW_PHYS | FTW_DEPTH);
 }
@@ -53,13 +53,9 @@ bool is_own_directory(const std::string& path) {
 std::string absolute(const std::string& path) {
   if (path.starts_with('/')) return path;
   const tarvio::CString current(getcwd(nullptr, 0));
-  if (current == nullptr) throw Failure::of_system("cannot tell the current directory");
+  if (current == nullptr) throw Failure::of_system("cannot find the current directory");
   return std::string(current.get()) + "/" + path;
 }
-
-struct CloseDirectory {
-  void operator()(DIR* directory) const noexcept { (void)closedir(directory); }
-};
 
 }  // namespace
 
@@ -67,13 +63,13 @@ WorkDirectory::WorkDirectory() : WorkDirectory(temporary_beginning()) {}
 
 WorkDirectory::WorkDirectory(const std::string& beginning) : path_(absolute(beginning) + "XXXXXX") {
   if (mkdtemp(path_.data()) == nullptr) {
-    throw Failure::of_system("cannot make a work directory '" + beginning + "XXXXXX'");
+    throw Failure::of_system("cannot create a work directory '" + beginning + "XXXXXX'");
   }
 }
 
 void WorkDirectory::remove_left_over(const std::string& beginning) {
   const std::string parent = beginning.substr(0, beginning.rfind('/') + 1);
-  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(parent.c_str()));
+  const tarvio::Directory directory(opendir(parent.c_str()));
   if (directory == nullptr) return;
   while (const dirent* const entry = readdir(directory.get())) {
     const std::string path = parent + entry->d_name;

@@ -8,17 +8,17 @@
 
 namespace client {
 
-// A new directory that nobody else may enter. It goes with all that is in it at the end of its
-// life, which a signal cannot come before.
+// A new directory that nobody else may enter; removed with its contents on destruction, even after
+// a signal.
 class WorkDirectory {
  public:
   // Below $TMPDIR or /tmp.
   WorkDirectory();
-  // The random end of the name comes behind the beginning.
+  // Its name is the beginning and random letters.
   explicit WorkDirectory(const std::string& beginning);
   ~WorkDirectory();
-  // Removes directories of such a beginning that a killed run or a power cut has left behind. Only
-  // for beginnings of which one run at a time makes directories.
+  // Removes the stale directories of such a beginning that a killed run or a power cut has left.
+  // Only for beginnings of which one run at a time makes directories.
   static void remove_left_over(const std::string& beginning);
   WorkDirectory(const WorkDirectory&) = delete;
   WorkDirectory& operator=(const WorkDirectory&) = delete;

@@ -8,12 +8,13 @@ tq_package_binding* tq_tbx_package_binding = nullptr;
 namespace {
 
 struct BindingState {
-  const char* opkg_dir;  // as the host set it; no operation uses it
+  const char* opkg_dir;  // as the host set it; no operation uses it (oddity 75)
 };
 constinit BindingState binding_state = {};
 
 }  // namespace
 
+// Each call makes a new record (oddity 76).
 tq_package_binding* tq_get_tbx_package_binding(void) {
   tq_package_binding* binding = tarvio::allocate<tq_package_binding>().release();
   if (binding != nullptr) {
@@ -33,6 +34,7 @@ tq_package_binding* tq_get_tbx_package_binding(void) {
 
 void tq_tbx_set_opkg_dir(const char* dir) { binding_state.opkg_dir = dir; }
 
+// This one and those below fill slots for checks of another binding (oddity 75).
 int tq_setup_tbx_package_binding(void) { return 0; }
 
 int tq_tbx_check_file_sign(void) { return 0; }

@@ -1,5 +1,5 @@
-// The category codes of listed packages. The type detection of package files numbers categories
-// differently, on purpose.
+// The category codes of listed packages; those of the type detection differ (oddity 63). Unknown
+// categories are "other" (oddity 64).
 #ifndef TARVIO_SRC_PACKAGE_TQ_TBX_PACKAGE_BINDING_CATEGORY_H
 #define TARVIO_SRC_PACKAGE_TQ_TBX_PACKAGE_BINDING_CATEGORY_H
 

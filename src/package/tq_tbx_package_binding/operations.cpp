@@ -4,7 +4,8 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "base/owners.h"
+#include "base/copies.h"
+#include "base/list_appender.h"
 #include "package/tq_tbx_package_binding/operand.h"
 #include "tarvio/file.h"
 #include "tarvio/opkg.h"
@@ -12,6 +13,8 @@
 #include "tarvio/tbx.h"
 #include "tarvio/text.h"
 #include "util/log_macros.h"
+
+using tarvio::CString;
 
 namespace {
 
@@ -31,8 +34,7 @@ int refuse(const char* function, const char* operand, const char* why) {
 }
 
 int refuse_operand(const char* function, const char* operand) {
-  return refuse(function, operand,
-                "has a character that means something to the shell, or begins like an option");
+  return refuse(function, operand, "contains a shell metacharacter or begins like an option");
 }
 
 int out_of_memory(const char* function) {
@@ -40,68 +42,46 @@ int out_of_memory(const char* function) {
   return ENOMEM;
 }
 
-tarvio::CString copy_of(const char* string) {
-  char* copy = nullptr;
-  tq_strdup(&copy, string);
-  return tarvio::CString(copy);
+// Copies what a variable of the environment holds, because another thread may change it meanwhile.
+// False when memory runs out.
+bool read_options(const char* function, const char* variable, const char* what, CString& options) {
+  const char* const value = getenv(variable);
+  if (value == nullptr) return true;
+  options = tarvio::copy_of(value);
+  if (options == nullptr) return false;
+  TQ_DEBUG("%s: %s=[%s] ", function, what, options.get());
+  return true;
 }
 
-// Options of opkg, from the environment: the administrator's, so they go to the shell as they are.
-// Copies, because another thread may change the environment meanwhile.
-struct OpkgOptions {
-  tarvio::CString general;
-  tarvio::CString force;
-};
-
-int read_options(const char* function, OpkgOptions& options) {
-  if (const char* value = getenv("OPKG_OPTIONS"); value != nullptr) {
-    options.general = copy_of(value);
-    if (options.general == nullptr) return out_of_memory(function);
-    TQ_DEBUG("%s: options=[%s] ", function, options.general.get());
-  }
-  if (const char* value = getenv("OPKG_FORCE_OPTIONS"); value != nullptr) {
-    options.force = copy_of(value);
-    if (options.force == nullptr) return out_of_memory(function);
-    TQ_DEBUG("%s: force options=[%s] ", function, options.force.get());
-  }
-  return 0;
-}
-
-// Runs opkg with the options from the environment. With force, the fixed force options take the
-// place of the environment's.
+// Runs opkg with the options from the environment: they are the administrator's, so they go to the
+// shell as they are. With force, the fixed force options take the place of the environment's.
 int run_opkg(const char* function, const char* word, int force, const char* forced,
              const char* target) {
-  OpkgOptions options;
-  const int read = read_options(function, options);
-  if (read != 0) return read;
-  return tq_opkg_run_command_with_options(word, options.general.get(),
-                                          force != 0 ? forced : options.force.get(), target);
+  CString options;
+  CString force_options;
+  if (!read_options(function, "OPKG_OPTIONS", "options", options) ||
+      !read_options(function, "OPKG_FORCE_OPTIONS", "force options", force_options)) {
+    return out_of_memory(function);
+  }
+  return tq_opkg_run_command_with_options(word, options.get(),
+                                          force != 0 ? forced : force_options.get(), target);
 }
 
-// The copy of a package file under the name that opkg takes; removed at the end of its life, and
-// also when it could not be made.
-class OpkgFile {
- public:
-  explicit OpkgFile(tarvio::CString path) : path_(std::move(path)) {}
-  OpkgFile(const OpkgFile&) = delete;
-  OpkgFile& operator=(const OpkgFile&) = delete;
-  ~OpkgFile() { (void)tq_file_delete(path_.get()); }
-
-  [[nodiscard]] int copy_from(const char* package) const {
-    return tq_copy_file(package, path_.get());
+// Removes the file as well, even one that could not be written whole.
+struct RemoveFile {
+  void operator()(char* path) const noexcept {
+    (void)tq_file_delete(path);
+    free(path);
   }
-  [[nodiscard]] const char* path() const { return path_.get(); }
-
- private:
-  tarvio::CString path_;
 };
+using TemporaryFile = std::unique_ptr<char, RemoveFile>;
 
 }  // namespace
 
 int tq_tbx_install(const char* path, int force) {
   if (path == nullptr) {
     TQ_DEBUG("%s: opkg install [(null)] ", kInstall);
-    return -1;
+    return -1;  // not an errno value (oddity 77)
   }
   if (access(path, R_OK) != 0) {
     const int error = errno;
@@ -110,36 +90,37 @@ int tq_tbx_install(const char* path, int force) {
   }
   if (!tarvio::is_plain_operand(path)) return refuse_operand(kInstall, path);
   if (strstr(path, kPackageExtension) == nullptr) {
-    return refuse(kInstall, path, "has no .tbx in its name, so its copy for opkg would be itself");
+    return refuse(kInstall, path, "needs .tbx in its name, or opkg's copy would overwrite it");
   }
 
-  tarvio::CString opkg_path = copy_of(path);
+  CString opkg_path = tarvio::copy_of(path);
   if (opkg_path == nullptr) return out_of_memory(kInstall);
+  // Everywhere in the path (oddity 78). A file that has this name already is lost (oddity 79).
   tq_replace_string(opkg_path.get(), kPackageExtension, kOpkgExtension);
-  const OpkgFile opkg_file(std::move(opkg_path));
-  const int copied = opkg_file.copy_from(path);
+  const TemporaryFile opkg_file(opkg_path.release());
+  const int copied = tq_copy_file(path, opkg_file.get());
   if (copied != 0) {
     TQ_DEBUG("%s: ipk file create error ", kInstall);
     return copied;
   }
-  return run_opkg(kInstall, "install", force, kInstallForced, opkg_file.path());
+  return run_opkg(kInstall, "install", force, kInstallForced, opkg_file.get());
 }
 
 int tq_tbx_remove(const char* name, int force) {
   if (name == nullptr) {
     TQ_DEBUG("%s: opkg remove [(null)] ", kRemove);
-    return -1;
+    return -1;  // (oddity 77)
   }
   if (!tarvio::is_plain_operand(name)) return refuse_operand(kRemove, name);
   return run_opkg(kRemove, "remove", force, kRemoveForced, name);
 }
 
 int tq_tbx_files(const char* name, tq_list_t* files) {
-  if (name == nullptr) return -1;
+  if (name == nullptr) return -1;  // (oddity 77)
   if (files == nullptr) return EINVAL;
   if (!tarvio::is_plain_operand(name)) return refuse_operand(kFiles, name);
 
-  // Neither the options nor the offline root belong to this command, on purpose.
+  // Neither the options nor the offline root belong to this command (oddity 80).
   char command[kFilesLineSize];
   const int length = snprintf(command, sizeof command, "%s %s %s", "opkg", "files", name);
   if (static_cast<size_t>(length) >= sizeof command) {
@@ -152,11 +133,8 @@ int tq_tbx_files(const char* name, tq_list_t* files) {
   const int result = tq_opkg_run_command(command, lines.get());
   if (result != 0 || lines->head == nullptr) return result;
 
-  // The heading stays behind; the nodes of the other lines change hands, which cannot fail.
-  tq_list_node* last = tq_list_get_last(files);
-  (last == nullptr ? files->head : last->next) = lines->head->next;
-  files->count += lines->count - 1;
-  lines->head->next = nullptr;
-  lines->count = 1;
+  const CString heading(static_cast<char*>(lines->head->element));  // not a file (oddity 81)
+  (void)tq_list_remove(lines.get(), 0);
+  tarvio::ListAppender(*files).append_all(*lines);
   return 0;
 }

@@ -23,8 +23,8 @@ constexpr size_t kSizeField = 2;       // of a line of a verbose tar listing
 constexpr size_t kAvailableField = 3;  // of a line of df, in blocks of 1024 bytes
 constexpr uint32_t kBlockBytes = 1024;
 
-// All sizes are 32-bit numbers that wrap around, and a text is read as a 32-bit host reads it: the
-// results are those of the device, on purpose.
+// All sizes are 32-bit numbers that wrap around, and a text is read as a 32-bit host reads it
+// (oddity 82).
 using Bytes = int32_t;
 
 Bytes add(Bytes a, Bytes b) {
@@ -48,10 +48,8 @@ std::optional<Bytes> number_in(const char* line, size_t field) {
   return decimal(words.get()[field]);
 }
 
-// The sizes of all members of an archive together.
-std::optional<Bytes> measure(const char* archive) {
-  char command[64];
-  (void)snprintf(command, sizeof command, "%s %s %s", "tar", "ztvf", archive);
+// The sizes of all members of an archive together, from the output of a command that lists them.
+std::optional<Bytes> measure(const char* command) {
   const tarvio::Stream listing(popen(command, "re"));
   if (listing == nullptr) return std::nullopt;
   Bytes sum = 0;
@@ -64,7 +62,7 @@ std::optional<Bytes> measure(const char* archive) {
   return sum;
 }
 
-// None when df cannot be started. Of several file systems the first one counts.
+// Of the first file system that df lists (oddity 83); none when df cannot be started.
 std::optional<Bytes> free_space() {
   const tarvio::Stream output(popen("df", "re"));
   if (output == nullptr) return std::nullopt;
@@ -78,9 +76,9 @@ std::optional<Bytes> free_space() {
 
 // Of the unpacked members in the current directory.
 int compare_with_free_space() {
-  const std::optional<Bytes> control = measure(kMembers[0]);
+  const std::optional<Bytes> control = measure("tar ztvf control.tar.gz");
   if (!control || *control < 0) return -1;
-  const std::optional<Bytes> data = measure(kMembers[1]);
+  const std::optional<Bytes> data = measure("tar ztvf data.tar.gz");
   if (!data || *data < 0) return -1;
   const std::optional<Bytes> disk = free_space();
   if (!disk || *disk < 0) return -1;
@@ -104,7 +102,7 @@ int unpack(const char* path) {
 int tq_tbx_check_file_size(const char* path) {
   if (path == nullptr) {
     TQ_DEBUG("%s: parameter is null ", kCheckSize);
-    return -1;
+    return -1;  // not an errno value (oddity 77)
   }
   int result = unpack(path);
   if (result != 0) {
@@ -112,6 +110,7 @@ int tq_tbx_check_file_size(const char* path) {
   } else {
     result = compare_with_free_space();
   }
+  // Whether they were there before or not (oddity 84).
   for (const char* member : kMembers) (void)tq_file_delete(member);
   return result;
 }

@@ -2,7 +2,7 @@
 
 #include "tarvio/error.h"
 
-// 10303 repeats the text of 10302 and 10304 has no row, on purpose.
+// 10303 has the text of 10302 (oddity 6), and 10304 has no row (oddity 7).
 const tq_err_code tq_err_code_map[TQ_ERR_CODE_MAP_SIZE] = {
     {TQ_ERR_BOOT, "Tarvio boot failed."},
     {TQ_ERR_STATUS_INIT, "_Tarvio status manager init failed."},

@@ -12,13 +12,14 @@ namespace {
 constexpr int kHighestErrno = EHWPOISON;  // of Linux
 constexpr int16_t kNone = INT16_MAX;
 
-// Most bytes of a tool's output begin no message at all, so the messages are kept by their first
-// byte: one pass over a text takes the place of a search for each message.
+// A tool may print 100,000 lines, and there are over 130 messages. Few bytes begin one, so messages
+// are kept by their first byte, and one pass over a text replaces a search for each message.
 class MessageIndex {
  public:
   void fill() {
     by_first_byte_.fill(kNone);
-    // From the highest one down, so that each chain runs upwards.
+    // From the highest down, so that each chain ascends and a search may stop at the smallest
+    // found.
     for (int16_t error = kHighestErrno; error >= 0; --error) {
       const char* text = strerrordesc_np(error);
       if (text == nullptr) continue;  // a number that is not assigned

@@ -3,9 +3,8 @@
 
 #include <span>
 
-#include "base/owners.h"
+#include "base/copies.h"
 #include "tarvio/conf.h"
-#include "tarvio/text.h"
 
 static_assert(offsetof(tq_conf, pairs) == sizeof(void*));
 
@@ -22,12 +21,6 @@ tq_conf_pair* find_pair(const tq_conf& conf, const char* name) {
   return nullptr;
 }
 
-tarvio::CString copy_of(const char* text) {
-  char* copy = nullptr;
-  tq_strdup(&copy, text);
-  return tarvio::CString(copy);
-}
-
 }  // namespace
 
 const char* tq_conf_read(const tq_conf* conf, const char* name) {
@@ -37,7 +30,8 @@ const char* tq_conf_read(const tq_conf* conf, const char* name) {
 
 int tq_conf_write(tq_conf* conf, const char* name, const char* value) {
   if (conf == nullptr || name == nullptr || value == nullptr) return EINVAL;
-  tarvio::CString value_copy = copy_of(value);
+  // First, because the value may be the one that it replaces.
+  tarvio::CString value_copy = tarvio::copy_of(value);
   if (value_copy == nullptr) return ENOMEM;
   if (tq_conf_pair* pair = find_pair(*conf, name); pair != nullptr) {
     free(pair->value);
@@ -45,7 +39,7 @@ int tq_conf_write(tq_conf* conf, const char* name, const char* value) {
     return 0;
   }
 
-  tarvio::CString name_copy = copy_of(name);
+  tarvio::CString name_copy = tarvio::copy_of(name);
   if (name_copy == nullptr) return ENOMEM;
   const auto count = static_cast<size_t>(conf->count);
   void* grown = realloc(conf->pairs, (count + 1) * sizeof(tq_conf_pair));

@@ -1,6 +1,7 @@
 #include <string.h>
 
-#include "tarvio/file.h"
+#include "base/file_type.h"
+#include "base/line_reader.h"
 #include "tarvio/text.h"
 #include "util/log_macros.h"
 #include "util/tq_load_conf/conf_owner.h"
@@ -9,11 +10,11 @@ using tarvio::Conf;
 
 namespace {
 
-constexpr size_t kPieceSize = 256;  // a longer line counts as several
+constexpr size_t kPieceSize = 256;  // a longer line counts as several (oddity 25)
 constexpr char kSeparators[] = ": ";
 
-// Stores the first two words of a line as name and value; the value is one word on purpose, as only
-// one-word fields are looked up. False when the line holds no pair.
+// Stores the first two words of a line as name and value: only fields of one word are ever looked
+// up (oddity 24). False when the line holds no pair.
 bool store_line(tq_conf& conf, char* line) {
   tq_chop(line);
   if (strlen(line) <= 1 || strstr(line, kSeparators) == nullptr) return false;
@@ -21,7 +22,7 @@ bool store_line(tq_conf& conf, char* line) {
   const char* name = strtok_r(line, kSeparators, &rest);
   char* value = name == nullptr ? nullptr : strtok_r(nullptr, kSeparators, &rest);
   if (value == nullptr) return false;
-  (void)tq_conf_write(&conf, name, tq_chop(value));  // a pair without memory is left out
+  (void)tq_conf_write(&conf, name, tq_chop(value));  // without memory it is left out (oddity 30)
   return true;
 }
 
@@ -35,9 +36,8 @@ tq_conf* tq_conf_open(const char* path) {
     TQ_DEBUG("%s: malloc error ", "tq_conf_open");
     return nullptr;
   }
-  int32_t is_file = 0;
-  tq_file_exist(path, &is_file);
-  if (is_file == 0) return nullptr;
+  // Before it is opened: opening a pipe waits for a writer.
+  if (!tarvio::is_regular_file(path)) return nullptr;
   const tarvio::File file(fopen(path, "rbe"));
   if (file == nullptr) {
     TQ_DEBUG("%s: fopen error %s ", "tq_conf_open", path);
@@ -45,9 +45,9 @@ tq_conf* tq_conf_open(const char* path) {
   }
 
   bool found = false;
-  char line[kPieceSize];
-  while (fgets(line, sizeof line, file.get()) != nullptr) {
-    if (store_line(*conf, line)) found = true;
+  tarvio::PieceReader<kPieceSize> line(fileno(file.get()));
+  while (line.next()) {
+    if (store_line(*conf, line.text())) found = true;
   }
-  return found ? conf.release() : nullptr;
+  return found ? conf.release() : nullptr;  // unlike tq_conf_open2 (oddity 26)
 }

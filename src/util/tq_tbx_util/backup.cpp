@@ -3,16 +3,19 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <span>
+
 #include "base/chain.h"
+#include "base/copies.h"
 #include "base/directory_change.h"
 #include "base/flash_areas.h"
 #include "base/owners.h"
 #include "tarvio/archive.h"
 #include "tarvio/backup.h"
 #include "tarvio/file.h"
-#include "tarvio/text.h"
 #include "util/log_macros.h"
 #include "util/tool_command.h"
+#include "util/tq_flash_observer.h"
 #include "util/tq_tbx_util/system_version.h"
 
 namespace {
@@ -23,6 +26,8 @@ constexpr char kTqControl[] = "./tqcontrol";
 constexpr char kControlArchive[] = "./control.tar.gz";
 
 using tarvio::FlashArea;
+using tarvio::FlashStep;
+using tarvio::FlashWork;
 using tarvio::kFlashAreas;
 using tarvio::kHibernationInfo;
 
@@ -34,30 +39,25 @@ struct Destination {
 
 // The last component of the package's path; null when memory runs out.
 tarvio::CString package_name(const char* dest) {
-  char* copy = nullptr;
-  tq_strdup(&copy, dest == nullptr || *dest == '\0' ? kNoName : dest);
-  const tarvio::CString path(copy);
-  if (path == nullptr) return nullptr;
-  char* name = nullptr;
-  tq_strdup(&name, basename(path.get()));
-  return tarvio::CString(name);
+  const tarvio::CString path = tarvio::copy_of(dest == nullptr || *dest == '\0' ? kNoName : dest);
+  return path == nullptr ? nullptr : tarvio::copy_of(basename(path.get()));
 }
 
-// An unknown name means the first area, the boot loader, on purpose.
-size_t area_index(const char* name) {
-  for (size_t at = 0; at < kFlashAreas.size(); ++at) {
-    if (tq_str_equals(name, kFlashAreas[at].name) != 0) return at;
-  }
-  return 0;
+// An unknown name means the first area, the boot loader (oddity 140).
+const FlashArea& area_of(const char* name) {
+  const FlashArea* const area =
+      tarvio::find_flash_area([=](const FlashArea& each) { return strcmp(name, each.name) == 0; });
+  return area == nullptr ? kFlashAreas.front() : *area;
 }
 
-// Whether every file can be packed: better to know before the first dump than behind the last.
+// Whether every file can be packed: the call fails before the first dump rather than after the
+// last.
 bool can_be_packed(const tq_list_t* areas, const char* package) {
   const auto fits = [package](const char* file) {
     return tarvio::ToolCommand("ar rv %s %s 2>&1", package, file).fits();
   };
   for (const char* name : tarvio::Elements<char>(areas)) {
-    if (!fits(kFlashAreas[area_index(name)].file)) return false;
+    if (!fits(area_of(name).file)) return false;
   }
   return fits(kHibernationInfo.file) && fits(kControlArchive);
 }
@@ -78,7 +78,10 @@ int save(const FlashArea& area) {
   return tq_backup_flash_image(area.source, area.file, 0, static_cast<unsigned>(area.backup_bytes));
 }
 
-int pack(const char* package, const char* file) { return tq_archive_ar(package, 1, &file); }
+int pack(const char* package, const char* file) {
+  FlashStep step(TQ_FLASH_PACK, file, nullptr, 0, FlashStep::kOfFile);
+  return step.end(tq_archive_ar(package, 1, &file));
+}
 
 int pack_hibernation_info(const char* package) {
   TQ_DEBUG("archive resume info");
@@ -90,18 +93,19 @@ int pack_hibernation_info(const char* package) {
 }
 
 int back_up(const FlashArea& area, const Destination& to) {
+  const FlashWork work(area.name);
   append_target(area);
-  TQ_ERROR("print backup files %s -> %s ", area.source, area.file);
+  TQ_ERROR("print backup files %s -> %s ", area.source, area.file);  // (oddity 145)
   TQ_DEBUG("tbx backup %s -> %s  len=0x%x t=%d", area.source, area.file,
            static_cast<unsigned>(area.backup_bytes), area.type);
 
   const bool is_hibernation = area.type == TQ_IMAGE_HIBERNATION;
   int result = save(area);
-  // In the place of the dump's result, on purpose: a failed dump of this area goes unnoticed.
+  // In place of the dump's result: a failed dump of this area goes unnoticed (oddity 143).
   if (is_hibernation && to.is_packed) result = pack_hibernation_info(to.package);
   if (result != 0) {
     if (is_hibernation) {
-      TQ_ERROR("backup failed failed %s", to.package);
+      TQ_ERROR("backup failed failed %s", to.package);  // (oddity 4)
     } else {
       TQ_ERROR("backup failed - %s", area.source);
     }
@@ -121,11 +125,10 @@ int back_up(const FlashArea& area, const Destination& to) {
 
 int back_up_all(const tq_list_t* areas, const Destination& to) {
   for (const char* name : tarvio::Elements<char>(areas)) {
-    const size_t index = area_index(name);
-    TQ_DEBUG("now handling img's index %d", static_cast<int>(index));
-    const FlashArea& area = kFlashAreas[index];
+    const FlashArea& area = area_of(name);
+    TQ_DEBUG("now handling img's index %d", static_cast<int>(&area - kFlashAreas.data()));
     const int result = back_up(area, to);
-    if (result != 0) {
+    if (result != 0) {  // the files so far stay (oddity 154)
       TQ_DEBUG("tbx backup done.");
       TQ_ERROR("backup failed %s->%s", area.source, area.file);
       return result;
@@ -134,15 +137,34 @@ int back_up_all(const tq_list_t* areas, const Destination& to) {
   return 0;
 }
 
+int archive_controls(std::span<const char* const> files) {
+  FlashStep step(TQ_FLASH_CONTROLS, kControlArchive);
+  return step.end(tq_archive_tgz("control.tar.gz", static_cast<int>(files.size()), files.data()));
+}
+
 int finish(const Destination& to) {
   const char* const files[] = {kControl, kTqControl};
-  const int archived = tq_archive_tgz("control.tar.gz", 2, files);
+  const int archived = archive_controls(files);
   if (archived != 0) return archived;
   for (const char* file : files) (void)tq_file_delete(file);
   if (!to.is_packed) return 0;
   const int packed = pack(to.package, kControlArchive);
   if (packed == 0) (void)tq_file_delete(kControlArchive);
   return packed;
+}
+
+tarvio::CString system_version() {
+  FlashStep step(TQ_FLASH_VERSION);
+  if (FlashWork::stop() != 0) return nullptr;
+  tarvio::CString version = tarvio::read_system_version();
+  step.end(version == nullptr ? ENOENT : 0);
+  return version;
+}
+
+// A failure shows when the files are archived.
+void create_controls(const char* name, const char* version) {
+  FlashStep step(TQ_FLASH_CONTROLS, kControl);
+  if (FlashWork::stop() == 0) step.end(tq_create_image_controls(name, version));
 }
 
 }  // namespace
@@ -161,16 +183,18 @@ int tq_tbx_backup_areas(tq_list_t* areas, const char* workdir, const char* dest,
   const tarvio::CString name = package_name(dest);
   if (name == nullptr) return ENOMEM;
   TQ_DEBUG("get package name %s", name.get());
-  const tarvio::CString version = tarvio::read_system_version();
+  const FlashWork work;
+  const tarvio::CString version = system_version();
   TQ_DEBUG("get package version %s", version == nullptr ? "" : version.get());
 
   TQ_DEBUG("change dir %s", workdir);
   const tarvio::DirectoryChange directory(workdir);
   if (directory.error() != 0) {
     TQ_ERROR("can't change directory %s", workdir);
-    return directory.error();
+    return FlashWork::result(directory.error());
   }
-  (void)tq_create_image_controls(name.get(), version.get());
+  create_controls(name.get(), version.get());
+  if (FlashWork::stop() != 0) return FlashWork::stop();
   const Destination to = {.package = dest, .is_packed = archive != 0};
   const int result = back_up_all(areas, to);
   return result != 0 ? result : finish(to);

@@ -13,7 +13,7 @@ constexpr char kCopyFile[] = "tq_copy_file";
 constexpr size_t kPieceSize = 1024;
 constexpr size_t kKernelPiece = 1 << 20;
 
-// errno tells why when there is none.
+// Null with errno set when the file cannot be opened.
 tarvio::File open_file(const char* path, const char* mode) {
   tarvio::File file(fopen(path, mode));
   if (file == nullptr) {
@@ -22,8 +22,8 @@ tarvio::File open_file(const char* path, const char* mode) {
   return file;
 }
 
-// Lets the kernel copy what it can. Whatever is left, for whatever reason, is for the loop behind
-// it, which alone tells success from failure.
+// Lets the kernel copy what it can, which takes less time. Whatever is left, for whatever reason,
+// is up to the loop that follows, so that one place decides between success and failure.
 void copy_in_kernel(FILE* source, FILE* destination) {
   while (sendfile(fileno(destination), fileno(source), nullptr, kKernelPiece) > 0) {
   }
@@ -40,8 +40,8 @@ int tq_copy_file(const char* src, const char* dst) {
 
   copy_in_kernel(source.get(), destination.get());
   char piece[kPieceSize];
-  // A read error ends the copy as the end of the file does, and what only the closing would tell is
-  // not asked for, both on purpose.
+  // A read error ends the copy as the end of the file does (oddity 55), and an error that shows
+  // only when the copy is closed is lost (oddity 56).
   while (const size_t read = fread_unlocked(piece, 1, sizeof piece, source.get())) {
     const size_t written = fwrite_unlocked(piece, 1, read, destination.get());
     if (written != read) {

@@ -6,8 +6,12 @@
 #include "tarvio/backup.h"
 #include "tarvio/nand.h"
 #include "util/log_macros.h"
+#include "util/tq_flash_observer.h"
 
 namespace {
+
+using tarvio::FlashStep;
+using tarvio::FlashWork;
 
 constexpr char kDataArchive[] = "data.tar.gz";
 
@@ -26,21 +30,23 @@ int report_failed_restore(const char* image_file, const char* device, int code) 
 int tq_backup_jffs2(const char* device, const char* image_file) {
   if (device == nullptr || image_file == nullptr) return EINVAL;
   TQ_DEBUG(" backup jffs2 image %s -> %s", device, image_file);
+  FlashStep step(TQ_FLASH_REBUILD, image_file, device);
+  if (FlashWork::stop() != 0) return FlashWork::stop();
   TQ_DEBUG("mount dev %s -> %s", device, tarvio::kOfflineRoot);
   const int mounted = mount(device, tarvio::kOfflineRoot, "jffs2", MS_NOEXEC, nullptr);
   if (mounted != 0) {
     TQ_ERROR("mount failed %d", mounted);
-    return report_failed_jffs2(device, image_file, mounted);
+    return report_failed_jffs2(device, image_file, step.end(mounted));
   }
   const int built = tq_mkfs_jffs2(tarvio::kOfflineRoot, image_file);
   if (built != 0) {
-    // Twice, and with the device left mounted, on purpose.
+    // Twice, and with the device left mounted (oddity 144).
     (void)report_failed_jffs2(device, image_file, built);
-    return report_failed_jffs2(device, image_file, built);
+    return report_failed_jffs2(device, image_file, step.end(built));
   }
   TQ_DEBUG("umount %s", tarvio::kOfflineRoot);
   (void)umount(tarvio::kOfflineRoot);
-  return 0;
+  return step.end(0);
 }
 
 int tq_backup_flash_image(const char* device, const char* image_file, unsigned start,
@@ -56,7 +62,8 @@ int tq_restore_flash_image(const char* image_file, const char* device, int start
   if (image_file == nullptr || device == nullptr) return EINVAL;
   TQ_DEBUG("tq_restore flash image %s->%s start 0x%x len 0x%x", image_file, device,
            static_cast<unsigned>(start), static_cast<unsigned>(length));
-  const int erased =
+  const FlashWork work;
+  const int erased =  // (oddity 153)
       start != 0 ? tq_erase_flash(device, start, length) : tq_erase_flash_all(device);
   if (erased != 0) {
     TQ_ERROR("erase flash error %d", erased);
@@ -69,6 +76,7 @@ int tq_restore_flash_image(const char* image_file, const char* device, int start
 int tq_create_image_data_tgz(const char* source, const char* image_file, int block_size,
                              int length) {
   if (source == nullptr || image_file == nullptr) return EINVAL;
+  // Else all of the source is copied, which may be more than the length (oddity 156).
   const bool is_whole_blocks =
       block_size != 0 && length != 0 && static_cast<long long>(length) % block_size == 0;
   const int copied = is_whole_blocks

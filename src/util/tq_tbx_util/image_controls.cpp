@@ -17,7 +17,7 @@ int tq_create_image_controls(const char* package_name, const char* version) {
   TQ_DEBUG("create tqcontrol file");
   const tarvio::File tqcontrol(fopen("tqcontrol", "we"));
   if (tqcontrol == nullptr) return errno;
-  // Two blanks on purpose.
+  // Two blanks (oddity 146).
   (void)fprintf(tqcontrol.get(), "TqPackageCategory:  Image\n");
   (void)fprintf(tqcontrol.get(), "TqPackageSubCategory: Image_Other\n");
   return 0;

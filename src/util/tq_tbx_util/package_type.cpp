@@ -1,13 +1,16 @@
 #include <errno.h>
 #include <stdio.h>
-#include <string.h>
+#include <unistd.h>
 
 #include <array>
+#include <string_view>
 
+#include "base/file_type.h"
+#include "base/line_reader.h"
+#include "base/list_appender.h"
 #include "base/owners.h"
 #include "tarvio/archive.h"
 #include "tarvio/conf.h"
-#include "tarvio/file.h"
 #include "tarvio/tbx.h"
 #include "tarvio/text.h"
 #include "util/log_macros.h"
@@ -19,11 +22,12 @@ constexpr char kTqControl[] = "./tqcontrol";
 constexpr char kTarget[] = "TqDataTarget:";
 constexpr size_t kPieceSize = 256;
 
-// These codes and those of the listing of installed packages are two numberings, on purpose.
-constexpr char kApplicationCategory[] = "Application";
+// The listing of installed packages has other codes (oddity 63). Unknown names are not errors
+// (oddity 64).
+constexpr std::string_view kApplicationCategory = "Application";
 
 struct Subcategory {
-  const char* value;
+  std::string_view value;
   uint32_t code;
 };
 constexpr std::array<Subcategory, 11> kSubcategories = {{
@@ -40,54 +44,33 @@ constexpr std::array<Subcategory, 11> kSubcategories = {{
     {"Image_Other", 13},
 }};
 
-// By the result of the test's call, which is 0 for every path, and not by its answer, on purpose: a
-// missing file shows in the step behind.
-int test_file(const char* path) {
-  int32_t exists = 0;
-  return tq_file_exist(path, &exists);
+// No step looks for its file first: a missing one shows in the extraction (oddity 85).
+int extract_tqcontrol(const char* package) {
+  const int unpacked = *package == '\0' ? 0 : tq_extract_from_ar(package, kControlArchive);
+  return unpacked != 0 ? unpacked : tq_extract_from_tgz(kControlArchive, kTqControl);
 }
 
-int extract_control_archive(const char* path) {
-  const int tested = test_file(path);
-  return tested != 0 ? tested : tq_extract_from_ar(path, kControlArchive);
-}
+std::string_view text_of(const char* text) { return text == nullptr ? "" : text; }
 
-int extract_tqcontrol() {
-  const int archive_tested = test_file(kControlArchive);
-  if (archive_tested != 0) {
-    TQ_DEBUG("control file is not containd.");
-    return archive_tested;
-  }
-  const int extracted = tq_extract_from_tgz(kControlArchive, kTqControl);
-  if (extracted != 0) return extracted;
-  const int tested = test_file(kTqControl);
-  if (tested != 0) TQ_DEBUG("tqcontrol file is not containd.");
-  return tested;
-}
-
+// Leaves the type as it is when the file holds no pair (oddity 87).
 void read_type(int32_t* type) {
   const tarvio::Conf conf(tq_conf_open(kTqControl));
   if (conf == nullptr) return;
   *type = tq_tbx_conv_package_type(tq_conf_read(conf.get(), "TqPackageCategory"));
 }
 
+// Whole lines, with key and line end (oddity 86).
 int collect_targets(tq_list_t* targets) {
-  int32_t is_file = 0;
-  tq_file_exist(kTqControl, &is_file);
   // A package may hold a pipe, which nobody would ever write into, or a link to an endless device.
-  if (is_file == 0) return ENOENT;
+  if (!tarvio::is_regular_file(kTqControl)) return ENOENT;
   const tarvio::File file(fopen(kTqControl, "re"));
   if (file == nullptr) return errno;
-  char line[kPieceSize];
-  while (fgets(line, sizeof line, file.get()) != nullptr) {
-    if (tq_str_startwith(line, kTarget) == 0) continue;
-    char* copy = nullptr;
-    tq_strdup(&copy, line);
-    if (copy == nullptr || tq_list_add(targets, copy) != 0) {
-      free(copy);
-      return ENOMEM;
-    }
-    TQ_DEBUG("found image destination: %s", line);
+  tarvio::ListAppender appender(*targets);
+  tarvio::PieceReader<kPieceSize> line(fileno(file.get()));
+  while (line.next()) {
+    if (tq_str_startwith(line.text(), kTarget) == 0) continue;
+    if (!appender.append_copy(line.text())) return ENOMEM;
+    TQ_DEBUG("found image destination: %s", line.text());
   }
   return 0;
 }
@@ -95,13 +78,12 @@ int collect_targets(tq_list_t* targets) {
 }  // namespace
 
 int32_t tq_tbx_conv_package_type(const char* category) {
-  return tq_str_equals(category, kApplicationCategory) != 0 ? TQ_TBX_TYPE_APPLICATION
-                                                            : TQ_TBX_TYPE_IMAGE;
+  return text_of(category) == kApplicationCategory ? TQ_TBX_TYPE_APPLICATION : TQ_TBX_TYPE_IMAGE;
 }
 
 uint32_t tq_tbx_conv_package_subtype(const char* subcategory) {
   for (const Subcategory& row : kSubcategories) {
-    if (tq_str_equals(subcategory, row.value) != 0) return row.code;
+    if (text_of(subcategory) == row.value) return row.code;
   }
   return TQ_TBX_SUBTYPE_NONE;
 }
@@ -109,16 +91,12 @@ uint32_t tq_tbx_conv_package_subtype(const char* subcategory) {
 int tq_tbx_get_package_type(const char* path, int32_t* type, tq_list_t* targets) {
   if (path == nullptr || type == nullptr || targets == nullptr) return EINVAL;
   TQ_DEBUG("check tbx file image %s", path);
-  const bool is_given = *path != '\0';
-  const int unpacked = is_given ? extract_control_archive(path) : 0;
-  if (unpacked != 0) return unpacked;
-  const int extracted = extract_tqcontrol();
+  const int extracted = extract_tqcontrol(path);
   if (extracted != 0) return extracted;
-
   read_type(type);
   const int collected = collect_targets(targets);
   if (collected != 0) return collected;
-  (void)tq_file_delete(kTqControl);
-  if (is_given) (void)tq_file_delete(kControlArchive);
+  (void)unlink(kTqControl);
+  if (*path != '\0') (void)unlink(kControlArchive);
   return 0;
 }

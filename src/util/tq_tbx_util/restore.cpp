@@ -10,25 +10,35 @@
 #include "tarvio/tbx.h"
 #include "util/log_macros.h"
 #include "util/tool_command.h"
+#include "util/tq_flash_observer.h"
 
 namespace {
 
+using tarvio::find_flash_area;
 using tarvio::FlashArea;
+using tarvio::FlashStep;
+using tarvio::FlashWork;
 using tarvio::kFlashAreas;
 using tarvio::kHibernationInfo;
 
-// The first area whose name occurs in the line. A line without any means the boot loader, as in a
-// backup, on purpose.
+// The first area whose name occurs in the line (oddity 148). A line without any means the boot
+// loader, as in a backup (oddity 140).
 const FlashArea& area_of(const char* line) {
-  for (const FlashArea& area : kFlashAreas) {
-    if (strstr(line, area.name) != nullptr) return area;
-  }
-  return kFlashAreas.front();
+  const FlashArea* const area =
+      find_flash_area([=](const FlashArea& each) { return strstr(line, each.name) != nullptr; });
+  return area == nullptr ? kFlashAreas.front() : *area;
+}
+
+const char* name_of(int image_type) {
+  const FlashArea* const area =
+      find_flash_area([=](const FlashArea& each) { return each.type == image_type; });
+  return area == nullptr ? nullptr : area->name;
 }
 
 int extract(const char* package, const char* file) {
   if (*package == '\0') return 0;
-  const int result = tq_extract_from_ar(package, file);
+  FlashStep step(TQ_FLASH_UNPACK, file);
+  const int result = step.end(tq_extract_from_ar(package, file));
   if (result != 0) TQ_DEBUG("cannot extract image file %s from %s", file, package);
   return result;
 }
@@ -39,22 +49,28 @@ int write_image(const char* image_file, const char* device, int length) {
   return result;
 }
 
-// The message names the area's own file and device, on purpose. Only an information block that is
-// not there fails the area.
+// The message names the area's own file and device, and only an information block that is not there
+// fails the area (oddity 151).
 int restore_hibernation_info(const char* package, const char* image_file, const char* device) {
   const int extracted = extract(package, kHibernationInfo.file);
   if (extracted != 0) return extracted;
   if (tq_restore_flash_image(kHibernationInfo.file, kHibernationInfo.device, kHibernationInfo.start,
                              kHibernationInfo.erased_bytes) != 0) {
-    TQ_DEBUG("cannot restore image filee %s to %s", image_file, device);
+    TQ_DEBUG("cannot restore image filee %s to %s", image_file, device);  // (oddity 4)
   }
   return 0;
 }
 
-// Whether the file with the longest name can be taken out of the package: better to know before the
-// first area is erased.
+// Whether the file with the longest name can be extracted: the call fails before the first area is
+// erased rather than after.
 bool can_be_unpacked(const char* package) {
   return tarvio::ToolCommand("ar xv %s %s 2>&1", package, kHibernationInfo.file).fits();
+}
+
+int detect(const char* package, int32_t* category, tq_list_t* lines) {
+  FlashStep step(TQ_FLASH_CONTROLS, package);
+  if (FlashWork::stop() != 0) return FlashWork::stop();
+  return step.end(tq_tbx_get_package_type(package, category, lines));
 }
 
 void restore_line(const char* package, const char* line) {
@@ -67,15 +83,17 @@ void restore_line(const char* package, const char* line) {
 
 }  // namespace
 
+// (oddity 150)
 int tq_tbx_resotore_image(const char* package, const char* image_file, const char* device,
                           int length, int image_type) {
   if (package == nullptr || image_file == nullptr || device == nullptr) return EINVAL;
   TQ_DEBUG("tbx restore image %s %s->%s %d ", package, image_file, device, image_type);
+  const FlashWork work(name_of(image_type));
   if (image_type == TQ_IMAGE_HIBERNATION) {
     const int result = restore_hibernation_info(package, image_file, device);
     if (result != 0) return result;
   }
-  (void)extract(package, image_file);  // a file that lies there already is written instead
+  (void)extract(package, image_file);  // a file that is there already is written (oddity 152)
   return write_image(image_file, device, length);
 }
 
@@ -89,15 +107,18 @@ int tq_tbx_restore(const char* package, const char* workdir) {
   if (directory.error() != 0) return directory.error();
   const tarvio::StringList lines(tq_list_create());
   if (lines == nullptr) return ENOMEM;
+  const FlashWork work;
   int32_t category = TQ_TBX_TYPE_IMAGE;
-  const int detected = tq_tbx_get_package_type(package, &category, lines.get());
+  const int detected = detect(package, &category, lines.get());
   if (detected != 0) return detected;
   if (category != TQ_TBX_TYPE_IMAGE) {
     TQ_INFO("File %s is not image", package);
     return EINVAL;
   }
   TQ_DEBUG("found %d images ", tq_list_size(lines.get()));
-  // An area that fails is told only by the log, so that the others are written all the same.
-  for (const char* line : tarvio::Elements<char>(lines.get())) restore_line(package, line);
-  return 0;
+  // Only the log has an area that fails, so that the others are written all the same (oddity 149).
+  for (const char* line : tarvio::Elements<char>(lines.get())) {
+    if (FlashWork::stop() == 0) restore_line(package, line);
+  }
+  return FlashWork::stop();
 }

@@ -12,10 +12,10 @@ namespace {
 
 constexpr char kRunCommand[] = "tq_run_command";
 
-// Everything of this unit is logged at the lowest level, errors too, on purpose.
+// Errors are logged at the lowest level as well (oddity 53).
 
-// The environment with the C locale, for good. Not by setenv: when another thread was inside it at
-// the fork, its lock stays taken in the child for ever.
+// The environment with the C locale, so that a tool prints what its readers look for. Not by
+// setenv: if another thread was inside it at the fork, its lock stays held in the child for ever.
 char** environment_in_c_locale() {
   static constexpr char kLocale[] = "LC_ALL=";
   static char c_locale[] = "LC_ALL=C";
@@ -36,11 +36,12 @@ char** environment_in_c_locale() {
   environ = environment_in_c_locale();
   execvp(argv[0], argv);
   TQ_DEBUG("%s: execvp error - errno=%d, %s ", kRunCommand, errno, strerror(errno));
-  // Not exit: the host's own handlers and buffers are not the child's to end.
+  // Not exit, which would run the host's own handlers and flush its buffers a second time.
   (void)fflush(stdout);
   _exit(1);
 }
 
+// Four kinds of numbers, of which the caller can only compare 0 (oddity 51).
 int decode(int status) {
   if (WIFEXITED(status)) {
     TQ_DEBUG("%s: exit, status=%d ", kRunCommand, WEXITSTATUS(status));
@@ -56,9 +57,10 @@ int decode(int status) {
 
 }  // namespace
 
+// The count is not used (oddity 52).
 int tq_run_command(int /*argc*/, char* const* argv) {
   if (argv == nullptr || argv[0] == nullptr) return EINVAL;
-  (void)fflush(stdout);  // or the child would have a copy of what waits in it
+  (void)fflush(stdout);  // or the child would print a copy of what is buffered
   const pid_t child = fork();
   if (child == 0) become_program(argv);
   if (child < 0) {
@@ -68,6 +70,7 @@ int tq_run_command(int /*argc*/, char* const* argv) {
   }
 
   int status = 0;
+  // Once, and in vain where SIGCHLD is ignored (oddity 54).
   const int wait_error = waitpid(child, &status, 0) < 0 ? errno : 0;
   TQ_DEBUG("%s: child(PID=%d) finished! ", kRunCommand, child);
   if (wait_error != 0) return wait_error;

@@ -4,6 +4,7 @@
 #include <string.h>
 #include <sys/mount.h>
 
+#include "base/copies.h"
 #include "base/offline_root.h"
 #include "tarvio/opkg.h"
 #include "tarvio/text.h"
@@ -17,7 +18,7 @@ constexpr char kVersionFile[] = "/etc/systemversion";
 constexpr char kInfoDirectory[] = "/usr/lib/opkg/info/";
 constexpr size_t kNameSize = 4096;
 constexpr size_t kLineSize = 256;
-constexpr size_t kShortestKey = 7;
+constexpr size_t kMinKeyLength = 7;
 
 CString joined(const char* first, const char* second, const char* third = "",
                const char* fourth = "") {
@@ -32,18 +33,16 @@ File open_to_read(const char* path) {
   return file;
 }
 
-// Null when a line does not tell the version.
-CString version_in(const char* line) {
-  if (strlen(line) < 2 || strstr(line, ": ") == nullptr) return nullptr;
-  const Allocated<char*> words(tq_strtok(line, ": "));
-  if (words == nullptr || words.get()[0] == nullptr) return nullptr;
-  const CString key(words.get()[0]);
-  const char* value = words.get()[1];
-  if (value == nullptr || strlen(key.get()) < kShortestKey) return nullptr;
-  if (strstr(key.get(), "Version") == nullptr) return nullptr;
-  char* copy = nullptr;
-  tq_strdup(&copy, value);
-  return CString(copy);
+// Null when a line, which is cut into words, does not hold the version (oddity 147).
+CString version_in(char* line) {
+  constexpr char kDelimiters[] = ": ";
+  if (strstr(line, kDelimiters) == nullptr) return nullptr;
+  char* rest = nullptr;
+  const char* const key = strtok_r(line, kDelimiters, &rest);
+  const char* const value = strtok_r(nullptr, kDelimiters, &rest);
+  const bool is_version =
+      value != nullptr && strlen(key) >= kMinKeyLength && strstr(key, "Version") != nullptr;
+  return is_version ? copy_of(value) : nullptr;
 }
 
 CString version_of_package(const char* name, const char* root) {
@@ -61,7 +60,7 @@ CString version_of_package(const char* name, const char* root) {
     CString found = version_in(line);
     if (found == nullptr) continue;
     TQ_DEBUG("version of the system is  %s", found.get());
-    version = std::move(found);  // the last one counts
+    version = std::move(found);  // the last one counts (oddity 147)
   }
   return version;
 }

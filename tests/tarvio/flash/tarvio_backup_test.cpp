@@ -62,7 +62,7 @@ TEST_F(ClientBackup, SavesAreasIntoAnImagePackage) {
   directory_.shell("tar xzf control.tar.gz && grep -x 'Package: image.tbx' control");
 }
 
-TEST_F(ClientBackup, MayBeQuietOrTellJson) {
+TEST_F(ClientBackup, MayBeQuietOrReportInJson) {
   EXPECT_THAT(back_up({"kernel", "--quiet"}).output, StartsWith("saved kernel in image.tbx, "));
   const FlashRun ran = back_up({"kernel", "--overwrite", "--json"});
   const json image = json::parse(ran.output);
@@ -111,7 +111,7 @@ TEST_F(ClientBackup, ReplacesAFileOnlyWhenToldTo) {
   write_file("image.tbx", "old");
   const FlashRun ran = back_up({"kernel"});
   EXPECT_EQ(ran.status, 1);
-  EXPECT_THAT(ran.errors, HasSubstr("it is there already: --overwrite replaces it"));
+  EXPECT_THAT(ran.errors, HasSubstr("already exists; use --overwrite to replace it"));
   EXPECT_EQ(read_file("image.tbx"), "old");
   EXPECT_EQ(back_up({"kernel", "--overwrite"}).status, 0);
   EXPECT_THAT(read_file("image.tbx"), StartsWith("!<arch>\n"));
@@ -121,7 +121,7 @@ TEST_F(ClientBackup, ReplacesNoDirectory) {
   fs::create_directory("image.tbx");
   const FlashRun ran = back_up({"kernel", "--overwrite"});
   EXPECT_EQ(ran.status, 1);
-  EXPECT_THAT(ran.errors, HasSubstr("it is a directory"));
+  EXPECT_THAT(ran.errors, HasSubstr("'image.tbx': is a directory"));
 }
 
 TEST_F(ClientBackup, RunsOneAtATime) {
@@ -129,7 +129,7 @@ TEST_F(ClientBackup, RunsOneAtATime) {
   ASSERT_EQ(::flock(lock, LOCK_EX), 0);
   const FlashRun ran = back_up({"kernel"});
   EXPECT_EQ(ran.status, 1);
-  EXPECT_THAT(ran.errors, HasSubstr("another backup or restore runs on this device"));
+  EXPECT_THAT(ran.errors, HasSubstr("another backup or restore is running on this device"));
   ::close(lock);
   EXPECT_EQ(back_up({"kernel"}).status, 0);
 }
@@ -151,7 +151,7 @@ TEST_F(ClientBackup, AsksForRoomFirst) {
   const FlashRun ran = back_up({"kernel", "--workdir", "small"});
   EXPECT_EQ(ran.status, 1);
   EXPECT_THAT(ran.errors,
-              HasSubstr("the work may take 1.9 MiB in 'small', where 1.0 MiB are free"));
+              HasSubstr("not enough space in 'small': up to 1.9 MiB needed, 1.0 MiB free"));
   EXPECT_EQ(nanddump.runs(), "");
   ::umount("small");
 }
@@ -165,7 +165,7 @@ TEST_F(ClientBackup, RemovesWhatAKilledRunHasLeft) {
   expect_only({".tarvio-flash.note", "image.tbx"});
 }
 
-// Restoring the boot settings behind it would erase its information block.
+// Restoring the boot settings after it would erase its information block.
 TEST_F(ClientBackup, SavesTheHibernationAreaLast) {
   device_.make_area("/dev/mtd6", 1024, std::string("\0\0\0hibernation", 14), {3, 1000});
   EXPECT_EQ(back_up({"hibernation", "bootsetting", "--quiet"}).output,
@@ -176,29 +176,30 @@ TEST_F(ClientBackup, SavesTheHibernationAreaLast) {
 }
 
 // What the library's result hides.
-TEST_F(ClientBackup, TellsOfAFailedDump) {
+TEST_F(ClientBackup, ReportsAFailedDump) {
   const Tool nanddump(
       "nanddump",
       in_run(2, "nanddump", "touch ./boot; echo 'error 5 (Input/output error)'; exit 1"));
   const FlashRun ran = back_up({"bootloader", "--json"});
   EXPECT_EQ(ran.status, 1);
-  EXPECT_THAT(ran.errors, HasSubstr("bootloader: Input/output error"));
+  EXPECT_THAT(ran.errors, HasSubstr("bootloader: reading failed: Input/output error"));
   const json image = json::parse(ran.output);
   EXPECT_EQ(image["code"], 5);
-  EXPECT_EQ(image["areas"][0]["failure"], "Input/output error");
+  EXPECT_EQ(image["areas"][0]["failure"], "reading failed: Input/output error");
   expect_only({});
 }
 
-TEST_F(ClientBackup, TellsOfAFailedDumpOfTheHibernationArea) {
+TEST_F(ClientBackup, ReportsAFailedDumpOfTheHibernationArea) {
   device_.make_area("/dev/mtd6", 1024, "hibernation ");
   const Tool nanddump(
       "nanddump",
       in_run(4, "nanddump", "touch ./hibernation; echo 'error 5 (Input/output error)'; exit 1"));
-  EXPECT_THAT(back_up({"hibernation"}).errors, HasSubstr("hibernation: Input/output error"));
+  EXPECT_THAT(back_up({"hibernation"}).errors,
+              HasSubstr("hibernation: reading failed: Input/output error"));
   expect_only({});
 }
 
-TEST_F(ClientBackup, TellsOfADumpThatEndedEarlyWithoutAWord) {
+TEST_F(ClientBackup, ReportsADumpThatEndedEarlyWithoutAWord) {
   const Tool nanddump("nanddump", in_run(2, "nanddump", "head -c 1000 /dev/mtd1 >boot; exit 0"));
   const FlashRun ran = back_up({"bootloader"});
   EXPECT_EQ(ran.status, 1);
@@ -207,8 +208,8 @@ TEST_F(ClientBackup, TellsOfADumpThatEndedEarlyWithoutAWord) {
   expect_only({});
 }
 
-// The tool goes on behind such a page, and ends well.
-TEST_F(ClientBackup, TellsOfAPageThatCannotBeRead) {
+// The tool goes on after such a page, and ends well.
+TEST_F(ClientBackup, ReportsAPageThatCannotBeRead) {
   const auto back_up_with = [this](const char* place) {
     const Tool nanddump("nanddump", in_run(2, "nanddump",
                                            "echo 'ECC: 8 uncorrectable bitflip(s) at offset " +
@@ -238,7 +239,7 @@ TEST_F(ClientBackup, NeedsADeviceThatCanBeRead) {
               HasSubstr("cannot read /dev/mtd1: No such file or directory"));
   const Tool nanddump("nanddump", "echo nothing");
   EXPECT_THAT(back_up({"kernel"}).errors,
-              HasSubstr("nanddump does not tell how many bad blocks it has"));
+              HasSubstr("nanddump did not report the number of bad blocks"));
   expect_only({});
 }
 
@@ -249,7 +250,9 @@ TEST_F(ClientBackup, ReadsAgainWhenToldTo) {
       "PATH=${PATH#*:}\nnanddump \"$@\"\nfor file; do :; done\necho $$ | dd of=$file conv=notrunc");
   const FlashRun ran = back_up({"kernel", "--verify", "--overwrite"});
   EXPECT_EQ(ran.status, 1);
-  EXPECT_THAT(ran.errors, HasSubstr("kernel: /dev/mtd3 does not hold what uImage holds"));
+  EXPECT_THAT(
+      ran.errors,
+      HasSubstr("kernel: verification failed: /dev/mtd3 differs from uImage at about byte 0"));
   expect_only({"image.tbx"});
 }
 
@@ -257,22 +260,23 @@ TEST_F(ClientBackup, LeavesNothingMountedWhenAnImageFails) {
   const Tool mkfs("mkfs.jffs2", "echo 'error 28 (No space left on device)'");
   const FlashRun ran = back_up({"rootfs"});
   EXPECT_EQ(ran.status, 1);
-  EXPECT_THAT(ran.errors, HasSubstr("rootfs: No space left on device"));
+  EXPECT_THAT(ran.errors, HasSubstr("rootfs: building the image failed: No space left on device"));
   expect_only({});
 }
 
-TEST_F(ClientBackup, TellsOfAFileSystemThatCannotBeMounted) {
+TEST_F(ClientBackup, ReportsAFileSystemThatCannotBeMounted) {
   mounts_.failing = "mount /dev/mtdblock4";
-  EXPECT_THAT(back_up({"rootfs"}).errors, HasSubstr("rootfs: /dev/mtdblock4 could not be mounted"));
+  EXPECT_THAT(back_up({"rootfs"}).errors, HasSubstr("rootfs: cannot mount /dev/mtdblock4 (5)"));
 }
 
 TEST_F(ClientBackup, FailsWithAnImageOfAFileSystemThatIsNotWhole) {
   for (const char* bytes : {"0", "1000", "62914561"}) {
     const Tool mkfs("mkfs.jffs2", std::string("truncate -s ") + bytes + " rootfs");
-    EXPECT_THAT(back_up({"rootfs"}).errors, HasSubstr("not one of whole erase blocks")) << bytes;
+    EXPECT_THAT(back_up({"rootfs"}).errors, HasSubstr("not a whole number of erase blocks"))
+        << bytes;
   }
   const Tool mkfs("mkfs.jffs2", "truncate -s $((0x3c20000)) rootfs");
-  EXPECT_THAT(back_up({"rootfs"}).errors, HasSubstr("is larger than its 60.0 MiB"));
+  EXPECT_THAT(back_up({"rootfs"}).errors, HasSubstr("is larger than its area of 60.0 MiB"));
   expect_only({});
 }
 

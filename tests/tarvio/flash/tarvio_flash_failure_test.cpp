@@ -108,7 +108,7 @@ class FaultyRestoreTool : public FlashFailure, public testing::WithParamInterfac
   }
 };
 
-TEST_P(FaultyRestoreTool, IsToldOfAndTheNextRunWorks) {
+TEST_P(FaultyRestoreTool, IsReportedAndTheNextRunWorks) {
   ASSERT_EQ(back_up({"bootloader", "kernel"}).status, 0);
   int failures = 0;
   for (int n = 1;; ++n) {
@@ -174,22 +174,22 @@ TEST_F(FlashFailure, AnInterruptedBackupIsCleanedUp) {
     const FlashRun ran = run({"backup", "--to", "image.tbx", "bootloader", "rootfs", "--overwrite"},
                              [] { ::setenv("CLIENT", std::to_string(::getpid()).c_str(), 1); });
     EXPECT_EQ(ran.status, -1) << tool;
-    EXPECT_THAT(ran.errors, HasSubstr("tarvio: interrupted: nothing is saved, and 'image.tbx' is "
-                                      "as it was before\n"));
+    EXPECT_THAT(ran.errors,
+                HasSubstr("tarvio: interrupted: nothing saved; 'image.tbx' is unchanged\n"));
     EXPECT_EQ(read_file("image.tbx"), "old");
     expect_only({"image.tbx"});
   }
   EXPECT_EQ(back_up_both().status, 0);
 }
 
-TEST_F(FlashFailure, AnInterruptedRestoreTellsTheStateOfTheAreas) {
+TEST_F(FlashFailure, AnInterruptedRestoreReportsTheStateOfTheAreas) {
   ASSERT_EQ(back_up({"bootloader", "kernel", "rootfs"}).status, 0);
   const Tool ending("nandwrite", in_run(2, "nandwrite", "kill -INT $CLIENT; exec sleep 60"));
   const FlashRun ran = run({"restore", "image.tbx", "--yes"},
                            [] { ::setenv("CLIENT", std::to_string(::getpid()).c_str(), 1); });
   EXPECT_EQ(ran.status, -1);
   EXPECT_EQ(ran.errors,
-            "tarvio: interrupted: erased or half written: kernel; written: bootloader; as before: "
+            "tarvio: interrupted: erased or half written: kernel; written: bootloader; unchanged: "
             "rootfs\n");
   expect_only({"image.tbx"});
 }
@@ -201,7 +201,8 @@ TEST_F(FlashFailure, AToolThatOutlivesTheClientKeepsTheLock) {
                 [] { ::setenv("CLIENT", std::to_string(::getpid()).c_str(), 1); })
                 .status,
             -1);
-  EXPECT_THAT(back_up_both().errors, HasSubstr("another backup or restore runs on this device"));
+  EXPECT_THAT(back_up_both().errors,
+              HasSubstr("another backup or restore is running on this device"));
   wait_for_lock();
   EXPECT_EQ(back_up_both().status, 0);
   expect_only({"image.tbx"});

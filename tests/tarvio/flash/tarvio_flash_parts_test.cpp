@@ -4,93 +4,141 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
+#include <cerrno>
+#include <functional>
 #include <string>
 #include <vector>
 
-#include "flash/flash_trace.h"
+#include "base/pipe.h"
+#include "flash/backup_tracker.h"
+#include "flash/flash_record.h"
 #include "flash/read_position.h"
 #include "support/files.h"
+#include "support/work_directory.h"
+#include "tarvio/nand.h"
 #include "terminal/progress.h"
 
 namespace tarvio_test {
 namespace {
 
-using client::event_in;
-using client::FlashStep;
+using client::FlashRecord;
 using testing::ElementsAre;
 
-TEST(FlashTrace, TellsTheStepsOfABackup) {
-  struct Row {
-    const char* line;
-    FlashStep step;
-    const char* file;
-    int64_t number;
+constexpr tq_flash_event kEvent = {.kind = TQ_FLASH_END,
+                                   .step = TQ_FLASH_DUMP,
+                                   .code = 5,
+                                   .start = 0,
+                                   .bytes = 1ULL << 40,
+                                   .area = "kernel",
+                                   .file = "./uImage",
+                                   .device = "/dev/mtd3",
+                                   .line = nullptr};
+
+TEST(FlashRecord, HasWhatTheLibraryReports) {
+  const FlashRecord record = client::record_of(kEvent);
+  EXPECT_EQ(record.kind, TQ_FLASH_END);
+  EXPECT_EQ(record.step, TQ_FLASH_DUMP);
+  EXPECT_EQ(record.code, 5);
+  EXPECT_EQ(record.bytes, 1ULL << 40);
+  EXPECT_STREQ(record.area.data(), "kernel");
+  EXPECT_STREQ(record.file.data(), "./uImage");
+  EXPECT_STREQ(record.device.data(), "/dev/mtd3");
+  EXPECT_STREQ(record.line.data(), "");
+}
+
+TEST(FlashRecord, CutsALongLine) {
+  const std::string line(1000, 'x');
+  tq_flash_event event = kEvent;
+  event.line = line.c_str();
+  EXPECT_EQ(client::record_of(event).line.data(), line.substr(0, 255));
+}
+
+TEST(FlashRecord, IsReadInPieces) {
+  std::vector<int32_t> codes;
+  client::RecordReader reader([&](const FlashRecord& record) { codes.push_back(record.code); });
+  std::string bytes;
+  for (int32_t code = 1; code <= 5; ++code) {
+    const FlashRecord record = {.code = code};
+    bytes.append(reinterpret_cast<const char*>(&record), sizeof record);
+  }
+  for (size_t at = 0; at < bytes.size(); at += 500) {
+    reader.feed(std::string_view(bytes).substr(at, 500));
+  }
+  EXPECT_THAT(codes, ElementsAre(1, 2, 3, 4, 5));
+}
+
+TEST(FlashRecord, NamesTheStepThatFailed) {
+  const auto words = [](int32_t step, int32_t code) {
+    tq_flash_event event = kEvent;
+    event.step = step;
+    event.code = code;
+    return std::string(client::failure_of(client::record_of(event)).what());
   };
-  for (const Row& row : std::vector<Row>{
-           {"tbx backup /dev/mtd1 -> ./boot  len=0x40000 t=11 -  util/x 9", FlashStep::kSaving, "",
-            0},
-           {"tq_nanddump /dev/mtd1->./boot : st =0x0  len =0x40000 - ", FlashStep::kDumping,
-            "./boot", 0},
-           {"tq_nanddump result 5  - ", FlashStep::kDumped, "", 5},
-           {"\tcheck ECC: 8 uncorrectable bitflip(s) at offset 0x00012000 - result 0  -  util/x 9",
-            FlashStep::kUnreadable, "", 0x12000},
-           {"tq_mkfs_jffs2 /mnt/root->./rootfs  - ", FlashStep::kDumping, "./rootfs", 0},
-           {"tq_mkfs_jffs2 result 0  - ", FlashStep::kDumped, "", 0},
-           {"tbx backup done. - ", FlashStep::kLeft, "", 0},
-           {"archive area - ./boot - ", FlashStep::kPacking, "./boot", 0},
-           {"image type 11 - ", FlashStep::kRestoring, "", 0},
-           {"tq_restore flash image ./boot->/dev/mtd1 start 0x0 len 0x1", FlashStep::kErasing,
-            "./boot", 0},
-           {"tq_erase_flash_all result 2  - ", FlashStep::kErased, "", 2},
-           {"tq_erase_flash total result -1  - ", FlashStep::kErased, "", -1},
-           {"tq_nandwrite ./boot->/dev/mtd1  - ", FlashStep::kWriting, "./boot", 0},
-           {"tq_nandwrite result 28  - ", FlashStep::kWritten, "", 28},
-           {"cannot restore image filee ./boot to /dev/mtd1 - ", FlashStep::kNotRestored, "", 0},
-       }) {
-    const auto event = event_in(row.line);
-    ASSERT_TRUE(event) << row.line;
-    EXPECT_EQ(event->step, row.step) << row.line;
-    EXPECT_EQ(event->file, row.file) << row.line;
-    EXPECT_EQ(event->number, row.number) << row.line;
+  EXPECT_EQ(words(TQ_FLASH_DUMP, EIO), "reading failed: Input/output error");
+  EXPECT_EQ(words(TQ_FLASH_CUT, ENOSPC), "cutting the dump failed: No space left on device");
+  EXPECT_EQ(words(TQ_FLASH_REBUILD, EIO), "building the image failed: Input/output error");
+  EXPECT_EQ(words(TQ_FLASH_REBUILD, -1), "cannot mount /dev/mtd3");
+  EXPECT_EQ(words(TQ_FLASH_PACK, EIO), "packing failed: Input/output error");
+  EXPECT_EQ(words(TQ_FLASH_ERASE, EIO), "erasing failed: Input/output error");
+  EXPECT_EQ(words(TQ_FLASH_WRITE, EIO), "writing failed: Input/output error");
+}
+
+class RecordingFlashObserver : public testing::Test {
+ protected:
+  // Of an ar or a nandwrite of a file; whether the file is still there.
+  bool keeps_file(const char* tool, const std::function<int()>& call) {
+    const Tool stand_in(tool, "true");
+    write_file(directory_ / "file", "of an area");
+    const client::RecordingObserver observer(pipe_.write_end.get());
+    EXPECT_EQ(call(), 0);
+    return directory_.has("file");
+  }
+
+  const WorkDirectory directory_;
+  const tarvio::Pipe pipe_;
+};
+
+TEST_F(RecordingFlashObserver, WritesARecordOfEachReport) {
+  EXPECT_TRUE(keeps_file("flash_eraseall", [] { return tq_erase_flash_all("/dev/mtd9"); }));
+  std::vector<int32_t> kinds;
+  client::RecordReader reader([&](const FlashRecord& record) { kinds.push_back(record.kind); });
+  std::array<char, 4096> bytes;
+  const ssize_t count = ::read(pipe_.read_end.get(), bytes.data(), bytes.size());
+  reader.feed({bytes.data(), static_cast<size_t>(count)});
+  EXPECT_THAT(kinds, ElementsAre(TQ_FLASH_BEGIN, TQ_FLASH_END));
+}
+
+TEST_F(RecordingFlashObserver, RemovesAFileThatIsWritten) {
+  EXPECT_FALSE(keeps_file("nandwrite", [] { return tq_nandwrite("file", "/dev/mtd9", 0); }));
+}
+
+TEST_F(RecordingFlashObserver, KeepsADump) {
+  EXPECT_TRUE(keeps_file("nanddump", [] { return tq_nanddump("/dev/mtd9", "file", 0, 0); }));
+}
+
+TEST_F(RecordingFlashObserver, StopsWorkThatItCannotReport) {
+  const Tool erase("flash_eraseall", "true");
+  const int closed = -1;
+  const client::RecordingObserver observer(closed);
+  EXPECT_EQ(tq_erase_flash_all("/dev/mtd9"), EBADF);
+  EXPECT_EQ(erase.runs(), "");
+}
+
+TEST(UnreadablePlace, IsReadFromNanddumpsLine) {
+  EXPECT_EQ(client::unreadable_place("ECC: 8 uncorrectable bitflip(s) at offset 0x00012000"),
+            0x12000U);
+}
+
+TEST(UnreadablePlace, IsNotInOtherLines) {
+  for (const char* line : {"", "ECC: 2 corrected bitflip(s) at offset 0x00012000",
+                           "ECC: 2 uncorrectable bitflip(s) at offset 0x",
+                           "a file: 2 uncorrectable bitflip(s) at offset 0x00012000"}) {
+    EXPECT_FALSE(client::unreadable_place(line)) << line;
   }
 }
 
-// Such as those of package files.
-TEST(FlashTrace, TellsNothingOfOtherLines) {
-  for (const char* line : {"", "read conf line tq_nanddump result 5 ",
-                           "tq_erase_flash_all /dev/mtd1", " archive area - ./boot",
-                           "\tcheck ECC: 2 corrected bitflip(s) at offset 0x00012000 - result 0 ",
-                           "\tcheck ECC: 2 uncorrectable bitflip(s) at offset 0x - result 0 "}) {
-    EXPECT_FALSE(event_in(line)) << line;
-  }
-}
-
-TEST(FlashTrace, IsCutIntoLines) {
-  std::vector<std::string> lines;
-  client::LineCutter cutter([&](const std::string& line) { lines.push_back(line); });
-  for (const char* piece : {"a", "b\nc\n\nd", "\n", "no end"}) cutter.take(piece);
-  EXPECT_THAT(lines, ElementsAre("ab", "c", "", "d"));
-}
-
-TEST(FlashTrace, AddsTheLengthOfADumpBeforeItIsCut) {
-  const TempDir directory;
-  const std::string dump = directory / "dump";
-  const int trace = ::open((directory / "trace").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  {
-    const client::TraceRelay relay(trace);
-    std::printf("tq_nanddump /dev/mtd1->%s : st =0x0\n", dump.c_str());
-    write_file(dump, "four");
-    std::printf("tq_nanddump result 0 \n");
-    EXPECT_EQ(::truncate(dump.c_str(), 1000), 0);
-    std::printf("no line");
-  }
-  ::close(trace);
-  EXPECT_EQ(
-      read_file(directory / "trace"),
-      "tq_nanddump /dev/mtd1->" + dump + " : st =0x0\ntq_nanddump result 0 \ndump of bytes 4\n");
-}
-
-TEST(FlashProgress, TellsBytesPercentRateAndTimeLeft) {
+TEST(FlashProgress, ShowsBytesPercentRateAndTimeLeft) {
   EXPECT_EQ(client::progress_words(0, 1000, 5), "0 bytes of 1000 bytes, 0 %");
   EXPECT_EQ(client::progress_words(3 << 20, 12 << 20, 2),
             "3.0 MiB of 12.0 MiB, 25 %, 1.5 MiB/s, 6 s left");
@@ -100,7 +148,7 @@ TEST(FlashProgress, TellsBytesPercentRateAndTimeLeft) {
   EXPECT_EQ(client::progress_words(0, 0, 2), "0 bytes of 0 bytes, 0 %");
 }
 
-TEST(FlashProgress, TellsTimes) {
+TEST(FlashProgress, ShowsTimes) {
   EXPECT_EQ(client::time_words(0), "0 s");
   EXPECT_EQ(client::time_words(0.1), "1 s");
   EXPECT_EQ(client::time_words(59.5), "1 min 00 s");

@@ -32,17 +32,18 @@ TEST_F(FlashAtATerminal, IsAskedFor) {
   for (const char* no : {"\n", "n\n", "yes please\n", "nyes\n"}) {
     const FlashRun ran = restore_with(no);
     EXPECT_EQ(ran.status, 1);
-    EXPECT_THAT(ran.errors, StartsWith("NAME    DEVICE     SIZE\n"
-                                       "kernel  /dev/mtd3  1.9 MiB\n"
-                                       "These areas are erased and written anew. Go on? [y/N] "));
-    EXPECT_THAT(ran.errors, HasSubstr("it was not wanted; nothing was written"));
+    EXPECT_THAT(ran.errors,
+                StartsWith("NAME    DEVICE     SIZE\n"
+                           "kernel  /dev/mtd3  1.9 MiB\n"
+                           "These areas will be erased and rewritten. Continue? [y/N] "));
+    EXPECT_THAT(ran.errors, HasSubstr("cancelled; nothing was written"));
   }
   EXPECT_TRUE(is_erased("/dev/mtd3"));
   for (const char* yes : {"y\n", "YES\n"}) EXPECT_EQ(restore_with(yes).status, 0) << yes;
   EXPECT_FALSE(is_erased("/dev/mtd3"));
 }
 
-TEST_F(FlashAtATerminal, IsNotWaitedForBehindASignal) {
+TEST_F(FlashAtATerminal, IsNotWaitedForAfterASignal) {
   ASSERT_EQ(back_up({"kernel"}).status, 0);
   const int line = terminal_.line();
   const pid_t client = start({"restore", "image.tbx"}, [=] { ::dup2(line, STDIN_FILENO); });

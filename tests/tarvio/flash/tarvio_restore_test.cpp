@@ -70,7 +70,7 @@ TEST_F(ClientRestore, GivesEveryAreaBack) {
   expect_holds("/dev/mtd5", 0, "writable-region");
 }
 
-TEST_F(ClientRestore, TellsWhatItDoes) {
+TEST_F(ClientRestore, ReportsWhatItDoes) {
   lose({"kernel", "bootloader"});
   EXPECT_THAT(restore().output, MatchesRegex("kernel: written 1.9 MiB in [^\n]*\n"
                                              "bootloader: written 256.0 KiB in [^\n]*\n"
@@ -87,12 +87,14 @@ TEST_F(ClientRestore, TellsWhatItDoes) {
                                      {"failure", nullptr}}));
 }
 
-TEST_F(ClientRestore, VerifiesUnlessToldOtherwise) {
+TEST_F(ClientRestore, VerifiesByDefault) {
   lose({"kernel"});
   const Tool nandwrite("nandwrite", "true");
   const FlashRun ran = restore({"--json"});
   EXPECT_EQ(ran.status, 1);
-  EXPECT_THAT(ran.errors, HasSubstr("kernel: /dev/mtd3 does not hold what uImage holds"));
+  EXPECT_THAT(
+      ran.errors,
+      HasSubstr("kernel: verification failed: /dev/mtd3 differs from uImage at about byte 0"));
   EXPECT_EQ(json::parse(ran.output)["areas"][0]["state"], "unfinished");
   EXPECT_EQ(restore({"--no-verify"}).status, 0);
 }
@@ -100,12 +102,12 @@ TEST_F(ClientRestore, VerifiesUnlessToldOtherwise) {
 TEST_F(ClientRestore, WritesNothingWithoutAnAnswer) {
   lose({"kernel"});
   expect_refused(run({"restore", "image.tbx"}, [] { ::close(STDIN_FILENO); }),
-                 "nobody can be asked, without a terminal: --yes writes without asking");
+                 "cannot ask for confirmation without a terminal; use --yes");
   EXPECT_TRUE(is_erased("/dev/mtd3"));
 }
 
-// The library goes on by contract, and tells of it in its log only.
-TEST_F(ClientRestore, TellsOfEachAreaThatFails) {
+// The library goes on by contract, and its result is 0.
+TEST_F(ClientRestore, ReportsEachAreaThatFails) {
   lose({"kernel", "rootfs", "bootloader"});
   const Tool nandwrite("nandwrite",
                        in_run(1, "nandwrite", "echo 'error 5 (Input/output error)'; exit 1"));
@@ -129,9 +131,9 @@ TEST_F(ClientRestore, TellsOfEachAreaThatFails) {
 TEST_F(ClientRestore, KeepsTheRootOfTheRunningSystem) {
   lose({"rootfs", "writable"});
   write_kernel_command_line("root=/dev/mtdblock4 rw\n");
-  expect_refused(restore(), "rootfs: the system runs from it: --force writes it all the same");
+  expect_refused(restore(), "rootfs: the system is running from it; use --force to write anyway");
   write_kernel_command_line("rw root=/dev/mtdblock5\n");
-  expect_refused(restore(), "writable: the system runs from it");
+  expect_refused(restore(), "writable: the system is running from it");
   EXPECT_TRUE(is_erased("/dev/mtd4"));
   EXPECT_EQ(restore({"--force"}).status, 0);
 }
@@ -147,15 +149,15 @@ TEST_F(ClientRestore, RefusesAPackageWhoseTargetsAreNotJustAreas) {
   std::string many = image;
   for (int line = 0; line < 10000; ++line) many += kernel;
   const std::vector<Row> rows = {
-      {"TqPackageCategory: Application\n" + kernel, "it is no image package"},
-      {"TqPackageCategory: Other\n" + kernel, "it is no image package"},
-      {image, "it names no area"},
-      {image + "TqDataTarget: kernel rootfs\n", "its target 'kernel rootfs' is no area"},
-      {image + "TqDataTarget: \n", "its target '' is no area"},
-      {image + "TqDataTarget: mykernel\n", "its target 'mykernel' is no area"},
-      {image + kernel + kernel, "it names the target 'kernel' twice"},
-      {many, "it names the target 'kernel' twice"},
-      {image + kernel + "TqDataTarget: rootfs\n", "rootfs: it does not hold rootfs"},
+      {"TqPackageCategory: Application\n" + kernel, "not an image package"},
+      {"TqPackageCategory: Other\n" + kernel, "not an image package"},
+      {image, "lists no flash area"},
+      {image + "TqDataTarget: kernel rootfs\n", "unknown flash area 'kernel rootfs'"},
+      {image + "TqDataTarget: \n", "unknown flash area ''"},
+      {image + "TqDataTarget: mykernel\n", "unknown flash area 'mykernel'"},
+      {image + kernel + kernel, "lists flash area 'kernel' twice"},
+      {many, "lists flash area 'kernel' twice"},
+      {image + kernel + "TqDataTarget: rootfs\n", "rootfs: member rootfs is missing"},
   };
   for (const Row& row : rows) {
     retarget(row.tqcontrol);
@@ -173,7 +175,7 @@ TEST_F(ClientRestore, RefusesFilesThatCannotBeWrittenWhole) {
   const std::vector<Row> rows = {
       {"truncate -s 0 uImage", "uImage is empty"},
       {"truncate -s 2097153 uImage", "is larger than its area of 2.0 MiB"},
-      {"truncate -s 1000 uImage", "uImage is not one of whole pages of 2048 bytes"},
+      {"truncate -s 1000 uImage", "uImage is not a whole number of pages of 2048 bytes"},
       {"yes | head -c 2097152 >uImage", "does not fit into the good blocks of /dev/mtd3"},
   };
   for (const Row& row : rows) {
@@ -184,7 +186,7 @@ TEST_F(ClientRestore, RefusesFilesThatCannotBeWrittenWhole) {
   EXPECT_TRUE(is_erased("/dev/mtd3"));
 }
 
-// What a backup of an area with many bad blocks has filled up is no part of its data.
+// The zeros that a backup of an area with many bad blocks ends in are not part of its data.
 TEST_F(ClientRestore, WritesWhatFitsButForTheFill) {
   device_.make_area("/dev/mtd3", 16, "kernel ", {4, 5});
   ASSERT_EQ(back_up({"kernel"}).status, 0);
@@ -197,11 +199,11 @@ TEST_F(ClientRestore, WritesWhatFitsButForTheFill) {
 TEST_F(ClientRestore, RefusesADamagedPackage) {
   lose({"kernel"});
   directory_.shell("truncate -s -1000000 image.tbx");
-  expect_refused(restore(), "it is damaged, or no image package");
+  expect_refused(restore(), "damaged or not an image package");
   write_file("image.tbx", "no archive");
-  expect_refused(restore(), "it is no image package");
+  expect_refused(restore(), "not an image package");
   write_file("image.tbx", "");
-  expect_refused(restore(), "it is no image package");
+  expect_refused(restore(), "not an image package");
   fs::remove("image.tbx");
   EXPECT_THAT(restore().errors, HasSubstr("No such file or directory"));
 }
@@ -209,14 +211,14 @@ TEST_F(ClientRestore, RefusesADamagedPackage) {
 TEST_F(ClientRestore, RefusesASecondFileOfAnArea) {
   lose({"kernel"});
   directory_.shell("ar x image.tbx uImage && ar q image.tbx uImage && rm uImage");
-  expect_refused(restore(), "it holds uImage more than once");
+  expect_refused(restore(), "member uImage occurs more than once");
 }
 
 TEST_F(ClientRestore, RefusesAnOrderThatLosesTheHibernationArea) {
   device_.make_area("/dev/mtd6", 1024, "hibernation ");
   lose({"bootsetting", "hibernation"});
   retarget("TqPackageCategory: Image\nTqDataTarget: hibernation\nTqDataTarget: bootsetting\n");
-  expect_refused(restore(), "it names bootsetting behind hibernation");
+  expect_refused(restore(), "lists bootsetting after hibernation");
 }
 
 TEST_F(ClientRestore, WorksInAnotherDirectory) {

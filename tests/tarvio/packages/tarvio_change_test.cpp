@@ -305,8 +305,8 @@ TEST_F(ClientChangeByAnyOpkg, EndsAnOpkgThatDoesNotEnd) {
   const Ran run = run_tarvio({"remove", "clock", "--timeout", "0.1"});
   EXPECT_EQ(run.status, 5);
   EXPECT_EQ(run.errors,
-            "tarvio: cannot remove 'clock': opkg was not done in time and was ended: --timeout "
-            "SECONDS waits longer, and clock 1.0 is still installed (110)\n");
+            "tarvio: cannot remove 'clock': opkg timed out and was stopped (use --timeout "
+            "SECONDS to wait longer), and clock 1.0 is still installed (110)\n");
   EXPECT_EQ(temporary.entries(), Names());
 }
 

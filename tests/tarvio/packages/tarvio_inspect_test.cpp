@@ -258,8 +258,8 @@ TEST(ClientInspectThatTakesTooLong, EndsItsTools) {
   const Ran run = run_tarvio({"inspect", package.path(), "--timeout", "0.2"});
   EXPECT_EQ(run.status, 5);
   EXPECT_EQ(run.errors, "tarvio: cannot inspect '" + package.path() +
-                            "': ar or tar was not done in time and was ended: --timeout SECONDS "
-                            "waits longer (110)\n");
+                            "': ar or tar timed out and was stopped (use --timeout SECONDS to "
+                            "wait longer) (110)\n");
   EXPECT_EQ(temporary.entries(), Names());
   const pid_t tool = std::stoi(read_file(tools / "pid"));
   EXPECT_TRUE(eventually([&] { return ::kill(tool, 0) != 0; }));

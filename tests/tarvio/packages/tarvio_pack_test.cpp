@@ -211,8 +211,8 @@ TEST(ClientPack, EndsAToolThatDoesNotEnd) {
   const Ran run =
       run_tarvio({"pack", directory.path(), "-o", directory.beside("x.tbx"), "--timeout", "0.1"});
   EXPECT_EQ(run.status, 5);
-  EXPECT_THAT(run.errors, HasSubstr("gzip was not done in time and was ended: --timeout SECONDS "
-                                    "waits longer (110)"));
+  EXPECT_THAT(run.errors, HasSubstr("gzip timed out and was stopped (use --timeout SECONDS to "
+                                    "wait longer) (110)"));
 }
 
 TEST(ClientPack, RefusesToWriteIntoTheDirectoryItself) {

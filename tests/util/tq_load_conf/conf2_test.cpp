@@ -40,7 +40,7 @@ class GeneralFile : public testing::Test {
     EXPECT_NE(conf, nullptr);
     return pairs_of(conf);
   }
-  // What is logged behind the message of the opening.
+  // What is logged after the message of the opening.
   std::vector<std::string> logged(std::string_view content) {
     const LogCapture log(TQ_LOG_DEBUG);
     open(content);
@@ -159,7 +159,7 @@ TEST_F(GeneralFile, NumbersItsLinesFrom1) {
           "debug: tq_conf_open2: Line data[9] = [#9] "));
 }
 
-TEST_F(GeneralFile, HasNoLineBehindItsLastLineEnd) {
+TEST_F(GeneralFile, HasNoLineAfterItsLastLineEnd) {
   for (const char* end : {"\n", "\r", "\r\n"}) {
     EXPECT_THAT(logged(std::string("#1") + end),
                 ElementsAre("debug: tq_conf_open2: Line data[1] = [#1] "));
@@ -167,7 +167,7 @@ TEST_F(GeneralFile, HasNoLineBehindItsLastLineEnd) {
   EXPECT_THAT(logged(""), IsEmpty());
 }
 
-TEST_F(GeneralFile, TakesTheByteBehindACarriageReturn) {
+TEST_F(GeneralFile, TakesTheByteAfterACarriageReturn) {
   EXPECT_THAT(pairs("a: 1\r\xff: 2"), ElementsAre(Pair("a", "1"), Pair("\xff", "2")));
 }
 
@@ -279,7 +279,7 @@ TEST_F(GeneralFile, WithoutMemoryForTheObjectGivesNone) {
 }
 
 TEST_F(GeneralFile, WithoutMemoryForALineGivesThePairsBeforeIt) {
-  write_file(path_, "a: 1\nb: " + std::string(3000, 'x') + "\nc: 3\n");
+  write_file(path_, "a: 1\nb: " + std::string(10000, 'x') + "\nc: 3\n");
   // The object, the first line, its pair in three, and two steps of the long line.
   for (const int n : {2, 6, 7}) {
     const FailAlloc fail(n);

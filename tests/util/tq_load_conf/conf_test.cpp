@@ -198,7 +198,7 @@ TEST_F(ControlFile, IsLoggedWhenItIsOpened) {
               ElementsAre("debug: " + path_ + ": open control file name."));
 }
 
-TEST_F(ControlFile, ThatIsNoRegularFileGivesNoObjectWithoutAnErrorMessage) {
+TEST_F(ControlFile, ThatIsNotRegularGivesNoObjectWithoutAnErrorMessage) {
   const std::string pipe = directory_ / "pipe";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   for (const std::string& path : {std::string(directory_ / "missing"), directory_.path().string(),

@@ -42,7 +42,7 @@ TEST_F(Backup, OfARawAreaDumpsAndPacksIt) {
   EXPECT_EQ(fs::file_size(directory_ / "work/uImage"), 0x1e0000U);
 }
 
-TEST_F(Backup, OfAFileSystemBuildsItAnew) {
+TEST_F(Backup, OfAFileSystemRebuildsIt) {
   const FlashDevice device;
   EXPECT_EQ(back_up({"rootfs", "writable"}), 0);
   EXPECT_THAT(commands_,
@@ -206,6 +206,13 @@ TEST_F(Backup, DoesNotNoticeAFailedDumpOfThePackedHibernationArea) {
   Hook truncate("truncate", [](const char*, off_t) { return -1; });
   EXPECT_EQ(back_up({"hibernation"}), 0);
   EXPECT_EQ(back_up({"hibernation"}, nullptr, 0), -1);
+}
+
+TEST_F(Backup, DoesNotJudgeTheDumpOfTheHibernationInformation) {
+  Hook truncate("truncate", [](const char* file, off_t length) {
+    return std::string(file) == "./hibernationinfo" ? -1 : ::truncate(file, length);
+  });
+  EXPECT_EQ(back_up({"hibernation"}, nullptr, 0), 0);
 }
 
 TEST_F(Backup, KeepsHibernationInformationThatCannotBePacked) {

@@ -190,7 +190,8 @@ TEST_F(PackageType, OfAMissingFileIsError2) {
   EXPECT_EQ(type_, kUnwritten);
 }
 
-// The tools print no system message about what an archive lacks: it shows in the step behind.
+// The tools print no system message about what an archive lacks: the next step
+// shows it.
 TEST_F(PackageType, OfAPackageWithoutItsControlFilesIsError2) {
   write_file("x", "x");
   work_.shell(
@@ -236,7 +237,7 @@ TEST_F(PackageType, WithACommandLineThatIsTooLongIsError36) {
 }
 
 // Such members would hold the call for ever, or give lines without end.
-TEST_F(PackageType, TakesTheFileForMissingWhenItIsNoRegularFile) {
+TEST_F(PackageType, TakesAFileThatIsNotRegularForMissing) {
   const char* const members[] = {"mkfifo tqcontrol", "ln -s /dev/zero tqcontrol", "mkdir tqcontrol",
                                  "ln -s missing tqcontrol"};
   for (const char* member : members) {

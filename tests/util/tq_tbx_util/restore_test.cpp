@@ -45,7 +45,7 @@ class Restore : public testing::Test {
         "tar czf control.tar.gz ./tqcontrol; rm -f image.tbx; ar rc image.tbx control.tar.gz");
   }
 
-  // Of "../image.tbx", with the command lines behind those that read the control files.
+  // Of "../image.tbx", with the command lines after those that read the control files.
   int restore(const std::string& package = "../image.tbx") {
     const fs::path before = fs::current_path();
     const ShellCommands commands([&](const std::string& line) { return tool(line); });
@@ -117,7 +117,7 @@ TEST_F(Restore, FollowsTheOrderOfTheLines) {
   EXPECT_THAT(commands_, ElementsAreArray(kernel + steps_of("./rootfs", "/dev/mtd4") + kernel));
 }
 
-// The information block at 0x120000 goes with the boot settings' device, on purpose.
+// The information block at 0x120000 is on the boot settings' device (oddities 142 and 153).
 TEST_F(Restore, OfBootSettingsErasesTheirWholeDevice) {
   EXPECT_EQ(restore_targets({"hibernation", "bootsetting"}), 0);
   ASSERT_GE(commands_.size(), 3U);
@@ -305,7 +305,7 @@ TEST_F(Restore, GoesOnWithAHibernationAreaWhoseInformationCannotBeWritten) {
   const LogCapture log(TQ_LOG_DEBUG);
   EXPECT_EQ(restore_targets({"hibernation"}), 0);
   EXPECT_EQ(commands_.back(), "nandwrite /dev/mtd6 ./hibernation 2>&1");
-  // The area's own file and device, on purpose.
+  // The area's own file and device (oddity 151).
   EXPECT_TRUE(
       log.contains(TQ_LOG_DEBUG, kUnit, "cannot restore image filee ./hibernation to /dev/mtd6"));
   EXPECT_THAT(log.messages(TQ_LOG_ERROR),

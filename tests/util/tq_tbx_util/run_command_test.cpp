@@ -41,7 +41,7 @@ class RunCommand : public testing::Test {
   }
   static int run_shell(const std::string& line) { return run({"sh", "-c", line}); }
 
-  // What was logged behind the message of the child's end.
+  // What was logged after the message of the child's end.
   static std::vector<std::string> logged(const LogCapture& log) {
     std::vector<std::string> messages = unit_messages(log, kUnit);
     EXPECT_FALSE(messages.empty());

@@ -1,14 +1,16 @@
-// The library's backup of some areas, followed by its trace.
-#ifndef TARVIO_CLIENT_FLASH_AREA_SAVING_H
-#define TARVIO_CLIENT_FLASH_AREA_SAVING_H
+// Follows the library's backup of some areas.
+#ifndef TARVIO_CLIENT_FLASH_BACKUP_TRACKER_H
+#define TARVIO_CLIENT_FLASH_BACKUP_TRACKER_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "flash/area_parts.h"
 #include "flash/flash_job.h"
-#include "process/failure.h"
+#include "flash/flash_record.h"
 
 namespace client {
 
@@ -21,27 +23,30 @@ struct SavedArea {
 
 struct ExpectedDump {
   uint64_t bytes;  // at least
-  uint64_t end;    // where on the device nothing is read any more that is kept
+  uint64_t end;    // on the device, of what is kept
 };
 
-class AreaSaving {
+class BackupTracker {
  public:
   // Notes in `saved` what became of each area as far as it was tried. Throws a Failure for a device
   // that cannot be read.
-  AreaSaving(const std::vector<const FlashArea*>& areas, const FlashJobs& jobs,
-             std::vector<SavedArea>& saved);
+  BackupTracker(const std::vector<const FlashArea*>& areas, const FlashJobs& jobs,
+                std::vector<SavedArea>& saved);
 
   // Throws a Failure, also for what the library's result hides.
   void run(const std::string& package);
 
  private:
   [[nodiscard]] const FlashArea& area() const { return *areas_.at(saved_.size() - 1); }
-  [[nodiscard]] uint64_t bytes_of(const std::string& file) const;
-  void take(const FlashEvent& event);
-  void begin();
-  void finish();
-  void check_dump(uint64_t bytes);
-  void check_place(uint64_t place) const;
+  [[nodiscard]] const ExpectedDump& expected_dump() const {
+    return expected_.at(saved_.size() - 1).at(dumps_);
+  }
+  void on_record(const FlashRecord& record);
+  void on_begin(const FlashRecord& record);
+  void on_end(const FlashRecord& record);
+  void begin_area();
+  void finish_area();
+  void check_line(const FlashRecord& record) const;
   void tick();
   [[noreturn]] void fail_for_area(const Failure& failure);
 
@@ -52,6 +57,10 @@ class AreaSaving {
   std::string file_;                                 // that grows
   size_t dumps_ = 0;                                 // of the area
 };
+
+// Where on the device nanddump could not read a page, if it says so in this line. It goes on after
+// such a page, with bytes that are not those written, and ends well.
+std::optional<uint64_t> unreadable_place(std::string_view line);
 
 }  // namespace client
 

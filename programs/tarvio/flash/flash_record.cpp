@@ -1,0 +1,96 @@
+#include "flash/flash_record.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <type_traits>
+
+#include "base/pipe.h"
+#include "terminal/words.h"
+
+namespace client {
+
+namespace {
+
+constexpr int kNotMounted = -1;  // the library's code for a file system
+
+static_assert(std::is_trivially_copyable_v<FlashRecord>);
+
+template <size_t size>
+void copy(std::array<char, size>& to, const char* text) {
+  if (text != nullptr) (void)snprintf(to.data(), size, "%s", text);
+}
+
+std::string_view bytes_of(const FlashRecord& record) {
+  return {reinterpret_cast<const char*>(&record), sizeof record};
+}
+
+const char* name_of(int32_t step) {
+  switch (step) {
+    case TQ_FLASH_CUT:
+      return "cutting the dump";
+    case TQ_FLASH_REBUILD:
+      return "building the image";
+    case TQ_FLASH_PACK:
+      return "packing";
+    case TQ_FLASH_ERASE:
+      return "erasing";
+    case TQ_FLASH_WRITE:
+      return "writing";
+    default:
+      return "reading";
+  }
+}
+
+// A process that cannot report is of no use any more: the library starts no further tool then.
+int report(const tq_flash_event* event, void* fd) {
+  if (!tarvio::write_all(*static_cast<int*>(fd), bytes_of(record_of(*event)))) return errno;
+  const bool is_done = event->kind == TQ_FLASH_END &&
+                       (event->step == TQ_FLASH_PACK || event->step == TQ_FLASH_WRITE);
+  if (is_done) (void)unlink(event->file);
+  return 0;
+}
+
+}  // namespace
+
+FlashRecord record_of(const tq_flash_event& event) {
+  FlashRecord record = {
+      .kind = event.kind, .step = event.step, .code = event.code, .bytes = event.bytes};
+  copy(record.area, event.area);
+  copy(record.file, event.file);
+  copy(record.device, event.device);
+  copy(record.line, event.line);
+  return record;
+}
+
+void write_record(int fd, const FlashRecord& record) {
+  if (!tarvio::write_all(fd, bytes_of(record))) {
+    throw Failure::of_system("cannot report the result");
+  }
+}
+
+Failure failure_of(const FlashRecord& record) {
+  if (record.step == TQ_FLASH_REBUILD && record.code == kNotMounted) {
+    return {EIO, std::string("cannot mount ") + record.device.data()};
+  }
+  return {record.code, std::string(name_of(record.step)) + " failed: " + result_words(record.code)};
+}
+
+void RecordReader::feed(std::string_view piece) {
+  rest_ += piece;
+  size_t at = 0;
+  for (FlashRecord record; rest_.size() - at >= sizeof record; at += sizeof record) {
+    memcpy(&record, rest_.data() + at, sizeof record);
+    on_record_(record);
+  }
+  rest_.erase(0, at);
+}
+
+RecordingObserver::RecordingObserver(int fd) : fd_(fd) {
+  const tq_flash_observer observer = {report, &fd_};
+  tq_set_flash_observer(&observer);
+}
+
+RecordingObserver::~RecordingObserver() { tq_set_flash_observer(nullptr); }
+
+}  // namespace client

@@ -1,0 +1,27 @@
+// Paths of files.
+#ifndef TARVIO_CLIENT_PROCESS_PATHS_H
+#define TARVIO_CLIENT_PROCESS_PATHS_H
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <string>
+
+namespace client {
+
+// The directory that a file is in.
+inline std::string directory_of(const std::string& file) {
+  const size_t slash = file.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : file.substr(0, slash);
+}
+
+// 0 for a file that does not exist.
+inline uint64_t size_of_file(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+}
+
+}  // namespace client
+
+#endif
