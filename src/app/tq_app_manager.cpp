@@ -3,6 +3,7 @@
 
 #include "base/chain.h"
 #include "base/list_appender.h"
+#include "base/owners.h"
 #include "tarvio/app.h"
 #include "tarvio/status_manager.h"
 #include "util/log_macros.h"

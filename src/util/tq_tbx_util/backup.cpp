@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <span>
+#include <string_view>
 
 #include "base/chain.h"
 #include "base/copies.h"
@@ -40,7 +41,8 @@ struct Destination {
 // The last component of the package's path; null when memory runs out.
 tarvio::CString package_name(const char* dest) {
   const tarvio::CString path = tarvio::copy_of(dest == nullptr || *dest == '\0' ? kNoName : dest);
-  return path == nullptr ? nullptr : tarvio::copy_of(basename(path.get()));
+  if (path == nullptr) return nullptr;
+  return tarvio::copy_of(std::string_view(basename(path.get())));
 }
 
 // An unknown name means the first area, the boot loader (oddity 140).
