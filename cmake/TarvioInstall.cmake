@@ -31,9 +31,14 @@ string(REGEX REPLACE "/$" "" PREFIX_FROM_PKGCONFIG_DIR "${PREFIX_FROM_PKGCONFIG_
 configure_file(cmake/tarvio.pc.in tarvio.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tarvio.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-if(TARGET tarvio-client AND EXISTS ${PROJECT_SOURCE_DIR}/packaging/bash-completion/tarvio)
-  install(FILES packaging/bash-completion/tarvio
+# Where each shell looks for completions, and under which name.
+if(TARGET tarvio-client)
+  install(FILES packaging/completions/bash RENAME tarvio
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES packaging/completions/zsh RENAME _tarvio
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+  install(FILES packaging/completions/fish RENAME tarvio.fish
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 endif()
 
 # Of the programs that are built.

@@ -2,33 +2,37 @@
 #ifndef TARVIO_CLIENT_COMMANDS_ARGUMENTS_H
 #define TARVIO_CLIENT_COMMANDS_ARGUMENTS_H
 
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "commands/commands.h"
+#include "commands/command.h"
 
 namespace client {
 
-// An option as it stands on the line.
 struct GivenOption {
   Option option;
-  std::string spelling;
-  std::string value;  // empty for a flag
+  std::string spelling;  // as it stands on the line
+  std::string value;     // empty for a flag
 };
 
 struct Arguments {
-  const CommandRow* command = nullptr;  // null when the line has none
+  const Command* command = nullptr;  // null when the line has none
   std::vector<std::string> operands;
   std::vector<GivenOption> options;
-  std::optional<std::string> wrong;  // the first thing that is wrong with the line
+  double timeout_seconds = 0;
+  std::string wrong;  // the first thing that is wrong with the words; empty for none
 
-  // The one that counts, which is the last of several; null when it is not given.
-  [[nodiscard]] const GivenOption* find(Option option) const;
+  [[nodiscard]] bool has(const Option& option) const { return value_of(option) != nullptr; }
+  // Of several the last one counts; null when it is not given.
+  [[nodiscard]] const std::string* value_of(const Option& option) const;
 };
 
-// Options may stand anywhere before "--". Reading goes on behind what is wrong.
+// Options may stand anywhere before "--". Reading goes on after what is wrong, for the sake of a
+// --help that follows.
 Arguments read_arguments(int argc, const char* const* argv);
+
+// Whether nothing is missing and nothing is too much; takes the timeout over. Throws UsageError.
+void check_arguments(Arguments& arguments);
 
 }  // namespace client
 

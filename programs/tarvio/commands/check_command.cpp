@@ -1,18 +1,20 @@
-#include "commands/check_command.h"
-
+// tarvio check: whether package files fit on the device.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 #include <string>
-#include <vector>
 
+#include "commands/arguments.h"
+#include "commands/commands.h"
+#include "commands/outcome.h"
 #include "packages/package_file.h"
 #include "packages/package_size.h"
 #include "process/child.h"
 #include "process/failure.h"
 #include "tarvio/package.h"
-#include "terminal/json.h"
 #include "terminal/output.h"
 #include "terminal/printable_text.h"
 
@@ -20,16 +22,24 @@ namespace client {
 
 namespace {
 
+struct Sizes {
+  uint64_t control_bytes;
+  uint64_t data_bytes;
+  uint64_t free_bytes;
+  int library_result;
+
+  [[nodiscard]] uint64_t needed_bytes() const { return control_bytes + data_bytes; }
+  [[nodiscard]] bool fits() const { return needed_bytes() <= free_bytes; }
+};
+
 uint64_t measure(const WorkDirectory& directory, const std::string& archive, double seconds) {
-  if (access((directory / archive).c_str(), F_OK) != 0) {
-    throw Failure(EINVAL, "it holds no " + archive + ": it is damaged, or no package file");
-  }
+  if (access((directory / archive).c_str(), F_OK) != 0) throw no_archive(archive);
   ListingSum sum;
   run_tool(directory,
            {"tar", "--list", "--verbose", "--gzip", "--numeric-owner", "--file=" + archive},
            seconds, [&sum](std::string_view piece) { sum.add(piece); });
-  const std::optional<uint64_t> bytes = sum.bytes();
-  if (!bytes) throw Failure(EINVAL, "the sizes that tar lists are not understood");
+  const std::optional<uint64_t> bytes = sum.finish();
+  if (!bytes) throw Failure(EINVAL, "cannot parse the sizes in tar's output");
   return *bytes;
 }
 
@@ -38,11 +48,11 @@ uint64_t free_bytes(const WorkDirectory& directory, double seconds) {
   run_tool(directory, {"df", "-P", "-k"}, seconds,
            [&output](std::string_view piece) { output += piece; });
   const std::optional<uint64_t> bytes = free_bytes_in(output);
-  if (!bytes) throw Failure(EINVAL, "the free space that df tells is not understood");
+  if (!bytes) throw Failure(EINVAL, "cannot parse df's output");
   return *bytes;
 }
 
-int check_of_library(const WorkDirectory& directory, const std::string& path, double seconds) {
+int result_of_library(const WorkDirectory& directory, const std::string& path, double seconds) {
   const JobEnd end = run_job(
       directory, "ar, tar or df",
       [&path] {
@@ -53,51 +63,74 @@ int check_of_library(const WorkDirectory& directory, const std::string& path, do
   return static_cast<int>(strtol(end.result.c_str(), nullptr, 10));
 }
 
-void check(const std::string& file, double seconds, CheckedFile& checked) {
+Sizes sizes_of(const std::string& file, double seconds) {
   const std::string path = readable_file(file);
   const WorkDirectory directory;
   run_tool(directory, {"ar", "x", path}, seconds, [](std::string_view) {});
-  checked.control_bytes = measure(directory, "control.tar.gz", seconds);
-  checked.data_bytes = measure(directory, "data.tar.gz", seconds);
-  checked.free_bytes = free_bytes(directory, seconds);
-  checked.library_result = check_of_library(directory, path, seconds);
-  checked.is_measured = true;
+  return {.control_bytes = measure(directory, "control.tar.gz", seconds),
+          .data_bytes = measure(directory, "data.tar.gz", seconds),
+          .free_bytes = free_bytes(directory, seconds),
+          .library_result = result_of_library(directory, path, seconds)};
 }
 
 // The library counts in 32 bits: of 2 GiB and more it has other results.
-void tell_disagreement(const CheckedFile& checked) {
-  const bool fits_library = checked.library_result == 0;
-  if (fits_library == checked.fits()) return;
-  complain("the library, which counts in 32 bits, finds that '" + checked.outcome.operand + "' " +
-           (fits_library ? "fits" : "does not fit") + " (" +
-           std::to_string(checked.library_result) + ")");
+void report_disagreement(const std::string& file, const Sizes& sizes) {
+  const bool fits_library = sizes.library_result == 0;
+  if (fits_library == sizes.fits()) return;
+  complain("the library, which counts in 32 bits, finds that '" + file + "' " +
+           (fits_library ? "fits" : "does not fit") + " (" + std::to_string(sizes.library_result) +
+           ")");
 }
 
-std::string line_of(const CheckedFile& checked) {
-  return printable(checked.outcome.operand + (checked.fits() ? " fits" : " does not fit") +
-                   ": it needs " + size_words(checked.needed_bytes()) +
-                   ", free: " + size_words(checked.free_bytes)) +
+std::string line_of(const std::string& file, const Sizes& sizes) {
+  return printable(file + (sizes.fits() ? " fits" : " does not fit") + ": needs " +
+                   size_words(sizes.needed_bytes()) + ", free: " + size_words(sizes.free_bytes)) +
          '\n';
+}
+
+Json json_of(const Outcome& outcome, const std::optional<Sizes>& sizes) {
+  Json json = json_of("file", outcome);
+  if (!sizes) return json;
+  json.update({{"fits", sizes->fits()},
+               {"needed_bytes", sizes->needed_bytes()},
+               {"control_bytes", sizes->control_bytes},
+               {"data_bytes", sizes->data_bytes},
+               {"free_bytes", sizes->free_bytes},
+               {"library_result", sizes->library_result}});
+  return json;
+}
+
+Result run(const Arguments& arguments) {
+  Result result;
+  result.json = Json::array();
+  for (const std::string& file : arguments.operands) {
+    std::optional<Sizes> sizes;
+    Outcome outcome =
+        attempt("check", file, [&] { sizes = sizes_of(file, arguments.timeout_seconds); });
+    if (sizes) {
+      if (!sizes->fits()) outcome = {file, ENOSPC, "it does not fit", kFailed};
+      report_disagreement(file, *sizes);
+      result.text += line_of(file, *sizes);
+    }
+    result.status = std::max(result.status, outcome.status);
+    result.json.push_back(json_of(outcome, sizes));
+  }
+  return result;
 }
 
 }  // namespace
 
-int run_check(const Options& options) {
-  std::string text;
-  std::vector<CheckedFile> files;
-  for (const std::string& operand : options.operands) {
-    CheckedFile checked;
-    checked.outcome =
-        attempt("check", operand, [&] { check(operand, options.timeout_seconds, checked); });
-    if (checked.is_measured) {
-      if (!checked.fits()) checked.outcome = {operand, ENOSPC, "it does not fit", kFailed};
-      tell_disagreement(checked);
-      text += line_of(checked);
-    }
-    files.push_back(std::move(checked));
-  }
-  const bool is_written = print(options.json ? checked_json(files) : text);
-  return is_written ? worst_status(files) : kFailed;
-}
+const Command kCheckCommand = {
+    .word = "check",
+    .operands = kPackageFiles,
+    .options = {},
+    .timeout = kToolsTimeout,
+    .summary = "check whether package files fit on this device",
+    .description =
+        "Checks whether the contents of package files fit into the free space of the "
+        "file system that df lists first.",
+    .statuses = "0 all fit, 1 one or more do not or failed, 5 a tool timed out",
+    .run = run,
+};
 
 }  // namespace client

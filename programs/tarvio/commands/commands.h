@@ -1,90 +1,46 @@
-// The commands of tarvio, and what each of them takes.
+// The list of the commands of tarvio. A *_command.cpp that is not in it is an error of the build.
 #ifndef TARVIO_CLIENT_COMMANDS_COMMANDS_H
 #define TARVIO_CLIENT_COMMANDS_COMMANDS_H
 
+#include <span>
 #include <string_view>
+#include <vector>
+
+#include "commands/command.h"
 
 namespace client {
 
-enum class Command {
-  kNone,
-  kStatus,
-  kStart,
-  kStop,
-  kStartAll,
-  kStopAll,
-  kList,
-  kInstall,
-  kRemove,
-  kFiles,
-  kCheck,
-  kInspect,
-  kPack,
-  kAreas,
-  kBackup,
-  kRestore,
-};
+extern const Command kStatusCommand;
+extern const Command kStartCommand;
+extern const Command kStopCommand;
+extern const Command kStartAllCommand;
+extern const Command kStopAllCommand;
+extern const Command kListCommand;
+extern const Command kInstallCommand;
+extern const Command kRemoveCommand;
+extern const Command kFilesCommand;
+extern const Command kCheckCommand;
+extern const Command kInspectCommand;
+extern const Command kPackCommand;
+extern const Command kAreasCommand;
+extern const Command kBackupCommand;
+extern const Command kRestoreCommand;
 
-enum class Option : unsigned {
-  kHelp,
-  kVersion,
-  kJson,
-  kTimeout,
-  kApps,
-  kCategory,
-  kSubcategory,
-  kName,
-  kForce,
-  kOutput,
-  kWatch,
-  kTo,
-  kWorkDirectory,
-  kOverwrite,
-  kQuiet,
-  kYes,
-  kVerify,
-  kNoVerify,
-};
+// In the order of the help.
+std::span<const Command* const> all_commands();
 
-// A set of options.
-class OptionSet {
- public:
-  template <typename... Options>
-  explicit constexpr OptionSet(Options... options) : bits_((0U | ... | bit_of(options))) {}
-  [[nodiscard]] constexpr bool has(Option option) const { return (bits_ & bit_of(option)) != 0; }
+// Null for a word that is not a command.
+const Command* find_command(std::string_view word);
 
- private:
-  static constexpr unsigned bit_of(Option option) { return 1U << static_cast<unsigned>(option); }
+// Options of every command.
+inline constexpr Option kJson = {.name = "json",
+                                 .help = "print JSON for scripts instead of text for people"};
+inline constexpr Option kHelp = {.name = "help", .letter = 'h', .help = "print this help"};
+inline constexpr Option kVersion = {.name = "version", .letter = 'V', .help = "print the version"};
 
-  unsigned bits_;
-};
-
-// What a command works on: one where the word is singular, else one or more.
-enum class Operands {
-  kNone,
-  kOptionalApplication,
-  kApplication,
-  kDirectory,
-  kFile,
-  kFiles,
-  kPackages,
-  kAreas
-};
-
-struct CommandRow {
-  const char* word;
-  Command command;
-  Operands operands;
-  OptionSet options;       // beside those that every command knows
-  double timeout_seconds;  // unless the line tells another
-  const char* help;
-};
-
-// Null for a word that is no command.
-const CommandRow* find_command(std::string_view word);
-
-// The help of a command; of the whole program for Command::kNone.
-const char* help_of(Command command);
+// All options that a command takes, in the order of its help; without a command, those that the
+// help of the program shows.
+std::vector<Option> options_of(const Command* command);
 
 }  // namespace client
 

@@ -1,17 +1,17 @@
-#include "commands/files_command.h"
-
+// tarvio files: the files of installed packages.
 #include <algorithm>
 #include <cerrno>
 #include <string>
 #include <vector>
 
+#include "commands/arguments.h"
+#include "commands/commands.h"
+#include "commands/outcome.h"
 #include "packages/control_fields.h"
 #include "packages/installed.h"
 #include "packages/opkg_run.h"
 #include "packages/verdict.h"
 #include "process/failure.h"
-#include "terminal/json.h"
-#include "terminal/output.h"
 #include "terminal/printable_text.h"
 
 namespace client {
@@ -19,7 +19,7 @@ namespace client {
 namespace {
 
 std::vector<std::string> files_of(const std::string& name, double seconds) {
-  if (!is_package_name(name)) throw Failure(EINVAL, "no package has such a name");
+  if (!is_package_name(name)) throw Failure(EINVAL, "not a valid package name");
   const WorkDirectory directory;
   OpkgRun run =
       run_opkg(directory, {.word = "files", .operand = name, .is_listing = true}, seconds);
@@ -35,30 +35,43 @@ std::vector<std::string> files_of(const std::string& name, double seconds) {
   return std::move(lines);
 }
 
-std::string text_of(const FilesOfPackage& package, bool has_heading) {
+std::string text_of(const std::vector<std::string>& files) {
   std::string text;
-  if (has_heading) text += printable(package.outcome.operand) + ":\n";
-  for (const std::string& file : package.files) text += printable(file) + '\n';
+  for (const std::string& file : files) text += printable(file) + '\n';
   return text;
+}
+
+Result run(const Arguments& arguments) {
+  const bool has_headings = arguments.operands.size() > 1;
+  Result result;
+  result.json = Json::array();
+  for (const std::string& name : arguments.operands) {
+    std::vector<std::string> files;
+    const Outcome outcome = attempt("list the files of", name,
+                                    [&] { files = files_of(name, arguments.timeout_seconds); });
+    if (outcome.code == 0) {
+      if (!result.text.empty()) result.text += '\n';
+      if (has_headings) result.text += printable(name) + ":\n";
+      result.text += text_of(files);
+    }
+    result.status = std::max(result.status, outcome.status);
+    result.json.push_back(json_of("package", outcome));
+    result.json.back()["files"] = files;
+  }
+  return result;
 }
 
 }  // namespace
 
-int run_files(const Options& options) {
-  std::string text;
-  std::vector<FilesOfPackage> packages;
-  for (const std::string& operand : options.operands) {
-    FilesOfPackage package;
-    package.outcome = attempt("list the files of", operand,
-                              [&] { package.files = files_of(operand, options.timeout_seconds); });
-    if (package.outcome.code == 0) {
-      if (!text.empty()) text += '\n';
-      text += text_of(package, options.operands.size() > 1);
-    }
-    packages.push_back(std::move(package));
-  }
-  const bool is_written = print(options.json ? files_json(packages) : text);
-  return is_written ? worst_status(packages) : kFailed;
-}
+const Command kFilesCommand = {
+    .word = "files",
+    .operands = kPackageNames,
+    .options = {},
+    .timeout = kToolsTimeout,
+    .summary = "list the files of installed packages",
+    .description = "Lists the files of installed packages, as opkg reports them.",
+    .statuses = kToolsStatuses,
+    .run = run,
+};
 
 }  // namespace client

@@ -1,25 +1,21 @@
-// Help texts: of the whole program, and of each command.
+// Help texts, composed from the commands.
 #ifndef TARVIO_CLIENT_COMMANDS_HELP_H
 #define TARVIO_CLIENT_COMMANDS_HELP_H
 
+#include <string>
+
+#include "commands/command.h"
+
 namespace client {
 
-extern const char kGeneralHelp[];
-extern const char kStatusHelp[];
-extern const char kStartHelp[];
-extern const char kStopHelp[];
-extern const char kStartAllHelp[];
-extern const char kStopAllHelp[];
-extern const char kListHelp[];
-extern const char kInstallHelp[];
-extern const char kRemoveHelp[];
-extern const char kFilesHelp[];
-extern const char kCheckHelp[];
-extern const char kInspectHelp[];
-extern const char kPackHelp[];
-extern const char kAreasHelp[];
-extern const char kBackupHelp[];
-extern const char kRestoreHelp[];
+// The help of a command, or of the program.
+std::string help_of(const Command* command);
+
+// "pack DIR -o FILE"
+std::string usage_of(const Command& command);
+
+// "-o FILE", "--to FILE"
+std::string short_form(const Option& option);
 
 }  // namespace client
 

@@ -1,12 +1,14 @@
-#include "commands/inspect_command.h"
-
+// tarvio inspect: what package files hold.
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <vector>
 
+#include "commands/arguments.h"
+#include "commands/commands.h"
+#include "commands/outcome.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
-#include "terminal/json.h"
 #include "terminal/output.h"
 #include "terminal/text_table.h"
 
@@ -19,7 +21,7 @@ PackageFile inspect(const std::string& file, double seconds) {
   const WorkDirectory directory;
   PackageFile package = read_package_file(directory, path, seconds);
   if (!package.kind) {
-    throw Failure(ENOENT, "it holds no tqcontrol: it is a package of opkg, but not of this system");
+    throw Failure(ENOENT, "it has no tqcontrol file, so tarvio does not manage it");
   }
   return package;
 }
@@ -30,34 +32,58 @@ std::string joined(const std::vector<std::string>& words) {
   return line;
 }
 
-std::string table_of(const std::vector<InspectedFile>& files) {
+Row row_of(const std::string& file, const PackageFile& package) {
+  return {{file},
+          {package.name},
+          {package.version},
+          {package.kind->category},
+          {package.kind->subcategory},
+          {joined(package.kind->targets)}};
+}
+
+Json json_of(const Outcome& outcome, const PackageFile& package) {
+  Json json = json_of("file", outcome);
+  if (!package.kind) return json;
+  json.update({{"name", package.name},
+               {"version", package.version},
+               {"category", package.kind->category},
+               {"category_code", package.kind->category_code},
+               {"subcategory", package.kind->subcategory},
+               {"subcategory_code", package.kind->subcategory_code},
+               {"targets", package.kind->targets}});
+  return json;
+}
+
+Result run(const Arguments& arguments) {
+  Result result;
+  result.json = Json::array();
   std::vector<Row> rows = {
       header_of({"FILE", "NAME", "VERSION", "CATEGORY", "SUBCATEGORY", "TARGETS"})};
-  for (const InspectedFile& file : files) {
-    if (!file.package.kind) continue;
-    const PackageKind& kind = *file.package.kind;
-    rows.push_back({{file.outcome.operand},
-                    {file.package.name},
-                    {file.package.version},
-                    {kind.category},
-                    {kind.subcategory},
-                    {joined(kind.targets)}});
+  for (const std::string& file : arguments.operands) {
+    PackageFile package;
+    const Outcome outcome =
+        attempt("inspect", file, [&] { package = inspect(file, arguments.timeout_seconds); });
+    if (package.kind) rows.push_back(row_of(file, package));
+    result.status = std::max(result.status, outcome.status);
+    result.json.push_back(json_of(outcome, package));
   }
-  return rows.size() == 1 ? "" : render_table(rows, wants_colour());
+  if (rows.size() > 1) result.text = render_table(rows, wants_colour());
+  return result;
 }
 
 }  // namespace
 
-int run_inspect(const Options& options) {
-  std::vector<InspectedFile> files;
-  for (const std::string& operand : options.operands) {
-    InspectedFile file;
-    file.outcome = attempt("inspect", operand,
-                           [&] { file.package = inspect(operand, options.timeout_seconds); });
-    files.push_back(std::move(file));
-  }
-  const bool is_written = print(options.json ? inspected_json(files) : table_of(files));
-  return is_written ? worst_status(files) : kFailed;
-}
+const Command kInspectCommand = {
+    .word = "inspect",
+    .operands = kPackageFiles,
+    .options = {},
+    .timeout = kToolsTimeout,
+    .summary = "show what package files hold",
+    .description =
+        "Shows what package files hold: name, version, category, subcategory and, for an "
+        "image, the targets of its data. Nothing is installed.",
+    .statuses = kToolsStatuses,
+    .run = run,
+};
 
 }  // namespace client

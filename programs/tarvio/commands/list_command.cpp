@@ -1,12 +1,14 @@
-#include "commands/list_command.h"
-
+// tarvio list: the installed packages.
 #include <algorithm>
+#include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "commands/arguments.h"
+#include "commands/commands.h"
 #include "packages/packages.h"
-#include "process/exit_status.h"
-#include "terminal/json.h"
+#include "tarvio/package.h"
 #include "terminal/output.h"
 #include "terminal/text_table.h"
 #include "terminal/words.h"
@@ -14,6 +16,61 @@
 namespace client {
 
 namespace {
+
+constexpr Option kCategory = {
+    .name = "category",
+    .value = "C",
+    .offer = Offer::kCategories,
+    .help = "only packages of this category: image, application or other"};
+constexpr Option kSubcategory = {
+    .name = "subcategory",
+    .value = "S",
+    .offer = Offer::kSubcategories,
+    .help = "only packages of this subcategory: native, java, browser, jsp or other"};
+constexpr Option kName = {
+    .name = "name", .value = "N", .help = "only the package with exactly this name"};
+constexpr std::array kOptions = {kCategory, kSubcategory, kName};
+
+struct Filter {
+  uint32_t category = TQ_CATEGORY_ANY;
+  uint32_t subcategory = TQ_SUBCATEGORY_ANY;
+  const char* name = nullptr;
+
+  [[nodiscard]] bool is_set() const {
+    return category != TQ_CATEGORY_ANY || subcategory != TQ_SUBCATEGORY_ANY || name != nullptr;
+  }
+};
+
+uint32_t known(std::optional<uint32_t> code, const Option& option, const std::string& word,
+               std::span<const Word> words) {
+  if (code) return *code;
+  throw UsageError(std::string("unknown ") + option.name + " '" + word + "'; use one of " +
+                   choices_of(words));
+}
+
+Filter filter_in(const Arguments& arguments) {
+  Filter filter;
+  if (const std::string* word = arguments.value_of(kCategory)) {
+    filter.category = known(category_code(*word), kCategory, *word, category_words());
+  }
+  if (const std::string* word = arguments.value_of(kSubcategory)) {
+    filter.subcategory = known(subcategory_code(*word), kSubcategory, *word, subcategory_words());
+  }
+  if (const std::string* name = arguments.value_of(kName)) filter.name = name->c_str();
+  return filter;
+}
+
+Json json_of(const Package& package) {
+  return {{"name", package.name},
+          {"version", package.version},
+          {"category", category_word(package.category)},
+          {"category_code", package.category},
+          {"subcategory", subcategory_word(package.subcategory)},
+          {"subcategory_code", package.subcategory},
+          {"maintainer", package.maintainer},
+          {"start_file", or_null(package.start_file)},
+          {"stop_file", or_null(package.stop_file)}};
+}
 
 std::string table_of(const std::vector<Package>& packages) {
   std::vector<Row> rows = {header_of({"NAME", "VERSION", "CATEGORY", "SUBCATEGORY", "MAINTAINER"})};
@@ -27,35 +84,43 @@ std::string table_of(const std::vector<Package>& packages) {
   return render_table(rows, wants_colour());
 }
 
-bool has_filter(const Options& options) {
-  return options.name || options.category != TQ_CATEGORY_ANY ||
-         options.subcategory != TQ_SUBCATEGORY_ANY;
-}
-
-bool show(const std::vector<Package>& packages, const Options& options) {
-  if (options.json) return print(packages_json(packages));
-  if (!packages.empty()) return print(table_of(packages));
-  complain(has_filter(options) ? "no such packages" : "no packages");
-  return true;
-}
-
 // Memory is the one reason for which the library has no errno value here.
 std::string reason_of(int32_t code) {
   return code < 0 ? "out of memory" : result_words(code) + " (" + std::to_string(code) + ")";
 }
 
+Result run(const Arguments& arguments) {
+  const Filter filter = filter_in(arguments);
+  Listing listing = list_packages(filter.category, filter.subcategory, filter.name);
+  std::vector<Package>& packages = listing.packages;
+  // People look a name up from A to Z.
+  std::sort(packages.begin(), packages.end(),
+            [](const Package& a, const Package& b) { return a.name < b.name; });
+
+  Result result;
+  if (!packages.empty()) result.text = table_of(packages);
+  if (!packages.empty() || listing.code == 0) result.json = Json::array();
+  for (const Package& package : packages) result.json.push_back(json_of(package));
+  if (listing.code != 0) {
+    result.status = kFailed;
+    result.complaint = "cannot list the packages: " + reason_of(listing.code);
+  } else if (packages.empty() && !arguments.has(kJson)) {
+    result.complaint = filter.is_set() ? "no such packages" : "no packages";
+  }
+  return result;
+}
+
 }  // namespace
 
-int run_list(const Options& options) {
-  Listing listing = list_packages(options.category, options.subcategory,
-                                  options.name ? options.name->c_str() : nullptr);
-  // People look a name up from A to Z.
-  std::sort(listing.packages.begin(), listing.packages.end(),
-            [](const Package& a, const Package& b) { return a.name < b.name; });
-  const bool has_result = listing.code == 0 || !listing.packages.empty();
-  const bool is_written = !has_result || show(listing.packages, options);
-  if (listing.code != 0) complain("listing the packages failed: " + reason_of(listing.code));
-  return is_written && listing.code == 0 ? kDone : kFailed;
-}
+const Command kListCommand = {
+    .word = "list",
+    .operands = kNoOperands,
+    .options = kOptions,
+    .timeout = kNoTimeout,
+    .summary = "list the installed packages",
+    .description = "Lists the installed packages. Needs no manager.",
+    .statuses = "0 done, 1 failed",
+    .run = run,
+};
 
 }  // namespace client

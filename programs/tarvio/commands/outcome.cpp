@@ -20,4 +20,8 @@ Outcome attempt(const char* verb, const std::string& operand, const std::functio
   }
 }
 
+Json json_of(const char* operand_key, const Outcome& outcome) {
+  return {{operand_key, outcome.operand}, {"code", outcome.code}, {"message", outcome.message}};
+}
+
 }  // namespace client

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "process/exit_status.h"
+#include "terminal/json.h"
 
 namespace client {
 
@@ -23,9 +24,12 @@ struct Outcome {
 // Does the work, and complains when it throws a Failure, "cannot VERB 'OPERAND': ..."
 Outcome attempt(const char* verb, const std::string& operand, const std::function<void()>& work);
 
-// The exit status that tells of all the records' outcomes.
+// The operand under the given key, the code and the message.
+Json json_of(const char* operand_key, const Outcome& outcome);
+
+// The exit status for all the records' outcomes.
 template <typename Record>
-int worst_status(const std::vector<Record>& records) {
+ExitStatus worst_status(const std::vector<Record>& records) {
   ExitStatus worst = kDone;
   for (const Record& record : records) worst = std::max(worst, record.outcome.status);
   return worst;

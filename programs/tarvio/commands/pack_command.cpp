@@ -1,42 +1,71 @@
-#include "commands/pack_command.h"
-
+// tarvio pack: a package file from a directory.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include "base/owners.h"
+#include "base/pipe.h"
+#include "commands/arguments.h"
+#include "commands/commands.h"
+#include "commands/outcome.h"
+#include "flash/flash_space.h"
 #include "packages/package_directory.h"
+#include "packages/package_file.h"
 #include "process/child.h"
 #include "process/failure.h"
-#include "terminal/json.h"
-#include "terminal/output.h"
 #include "terminal/printable_text.h"
+#include "terminal/progress.h"
 
 namespace client {
 
 namespace {
+
+constexpr Option kOutput = {.name = "output",
+                            .letter = 'o',
+                            .value = "FILE",
+                            .offer = Offer::kPackageFiles,
+                            .help = "the package file; an existing one is replaced",
+                            .is_required = true};
+constexpr std::array kOptions = {kOutput};
 
 constexpr char kArchive[] = "package.tbx";
 constexpr char kFormatVersion[] = "2.0\n";
 
 using Words = std::vector<std::string>;
 
-// The same directory gives the same bytes: what tar takes from the machine is fixed. (Of the epoch
-// itself tools think that it is no time.)
+struct Request {
+  std::string directory;
+  std::string output;
+  double timeout_seconds;
+};
+
+struct PackedFile {
+  std::string name;
+  std::string version;
+  uint64_t size_bytes = 0;
+};
+
+Request request_in(const Arguments& arguments) {
+  Request request = {.directory = arguments.operands.front(),
+                     .output = *arguments.value_of(kOutput),
+                     .timeout_seconds = arguments.timeout_seconds};
+  if (!is_package_file_name(request.output)) {
+    throw UsageError("'" + request.output + "': package file names must end in .tbx");
+  }
+  return request;
+}
+
+// The same directory gives the same bytes: whatever tar would take from the machine is fixed. (Some
+// tools treat timestamp 0 as unset.)
 Words tar_words() {
   return {"tar",       "--create",  "--format=gnu",   "--sort=name", "--mtime=@946684800",
           "--owner=0", "--group=0", "--numeric-owner"};
-}
-
-std::string directory_of(const std::string& file) {
-  const size_t slash = file.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : file.substr(0, slash);
 }
 
 class Packer {
@@ -57,7 +86,7 @@ class Packer {
   void write_format_version() const {
     const tarvio::Fd file(
         open((directory_ / "debian-binary").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
-    if (!file.valid() || !write_all(file.get(), kFormatVersion)) {
+    if (!file.valid() || !tarvio::write_all(file.get(), kFormatVersion)) {
       throw Failure::of_system("cannot write in the work directory");
     }
   }
@@ -86,7 +115,7 @@ class Packer {
   double seconds_;
 };
 
-// A reader sees the old file or the whole new one, even when the power fails.
+// A reader sees the old file or the whole new one, even after a power cut.
 void put_in_place(const std::string& from, const std::string& to) {
   const tarvio::Fd file(open(from.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file.valid() || fsync(file.get()) != 0 || rename(from.c_str(), to.c_str()) != 0) {
@@ -98,45 +127,64 @@ void check_outside(const std::string& output, const std::string& directory) {
   const tarvio::CString target(realpath(directory_of(output).c_str(), nullptr));
   if (target == nullptr) throw Failure::of_system("cannot write '" + output + "'");
   if ((std::string(target.get()) + "/").starts_with(directory + "/")) {
-    throw Failure(EINVAL, "'" + output + "' would lie in it");
+    throw Failure(EINVAL, "the output file '" + output + "' must not be inside the directory");
   }
 }
 
-uint64_t size_of(const std::string& file) {
-  struct stat status = {};
-  return stat(file.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
-}
-
-void pack(const Options& options, PackedFile& packed) {
-  const PackageDirectory package = check_package_directory(options.operands.front());
-  check_outside(options.output, package.path);
-  const WorkDirectory directory(directory_of(options.output) + "/.tarvio.");
-  Packer(directory, options.timeout_seconds).pack(package);
-  packed.size_bytes = size_of(directory / kArchive);
-  put_in_place(directory / kArchive, options.output);
+void pack(const Request& request, PackedFile& packed) {
+  const PackageDirectory package = check_package_directory(request.directory);
+  check_outside(request.output, package.path);
+  const WorkDirectory directory(directory_of(request.output) + "/.tarvio.");
+  Packer(directory, request.timeout_seconds).pack(package);
+  packed.size_bytes = size_of_file(directory / kArchive);
+  put_in_place(directory / kArchive, request.output);
   packed.name = package.name;
   packed.version = package.version;
 }
 
-std::string line_of(const PackedFile& packed) {
-  return printable("packed " + packed.name + " " + packed.version + " into " + packed.file + ", " +
-                   size_words(packed.size_bytes)) +
-         '\n';
+Result run(const Arguments& arguments) {
+  const Request request = request_in(arguments);
+  PackedFile packed;
+  const Outcome outcome = attempt("pack", request.directory, [&] { pack(request, packed); });
+  // The key is older than the word that the documents have for it.
+  Result result = {.status = outcome.status, .json = json_of("folder", outcome)};
+  if (outcome.code != 0) return result;
+  result.text = printable("packed " + packed.name + " " + packed.version + " into " +
+                          request.output + ", " + size_words(packed.size_bytes)) +
+                '\n';
+  result.json.update({{"file", request.output},
+                      {"name", packed.name},
+                      {"version", packed.version},
+                      {"size_bytes", packed.size_bytes}});
+  return result;
 }
 
 }  // namespace
 
-int run_pack(const Options& options) {
-  PackedFile packed;
-  packed.file = options.output;
-  packed.outcome = attempt("pack", options.operands.front(), [&] { pack(options, packed); });
-  bool is_written = true;
-  if (options.json) {
-    is_written = print(packed_json(packed));
-  } else if (packed.outcome.code == 0) {
-    is_written = print(line_of(packed));
-  }
-  return is_written ? packed.outcome.status : kFailed;
-}
+const Command kPackCommand = {
+    .word = "pack",
+    .operands = {.name = "DIR",
+                 .min = 1,
+                 .max = 1,
+                 .missing = "the directory DIR",
+                 .offer = Offer::kDirectories},
+    .options = kOptions,
+    .timeout = kToolsTimeout,
+    .summary = "build a package file from a directory",
+    .description =
+        "Builds a package file, whose name ends in .tbx, from a directory that holds\n"
+        "\n"
+        "  control     the keys of opkg: Package, Version, Maintainer, Architecture ...\n"
+        "  tqcontrol   TqPackageCategory, TqPackageSubCategory, TqDataTarget\n"
+        "  tqstartapp, tqstopapp\n"
+        "              programs that start and stop the application (optional)\n"
+        "  preinst, postinst, prerm, postrm, conffiles\n"
+        "              for opkg (optional)\n"
+        "  data/       the files to install, laid out as below / (optional)\n"
+        "\n"
+        "The same directory always gives the same bytes.",
+    .statuses = kToolsStatuses,
+    .run = run,
+};
 
 }  // namespace client

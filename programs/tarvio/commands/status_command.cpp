@@ -1,23 +1,66 @@
-#include "commands/status_command.h"
+// tarvio status: what the manager watches, once or as it changes.
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "commands/watch_command.h"
+#include "commands/app_request.h"
+#include "commands/arguments.h"
+#include "commands/commands.h"
 #include "manager/manager_client.h"
 #include "manager/manager_reply.h"
+#include "manager/status_changes.h"
 #include "manager/status_table.h"
-#include "process/exit_status.h"
+#include "process/failure.h"
 #include "tarvio/status.h"
-#include "terminal/json.h"
 #include "terminal/output.h"
+#include "terminal/words.h"
 
 namespace client {
 
 namespace {
 
-int exit_status_of(int32_t state) {
+constexpr Option kApps = {.name = "apps", .help = "applications only"};
+constexpr Option kWatch = {
+    .name = "watch", .help = "keep running: redraw on a terminal, else print a line per change"};
+constexpr std::array kOptions = {kApps, kWatch};
+
+struct Request {
+  std::optional<std::string> name;
+  const char* command;
+  double timeout_seconds;
+  bool is_json;
+};
+
+Request request_in(const Arguments& arguments) {
+  Request request = {.name = std::nullopt,
+                     .command = arguments.has(kApps) ? "status_app" : "status_all",
+                     .timeout_seconds = arguments.timeout_seconds,
+                     .is_json = arguments.has(kJson)};
+  if (!arguments.operands.empty()) request.name = application_name(arguments.operands.front());
+  return request;
+}
+
+Answer ask(const Request& request) {
+  return ask_manager(request.command, nullptr, request.timeout_seconds);
+}
+
+Json json_of(const Status& status) {
+  return {{"name", status.name},
+          {"state", state_word(status.state)},
+          {"state_code", status.state},
+          {"detail", status.detail}};
+}
+
+Json json_of(const StatusChange& change) {
+  return change.now ? json_of(*change.now) : Json{{"name", change.name}, {"state", nullptr}};
+}
+
+ExitStatus exit_status_of(int32_t state) {
   switch (state) {
     case TQ_STATE_NORMAL:
       return kDone;
@@ -28,44 +71,144 @@ int exit_status_of(int32_t state) {
   }
 }
 
-// A reply that is not whole tells nothing about what it does not hold.
-int show_all(const std::vector<Status>& statuses, bool is_whole, bool json) {
-  if (statuses.empty() && !is_whole) return kFailed;
-  if (json) return print(statuses_json(statuses)) ? kDone : kFailed;
-  if (!statuses.empty()) return print(table_of(statuses)) ? kDone : kFailed;
-  complain("no statuses");
-  return kDone;
+Result all_of(const std::vector<Status>& statuses, bool is_json) {
+  Result result;
+  if (!statuses.empty()) {
+    result.text = table_of(statuses);
+  } else if (!is_json) {
+    result.complaint = "no statuses";
+  }
+  result.json = Json::array();
+  for (const Status& status : statuses) result.json.push_back(json_of(status));
+  return result;
 }
 
-int show_one(const std::vector<Status>& statuses, const std::string& name, bool is_whole,
-             bool json) {
+Result one_of(const std::vector<Status>& statuses, const std::string& name) {
   const auto status = std::find_if(statuses.begin(), statuses.end(),
                                    [&](const Status& each) { return each.name == name; });
   if (status == statuses.end()) {
-    if (!is_whole) return kFailed;
-    complain("no status of '" + name + "': not started, or not the whole name of an application");
-    return kNoStatus;
+    return {.status = kNoStatus,
+            .complaint = "no status for '" + name + "': not started, or not an exact name"};
   }
-  if (!print(json ? status_json(*status) : table_of({*status}))) return kFailed;
-  return exit_status_of(status->state);
+  return {.status = exit_status_of(status->state),
+          .text = table_of({*status}),
+          .json = json_of(*status)};
+}
+
+Result show(const Request& request) {
+  const Answer answer = ask(request);
+  const StatusReply reply = parse_statuses(answer.bytes);
+  Result result = request.name ? one_of(reply.statuses, *request.name)
+                               : all_of(reply.statuses, request.is_json);
+  const std::string broken = broken_off(answer);
+  if (broken.empty() && reply.complete) return result;
+  // Such a reply says nothing about what is not in it: that is neither unknown nor gone.
+  if (reply.statuses.empty()) result.json = nullptr;
+  result.status = kFailed;
+  result.complaint = !broken.empty()
+                         ? broken
+                         : "the manager's reply is truncated or garbled; statuses may be missing";
+  return result;
+}
+
+constexpr unsigned kSecondsBetweenLooks = 1;
+constexpr char kNoManager[] = "no manager answers; waiting for one";
+constexpr char kClearScreen[] = "\x1b[H\x1b[2J";
+
+// Redraws the whole table in its place whenever it has changed.
+class Screen {
+ public:
+  bool show(const std::vector<Status>& statuses) {
+    return draw(statuses.empty() ? "no statuses\n" : table_of(statuses));
+  }
+  bool show_no_manager() { return draw(std::string(kNoManager) + '\n'); }
+
+ private:
+  bool draw(const std::string& text) {
+    if (text == shown_) return true;
+    shown_ = text;
+    return print(kClearScreen + shown_);
+  }
+
+  std::string shown_;
+};
+
+// Prints a line for each change. What is there at the beginning counts as one.
+class Lines {
+ public:
+  explicit Lines(bool is_json) : is_json_(is_json) {}
+
+  bool show(const std::vector<Status>& statuses) {
+    std::string text;
+    for (const StatusChange& change : changes_between(known_, statuses)) {
+      text += is_json_ ? line_of(json_of(change)) : change_line(change);
+    }
+    known_ = statuses;
+    is_reported_ = false;
+    return text.empty() || print(text);
+  }
+
+  bool show_no_manager() {
+    if (!std::exchange(is_reported_, true)) complain(kNoManager);
+    return true;
+  }
+
+ private:
+  bool is_json_;
+  bool is_reported_ = false;
+  std::vector<Status> known_;
+};
+
+std::vector<Status> only_named(const std::optional<std::string>& name,
+                               std::vector<Status> statuses) {
+  if (name) std::erase_if(statuses, [&](const Status& status) { return status.name != *name; });
+  return statuses;
+}
+
+template <typename Display>
+bool look(const Request& request, bool is_first, Display& display) {
+  try {
+    const Answer answer = ask(request);
+    const StatusReply reply = parse_statuses(answer.bytes);
+    if (answer.error != 0 || !reply.complete) return true;  // the next look shows it
+    return display.show(only_named(request.name, reply.statuses));
+  } catch (const Failure&) {
+    if (is_first) throw;
+    return display.show_no_manager();
+  }
+}
+
+// Until a signal ends the process, or the output cannot be written.
+template <typename Display>
+Result watch(const Request& request, Display display) {
+  for (bool is_first = true; look(request, is_first, display); is_first = false) {
+    (void)sleep(kSecondsBetweenLooks);
+  }
+  return {.status = kFailed};
+}
+
+Result run(const Arguments& arguments) {
+  const Request request = request_in(arguments);
+  if (!arguments.has(kWatch)) return show(request);
+  return is_screen() && !request.is_json ? watch(request, Screen())
+                                         : watch(request, Lines(request.is_json));
 }
 
 }  // namespace
 
-int run_status(const Options& options) {
-  if (options.watch) return run_watch(options);
-  const Answer answer = ask_manager(options.only_applications ? "status_app" : "status_all",
-                                    nullptr, options.timeout_seconds);
-  if (!answer.manager_found) return report_exchange(answer);
-  const StatusReply reply = parse_statuses(answer.bytes);
-  const bool is_whole = answer.error == 0 && reply.complete;
-  const int shown = options.name ? show_one(reply.statuses, *options.name, is_whole, options.json)
-                                 : show_all(reply.statuses, is_whole, options.json);
-  if (is_whole) return shown;
-  if (report_exchange(answer) == kDone) {
-    complain("the manager's reply is cut short or garbled: there may be more statuses");
-  }
-  return kFailed;
-}
+const Command kStatusCommand = {
+    .word = "status",
+    .operands = {.name = "NAME", .max = 1, .offer = Offer::kApplications},
+    .options = kOptions,
+    .timeout = kManagerTimeout,
+    .summary = "print all statuses, or that of one application",
+    .description =
+        "Prints the status of everything that the manager watches, or of the application with "
+        "exactly this NAME. States: normal, warning, error. An application has a status from its "
+        "first start until it is stopped. With NAME the exit status is the state: 0 normal, "
+        "1 warning, 2 error, 4 no such status.",
+    .statuses = kManagerStatuses,
+    .run = run,
+};
 
 }  // namespace client

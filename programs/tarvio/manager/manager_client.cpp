@@ -9,18 +9,20 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/pipe.h"
 #include "process/exit_status.h"
+#include "process/failure.h"
 #include "tarvio/com.h"
-#include "terminal/output.h"
 
 namespace client {
 
 namespace {
 
 constexpr char kLastWords[] =
-    "tarvio: no answer from the manager in time: it may be busy (--timeout SECONDS waits longer)\n";
+    "tarvio: no answer from the manager in time, it may be busy; use --timeout SECONDS to wait "
+    "longer\n";
 
-// A signal handler may call next to nothing.
+// Only what a signal handler may call.
 void give_up(int /*signal*/) {
   (void)!write(STDERR_FILENO, kLastWords, sizeof kLastWords - 1);
   _exit(kTimeout);
@@ -31,7 +33,7 @@ void set_timer(double seconds) {
   timer.it_value.tv_sec = static_cast<time_t>(seconds);
   timer.it_value.tv_usec =
       static_cast<suseconds_t>((seconds - static_cast<double>(timer.it_value.tv_sec)) * 1e6);
-  // A timer of nothing at all would never ring.
+  // A timer of zero would never fire.
   if (seconds > 0 && timer.it_value.tv_sec == 0 && timer.it_value.tv_usec == 0) {
     timer.it_value.tv_usec = 1;
   }
@@ -45,11 +47,11 @@ void unblock(int signal) {
   (void)sigprocmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-// While it lives, the process ends when the time is over. A signal, because connecting waits while
-// the manager's backlog is full, and no call of the exchange takes a time limit.
-class Deadline {
+// While it lives, the process ends when the time is over. A signal, because connecting blocks while
+// the manager's backlog is full, and the library's call has no time limit.
+class Alarm {
  public:
-  explicit Deadline(double seconds) : is_set_(seconds > 0) {
+  explicit Alarm(double seconds) : is_set_(seconds > 0) {
     if (!is_set_) return;
     struct sigaction action = {};
     action.sa_handler = give_up;
@@ -57,11 +59,11 @@ class Deadline {
     unblock(SIGALRM);  // the parent may have left it blocked
     set_timer(seconds);
   }
-  ~Deadline() {
+  ~Alarm() {
     if (is_set_) set_timer(0);
   }
-  Deadline(const Deadline&) = delete;
-  Deadline& operator=(const Deadline&) = delete;
+  Alarm(const Alarm&) = delete;
+  Alarm& operator=(const Alarm&) = delete;
 
  private:
   bool is_set_;
@@ -74,49 +76,35 @@ bool is_connected(int fd) {
   return getpeername(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0;
 }
 
-// Reads to the end of data. Not by tq_receive_com, which cuts long lines into pieces and would so
-// lose count of the three lines of a status.
+// Reads to the end of data. Not by tq_receive_com, which cuts long lines into pieces and would lose
+// count of the three lines of a status.
 int read_to_end(int fd, std::string& bytes) {
   std::array<char, 2048> buffer;
   while (true) {
-    const ssize_t count = recv(fd, buffer.data(), buffer.size(), 0);
-    if (count == 0) return 0;
-    if (count > 0) {
-      bytes.append(buffer.data(), static_cast<size_t>(count));
-    } else if (errno != EINTR) {
-      return errno;
-    }
+    const ssize_t count = tarvio::read_some(fd, buffer);
+    if (count <= 0) return count == 0 ? 0 : errno;
+    bytes.append(buffer.data(), static_cast<size_t>(count));
   }
 }
 
 }  // namespace
 
 Answer ask_manager(const char* command, const char* name, double timeout_seconds) {
-  const Deadline deadline(timeout_seconds);
-  Answer answer;
+  const Alarm alarm(timeout_seconds);
   const int fd = tq_request_com(TQ_COM_SOCKET_PATH, command, name == nullptr ? 0 : 1, &name);
-  if (fd < 0) {
-    answer.error = errno;
-    return answer;
-  }
-  answer.manager_found = is_connected(fd);
-  if (answer.manager_found) answer.error = read_to_end(fd, answer.bytes);
+  if (fd < 0) throw Failure::of_system("cannot make a socket");
+  Answer answer;
+  const bool is_manager_there = is_connected(fd);
+  if (is_manager_there) answer.error = read_to_end(fd, answer.bytes);
   (void)tq_socket_close(fd);
-  return answer;
+  if (is_manager_there) return answer;
+  throw Failure(ENOTCONN, "no manager answers on " TQ_COM_SOCKET_PATH "; is tarviod running?",
+                kNoManager);
 }
 
-int report_exchange(const Answer& answer) {
-  if (!answer.manager_found && answer.error == 0) {
-    complain("no manager answers on " TQ_COM_SOCKET_PATH ": is tarviod running?");
-    return kNoManager;
-  }
-  if (answer.error != 0) {
-    const char* what =
-        answer.manager_found ? "the connection to the manager broke: " : "cannot make a socket: ";
-    complain(std::string(what) + strerror(answer.error));
-    return kFailed;
-  }
-  return kDone;
+std::string broken_off(const Answer& answer) {
+  if (answer.error == 0) return "";
+  return std::string("the connection to the manager broke: ") + strerror(answer.error);
 }
 
 }  // namespace client

@@ -1,4 +1,4 @@
-// Questions to the resident manager.
+// Requests to the resident manager.
 #ifndef TARVIO_CLIENT_MANAGER_MANAGER_CLIENT_H
 #define TARVIO_CLIENT_MANAGER_MANAGER_CLIENT_H
 
@@ -7,19 +7,17 @@
 namespace client {
 
 struct Answer {
-  bool manager_found = false;
   int error = 0;      // errno value of what broke the exchange off; 0 at a clean end
   std::string bytes;  // what came
 };
 
 // Sends a request, with a name when that is not null, and reads the reply to its end. When that
 // takes longer than a positive number of seconds, the process says so and ends with kTimeout,
-// whatever it is waiting for.
+// whatever it is waiting for. Throws a Failure when no manager can be reached.
 Answer ask_manager(const char* command, const char* name, double timeout_seconds);
 
-// Complains about an exchange that did not come to a clean end. Returns the exit status that it
-// calls for: kDone for a clean one.
-int report_exchange(const Answer& answer);
+// What broke the exchange off, for people; empty after a clean end.
+std::string broken_off(const Answer& answer);
 
 }  // namespace client
 

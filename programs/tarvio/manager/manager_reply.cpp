@@ -2,6 +2,8 @@
 
 #include <charconv>
 
+#include "base/line_cutter.h"
+
 namespace client {
 
 namespace {
@@ -14,13 +16,10 @@ std::optional<int32_t> parse_number(std::string_view text) {
   return number;
 }
 
-// Takes a line and its line feed off the text; none when there is no line feed.
-std::optional<std::string_view> take_line(std::string_view& text) {
-  const size_t end = text.find('\n');
-  if (end == std::string_view::npos) return std::nullopt;
-  const std::string_view line = text.substr(0, end);
-  text.remove_prefix(end + 1);
-  return line;
+// Takes a line off the text; none when it has no line feed.
+std::optional<std::string_view> take_whole_line(std::string_view& text) {
+  if (text.find('\n') == std::string_view::npos) return std::nullopt;
+  return tarvio::take_line(text);
 }
 
 }  // namespace
@@ -28,14 +27,14 @@ std::optional<std::string_view> take_line(std::string_view& text) {
 StatusReply parse_statuses(std::string_view bytes) {
   StatusReply reply;
   while (reply.complete && !bytes.empty()) {
-    const std::optional<std::string_view> name = take_line(bytes);
-    const std::optional<std::string_view> state_text = take_line(bytes);
+    const std::optional<std::string_view> name = take_whole_line(bytes);
+    const std::optional<std::string_view> state_text = take_whole_line(bytes);
     const std::optional<int32_t> state = state_text ? parse_number(*state_text) : std::nullopt;
     if (!name || !state) {
       reply.complete = false;
       break;
     }
-    const std::optional<std::string_view> detail = take_line(bytes);
+    const std::optional<std::string_view> detail = take_whole_line(bytes);
     reply.complete = detail.has_value();
     reply.statuses.push_back({std::string(*name), *state, std::string(detail ? *detail : bytes)});
   }
@@ -43,7 +42,7 @@ StatusReply parse_statuses(std::string_view bytes) {
 }
 
 std::optional<int32_t> parse_result_code(std::string_view bytes) {
-  const std::optional<std::string_view> line = take_line(bytes);
+  const std::optional<std::string_view> line = take_whole_line(bytes);
   if (!line || (!bytes.empty() && bytes != "\n")) return std::nullopt;
   return parse_number(*line);
 }

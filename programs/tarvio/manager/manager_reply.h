@@ -1,4 +1,4 @@
-// What the manager answers.
+// The manager's replies.
 #ifndef TARVIO_CLIENT_MANAGER_MANAGER_REPLY_H
 #define TARVIO_CLIENT_MANAGER_MANAGER_REPLY_H
 
@@ -24,12 +24,12 @@ struct StatusReply {
 };
 
 // Reads a status reply: three lines per status. Only a line feed ends a line. Of a reply that is
-// cut or garbled, the statuses before that place are kept, and the last one as soon as its state is
-// known.
+// truncated or garbled, the statuses before that place are kept, and the last one as soon as its
+// state is known.
 StatusReply parse_statuses(std::string_view bytes);
 
-// Reads the reply to a start or stop request: the result code and one or two line feeds. None when
-// it is anything else.
+// Reads the reply to a start or stop request: the result code and one or two line feeds. None for
+// anything else.
 std::optional<int32_t> parse_result_code(std::string_view bytes);
 
 }  // namespace client

@@ -12,7 +12,7 @@ namespace client {
 
 struct StatusChange {
   std::string name;
-  std::optional<Status> now;  // none when there is no status of that name any more
+  std::optional<Status> now;  // none when the status of that name is gone
 };
 
 // In the order of the later look, those that are gone first.

@@ -3,9 +3,10 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 
+#include "base/flash_areas.h"
+#include "base/line_cutter.h"
 #include "process/failure.h"
 #include "tarvio/tbx.h"
 
@@ -18,12 +19,12 @@ constexpr std::string_view kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmno
 constexpr char kCategory[] = "TqPackageCategory";
 constexpr char kSubcategory[] = "TqPackageSubCategory";
 constexpr char kTarget[] = "TqDataTarget";
+constexpr char kNameRule[] =
+    "' must start with a letter or digit and contain only letters, digits and ";
 constexpr char kApplication[] = "Application";
 constexpr char kImage[] = "Image";
-// With the longest ending behind it, ".tqstartapp", it is still the name of a file.
-constexpr size_t kLongestName = 244;
-constexpr std::array<const char*, 6> kTargets = {"bootloader", "bootsetting", "kernel",
-                                                 "rootfs",     "writable",    "hibernation"};
+// With the longest suffix, ".tqstartapp", it must still be a valid file name.
+constexpr size_t kMaxName = 244;
 
 [[noreturn]] void refuse(const std::string& what) { throw Failure(EINVAL, what); }
 
@@ -51,10 +52,10 @@ bool is_control_character(char character) {
 Field field_of(std::string_view line, size_t number) {
   const size_t colon = line.find(':');
   if (colon == std::string_view::npos || !is_word_of(line.substr(0, colon), "-")) {
-    refuse_line(number, "is no 'KEY: VALUE'");
+    refuse_line(number, "is not 'KEY: VALUE'");
   }
   std::string_view value = line.substr(colon + 1);
-  if (!value.empty() && value.front() != ' ') refuse_line(number, "has no blank behind the colon");
+  if (!value.empty() && value.front() != ' ') refuse_line(number, "needs a space after the colon");
   value.remove_prefix(std::min(value.size(), value.find_first_not_of(' ')));
   return {std::string(line.substr(0, colon)), std::string(value)};
 }
@@ -69,14 +70,14 @@ void check_once(const std::vector<Field>& fields) {
   for (auto field = fields.begin(); field != fields.end(); ++field) {
     const bool is_again = std::any_of(
         fields.begin(), field, [&](const Field& before) { return before.key == field->key; });
-    if (is_again && field->key != kTarget) refuse(field->key + " is there twice");
+    if (is_again && field->key != kTarget) refuse("duplicate key " + field->key);
   }
 }
 
 void check_known(const std::vector<Field>& tqcontrol) {
   for (const Field& field : tqcontrol) {
     if (field.key != kCategory && field.key != kSubcategory && field.key != kTarget) {
-      refuse("'" + field.key + "' is no key of it");
+      refuse("unknown key '" + field.key + "'");
     }
   }
 }
@@ -86,21 +87,26 @@ void check_category(const std::string& category, const std::string& subcategory)
     if (category == known) {
       if (!subcategory.starts_with(category + "_") ||
           tq_tbx_conv_package_subtype(subcategory.c_str()) == TQ_TBX_SUBTYPE_NONE) {
-        refuse(std::string(kSubcategory) + " '" + subcategory + "' is none of " + known);
+        refuse(std::string(kSubcategory) + " '" + subcategory + "' is not an " + known +
+               " subcategory (use " + known + (known == kImage ? "_Other" : "_Native") + ", ...)");
       }
     } else if (strcasecmp(category.c_str(), known) == 0) {
       refuse(std::string(kCategory) + " '" + category + "' must be spelled '" + known + "'");
     }
   }
-  // The library reads one word, and takes a colon for an end.
+  // The library reads one word, which a colon ends.
   if (!is_word_of(category, "-_.") || !is_word_of(subcategory, "-_.")) {
     refuse(std::string(kCategory) + " and " + kSubcategory + " must be one word each");
   }
 }
 
 void check_target(const std::string& target) {
-  const auto* const known = std::find(kTargets.begin(), kTargets.end(), target);
-  if (known == kTargets.end()) refuse(std::string(kTarget) + " '" + target + "' is no flash area");
+  const auto* const known =
+      std::find_if(tarvio::kFlashAreas.begin(), tarvio::kFlashAreas.end(),
+                   [&](const tarvio::FlashArea& area) { return area.name == target; });
+  if (known == tarvio::kFlashAreas.end()) {
+    refuse(std::string(kTarget) + ": unknown flash area '" + target + "'");
+  }
 }
 
 }  // namespace
@@ -108,16 +114,15 @@ void check_target(const std::string& target) {
 std::vector<Field> parse_control_file(std::string_view text) {
   std::vector<Field> fields;
   for (size_t number = 1; !text.empty(); ++number) {
-    const size_t end = text.find('\n');
-    if (end == std::string_view::npos) refuse_line(number, "has no line end");
-    const std::string_view line = text.substr(0, end);
-    text.remove_prefix(end + 1);
+    if (text.find('\n') == std::string_view::npos) refuse_line(number, "has no line end");
+    const std::string_view line = tarvio::take_line(text);
     if (line.empty()) refuse_line(number, "is empty");
     if (std::any_of(line.begin(), line.end(), is_control_character)) {
-      refuse_line(number, "holds a control character");
+      refuse_line(number, "contains a control character");
     }
     const bool is_further = line.front() == ' ' || line.front() == '\t';
-    if (is_further && fields.empty()) refuse_line(number, "continues nothing");
+    if (is_further && fields.empty())
+      refuse_line(number, "is a continuation line without a key before it");
     if (!is_further) fields.push_back(field_of(line, number));
   }
   return fields;
@@ -130,23 +135,21 @@ std::string value_of(const std::vector<Field>& fields, std::string_view key) {
 }
 
 bool is_package_name(std::string_view text) {
-  return text.size() <= kLongestName && is_word_of(text, "+-._");
+  return text.size() <= kMaxName && is_word_of(text, "+-._");
 }
 
 void check_control(const std::vector<Field>& control, bool is_image) {
   check_once(control);
   const std::string name = required(control, "Package");
   if (!is_package_name(name)) {
-    refuse("Package '" + name +
-           "' is not made of letters, digits and '+-._', a letter or digit first, 244 at most");
+    refuse("Package '" + name + kNameRule + "+ - . _ (at most 244)");
   }
   const std::string version = required(control, "Version");
   if (!is_word_of(version, "+-._~")) {
-    refuse("Version '" + version +
-           "' is not made of letters, digits and '+-._~', a letter or digit first");
+    refuse("Version '" + version + kNameRule + "+ - . _ ~");
   }
   (void)required(control, "Maintainer");
-  // Images are written by the image writer and not by opkg, which refuses what has none.
+  // Only opkg insists on one, and images are not installed by opkg.
   if (!is_image) (void)required(control, "Architecture");
 }
 
@@ -157,7 +160,7 @@ void check_tqcontrol(const std::vector<Field>& tqcontrol) {
   check_category(category, required(tqcontrol, kSubcategory));
   for (const Field& field : tqcontrol) {
     if (field.key != kTarget) continue;
-    if (!is_image(tqcontrol)) refuse(std::string(kTarget) + " is for images only");
+    if (!is_image(tqcontrol)) refuse(std::string(kTarget) + " is only for images");
     check_target(field.value);
   }
 }

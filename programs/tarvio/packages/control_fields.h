@@ -14,16 +14,16 @@ struct Field {
 };
 
 // All fields of a file, in their order. Throws a Failure that names the line which breaks a rule:
-// "KEY: VALUE", further lines of a value begin with a blank.
+// "KEY: VALUE", and further lines of a value begin with a space.
 std::vector<Field> parse_control_file(std::string_view text);
 
 // The value of the first field with this key; empty when there is none.
 std::string value_of(const std::vector<Field>& fields, std::string_view key);
 
-// Whether opkg, the library and a shell take the text for a package's name.
+// Whether opkg, the library and a shell accept the text as a package name.
 bool is_package_name(std::string_view text);
 
-// Both throw a Failure that tells what is missing or wrong.
+// Both throw a Failure that names what is missing or wrong.
 void check_control(const std::vector<Field>& control, bool is_image);
 void check_tqcontrol(const std::vector<Field>& tqcontrol);
 

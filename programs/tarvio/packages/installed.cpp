@@ -40,7 +40,7 @@ Installed look_up(const std::string& name) {
   return installed;
 }
 
-bool is_written_anew(const Installed& before, const Installed& after) {
+bool is_reinstalled(const Installed& before, const Installed& after) {
   return before.control.st_ino != after.control.st_ino ||
          before.control.st_ctim.tv_sec != after.control.st_ctim.tv_sec ||
          before.control.st_ctim.tv_nsec != after.control.st_ctim.tv_nsec;

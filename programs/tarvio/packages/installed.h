@@ -1,4 +1,4 @@
-// What is installed, as opkg's information directory tells.
+// What is installed, according to opkg's information directory.
 #ifndef TARVIO_CLIENT_PACKAGES_INSTALLED_H
 #define TARVIO_CLIENT_PACKAGES_INSTALLED_H
 
@@ -9,21 +9,21 @@
 
 namespace client {
 
-// The directory that the installed system lies below: empty when the device runs from it.
+// The root of the installed system: empty when the device runs from it.
 std::string root_of_packages();
 
-// A package at one moment.
+// A package at one point in time.
 struct Installed {
   std::optional<std::string> version;  // none when it is not installed
-  bool is_listed = false;              // has a tqcontrol, and so is a package of this system
+  bool is_listed = false;              // has a tqcontrol file, so the library knows it
   bool is_application = false;
-  struct stat control = {};  // of its control file, which every installation writes anew
+  struct stat control = {};  // of its control file, which every installation rewrites
 };
 
 Installed look_up(const std::string& name);
 
-// Whether the package was installed again between two moments at which it was there.
-bool is_written_anew(const Installed& before, const Installed& after);
+// Whether a package that was there both times was installed again in between.
+bool is_reinstalled(const Installed& before, const Installed& after);
 
 }  // namespace client
 

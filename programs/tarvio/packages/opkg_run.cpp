@@ -42,7 +42,7 @@ std::string run(const std::string& line) {
   const int code = lines == nullptr ? ENOMEM : tq_opkg_run_command(line.c_str(), lines.get());
   std::string result = std::to_string(code) + '\n';
   if (lines == nullptr) return result;
-  for (const char* each : tarvio::Elements<char>(lines->head)) result.append(each).append("\n");
+  for (const char* each : tarvio::Elements<char>(lines.get())) result.append(each).append("\n");
   return result;
 }
 
@@ -56,7 +56,7 @@ std::string opkg_line(const OpkgCommand& command) {
   line.append(" ").append(command.word).append(" ").append(quoted(command.operand));
   const std::string root = root_of_packages();
   if (!root.empty()) line += " --offline-root=" + root;
-  // Newer releases have their errors there, and the library judges standard output alone.
+  // Newer releases write their errors there, and the library judges standard output only.
   if (!command.is_listing) line += " 2>&1";
   return line;
 }

@@ -15,26 +15,26 @@ struct OpkgCommand {
   const char* word = "";
   std::string operand;                  // may hold anything: it is quoted for the shell
   const char* force_options = nullptr;  // in place of those from the environment
-  bool is_listing = false;              // standard output is a listing, apart from errors
+  bool is_listing = false;              // standard output is a listing, separate from errors
 };
 
 // What the library makes of a run.
 struct OpkgRun {
-  int32_t code = 0;  // 0 means no more than that opkg printed no message that the library knows
+  int32_t code = 0;  // 0 only means that opkg printed no message that the library knows
   std::string message = {};
-  ExitStatus status = kDone;             // kTimeout when it had to be ended
+  ExitStatus status = kDone;             // kTimeout when it had to be stopped
   std::vector<std::string> lines = {};   // what opkg printed
-  std::vector<std::string> errors = {};  // on standard error, where that is apart
+  std::vector<std::string> errors = {};  // on standard error, where that is separate
 };
 
-// The whole line for the shell: the options from the environment, as the library takes them, and
-// the offline root where the device does not run from its installed one.
+// The whole line for the shell: the options from the environment, as the library uses them, and the
+// offline root when the device does not run from its installed one.
 std::string opkg_line(const OpkgCommand& command);
 
 // Runs it in the work directory. Throws a Failure when there is no result at all.
 OpkgRun run_opkg(const WorkDirectory& directory, const OpkgCommand& command, double seconds);
 
-// Tells people what opkg said.
+// Shows people what opkg said.
 void show_words_of(const OpkgRun& run);
 
 }  // namespace client

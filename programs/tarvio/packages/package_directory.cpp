@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <string_view>
 
 #include "base/owners.h"
@@ -24,7 +23,7 @@ namespace {
 constexpr char kControl[] = "control";
 constexpr char kTqControl[] = "tqcontrol";
 constexpr char kData[] = "data";
-constexpr off_t kMostBytes = 1 << 20;
+constexpr off_t kMaxBytes = 1 << 20;
 
 struct Known {
   std::string_view name;
@@ -40,12 +39,8 @@ constexpr std::array<Known, 9> kControlFiles = {{{kControl, false},
                                                  {"postrm", true},
                                                  {"conffiles", false}}};
 
-struct CloseDirectory {
-  void operator()(DIR* directory) const noexcept { (void)closedir(directory); }
-};
-
 std::vector<std::string> entries_of(const std::string& path) {
-  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
+  const tarvio::Directory directory(opendir(path.c_str()));
   if (directory == nullptr) throw Failure(errno, strerror(errno));
   std::vector<std::string> names;
   while (const dirent* entry = readdir(directory.get())) {
@@ -58,16 +53,15 @@ std::vector<std::string> entries_of(const std::string& path) {
 
 mode_t mode_of(const std::string& path, const std::string& name) {
   struct stat status = {};
-  if (lstat((path + "/" + name).c_str(), &status) != 0) throw Failure::of_system("its " + name);
+  if (lstat((path + "/" + name).c_str(), &status) != 0) throw Failure::of_system(name);
   return status.st_mode;
 }
 
-// What is unpacked gives its mode to the directory that is there.
+// Unpacking gives this mode to / itself.
 void check_data(mode_t mode) {
   constexpr mode_t kOpenToAll = 0755;
   if ((mode & kOpenToAll) != kOpenToAll) {
-    throw Failure(EACCES,
-                  "its data, which is / on the device, is closed to some: it needs mode 755");
+    throw Failure(EACCES, "data/ becomes / on the device, so its mode must be 755");
   }
 }
 
@@ -75,28 +69,29 @@ void check_control_entry(const std::string& path, const std::string& name) {
   const auto* const known = std::find_if(kControlFiles.begin(), kControlFiles.end(),
                                          [&](const Known& each) { return each.name == name; });
   if (known == kControlFiles.end()) {
-    throw Failure(EINVAL, "its '" + name + "' has no place in a package");
+    throw Failure(EINVAL, "unexpected file '" + name + "'");
   }
   const mode_t mode = mode_of(path, name);
-  if (!S_ISREG(mode)) throw Failure(EINVAL, "its " + name + " is no plain file");
+  if (!S_ISREG(mode)) throw Failure(EINVAL, name + " is not a regular file");
   if (known->is_program && (mode & S_IXUSR) == 0) {
-    throw Failure(EACCES, "its " + name + " is not executable");
+    throw Failure(EACCES, name + " is not executable");
   }
 }
 
 std::string content_of(const std::string& path) {
   const tarvio::File file(fopen(path.c_str(), "re"));
-  if (file == nullptr) throw Failure::of_system("cannot read it");
+  if (file == nullptr) throw Failure::of_system("cannot read");
   std::string content;
   std::array<char, 4096> piece;
   while (const size_t count = fread(piece.data(), 1, piece.size(), file.get())) {
     content.append(piece.data(), count);
-    if (content.size() > kMostBytes) throw Failure(EFBIG, "it is no control file, but 1 MiB long");
+    if (content.size() > kMaxBytes)
+      throw Failure(EFBIG, "larger than 1 MiB, so not a control file");
   }
   return content;
 }
 
-// The library reads long lines in pieces, and must come to the same all the same.
+// The library reads long lines in pieces (oddity 25), and must still find the same values.
 void check_reading(const std::string& path, const std::vector<Field>& fields,
                    std::initializer_list<const char*> keys) {
   const tarvio::Conf read(tq_conf_open(path.c_str()));
@@ -104,18 +99,18 @@ void check_reading(const std::string& path, const std::vector<Field>& fields,
     const std::string value = read == nullptr ? "" : tq_conf_read(read.get(), key);
     if (value != value_of(fields, key)) {
       throw Failure(EINVAL, std::string("the library reads '") + value + "' for " + key +
-                                ": is a line too long?");
+                                "; is a line too long?");
     }
   }
 }
 
-// Does something with one of the files, and says which one it was when that fails.
+// Works on one of the files, and names it when that fails.
 template <typename Work>
 auto within(const std::string& name, Work work) {
   try {
     return work();
   } catch (const Failure& failure) {
-    throw Failure(failure.code(), "its " + name + ": " + failure.what());
+    throw Failure(failure.code(), name + ": " + failure.what());
   }
 }
 

@@ -15,8 +15,8 @@ struct PackageDirectory {
   bool has_data = false;
 };
 
-// Looks at the directory and reads its control files. Throws a Failure that tells what is missing
-// or wrong.
+// Checks the directory and reads its control files. Throws a Failure that names what is missing or
+// wrong.
 PackageDirectory check_package_directory(const std::string& path);
 
 }  // namespace client

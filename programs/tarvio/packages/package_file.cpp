@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <memory>
 
 #include "base/chain.h"
 #include "base/owners.h"
@@ -27,7 +26,7 @@ namespace client {
 
 namespace {
 
-// The library hands names to the shell, so the file gets a plain one.
+// The library passes names to the shell, so the file gets a plain one.
 constexpr char kLink[] = "package.tbx";
 constexpr std::string_view kExtension = ".tbx";
 constexpr char kControlArchive[] = "./control.tar.gz";
@@ -35,19 +34,19 @@ constexpr char kControl[] = "./control";
 constexpr char kTqControl[] = "./tqcontrol";
 
 // Control files are a few lines: what a hostile archive may write is bounded.
-constexpr rlim_t kMostBytes = 16UL << 20;
+constexpr rlim_t kMaxBytes = 16UL << 20;
 
-enum class Found { kNothing, kFile, kOther };
+enum class Found { kNothing, kRegularFile, kOther };
 
 Found look_for(const char* path) {
   struct stat status = {};
   if (lstat(path, &status) != 0) return Found::kNothing;
-  return S_ISREG(status.st_mode) ? Found::kFile : Found::kOther;
+  return S_ISREG(status.st_mode) ? Found::kRegularFile : Found::kOther;
 }
 
-void check_plain(const char* path) {
+void check_regular(const char* path) {
   if (look_for(path) == Found::kOther) {
-    throw Failure(EINVAL, std::string("its ") + (path + 2) + " is no plain file");
+    throw Failure(EINVAL, std::string("its ") + (path + 2) + " is not a regular file");
   }
 }
 
@@ -61,52 +60,51 @@ std::string value_of(const tarvio::Conf& conf, const char* key) {
   return conf == nullptr ? "" : tq_conf_read(conf.get(), key);
 }
 
-// Stops tools, which are told so, in place of filling the memory or the flash.
+// Tools get a write error before they fill the memory or the flash.
 void bound_files() {
-  const rlimit limit = {kMostBytes, kMostBytes};
+  const rlimit limit = {kMaxBytes, kMaxBytes};
   (void)setrlimit(RLIMIT_FSIZE, &limit);
   (void)signal(SIGXFSZ, SIG_IGN);
 }
 
 std::string kind_lines() {
   const tarvio::Conf tqcontrol(tq_conf_open(kTqControl));
-  if (tqcontrol == nullptr) throw Failure(EINVAL, "its tqcontrol holds no key");
+  if (tqcontrol == nullptr) throw Failure(EINVAL, "its tqcontrol has no keys");
   int32_t type = 0;
   const tarvio::StringList targets(tq_list_create());
   check_extracted(targets == nullptr ? ENOMEM : tq_tbx_get_package_type("", &type, targets.get()),
                   "control.tar.gz");
   std::string lines = value_of(tqcontrol, "TqPackageCategory") + '\n' + std::to_string(type) +
                       '\n' + value_of(tqcontrol, "TqPackageSubCategory") + '\n';
-  for (const char* line : tarvio::Elements<char>(targets->head)) lines += target_in(line) + '\n';
+  for (const char* line : tarvio::Elements<char>(targets.get())) lines += target_in(line) + '\n';
   return lines;
 }
 
-// A backup does not know the version of a system without a package of its own.
-void check_told(const PackageFile& package) {
+// An image may have no version: a backup does not know that of a system without a package of its
+// own.
+void check_identity(const PackageFile& package) {
   const bool is_image = package.kind && package.kind->category == kImageCategory;
   if (!package.name.empty() && (is_image || !package.version.empty())) return;
-  throw Failure(EINVAL,
-                "its control.tar.gz tells no name and version: it is damaged, or no package file");
+  throw Failure(
+      EINVAL, "its control.tar.gz has no package name or version: damaged, or not a package file");
 }
 
-// In the work directory, in a process of its own. A result is a line each: name, version and, where
-// there is a tqcontrol, category, its code, subcategory and targets.
+// In the work directory, in a process of its own. The result is a line each: name, version and,
+// when there is a tqcontrol, category, its code, subcategory and targets.
 std::string read_control_files(const std::string& path) {
   if (symlink(path.c_str(), kLink) != 0) throw Failure::of_system("cannot make a link");
   bound_files();
   check_extracted(tq_extract_from_ar(kLink, kControlArchive), "it");
-  check_plain(kControlArchive);
-  if (look_for(kControlArchive) == Found::kNothing) {
-    throw Failure(EINVAL, "it holds no control.tar.gz: it is damaged, or no package file");
-  }
+  check_regular(kControlArchive);
+  if (look_for(kControlArchive) == Found::kNothing) throw no_archive("control.tar.gz");
   check_extracted(tq_extract_from_tgz(kControlArchive, kControl), "its control.tar.gz");
-  check_plain(kControl);
+  check_regular(kControl);
   const tarvio::Conf control(tq_conf_open(kControl));
   const std::string name = value_of(control, "Package");
   const std::string version = value_of(control, "Version");
   check_extracted(tq_extract_from_tgz(kControlArchive, kTqControl), "its control.tar.gz");
-  check_plain(kTqControl);
-  const bool has_kind = look_for(kTqControl) == Found::kFile;
+  check_regular(kTqControl);
+  const bool has_kind = look_for(kTqControl) == Found::kRegularFile;
   return name + '\n' + version + '\n' + (has_kind ? kind_lines() : "");
 }
 
@@ -122,11 +120,14 @@ std::string readable_file(const std::string& path) {
   if (!file.valid()) throw Failure(errno, strerror(errno));
   struct stat status = {};
   if (fstat(file.get(), &status) != 0) throw Failure(errno, strerror(errno));
-  if (!S_ISREG(status.st_mode)) throw Failure(EINVAL, "it is no plain file");
-  const std::unique_ptr<char, decltype(&std::free)> absolute(realpath(path.c_str(), nullptr),
-                                                             &std::free);
+  if (!S_ISREG(status.st_mode)) throw Failure(EINVAL, "not a regular file");
+  const tarvio::CString absolute(realpath(path.c_str(), nullptr));
   if (absolute == nullptr) throw Failure(errno, strerror(errno));
   return absolute.get();
+}
+
+Failure no_archive(const std::string& archive) {
+  return {EINVAL, "it has no " + archive + ": damaged, or not a package file"};
 }
 
 PackageFile read_package_file(const WorkDirectory& directory, const std::string& absolute_path,
@@ -144,7 +145,7 @@ PackageFile read_package_file(const WorkDirectory& directory, const std::string&
                     .subcategory_code = tq_tbx_conv_package_subtype(lines.at(4).c_str()),
                     .targets = {lines.begin() + 5, lines.end()}};
   }
-  check_told(package);
+  check_identity(package);
   return package;
 }
 

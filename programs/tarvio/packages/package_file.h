@@ -1,4 +1,4 @@
-// Package files, and what they tell of themselves.
+// Package files, and what their control files say.
 #ifndef TARVIO_CLIENT_PACKAGES_PACKAGE_FILE_H
 #define TARVIO_CLIENT_PACKAGES_PACKAGE_FILE_H
 
@@ -8,13 +8,14 @@
 #include <string_view>
 #include <vector>
 
+#include "process/failure.h"
 #include "process/work_directory.h"
 
 namespace client {
 
 inline constexpr char kImageCategory[] = "Image";
 
-// What a package's tqcontrol says. The codes are those of tarvio/tbx.h.
+// What a package's tqcontrol file says. The codes are those of tarvio/tbx.h.
 struct PackageKind {
   std::string category;
   int32_t category_code = 0;
@@ -26,7 +27,7 @@ struct PackageKind {
 struct PackageFile {
   std::string name;
   std::string version;
-  std::optional<PackageKind> kind;  // none without a tqcontrol
+  std::optional<PackageKind> kind;  // none without a tqcontrol file
 };
 
 // Whether a path ends in ".tbx", with something before it.
@@ -35,9 +36,13 @@ bool is_package_file_name(std::string_view path);
 // The absolute path of a file that can be read. Throws a Failure.
 std::string readable_file(const std::string& path);
 
-// Reads a package file's control files, by way of files in the work directory. Throws a Failure.
+// Reads a package file's control files, which a child process unpacks in the work directory. Throws
+// a Failure.
 PackageFile read_package_file(const WorkDirectory& directory, const std::string& absolute_path,
                               double seconds);
+
+// That a package file does not contain one of its archives.
+Failure no_archive(const std::string& archive);
 
 // The value of a line of tqcontrol that names a target, as the library hands it out.
 std::string target_in(std::string_view line);

@@ -13,8 +13,6 @@ namespace {
 constexpr size_t kSizeField = 2;
 constexpr size_t kAvailableField = 3;
 constexpr uint64_t kBlockBytes = 1024;
-// The size stands at the beginning of a line, whose end, a name, may be as long as it likes.
-constexpr size_t kKept = 256;
 
 std::string_view field_of(std::string_view line, size_t field) {
   for (size_t at = 0;; ++at) {
@@ -33,32 +31,26 @@ std::optional<uint64_t> number_of(std::string_view text) {
   return number;
 }
 
-// Devices have two numbers in place of a size, and take no room.
+// Devices have two numbers in place of a size, and take no space.
 bool is_device(std::string_view line) { return line.front() == 'b' || line.front() == 'c'; }
 
 }  // namespace
 
 void ListingSum::add(std::string_view piece) {
-  while (!piece.empty()) {
-    const size_t end = piece.find('\n');
-    const std::string_view part = piece.substr(0, end);
-    line_ += part.substr(0, kKept - std::min(kKept, line_.size()));
-    piece.remove_prefix(std::min(piece.size(), part.size() + 1));
-    if (end != std::string_view::npos) take_line();
-  }
+  while (lines_.feed(piece) == tarvio::LineCutter::Result::kLine) add_line(lines_.line());
 }
 
-void ListingSum::take_line() {
-  if (line_.empty() || !is_device(line_)) {
-    const std::optional<uint64_t> size = number_of(field_of(line_, kSizeField));
-    const bool is_added = size && !__builtin_add_overflow(sum_, *size, &sum_);
-    is_wrong_ = is_wrong_ || !is_added;
-  }
-  line_.clear();
+void ListingSum::add_line(std::string_view line) {
+  if (line.ends_with('\n')) line.remove_suffix(1);
+  if (!line.empty() && is_device(line)) return;
+  const std::optional<uint64_t> size = number_of(field_of(line, kSizeField));
+  const bool is_added = size && !__builtin_add_overflow(sum_, *size, &sum_);
+  is_wrong_ = is_wrong_ || !is_added;
 }
 
-std::optional<uint64_t> ListingSum::bytes() const {
-  return is_wrong_ || !line_.empty() ? std::nullopt : std::optional(sum_);
+std::optional<uint64_t> ListingSum::finish() {
+  const bool is_truncated = lines_.finish();
+  return is_wrong_ || is_truncated ? std::nullopt : std::optional(sum_);
 }
 
 std::optional<uint64_t> free_bytes_in(std::string_view df_output) {

@@ -1,11 +1,13 @@
-// What tar and df tell of sizes.
+// Sizes in the output of tar and df.
 #ifndef TARVIO_CLIENT_PACKAGES_PACKAGE_SIZE_H
 #define TARVIO_CLIENT_PACKAGES_PACKAGE_SIZE_H
 
+#include <array>
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <string_view>
+
+#include "base/line_cutter.h"
 
 namespace client {
 
@@ -13,18 +15,20 @@ namespace client {
 class ListingSum {
  public:
   void add(std::string_view piece);
-  // None when a line was no line of such a listing.
-  [[nodiscard]] std::optional<uint64_t> bytes() const;
+  // At the end: none when a line was not one of such a listing.
+  std::optional<uint64_t> finish();
 
  private:
-  void take_line();
+  void add_line(std::string_view line);
 
-  std::string line_;  // so far
+  // The size is near the beginning of a line, whose end, a name, may be of any length.
+  std::array<char, 257> room_ = {};
+  tarvio::LineCutter lines_{tarvio::LineEnd::kLineFeed, room_, tarvio::Excess::kDropped};
   uint64_t sum_ = 0;
   bool is_wrong_ = false;
 };
 
-// The free bytes of the file system that df lists first; none when its output is not understood.
+// The free bytes of the file system that df lists first; none when that cannot be parsed.
 std::optional<uint64_t> free_bytes_in(std::string_view df_output);
 
 }  // namespace client

@@ -1,4 +1,4 @@
-// The installed packages, read by this process itself.
+// The installed packages, which this process reads itself.
 #ifndef TARVIO_CLIENT_PACKAGES_PACKAGES_H
 #define TARVIO_CLIENT_PACKAGES_PACKAGES_H
 
@@ -19,7 +19,7 @@ struct Package {
 };
 
 struct Listing {
-  int32_t code = 0;  // not 0 when something went wrong; there may be packages all the same
+  int32_t code = 0;  // not 0 when something went wrong; there may still be packages
   std::vector<Package> packages;
 };
 

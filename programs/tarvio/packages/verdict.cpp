@@ -8,10 +8,11 @@ namespace client {
 
 namespace {
 
-constexpr char kNoFailure[] = "opkg told of no known failure, but ";
+constexpr char kNoFailure[] = "opkg reported no recognised error, but ";
+constexpr char kDisputed[] = ", although opkg reported: ";
 constexpr char kNotInstalled[] = "it is not installed";
 
-// What opkg says of its failure, and the state that it left.
+// What opkg says of its failure, and the state that it left behind.
 [[noreturn]] void fail_with(const OpkgRun& run, const std::string& state) {
   std::string what = run.message;
   if (!state.empty()) {
@@ -32,9 +33,9 @@ std::string state_of(const std::string& name, const Installed& now, const char* 
 std::string success_line(const std::string& name, const Installed& after) {
   std::string line = "installed " + name + " " + *after.version;
   if (!after.is_listed) {
-    line += ", which is no package of this system: it has no tqcontrol";
+    line += ", but it has no tqcontrol file, so tarvio does not manage it";
   } else if (after.is_application) {
-    line += ": the manager learns of it at its next start";
+    line += "; restart tarviod to make it available";
   }
   return line;
 }
@@ -50,12 +51,12 @@ Verdict judge_installation(const Wanted& wanted, const Installed& before, const 
     const std::string other = after.version ? ": " + name + " " + *after.version + " is" : "";
     throw Failure(EIO, kNoFailure + name + " " + version + " is not installed" + other);
   }
-  const bool is_new = before.version != version || is_written_anew(before, after);
+  const bool is_new = before.version != version || is_reinstalled(before, after);
   if (is_new && run.code == 0) return {success_line(name, after), false};
-  if (is_new) return {success_line(name, after) + ", though opkg told: " + words_of(run), true};
+  if (is_new) return {success_line(name, after) + kDisputed + words_of(run), true};
   if (run.code != 0) fail_with(run, as_before);
   if (is_forced) throw Failure(EIO, kNoFailure + as_before);
-  return {name + " " + version + " was installed before, and opkg left it as it is", true};
+  return {name + " " + version + " is already installed; nothing changed", true};
 }
 
 Verdict judge_removal(const std::string& name, const Installed& before, const Installed& after,
@@ -71,12 +72,12 @@ Verdict judge_removal(const std::string& name, const Installed& before, const In
     throw Failure(ENOPKG, kNotInstalled);
   }
   if (run.code == 0) return {"removed " + name, false};
-  return {"removed " + name + ", though opkg told: " + words_of(run), true};
+  return {"removed " + name + kDisputed + words_of(run), true};
 }
 
 void judge_files(const Installed& now, const OpkgRun& run) {
   if (run.code != 0) fail_with(run, now.version ? "" : kNotInstalled);
-  // Newer releases have their complaints on standard error alone.
+  // Newer releases write their complaints on standard error only.
   if (!run.lines.empty()) return;
   if (now.version) throw Failure(EIO, std::string(kNoFailure) + "it listed nothing");
   throw Failure(ENOPKG, kNotInstalled);

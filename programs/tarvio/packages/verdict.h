@@ -14,21 +14,21 @@ struct Verdict {
   bool is_disputed = false;  // opkg says otherwise, or something was not as expected
 };
 
-// What is to be installed.
+// What should be installed.
 struct Wanted {
   std::string name;
   std::string version;
-  bool is_forced = false;  // also when this version is there already
+  bool is_forced = false;  // even if this version is already there
 };
 
-// Both throw a Failure, with both facts when opkg and the listing disagree, when what was wanted is
-// not so.
+// Both throw a Failure when the package is not as was wanted; it names both facts when opkg and the
+// listing disagree.
 Verdict judge_installation(const Wanted& wanted, const Installed& before, const Installed& after,
                            const OpkgRun& run);
 Verdict judge_removal(const std::string& name, const Installed& before, const Installed& after,
                       const OpkgRun& run);
 
-// Throws a Failure when the run has listed no files of a package, not even none.
+// Throws a Failure unless the run has listed the files of a package, even if there are none.
 void judge_files(const Installed& now, const OpkgRun& run);
 
 }  // namespace client

@@ -25,18 +25,6 @@ bool is_dumb_terminal() {
 
 }  // namespace
 
-bool write_all(int fd, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(fd, text.data(), text.size());
-    if (written >= 0) {
-      text.remove_prefix(static_cast<size_t>(written));
-    } else if (errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
-}
-
 bool print(std::string_view text) {
   if (write_all(STDOUT_FILENO, text)) return true;
   complain(std::string("cannot write the output: ") + strerror(errno));
@@ -44,7 +32,7 @@ bool print(std::string_view text) {
 }
 
 void complain(std::string_view message) {
-  // Nothing is left to be done when standard error does not take it either.
+  // There is nowhere left to report that standard error fails as well.
   (void)write_all(STDERR_FILENO, "tarvio: " + printable(message) + '\n');
 }
 

@@ -4,12 +4,13 @@
 
 #include <string_view>
 
+#include "base/pipe.h"
+
 namespace client {
 
-// Writes all of a text; false, with errno set, when that failed.
-bool write_all(int fd, std::string_view text);
+using tarvio::write_all;
 
-// Writes to standard output in one piece. A failure is complained about; false then.
+// Writes to standard output in one piece; complains and returns false when that failed.
 bool print(std::string_view text);
 
 // Writes one line, "tarvio: " and the message made printable, to standard error.
@@ -18,7 +19,7 @@ void complain(std::string_view message);
 // Whether standard output is a terminal that can be drawn on.
 bool is_screen();
 
-// Whether it is one that is to show colours.
+// Whether it is one that should show colours.
 bool wants_colour();
 
 }  // namespace client

@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdio>
 
+#include "base/line_cutter.h"
+
 namespace client {
 
 namespace {
@@ -69,7 +71,7 @@ struct Lead {
   unsigned char mask;
   unsigned char bits;
   size_t size;
-  char32_t lowest;  // what would fit into fewer bytes is not valid
+  char32_t lowest;  // a code that fits into fewer bytes is not valid
 };
 
 constexpr std::array<Lead, 4> kLeads = {{
@@ -145,11 +147,7 @@ size_t display_width(std::string_view text) {
 
 std::vector<std::string> lines_of(std::string_view text) {
   std::vector<std::string> lines;
-  while (!text.empty()) {
-    const size_t end = std::min(text.find('\n'), text.size());
-    lines.emplace_back(text.substr(0, end));
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
+  while (!text.empty()) lines.emplace_back(tarvio::take_line(text));
   return lines;
 }
 

@@ -11,7 +11,7 @@
 namespace client {
 
 // The text on one line that cannot drive a terminal: control characters, characters that turn the
-// direction of writing and bytes that are no UTF-8 are shown as "\xNN", byte by byte.
+// direction of writing and bytes that are not UTF-8 are shown as "\xNN", byte by byte.
 std::string printable(std::string_view text);
 
 // Columns that a printable UTF-8 text takes on a terminal.

@@ -14,11 +14,11 @@ namespace {
 constexpr std::chrono::milliseconds kScreenTick{250};
 constexpr std::chrono::milliseconds kLinesTick{2000};
 constexpr std::chrono::seconds kBetweenLines{10};
-constexpr double kShortest = 0.05;  // seconds that a rate can be told of
+constexpr double kMinSeconds = 0.05;  // before that, a rate says nothing
 constexpr char kClearLine[] = "\r\x1b[K";
 
 std::string rate_words(uint64_t bytes, double seconds) {
-  if (seconds < kShortest) return "";
+  if (seconds < kMinSeconds) return "";
   return ", " + size_words(static_cast<uint64_t>(static_cast<double>(bytes) / seconds)) + "/s";
 }
 
@@ -41,7 +41,7 @@ std::string progress_words(uint64_t done, uint64_t bytes, double seconds) {
   done = std::min(done, bytes);
   std::string words = size_words(done) + " of " + size_words(bytes) + ", " +
                       std::to_string(bytes == 0 ? 0 : done * 100 / bytes) + " %";
-  if (done == 0 || seconds < kShortest) return words;
+  if (done == 0 || seconds < kMinSeconds) return words;
   const double left = seconds * static_cast<double>(bytes - done) / static_cast<double>(done);
   return words + rate_words(done, seconds) + ", " + time_words(left) + " left";
 }

@@ -8,30 +8,30 @@
 
 namespace client {
 
-// One line for each area: on a terminal it changes in its place, elsewhere a new one comes now and
-// then, and one at the end.
+// One line for each area: redrawn in its place on a terminal; elsewhere a new line now and then,
+// and one at the end.
 class Progress {
  public:
   enum class Kind { kNone, kLines, kScreen };
   using Clock = std::chrono::steady_clock;
 
   explicit Progress(Kind kind) : kind_(kind) {}
-  // A line that stands unfinished on the terminal is ended.
+  // Ends a line that is unfinished on the terminal.
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // How often `at` is worth a call, in milliseconds; -1 when it is not at all.
+  // How often to call `at`, in milliseconds; -1 for never.
   [[nodiscard]] int tick_ms() const;
 
   void begin(const std::string& area);
-  // What is done now, and how many bytes it is; 0 for what cannot be told.
+  // What is done now, and how many bytes it is; 0 when that is not known.
   void step(const char* what, uint64_t bytes);
   // How many of the bytes are done.
   void at(uint64_t bytes);
   // The area is done: what was, and how many bytes.
   void end(const char* what, uint64_t bytes);
-  // The area is not done, for a reason that is told elsewhere.
+  // The area is not done, for a reason that is reported elsewhere.
   void give_up();
 
  private:
@@ -54,8 +54,8 @@ Progress::Kind progress_kind(bool quiet);
 // "9 s", "3 min 05 s"
 std::string time_words(double seconds);
 
-// "0.9 MiB of 1.9 MiB, 47 %, 3.1 MiB/s, 1 s left"; rate and time are left out before they can be
-// told.
+// "0.9 MiB of 1.9 MiB, 47 %, 3.1 MiB/s, 1 s left"; rate and time are left out until they are
+// known.
 std::string progress_words(uint64_t done, uint64_t bytes, double seconds);
 
 // 0 for a file that is not there.

@@ -11,8 +11,8 @@ namespace client {
 // Whether there is a terminal to ask on.
 bool can_ask();
 
-// Shows the text on standard error and waits for a line: whether that says yes. Throws Interrupted
-// when a signal comes first.
+// Shows the text on standard error and waits for a line. Returns whether that says yes. Throws
+// Interrupted when a signal comes first.
 bool ask(const std::string& text, const SignalHold& signals);
 
 }  // namespace client

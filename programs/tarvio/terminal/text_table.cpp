@@ -66,7 +66,7 @@ std::string render_table(const std::vector<Row>& rows, bool coloured) {
   const std::vector<size_t> widths = widths_of(shown);
   std::string text;
   for (const Row& row : shown) {
-    size_t missing = 0;  // blanks that are due before the next text, so that none ends a line
+    size_t missing = 0;  // spaces that are due before the next text, so that none ends a line
     for (size_t column = 0; column < row.size(); ++column) {
       const Cell& cell = row[column];
       if (!cell.text.empty()) {

@@ -10,7 +10,7 @@ namespace client {
 enum class Colour { kNone, kBold, kGreen, kYellow, kRed };
 
 struct Cell {
-  std::string text;  // as it came: it is made printable when it is shown
+  std::string text;  // as it came; made printable when it is shown
   Colour colour = Colour::kNone;
 };
 
@@ -19,7 +19,7 @@ using Row = std::vector<Cell>;
 // The row of the titles.
 Row header_of(const std::vector<const char*>& titles);
 
-// One line per row, the columns aligned and two blanks apart. Every row has as many cells as the
+// One line per row, the columns aligned and two spaces apart. Every row has as many cells as the
 // first, which is the header.
 std::string render_table(const std::vector<Row>& rows, bool coloured);
 

@@ -3,10 +3,8 @@
 #include <strings.h>
 
 #include <array>
-#include <cstdlib>
-#include <memory>
-#include <span>
 
+#include "base/owners.h"
 #include "tarvio/client.h"
 #include "tarvio/package.h"
 #include "tarvio/status.h"
@@ -14,11 +12,6 @@
 namespace client {
 
 namespace {
-
-struct Word {
-  int32_t code;
-  const char* text;
-};
 
 constexpr std::array<Word, 3> kStates = {{
     {TQ_STATE_NORMAL, "normal"},
@@ -60,6 +53,26 @@ std::optional<uint32_t> code_of(Words words, std::string_view text) {
   return std::nullopt;
 }
 
+}  // namespace
+
+std::string state_word(int32_t state) { return word_of(kStates, state); }
+std::string category_word(int32_t code) { return word_of(kCategories, code); }
+std::string subcategory_word(int32_t code) { return word_of(kSubcategories, code); }
+
+std::string result_words(int32_t code) {
+  const tarvio::CString text(tq_lib_get_err_mes(code));
+  // Some codes of the library have no text.
+  return text != nullptr && *text != '\0' ? text.get() : "unknown error";
+}
+
+std::optional<uint32_t> category_code(std::string_view word) { return code_of(kCategories, word); }
+std::optional<uint32_t> subcategory_code(std::string_view word) {
+  return code_of(kSubcategories, word);
+}
+
+std::span<const Word> category_words() { return kCategories; }
+std::span<const Word> subcategory_words() { return kSubcategories; }
+
 std::string choices_of(Words words) {
   std::string choices;
   for (const Word& word : words) {
@@ -68,26 +81,5 @@ std::string choices_of(Words words) {
   }
   return choices;
 }
-
-}  // namespace
-
-std::string state_word(int32_t state) { return word_of(kStates, state); }
-std::string category_word(int32_t code) { return word_of(kCategories, code); }
-std::string subcategory_word(int32_t code) { return word_of(kSubcategories, code); }
-
-std::string result_words(int32_t code) {
-  const std::unique_ptr<char, decltype(&std::free)> text(tq_lib_get_err_mes(code), &std::free);
-  // Some codes of the library have no text.
-  const bool is_told = text != nullptr && *text != '\0';
-  return is_told ? text.get() : "unknown error";
-}
-
-std::optional<uint32_t> category_code(std::string_view word) { return code_of(kCategories, word); }
-std::optional<uint32_t> subcategory_code(std::string_view word) {
-  return code_of(kSubcategories, word);
-}
-
-std::string category_choices() { return choices_of(kCategories); }
-std::string subcategory_choices() { return choices_of(kSubcategories); }
 
 }  // namespace client

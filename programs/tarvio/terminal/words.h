@@ -4,10 +4,16 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
 namespace client {
+
+struct Word {
+  int32_t code;
+  const char* text;
+};
 
 std::string state_word(int32_t state);
 std::string category_word(int32_t code);
@@ -20,9 +26,12 @@ std::string result_words(int32_t code);
 std::optional<uint32_t> category_code(std::string_view word);
 std::optional<uint32_t> subcategory_code(std::string_view word);
 
-// All words with their codes, for people: "image (0), application (1), other (2)".
-std::string category_choices();
-std::string subcategory_choices();
+// All words, with their codes.
+std::span<const Word> category_words();
+std::span<const Word> subcategory_words();
+
+// For people: "image (0), application (1), other (2)".
+std::string choices_of(std::span<const Word> words);
 
 }  // namespace client
 

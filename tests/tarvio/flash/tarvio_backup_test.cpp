@@ -76,7 +76,7 @@ TEST_F(ClientBackup, MayBeQuietOrReportInJson) {
 TEST_F(ClientBackup, NamesAnUnknownArea) {
   const FlashRun ran = back_up({"kernel", "kernal"});
   EXPECT_EQ(ran.status, 64);
-  EXPECT_THAT(ran.errors, HasSubstr("no area 'kernal': 'tarvio areas' lists them"));
+  EXPECT_THAT(ran.errors, HasSubstr("unknown flash area 'kernal'; 'tarvio areas' lists them"));
   expect_only({});
 }
 

@@ -70,12 +70,12 @@ TEST_F(ClientStart, SaysThatThereIsNoSuchApplication) {
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.output, "");
     EXPECT_EQ(run.errors, "tarvio: cannot " + std::string(command) +
-                              " 'radio': no such application (22): see 'tarvio list --category "
+                              " 'radio': no such application (22); see 'tarvio list --category "
                               "application'\n");
   }
 }
 
-TEST_F(ClientStart, TellsWhyItFailed) {
+TEST_F(ClientStart, SaysWhyItFailed) {
   const ManagerProcess manager = manager_with(fail, fail);
   const Ran run = run_tarvio({"start", "clock"});
   EXPECT_EQ(run.status, 1);
@@ -84,7 +84,7 @@ TEST_F(ClientStart, TellsWhyItFailed) {
   EXPECT_EQ(run_tarvio({"status", "clock"}).status, 2);
 }
 
-TEST(ClientStop, TellsWhyItFailed) {
+TEST(ClientStop, SaysWhyItFailed) {
   const ManagerProcess manager = manager_with(succeed, fail);
   ASSERT_EQ(run_tarvio({"start", "clock"}).status, 0);
   const Ran run = run_tarvio({"stop", "clock"});
@@ -106,20 +106,21 @@ TEST(ClientStartAll, StartsAllAndStopAllStopsThem) {
   EXPECT_EQ(run_tarvio({"status"}).output, "");
 }
 
-TEST(ClientStartAll, TellsThatAnAttemptFailed) {
+TEST(ClientStartAll, ReportsThatAnAttemptFailed) {
   const ManagerProcess manager = manager_with(fail_once, fail_once);
   const Ran run = run_tarvio({"start-all"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.output, "");
-  EXPECT_EQ(run.errors, "tarvio: start-all: an attempt failed: Exec format error (8)\n");
+  EXPECT_EQ(run.errors,
+            "tarvio: start-all: an application failed to start: Exec format error (8)\n");
 }
 
-TEST(ClientStopAll, TellsThatAnAttemptFailed) {
+TEST(ClientStopAll, ReportsThatAnAttemptFailed) {
   const ManagerProcess manager = manager_with(succeed, fail_once);
   ASSERT_EQ(run_tarvio({"start-all"}).status, 0);
   const Ran run = run_tarvio({"stop-all"});
   EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.errors, "tarvio: stop-all: an attempt failed: Exec format error (8)\n");
+  EXPECT_EQ(run.errors, "tarvio: stop-all: an application failed to stop: Exec format error (8)\n");
 }
 
 TEST(ClientResult, IsJsonForScripts) {
@@ -134,7 +135,7 @@ TEST(ClientResult, IsJsonForScripts) {
   EXPECT_EQ(stop_all.status, 1);
   EXPECT_EQ(json::parse(stop_all.output),
             json({{"command", "stop-all"}, {"code", 8}, {"message", "Exec format error"}}));
-  EXPECT_THAT(stop_all.errors, HasSubstr("an attempt failed"));
+  EXPECT_THAT(stop_all.errors, HasSubstr("an application failed to stop"));
 }
 
 TEST(ClientResult, OfAnUnknownNameIsJsonTooForScripts) {
@@ -184,22 +185,23 @@ TEST(ClientReply, WithoutAResultIsAFailure) {
     const Ran run = run_tarvio({command});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.output, "");
-    EXPECT_EQ(run.errors, "tarvio: the manager ended the connection without a result\n");
+    EXPECT_EQ(run.errors, "tarvio: the manager closed the connection without a result\n");
   }
 }
 
-TEST(ClientReply, ThatIsCutIsAFailure) {
+TEST(ClientReply, ThatIsTruncatedIsAFailure) {
   const OneReply manager("0");  // may be the start of another number
   const Ran run = run_tarvio({"start", "clock", "--json"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.output, "");
-  EXPECT_EQ(run.errors, "tarvio: the manager's reply is no result: '0'\n");
+  EXPECT_EQ(run.errors, "tarvio: the manager's reply is not a result: '0'\n");
 }
 
 TEST(ClientReply, OfAStrangerIsShownInShort) {
   const OneReply manager("\x1b[2J" + std::string(1000, 'x'));
-  EXPECT_EQ(run_tarvio({"start", "clock"}).errors,
-            "tarvio: the manager's reply is no result: '\\x1b[2J" + std::string(36, 'x') + "'\n");
+  EXPECT_EQ(
+      run_tarvio({"start", "clock"}).errors,
+      "tarvio: the manager's reply is not a result: '\\x1b[2J" + std::string(36, 'x') + "'\n");
 }
 
 }  // namespace

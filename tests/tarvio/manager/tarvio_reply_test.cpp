@@ -23,24 +23,24 @@ TEST(ClientStatusReply, MayBeEmpty) {
   EXPECT_TRUE(reply.statuses.empty());
 }
 
-TEST(ClientStatusReply, EndsLinesAtLineFeedsAlone) {
+TEST(ClientStatusReply, EndsLinesAtLineFeedsOnly) {
   const std::string detail(100'000, 'x');
   const StatusReply reply = parse_statuses("a\rb\n0\n\r" + detail + "\r\nweb\n1\nlow\n");
   EXPECT_TRUE(reply.complete);
   EXPECT_EQ(reply.statuses, (Statuses{{"a\rb", 0, "\r" + detail + "\r"}, {"web", 1, "low"}}));
 }
 
-TEST(ClientStatusReply, KeepsNumbersThatAreNoKnownState) {
+TEST(ClientStatusReply, KeepsNumbersThatAreNotAKnownState) {
   EXPECT_EQ(parse_statuses("a\n-2147483648\n\n").statuses, (Statuses{{"a", -2147483647 - 1, ""}}));
 }
 
-struct Cut {
+struct Truncated {
   std::string bytes;
   Statuses kept;
 };
 
-TEST(ClientStatusReply, KeepsWhatCameBeforeACut) {
-  const std::vector<Cut> cases = {
+TEST(ClientStatusReply, KeepsWhatCameBeforeATruncation) {
+  const std::vector<Truncated> cases = {
       {"clock", {}},
       {"clock\n", {}},
       {"clock\n2", {}},  // the rest of the number may be missing
@@ -49,14 +49,14 @@ TEST(ClientStatusReply, KeepsWhatCameBeforeACut) {
       {"clock\n0\nok\nweb\n", {{"clock", 0, "ok"}}},
       {"clock\n0\nok\n\n", {{"clock", 0, "ok"}}},
   };
-  for (const Cut& each : cases) {
+  for (const Truncated& each : cases) {
     const StatusReply reply = parse_statuses(each.bytes);
     EXPECT_FALSE(reply.complete) << each.bytes;
     EXPECT_EQ(reply.statuses, each.kept) << each.bytes;
   }
 }
 
-TEST(ClientStatusReply, StopsAtAStateThatIsNoNumber) {
+TEST(ClientStatusReply, StopsAtAStateThatIsNotANumber) {
   for (const char* state : {"", "normal", "0x", " 0", "+1", "1 ", "2147483648", "0\r"}) {
     const StatusReply reply =
         parse_statuses("clock\n0\nok\nweb\n" + std::string(state) + "\nx\nlast\n0\ny\n");

@@ -17,8 +17,8 @@ namespace {
 using nlohmann::json;
 using testing::HasSubstr;
 
-constexpr char kCut[] =
-    "tarvio: the manager's reply is cut short or garbled: there may be more statuses\n";
+constexpr char kTruncated[] =
+    "tarvio: the manager's reply is truncated or garbled; statuses may be missing\n";
 
 void add_status(const char* name, int32_t state, const char* detail, int32_t type = 0) {
   tq_status* record = tq_add_tq_status(state, type, name, detail);
@@ -29,7 +29,7 @@ void add_statuses() {
   add_status("clock", 0, "started app");
   add_status("webserver", 2, "start app failed.");
   add_status("radio", 1, "low signal");
-  add_status("disk", 0, "", 5);  // no application
+  add_status("disk", 0, "", 5);  // not an application
 }
 
 class ClientStatus : public testing::Test {
@@ -59,7 +59,7 @@ TEST_F(ClientStatus, IsJsonForScripts) {
       json({{"name", "radio"}, {"state", "warning"}, {"state_code", 1}, {"detail", "low signal"}}));
 }
 
-TEST_F(ClientStatus, CanBeOfApplicationsAlone) {
+TEST_F(ClientStatus, CanBeForApplicationsOnly) {
   EXPECT_THAT(run_tarvio({"status", "--apps"}).output, Not(HasSubstr("disk")));
   EXPECT_THAT(run_tarvio({"status", "--apps"}).output, HasSubstr("radio"));
   EXPECT_EQ(run_tarvio({"status", "--apps", "disk"}).status, 4);
@@ -80,13 +80,13 @@ TEST_F(ClientStatus, OfANameIsOneJsonObject) {
   EXPECT_EQ(json::parse(run.output)["detail"], "start app failed.");
 }
 
-TEST_F(ClientStatus, WantsTheWholeName) {
+TEST_F(ClientStatus, NeedsTheExactName) {
   for (const char* name : {"web", "webserver2", "Webserver"}) {
     const Ran run = run_tarvio({"status", name});
     EXPECT_EQ(run.status, 4);
     EXPECT_EQ(run.output, "");
-    EXPECT_EQ(run.errors, "tarvio: no status of '" + std::string(name) +
-                              "': not started, or not the whole name of an application\n");
+    EXPECT_EQ(run.errors, "tarvio: no status for '" + std::string(name) +
+                              "': not started, or not an exact name\n");
   }
 }
 
@@ -135,7 +135,7 @@ TEST(ClientStatusReplyFromAStranger, IsValidJson) {
           {{{"name", "a\ufffd"}, {"state", "normal"}, {"state_code", 0}, {"detail", "\x1b"}}}));
 }
 
-TEST(ClientStatusReplyFromAStranger, MayHaveAStateThatNobodyKnows) {
+TEST(ClientStatusReplyFromAStranger, MayHaveAnUnknownState) {
   const OneReply manager("clock\n7\nodd\n");
   const Ran run = run_tarvio({"status", "clock"});
   EXPECT_EQ(run.status, 1);
@@ -151,7 +151,7 @@ TEST(ClientStatusReplyFromAStranger, MayHaveLinesOfAnyLength) {
   EXPECT_EQ(statuses[1]["name"], "web");
 }
 
-TEST(ClientCutStatusReply, ShowsWhatCame) {
+TEST(ClientTruncatedStatusReply, ShowsWhatCame) {
   const OneReply manager("clock\n0\nok\nweb\n2\nbro");
   const Ran run = run_tarvio({"status"});
   EXPECT_EQ(run.status, 1);
@@ -159,31 +159,31 @@ TEST(ClientCutStatusReply, ShowsWhatCame) {
             "NAME   STATE   DETAIL\n"
             "clock  normal  ok\n"
             "web    error   bro\n");
-  EXPECT_EQ(run.errors, kCut);
+  EXPECT_EQ(run.errors, kTruncated);
 }
 
-TEST(ClientCutStatusReply, ShowsTheNameThatWasAskedFor) {
+TEST(ClientTruncatedStatusReply, ShowsTheNameThatWasAskedFor) {
   const OneReply manager("clock\n0\nok\nweb\n2\n");
   const Ran run = run_tarvio({"status", "clock"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.output, "NAME   STATE   DETAIL\nclock  normal  ok\n");
-  EXPECT_EQ(run.errors, kCut);
+  EXPECT_EQ(run.errors, kTruncated);
 }
 
-TEST(ClientCutStatusReply, DoesNotDenyWhatMayHaveBeenInTheRest) {
+TEST(ClientTruncatedStatusReply, DoesNotDenyWhatMayHaveBeenInTheRest) {
   const OneReply manager("clock\n0\nok\nweb\n");
   const Ran run = run_tarvio({"status", "web"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.output, "");
-  EXPECT_EQ(run.errors, kCut);
+  EXPECT_EQ(run.errors, kTruncated);
 }
 
-TEST(ClientCutStatusReply, IsNoEmptyList) {
+TEST(ClientTruncatedStatusReply, IsNotAnEmptyList) {
   const OneReply manager("clock\n");
   const Ran run = run_tarvio({"status", "--json"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.output, "");
-  EXPECT_EQ(run.errors, kCut);
+  EXPECT_EQ(run.errors, kTruncated);
 }
 
 }  // namespace

@@ -13,12 +13,10 @@
 #include "support/replies.h"
 #include "support/tarvio.h"
 #include "tarvio/com.h"
-#include "terminal/json.h"
 
 namespace tarvio_test {
 namespace {
 
-using client::change_json;
 using client::change_line;
 using client::changes_between;
 using client::Status;
@@ -52,14 +50,6 @@ TEST(StatusChanges, CannotDriveATerminal) {
   EXPECT_EQ(change_line({"a\x1b", std::nullopt}), "a\\x1b  gone\n");
 }
 
-TEST(StatusChanges, AreLinesOfJsonForScripts) {
-  EXPECT_EQ(change_json({"web", Status{"web", 2, "bad"}}),
-            R"({"name":"web","state":"error","state_code":2,"detail":"bad"})"
-            "\n");
-  EXPECT_EQ(change_json({"web", std::nullopt}), R"({"name":"web","state":null})"
-                                                "\n");
-}
-
 constexpr char kTwo[] = "clock\n0\nok\nweb\n0\nok\n";
 constexpr char kWebFailed[] = "clock\n0\nok\nweb\n2\nfull\n";
 constexpr int kTimeout = 5;
@@ -76,7 +66,7 @@ TEST(ClientWatch, PrintsALineForEachChange) {
   EXPECT_EQ(run.status, kTimeout);
 }
 
-TEST(ClientWatch, MayBeOfOneApplication) {
+TEST(ClientWatch, MayBeForOneApplication) {
   const Replies manager({kTwo, kWebFailed, "clock\n0\nok\n"});
   EXPECT_EQ(watch({"web", "--json"}).output,
             R"({"name":"web","state":"normal","state_code":0,"detail":"ok"})"
@@ -87,7 +77,7 @@ TEST(ClientWatch, MayBeOfOneApplication) {
             "\n");
 }
 
-TEST(ClientWatch, LooksAgainAfterAReplyThatIsCut) {
+TEST(ClientWatch, LooksAgainAfterATruncatedReply) {
   const Replies manager({kTwo, "clock\n2\nfu", kTwo});
   EXPECT_EQ(watch().output, "clock  normal  ok\nweb  normal  ok\n");
 }
@@ -116,7 +106,7 @@ TEST(ClientWatch, WaitsForAManagerThatGoesAway) {
       { const Replies manager({reply}); }
       std::array<char, 200> text = {};
       EXPECT_GT(::read(errors[0], text.data(), text.size() - 1), 0);
-      EXPECT_STREQ(text.data(), "tarvio: no manager answers: waiting for one\n");
+      EXPECT_STREQ(text.data(), "tarvio: no manager answers; waiting for one\n");
     }
     last.emplace(std::vector<std::string>{kWebFailed});
   });

@@ -28,7 +28,7 @@ using Names = std::vector<std::string>;
 std::optional<uint64_t> sum_of(const std::string& text, size_t piece_size) {
   ListingSum sum;
   for (size_t at = 0; at < text.size(); at += piece_size) sum.add(text.substr(at, piece_size));
-  return sum.bytes();
+  return sum.finish();
 }
 
 TEST(ClientPackageSize, IsTheSumOfAListing) {
@@ -51,7 +51,7 @@ TEST(ClientPackageSize, IsNotTakenFromOtherLines) {
   }
 }
 
-TEST(ClientPackageSize, IsHeldAgainstTheFirstFileSystem) {
+TEST(ClientPackageSize, IsComparedWithTheFirstFileSystem) {
   const std::string heading = "Filesystem 1024-blocks Used Available Capacity Mounted on\n";
   EXPECT_EQ(free_bytes_in(heading + "/dev/root 100 90 5000000 10% /\ntmpfs 1 1 1 1% /run\n"),
             5120000000U);
@@ -75,26 +75,26 @@ class FreeSpace {
   const TempDir tools_;
 };
 
-TEST(ClientCheck, TellsWhetherAPackageFits) {
+TEST(ClientCheck, SaysWhetherAPackageFits) {
   const HandMadePackage package;
   const FreeSpace space("1048576");
   const Ran run = run_tarvio({"check", package.path()});
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.output, package.path() + " fits: it needs 3.1 KiB, free: 1.0 GiB\n");
+  EXPECT_EQ(run.output, package.path() + " fits: needs 3.1 KiB, free: 1.0 GiB\n");
   EXPECT_EQ(run.errors, "");
 }
 
-TEST(ClientCheck, TellsThatAPackageDoesNotFit) {
+TEST(ClientCheck, SaysThatAPackageDoesNotFit) {
   const HandMadePackage package;
   const FreeSpace space("3");
   const Ran run = run_tarvio({"check", package.path(), "/nowhere", package.path()});
   EXPECT_EQ(run.status, 1);
-  const std::string line = package.path() + " does not fit: it needs 3.1 KiB, free: 3.0 KiB\n";
+  const std::string line = package.path() + " does not fit: needs 3.1 KiB, free: 3.0 KiB\n";
   EXPECT_EQ(run.output, line + line);
   EXPECT_EQ(run.errors, "tarvio: cannot check '/nowhere': No such file or directory (2)\n");
 }
 
-TEST(ClientCheck, TellsItToScripts) {
+TEST(ClientCheck, IsJsonForScripts) {
   const HandMadePackage package;
   const FreeSpace space("3");
   const json checked = json::parse(run_tarvio({"check", "--json", package.path()}).output);
@@ -116,7 +116,7 @@ TEST(ClientCheck, IsRightWhereTheLibraryCountsWrong) {
   const FreeSpace space("3145728");  // 3 GiB
   const Ran run = run_tarvio({"check", package.path()});
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.output, package.path() + " fits: it needs 3.1 KiB, free: 3.0 GiB\n");
+  EXPECT_EQ(run.output, package.path() + " fits: needs 3.1 KiB, free: 3.0 GiB\n");
   EXPECT_EQ(run.errors, "tarvio: the library, which counts in 32 bits, finds that '" +
                             package.path() + "' does not fit (-1)\n");
 }
@@ -125,11 +125,11 @@ TEST(ClientCheck, WorksWithTheRealTools) {
   const HandMadePackage package;
   const PrivateTemporaryDirectory temporary;
   const Ran run = run_tarvio({"check", package.path()});
-  EXPECT_THAT(run.output, HasSubstr("it needs 3.1 KiB, free: "));
+  EXPECT_THAT(run.output, HasSubstr("needs 3.1 KiB, free: "));
   EXPECT_EQ(temporary.entries(), Names());
 }
 
-// Of a package that cannot be checked: what is told. Nothing is left of the attempt.
+// What is said of a package that cannot be checked. Nothing is left of the attempt.
 std::string complaint_of(const HandMadePackage& package) {
   const FreeSpace space("1048576");
   const PrivateTemporaryDirectory temporary;
@@ -142,13 +142,12 @@ std::string complaint_of(const HandMadePackage& package) {
   return run.errors.substr(std::min(run.errors.size(), beginning.size()));
 }
 
-TEST(ClientCheckOfAHostilePackage, SaysThatItIsNone) {
+TEST(ClientCheckOfAHostilePackage, SaysThatItIsNotOne) {
   const HandMadePackage package;
   package.shell("echo text >clock.tbx");
   EXPECT_THAT(complaint_of(package), StartsWith("ar failed with status 1: "));
   package.shell("rm clock.tbx; ar rc clock.tbx debian-binary control.tar.gz");
-  EXPECT_EQ(complaint_of(package),
-            "it holds no data.tar.gz: it is damaged, or no package file (22)\n");
+  EXPECT_EQ(complaint_of(package), "it has no data.tar.gz: damaged, or not a package file (22)\n");
   package.shell("head -c 100 data.tar.gz >x; mv x data.tar.gz");
   package.build();
   EXPECT_THAT(complaint_of(package), StartsWith("tar failed with status 2: gzip: "));
@@ -183,7 +182,7 @@ TEST(ClientCheckOfAHostilePackage, MeasuresMembersThatNameOtherPlaces) {
   const HandMadePackage package;
   package.shell("tar czPf data.tar.gz /etc/hostname ../../../../etc/hostname");
   package.build();
-  EXPECT_THAT(run_tarvio({"check", package.path()}).output, HasSubstr("it needs "));
+  EXPECT_THAT(run_tarvio({"check", package.path()}).output, HasSubstr("needs "));
 }
 
 TEST(ClientCheckOfAHostilePackage, MeasuresWhatItNeverUnpacks) {
@@ -193,7 +192,7 @@ TEST(ClientCheckOfAHostilePackage, MeasuresWhatItNeverUnpacks) {
   const FreeSpace space("1048576");
   const Ran run = run_tarvio({"check", package.path()});
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.output, HasSubstr(" does not fit: it needs 2.0 GiB, free: 1.0 GiB\n"));
+  EXPECT_THAT(run.output, HasSubstr(" does not fit: needs 2.0 GiB, free: 1.0 GiB\n"));
 }
 
 }  // namespace

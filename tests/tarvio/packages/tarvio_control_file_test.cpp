@@ -40,15 +40,15 @@ TEST(ClientControlFile, NamesTheLineThatIsWrong) {
   const std::vector<Wrong> cases = {
       {"Package: clock", "line 1 has no line end"},
       {"Package: clock\n\nVersion: 1\n", "line 2 is empty"},
-      {"Package: clock\r\n", "line 1 holds a control character"},
-      {std::string("Package: \0\n", 11), "line 1 holds a control character"},
-      {"Package: \x1b[2J\n", "line 1 holds a control character"},
-      {" Package: clock\n", "line 1 continues nothing"},
-      {"Package: clock\nVersion\n", "line 2 is no 'KEY: VALUE'"},
-      {": clock\n", "line 1 is no 'KEY: VALUE'"},
-      {"Pack age: clock\n", "line 1 is no 'KEY: VALUE'"},
-      {"Package:clock\n", "line 1 has no blank behind the colon"},
-      {"Package:\tclock\n", "line 1 has no blank behind the colon"},
+      {"Package: clock\r\n", "line 1 contains a control character"},
+      {std::string("Package: \0\n", 11), "line 1 contains a control character"},
+      {"Package: \x1b[2J\n", "line 1 contains a control character"},
+      {" Package: clock\n", "line 1 is a continuation line without a key before it"},
+      {"Package: clock\nVersion\n", "line 2 is not 'KEY: VALUE'"},
+      {": clock\n", "line 1 is not 'KEY: VALUE'"},
+      {"Pack age: clock\n", "line 1 is not 'KEY: VALUE'"},
+      {"Package:clock\n", "line 1 needs a space after the colon"},
+      {"Package:\tclock\n", "line 1 needs a space after the colon"},
   };
   for (const Wrong& each : cases) {
     EXPECT_EQ(complaint_of([&] { parse_control_file(each.text); }), each.complaint);
@@ -69,7 +69,7 @@ TEST(ClientControlFile, OfOpkgNeedsItsKeys) {
       {"Package: a\n", "Version is missing"},
       {"Package: a\nVersion: 1\n", "Maintainer is missing"},
       {"Package: a\nVersion: 1\nMaintainer: b\n", "Architecture is missing"},
-      {"Package: a\nVersion: 1\nVersion: 2\n", "Version is there twice"},
+      {"Package: a\nVersion: 1\nVersion: 2\n", "duplicate key Version"},
   };
   for (const Wrong& each : cases) EXPECT_EQ(complaint_of_control(each.text), each.complaint);
 }
@@ -81,15 +81,18 @@ TEST(ClientControlFile, OfAnImageNeedsNoArchitecture) {
 TEST(ClientControlFile, RefusesNamesAndVersionsThatWouldBeReadOtherwise) {
   for (const char* name : {"a b", "-a", ".a", "a;b", "a/b", "../a", "Ä", "a:b", "$(a)", "a*"}) {
     EXPECT_FALSE(is_package_name(name)) << name;
-    EXPECT_EQ(complaint_of_control("Package: " + std::string(name) + "\n"),
-              "Package '" + std::string(name) +
-                  "' is not made of letters, digits and '+-._', a letter or digit first, 244 at "
-                  "most");
+    EXPECT_EQ(
+        complaint_of_control("Package: " + std::string(name) + "\n"),
+        "Package '" + std::string(name) +
+            "' must start with a letter or digit and contain only letters, digits and + - . _ "
+            "(at most 244)");
   }
   for (const char* version : {"1:2.0", "1 2", "-1", "1/2", "~1"}) {
-    EXPECT_EQ(complaint_of_control("Package: a\nVersion: " + std::string(version) + "\n"),
-              "Version '" + std::string(version) +
-                  "' is not made of letters, digits and '+-._~', a letter or digit first");
+    EXPECT_EQ(
+        complaint_of_control("Package: a\nVersion: " + std::string(version) + "\n"),
+        "Version '" + std::string(version) +
+            "' must start with a letter or digit and contain only letters, digits and + - . _ "
+            "~");
   }
   EXPECT_TRUE(is_package_name("libStdc++6.0-dev_x"));
   EXPECT_TRUE(is_package_name(std::string(244, 'a')));
@@ -113,20 +116,21 @@ TEST(ClientTqControlFile, KnowsItsWords) {
       {"", "TqPackageCategory is missing"},
       {"TqPackageCategory: Image\n", "TqPackageSubCategory is missing"},
       {"TqPackageCategory: Image\nTqPackageSubCategory: Image_Boot\n",
-       "TqPackageSubCategory 'Image_Boot' is none of Image"},
+       "TqPackageSubCategory 'Image_Boot' is not an Image subcategory (use Image_Other, ...)"},
       {"TqPackageCategory: Application\nTqPackageSubCategory: Image_All\n",
-       "TqPackageSubCategory 'Image_All' is none of Application"},
+       "TqPackageSubCategory 'Image_All' is not an Application subcategory (use "
+       "Application_Native, ...)"},
       {"TqPackageCategory: application\nTqPackageSubCategory: Application_Jsp\n",
        "TqPackageCategory 'application' must be spelled 'Application'"},
       {"TqPackageCategory: My fonts\nTqPackageSubCategory: Serif\n",
        "TqPackageCategory and TqPackageSubCategory must be one word each"},
-      {"TqPackageCategory: Image\nTqPackageCategory: Image\n", "TqPackageCategory is there twice"},
-      {"Package: a\n", "'Package' is no key of it"},
+      {"TqPackageCategory: Image\nTqPackageCategory: Image\n", "duplicate key TqPackageCategory"},
+      {"Package: a\n", "unknown key 'Package'"},
       {"TqPackageCategory: Application\nTqPackageSubCategory: Application_Jsp\nTqDataTarget: "
        "kernel\n",
-       "TqDataTarget is for images only"},
+       "TqDataTarget is only for images"},
       {"TqPackageCategory: Image\nTqPackageSubCategory: Image_All\nTqDataTarget: kernel2\n",
-       "TqDataTarget 'kernel2' is no flash area"},
+       "TqDataTarget: unknown flash area 'kernel2'"},
   };
   for (const Wrong& each : cases) EXPECT_EQ(complaint_of_tqcontrol(each.text), each.complaint);
 }

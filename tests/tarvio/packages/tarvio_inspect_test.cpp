@@ -25,7 +25,7 @@ using testing::StartsWith;
 
 using Names = std::vector<std::string>;
 
-TEST(ClientInspect, TellsWhatAPackageFileHolds) {
+TEST(ClientInspect, ShowsWhatAPackageFileHolds) {
   const HandMadePackage clock;
   const HandMadePackage image("Package: firmware\nVersion: 2.0\n", kImageTqControl);
   const Ran run = run_tarvio({"inspect", clock.path(), image.path()});
@@ -39,7 +39,7 @@ TEST(ClientInspect, TellsWhatAPackageFileHolds) {
                 "  firmware  2.0      Image        Image_Other         kernel rootfs\n");
 }
 
-TEST(ClientInspect, TellsItToScripts) {
+TEST(ClientInspect, IsJsonForScripts) {
   const HandMadePackage image("Package: firmware\nVersion: 2.0\n", kImageTqControl);
   const Ran run = run_tarvio({"inspect", "--json", image.path(), "/nowhere"});
   EXPECT_EQ(run.status, 1);
@@ -70,7 +70,7 @@ TEST(ClientInspect, TakesAFileOfAnyName) {
   EXPECT_FALSE(std::filesystem::exists(package / "x"));
 }
 
-TEST(ClientInspect, DoesNotHideTheOtherFilesBehindOneThatFails) {
+TEST(ClientInspect, ShowsTheOtherFilesWhenOneFails) {
   const HandMadePackage package;
   const Ran run = run_tarvio({"inspect", "/nowhere.tbx", package.path()});
   EXPECT_EQ(run.status, 1);
@@ -78,11 +78,11 @@ TEST(ClientInspect, DoesNotHideTheOtherFilesBehindOneThatFails) {
   EXPECT_THAT(run.output, HasSubstr(package.path()));
 }
 
-TEST(ClientInspect, WaitsForNoFifo) {
+TEST(ClientInspect, DoesNotWaitForAFifo) {
   const TempDir directory;
   ASSERT_EQ(::mkfifo((directory / "x.tbx").c_str(), 0600), 0);
   EXPECT_THAT(run_tarvio({"inspect", directory / "x.tbx"}).errors,
-              HasSubstr("is no plain file (22)"));
+              HasSubstr("not a regular file (22)"));
 }
 
 TEST(ClientInspect, CutsTheTargetOutOfItsLine) {
@@ -93,7 +93,7 @@ TEST(ClientInspect, CutsTheTargetOutOfItsLine) {
   EXPECT_EQ(client::target_in(""), "");
 }
 
-// Of a package that cannot be read: what is told. Nothing is left of the attempt.
+// What is said of a package that cannot be read. Nothing is left of the attempt.
 std::string complaint_of(const HandMadePackage& package) {
   const PrivateTemporaryDirectory temporary;
   const Ran run = run_tarvio({"inspect", package.path(), "--timeout", "20"});
@@ -105,12 +105,11 @@ std::string complaint_of(const HandMadePackage& package) {
   return run.errors.substr(std::min(run.errors.size(), beginning.size()));
 }
 
-constexpr char kNoArchive[] =
-    "it holds no control.tar.gz: it is damaged, or no package file (22)\n";
+constexpr char kNoArchive[] = "it has no control.tar.gz: damaged, or not a package file (22)\n";
 constexpr char kNoName[] =
-    "its control.tar.gz tells no name and version: it is damaged, or no package file (22)\n";
+    "its control.tar.gz has no package name or version: damaged, or not a package file (22)\n";
 
-TEST(ClientInspectOfAHostilePackage, SaysThatItIsNone) {
+TEST(ClientInspectOfAHostilePackage, SaysThatItIsNotOne) {
   const HandMadePackage package;
   for (const char* line :
        {": >clock.tbx", "echo text >clock.tbx", "head -c 9000 /dev/zero >clock.tbx",
@@ -124,8 +123,7 @@ TEST(ClientInspectOfAHostilePackage, SaysThatAControlFileIsMissing) {
   const HandMadePackage package;
   package.shell("tar czf control.tar.gz ./control");
   package.build();
-  EXPECT_EQ(complaint_of(package),
-            "it holds no tqcontrol: it is a package of opkg, but not of this system (2)\n");
+  EXPECT_EQ(complaint_of(package), "it has no tqcontrol file, so tarvio does not manage it (2)\n");
   package.shell("tar czf control.tar.gz ./tqcontrol");
   package.build();
   EXPECT_EQ(complaint_of(package), kNoName);
@@ -134,9 +132,9 @@ TEST(ClientInspectOfAHostilePackage, SaysThatAControlFileIsMissing) {
   EXPECT_EQ(complaint_of(package), kNoName);
 }
 
-TEST(ClientInspectOfAHostilePackage, SaysThatTqcontrolIsNone) {
+TEST(ClientInspectOfAHostilePackage, SaysThatTqcontrolHasNoKeys) {
   const HandMadePackage package(kSampleControl, std::string("\x01\xff\x00\n\x80\x1b[2J", 9));
-  EXPECT_EQ(complaint_of(package), "its tqcontrol holds no key (22)\n");
+  EXPECT_EQ(complaint_of(package), "its tqcontrol has no keys (22)\n");
 }
 
 TEST(ClientInspectOfAHostilePackage, ShowsBytesThatCouldDriveTheTerminal) {
@@ -156,7 +154,7 @@ TEST(ClientInspectOfAHostilePackage, NeverHangsOrCrashesWhereverItIsCut) {
   for (size_t size = 0; size < whole.size(); size += 16) {
     write_file(package.path(), whole.substr(0, size));
     const Ran run = run_tarvio({"inspect", package.path()});
-    // The control archive comes before the data: with it whole, there is something to tell.
+    // The control archive comes before the data: with it whole, there is something to show.
     EXPECT_TRUE(run.status == 1 || (run.status == 0 && size > 300)) << size << run.errors;
     EXPECT_EQ(temporary.entries(), Names()) << size;
   }
@@ -178,14 +176,14 @@ TEST(ClientInspectOfAHostilePackage, WritesNothingOutsideItsDirectory) {
   EXPECT_FALSE(std::filesystem::exists(temporary.path().parent_path() / "evil"));
 }
 
-TEST(ClientInspectOfAHostilePackage, RefusesWhatIsNoPlainFile) {
+TEST(ClientInspectOfAHostilePackage, RefusesWhatIsNotARegularFile) {
   const HandMadePackage package;
   for (const char* line : {"ln -sf /etc/passwd tqcontrol", "rm tqcontrol; mkfifo tqcontrol",
                            "rm tqcontrol; mkdir tqcontrol; touch tqcontrol/x; chmod 0 tqcontrol"}) {
     package.shell(line);
     package.shell("tar czf control.tar.gz ./control ./tqcontrol");
     package.build();
-    EXPECT_EQ(complaint_of(package), "its tqcontrol is no plain file (22)\n");
+    EXPECT_EQ(complaint_of(package), "its tqcontrol is not a regular file (22)\n");
   }
 }
 
@@ -199,7 +197,7 @@ TEST(ClientInspectOfAHostilePackage, DoesNotFillTheDisk) {
               StartsWith("cannot unpack its control.tar.gz: File too large"));
 }
 
-TEST(ClientInspectOfAHostilePackage, ReadsOnAmongManyMembers) {
+TEST(ClientInspectOfAHostilePackage, FindsItsFilesAmongManyMembers) {
   const HandMadePackage package;
   package.shell(
       "mkdir many; cd many; seq 20000 | xargs touch; cd ..; tar czf control.tar.gz ./many "
@@ -229,7 +227,7 @@ void add_slow_tool(const TempDir& tools, const std::string& first_line = "") {
   ::setenv("PATH", (tools.path().string() + ":" + ::getenv("PATH")).c_str(), 1);
 }
 
-TEST(ClientInspectThatIsBrokenOff, LeavesNothingBehind) {
+TEST(ClientInspectThatIsInterrupted, LeavesNothingBehind) {
   const HandMadePackage package;
   const TempDir tools;
   add_slow_tool(tools);
@@ -250,7 +248,7 @@ TEST(ClientInspectThatIsBrokenOff, LeavesNothingBehind) {
   }
 }
 
-TEST(ClientInspectThatTakesTooLong, EndsItsTools) {
+TEST(ClientInspectThatTakesTooLong, StopsItsTools) {
   const HandMadePackage package;
   const TempDir tools;
   add_slow_tool(tools, "echo $$ >" + (tools / "pid").string());
@@ -265,7 +263,7 @@ TEST(ClientInspectThatTakesTooLong, EndsItsTools) {
   EXPECT_TRUE(eventually([&] { return ::kill(tool, 0) != 0; }));
 }
 
-TEST(ClientInspectThatTakesTooLong, EndsToolsThatDoNotListen) {
+TEST(ClientInspectThatTakesTooLong, StopsToolsThatIgnoreSigterm) {
   const HandMadePackage package;
   const TempDir tools;
   add_slow_tool(tools, "trap '' TERM");

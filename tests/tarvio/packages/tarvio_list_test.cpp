@@ -76,7 +76,7 @@ TEST_F(ClientList, CanBeFiltered) {
   EXPECT_EQ(names_in(run_tarvio({"list", "--json", "--name", "clock"})), Names{"clock"});
 }
 
-TEST_F(ClientList, WantsTheWholeName) {
+TEST_F(ClientList, NeedsTheExactName) {
   const Ran run = run_tarvio({"list", "--name", "web"});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.output, "");
@@ -96,12 +96,12 @@ TEST_F(ClientListOfNothing, SaysSo) {
 
 using ClientListThatFails = WithoutPackages;
 
-TEST_F(ClientListThatFails, TellsWhy) {
+TEST_F(ClientListThatFails, SaysWhy) {
   ASSERT_TRUE(std::filesystem::remove(kInformation));
   const Ran run = run_tarvio({"list", "--json"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.output, "");
-  EXPECT_EQ(run.errors, "tarvio: listing the packages failed: No such file or directory (2)\n");
+  EXPECT_EQ(run.errors, "tarvio: cannot list the packages: No such file or directory (2)\n");
 }
 
 }  // namespace

@@ -112,7 +112,7 @@ TEST(ClientPack, WritesADirectoryWithoutDataIntoTheCurrentDirectory) {
   EXPECT_EQ(listing_of(directory, "ar p x.tbx data.tar.gz | tar tz"), "./\n");
 }
 
-// What a directory that cannot be packed is told, and that nothing is left of the attempt.
+// What is said of a directory that cannot be packed. Nothing is left of the attempt.
 std::string complaint_of(const SampleDirectory& directory) {
   const PrivateTemporaryDirectory temporary;
   const std::filesystem::path place = directory.beside("out");
@@ -138,20 +138,19 @@ TEST(ClientPackOfAWrongDirectory, SaysThatItIsNotThere) {
 TEST(ClientPackOfAWrongDirectory, SaysThatAControlFileIsMissing) {
   const SampleDirectory directory;
   std::filesystem::remove(directory / "control");
-  EXPECT_EQ(complaint_of(directory),
-            "its control: cannot read it: No such file or directory (2)\n");
+  EXPECT_EQ(complaint_of(directory), "control: cannot read: No such file or directory (2)\n");
 }
 
 TEST(ClientPackOfAWrongDirectory, SaysWhatIsWrongInAControlFile) {
   const SampleDirectory directory;
   directory.write("tqcontrol", "TqPackageCategory: Applications");
-  EXPECT_EQ(complaint_of(directory), "its tqcontrol: line 1 has no line end (22)\n");
+  EXPECT_EQ(complaint_of(directory), "tqcontrol: line 1 has no line end (22)\n");
 }
 
 TEST(ClientPackOfAWrongDirectory, SaysThatAProgramIsNotExecutable) {
   const SampleDirectory directory;
   directory.write("tqstopapp", "#!/bin/sh\n");
-  EXPECT_EQ(complaint_of(directory), "its tqstopapp is not executable (13)\n");
+  EXPECT_EQ(complaint_of(directory), "tqstopapp is not executable (13)\n");
 }
 
 TEST(ClientPackOfAWrongDirectory, SaysThatItsDataWouldCloseTheDevice) {
@@ -159,7 +158,7 @@ TEST(ClientPackOfAWrongDirectory, SaysThatItsDataWouldCloseTheDevice) {
   for (const unsigned mode : {0700U, 0711U, 0750U}) {
     std::filesystem::permissions(directory / "data", std::filesystem::perms{mode});
     EXPECT_EQ(complaint_of(directory),
-              "its data, which is / on the device, is closed to some: it needs mode 755 (13)\n");
+              "data/ becomes / on the device, so its mode must be 755 (13)\n");
     std::filesystem::remove_all(directory.beside("out"));
   }
   std::filesystem::permissions(directory / "data", std::filesystem::perms{0775});
@@ -169,32 +168,32 @@ TEST(ClientPackOfAWrongDirectory, SaysThatItsDataWouldCloseTheDevice) {
 TEST(ClientPackOfAWrongDirectory, SaysWhatDoesNotBelongInIt) {
   const SampleDirectory directory;
   directory.write("tqstart", "#!/bin/sh\n");
-  EXPECT_EQ(complaint_of(directory), "its 'tqstart' has no place in a package (22)\n");
+  EXPECT_EQ(complaint_of(directory), "unexpected file 'tqstart' (22)\n");
 }
 
 TEST(ClientPackOfAWrongDirectory, RefusesALinkInPlaceOfAControlFile) {
   const SampleDirectory directory;
   std::filesystem::rename(directory / "control", directory.beside("elsewhere"));
   std::filesystem::create_symlink("../elsewhere", directory / "control");
-  EXPECT_EQ(complaint_of(directory), "its control is no plain file (22)\n");
+  EXPECT_EQ(complaint_of(directory), "control is not a regular file (22)\n");
 }
 
-TEST(ClientPackOfAWrongDirectory, FindsAnotherVersionBehindALongLine) {
+TEST(ClientPackOfAWrongDirectory, FindsAnotherVersionAtTheEndOfALongLine) {
   const SampleDirectory directory;
   // The library takes the line in pieces of 255 bytes, and the second one is a key.
   const std::string description = "Description: " + std::string(255 - 13, 'x') + "Version: 9\n";
   directory.write("control", kSampleControl + description);
   EXPECT_EQ(complaint_of(directory),
-            "its control: the library reads '9' for Version: is a line too long? (22)\n");
+            "control: the library reads '9' for Version; is a line too long? (22)\n");
 }
 
-TEST(ClientPackOfAWrongDirectory, RefusesAFileThatIsNoControlFileAtAll) {
+TEST(ClientPackOfAWrongDirectory, RefusesAFileThatIsTooLargeForAControlFile) {
   const SampleDirectory directory;
   directory.write("control", std::string(2 << 20, 'x'));
-  EXPECT_EQ(complaint_of(directory), "its control: it is no control file, but 1 MiB long (27)\n");
+  EXPECT_EQ(complaint_of(directory), "control: larger than 1 MiB, so not a control file (27)\n");
 }
 
-TEST(ClientPack, TellsWhatAToolSaysFirst) {
+TEST(ClientPack, ReportsWhatAToolSaysFirst) {
   const SampleDirectory directory;
   const TempDir tools;
   write_program(tools / "gzip",
@@ -203,7 +202,7 @@ TEST(ClientPack, TellsWhatAToolSaysFirst) {
   EXPECT_EQ(complaint_of(directory), "gzip failed with status 3: gzip: worn out (5)\n");
 }
 
-TEST(ClientPack, EndsAToolThatDoesNotEnd) {
+TEST(ClientPack, StopsAToolThatDoesNotEnd) {
   const SampleDirectory directory;
   const TempDir tools;
   write_program(tools / "gzip", "#!/bin/sh\nsleep 1000\n");
@@ -221,11 +220,12 @@ TEST(ClientPack, RefusesToWriteIntoTheDirectoryItself) {
     const std::string file = directory / name;
     const Ran run = pack(directory, file);
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, HasSubstr("'" + file + "' would lie in it (22)"));
+    EXPECT_THAT(run.errors,
+                HasSubstr("the output file '" + file + "' must not be inside the directory (22)"));
   }
 }
 
-TEST(ClientPack, TellsWhyItCannotWrite) {
+TEST(ClientPack, SaysWhyItCannotWrite) {
   const SampleDirectory directory;
   const std::string file = directory.beside("nowhere/x.tbx");
   const Ran run = pack(directory, file);

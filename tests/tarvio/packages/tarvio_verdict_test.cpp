@@ -48,16 +48,16 @@ TEST(ClientVerdict, OnAnInstallationIsWhatIsInstalled) {
   EXPECT_EQ(installing(at_version("1"), at_version("2"), kGood), "installed clock 2");
   EXPECT_EQ(installing(at_version("2", 1), at_version("2", 2), kGood), "installed clock 2");
   EXPECT_EQ(installing(kGone, at_version("2"), kBad),
-            "? installed clock 2, though opkg told: Bad dependency. (10302)");
+            "? installed clock 2, although opkg reported: Bad dependency. (10302)");
   EXPECT_EQ(installing(at_version("2"), at_version("2"), kGood),
-            "? clock 2 was installed before, and opkg left it as it is");
+            "? clock 2 is already installed; nothing changed");
 }
 
-TEST(ClientVerdict, OnAFailedInstallationTellsBothFacts) {
+TEST(ClientVerdict, OnAFailedInstallationNamesBothFacts) {
   EXPECT_EQ(installing(kGone, kGone, kGood),
-            "! opkg told of no known failure, but clock 2 is not installed 5");
+            "! opkg reported no recognised error, but clock 2 is not installed 5");
   EXPECT_EQ(installing(at_version("1"), at_version("1"), kGood),
-            "! opkg told of no known failure, but clock 2 is not installed: clock 1 is 5");
+            "! opkg reported no recognised error, but clock 2 is not installed: clock 1 is 5");
   EXPECT_EQ(installing(kGone, kGone, kBad), "! Bad dependency. 10302");
   EXPECT_EQ(installing(at_version("1"), at_version("1"), kBad),
             "! Bad dependency, and clock 1 is installed as before 10302");
@@ -68,20 +68,20 @@ TEST(ClientVerdict, OnAFailedInstallationTellsBothFacts) {
 TEST(ClientVerdict, OnAForcedInstallationNeedsANewOne) {
   EXPECT_EQ(installing(at_version("2", 1), at_version("2", 2), kGood, true), "installed clock 2");
   EXPECT_EQ(installing(at_version("2"), at_version("2"), kGood, true),
-            "! opkg told of no known failure, but clock 2 is installed as before 5");
+            "! opkg reported no recognised error, but clock 2 is installed as before 5");
   EXPECT_EQ(installing(at_version("2"), at_version("2"), kBad, true),
             "! Bad dependency, and clock 2 is installed as before 10302");
 }
 
-TEST(ClientVerdict, OnAnInstallationTellsWhatKindOfPackageItIs) {
+TEST(ClientVerdict, OnAnInstallationNamesTheKindOfPackage) {
   Installed application = at_version("2");
   application.is_application = true;
   EXPECT_EQ(installing(kGone, application, kGood),
-            "installed clock 2: the manager learns of it at its next start");
+            "installed clock 2; restart tarviod to make it available");
   Installed stranger = at_version("2");
   stranger.is_listed = false;
   EXPECT_EQ(installing(kGone, stranger, kGood),
-            "installed clock 2, which is no package of this system: it has no tqcontrol");
+            "installed clock 2, but it has no tqcontrol file, so tarvio does not manage it");
 }
 
 std::string removing(const Installed& before, const Installed& after, const OpkgRun& run) {
@@ -91,9 +91,9 @@ std::string removing(const Installed& before, const Installed& after, const Opkg
 TEST(ClientVerdict, OnARemovalIsWhatIsInstalled) {
   EXPECT_EQ(removing(at_version("1"), kGone, kGood), "removed clock");
   EXPECT_EQ(removing(at_version("1"), kGone, kBad),
-            "? removed clock, though opkg told: Bad dependency. (10302)");
+            "? removed clock, although opkg reported: Bad dependency. (10302)");
   EXPECT_EQ(removing(at_version("1"), at_version("1"), kGood),
-            "! opkg told of no known failure, but clock 1 is still installed 5");
+            "! opkg reported no recognised error, but clock 1 is still installed 5");
   EXPECT_EQ(removing(at_version("1"), at_version("1"), kBad),
             "! Bad dependency, and clock 1 is still installed 10302");
   EXPECT_EQ(removing(at_version("1"), at_version("1"), {.code = ENOPKG, .message = "not there"}),
@@ -116,7 +116,7 @@ TEST(ClientVerdict, OnFilesIsThatTheyWereListed) {
   EXPECT_EQ(listing(kGone, heading), "listed");
   EXPECT_EQ(listing(kGone, kGood), "! it is not installed 65");
   EXPECT_EQ(listing(at_version("1"), kGood),
-            "! opkg told of no known failure, but it listed nothing 5");
+            "! opkg reported no recognised error, but it listed nothing 5");
   EXPECT_EQ(listing(kGone, kBad), "! Bad dependency, and it is not installed 10302");
   EXPECT_EQ(listing(at_version("1"), kBad), "! Bad dependency. 10302");
 }

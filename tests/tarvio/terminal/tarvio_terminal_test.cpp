@@ -51,13 +51,13 @@ TEST(ClientOnATerminal, ShowsColours) {
   EXPECT_EQ(show(terminal, "NO_COLOR", ""), kColoured);
 }
 
-TEST(ClientOnATerminal, ShowsNoneWhereNobodyWantsThem) {
+TEST(ClientOnATerminal, ShowsNoneWhereTheyAreNotWanted) {
   const Terminal terminal;
   EXPECT_EQ(show(terminal, "NO_COLOR", "1"), kPlain);
   EXPECT_EQ(show(terminal, "TERM", "dumb"), kPlain);
 }
 
-TEST(ClientOnATerminal, DrawsTheStatusesAnewInTheirPlaceWhenTheyChange) {
+TEST(ClientOnATerminal, RedrawsTheStatusesInTheirPlaceWhenTheyChange) {
   const Terminal terminal;
   std::string shown;
   std::optional<Replies> second;
@@ -77,7 +77,7 @@ TEST(ClientOnATerminal, DrawsTheStatusesAnewInTheirPlaceWhenTheyChange) {
   const std::string clear = "\x1b[H\x1b[2J";
   EXPECT_EQ(shown, clear + "NAME   STATE   DETAIL\nclock  normal  ok\n" + clear +
                        "NAME   STATE  DETAIL\nclock  error  bad\n" + clear + "no statuses\n" +
-                       clear + "no manager answers: waiting for one\n" + clear +
+                       clear + "no manager answers; waiting for one\n" + clear +
                        "NAME   STATE   DETAIL\nclock  normal  fine\n");
 }
 

@@ -38,7 +38,7 @@ TEST(ClientText, ShowsWhatCouldDriveATerminalByteByByte) {
   for (const Shown& each : cases) EXPECT_EQ(printable(each.text), each.shown);
 }
 
-TEST(ClientText, ShowsBytesThatAreNoUtf8) {
+TEST(ClientText, ShowsBytesThatAreNotUtf8) {
   const std::vector<Shown> cases = {
       {"a\xff z", "a\\xff z"},
       {"\xc3", "\\xc3"},                             // cut
@@ -71,7 +71,7 @@ TEST(ClientText, HasLines) {
   EXPECT_EQ(lines_of("a\n\nb"), (Lines{"a", "", "b"}));
 }
 
-TEST(ClientText, TellsSizesToPeople) {
+TEST(ClientText, NamesSizesForPeople) {
   EXPECT_EQ(size_words(0), "0 bytes");
   EXPECT_EQ(size_words(1), "1 byte");
   EXPECT_EQ(size_words(1023), "1023 bytes");
@@ -140,7 +140,7 @@ TEST(ClientWords, NamesStatesAndCodes) {
   EXPECT_EQ(subcategory_word(4), "other");
 }
 
-TEST(ClientWords, TakesWordsInAnyCaseAndCodes) {
+TEST(ClientWords, AcceptsWordsInAnyCaseAndCodes) {
   EXPECT_EQ(category_code("image"), 0U);
   EXPECT_EQ(category_code("Application"), 1U);
   EXPECT_EQ(category_code("OTHER"), 2U);
@@ -150,7 +150,7 @@ TEST(ClientWords, TakesWordsInAnyCaseAndCodes) {
   EXPECT_EQ(subcategory_code("4"), 4U);
 }
 
-TEST(ClientWords, TakesNothingElse) {
+TEST(ClientWords, AcceptsNothingElse) {
   for (const char* word : {"", "imag", "images", " image", "-1", "3", "01", "100", "1x"}) {
     EXPECT_EQ(category_code(word), std::nullopt) << word;
   }
@@ -159,33 +159,32 @@ TEST(ClientWords, TakesNothingElse) {
   }
 }
 
-TEST(ClientWords, TellsWhatAResultMeans) {
+TEST(ClientWords, NamesWhatAResultMeans) {
   EXPECT_EQ(result_words(13), "Permission denied");
   EXPECT_EQ(result_words(10101), "_Tarvio status utility memory allocation failed.");
   EXPECT_EQ(result_words(10304), "unknown error");  // the library has no text for it
 }
 
 TEST(ClientJson, KeepsWhatItIsGiven) {
-  const json parsed = json::parse(statuses_json({{"clock", 2, "a \"b\"\n\x1b\\"}, {"web", 9, ""}}));
-  EXPECT_EQ(parsed,
-            json::array({{{"name", "clock"},
-                          {"state", "error"},
-                          {"state_code", 2},
-                          {"detail", "a \"b\"\n\x1b\\"}},
-                         {{"name", "web"}, {"state", "9"}, {"state_code", 9}, {"detail", ""}}}));
+  const Json given = {{"name", "clock"}, {"state_code", 2}, {"detail", "a \"b\"\n\x1b\\"}};
+  EXPECT_EQ(Json::parse(text_of(given)), given);
+  EXPECT_EQ(Json::parse(line_of(given)), given);
 }
 
 TEST(ClientJson, IsValidAndHarmlessWhateverTheBytesAre) {
-  const std::string text = status_json({"a\xff\xc3", 0, "Ä \u009b31m"});
+  const std::string text = text_of({{"name", "a\xff\xc3"}, {"detail", "Ä \u009b31m"}});
   for (const char byte : text) EXPECT_TRUE(byte == '\n' || (byte >= ' ' && byte < '\x7f'));
   const json parsed = json::parse(text);
   EXPECT_EQ(parsed["name"], "a\ufffd\ufffd");
   EXPECT_EQ(parsed["detail"], "Ä \u009b31m");
 }
 
-TEST(ClientJson, OfNothingIsAnEmptyArray) {
-  EXPECT_EQ(statuses_json({}), "[]\n");
-  EXPECT_EQ(packages_json({}), "[]\n");
+TEST(ClientJson, IsIndentedOrOneLine) {
+  const Json given = {{"name", "web"}, {"state", or_null("")}, {"detail", or_null("bad")}};
+  EXPECT_EQ(text_of(given),
+            "{\n  \"name\": \"web\",\n  \"state\": null,\n  \"detail\": \"bad\"\n}\n");
+  EXPECT_EQ(line_of(given), "{\"name\":\"web\",\"state\":null,\"detail\":\"bad\"}\n");
+  EXPECT_EQ(text_of(Json::array()), "[]\n");
 }
 
 }  // namespace

@@ -1,0 +1,28 @@
+// tarvio stop-all
+#include "commands/app_request.h"
+#include "commands/commands.h"
+
+namespace client {
+
+namespace {
+
+Result run(const Arguments& arguments) {
+  return request_app({.command = "stop_all", .verb = "stop", .done = "stopped"}, arguments);
+}
+
+}  // namespace
+
+const Command kStopAllCommand = {
+    .word = "stop-all",
+    .operands = kNoOperands,
+    .options = {},
+    .timeout = kManagerTimeout,
+    .summary = "stop all applications",
+    .description =
+        "Stops all applications, one after the other, which takes a second or more for each. The "
+        "manager answers nobody meanwhile.",
+    .statuses = kManagerStatuses,
+    .run = run,
+};
+
+}  // namespace client

@@ -1,0 +1,152 @@
+// The client's help, and its manual page, which must name the same things.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <set>
+#include <string>
+
+#include "commands/commands.h"
+#include "commands/help.h"
+#include "process/exit_status.h"
+#include "support/files.h"
+#include "support/tarvio.h"
+
+namespace client {
+namespace {
+
+using tarvio_test::Ran;
+using tarvio_test::run_tarvio;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+using Names = std::set<std::string>;
+
+TEST(ClientHelp, IsThereForTheProgramAndForEachCommand) {
+  const std::string general = run_tarvio({"--help"}).output;
+  EXPECT_EQ(general, help_of(nullptr));
+  EXPECT_THAT(general, StartsWith("usage: tarvio COMMAND"));
+  EXPECT_EQ(run_tarvio({"-h"}).output, general);
+  for (const Command* command : all_commands()) {
+    const Ran run = run_tarvio({command->word, "--help"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.errors, "");
+    EXPECT_EQ(run.output, help_of(command));
+    EXPECT_THAT(run.output, StartsWith("usage: tarvio " + usage_of(*command) + " [OPTION]...\n"));
+    EXPECT_EQ(run_tarvio({"--help", command->word}).output, run.output);
+    EXPECT_THAT(general, HasSubstr("\n  " + usage_of(*command))) << "the list of commands";
+  }
+}
+
+TEST(ClientHelp, WinsOverWhatIsWrong) {
+  for (const std::vector<std::string>& line :
+       {std::vector<std::string>{"start", "--bogus", "--help"},
+        {"start", "a", "b", "-h"},
+        {"--help", "start", "--timeout"},
+        {"-h", "start", "--apps"},
+        {"start", "-Vh"}}) {
+    const Ran run = run_tarvio(line);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.output, help_of(&kStartCommand));
+  }
+}
+
+TEST(ClientHelp, HasTheUsageOfACommand) {
+  EXPECT_EQ(usage_of(kStatusCommand), "status [NAME]");
+  EXPECT_EQ(usage_of(kStartAllCommand), "start-all");
+  EXPECT_EQ(usage_of(kInstallCommand), "install FILE...");
+  EXPECT_EQ(usage_of(kPackCommand), "pack DIR -o FILE");
+  EXPECT_EQ(usage_of(kBackupCommand), "backup AREA... --to FILE");
+}
+
+TEST(ClientHelp, NamesEveryOption) {
+  for (const Command* command : all_commands()) {
+    const std::string help = help_of(command);
+    for (const Option& option : options_of(command)) {
+      const bool is_shown = help.find(" --" + std::string(option.name)) != std::string::npos;
+      EXPECT_EQ(is_shown, option.help != nullptr) << command->word << " --" << option.name;
+    }
+    EXPECT_THAT(help, HasSubstr("exit status: 0 ")) << command->word;
+    EXPECT_THAT(help, HasSubstr(", 64")) << command->word;
+  }
+  EXPECT_THAT(help_of(&kPackCommand), HasSubstr("\n  -o, --output FILE      the package file"));
+}
+
+TEST(ClientHelp, NamesTheDefaultTimeout) {
+  for (const Command* command : all_commands()) {
+    if (command->timeout.option.help == nullptr) continue;
+    const int seconds = static_cast<int>(command->timeout.seconds);
+    EXPECT_THAT(command->timeout.option.help, HasSubstr("default " + std::to_string(seconds) + ","))
+        << command->word;
+  }
+}
+
+TEST(ClientHelp, FitsATerminalOf80Columns) {
+  std::string all = help_of(nullptr);
+  for (const Command* command : all_commands()) all += help_of(command);
+  EXPECT_FALSE(std::regex_search(all, std::regex("[^\n]{81}")));
+  EXPECT_FALSE(std::regex_search(all, std::regex(" \n")));
+}
+
+TEST(ClientHelp, SaysHowANameIsMatched) {
+  for (const Command* command : {&kStartCommand, &kStopCommand}) {
+    EXPECT_THAT(help_of(command), HasSubstr("the first application whose name contains NAME"));
+  }
+}
+
+// The manual page without the marks of its fonts, and with plain hyphens.
+std::string manual() {
+  std::string text = tarvio_test::read_file(TARVIO_MANUAL);
+  text = std::regex_replace(text, std::regex(R"(\\f[BIR])"), "");
+  return std::regex_replace(text, std::regex(R"(\\-)"), "-");
+}
+
+TEST(ClientManual, ShowsTheUsageOfEveryCommand) {
+  for (const Command* command : all_commands()) {
+    EXPECT_THAT(manual(), HasSubstr("\ntarvio " + usage_of(*command) + " ")) << "SYNOPSIS";
+  }
+}
+
+TEST(ClientManual, HasAnEntryForEveryCommand) {
+  const std::string text = manual();
+  const std::string entries = text.substr(text.find(".SH COMMANDS"));
+  for (const Command* command : all_commands()) {
+    const std::regex entry("\n\\.TP\n(\\.B )?([a-z-]+, )?" + std::string(command->word) + "[ ,\n]");
+    EXPECT_TRUE(std::regex_search(entries, entry)) << command->word;
+  }
+}
+
+TEST(ClientManual, HasAnEntryForEveryOptionAndForNoOther) {
+  const std::string text = manual();
+  Names documented;
+  const std::regex entry("\n\\.TP\n(?:\\.BR? )?(?:-[a-zA-Z](?: \", \" |, ))?--([a-z-]+)");
+  for (std::sregex_iterator at(text.begin(), text.end(), entry), end; at != end; ++at) {
+    documented.insert((*at)[1]);
+  }
+  Names shown = {"version"};
+  for (const Command* command : all_commands()) {
+    for (const Option& option : options_of(command)) {
+      if (option.help != nullptr) shown.insert(option.name);
+    }
+  }
+  EXPECT_EQ(documented, shown);
+}
+
+TEST(ClientManual, HasAnEntryForEveryExitStatus) {
+  const std::string text = manual();
+  const std::string entries = text.substr(text.find(".SH EXIT STATUS"));
+  Names documented;
+  const std::regex entry("\n\\.TP\n\\.B ([0-9]+)\n");
+  for (std::sregex_iterator at(entries.begin(), entries.end(), entry), end; at != end; ++at) {
+    documented.insert((*at)[1]);
+  }
+  Names statuses;
+  for (const int status :
+       {kDone, kFailed, kStateWarning, kStateError, kNoManager, kNoStatus, kTimeout, kUsage}) {
+    statuses.insert(std::to_string(status));
+  }
+  EXPECT_EQ(documented, statuses);
+}
+
+}  // namespace
+}  // namespace client

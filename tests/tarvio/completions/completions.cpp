@@ -1,0 +1,94 @@
+#include "completions.h"
+
+#include <algorithm>
+
+#include "terminal/words.h"
+
+namespace completions {
+
+using client::Command;
+using client::Offer;
+using client::Option;
+
+std::vector<Option> shown_options(const Command* command) {
+  std::vector<Option> options = client::options_of(command);
+  std::erase_if(options, [](const Option& option) { return option.help == nullptr; });
+  return options;
+}
+
+std::vector<Option> options_with_values() {
+  std::vector<Option> all;
+  for (const Command* command : client::all_commands()) {
+    for (const Option& option : client::options_of(command)) {
+      const auto is_same = [&](const Option& each) {
+        return std::string_view(each.name) == option.name;
+      };
+      if (option.value != nullptr && std::none_of(all.begin(), all.end(), is_same)) {
+        all.push_back(option);
+      }
+    }
+  }
+  return all;
+}
+
+std::string name_of(Offer offer) {
+  switch (offer) {
+    case Offer::kApplications:
+      return "applications";
+    case Offer::kPackages:
+      return "packages";
+    case Offer::kPackageFiles:
+      return "package_files";
+    case Offer::kDirectories:
+      return "directories";
+    case Offer::kAreas:
+      return "areas";
+    case Offer::kCategories:
+      return "categories";
+    case Offer::kSubcategories:
+      return "subcategories";
+    case Offer::kNothing:
+      break;
+  }
+  return "nothing";
+}
+
+std::vector<std::string> words_of(Offer offer) {
+  std::vector<std::string> words;
+  if (offer == Offer::kCategories) {
+    for (const client::Word& word : client::category_words()) words.emplace_back(word.text);
+  } else if (offer == Offer::kSubcategories) {
+    for (const client::Word& word : client::subcategory_words()) words.emplace_back(word.text);
+  }
+  return words;
+}
+
+std::string spellings_of(const Option& option, std::string_view separator) {
+  const std::string name = std::string("--") + option.name;
+  if (option.letter == '\0') return name;
+  return std::string("-") + option.letter + std::string(separator) + name;
+}
+
+std::string main_clause(const char* help) {
+  const std::string_view text = help;
+  return std::string(text.substr(0, text.find(';')));
+}
+
+std::string joined(const std::vector<std::string>& words, std::string_view separator) {
+  std::string text;
+  for (const std::string& word : words) {
+    if (!text.empty()) text += separator;
+    text += word;
+  }
+  return text;
+}
+
+std::string with(std::string text, std::string_view piece, std::string_view replacement) {
+  for (size_t at = text.find(piece); at != std::string::npos;
+       at = text.find(piece, at + replacement.size())) {
+    text.replace(at, piece.size(), replacement);
+  }
+  return text;
+}
+
+}  // namespace completions

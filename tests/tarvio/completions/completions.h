@@ -1,0 +1,42 @@
+// The completions of the shells, made from the list of commands.
+#ifndef TARVIO_TESTS_TARVIO_COMPLETIONS_COMPLETIONS_H
+#define TARVIO_TESTS_TARVIO_COMPLETIONS_COMPLETIONS_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "commands/commands.h"
+
+namespace completions {
+
+std::string bash();
+std::string zsh();
+std::string fish();
+
+// The options that the help of a command shows, or that of the program.
+std::vector<client::Option> shown_options(const client::Command* command);
+
+// All options that take a value, each once.
+std::vector<client::Option> options_with_values();
+
+// What is offered where: "applications".
+std::string name_of(client::Offer offer);
+
+// The words of an offer that is a list of words; else nothing.
+std::vector<std::string> words_of(client::Offer offer);
+
+// "-o|--output"
+std::string spellings_of(const client::Option& option, std::string_view separator);
+
+// A help text up to its first semicolon: what follows is detail.
+std::string main_clause(const char* help);
+
+std::string joined(const std::vector<std::string>& words, std::string_view separator);
+
+// The text with one piece of it replaced by another, wherever it is.
+std::string with(std::string text, std::string_view piece, std::string_view replacement);
+
+}  // namespace completions
+
+#endif

@@ -1,0 +1,207 @@
+// Completion of the client's command line in the shells.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "completions.h"
+#include "support/files.h"
+#include "support/package_listing.h"
+#include "support/tarvio.h"
+#include "support/terminal.h"
+
+namespace tarvio_test {
+namespace {
+
+using Words = std::set<std::string>;
+using Line = std::vector<std::string>;
+
+bool is_installed(const std::string& shell) {
+  return std::system(("command -v " + shell + " >/dev/null").c_str()) == 0;
+}
+
+TEST(ClientCompletions, AreThoseOfTheCommands) {
+  const std::filesystem::path directory = TARVIO_COMPLETIONS;
+  EXPECT_EQ(read_file(directory / "bash"), completions::bash()) << "run scripts/completions";
+  EXPECT_EQ(read_file(directory / "zsh"), completions::zsh()) << "run scripts/completions";
+  EXPECT_EQ(read_file(directory / "fish"), completions::fish()) << "run scripts/completions";
+}
+
+TEST(ClientCompletions, HaveTheWordsOfTheHelp) {
+  for (const client::Command* command : client::all_commands()) {
+    for (const std::string& text : {completions::zsh(), completions::fish()}) {
+      EXPECT_THAT(text, testing::HasSubstr(command->summary));
+      for (const client::Option& option : completions::shown_options(command)) {
+        EXPECT_THAT(text, testing::HasSubstr(completions::main_clause(option.help)));
+      }
+    }
+  }
+}
+
+// Asks one of the shells, where it is installed.
+class ClientCompletion : public WithoutPackages, public testing::WithParamInterface<const char*> {
+ protected:
+  void SetUp() override {
+    if (!is_installed(GetParam())) GTEST_SKIP() << GetParam() << " is not installed";
+    ::setenv("HOME", place_.path().c_str(), 1);
+    std::filesystem::current_path(place_.path());
+    // zsh makes a terminal of its own, in the sandbox.
+    EXPECT_EQ(::mount("/dev/pts/ptmx", "/dev/ptmx", nullptr, MS_BIND, nullptr), 0);
+  }
+
+  static bool is_fish() { return GetParam() == std::string("fish"); }
+
+  // What the shell offers for the last word of the line.
+  Words offered(const Line& line) const {
+    std::string command = TARVIO_COMPLETION_TESTS "/ask-" + std::string(GetParam()) + " '" +
+                          TARVIO_COMPLETIONS "/" + GetParam() + "' '" TARVIO_CLIENT "'";
+    for (const std::string& word : line) command += " '" + word + "'";
+    command += " >" + (place_ / ".offered").string() + " 2>" + (place_ / ".errors").string();
+    EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    EXPECT_EQ(read_file(place_ / ".errors"), "") << command;
+    std::istringstream lines(read_file(place_ / ".offered"));
+    Words words;
+    for (std::string word; std::getline(lines, word);) words.insert(plain(word, line.back()));
+    words.erase("");
+    return words;
+  }
+
+  const TempDir place_;
+
+ private:
+  // Without what only some shells add: the part before "=", a slash after a directory, one-letter
+  // options, and options where an operand is due.
+  static std::string plain(std::string word, const std::string& last) {
+    const size_t equals = last.find('=');
+    if (equals != std::string::npos && word.starts_with(last.substr(0, equals + 1))) {
+      word.erase(0, equals + 1);
+    }
+    if (word.ends_with('/')) word.pop_back();
+    const bool is_due = last.starts_with('-');
+    return word.starts_with('-') && (!is_due || word.size() == 2) ? "" : word;
+  }
+
+  const Terminal terminal_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Shells, ClientCompletion, testing::Values("bash", "zsh", "fish"),
+                         [](const auto& shell) { return std::string(shell.param); });
+
+TEST_P(ClientCompletion, OffersTheCommands) {
+  Words all;
+  for (const client::Command* command : client::all_commands()) all.insert(command->word);
+  EXPECT_EQ(offered({""}), all);
+  EXPECT_EQ(offered({"stop"}), (Words{"stop", "stop-all"}));
+  EXPECT_EQ(offered({"--json", "l"}), Words{"list"});
+  EXPECT_EQ(offered({"--timeout", "5", "l"}), Words{"list"});
+  EXPECT_EQ(offered({"--timeout=5", "l"}), Words{"list"});
+}
+
+TEST_P(ClientCompletion, OffersTheOptionsOfTheProgram) {
+  EXPECT_EQ(offered({"--"}), (Words{"--json", "--help", "--timeout", "--version"}));
+}
+
+TEST_P(ClientCompletion, OffersTheOptionsOfTheCommand) {
+  EXPECT_EQ(offered({"status", "-"}),
+            (Words{"--json", "--help", "--timeout", "--apps", "--watch"}));
+  EXPECT_EQ(offered({"start", "-"}), (Words{"--json", "--help", "--timeout"}));
+  EXPECT_EQ(offered({"list", "-"}),
+            (Words{"--json", "--help", "--category", "--subcategory", "--name"}));
+  for (const char* command : {"install", "remove"}) {
+    EXPECT_EQ(offered({command, "-"}), (Words{"--json", "--help", "--timeout", "--force"}));
+  }
+  EXPECT_EQ(offered({"files", "-"}), (Words{"--json", "--help", "--timeout"}));
+  EXPECT_EQ(offered({"pack", "-"}), (Words{"--json", "--help", "--timeout", "--output"}));
+  EXPECT_EQ(offered({"areas", "-"}), (Words{"--json", "--help"}));
+  EXPECT_EQ(offered({"backup", "-"}), (Words{"--json", "--help", "--timeout", "--to", "--workdir",
+                                             "--overwrite", "--verify", "--quiet"}));
+  EXPECT_EQ(offered({"restore", "-"}), (Words{"--json", "--help", "--timeout", "--yes", "--force",
+                                              "--no-verify", "--workdir", "--quiet"}));
+}
+
+TEST_P(ClientCompletion, OffersWordsForValues) {
+  const Words categories = {"image", "application", "other"};
+  EXPECT_EQ(offered({"list", "--category", ""}), categories);
+  EXPECT_EQ(offered({"list", "--category="}), categories);
+  EXPECT_EQ(offered({"list", "--category=a"}), Words{"application"});
+  EXPECT_EQ(offered({"list", "--subcategory", ""}),
+            (Words{"native", "java", "browser", "jsp", "other"}));
+  EXPECT_EQ(offered({"status", "--timeout", ""}), Words{});
+}
+
+TEST_P(ClientCompletion, OffersTheApplications) {
+  add_package("clock");
+  add_package("clockwork");
+  add_package("webserver");
+  add_package("rootfs", "Image");
+  for (const char* command : {"start", "stop", "status"}) {
+    EXPECT_EQ(offered({command, ""}), (Words{"clock", "clockwork", "webserver"}));
+    EXPECT_EQ(offered({command, "--json", "cl"}), (Words{"clock", "clockwork"}));
+    EXPECT_EQ(offered({command, "clock", ""}), Words{});
+  }
+  EXPECT_EQ(offered({"start-all", ""}), Words{});
+  EXPECT_EQ(offered({"list", ""}), Words{});
+}
+
+TEST_P(ClientCompletion, OffersThePackagesThatAreNotNamedYet) {
+  add_package("clock");
+  add_package("rootfs", "Image");
+  for (const char* command : {"remove", "files"}) {
+    EXPECT_EQ(offered({command, ""}), (Words{"clock", "rootfs"}));
+    EXPECT_EQ(offered({command, "--json", "clock", ""}), Words{"rootfs"});
+  }
+}
+
+TEST_P(ClientCompletion, OffersPackageFiles) {
+  write_file(place_ / "clock.tbx", "");
+  write_file(place_ / "clock.txt", "");
+  std::filesystem::create_directory(place_ / "packages");
+  const Words files = {"packages", "clock.tbx"};
+  for (const char* command : {"install", "check", "inspect"}) {
+    EXPECT_EQ(offered({command, ""}), files);
+    EXPECT_EQ(offered({command, "a.tbx", ""}), files);
+  }
+  EXPECT_EQ(offered({"pack", "clock", "-o", ""}), files);
+  EXPECT_EQ(offered({"backup", "kernel", "--to", ""}), files);
+  EXPECT_EQ(offered({"backup", "kernel", "--to=c"}), Words{"clock.tbx"});
+  EXPECT_EQ(offered({"restore", ""}), files);
+  EXPECT_EQ(offered({"restore", "x.tbx", ""}), Words{});
+}
+
+TEST_P(ClientCompletion, OffersDirectories) {
+  write_file(place_ / "clock.tbx", "");
+  std::filesystem::create_directory(place_ / "packages");
+  EXPECT_EQ(offered({"pack", ""}), Words{"packages"});
+  EXPECT_EQ(offered({"pack", "clock", ""}), Words{});
+  EXPECT_EQ(offered({"pack", "-o", "x.tbx", ""}), Words{"packages"});
+  EXPECT_EQ(offered({"restore", "--workdir", ""}), Words{"packages"});
+}
+
+TEST_P(ClientCompletion, OffersTheAreasThatAreNotNamedYet) {
+  EXPECT_EQ(offered({"backup", ""}),
+            (Words{"bootloader", "bootsetting", "kernel", "rootfs", "writable", "hibernation"}));
+  EXPECT_EQ(offered({"backup", "--to", "x.tbx", "bootloader", "kernel", "boot"}),
+            Words{"bootsetting"});
+}
+
+TEST_P(ClientCompletion, OffersNothingWithoutApplications) {
+  EXPECT_EQ(offered({"start", ""}), Words{});
+}
+
+// fish quotes what it inserts, and not what it lists.
+TEST_P(ClientCompletion, RunsNothingThatAPackageIsCalled) {
+  add_package("$(reboot)");
+  add_package("a;b*");
+  const Words quoted = {"\\$\\(reboot\\)", "a\\;b\\*"};
+  EXPECT_EQ(offered({"start", ""}), is_fish() ? (Words{"$(reboot)", "a;b*"}) : quoted);
+}
+
+}  // namespace
+}  // namespace tarvio_test

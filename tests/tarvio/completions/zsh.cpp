@@ -1,0 +1,123 @@
+#include "completions.h"
+
+namespace completions {
+
+namespace {
+
+using client::Command;
+using client::Offer;
+using client::Option;
+
+constexpr char kText[] = R"sh(#compdef tarvio
+# zsh completion for tarvio. Written by scripts/completions from the commands themselves.
+
+# The first column of a table of the program, but for what stands on the line already.
+# usage: _tarvio_names COMMAND [ARGUMENT]...
+_tarvio_names() {
+  local -a names
+  names=(${${(f)"$($program "$@" 2>/dev/null </dev/null)"}[2,-1]%% *})
+  compadd -F line -a names
+}
+
+_tarvio_applications() { _tarvio_names list --category application }
+_tarvio_packages() { _tarvio_names list }
+_tarvio_areas() { _tarvio_names areas }
+_tarvio_package_files() { _files -g '*.tbx' }
+_tarvio_directories() { _files -/ }
+@words@
+_tarvio_commands() {
+  local -a commands
+  commands=(
+@commands@  )
+  _describe command commands
+}
+
+_tarvio() {
+  local context state state_descr line program=${(Q)words[1]}
+  typeset -A opt_args
+  _arguments -C -A '-*' \
+@options@    '1: :_tarvio_commands' \
+    '*:: :->arguments' && return
+  [[ $state == arguments ]] || return
+  case $words[1] in
+@arguments@  esac
+}
+
+_tarvio "$@"
+)sh";
+
+std::string in_quotes(const std::string& text) { return '\'' + with(text, "'", R"('\'')") + '\''; }
+
+std::string explained(const Option& option) {
+  return '[' + with(with(main_clause(option.help), "[", R"(\[)"), "]", R"(\])") + ']';
+}
+
+// One argument of _arguments.
+std::string spec_of(const Option& option) {
+  const std::string name = std::string("--") + option.name;
+  const std::string equals = option.value == nullptr ? "" : "=";
+  std::string rest = explained(option);
+  if (option.value != nullptr) {
+    const bool is_offered = option.offer != Offer::kNothing;
+    rest += std::string(":") + option.value + ":" +
+            (is_offered ? "_tarvio_" + name_of(option.offer) : " ");
+  }
+  if (option.letter == '\0') return in_quotes(name + equals + rest);
+  const std::string letter = std::string("-") + option.letter;
+  const std::string others = option.value == nullptr ? "(- *)" : "(" + letter + " " + name + ")";
+  return in_quotes(others) + '{' + letter + (option.value == nullptr ? "" : "+") + ',' + name +
+         equals + '}' + in_quotes(rest);
+}
+
+std::string option_lines(const Command* command, const char* indent) {
+  std::string lines;
+  for (const Option& option : shown_options(command)) lines += indent + spec_of(option) + " \\\n";
+  return lines;
+}
+
+std::string argument_cases() {
+  std::string cases;
+  for (const Command* command : client::all_commands()) {
+    const auto& operands = command->operands;
+    cases += std::string("    ") + command->word + ")\n      _arguments \\\n" +
+             option_lines(command, "        ");
+    if (operands.max > 0) {
+      const char* const count = operands.max > 1 ? "*" : "1";
+      cases += "        " +
+               in_quotes(std::string(count) + ":" + operands.name + ":_tarvio_" +
+                         name_of(operands.offer)) +
+               "\n      ;;\n";
+    } else {
+      cases.replace(cases.size() - 3, 3, "\n      ;;\n");  // the last line goes on to nothing
+    }
+  }
+  return cases;
+}
+
+std::string command_lines() {
+  std::string lines;
+  for (const Command* command : client::all_commands()) {
+    lines += "    " + in_quotes(std::string(command->word) + ':' + command->summary) + '\n';
+  }
+  return lines;
+}
+
+std::string word_functions() {
+  std::string functions;
+  for (const Offer offer : {Offer::kCategories, Offer::kSubcategories}) {
+    functions +=
+        "_tarvio_" + name_of(offer) + "() { compadd " + joined(words_of(offer), " ") + " }\n";
+  }
+  return functions;
+}
+
+}  // namespace
+
+std::string zsh() {
+  std::string text = with(kText, "@words@", word_functions());
+  text = with(text, "@commands@", command_lines());
+  text = with(text, "@options@", option_lines(nullptr, "    "));
+  return with(text, "@arguments@", argument_cases());
+}
+
+}  // namespace completions
