@@ -84,15 +84,15 @@ TQ_BEGIN_DECLS
  * tool has read, before the cut. Else 0.
  *
  * code of an event: what the step's call returns (see there and nand.h); the errno value of a cut; -1 of a
- * rebuild whose file system cannot be mounted; ENOENT (2) of a version that is not found, which fails
- * nothing. The codes of version, controls, dump, cut and unpack may count where the result of the backup
- * or restore is 0, as may all codes of a restore.
+ * rebuild whose file system cannot be mounted; ENOENT (2) of a version that is not found. A code other
+ * than 0 does not always fail the call: a backup goes on without a version, after a failed dump and after
+ * control files that could not be written, a restore after every step of an area.
  *
- * A stop, that is a return other than 0: the observer is not called again in this call, no further tool
- * is started, nothing is mounted and no file cut, and the call returns that number. What is half done
+ * A return other than 0 stops the work: the observer is not called again in this call, no further tool is
+ * started, nothing more is mounted, no file is cut, and the call returns that number. What is half done
  * stays as after a failure: files in the work directory and in the package, a file system of a rebuild on
  * /mnt/root, an area that is erased and not written. The log has the messages of a failure. The next call
- * works as ever.
+ * starts without a stop.
  *
  * The observer runs on the thread of the call, between its tools, which wait for it; it must not make
  * calls that work on the flash, change the current directory or unwind (throw, longjmp). It may set or
@@ -123,7 +123,7 @@ int tq_tbx_backup_areas(tq_list_t *areas, const char *workdir, const char *dest,
 
 /* Writes the areas of an image package back to the flash, in the order of its "TqDataTarget:" lines.
  *
- * package  path of the package; empty when its files and "./control.tar.gz" lie in workdir already.
+ * package  path of the package; empty when its files and "./control.tar.gz" are already in workdir.
  * workdir  directory to unpack into; the areas' files stay there.
  *
  * The area of a line is the first one in the order above whose name occurs in the line; a line without
@@ -140,8 +140,8 @@ int tq_tbx_restore(const char *package, const char *workdir);
 /* Writes one area: unpacks its file from the package into the current directory, and writes it to the
  * device; for the hibernation area, its information block first.
  *
- * package     path of the package; empty when the file is there already. A file that cannot be unpacked
- *             is written all the same when one of its name is there.
+ * package     path of the package; empty when the file is already there. When a file cannot be unpacked, an
+ *             existing one of that name is written.
  * image_file  name of the file, in the package and in the current directory.
  * length      not used: the whole device is erased.
  * image_type  TQ_IMAGE_... of nand.h.

@@ -1,10 +1,10 @@
 #include "util/tq_flash_observer.h"
 
 #include <stddef.h>
+#include <sys/stat.h>
 
 #include "base/chain.h"
 #include "base/owners.h"
-#include "tarvio/file.h"
 #include "tarvio/text.h"
 
 static_assert(offsetof(tq_flash_event, bytes) == 16);
@@ -29,9 +29,9 @@ bool is_observed() { return observation.observer.observe != nullptr && observati
 
 bool is_step_observed() { return is_observed() && observation.step.step != 0; }
 
-uint32_t bytes_of(const char* file) {
-  uint32_t bytes = 0;
-  return tq_get_file_length(file, &bytes) == 0 ? bytes : 0;
+uint64_t bytes_of(const char* file) {
+  struct stat status = {};
+  return stat(file, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
 // Of a copy, as the observer may set another one.
