@@ -1,3 +1,3 @@
-#include "commands/program.h"
+#include "program.h"
 
 int main(int argc, char** argv) { return client::run_program(argc, argv); }

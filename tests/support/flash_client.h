@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "commands/program.h"
+#include "program.h"
 #include "support/children.h"
 #include "support/files.h"
 #include "support/flash_device.h"

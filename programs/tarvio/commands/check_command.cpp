@@ -9,7 +9,7 @@
 
 #include "commands/arguments.h"
 #include "commands/commands.h"
-#include "commands/outcome.h"
+#include "terminal/outcome.h"
 #include "packages/package_file.h"
 #include "packages/package_size.h"
 #include "process/child.h"

@@ -6,7 +6,7 @@
 
 #include "commands/arguments.h"
 #include "commands/commands.h"
-#include "commands/outcome.h"
+#include "terminal/outcome.h"
 #include "packages/control_fields.h"
 #include "packages/installed.h"
 #include "packages/opkg_run.h"

@@ -6,7 +6,7 @@
 
 #include "commands/arguments.h"
 #include "commands/commands.h"
-#include "commands/outcome.h"
+#include "terminal/outcome.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
 #include "terminal/output.h"

@@ -13,7 +13,7 @@
 #include "base/pipe.h"
 #include "commands/arguments.h"
 #include "commands/commands.h"
-#include "commands/outcome.h"
+#include "terminal/outcome.h"
 #include "flash/flash_space.h"
 #include "packages/package_directory.h"
 #include "packages/package_file.h"

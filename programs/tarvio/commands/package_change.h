@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "commands/arguments.h"
-#include "commands/outcome.h"
+#include "terminal/outcome.h"
 #include "packages/installed.h"
 #include "packages/opkg_run.h"
 #include "packages/verdict.h"

@@ -6,7 +6,7 @@
 #include "commands/arguments.h"
 #include "commands/commands.h"
 #include "commands/flash_options.h"
-#include "commands/outcome.h"
+#include "terminal/outcome.h"
 #include "flash/restore_run.h"
 #include "terminal/printable_text.h"
 

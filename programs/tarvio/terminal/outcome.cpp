@@ -1,4 +1,4 @@
-#include "commands/outcome.h"
+#include "terminal/outcome.h"
 
 #include "process/failure.h"
 #include "terminal/output.h"

@@ -1,6 +1,6 @@
 // The work on the operands of a command: one that fails does not hide the others.
-#ifndef TARVIO_CLIENT_COMMANDS_OUTCOME_H
-#define TARVIO_CLIENT_COMMANDS_OUTCOME_H
+#ifndef TARVIO_CLIENT_TERMINAL_OUTCOME_H
+#define TARVIO_CLIENT_TERMINAL_OUTCOME_H
 
 #include <algorithm>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "commands/program.h"
+#include "program.h"
 
 #include <exception>
 #include <string>
