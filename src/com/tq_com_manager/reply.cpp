@@ -15,6 +15,14 @@ namespace {
 constexpr int kWriteTimeMs = 5000;
 constexpr size_t kNumberSize = 12;
 
+// The first record of every list stays allocated (oddity 122).
+void free_statuses(tq_list_t* list) {
+  if (list->head != nullptr) {
+    for (tq_status* record : Elements<tq_status>(list->head->next)) tq_delete_tq_status(&record);
+  }
+  tq_list_free(list, 0);
+}
+
 bool append_block(Reply& reply, const tq_status& record) {
   return reply.append(record.name) && reply.append("\n") && reply.append_number(record.state) &&
          reply.append("\n") && reply.append(record.detail) && reply.append("\n");
@@ -46,24 +54,16 @@ bool Reply::send() {
 
 void tq_send_status_list(int fd, tq_list_t* list) {
   Reply reply(fd);
-  bool sending = true;
-  bool is_first = true;
   TQ_DEBUG("list first");
-  for (tq_status* record : Elements<tq_status>(list)) {
-    if (sending) {
-      TQ_DEBUG("sending status of %s", record->name);
-      sending = append_block(reply, *record);
-    }
-    if (sending) {
-      TQ_DEBUG("sending status of %s done", record->name);
-      TQ_DEBUG("sending status of %s next done", record->name);
-    }
-    // The first record of every list stays allocated (oddity 122).
-    if (!is_first) (void)tq_delete_tq_status(&record);
-    is_first = false;
+  for (const tq_status* record : Elements<const tq_status>(list)) {
+    TQ_DEBUG("sending status of %s", record->name);
+    if (!append_block(reply, *record)) break;
+    TQ_DEBUG("sending status of %s done", record->name);
+    TQ_DEBUG("sending status of %s next done", record->name);
   }
+  free_statuses(list);
+  // Just before the end of the connection, so that the client wakes once for both.
   (void)reply.send();
-  tq_list_free(list, 0);
   TQ_DEBUG("sending status done");
 }
 
