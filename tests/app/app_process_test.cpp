@@ -10,14 +10,14 @@
 #include <string>
 #include <vector>
 
-#include "support/app_manager.h"
-#include "support/applications.h"
+#include "support/apps/app_manager.h"
+#include "support/apps/applications.h"
 #include "support/children.h"
-#include "support/fail_alloc.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/no_sleep.h"
-#include "support/package_listing.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/no_sleep.h"
+#include "support/packages/package_listing.h"
 #include "tarvio/app.h"
 #include "tarvio/status_manager.h"
 

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "support/app_manager.h"
-#include "support/fail_alloc.h"
+#include "support/apps/app_manager.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/package_listing.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/packages/package_listing.h"
 #include "tarvio/app.h"
 #include "tarvio/package.h"
 #include "tarvio/status_manager.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "support/app_manager.h"
+#include "support/apps/app_manager.h"
 #include "tarvio/app.h"
 #include "tarvio/status_manager.h"
 

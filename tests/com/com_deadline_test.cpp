@@ -11,9 +11,9 @@
 #include <string>
 #include <tuple>
 
-#include "support/got_hook.h"
-#include "support/request_handler.h"
-#include "support/stdout_capture.h"
+#include "support/com/request_handler.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/stdout_capture.h"
 
 namespace tarvio_test {
 namespace {

@@ -12,13 +12,13 @@
 #include <utility>
 #include <vector>
 
-#include "support/fail_alloc.h"
+#include "support/com/request_handler.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/live_allocations.h"
-#include "support/log_capture.h"
-#include "support/request_handler.h"
-#include "support/stdout_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/live_allocations.h"
+#include "support/hooks/log_capture.h"
+#include "support/hooks/stdout_capture.h"
 #include "support/unit_messages.h"
 
 namespace tarvio_test {

@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <string>
 
-#include "support/got_hook.h"
-#include "support/log_capture.h"
-#include "support/manager.h"
-#include "support/sockets.h"
+#include "support/com/manager.h"
+#include "support/com/sockets.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
 #include "support/unit_messages.h"
 #include "tarvio/tarvio.h"
 

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "support/child_descriptors.h"
-#include "support/live_allocations.h"
-#include "support/log_capture.h"
-#include "support/request_handler.h"
+#include "support/com/request_handler.h"
+#include "support/hooks/live_allocations.h"
+#include "support/hooks/log_capture.h"
 #include "support/unit_messages.h"
 
 namespace tarvio_test {

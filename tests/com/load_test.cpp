@@ -16,8 +16,8 @@
 #include <utility>
 #include <vector>
 
-#include "support/manager.h"
-#include "support/sockets.h"
+#include "support/com/manager.h"
+#include "support/com/sockets.h"
 #include "tarvio/tarvio.h"
 
 namespace tarvio_test {

@@ -6,10 +6,10 @@
 #include <thread>
 #include <vector>
 
-#include "support/got_hook.h"
-#include "support/live_allocations.h"
-#include "support/manager.h"
-#include "support/one_reply.h"
+#include "support/com/manager.h"
+#include "support/com/one_reply.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/live_allocations.h"
 #include "tarvio/tarvio.h"
 
 namespace tarvio_test {

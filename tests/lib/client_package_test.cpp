@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "support/fail_alloc.h"
-#include "support/live_allocations.h"
-#include "support/log_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/live_allocations.h"
+#include "support/hooks/log_capture.h"
 #include "support/unit_messages.h"
 #include "tarvio/tarvio.h"
 

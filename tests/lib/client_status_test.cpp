@@ -9,13 +9,13 @@
 #include <utility>
 #include <vector>
 
-#include "support/fail_alloc.h"
-#include "support/got_hook.h"
-#include "support/live_allocations.h"
-#include "support/log_capture.h"
-#include "support/manager.h"
-#include "support/one_reply.h"
-#include "support/sockets.h"
+#include "support/com/manager.h"
+#include "support/com/one_reply.h"
+#include "support/com/sockets.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/live_allocations.h"
+#include "support/hooks/log_capture.h"
 #include "support/unit_messages.h"
 #include "tarvio/tarvio.h"
 

@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "support/manager.h"
-#include "support/sockets.h"
+#include "support/com/manager.h"
+#include "support/com/sockets.h"
 #include "tarvio/tarvio.h"
 
 namespace tarvio_test {

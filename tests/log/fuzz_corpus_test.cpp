@@ -5,7 +5,7 @@
 
 #include "../fuzz/log_input.h"
 #include "support/files.h"
-#include "support/stdout_capture.h"
+#include "support/hooks/stdout_capture.h"
 #include "tarvio/log_monitor.h"
 
 namespace tarvio_test {

@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <string>
 
-#include "support/log_capture.h"
-#include "support/stdout_capture.h"
+#include "support/hooks/log_capture.h"
+#include "support/hooks/stdout_capture.h"
 #include "tarvio/log.h"
 #include "tarvio/log_monitor.h"
 #include "tarvio/status_manager.h"

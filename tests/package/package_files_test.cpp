@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "support/fail_alloc.h"
 #include "support/files.h"
-#include "support/log_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/log_capture.h"
 #include "support/operands.h"
 #include "support/string_list.h"
 #include "support/unit_messages.h"

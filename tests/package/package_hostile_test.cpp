@@ -14,7 +14,7 @@
 #include "support/children.h"
 #include "support/descriptors.h"
 #include "support/files.h"
-#include "support/stand_in_opkg.h"
+#include "support/packages/stand_in_opkg.h"
 #include "support/string_list.h"
 #include "support/work_directory.h"
 #include "tarvio/package.h"

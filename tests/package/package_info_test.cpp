@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "support/fail_alloc.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
 #include "support/unit_messages.h"
 #include "tarvio/log.h"
 #include "tarvio/package.h"

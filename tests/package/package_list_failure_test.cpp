@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "support/descriptors.h"
-#include "support/fail_alloc.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
-#include "support/package_listing.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
+#include "support/packages/package_listing.h"
 #include "support/unit_messages.h"
 #include "tarvio/log.h"
 #include "tarvio/package.h"

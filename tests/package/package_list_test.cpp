@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "support/files.h"
-#include "support/package_listing.h"
+#include "support/packages/package_listing.h"
 #include "tarvio/package.h"
 
 namespace tarvio_test {

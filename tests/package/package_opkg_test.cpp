@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "support/files.h"
-#include "support/stand_in_opkg.h"
+#include "support/packages/stand_in_opkg.h"
 #include "support/string_list.h"
 #include "support/work_directory.h"
 #include "tarvio/client.h"

@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "support/fail_alloc.h"
-#include "support/log_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/log_capture.h"
 #include "support/string_list.h"
 #include "support/unit_messages.h"
 #include "tarvio/list.h"

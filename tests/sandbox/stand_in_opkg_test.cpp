@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "support/files.h"
-#include "support/recorded_opkg.h"
-#include "support/stand_in_opkg.h"
+#include "support/packages/recorded_opkg.h"
+#include "support/packages/stand_in_opkg.h"
 
 namespace tarvio_test {
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "support/fail_alloc.h"
-#include "support/log_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/log_capture.h"
 #include "support/status_records.h"
 #include "support/unit_messages.h"
 #include "tarvio/log.h"

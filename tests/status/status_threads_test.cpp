@@ -12,10 +12,10 @@
 #include <thread>
 #include <vector>
 
-#include "support/got_hook.h"
-#include "support/log_capture.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
+#include "support/hooks/stdout_capture.h"
 #include "support/status_records.h"
-#include "support/stdout_capture.h"
 #include "tarvio/status_manager.h"
 
 namespace tarvio_test {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/got_hook.h"
+#include "support/hooks/got_hook.h"
 
 namespace tarvio_test {
 

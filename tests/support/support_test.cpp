@@ -13,11 +13,11 @@
 #include <thread>
 #include <vector>
 
-#include "support/fail_alloc.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
-#include "support/stdout_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
+#include "support/hooks/stdout_capture.h"
 #include "tarvio/tarvio.h"
 
 namespace tarvio_test {

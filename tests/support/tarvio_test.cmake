@@ -8,8 +8,8 @@ include(GoogleTest)
 
 # Parts of the support that only some tests need, each as a source of theirs.
 set(test_support ${CMAKE_CURRENT_SOURCE_DIR}/support)
-set(ipc_support ${test_support}/live_allocations.cpp ${test_support}/manager.cpp
-                ${test_support}/sockets.cpp)
+set(ipc_support ${test_support}/hooks/live_allocations.cpp ${test_support}/com/manager.cpp
+                ${test_support}/com/sockets.cpp)
 
 # How a test program is run: in the sandbox; one of the device under the emulator there, unless it is a test
 # that the emulation cannot do.

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "support/log_capture.h"
+#include "support/hooks/log_capture.h"
 
 namespace tarvio_test {
 

@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <string>
 
-#include "support/applications.h"
+#include "support/apps/applications.h"
 #include "support/children.h"
 #include "support/files.h"
-#include "support/watched_log.h"
+#include "support/programs/watched_log.h"
 
 namespace tarvio_test {
 namespace {

@@ -6,10 +6,10 @@
 #include <filesystem>
 #include <string>
 
-#include "support/applications.h"
+#include "support/apps/applications.h"
+#include "support/com/sockets.h"
 #include "support/files.h"
-#include "support/sockets.h"
-#include "support/tarviod.h"
+#include "support/programs/tarviod.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {

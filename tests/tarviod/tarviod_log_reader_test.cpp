@@ -11,12 +11,12 @@
 #include <string>
 #include <thread>
 
-#include "support/applications.h"
+#include "support/apps/applications.h"
 #include "support/children.h"
+#include "support/com/sockets.h"
 #include "support/files.h"
-#include "support/sockets.h"
-#include "support/system_log.h"
-#include "support/watched_log.h"
+#include "support/programs/system_log.h"
+#include "support/programs/watched_log.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {

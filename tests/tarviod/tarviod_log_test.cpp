@@ -7,9 +7,9 @@
 #include <string>
 
 #include "support/children.h"
-#include "support/sockets.h"
-#include "support/system_log.h"
-#include "support/tarviod.h"
+#include "support/com/sockets.h"
+#include "support/programs/system_log.h"
+#include "support/programs/tarviod.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "support/applications.h"
+#include "support/apps/applications.h"
 #include "support/children.h"
 #include "support/files.h"
-#include "support/tarvio.h"
-#include "support/tarviod.h"
+#include "support/programs/tarvio.h"
+#include "support/programs/tarviod.h"
 
 namespace tarvio_test {
 namespace {

@@ -13,11 +13,11 @@
 #include <string>
 #include <vector>
 
-#include "support/applications.h"
+#include "support/apps/applications.h"
 #include "support/children.h"
+#include "support/com/sockets.h"
 #include "support/files.h"
-#include "support/sockets.h"
-#include "support/tarviod.h"
+#include "support/programs/tarviod.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {

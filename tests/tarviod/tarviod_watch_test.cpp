@@ -8,11 +8,11 @@
 #include <filesystem>
 #include <string>
 
-#include "support/applications.h"
+#include "support/apps/applications.h"
 #include "support/children.h"
+#include "support/com/sockets.h"
 #include "support/files.h"
-#include "support/sockets.h"
-#include "support/watched_log.h"
+#include "support/programs/watched_log.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {

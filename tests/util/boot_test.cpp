@@ -9,7 +9,7 @@
 
 #include "support/descriptors.h"
 #include "support/files.h"
-#include "support/got_hook.h"
+#include "support/hooks/got_hook.h"
 #include "tarvio/opkg.h"
 
 namespace tarvio_test {

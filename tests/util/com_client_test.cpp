@@ -11,10 +11,10 @@
 #include <thread>
 #include <vector>
 
-#include "support/fail_alloc.h"
+#include "support/com/sockets.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/sockets.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
 #include "support/string_list.h"
 #include "tarvio/com.h"
 #include "tarvio/text.h"

@@ -11,12 +11,12 @@
 #include <filesystem>
 #include <string>
 
-#include "support/com_server.h"
-#include "support/fail_alloc.h"
+#include "support/com/com_server.h"
+#include "support/com/sockets.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/live_allocations.h"
-#include "support/sockets.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/live_allocations.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {

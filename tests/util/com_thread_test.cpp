@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "support/child_descriptors.h"
-#include "support/com_server.h"
-#include "support/got_hook.h"
+#include "support/com/com_server.h"
+#include "support/hooks/got_hook.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {

@@ -18,9 +18,9 @@
 #include <utility>
 #include <vector>
 
-#include "support/fail_alloc.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
 #include "support/string_list.h"
 #include "support/unit_messages.h"
 #include "tarvio/client.h"

@@ -15,8 +15,8 @@
 #include <thread>
 #include <vector>
 
-#include "support/got_hook.h"
-#include "support/sockets.h"
+#include "support/com/sockets.h"
+#include "support/hooks/got_hook.h"
 #include "tarvio/text.h"
 
 namespace tarvio_test {

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "support/files.h"
-#include "support/got_hook.h"
+#include "support/hooks/got_hook.h"
 
 namespace tarvio_test {
 namespace {

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "support/files.h"
-#include "support/flash_device.h"
-#include "support/log_capture.h"
+#include "support/flash/flash_device.h"
+#include "support/hooks/log_capture.h"
 #include "support/shell_commands.h"
 #include "support/string_list.h"
 #include "support/work_directory.h"

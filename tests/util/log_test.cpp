@@ -12,9 +12,9 @@
 #include <thread>
 #include <vector>
 
-#include "support/got_hook.h"
-#include "support/log_capture.h"
-#include "support/stdout_capture.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
+#include "support/hooks/stdout_capture.h"
 
 namespace tarvio_test {
 namespace {

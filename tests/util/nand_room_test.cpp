@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
 #include "support/shell_commands.h"
 #include "support/unit_messages.h"
 #include "support/work_directory.h"

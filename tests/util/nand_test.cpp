@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "support/fail_alloc.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
 #include "support/shell_commands.h"
 #include "support/unit_messages.h"
 #include "support/work_directory.h"

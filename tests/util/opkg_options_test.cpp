@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
-#include "support/opkg_tool.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
+#include "support/packages/opkg_tool.h"
 #include "support/unit_messages.h"
 #include "tarvio/log.h"
 #include "tarvio/opkg.h"

@@ -9,12 +9,12 @@
 #include <vector>
 
 #include "support/children.h"
-#include "support/fail_alloc.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
-#include "support/opkg_tool.h"
-#include "support/recorded_opkg.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
+#include "support/packages/opkg_tool.h"
+#include "support/packages/recorded_opkg.h"
 #include "support/string_list.h"
 #include "support/unit_messages.h"
 #include "tarvio/log.h"

@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "support/descriptors.h"
-#include "support/fail_alloc.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
-#include "support/stdout_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
+#include "support/hooks/stdout_capture.h"
 #include "tarvio/archive.h"
 #include "tarvio/log.h"
 

@@ -11,8 +11,8 @@
 
 #include "support/children.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/no_sleep.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/no_sleep.h"
 #include "tarvio/process.h"
 
 namespace tarvio_test {

@@ -15,10 +15,10 @@
 
 #include "support/children.h"
 #include "support/descriptors.h"
-#include "support/fail_alloc.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/stdout_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/stdout_capture.h"
 #include "tarvio/process.h"
 
 namespace tarvio_test {

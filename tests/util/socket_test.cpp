@@ -12,10 +12,10 @@
 #include <filesystem>
 #include <string>
 
+#include "support/com/sockets.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
-#include "support/sockets.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
 #include "support/unit_messages.h"
 #include "tarvio/com.h"
 #include "tarvio/log.h"

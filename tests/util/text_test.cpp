@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "support/fail_alloc.h"
-#include "support/live_allocations.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/live_allocations.h"
 
 namespace tarvio_test {
 namespace {

@@ -7,9 +7,9 @@
 #include "commands/arguments.h"
 #include "commands/commands.h"
 #include "commands/flash_options.h"
-#include "terminal/outcome.h"
 #include "flash/area_parts.h"
 #include "flash/backup_run.h"
+#include "terminal/outcome.h"
 #include "terminal/printable_text.h"
 
 namespace client {

@@ -9,12 +9,12 @@
 
 #include "commands/arguments.h"
 #include "commands/commands.h"
-#include "terminal/outcome.h"
 #include "packages/package_file.h"
 #include "packages/package_size.h"
 #include "process/child.h"
 #include "process/failure.h"
 #include "tarvio/package.h"
+#include "terminal/outcome.h"
 #include "terminal/output.h"
 #include "terminal/printable_text.h"
 

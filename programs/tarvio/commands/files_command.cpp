@@ -6,12 +6,12 @@
 
 #include "commands/arguments.h"
 #include "commands/commands.h"
-#include "terminal/outcome.h"
 #include "packages/control_fields.h"
 #include "packages/installed.h"
 #include "packages/opkg_run.h"
 #include "packages/verdict.h"
 #include "process/failure.h"
+#include "terminal/outcome.h"
 #include "terminal/printable_text.h"
 
 namespace client {

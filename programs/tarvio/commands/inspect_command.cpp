@@ -6,9 +6,9 @@
 
 #include "commands/arguments.h"
 #include "commands/commands.h"
-#include "terminal/outcome.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
+#include "terminal/outcome.h"
 #include "terminal/output.h"
 #include "terminal/text_table.h"
 

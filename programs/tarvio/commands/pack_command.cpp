@@ -13,14 +13,13 @@
 #include "base/pipe.h"
 #include "commands/arguments.h"
 #include "commands/commands.h"
-#include "terminal/outcome.h"
-#include "flash/flash_space.h"
 #include "packages/package_directory.h"
 #include "packages/package_file.h"
 #include "process/child.h"
 #include "process/failure.h"
+#include "process/paths.h"
+#include "terminal/outcome.h"
 #include "terminal/printable_text.h"
-#include "terminal/progress.h"
 
 namespace client {
 

@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "commands/arguments.h"
-#include "terminal/outcome.h"
 #include "packages/installed.h"
 #include "packages/opkg_run.h"
 #include "packages/verdict.h"
+#include "terminal/outcome.h"
 
 namespace client {
 

@@ -6,8 +6,8 @@
 #include "commands/arguments.h"
 #include "commands/commands.h"
 #include "commands/flash_options.h"
-#include "terminal/outcome.h"
 #include "flash/restore_run.h"
+#include "terminal/outcome.h"
 #include "terminal/printable_text.h"
 
 namespace client {

@@ -8,7 +8,7 @@
 
 #include "commands/arguments.h"
 #include "commands/commands.h"
-#include "support/tarvio.h"
+#include "support/programs/tarvio.h"
 
 namespace client {
 namespace {

@@ -10,7 +10,7 @@
 #include "commands/help.h"
 #include "process/exit_status.h"
 #include "support/files.h"
-#include "support/tarvio.h"
+#include "support/programs/tarvio.h"
 
 namespace client {
 namespace {

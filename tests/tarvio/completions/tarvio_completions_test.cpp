@@ -13,9 +13,9 @@
 
 #include "completions.h"
 #include "support/files.h"
-#include "support/package_listing.h"
-#include "support/tarvio.h"
-#include "support/terminal.h"
+#include "support/packages/package_listing.h"
+#include "support/programs/tarvio.h"
+#include "support/programs/terminal.h"
 
 namespace tarvio_test {
 namespace {

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "support/flash_client.h"
+#include "support/flash/flash_client.h"
 
 namespace tarvio_test {
 namespace {

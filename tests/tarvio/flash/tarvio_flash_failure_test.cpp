@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "flash/image_archive.h"
-#include "support/flash_client.h"
+#include "support/flash/flash_client.h"
 
 namespace tarvio_test {
 namespace {

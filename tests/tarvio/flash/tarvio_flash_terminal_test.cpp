@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "support/flash_client.h"
-#include "support/terminal.h"
+#include "support/flash/flash_client.h"
+#include "support/programs/terminal.h"
 
 namespace tarvio_test {
 namespace {

@@ -8,10 +8,10 @@
 #include <utility>
 #include <vector>
 
-#include "support/manager.h"
-#include "support/one_reply.h"
-#include "support/package_listing.h"
-#include "support/tarvio.h"
+#include "support/com/manager.h"
+#include "support/com/one_reply.h"
+#include "support/packages/package_listing.h"
+#include "support/programs/tarvio.h"
 #include "tarvio/app.h"
 
 namespace tarvio_test {

@@ -16,11 +16,11 @@
 #include "manager/manager_client.h"
 #include "process/failure.h"
 #include "support/children.h"
+#include "support/com/one_reply.h"
+#include "support/com/sockets.h"
 #include "support/files.h"
-#include "support/one_reply.h"
-#include "support/package_listing.h"
-#include "support/sockets.h"
-#include "support/tarvio.h"
+#include "support/packages/package_listing.h"
+#include "support/programs/tarvio.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {

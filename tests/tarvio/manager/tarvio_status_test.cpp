@@ -5,10 +5,10 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "support/manager.h"
-#include "support/one_reply.h"
-#include "support/sockets.h"
-#include "support/tarvio.h"
+#include "support/com/manager.h"
+#include "support/com/one_reply.h"
+#include "support/com/sockets.h"
+#include "support/programs/tarvio.h"
 #include "tarvio/status_manager.h"
 
 namespace tarvio_test {

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "manager/status_changes.h"
-#include "support/replies.h"
-#include "support/tarvio.h"
+#include "support/com/replies.h"
+#include "support/programs/tarvio.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {

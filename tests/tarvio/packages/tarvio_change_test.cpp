@@ -11,11 +11,11 @@
 
 #include "support/children.h"
 #include "support/files.h"
-#include "support/opkg_tool.h"
-#include "support/package_listing.h"
-#include "support/stand_in_opkg.h"
-#include "support/tarvio.h"
-#include "support/tarvio_packages.h"
+#include "support/packages/opkg_tool.h"
+#include "support/packages/package_listing.h"
+#include "support/packages/stand_in_opkg.h"
+#include "support/packages/tarvio_packages.h"
+#include "support/programs/tarvio.h"
 
 namespace tarvio_test {
 namespace {

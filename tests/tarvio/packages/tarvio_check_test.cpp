@@ -11,8 +11,8 @@
 
 #include "packages/package_size.h"
 #include "support/files.h"
-#include "support/tarvio.h"
-#include "support/tarvio_packages.h"
+#include "support/packages/tarvio_packages.h"
+#include "support/programs/tarvio.h"
 
 namespace tarvio_test {
 namespace {

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "support/files.h"
-#include "support/package_listing.h"
-#include "support/tarvio.h"
+#include "support/packages/package_listing.h"
+#include "support/programs/tarvio.h"
 
 namespace tarvio_test {
 namespace {

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "support/files.h"
-#include "support/tarvio.h"
-#include "support/tarvio_packages.h"
+#include "support/packages/tarvio_packages.h"
+#include "support/programs/tarvio.h"
 
 namespace tarvio_test {
 namespace {

@@ -8,10 +8,10 @@
 #include <thread>
 #include <vector>
 
-#include "support/one_reply.h"
-#include "support/replies.h"
-#include "support/tarvio.h"
-#include "support/terminal.h"
+#include "support/com/one_reply.h"
+#include "support/com/replies.h"
+#include "support/programs/tarvio.h"
+#include "support/programs/terminal.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {

@@ -12,10 +12,10 @@
 
 #include "support/conf_pairs.h"
 #include "support/descriptors.h"
-#include "support/fail_alloc.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
 #include "support/unit_messages.h"
 #include "tarvio/conf.h"
 #include "tarvio/log.h"

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "support/conf_pairs.h"
-#include "support/fail_alloc.h"
+#include "support/hooks/fail_alloc.h"
 #include "tarvio/conf.h"
 
 namespace tarvio_test {

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "support/backup_run.h"
 #include "support/files.h"
-#include "support/flash_device.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
+#include "support/flash/backup_run.h"
+#include "support/flash/flash_device.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
 #include "support/unit_messages.h"
 #include "tarvio/log.h"
 

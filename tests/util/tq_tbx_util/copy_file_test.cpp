@@ -12,8 +12,8 @@
 
 #include "support/descriptors.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
 #include "support/unit_messages.h"
 #include "tarvio/log.h"
 #include "tarvio/tbx.h"

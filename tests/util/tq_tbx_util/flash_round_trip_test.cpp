@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "support/files.h"
-#include "support/flash_device.h"
+#include "support/flash/flash_device.h"
 #include "support/string_list.h"
 #include "support/work_directory.h"
 #include "tarvio/backup.h"

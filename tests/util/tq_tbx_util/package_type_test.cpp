@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "support/descriptors.h"
-#include "support/fail_alloc.h"
 #include "support/files.h"
-#include "support/got_hook.h"
-#include "support/log_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/got_hook.h"
+#include "support/hooks/log_capture.h"
 #include "support/string_list.h"
 #include "support/unit_messages.h"
 #include "support/work_directory.h"

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "support/descriptors.h"
-#include "support/fail_alloc.h"
 #include "support/files.h"
-#include "support/log_capture.h"
+#include "support/hooks/fail_alloc.h"
+#include "support/hooks/log_capture.h"
 #include "support/shell_commands.h"
 #include "support/unit_messages.h"
 #include "support/work_directory.h"

@@ -1,0 +1,45 @@
+// Applications that are really installed: files in opkg's information directory, shell scripts that
+// run, and what becomes of their processes.
+#ifndef TARVIO_TESTS_SUPPORT_APPS_APPLICATIONS_H
+#define TARVIO_TESTS_SUPPORT_APPS_APPLICATIONS_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace tarvio_test {
+
+// The file that an installed package has in the information directory.
+std::filesystem::path information_file(const std::string& package, const std::string& extension);
+
+void install_package(const std::string& name, const std::string& category);
+
+// An application whose start file leaves its process id and goes on as a program that stays, and
+// whose stop file ends that program and leaves a mark.
+void install_application(const std::string& name);
+
+// Waits for the application's process. -1, and the test fails, when it does not come.
+pid_t process_of(const std::string& application);
+// After a stop, so that process_of waits for the next one.
+void forget_process_of(const std::string& application);
+// A start file that is no script but a program: it runs from the first moment to a signal.
+void replace_start_file_by_program(const std::string& application);
+// The processes that the manager has started and that run.
+std::vector<pid_t> children_of(pid_t manager);
+
+// A set of signals as /proc tells it of a process: SigBlk, SigIgn or SigCgt.
+uint64_t signals_of(pid_t process, const std::string& set);
+
+bool is_alive(pid_t process);
+// Waits for the end of a process that need not be a child of the test.
+bool ends(pid_t process);
+
+// Whether the stop file has run.
+bool was_stopped(const std::string& application);
+
+}  // namespace tarvio_test
+
+#endif
