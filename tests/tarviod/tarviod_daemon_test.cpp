@@ -93,7 +93,7 @@ TEST(TarviodDaemon, SaysWhyItCannotStartAndReturns1) {
   const Ended second = run_tarviod({"--daemon"});
   EXPECT_EQ(second.status, 1);
   EXPECT_EQ(second.errors,
-            "tarviod: a manager answers on " TQ_COM_SOCKET_PATH " already: stop it first\n");
+            "tarviod: another manager already answers on " TQ_COM_SOCKET_PATH ": stop it first\n");
   EXPECT_EQ(second.output, "");
   EXPECT_EQ(listening_process(), first.pid());
 }

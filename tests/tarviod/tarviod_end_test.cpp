@@ -126,7 +126,7 @@ TEST_F(TarviodWithManyApplications, AreNotWaitedForAfter90Seconds) {
   ASSERT_TRUE(is_stopping());
   write_file(go, "");
   EXPECT_EQ(manager.end(), 0);
-  EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: not done within 90 seconds\n");
+  EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: timed out after 90 seconds\n");
   EXPECT_FALSE(was_stopped("aaa"));
   EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
 }

@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <ostream>
 #include <string>
 
 #include "support/applications.h"
@@ -189,6 +191,18 @@ TEST_P(CutLog, IsReadFromItsBegin) {
 
 INSTANTIATE_TEST_SUITE_P(WatchedLog, CutLog, testing::Values(1, 2, 5, 50));
 
+TEST_F(WatchedLog, ReadsALineAgainWhoseBeginWasReplaced) {
+  start();
+  const std::string first = log_line("info", "first");
+  append_to_log(first + "Jan  1 00:00:00 board user.err clock: begun");
+  EXPECT_TRUE(becomes("0\nfirst\n"));
+  wait_for_look();
+  write_file(kLogFile, first + log_line("warning", "longer than what was begun"));
+  EXPECT_TRUE(becomes("1\nlonger than what was begun\n"));
+  ASSERT_TRUE(catches_up());
+  EXPECT_EQ(counted(), 2);
+}
+
 TEST_F(WatchedLog, CountsAllOfALogThatComesLater) {
   fs::remove(kLogFile);
   start();
@@ -208,7 +222,7 @@ TEST_F(WatchedLog, CountsNoOldLineOfALogThatCouldNotBeFoundAtFirst) {
   write_file("/var/log/other/messages", log_line("err", "old"));
   fs::remove("/var/log/directory");
   fs::rename("/var/log/other", "/var/log/directory");
-  next_reader(manager(), -1);
+  wait_for_look("/var/log/directory/messages");
   write_file("/var/log/directory/messages", log_line("err", "old") + log_line("warning", "new"));
   EXPECT_TRUE(becomes("1\nnew\n"));
 }
@@ -226,15 +240,35 @@ TEST_F(WatchedLog, GoesOnWhereItWasWhenTheLogIsBack) {
   EXPECT_EQ(manager().errors(), "tarviod: /var/log/messages: No such file or directory\n");
 }
 
-TEST_F(WatchedLog, IsNotReadWhereItIsNoFile) {
+struct Other {
+  const char* name;
+  void (*create)(const char* path);
+};
+std::ostream& operator<<(std::ostream& stream, const Other& other) { return stream << other.name; }
+
+class LogThatIsNoFile : public WatchedLog, public testing::WithParamInterface<Other> {};
+
+// A FIFO would hold whoever opens it until somebody writes.
+TEST_P(LogThatIsNoFile, IsNotRead) {
   fs::remove(kLogFile);
-  fs::create_directory(kLogFile);
+  GetParam().create(kLogFile);
   start();
   EXPECT_EQ(manager().errors(), "tarviod: /var/log/messages: is not a regular file\n");
   fs::remove(kLogFile);
-  const Socket socket = listen_on(kLogFile);
-  EXPECT_EQ(listening_process(), manager().pid());
+  write_file(kLogFile, "");
+  wait_for_look();
+  append_to_log(log_line("warning", "new"));
+  EXPECT_TRUE(becomes("1\nnew\n"));
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    WatchedLog, LogThatIsNoFile,
+    testing::Values(Other{"Directory", [](const char* path) { fs::create_directory(path); }},
+                    Other{"Fifo", [](const char* path) { ::mkfifo(path, 0600); }},
+                    Other{"Socket", [](const char* path) { listen_on(path).close(); }},
+                    Other{"Device",
+                          [](const char* path) { fs::create_symlink("/dev/null", path); }}),
+    [](const auto& each) { return std::string(each.param.name); });
 
 TEST_F(WatchedLog, ComplainsAgainAfterTheLogWasThere) {
   start();
@@ -256,15 +290,15 @@ TEST_F(WatchedLog, IsAsGoodAsMissingWhereItMayNotBeRead) {
   });
   EXPECT_EQ(manager().errors(), "tarviod: /var/log/messages: Permission denied\n");
   fs::permissions(kLogFile, fs::perms::owner_read | fs::perms::owner_write);
-  next_reader(manager(), -1);
+  wait_for_look();
   ASSERT_TRUE(catches_up());
   EXPECT_EQ(counted(), 0);
 }
 
-// Whatever else a line holds, what stands further behind in it is no line.
+// Whatever a line holds further on is not a line.
 TEST_F(WatchedLog, TakesALineOfAMebibyteForOneLine) {
   start();
-  const std::string spoof = log_line("err", "no line");
+  const std::string spoof = log_line("err", "not a line");
   std::string line = log_line("info", "begin");
   line.pop_back();
   while (line.size() < 1 << 20) {
@@ -302,7 +336,7 @@ TEST_F(WatchedLog, CountsAHundredThousandLinesAtOnce) {
   EXPECT_EQ(counted(), 1000);
 }
 
-TEST_F(WatchedLog, KeepsWhatAReadPrintsFromTheOutput) {
+TEST_F(WatchedLog, KeepsTheLogFromTheOutput) {
   start({"--log-level", "0"});
   append_to_log(log_line("info", "fine"));
   EXPECT_TRUE(becomes("0\nfine\n"));
