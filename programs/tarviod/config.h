@@ -14,7 +14,7 @@ namespace tarviod {
 inline constexpr char kDefaultConfigPath[] = "/etc/tarvio/tarviod.conf";
 inline constexpr int kMaxApplicationBytes = 127;
 
-// What the file says; it owns the strings.
+// The settings of a file; owns the strings.
 class Config {
  public:
   Config() = default;
@@ -37,14 +37,14 @@ class Config {
   }
 
  private:
-  [[nodiscard]] const char* hook_text(int index) const;  // null when it is another setting
+  [[nodiscard]] const char* hook_text(int index) const;  // null for another setting
   [[nodiscard]] const char* value_of(const char* key, const char* otherwise) const;
 
   tarvio::Conf pairs_;
 };
 
-// Reads a file. False when it is of no use, with file, line and remedy on standard error and in the
-// log.
+// Reads a file. False when it cannot be used, with file, line, cause and remedy on standard error
+// and in the log.
 //
 // path  null for the default path, where a missing file counts as an empty one.
 bool read_config(const char* path, Config& config);

@@ -23,7 +23,7 @@ namespace {
 constexpr char kSocketPath[] = TQ_COM_SOCKET_PATH;
 constexpr mode_t kDirectoryMode = 0755;
 
-// The mode holds whatever the mask of the caller: everybody may connect.
+// The mode does not depend on the caller's umask: every user may connect (oddity 113).
 bool make_one(const char* path) {
   if (mkdir(path, kDirectoryMode) != 0) return errno == EEXIST;
   return chmod(path, kDirectoryMode) == 0;
@@ -42,7 +42,7 @@ bool make_directory(char (&path)[sizeof kSocketPath]) {
   return true;
 }
 
-// Does not wait: a manager whose backlog is full is there as well.
+// Does not wait: a full backlog means that a manager is running, too.
 bool manager_answers() {
   const Fd client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!client.valid()) return false;
@@ -54,13 +54,12 @@ bool manager_answers() {
   return connect(client.get(), peer, sizeof address) == 0 || errno == EAGAIN;
 }
 
-// Says what stands in the way: a file or directory, and the reason in errno.
+// Names a file or directory that stands in the way, and the cause in errno.
 void complain(const char* cannot, const char* path, const char* remedy = "") {
   (void)fprintf(stderr, "tarviod: cannot %s %s: %s%s\n", cannot, path, strerror(errno), remedy);
 }
 
-// Not valid when the directory is of no use, and when another manager that is starting has the
-// lock.
+// Not valid when the directory cannot be used, or another manager that is starting holds the lock.
 Fd lock_directory(const char* directory) {
   Fd claim(open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!claim.valid() || access(directory, W_OK | X_OK) != 0) {

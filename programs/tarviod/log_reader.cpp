@@ -1,5 +1,5 @@
-// Reads the new bytes of the log itself, and not with tq_log_read (oddity 110). Logs nothing: that
-// could go into the log that is read, and make it grow without end.
+// Reads the new bytes of the log itself instead of with tq_log_read (oddity 110). Logs nothing: its
+// messages could go to the log that it reads, and make it grow without end.
 #include "log_reader.h"
 
 #include <errno.h>
@@ -141,9 +141,9 @@ const char* LogReader::read_log() {
   return nullptr;
 }
 
-// Makes the position that of the open log. One that was truncated may have grown beyond the
-// position since, so what was read last must be in its place; where only the begun line is not, it
-// alone is read again.
+// Moves the position to where the new bytes of the open log begin. A log that was truncated may
+// have grown beyond the position since, so what was read last must still be in its place; if only
+// the begun line is not, that line alone is read again.
 void LogReader::find_position(int log, const struct stat& info) {
   const bool is_same = is_same_file(position_, info) &&
                        position_.offset <= static_cast<uint64_t>(info.st_size) &&
@@ -155,12 +155,12 @@ void LogReader::find_position(int log, const struct stat& info) {
     position_.begun.length = 0;
   } else {
     position_ = {.known = position_.known, .device = info.st_dev, .inode = info.st_ino};
-    // A line that had no end when its log went counts as it is.
+    // A line that had no end when its log was replaced counts as it is.
     if (has_begun) count(lines_.text());
   }
 }
 
-// A line that cannot be read is no reason to count the log again.
+// After a read error it counts as in place: the whole log is not to count again because of it.
 bool LogReader::is_in_place(int log, const LogLine& line) {
   if (line.length == 0) return true;
   const ssize_t count = pread(log, room_.data(), line.length, static_cast<off_t>(line.at));
@@ -212,7 +212,7 @@ bool receive_position(LogPosition& position) {
   const ssize_t count =
       tarvio::read_some(kPositionFd, {reinterpret_cast<char*>(&position), sizeof position});
   // Where the kernel lacks the call they stay open, which does no harm.
-  (void)close_range(kReportFd + 1, ~0U, 0);
+  (void)close_range(STDERR_FILENO + 1, ~0U, 0);
   return count == sizeof position;
 }
 

@@ -1,5 +1,5 @@
 // The process that reads the log for the manager: a log on a file system that hangs stops the
-// reader alone, and what parsing a log costs and logs stays out of the manager.
+// reader alone, and what the parser logs at debug level does not reach the log that it parses.
 #ifndef TARVIOD_LOG_READER_H
 #define TARVIOD_LOG_READER_H
 

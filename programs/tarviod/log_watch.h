@@ -11,11 +11,11 @@ namespace tarviod {
 
 class LogWatch {
  public:
-  // Watches as a configuration says, from the present end of the log on, or from where it has been
-  // read to when that log was watched before.
+  // Watches as configured: from the present end of the log, or from where reading stopped if that
+  // log was watched before.
   void start(Config config);
 
-  // Waits until the present end of the log is known, or for some seconds.
+  // Waits until the present end of the log is known, at most a few seconds.
   void wait_for_begin();
 
   // Ends the reader.

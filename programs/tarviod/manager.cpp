@@ -79,7 +79,7 @@ void report_answer(const char* command, int code) {
 
 enum class Event { kEnd, kReload, kAnswer, kReport, kTimeout };
 
-// What to wait for. A descriptor may be -1.
+// What to wait for; -1 stands for no descriptor.
 struct Waited {
   int signal_fd;
   int answer_fd;
@@ -139,7 +139,7 @@ const char* stop_for_good(int signal_fd) {
   return kEndPath;
 }
 
-// A file that is of no use changes nothing.
+// A file with a mistake changes nothing.
 void reload(const Options& options, LogWatch& log_watch) {
   Config config;
   if (read_config(options.config, config)) log_watch.start(std::move(config));

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 class Config : public WatchedLog {
  protected:
-  // Waits until the manager has read its file anew, which it tells by its reader.
+  // Waits until the manager has read its file again, which replaces its reader.
   void reload() {
     const pid_t before = reader_of(manager());
     manager().send(SIGHUP);
@@ -91,7 +91,7 @@ TEST_F(Config, IsRefusedWhenTheNamedFileIsMissing) {
 }
 
 TEST_F(Config, IsRefusedWhenItCannotBeRead) {
-  // A process's memory has nothing at its begin.
+  // A process has no memory at address 0.
   const Ended run = run_tarviod({"--config", "/proc/self/mem"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.errors,
@@ -175,11 +175,11 @@ std::vector<std::string> watched_with(const Conf& conf) {
   return watched;
 }
 
-// The manager takes lines apart itself, for their numbers.
+// The manager parses the file itself, to know the numbers of its lines.
 TEST(ConfigFile, IsReadAsTheLibraryReadsIt) {
   using std::string_literals::operator""s;
   const std::string long_text(5000, 'x');
-  // What is read at once ends between the two bytes of a line end, and in a key.
+  // 4096 bytes are read at once: they end within a line end, and within a key.
   const std::string to_line_end = "#" + std::string(4094, 'x') + "\r\n";
   const std::string to_key = "#" + std::string(4090, 'x') + "\n";
   for (const std::string& text : {
@@ -243,7 +243,7 @@ TEST_F(Config, LosesNoLineWhenItIsReadAgain) {
   EXPECT_EQ(counted(), 11);
 }
 
-TEST_F(Config, TakesTheEndOfAnotherLogForItsBegin) {
+TEST_F(Config, StartsAtTheEndOfAnotherLog) {
   write_file("/var/log/user.log", log_line("err", "old"));
   start();
   write_file(kConfigFile, "log_file: /var/log/user.log\nlog_period: 1\nhook.clock: clock\n");
@@ -254,7 +254,7 @@ TEST_F(Config, TakesTheEndOfAnotherLogForItsBegin) {
   EXPECT_TRUE(becomes("1\nnew\n"));
 }
 
-TEST_F(Config, StaysAsItWasWhenItIsBadAtSighup) {
+TEST_F(Config, IsKeptWhenTheNewOneIsWrong) {
   start();
   const pid_t reader = reader_of(manager());
   write_file(kConfigFile, "log_period: 1\nhook.clock clock\n");
@@ -266,11 +266,11 @@ TEST_F(Config, StaysAsItWasWhenItIsBadAtSighup) {
   EXPECT_EQ(reader_of(manager()), reader);
 }
 
-TEST_F(Config, SwitchesTheMonitorOffAndOn) {
+TEST_F(Config, DisablesAndEnablesTheMonitor) {
   start();
   write_file(kConfigFile, "log_period: 0\nhook.clock: clock\n");
   reload();
-  append_to_log(log_line("warning", "while it is off"));
+  append_to_log(log_line("warning", "while it is disabled"));
   write_file(kConfigFile, "log_period: 1\nhook.clock: clock\nhook.mark: mark\n");
   reload();
   next_reader(manager(), -1);

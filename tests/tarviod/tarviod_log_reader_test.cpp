@@ -29,36 +29,36 @@ using std::string_literals::operator""s;
 
 class LogReader : public WatchedLog {};
 
-TEST_F(LogReader, IsThereBeforeRequestsAreAnswered) {
+TEST_F(LogReader, RunsBeforeRequestsAreAnswered) {
   start();
   EXPECT_NE(reader_of(manager()), -1);
 }
 
-TEST_F(LogReader, IsNotThereWithoutAHook) {
+TEST_F(LogReader, DoesNotRunWithoutAHook) {
   write_file(kConfigFile, "log_period: 1\n");
   start();
   EXPECT_EQ(reader_of(manager()), -1);
 }
 
-TEST_F(LogReader, IsNotThereWhenThePeriodIs0) {
+TEST_F(LogReader, DoesNotRunWhenThePeriodIs0) {
   write_file(kConfigFile, "log_period: 0\nhook.clock: clock\n");
   start();
   EXPECT_EQ(reader_of(manager()), -1);
 }
 
-TEST_F(LogReader, LooksAtTheUsualLogEachFiveSecondsWhereNothingElseIsSaid) {
+TEST_F(LogReader, LooksAtTheSystemLogEveryFiveSecondsByDefault) {
   write_file(kConfigFile, "hook.web: webapp\n");
   start();
   EXPECT_EQ(read_file("/proc/" + std::to_string(reader_of(manager())) + "/cmdline"),
             "tarviod-log-reader\0/var/log/messages\0005\0web\0webapp\0"s);
 }
 
-// Otherwise each read would make the log grow, and so be followed by another one.
+// Otherwise each read would make the log grow and so cause the next one.
 TEST_F(LogReader, LogsNoDebugMessages) {
   const SystemLog log;
   std::string text;
   std::atomic<bool> is_done = false;
-  // It takes few messages at a time, and whoever logs waits for that.
+  // The socket holds few messages at a time, and whoever logs waits for room.
   std::thread taker([&] {
     while (!is_done) {
       text += log.text();
@@ -123,7 +123,7 @@ TEST_F(LogReader, MayDieWhileALineIsWritten) {
   EXPECT_EQ(counted(), 2);
 }
 
-TEST_F(LogReader, LeavesSignalsThatAreMeantForAllToTheManager) {
+TEST_F(LogReader, IgnoresTheSignalsThatEndOrReloadTheManager) {
   start();
   const pid_t reader = reader_of(manager());
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) ::kill(reader, signal);
@@ -144,7 +144,7 @@ TEST_P(EndOfManager, EndsItToo) {
 
 INSTANTIATE_TEST_SUITE_P(LogReader, EndOfManager, testing::Values(SIGTERM, SIGKILL));
 
-TEST_F(LogReader, DoesNotReadALogThatStaysAsItIs) {
+TEST_F(LogReader, DoesNotReadAnUnchangedLog) {
   append_to_log(log_line("info", "old"));
   start();
   ASSERT_TRUE(catches_up());
@@ -156,9 +156,9 @@ std::function<void()> with_staged_reads() {
   return with_module(std::string(TARVIOD_FAST_LOOKS) + ":" + TARVIOD_STAGED_READS);
 }
 
-// What happens to the log while some 50 KB of it are read, as commands of a shell before or after
-// each read: $at is its offset among the new bytes. And how many lines count: of the first two,
-// which are known, and of those that the commands write.
+// What happens to the log while some 40 KB of new lines are read: shell commands before and after
+// each read, $at being its offset in the new lines. And how many lines count, of the two that are
+// known and of those that the commands write.
 struct Meanwhile {
   const char* name;
   const char* before;
@@ -238,6 +238,13 @@ TEST_F(LogReader, TriesAgainWhenAReadFails) {
   EXPECT_EQ(counted(), 2);
 }
 
+// A manager in the background has let go of its terminal, but started the reader before.
+TEST_F(LogReader, HoldsNoTerminal) {
+  start();
+  const std::string process = "/proc/" + std::to_string(reader_of(manager()));
+  EXPECT_EQ(fs::read_symlink(process + "/fd/2"), "/dev/null");
+}
+
 TEST_F(LogReader, RunsNoCommand) {
   start({}, [] { ::setenv("PATH", "/nowhere", 1); });
   append_to_log(log_line("warning", "x"));
@@ -260,7 +267,7 @@ TEST_F(LogReader, HoldsNoMoreDescriptorsAfterAThousandReads) {
     events.wait_for(IN_CLOSE_NOWRITE);
   }
   EXPECT_TRUE(eventually([&] { return count_descriptors(reader) == kDescriptorsOfReader; }));
-  // The connection of the last question may still be there.
+  // The last connection may still be open.
   EXPECT_TRUE(
       eventually([&] { return count_descriptors(manager().pid()) == kDescriptorsOfManager; }));
   EXPECT_EQ(reader_of(manager()), reader);

@@ -57,21 +57,21 @@ class Mount {
   const char* path_;
 };
 
-TEST(Tarviod, KnowsNoApplicationWhereNoneIsInstalled) {
+TEST(Tarviod, ReportsNoApplicationWhenNoneIsInstalled) {
   Tarviod manager;
   ASSERT_TRUE(manager.answers());
   EXPECT_EQ(manager.output(), ready_line("0 applications"));
   EXPECT_EQ(manager.errors(), "");
 }
 
-TEST(Tarviod, SaysThatItKnowsOneApplication) {
+TEST(Tarviod, ReportsOneApplication) {
   install_application("clock");
   Tarviod manager;
   ASSERT_TRUE(manager.answers());
   EXPECT_EQ(manager.output(), ready_line("1 application"));
 }
 
-TEST(Tarviod, SaysHowTarviodWithManyApplicationsItKnows) {
+TEST(Tarviod, ReportsTheNumberOfApplications) {
   for (const char* name : {"clock", "radio", "weather"}) install_application(name);
   Tarviod manager;
   ASSERT_TRUE(manager.answers());
@@ -89,7 +89,7 @@ TEST(Tarviod, CountsNoOtherPackages) {
   EXPECT_EQ(manager.output(), ready_line("1 application"));
 }
 
-TEST(Tarviod, GoesOnWithoutAnInformationDirectory) {
+TEST(Tarviod, ContinuesWithoutAnInformationDirectory) {
   fs::remove("/usr/lib/opkg/info");
   Tarviod manager;
   ASSERT_TRUE(manager.answers());
@@ -98,7 +98,7 @@ TEST(Tarviod, GoesOnWithoutAnInformationDirectory) {
   EXPECT_EQ(manager.output(), ready_line("0 applications"));
 }
 
-TEST(Tarviod, KnowsNothingWhenItCannotTellWhichRootItRunsFrom) {
+TEST(Tarviod, KnowsNoApplicationWhenTheBootTestFails) {
   install_application("clock");
   const TempDir directory;
   const Socket socket =
@@ -123,7 +123,7 @@ TEST(Tarviod, NamesApplicationsThatFindNoBinding) {
   EXPECT_EQ(manager.output(), ready_line("3 applications"));
 }
 
-// The com server would try the one without a binding for ever.
+// The com server would retry the one without a binding forever (oddity 91).
 TEST(Tarviod, StartsNoApplicationsWhenOneFindsNoBinding) {
   for (const char* name : {"xeyes", "clock"}) install_application(name);
   Tarviod manager({"--start-all"}, with_module(TARVIOD_NO_BINDING));

@@ -57,7 +57,7 @@ TEST_F(WatchedLog, LeavesAnErrorUntilTheNextStart) {
   EXPECT_TRUE(becomes("1\nlow battery\n"));
 }
 
-TEST_F(WatchedLog, TakesThePresentEndForItsBegin) {
+TEST_F(WatchedLog, StartsAtThePresentEnd) {
   append_to_log(log_line("err", "of yesterday"));
   start();
   ASSERT_TRUE(catches_up());
@@ -123,8 +123,8 @@ TEST_F(WatchedLog, TakesTheFirst511BytesOfALine) {
   EXPECT_TRUE(becomes("1\n" + message.substr(0, 511 - begin.size()) + "\n"));
 }
 
-// They would end lines of the answer, or reach a terminal.
-TEST_F(WatchedLog, MakesControlBytesBlanks) {
+// They would end lines of a reply, or reach a terminal.
+TEST_F(WatchedLog, ReplacesControlBytesByBlanks) {
   start();
   append_to_log(log_line("err",
                          "a\rb\x1b[2Jc\x7f"
@@ -132,7 +132,7 @@ TEST_F(WatchedLog, MakesControlBytesBlanks) {
   EXPECT_TRUE(becomes("2\na b [2Jc d\xc3\xa9\n"));
 }
 
-TEST_F(WatchedLog, CountsALineThatIsBegunAtTheStart) {
+TEST_F(WatchedLog, CountsALineThatIsIncompleteAtTheStart) {
   const std::string line = log_line("warning", "all of it");
   append_to_log(log_line("err", "of yesterday") + line.substr(0, 45));
   start();
@@ -152,7 +152,7 @@ TEST_F(WatchedLog, CountsALineThatIsWrittenInParts) {
   EXPECT_EQ(counted(), 2);
 }
 
-TEST_F(WatchedLog, GoesOnWithANewFileAfterARotation) {
+TEST_F(WatchedLog, ContinuesWithTheNewFileAfterARotation) {
   start();
   append_to_log(log_line("info", "first"));
   EXPECT_TRUE(becomes("0\nfirst\n"));
@@ -191,7 +191,7 @@ TEST_P(CutLog, IsReadFromItsBegin) {
 
 INSTANTIATE_TEST_SUITE_P(WatchedLog, CutLog, testing::Values(1, 2, 5, 50));
 
-TEST_F(WatchedLog, ReadsALineAgainWhoseBeginWasReplaced) {
+TEST_F(WatchedLog, RereadsALineWhoseBeginningWasReplaced) {
   start();
   const std::string first = log_line("info", "first");
   append_to_log(first + "Jan  1 00:00:00 board user.err clock: begun");
@@ -212,7 +212,7 @@ TEST_F(WatchedLog, CountsAllOfALogThatComesLater) {
   EXPECT_EQ(manager().errors(), "tarviod: /var/log/messages: No such file or directory\n");
 }
 
-TEST_F(WatchedLog, CountsNoOldLineOfALogThatCouldNotBeFoundAtFirst) {
+TEST_F(WatchedLog, CountsNoOldLineOfALogWhosePathBecomesValid) {
   write_file("/var/log/directory", "not one yet");
   write_file(kConfigFile,
              "log_file: /var/log/directory/messages\nlog_period: 1\nhook.clock: clock\n");
@@ -227,7 +227,7 @@ TEST_F(WatchedLog, CountsNoOldLineOfALogThatCouldNotBeFoundAtFirst) {
   EXPECT_TRUE(becomes("1\nnew\n"));
 }
 
-TEST_F(WatchedLog, GoesOnWhereItWasWhenTheLogIsBack) {
+TEST_F(WatchedLog, ContinuesWhereItStoppedWhenTheLogIsBack) {
   start();
   append_to_log(log_line("err", "1"));
   EXPECT_TRUE(becomes("2\n1\n"));
@@ -246,10 +246,10 @@ struct Other {
 };
 std::ostream& operator<<(std::ostream& stream, const Other& other) { return stream << other.name; }
 
-class LogThatIsNoFile : public WatchedLog, public testing::WithParamInterface<Other> {};
+class LogThatIsNotRegular : public WatchedLog, public testing::WithParamInterface<Other> {};
 
-// A FIFO would hold whoever opens it until somebody writes.
-TEST_P(LogThatIsNoFile, IsNotRead) {
+// Opening a FIFO could block until somebody writes to it.
+TEST_P(LogThatIsNotRegular, IsNotRead) {
   fs::remove(kLogFile);
   GetParam().create(kLogFile);
   start();
@@ -262,7 +262,7 @@ TEST_P(LogThatIsNoFile, IsNotRead) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    WatchedLog, LogThatIsNoFile,
+    WatchedLog, LogThatIsNotRegular,
     testing::Values(Other{"Directory", [](const char* path) { fs::create_directory(path); }},
                     Other{"Fifo", [](const char* path) { ::mkfifo(path, 0600); }},
                     Other{"Socket", [](const char* path) { listen_on(path).close(); }},
@@ -270,7 +270,7 @@ INSTANTIATE_TEST_SUITE_P(
                           [](const char* path) { fs::create_symlink("/dev/null", path); }}),
     [](const auto& each) { return std::string(each.param.name); });
 
-TEST_F(WatchedLog, ComplainsAgainAfterTheLogWasThere) {
+TEST_F(WatchedLog, ComplainsAgainAfterTheLogWasReadable) {
   start();
   for (const char* round : {"1", "2"}) {
     const size_t before = manager().errors().size();
@@ -280,8 +280,8 @@ TEST_F(WatchedLog, ComplainsAgainAfterTheLogWasThere) {
   }
 }
 
-// Root reads every file, so the manager goes without that right here.
-TEST_F(WatchedLog, IsAsGoodAsMissingWhereItMayNotBeRead) {
+// Root reads every file, so the manager runs without that capability.
+TEST_F(WatchedLog, CountsNoOldLineOfALogThatBecomesReadable) {
   append_to_log(log_line("err", "old"));
   fs::permissions(kLogFile, fs::perms::none);
   start({}, [] {
@@ -296,7 +296,7 @@ TEST_F(WatchedLog, IsAsGoodAsMissingWhereItMayNotBeRead) {
 }
 
 // Whatever a line holds further on is not a line.
-TEST_F(WatchedLog, TakesALineOfAMebibyteForOneLine) {
+TEST_F(WatchedLog, TreatsALineOfAMebibyteAsOneLine) {
   start();
   const std::string spoof = log_line("err", "not a line");
   std::string line = log_line("info", "begin");
@@ -311,7 +311,7 @@ TEST_F(WatchedLog, TakesALineOfAMebibyteForOneLine) {
   EXPECT_EQ(counted(), 1);
 }
 
-TEST_F(WatchedLog, LosesNoLineBehindBinaryBytes) {
+TEST_F(WatchedLog, LosesNoLineAfterBinaryBytes) {
   start();
   std::string bytes;
   for (int byte = 0; byte < 2560; ++byte) bytes += static_cast<char>(byte * 7 % 256);
