@@ -17,24 +17,25 @@ namespace {
 constexpr char kHelp[] =
     "usage: tarviod [OPTION]...\n"
     "\n"
-    "The resident manager: knows the installed applications, starts and stops them, keeps\n"
-    "their statuses and answers the tarvio command on /usr/local/share/tarvio/ipcom.\n"
-    "Runs in the foreground until it gets SIGTERM or SIGINT; then it stops the\n"
-    "applications that it started and ends. Reads its configuration again at SIGHUP.\n"
+    "The resident application manager: starts and stops the installed applications, keeps\n"
+    "their statuses, and answers tarvio and other clients on\n"
+    "/usr/local/share/tarvio/ipcom. Runs in the foreground until SIGTERM or SIGINT, then\n"
+    "stops the applications that it started and exits. SIGHUP makes it read its\n"
+    "configuration again.\n"
     "\n"
     "  -c, --config FILE        read FILE instead of /etc/tarvio/tarviod.conf\n"
     "  -d, --daemon             go to the background once requests are answered\n"
-    "  -l, --log-level N        log messages of level N and above: 0 debug (printed on\n"
-    "                           standard output too), 1 info, 2 warning (default),\n"
-    "                           3 error, 4 nothing\n"
+    "  -l, --log-level N        log messages of level N and above: 0 debug (also printed on\n"
+    "                           standard output), 1 info, 2 warning (default), 3 error,\n"
+    "                           4 none\n"
     "  -s, --start-all          start all applications\n"
-    "  -k, --keep-applications  leave the applications running at the end\n"
+    "  -k, --keep-applications  leave the applications running on exit\n"
     "  -h, --help               print this help\n"
     "  -V, --version            print the version\n"
     "\n"
-    "exit status: 0 ended on request, 1 could not start, 64 wrong command line\n";
+    "exit status: 0 stopped on request, 1 could not start, 64 wrong command line\n";
 
-constexpr int kHighestLogLevel = 4;
+constexpr int kMaxLogLevel = 4;
 
 enum : int {
   kConfig = 'c',
@@ -59,7 +60,7 @@ const std::array<option, 8> kLongOptions = {{
 
 CommandLine end_with(int status) { return {.options = std::nullopt, .exit_status = status}; }
 
-CommandLine wrong_line() {
+CommandLine refuse_line() {
   (void)fputs("Try 'tarviod --help'.\n", stderr);
   return end_with(kExitUsage);
 }
@@ -68,14 +69,14 @@ std::optional<int> parse_log_level(const char* text) {
   char* end = nullptr;
   errno = 0;
   const long level = strtol(text, &end, 10);
-  if (errno != 0 || end == text || *end != '\0' || level < 0 || level > kHighestLogLevel) {
+  if (errno != 0 || end == text || *end != '\0' || level < 0 || level > kMaxLogLevel) {
     return std::nullopt;
   }
   return static_cast<int>(level);
 }
 
-// A path that stays right when the current directory does not. Null, with the reason on standard
-// error, when it cannot be told.
+// A path that stays valid when the current directory changes. Null, with the reason on standard
+// error, when the current directory is not known or the path too long.
 const char* absolute(const char* path) {
   static char joined[PATH_MAX];
   if (path[0] == '/') return path;
@@ -107,8 +108,8 @@ CommandLine parse_command_line(int argc, char** argv) {
         const std::optional<int> level = parse_log_level(optarg);
         if (!level) {
           (void)fprintf(stderr, "tarviod: log level '%s' is not a number from 0 to %d\n", optarg,
-                        kHighestLogLevel);
-          return wrong_line();
+                        kMaxLogLevel);
+          return refuse_line();
         }
         options.log_level = *level;
         break;
@@ -126,12 +127,12 @@ CommandLine parse_command_line(int argc, char** argv) {
         (void)puts("tarviod " TARVIO_VERSION);
         return end_with(0);
       default:
-        return wrong_line();  // getopt_long has said what is wrong
+        return refuse_line();  // getopt_long has reported what is wrong
     }
   }
   if (optind < argc) {
     (void)fprintf(stderr, "tarviod: unexpected argument '%s'\n", argv[optind]);
-    return wrong_line();
+    return refuse_line();
   }
   return {.options = options, .exit_status = 0};
 }

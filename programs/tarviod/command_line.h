@@ -14,17 +14,17 @@ struct Options {
   const char* config = nullptr;  // an absolute path; null for the default one
 };
 
-// How a program ends, as the manual page lists it.
+// Exit statuses of the manual page.
 inline constexpr int kExitFailure = 1;
 inline constexpr int kExitUsage = 64;
 
 struct CommandLine {
-  std::optional<Options> options;  // none when the program is to end at once
+  std::optional<Options> options;  // none when the program is to exit at once
   int exit_status = 0;
 };
 
-// Reads the command line. Prints help and version on standard output, and what is wrong with the
-// line on standard error.
+// Parses the command line. Prints help and version on standard output, and a mistake on standard
+// error.
 CommandLine parse_command_line(int argc, char** argv);
 
 }  // namespace tarviod

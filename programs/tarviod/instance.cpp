@@ -10,22 +10,27 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "tarvio/com.h"
 
 namespace tarviod {
+
+using tarvio::Fd;
 
 namespace {
 
 constexpr char kSocketPath[] = TQ_COM_SOCKET_PATH;
 constexpr mode_t kDirectoryMode = 0755;
 
-// The mode holds whatever the mask of the caller: everybody may connect.
+// The mode does not depend on the caller's umask: every user may connect (oddity 113).
 bool make_one(const char* path) {
   if (mkdir(path, kDirectoryMode) != 0) return errno == EEXIST;
   return chmod(path, kDirectoryMode) == 0;
 }
 
-// Creates the directories that lead to the socket and leaves the last of them in `path`.
+// Creates the directories that lead to the socket. `path` is the last of them then, or the one that
+// could not be created.
 bool make_directory(char (&path)[sizeof kSocketPath]) {
   memcpy(path, kSocketPath, sizeof path);
   for (char* slash = strchr(path + 1, '/'); slash != nullptr; slash = strchr(slash + 1, '/')) {
@@ -37,64 +42,60 @@ bool make_directory(char (&path)[sizeof kSocketPath]) {
   return true;
 }
 
-// Does not wait: a manager whose backlog is full is one that is there.
+// Does not wait: a full backlog means that a manager is running, too.
 bool manager_answers() {
-  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (fd < 0) return false;
+  const Fd client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!client.valid()) return false;
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   static_assert(sizeof kSocketPath <= sizeof address.sun_path);
   memcpy(address.sun_path, kSocketPath, sizeof kSocketPath);
-  const int connected = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  const bool answers = connected == 0 || errno == EAGAIN;
-  (void)close(fd);
-  return answers;
+  const auto* const peer = reinterpret_cast<const sockaddr*>(&address);
+  return connect(client.get(), peer, sizeof address) == 0 || errno == EAGAIN;
 }
 
-// Says what stands in the way: a file or directory, and the reason that errno has.
-void refuse(const char* cannot, const char* path, const char* remedy = "") {
+// Names a file or directory that stands in the way, and the cause in errno.
+void complain(const char* cannot, const char* path, const char* remedy = "") {
   (void)fprintf(stderr, "tarviod: cannot %s %s: %s%s\n", cannot, path, strerror(errno), remedy);
 }
 
-// Another manager that starts up has the lock; -1 then, and when the directory is of no use.
-int lock_directory(const char* directory) {
-  const int claim = open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (claim < 0 || access(directory, W_OK | X_OK) != 0) {
-    refuse("use", directory);
-  } else if (flock(claim, LOCK_EX | LOCK_NB) == 0) {
+// Not valid when the directory cannot be used, or another manager that is starting holds the lock.
+Fd lock_directory(const char* directory) {
+  Fd claim(open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!claim.valid() || access(directory, W_OK | X_OK) != 0) {
+    complain("use", directory);
+  } else if (flock(claim.get(), LOCK_EX | LOCK_NB) == 0) {
     return claim;
   } else if (errno == EWOULDBLOCK) {
-    (void)fputs("tarviod: another manager is starting up\n", stderr);
+    (void)fputs("tarviod: another manager is starting\n", stderr);
   } else {
-    refuse("lock", directory);
+    complain("lock", directory);
   }
-  if (claim >= 0) (void)close(claim);
-  return -1;
+  return Fd();
 }
 
 bool path_is_free() {
   if (manager_answers()) {
-    (void)fputs("tarviod: a manager answers on " TQ_COM_SOCKET_PATH " already: stop it first\n",
+    (void)fputs("tarviod: another manager already answers on " TQ_COM_SOCKET_PATH
+                ": stop it first\n",
                 stderr);
     return false;
   }
   if (unlink(kSocketPath) == 0 || errno == ENOENT) return true;
-  refuse("replace", kSocketPath);
+  complain("replace", kSocketPath);
   return false;
 }
 
 }  // namespace
 
-int claim_instance() {
+Fd claim_instance() {
   char directory[sizeof kSocketPath];
   if (!make_directory(directory)) {
-    refuse("create", directory, ": create it, or run as root");
-    return -1;
+    complain("create", directory, ": create it, or run as root");
+    return Fd();
   }
-  const int claim = lock_directory(directory);
-  if (claim < 0 || path_is_free()) return claim;
-  (void)close(claim);
-  return -1;
+  Fd claim = lock_directory(directory);
+  return claim.valid() && path_is_free() ? std::move(claim) : Fd();
 }
 
 }  // namespace tarviod

@@ -1,14 +1,17 @@
-// Being the only manager of the device.
+// Single-instance guard.
 #ifndef TARVIOD_INSTANCE_H
 #define TARVIOD_INSTANCE_H
+
+#include "base/owners.h"
 
 namespace tarviod {
 
 // Creates the socket's directory where it is missing, makes sure that no other manager answers or
-// is about to, and removes what one left behind. Says on standard error what stands in the way.
+// is about to, and removes a stale socket. Says on standard error what stands in the way.
 //
-// Returns a descriptor that keeps other managers from starting until it is closed, or -1.
-int claim_instance();
+// Returns a descriptor that keeps other managers from starting until it is closed; not valid when
+// this one may not start.
+tarvio::Fd claim_instance();
 
 }  // namespace tarviod
 

@@ -1,8 +1,9 @@
+// Reads the new bytes of the log itself instead of with tq_log_read (oddity 110). Logs nothing: its
+// messages could go to the log that it reads, and make it grow without end.
 #include "log_reader.h"
 
 #include <errno.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -11,24 +12,29 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <memory>
+#include <span>
+#include <string_view>
 
+#include "base/deadline.h"
+#include "base/line_cutter.h"
+#include "base/owners.h"
+#include "base/pipe.h"
 #include "command_line.h"
 #include "log_report.h"
-#include "log_text.h"
 #include "tarvio/tarvio.h"
-#include "warn.h"
 
 namespace tarviod {
 
 namespace {
 
-enum Argument { kLevel = 1, kFile, kPeriod, kFirstHook };
+using tarvio::LineCutter;
 
-struct FreeLines {
-  void operator()(tq_list_t* lines) const { (void)tq_list_free(lines, 1); }
-};
-using Lines = std::unique_ptr<tq_list_t, FreeLines>;
+enum Argument { kFile = 1, kPeriod, kFirstHook };
+
+constexpr char kNotRegular[] = "is not a regular file";
+constexpr size_t kReadBytes = 16UL * 1024;
 
 struct FreeParsed {
   void operator()(tq_syslog_line* line) const {
@@ -39,161 +45,160 @@ struct FreeParsed {
 };
 using Parsed = std::unique_ptr<tq_syslog_line, FreeParsed>;
 
-bool is_same(const struct stat& one, const struct stat& other) {
-  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+// Bytes of UTF-8 characters are not blanks.
+bool is_blank(char byte) {
+  const auto value = static_cast<unsigned char>(byte);
+  return value <= ' ' || value == 0x7f;
+}
+
+// Makes the detail of a status: trimmed, and without control bytes, which would end the line in a
+// reply to a client or reach a terminal.
+void make_detail(std::string_view message, char (&detail)[kMaxDetailBytes + 1]) {
+  while (!message.empty() && is_blank(message.front())) message.remove_prefix(1);
+  while (!message.empty() && is_blank(message.back())) message.remove_suffix(1);
+  const size_t length = std::min(message.size(), kMaxDetailBytes);
+  *std::transform(message.begin(), message.begin() + length, detail,
+                  [](char byte) { return is_blank(byte) ? ' ' : byte; }) = '\0';
+}
+
+bool is_same_file(const LogPosition& position, const struct stat& info) {
+  return position.device == info.st_dev && position.inode == info.st_ino;
+}
+
+void remember(LogLine& line, uint64_t at, std::string_view bytes) {
+  line.at = at;
+  line.length = bytes.size();
+  std::copy(bytes.begin(), bytes.end(), line.bytes);
 }
 
 class LogReader {
  public:
   LogReader(const LogPosition& begin, const char* file, char** hooks);
 
-  // Sends what is new. True when that took a read.
-  bool look();
+  // Reports what is new in the log, and once, until the log can be read again, why it cannot.
+  void look();
   void send(ReportKind kind);
 
  private:
-  [[nodiscard]] bool has_changed(const struct stat& info) const;
-  [[nodiscard]] bool is_same_file(const struct stat& info) const;
-  [[nodiscard]] bool is_continued(const struct stat& info, tq_list_t* lines) const;
-  void read(const struct stat& before);
-  void take(const struct stat& before, const struct stat& after, tq_list_t* lines);
-  void take_lines(const tq_list_node* node, bool are_new);
-  void take_line(const char* line);
-  void complain(const char* why);
+  const char* read_log();
+  void find_position(int log, const struct stat& info);
+  bool is_in_place(int log, const LogLine& line);
+  bool read_to(int log, uint64_t end);
+  void cut_lines(std::string_view bytes);
+  void count(const char* line);
 
   const char* file_;
   char** hooks_;  // texts and applications in turns, null at the end
-  char command_[sizeof "cat " + PATH_MAX];
+  bool complained_ = false;
   LogReport report_ = {};
   LogPosition& position_ = report_.position;
-  bool complained_ = false;
+  char line_[kMaxLineBytes + 1];
+  LineCutter lines_{tarvio::LineEnd::kLineFeed, line_, tarvio::Excess::kDropped};
+  std::array<char, kReadBytes> room_;
 };
 
 LogReader::LogReader(const LogPosition& begin, const char* file, char** hooks)
     : file_(file), hooks_(hooks) {
   position_ = begin;
-  (void)snprintf(command_, sizeof command_, "cat %s", file);
+  std::string_view begun(begin.begun.bytes, begin.begun.length);
+  (void)lines_.feed(begun);
   (void)tq_setup_log_manager();
   for (char** hook = hooks; *hook != nullptr; hook += 2) (void)tq_set_log_hook(*hook);
 }
 
-// Once, until the log can be read again.
-void LogReader::complain(const char* why) {
-  if (!complained_) warn(file_, why);
-  complained_ = true;
-}
-
 void LogReader::send(ReportKind kind) {
   report_.kind = kind;
-  ssize_t written = -1;
-  do {
-    written = write(kReportFd, &report_, sizeof report_);
-  } while (written < 0 && errno == EINTR);
+  (void)tarvio::write_all(kReportFd, {reinterpret_cast<const char*>(&report_), sizeof report_});
 }
 
-bool LogReader::is_same_file(const struct stat& info) const {
-  return position_.device == info.st_dev && position_.file == info.st_ino;
+void LogReader::look() {
+  const char* why = read_log();
+  if (why != nullptr && !complained_) {
+    (void)snprintf(report_.detail, sizeof report_.detail, "%s", why);
+    send(ReportKind::kComplaint);
+  }
+  complained_ = why != nullptr;
 }
 
-bool LogReader::has_changed(const struct stat& info) const {
-  return !position_.known || !is_same_file(info) ||
-         position_.size_bytes != static_cast<uint64_t>(info.st_size);
-}
-
-bool LogReader::look() {
+// The log is closed between two looks, so that its file system can be unmounted. Null, or why it
+// cannot be read.
+const char* LogReader::read_log() {
+  // Without O_NONBLOCK a FIFO would hold the call until somebody writes to it.
+  const tarvio::Fd log(open(file_, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat info = {};
-  if (stat(file_, &info) != 0) {
-    // All that a later file holds is new, when there is none at first.
-    position_.known = position_.known || errno == ENOENT;
-    complain(strerror(errno));
-  } else if (!S_ISREG(info.st_mode)) {
-    complain("is not a regular file");
-  } else if (access(file_, R_OK) != 0) {
-    complain(strerror(errno));
-  } else if (has_changed(info)) {
-    read(info);
-    return true;
-  } else {
-    complained_ = false;
+  if (!log.valid() || fstat(log.get(), &info) != 0) {
+    if (errno == ENOENT) position_.known = true;            // all of a later log is new
+    return errno == ENXIO ? kNotRegular : strerror(errno);  // ENXIO: a socket
   }
-  return false;
-}
-
-void LogReader::read(const struct stat& before) {
-  const Lines lines(tq_list_create());
-  const int code = tq_log_read(command_, nullptr, lines.get());
-  struct stat after = {};
-  if (stat(file_, &after) != 0) after = before;
-  if (code != 0) {
-    complain(strerror(code));
-  } else if (lines->head == nullptr && is_same(before, after) &&
-             std::min(before.st_size, after.st_size) > 0) {
-    complain("cat gives nothing of it");
-  } else {
-    complained_ = false;
-    take(before, after, lines.get());
-  }
-}
-
-// Whether the lines begin with those that are read already. A file that was cut may have grown
-// since, so the last known line must be in its place.
-bool LogReader::is_continued(const struct stat& info, tq_list_t* lines) const {
-  if (!is_same_file(info) || position_.size_bytes > static_cast<uint64_t>(info.st_size)) {
-    return false;
-  }
-  if (position_.pieces == 0) return true;
-  void* piece = nullptr;
-  (void)tq_list_get(lines, static_cast<int32_t>(position_.pieces) - 1, &piece);
-  return piece != nullptr && strcmp(static_cast<const char*>(piece), position_.last) == 0;
-}
-
-void LogReader::take(const struct stat& before, const struct stat& after, tq_list_t* lines) {
-  const bool is_first = !position_.known;
-  const bool is_continued_log = is_continued(before, lines);
-  const bool is_rotated = !is_same(before, after);
-  const bool is_cut = !is_rotated && after.st_size < before.st_size;
-  const LogPosition known = position_;
-  position_.size_bytes = 0;  // until all of it is taken, a further read has to follow
-  // Cut while it was read, it may have given old lines alone.
-  if (is_cut && !is_first && !is_continued_log) return;
-
-  if (!is_continued_log) position_ = {};
+  if (!S_ISREG(info.st_mode)) return kNotRegular;
+  const auto size = static_cast<uint64_t>(info.st_size);
+  if (position_.known && is_same_file(position_, info) && position_.offset == size) return nullptr;
+  find_position(log.get(), info);
+  // What is written meanwhile is for the next look, so that each look has an end.
+  if (!read_to(log.get(), size)) return strerror(errno);
   position_.known = true;
-  position_.device = after.st_dev;
-  position_.file = after.st_ino;
-  position_.begun[0] = '\0';
-  if (!is_continued_log && known.begun[0] != '\0') take_line(known.begun);
-
-  const tq_list_node* node = lines->head;
-  for (uint64_t piece = 0; piece < position_.pieces; ++piece) node = node->next;
-  take_lines(node, !is_first);
-  // Where it was rotated or cut meanwhile, the next read tells whether these are its lines.
-  if (!is_rotated && !is_cut) position_.size_bytes = static_cast<uint64_t>(before.st_size);
   send(ReportKind::kPosition);
+  return nullptr;
 }
 
-void LogReader::take_lines(const tq_list_node* node, bool are_new) {
-  LineText line;
-  uint64_t pieces = position_.pieces;
-  for (; node != nullptr; node = node->next) {
-    const auto* piece = static_cast<const char*>(node->element);
-    line.append(piece);
-    ++pieces;
-    if (!ends_line(piece, node->next == nullptr)) continue;
-    position_.pieces = pieces;
-    (void)snprintf(position_.last, sizeof position_.last, "%s", piece);
-    if (are_new) take_line(line.get());
-    line.clear();
+// Moves the position to where the new bytes of the open log begin. A log that was truncated may
+// have grown beyond the position since, so what was read last must still be in its place; if only
+// the begun line is not, that line alone is read again.
+void LogReader::find_position(int log, const struct stat& info) {
+  const bool is_same = is_same_file(position_, info) &&
+                       position_.offset <= static_cast<uint64_t>(info.st_size) &&
+                       is_in_place(log, position_.last);
+  if (is_same && is_in_place(log, position_.begun)) return;
+  const bool has_begun = lines_.finish();
+  if (is_same) {
+    position_.offset = position_.begun.at;
+    position_.begun.length = 0;
+  } else {
+    position_ = {.known = position_.known, .device = info.st_dev, .inode = info.st_ino};
+    // A line that had no end when its log was replaced counts as it is.
+    if (has_begun) count(lines_.text());
   }
-  // What is written of a line is new once the rest is there, or once the log is another one.
-  if (are_new) (void)snprintf(position_.begun, sizeof position_.begun, "%s", line.get());
 }
 
-void LogReader::take_line(const char* line) {
+// After a read error it counts as in place: the whole log is not to count again because of it.
+bool LogReader::is_in_place(int log, const LogLine& line) {
+  if (line.length == 0) return true;
+  const ssize_t count = pread(log, room_.data(), line.length, static_cast<off_t>(line.at));
+  return count < 0 || (count == static_cast<ssize_t>(line.length) &&
+                       memcmp(room_.data(), line.bytes, line.length) == 0);
+}
+
+// False, with errno, when reading failed.
+bool LogReader::read_to(int log, uint64_t end) {
+  while (position_.offset < end) {
+    const auto wanted = std::min<uint64_t>(room_.size(), end - position_.offset);
+    const ssize_t count =
+        pread(log, room_.data(), static_cast<size_t>(wanted), static_cast<off_t>(position_.offset));
+    if (count <= 0) return count == 0;  // 0: truncated meanwhile, which the next look finds
+    cut_lines({room_.data(), static_cast<size_t>(count)});
+  }
+  return true;
+}
+
+void LogReader::cut_lines(std::string_view bytes) {
+  const uint64_t end = position_.offset + bytes.size();
+  while (lines_.feed(bytes) == LineCutter::Result::kLine) {
+    position_.offset = end - bytes.size();
+    remember(position_.last, position_.begun.at, lines_.line());
+    remember(position_.begun, position_.offset, {});
+    count(lines_.text());
+  }
+  position_.offset = end;
+  remember(position_.begun, position_.begun.at, lines_.line());
+}
+
+// What was in the log when the manager started does not count.
+void LogReader::count(const char* line) {
+  if (!position_.known) return;
   const Parsed parsed(tq_parse_syslog(line));
   const char* hook = tq_check_log_hook(parsed.get());
   if (hook == nullptr) return;
-  // A hook is the argument itself, and its application follows.
+  // A hook is the argument itself (oddity 102), and its application follows.
   char** place = hooks_;
   while (*place != hook) ++place;
   (void)snprintf(report_.application, sizeof report_.application, "%s", place[1]);
@@ -202,46 +207,35 @@ void LogReader::take_line(const char* line) {
   send(ReportKind::kChange);
 }
 
-// The log reader's own: what the manager has is of no use here.
-bool take_descriptors(LogPosition& position) {
-  const ssize_t count = ::read(kPositionFd, &position, sizeof position);
-  // Without the call they stay open, which does no harm.
-  (void)close_range(kReportFd + 1, ~0U, 0);
-  return count == sizeof position && fcntl(kReportFd, F_SETFD, FD_CLOEXEC) == 0;
+// Closes the pipes that each process started so far has left open in the manager (oddity 42).
+bool receive_position(LogPosition& position) {
+  const ssize_t count =
+      tarvio::read_some(kPositionFd, {reinterpret_cast<char*>(&position), sizeof position});
+  // Where the kernel lacks the call they stay open, which does no harm.
+  (void)close_range(STDERR_FILENO + 1, ~0U, 0);
+  return count == sizeof position;
 }
 
-// The end comes from the manager, when it closes the pipe: a signal to all of its group is not for
-// the reader.
+// The manager ends the reader, by closing the pipe: signals to the whole group are not for it.
 void leave_signals_to_manager() {
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) (void)signal(number, SIG_IGN);
-  (void)tq_ignore_wait_child_process_signal();
 }
 
 bool manager_is_gone_after(int wait_ms) {
-  pollfd report = {.fd = kReportFd, .events = 0, .revents = 0};
-  return poll(&report, 1, wait_ms) > 0;
+  return tarvio::wait_for(kReportFd, 0, tarvio::Deadline::after(wait_ms));
 }
 
 }  // namespace
 
 int run_log_reader(int argc, char** argv) {
   LogPosition begin = {};
-  if (argc < kFirstHook || !take_descriptors(begin)) return kExitUsage;
+  if (argc < kFirstHook || !receive_position(begin)) return kExitUsage;
   leave_signals_to_manager();
-  tq_log_init();
-  // What a read itself logs below that would go into the log that is read, and make it grow.
-  tq_set_log_level(std::max(atoi(argv[kLevel]), static_cast<int>(TQ_LOG_WARNING)));
-
   LogReader reader(begin, argv[kFile], argv + kFirstHook);
   const int period_ms = atoi(argv[kPeriod]) * 1000;
-  int reads = reader.look() ? 1 : 0;
-  reader.send(
-      ReportKind::kPosition);  // also when there was nothing to read: the manager waits for it
-  while (reads < kReadsOfALogReader) {
-    if (manager_is_gone_after(period_ms)) return 0;
-    if (reader.look()) ++reads;
-  }
-  reader.send(ReportKind::kDone);
+  reader.look();
+  reader.send(ReportKind::kPosition);  // even without news: the manager waits for it
+  while (!manager_is_gone_after(period_ms)) reader.look();
   return 0;
 }
 

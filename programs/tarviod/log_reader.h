@@ -1,20 +1,19 @@
-// The process that reads the log for the manager. Each read costs it two descriptors for good, so
-// it ends after a number of reads, and another one takes its place.
+// The process that reads the log for the manager: a log on a file system that hangs stops the
+// reader alone, and what the parser logs at debug level does not reach the log that it parses.
 #ifndef TARVIOD_LOG_READER_H
 #define TARVIOD_LOG_READER_H
 
 namespace tarviod {
 
-// The name under which the program is that process. Its arguments: log level, log file, seconds
-// between two looks at the file, and a text and an application for each hook.
+// The name under which the program is that process. Its arguments: log file, seconds between two
+// looks at the file, and a text and an application for each hook.
 inline constexpr char kLogReaderName[] = "tarviod-log-reader";
-inline constexpr int kReadsOfALogReader = 100;
 
-// Its descriptors: the position to begin at, and where the reports go.
+// It reads the position to begin at from standard input, and writes its reports to standard output.
 inline constexpr int kPositionFd = 0;
-inline constexpr int kReportFd = 3;
+inline constexpr int kReportFd = 1;
 
-// Reads until the manager is gone, or often enough. Returns the exit status.
+// Reads until the manager is gone.
 int run_log_reader(int argc, char** argv);
 
 }  // namespace tarviod

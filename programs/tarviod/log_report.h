@@ -1,4 +1,4 @@
-// What the log reader tells the manager: one record after another over a pipe.
+// What the log reader reports to the manager: one record after another over a pipe.
 #ifndef TARVIOD_LOG_REPORT_H
 #define TARVIOD_LOG_REPORT_H
 
@@ -10,36 +10,40 @@
 
 namespace tarviod {
 
-inline constexpr size_t kMostDetailBytes = 200;
-inline constexpr size_t kMostLineBytes = 512;  // of a line; the rest of it does not count
-inline constexpr size_t kPieceSize = 255;      // as tq_log_read makes them, with the zero
+inline constexpr size_t kMaxDetailBytes = 200;
+inline constexpr size_t kMaxLineBytes = 511;  // of a line; the rest of it does not count
 
-// Up to where the log counts as read.
+// A line of the log, and where it begins.
+struct LogLine {
+  uint64_t at = 0;
+  size_t length = 0;
+  char bytes[kMaxLineBytes];
+};
+
+// Up to where the log is read.
 struct LogPosition {
-  bool known;  // false until the log was read for the first time
-  uint64_t device;
-  uint64_t file;
-  uint64_t size_bytes;
-  uint64_t pieces;             // lines, or pieces of lines, that are read
-  char last[kPieceSize];       // the last of them
-  char begun[kMostLineBytes];  // the line behind it, as far as it is written; empty when there is
-                               // none
+  bool known = false;  // until the log has been read for the first time
+  uint64_t device = 0;
+  uint64_t inode = 0;
+  uint64_t offset = 0;  // of the first byte not yet read
+  LogLine last = {};    // the last whole line; a log that has another in its place is another log
+  LogLine begun = {};   // the line after it, as far as it is written
 };
 
 enum class ReportKind : int32_t {
-  kPosition,  // so far and no further
-  kChange,    // a line that changes a status, and the position behind it
-  kDone,      // the reader has read often enough and ends
+  kPosition,   // nothing else to report up to here
+  kChange,     // a line that changes a status
+  kComplaint,  // the log cannot be read; the detail says why
 };
 
-// Every record tells the position that it leads to. So nothing is lost or counted twice, whenever a
+// Every record holds the position that it leads to, so nothing is lost or counted twice whenever a
 // reader dies.
 struct LogReport {
   LogPosition position;
   ReportKind kind;
   int32_t level;
-  char application[kMostApplicationBytes + 1];
-  char detail[kMostDetailBytes + 1];
+  char application[kMaxApplicationBytes + 1];
+  char detail[kMaxDetailBytes + 1];
 };
 // Written and read as a whole.
 static_assert(sizeof(LogReport) <= PIPE_BUF);

@@ -1,48 +1,41 @@
-// The manager's side of watching the log: the log reader, and what it tells.
+// The manager's side of watching the log: the log reader, and what it reports.
 #ifndef TARVIOD_LOG_WATCH_H
 #define TARVIOD_LOG_WATCH_H
 
-#include <stdint.h>
-
+#include "base/deadline.h"
+#include "base/owners.h"
 #include "config.h"
 #include "log_report.h"
 
 namespace tarviod {
 
-class LogMonitor {
+class LogWatch {
  public:
-  explicit LogMonitor(int log_level) : log_level_(log_level) {}
-  LogMonitor(const LogMonitor&) = delete;
-  LogMonitor& operator=(const LogMonitor&) = delete;
-  ~LogMonitor() { stop(); }
-
-  // Watches as a configuration says, from the present end of the log on, or from where it is read
-  // to when that log was watched before.
+  // Watches as configured: from the present end of the log, or from where reading stopped if that
+  // log was watched before.
   void start(Config config);
 
-  // Waits until the present end of the log is known, or for some seconds.
+  // Waits until the present end of the log is known, at most a few seconds.
   void wait_for_begin();
 
   // Ends the reader.
   void stop();
 
-  // Becomes readable when the reader has told something, or is gone; -1 when there is none.
-  [[nodiscard]] int report_fd() const { return report_fd_; }
-  void take_report();
+  // Becomes readable when the reader has reported something, or is gone; -1 when there is none.
+  [[nodiscard]] int report_fd() const { return report_.get(); }
+  void handle_report();
 
-  // When a new reader is to be started; -1 when none is.
-  [[nodiscard]] int64_t due_ms() const { return due_ms_; }
+  // When a new reader is to be started; never while there is one.
+  [[nodiscard]] const tarvio::Deadline& reader_due() const { return reader_due_; }
   void start_reader();
 
  private:
-  void reader_is_gone();
+  void retry_after_period();
 
-  int log_level_;
   Config config_;
   LogPosition position_ = {};
-  int report_fd_ = -1;
-  int64_t due_ms_ = -1;
-  bool reader_is_done_ = false;
+  tarvio::Fd report_;
+  tarvio::Deadline reader_due_ = tarvio::Deadline::never();
 };
 
 }  // namespace tarviod

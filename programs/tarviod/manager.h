@@ -1,4 +1,4 @@
-// The life of the manager: start-up of the library's managers in their order, serving, and the end.
+// The life of the manager: start-up of the library's managers in their order, serving, shutdown.
 #ifndef TARVIOD_MANAGER_H
 #define TARVIOD_MANAGER_H
 
@@ -8,16 +8,16 @@
 namespace tarviod {
 
 // Sets everything up until requests are answered, and says so. False, with the reason on standard
-// error, when that is not possible.
+// error, when that fails.
 //
-// options  start_all is taken back, with the reason, where such a start would never end.
-bool set_up(Options& options, LogMonitor& log_monitor);
+// options  start_all is switched off, with the reason, where such a start would never end.
+bool set_up(Options& options, LogWatch& log_watch);
 
-// Serves and watches the log until a signal asks for the end, then stops the applications unless
+// Answers requests and watches the log until a signal ends it, then stops the applications unless
 // they are to be kept, and removes the socket.
 //
 // signal_fd  see catch_signals.
-void serve(const Options& options, int signal_fd, LogMonitor& log_monitor);
+void serve(const Options& options, int signal_fd, LogWatch& log_watch);
 
 }  // namespace tarviod
 

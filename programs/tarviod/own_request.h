@@ -3,6 +3,8 @@
 #ifndef TARVIOD_OWN_REQUEST_H
 #define TARVIOD_OWN_REQUEST_H
 
+#include "base/owners.h"
+
 namespace tarviod {
 
 inline constexpr int kNoAnswer = -1;
@@ -10,12 +12,12 @@ inline constexpr int kNoAnswer = -1;
 // Sends a command to the socket at a path, on a thread of its own, because both connecting and the
 // answer may take long. Both strings have static lifetime.
 //
-// Returns a descriptor that becomes readable when the answer is there (see take_answer), or -1 with
-// errno.
-int begin_request(const char* path, const char* command);
+// Returns a descriptor that becomes readable when the answer is there (see read_answer); not
+// valid, with errno, when there is no thread.
+tarvio::Fd send_request(const char* path, const char* command);
 
-// Takes the result code of a request, or kNoAnswer, and closes the descriptor. Waits if it must.
-int take_answer(int fd);
+// The result code of a request, or kNoAnswer. Waits for it if it must.
+int read_answer(const tarvio::Fd& answer);
 
 }  // namespace tarviod
 

@@ -1,9 +1,12 @@
 #include "signals.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
+
+#include <utility>
+
+#include "base/pipe.h"
 
 namespace tarviod {
 
@@ -12,10 +15,9 @@ namespace {
 int signal_pipe = -1;
 
 void pass_on(int number) {
-  const int saved = errno;
+  const tarvio::ErrnoKeeper keeper;
   const auto byte = static_cast<unsigned char>(number);
   (void)!write(signal_pipe, &byte, 1);  // a full pipe holds enough signals already
-  errno = saved;
 }
 
 void do_nothing(int /*signal*/) {}
@@ -34,19 +36,19 @@ bool is_ignored(int signal) {
 
 }  // namespace
 
-int catch_signals() {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return -1;
-  signal_pipe = ends[1];
+tarvio::Fd catch_signals() {
+  tarvio::Pipe pipe(O_NONBLOCK);
+  if (!pipe.valid()) return tarvio::Fd();
+  signal_pipe = pipe.write_end.release();
   const bool caught = handle(SIGTERM, pass_on) && handle(SIGINT, pass_on) &&
                       handle(SIGPIPE, do_nothing) &&
                       (is_ignored(SIGHUP) || handle(SIGHUP, pass_on));
-  return caught ? ends[0] : -1;
+  return caught ? std::move(pipe.read_end) : tarvio::Fd();
 }
 
-int take_signal(int signal_fd) {
+int read_signal(int signal_fd) {
   unsigned char number = 0;
-  (void)!read(signal_fd, &number, 1);
+  (void)tarvio::read_some(signal_fd, {reinterpret_cast<char*>(&number), 1});
   return number;
 }
 

@@ -1,18 +1,20 @@
-// The signals that the manager heeds, as events of a descriptor.
+// The signals that the manager handles, as events of a descriptor.
 #ifndef TARVIOD_SIGNALS_H
 #define TARVIOD_SIGNALS_H
 
+#include "base/owners.h"
+
 namespace tarviod {
 
-// Catches SIGTERM, SIGINT and, unless it is ignored, SIGHUP, and takes the sting out of SIGPIPE.
-// Handlers, not a blocked or ignored signal: those would pass on to the applications that are
-// started.
+// Catches SIGTERM, SIGINT and, unless it is ignored, SIGHUP, and ignores SIGPIPE, all by handlers:
+// a blocked or ignored signal would pass on to the applications that are started.
 //
-// Returns a descriptor that becomes readable with each signal, or -1 with errno.
-int catch_signals();
+// Returns a descriptor that becomes readable with each signal; not valid, with errno, when
+// that failed.
+tarvio::Fd catch_signals();
 
-// Takes the number of a signal.
-int take_signal(int signal_fd);
+// The number of the next signal.
+int read_signal(int signal_fd);
 
 }  // namespace tarviod
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "background.h"
+#include "base/owners.h"
 #include "command_line.h"
 #include "config.h"
 #include "instance.h"
@@ -19,8 +20,8 @@
 
 namespace {
 
-// A stream that is closed gets its number back: else the next file or socket would have it, and
-// messages would go there.
+// A closed standard stream becomes /dev/null: else the next file or socket would get its number,
+// and messages would go there.
 void fill_standard_streams() {
   int fd = -1;
   do {
@@ -40,7 +41,7 @@ int main(int argc, char** argv) {
   if (!line.options) return line.exit_status;
   tarviod::Options& options = *line.options;
 
-  // What the library prints shows at once, also in a file or a pipe.
+  // What the library prints appears at once, in a file or a pipe as well.
   (void)setvbuf(stdout, nullptr, _IOLBF, 0);
   // One heap for all threads: the com server's needs no arena of its own on a small device.
   (void)mallopt(M_ARENA_MAX, 1);
@@ -50,18 +51,18 @@ int main(int argc, char** argv) {
   tarviod::Config config;
   if (!tarviod::read_config(options.config, config)) return tarviod::kExitFailure;
   tarviod::Background background(options.daemon);
-  const int claim = tarviod::claim_instance();
-  if (claim < 0) return tarviod::kExitFailure;
-  const int signal_fd = tarviod::catch_signals();
-  if (signal_fd < 0) {
+  tarvio::Fd claim = tarviod::claim_instance();
+  if (!claim.valid()) return tarviod::kExitFailure;
+  const tarvio::Fd signals = tarviod::catch_signals();
+  if (!signals.valid()) {
     (void)fprintf(stderr, "tarviod: cannot catch signals: %s\n", strerror(errno));
     return tarviod::kExitFailure;
   }
-  tarviod::LogMonitor log_monitor(options.log_level);
-  log_monitor.start(std::move(config));
-  if (!tarviod::set_up(options, log_monitor)) return tarviod::kExitFailure;
-  (void)close(claim);
+  tarviod::LogWatch log_watch;
+  log_watch.start(std::move(config));
+  if (!tarviod::set_up(options, log_watch)) return tarviod::kExitFailure;
+  claim.reset();
   background.ready();
-  tarviod::serve(options, signal_fd, log_monitor);
+  tarviod::serve(options, signals.get(), log_watch);
   return 0;
 }

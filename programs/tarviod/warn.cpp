@@ -6,9 +6,9 @@
 
 namespace tarviod {
 
-void warn(const char* what, const char* why) {
+void warn(const char* what, const char* why, int line) {
   (void)fprintf(stderr, "tarviod: %s: %s\n", what, why);
-  tq_log_func(TQ_LOG_WARNING, kSource, __LINE__, "%s: %s", what, why);
+  tq_log_func(TQ_LOG_WARNING, TARVIO_UNIT, line, "%s: %s", what, why);
 }
 
 }  // namespace tarviod

@@ -4,9 +4,8 @@
 
 namespace tarviod {
 
-inline constexpr char kSource[] = "tarviod";
-
-void warn(const char* what, const char* why);
+// The line is the caller's: the log names the place that found the mistake.
+void warn(const char* what, const char* why, int line = __builtin_LINE());
 
 }  // namespace tarviod
 

@@ -1,5 +1,5 @@
-// Loaded into tarviod: the log reader, which waits for no event but the manager's end, waits a few
-// milliseconds instead of seconds.
+// Loaded into tarviod: the log reader, which waits for no event but the end of the manager, waits a
+// few milliseconds instead of seconds.
 #include <dlfcn.h>
 #include <poll.h>
 

@@ -1,5 +1,5 @@
-// Loaded into tarviod: lets the last step of its start-up wait until the file that
-// TARVIO_TEST_GO names exists.
+// Loaded into tarviod: the last step of its start-up waits until the file that TARVIO_TEST_GO names
+// exists.
 #include <dlfcn.h>
 #include <unistd.h>
 

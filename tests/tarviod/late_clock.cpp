@@ -1,5 +1,5 @@
-// Loaded into tarviod: from the moment on when the file that TARVIO_TEST_GO names exists, it is 90
-// seconds later.
+// Loaded into tarviod: once the file that TARVIO_TEST_GO names exists, the clock is 90 seconds
+// ahead.
 #include <dlfcn.h>
 #include <poll.h>
 #include <time.h>

@@ -63,7 +63,7 @@ TEST(TarviodApplication, IsNotStartedWithoutARequest) {
   EXPECT_EQ(request("status_all\n"), "");
 }
 
-TEST(TarviodApplication, StartsWithTheManagerWhenAllAreToStart) {
+TEST(TarviodApplication, StartsWithTheManagerOnStartAll) {
   install_application("clock");
   install_application("radio");
   Tarviod manager({"--start-all"});
@@ -82,7 +82,7 @@ TEST(TarviodApplication, UnknownNameGives22) {
   EXPECT_EQ(request("status_all\n"), "");
 }
 
-// A start succeeds when a process was made: what becomes of it is not looked at, on purpose.
+// A start succeeds once a process exists, whatever becomes of it (oddities 45 and 95).
 TEST(TarviodApplication, CountsAsStartedEvenWhenItsStartFileCannotRun) {
   install_package("broken", "Application");
   write_file(information_file("broken", ".tqstartapp"), "no program\n");
@@ -92,7 +92,7 @@ TEST(TarviodApplication, CountsAsStartedEvenWhenItsStartFileCannotRun) {
   EXPECT_EQ(request("status_all\n"), "broken\n0\nstarted app\n");
 }
 
-TEST(TarviodApplication, FindsItsSignalsAsAProgramExpectsThemButForSigchld) {
+TEST(TarviodApplication, HasDefaultSignalsExceptSigchld) {
   install_application("clock");
   replace_start_file_by_program("clock");
   Tarviod manager;
@@ -116,16 +116,16 @@ std::map<int, std::string> descriptors_of(pid_t process) {
   return descriptors;
 }
 
-// Beside the standard streams.
+// Besides the standard streams.
 bool has_pipes_only(const std::map<int, std::string>& descriptors, size_t pipe_ends) {
   return descriptors.size() == 3 + pipe_ends &&
          std::all_of(std::next(descriptors.begin(), 3), descriptors.end(),
                      [](const auto& each) { return each.second.starts_with("pipe:"); });
 }
 
-// Each start opens a pipe that nobody uses and that stays, so that the n-th application that is
-// started has n of them, on purpose.
-TEST(TarviodApplication, HasItsStandardStreamsAndTheUnusedPipesOnly) {
+// Each start leaves a pipe open that nobody uses, so the n-th application inherits n of them
+// (oddity 42).
+TEST(TarviodApplication, HasOnlyItsStandardStreamsAndTheUnusedPipes) {
   install_application("clock");
   install_application("radio");
   Tarviod manager;

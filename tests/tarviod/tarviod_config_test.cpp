@@ -1,12 +1,15 @@
 // The configuration file of tarviod.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "support/apps/applications.h"
 #include "support/children.h"
+#include "support/conf_pairs.h"
 #include "support/files.h"
 #include "support/programs/watched_log.h"
 
@@ -17,7 +20,7 @@ namespace fs = std::filesystem;
 
 class Config : public WatchedLog {
  protected:
-  // Waits until the manager has read its file anew, which it tells by its reader.
+  // Waits until the manager has read its file again, which replaces its reader.
   void reload() {
     const pid_t before = reader_of(manager());
     manager().send(SIGHUP);
@@ -87,6 +90,15 @@ TEST_F(Config, IsRefusedWhenTheNamedFileIsMissing) {
             "another file with --config\n");
 }
 
+TEST_F(Config, IsRefusedWhenItCannotBeRead) {
+  // A process has no memory at address 0.
+  const Ended run = run_tarviod({"--config", "/proc/self/mem"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors,
+            "tarviod: /proc/self/mem: Input/output error: make it readable, or name another file "
+            "with --config\n");
+}
+
 TEST_F(Config, IsRefusedWhenItIsADirectory) {
   const Ended run = run_tarviod({"--config", "/etc/tarvio"});
   EXPECT_EQ(run.status, 1);
@@ -130,7 +142,7 @@ TEST(WrongConfig, IsRefusedWithItsLine) {
       {"hook.clock:\n", at(1, "hook without an application: write hook.TEXT: APPLICATION")},
       {"hook.clock: " + long_name + "\n",
        at(1, "application name too long: use the package's, of at most 127 bytes")},
-      {"x" + long_name + long_name + long_name + ": x\n", at(0, kUnknown)},
+      {"x" + long_name + long_name + long_name + ": x\n", at(1, kUnknown)},
   };
   for (const Row& row : rows) {
     write_file(kConfigFile, row.text);
@@ -138,6 +150,72 @@ TEST(WrongConfig, IsRefusedWithItsLine) {
     EXPECT_EQ(run.status, 1) << row.text;
     EXPECT_EQ(run.errors, std::string("tarviod: ") + kConfigFile + row.complaint + "\n");
     EXPECT_EQ(run.output, "");
+  }
+}
+
+// What the manager watches, as the arguments of its log reader: log, period, and the hooks.
+std::vector<std::string> watched_by(const Tarviod& manager) {
+  const std::string words = read_file("/proc/" + std::to_string(reader_of(manager)) + "/cmdline");
+  std::vector<std::string> watched;
+  for (size_t at = words.find('\0') + 1; at < words.size(); at = words.find('\0', at) + 1)
+    watched.emplace_back(words.c_str() + at);
+  return watched;
+}
+
+std::vector<std::string> watched_with(const Conf& conf) {
+  const auto value_of = [&](const char* key, const char* otherwise) {
+    const std::string value = tq_conf_read(conf.get(), key);
+    return value.empty() ? otherwise : value;
+  };
+  std::vector<std::string> watched = {value_of("log_file", "/var/log/messages"),
+                                      value_of("log_period", "5")};
+  for (const auto& [key, value] : pairs_of(conf)) {
+    if (key.starts_with("hook.")) watched.insert(watched.end(), {key.substr(5), value});
+  }
+  return watched;
+}
+
+// The manager parses the file itself, to know the numbers of its lines.
+TEST(ConfigFile, IsReadAsTheLibraryReadsIt) {
+  using std::string_literals::operator""s;
+  const std::string long_text(5000, 'x');
+  // 4096 bytes are read at once: they end within a line end, and within a key.
+  const std::string to_line_end = "#" + std::string(4094, 'x') + "\r\n";
+  const std::string to_key = "#" + std::string(4090, 'x') + "\n";
+  for (const std::string& text : {
+           "hook.a:b"s,
+           "hook.a: b\nhook.c: d\n"s,
+           "hook.a: b\rhook.c: d\r\nhook.e: f\n\rhook.g: h"s,
+           "\n\r\n\r \t \n  hook.a  :  b  \n"s,
+           "\thook.a\t:\tb\t\n"s,
+           "old name hook.a: one two three\n"s,
+           "hook.a: b: c: d\nhook.c:d:e\n"s,
+           "hook.a: b#c: d\nhook.c: d ; e\n#hook.e: f\n ;\n"s,
+           "hook.a: b\nhook.c: d\nhook.a: e\nlog_period: 1\nlog_period: 2\n"s,
+           "hook.a: b\vc\nhook.\x80\xff: \xc3\xa9\n"s,
+           "hook.a: b\0c: d\nhook.c\0: d\nhook.e: f\n"s,
+           "hook.a: b\0c: d\n\0\nhook.e: f\n"s,
+           "log_file: /var/log/other log /var/log/user.log\nhook.a: b\n"s,
+           "hook." + long_text + ": b\n" + long_text + " hook.a: c\n",
+           to_line_end + "hook.a: b\n",
+           to_key + "hook.a: b\n",
+           "# only a comment"s,
+           "hook.a: b\nhook.c d\n"s,
+           "hook.a#: b\n"s,
+       }) {
+    write_file(kConfigFile, text);
+    const Conf conf(tq_conf_open2(kConfigFile));
+    Tarviod manager;
+    if (conf == nullptr) {
+      EXPECT_EQ(manager.end(), 1) << text;
+      EXPECT_THAT(manager.errors(), testing::HasSubstr(kNoColon));
+    } else if (pairs_of(conf).empty()) {
+      ASSERT_TRUE(manager.answers());
+      EXPECT_EQ(reader_of(manager), -1);
+    } else {
+      ASSERT_TRUE(manager.answers()) << text;
+      EXPECT_EQ(watched_by(manager), watched_with(conf)) << text;
+    }
   }
 }
 
@@ -165,18 +243,18 @@ TEST_F(Config, LosesNoLineWhenItIsReadAgain) {
   EXPECT_EQ(counted(), 11);
 }
 
-TEST_F(Config, TakesTheEndOfAnotherLogForItsBegin) {
+TEST_F(Config, StartsAtTheEndOfAnotherLog) {
   write_file("/var/log/user.log", log_line("err", "old"));
   start();
   write_file(kConfigFile, "log_file: /var/log/user.log\nlog_period: 1\nhook.clock: clock\n");
   const pid_t before = reader_of(manager());
   manager().send(SIGHUP);
-  next_reader(manager(), before);
+  next_reader(manager(), before, "/var/log/user.log");
   write_file("/var/log/user.log", log_line("err", "old") + log_line("warning", "new"));
   EXPECT_TRUE(becomes("1\nnew\n"));
 }
 
-TEST_F(Config, StaysAsItWasWhenItIsBadAtSighup) {
+TEST_F(Config, IsKeptWhenTheNewOneIsWrong) {
   start();
   const pid_t reader = reader_of(manager());
   write_file(kConfigFile, "log_period: 1\nhook.clock clock\n");
@@ -188,11 +266,11 @@ TEST_F(Config, StaysAsItWasWhenItIsBadAtSighup) {
   EXPECT_EQ(reader_of(manager()), reader);
 }
 
-TEST_F(Config, SwitchesTheMonitorOffAndOn) {
+TEST_F(Config, DisablesAndEnablesTheMonitor) {
   start();
   write_file(kConfigFile, "log_period: 0\nhook.clock: clock\n");
   reload();
-  append_to_log(log_line("warning", "while it is off"));
+  append_to_log(log_line("warning", "while it is disabled"));
   write_file(kConfigFile, "log_period: 1\nhook.clock: clock\nhook.mark: mark\n");
   reload();
   next_reader(manager(), -1);

@@ -39,7 +39,7 @@ class Daemon {
   const pid_t pid_;
 };
 
-TEST(TarviodDaemon, SaysWhatItKnowsAndReturns0) {
+TEST(TarviodDaemon, ReportsItsApplicationsAndReturns0) {
   install_application("clock");
   const Daemon daemon;
   EXPECT_EQ(daemon.run().status, 0);
@@ -52,7 +52,7 @@ TEST(TarviodDaemon, ReturnsOnlyWhenRequestsAreAnswered) {
   const TempDir directory;
   const std::string go = directory / "go";
   Tarviod program({"--daemon"}, with_module(TARVIOD_HELD_SETUP, go));
-  ::usleep(200 * 1000);  // long enough for a program that does not wait to be gone
+  ::usleep(200 * 1000);  // long enough for a program that does not wait to exit
   EXPECT_FALSE(program.has_ended());
   EXPECT_FALSE(fs::exists(TQ_COM_SOCKET_PATH));
   write_file(go, "");
@@ -63,7 +63,7 @@ TEST(TarviodDaemon, ReturnsOnlyWhenRequestsAreAnswered) {
   EXPECT_TRUE(ends(manager));
 }
 
-TEST(TarviodDaemon, HasASessionOfItsOwn) {
+TEST(TarviodDaemon, HasItsOwnSession) {
   const Daemon daemon;
   EXPECT_EQ(::getsid(daemon.pid()), daemon.pid());
 }
@@ -87,13 +87,13 @@ TEST(TarviodDaemon, GivesApplicationsNoTerminalEither) {
     EXPECT_EQ(fs::read_symlink("/proc/" + process + "/fd/" + stream), "/dev/null") << stream;
 }
 
-TEST(TarviodDaemon, SaysWhyItCannotStartAndReturns1) {
+TEST(TarviodDaemon, ReportsWhyItCannotStartAndReturns1) {
   Tarviod first;
   ASSERT_TRUE(first.answers());
   const Ended second = run_tarviod({"--daemon"});
   EXPECT_EQ(second.status, 1);
   EXPECT_EQ(second.errors,
-            "tarviod: a manager answers on " TQ_COM_SOCKET_PATH " already: stop it first\n");
+            "tarviod: another manager already answers on " TQ_COM_SOCKET_PATH ": stop it first\n");
   EXPECT_EQ(second.output, "");
   EXPECT_EQ(listening_process(), first.pid());
 }

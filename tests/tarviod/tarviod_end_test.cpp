@@ -45,7 +45,7 @@ TEST_P(Signal, RemovesTheSocket) {
   EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
 }
 
-TEST_P(Signal, LeavesTheApplicationsThatAreToBeKept) {
+TEST_P(Signal, KeepsTheApplicationsWhenTold) {
   install_application("clock");
   Tarviod manager({"--start-all", "--keep-applications"});
   ASSERT_TRUE(manager.answers());
@@ -59,7 +59,7 @@ TEST_P(Signal, LeavesTheApplicationsThatAreToBeKept) {
 
 INSTANTIATE_TEST_SUITE_P(TarviodEnd, Signal, testing::Values(SIGTERM, SIGINT));
 
-TEST(TarviodEnd, RunsNoStopFileOfAnApplicationThatItHasNotStarted) {
+TEST(TarviodEnd, RunsNoStopFileOfAnApplicationThatWasNotStarted) {
   install_application("clock");
   install_application("radio");
   Tarviod manager;
@@ -72,7 +72,7 @@ TEST(TarviodEnd, RunsNoStopFileOfAnApplicationThatItHasNotStarted) {
   EXPECT_FALSE(was_stopped("radio"));
 }
 
-TEST(TarviodEnd, CanBeAskedForWhileItStarts) {
+TEST(TarviodEnd, CanBeRequestedDuringTheStart) {
   const TempDir directory;
   const std::string go = directory / "go";
   Tarviod manager({}, with_module(TARVIOD_HELD_SETUP, go));
@@ -86,7 +86,7 @@ TEST(TarviodEnd, CanBeAskedForWhileItStarts) {
   EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
 }
 
-// Ten applications, whose stop takes a second each.
+// Ten applications, each of which takes a second to stop.
 class TarviodWithManyApplications : public testing::Test {
  protected:
   TarviodWithManyApplications() {
@@ -95,7 +95,7 @@ class TarviodWithManyApplications : public testing::Test {
   static void all_run() {
     for (char name = 'a'; name <= 'j'; ++name) process_of(std::string(3, name));
   }
-  // Waits until the stop of the applications has begun: the last in the alphabet is the first.
+  // Waits until the first application is stopped, which is the last in the alphabet.
   static testing::AssertionResult is_stopping() {
     return eventually([] { return was_stopped("jjj"); })
                ? testing::AssertionSuccess()
@@ -126,12 +126,12 @@ TEST_F(TarviodWithManyApplications, AreNotWaitedForAfter90Seconds) {
   ASSERT_TRUE(is_stopping());
   write_file(go, "");
   EXPECT_EQ(manager.end(), 0);
-  EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: not done within 90 seconds\n");
+  EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: timed out after 90 seconds\n");
   EXPECT_FALSE(was_stopped("aaa"));
   EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
 }
 
-// Clients that ask for a start while the manager stops the applications.
+// Clients that request a start while the manager stops the applications.
 class LateClients {
  public:
   explicit LateClients(const std::vector<std::string>& applications) {

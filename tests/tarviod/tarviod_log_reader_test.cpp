@@ -2,12 +2,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <sys/inotify.h>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <ostream>
-#include <set>
 #include <string>
 #include <thread>
 
@@ -28,36 +29,36 @@ using std::string_literals::operator""s;
 
 class LogReader : public WatchedLog {};
 
-TEST_F(LogReader, IsThereBeforeRequestsAreAnswered) {
+TEST_F(LogReader, RunsBeforeRequestsAreAnswered) {
   start();
   EXPECT_NE(reader_of(manager()), -1);
 }
 
-TEST_F(LogReader, IsNotThereWithoutAHook) {
+TEST_F(LogReader, DoesNotRunWithoutAHook) {
   write_file(kConfigFile, "log_period: 1\n");
   start();
   EXPECT_EQ(reader_of(manager()), -1);
 }
 
-TEST_F(LogReader, IsNotThereWhenThePeriodIs0) {
+TEST_F(LogReader, DoesNotRunWhenThePeriodIs0) {
   write_file(kConfigFile, "log_period: 0\nhook.clock: clock\n");
   start();
   EXPECT_EQ(reader_of(manager()), -1);
 }
 
-TEST_F(LogReader, LooksAtTheUsualLogEachFiveSecondsWhereNothingElseIsSaid) {
+TEST_F(LogReader, LooksAtTheSystemLogEveryFiveSecondsByDefault) {
   write_file(kConfigFile, "hook.web: webapp\n");
   start();
   EXPECT_EQ(read_file("/proc/" + std::to_string(reader_of(manager())) + "/cmdline"),
-            "tarviod-log-reader\0002\0/var/log/messages\0005\0web\0webapp\0"s);
+            "tarviod-log-reader\0/var/log/messages\0005\0web\0webapp\0"s);
 }
 
-// Else each read would make the log grow, and so be followed by another one.
+// Otherwise each read would make the log grow and so cause the next one.
 TEST_F(LogReader, LogsNoDebugMessages) {
   const SystemLog log;
   std::string text;
   std::atomic<bool> is_done = false;
-  // It takes few messages at a time, and whoever logs waits for that.
+  // The socket holds few messages at a time, and whoever logs waits for room.
   std::thread taker([&] {
     while (!is_done) {
       text += log.text();
@@ -108,7 +109,21 @@ TEST_F(LogReader, MayDieAtAnyTimeWithoutALineBeingLostOrCountedTwice) {
   EXPECT_EQ(counted(), 900);
 }
 
-TEST_F(LogReader, LeavesSignalsThatAreMeantForAllToTheManager) {
+TEST_F(LogReader, MayDieWhileALineIsWritten) {
+  start();
+  const std::string line = log_line("warning", "all of it");
+  append_to_log(log_line("info", "before") + line.substr(0, 45));
+  EXPECT_TRUE(becomes("0\nbefore\n"));
+  wait_for_look();
+  const pid_t first = reader_of(manager());
+  ::kill(first, SIGKILL);
+  EXPECT_TRUE(ends(first));
+  append_to_log(line.substr(45));
+  EXPECT_TRUE(becomes("1\nall of it\n"));
+  EXPECT_EQ(counted(), 2);
+}
+
+TEST_F(LogReader, IgnoresTheSignalsThatEndOrReloadTheManager) {
   start();
   const pid_t reader = reader_of(manager());
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) ::kill(reader, signal);
@@ -129,22 +144,25 @@ TEST_P(EndOfManager, EndsItToo) {
 
 INSTANTIATE_TEST_SUITE_P(LogReader, EndOfManager, testing::Values(SIGTERM, SIGKILL));
 
-TEST_F(LogReader, DoesNotReadALogThatStaysAsItIs) {
+TEST_F(LogReader, DoesNotReadAnUnchangedLog) {
   append_to_log(log_line("info", "old"));
   start();
-  const pid_t reader = reader_of(manager());
   ASSERT_TRUE(catches_up());
-  const size_t before = descriptors_of(reader);
-  ::usleep(200'000);  // forty looks
-  EXPECT_EQ(reader_of(manager()), reader);
-  EXPECT_EQ(descriptors_of(reader), before);
+  FileEvents events;
+  for (int event = 0; event < 80; ++event) EXPECT_NE(events.next(), IN_ACCESS);  // forty looks
 }
 
-// What happens to the log while it is read, as commands of a shell, and how many lines count: of
-// the first two, which are known, and of those that the commands write.
+std::function<void()> with_staged_reads() {
+  return with_module(std::string(TARVIOD_FAST_LOOKS) + ":" + TARVIOD_STAGED_READS);
+}
+
+// What happens to the log while some 40 KB of new lines are read: shell commands before and after
+// each read, $at being its offset in the new lines. And how many lines count, of the two that are
+// known and of those that the commands write.
 struct Meanwhile {
   const char* name;
-  const char* commands;
+  const char* before;
+  const char* after;
   int counted;
 };
 std::ostream& operator<<(std::ostream& stream, const Meanwhile& meanwhile) {
@@ -153,22 +171,25 @@ std::ostream& operator<<(std::ostream& stream, const Meanwhile& meanwhile) {
 
 class LogReaderMeanwhile : public LogReader, public testing::WithParamInterface<Meanwhile> {};
 
-// Lets the manager run /run/cat in place of cat.
-void use_other_cat() {
-  const std::string path = std::getenv("PATH");
-  ::setenv("PATH", ("/run:" + path).c_str(), 1);
+// Commands that run at each read until one of them says "finish".
+void write_stage(const char* program, size_t begin, const std::string& commands) {
+  write_program(program, "#!/bin/sh\n[ -e /run/done ] && exit\nat=$(($1 - " +
+                             std::to_string(begin) + "))\nlog=" + kLogFile +
+                             "\nnew='Jan  1 00:00:00 board user.info clock: new'\n"
+                             "finish() { : >/run/done; }\n" +
+                             commands + "\n");
 }
 
 TEST_P(LogReaderMeanwhile, CountsNoLineTwice) {
-  write_program("/run/cat", std::string("#!/bin/sh\n"
-                                        "new='Jan  1 00:00:00 board user.info clock: new'\n"
-                                        "rm /run/go 2>/dev/null || exec /bin/cat \"$1\"\n") +
-                                GetParam().commands + "\n: >/run/done\n");
-  start({}, use_other_cat);
-  append_to_log(log_line("info", "1") + log_line("info", "2"));
+  start({}, with_staged_reads());
+  const std::string known = log_line("info", "1") + log_line("info", "2");
+  append_to_log(known);
   EXPECT_TRUE(becomes("0\n2\n"));
-  write_file("/run/go", "");
-  append_to_log(log_line("info", "3", "radio"));
+  write_stage("/run/before-read", known.size(), GetParam().before);
+  write_stage("/run/after-read", known.size(), GetParam().after);
+  std::string lines;
+  for (int line = 0; line < 1000; ++line) lines += log_line("info", "3", "radio");
+  append_to_log(lines);
   EXPECT_TRUE(eventually([] { return ::access("/run/done", F_OK) == 0; }));
   ASSERT_TRUE(catches_up());
   EXPECT_EQ(counted(), GetParam().counted);
@@ -177,57 +198,102 @@ TEST_P(LogReaderMeanwhile, CountsNoLineTwice) {
 
 INSTANTIATE_TEST_SUITE_P(
     LogReader, LogReaderMeanwhile,
-    testing::Values(Meanwhile{"RenamedBefore", "mv $1 $1.0; echo \"$new\" >$1; cat $1", 3},
-                    Meanwhile{"RenamedBehind", "cat $1; mv $1 $1.0; echo \"$new\" >$1", 3},
-                    Meanwhile{"RenamedAndEmpty", "mv $1 $1.0; : >$1; cat $1", 2},
-                    Meanwhile{"CutBefore", "echo \"$new\" >$1; cat $1", 3},
-                    Meanwhile{"CutBehind", "cat $1; echo \"$new\" >$1", 3},
-                    Meanwhile{"CutInTheMiddle", "head -n 1 $1; echo \"$new\" >$1", 3},
-                    Meanwhile{"Grown", "echo \"$new\" >>$1; cat $1; echo \"$new\" >>$1", 4}),
+    testing::Values(
+        Meanwhile{"RenamedBefore", "[ $at = 0 ] && mv $log $log.0 && echo $new >$log && finish", "",
+                  3},
+        Meanwhile{"RenamedInTheMiddle",
+                  "[ $at = 16384 ] && mv $log $log.0 && echo $new >$log && finish", "", 3},
+        Meanwhile{"RenamedAfter", "",
+                  "[ $at = 32768 ] && mv $log $log.0 && echo $new >$log && finish", 3},
+        Meanwhile{"RenamedAndEmpty", "[ $at = 0 ] && mv $log $log.0 && : >$log && finish", "", 2},
+        Meanwhile{"TruncatedBefore", "[ $at = 0 ] && echo $new >$log && finish", "", 3},
+        Meanwhile{"TruncatedInTheMiddle", "[ $at = 16384 ] && echo $new >$log && finish", "", 3},
+        Meanwhile{"TruncatedAfter", "", "[ $at = 32768 ] && echo $new >$log && finish", 3},
+        Meanwhile{"Grown", "[ $at = 0 ] && echo $new >>$log",
+                  "[ $at = 32768 ] && echo $new >>$log && finish", 4}),
     [](const auto& each) { return std::string(each.param.name); });
 
+// A log on a file system that hangs holds the reader alone.
 TEST_F(LogReader, IsWaitedForFiveSecondsAtTheStart) {
-  write_program("/run/cat", "#!/bin/sh\nwhile [ ! -e /run/go ]; do sleep 0.01; done\n");
-  start({}, use_other_cat);
+  append_to_log(log_line("info", "old"));
+  write_program("/run/before-read", "#!/bin/sh\nwhile [ ! -e /run/go ]; do sleep 0.01; done\n");
+  start({}, with_staged_reads());
   EXPECT_EQ(manager().errors(),
-            "tarviod: /var/log/messages: takes long to read: lines of now may count as old ones\n");
+            "tarviod: /var/log/messages: is slow to read; recent lines may be skipped\n");
+  EXPECT_EQ(status_of("clock"), "");
   write_file("/run/go", "");
 }
 
-TEST_F(LogReader, TriesAgainWhenAReadGivesNothing) {
-  write_program("/run/cat", "#!/bin/sh\n[ -e /run/go ] || exec /bin/cat \"$1\"\n");
-  start({}, use_other_cat);
-  write_file("/run/go", "");
-  append_to_log(log_line("warning", "x"));
-  const std::string complaint = "tarviod: /var/log/messages: cat gives nothing of it\n";
+TEST_F(LogReader, TriesAgainWhenAReadFails) {
+  start({}, with_staged_reads());
+  append_to_log(log_line("info", "1"));
+  EXPECT_TRUE(becomes("0\n1\n"));
+  write_file("/run/unreadable", "");
+  append_to_log(log_line("warning", "2"));
+  const std::string complaint = "tarviod: /var/log/messages: Input/output error\n";
   EXPECT_TRUE(eventually([&] { return manager().errors() == complaint; }));
-  fs::remove("/run/go");
-  EXPECT_TRUE(becomes("1\nx\n"));
+  fs::remove("/run/unreadable");
+  EXPECT_TRUE(becomes("1\n2\n"));
   EXPECT_EQ(manager().errors(), complaint);
-  EXPECT_EQ(counted(), 1);
+  EXPECT_EQ(counted(), 2);
+}
+
+// A manager in the background has let go of its terminal, but started the reader before.
+TEST_F(LogReader, HoldsNoTerminal) {
+  start();
+  const std::string process = "/proc/" + std::to_string(reader_of(manager()));
+  EXPECT_EQ(fs::read_symlink(process + "/fd/2"), "/dev/null");
+}
+
+TEST_F(LogReader, RunsNoCommand) {
+  start({}, [] { ::setenv("PATH", "/nowhere", 1); });
+  append_to_log(log_line("warning", "x"));
+  EXPECT_TRUE(becomes("1\nx\n"));
+  EXPECT_TRUE(children_of(reader_of(manager())).empty());
 }
 
 // The standard streams, two for signals, the socket and the reader's reports.
-constexpr size_t kDescriptorsOfManager = 3 + 2 + 1 + 1;
+constexpr long kDescriptorsOfManager = 3 + 2 + 1 + 1;
+constexpr long kDescriptorsOfReader = 3;
 
-// Each look at the growing log is a read, which costs descriptors for good.
-TEST_F(LogReader, IsReplacedAfterItsReadsAndNobodyHoldsMoreThanBefore) {
+TEST_F(LogReader, HoldsNoMoreDescriptorsAfterAThousandReads) {
   start();
-  ASSERT_TRUE(catches_up());
-  std::set<pid_t> readers;
-  for (int line = 0; line < 3 * kReadsOfAReader; ++line) {
-    ASSERT_TRUE(catches_up());
-    const pid_t reader = reader_of(manager());
-    if (reader == -1) continue;
-    readers.insert(reader);
-    // Not one of the manager's, which each start of an application makes more.
-    EXPECT_LE(descriptors_of(reader), 4 + 2 * kReadsOfAReader + 2);
+  const pid_t reader = reader_of(manager());
+  FileEvents events;
+  for (int line = 0; line < 1000; ++line) {
+    append_to_log(log_line("info", "x", "radio"));
+    events.wait_for(IN_ACCESS);
+    ASSERT_LE(count_descriptors(reader), kDescriptorsOfReader + 1);  // the log, while it is read
+    events.wait_for(IN_CLOSE_NOWRITE);
   }
-  EXPECT_GE(readers.size(), 3U);
-  // The connection of the last question may still be there.
-  EXPECT_TRUE(eventually([&] { return descriptors_of(manager().pid()) == kDescriptorsOfManager; }));
+  EXPECT_TRUE(eventually([&] { return count_descriptors(reader) == kDescriptorsOfReader; }));
+  // The last connection may still be open.
+  EXPECT_TRUE(
+      eventually([&] { return count_descriptors(manager().pid()) == kDescriptorsOfManager; }));
+  EXPECT_EQ(reader_of(manager()), reader);
   EXPECT_EQ(counted(), 0);
   EXPECT_EQ(manager().errors(), "");
+}
+
+// In KiB.
+long peak_memory_of(pid_t process) {
+  const std::string status = read_file("/proc/" + std::to_string(process) + "/status");
+  return std::stol(status.substr(status.find("VmHWM:") + 6));
+}
+
+TEST_F(LogReader, NeedsNoMoreMemoryForALineOf100Mebibytes) {
+  start();
+  ASSERT_TRUE(catches_up());
+  const pid_t reader = reader_of(manager());
+  const long before = peak_memory_of(reader);
+  append_to_log("Jan  1 00:00:00 board user.warning clock: long");
+  fs::resize_file(kLogFile, fs::file_size(kLogFile) + (100U << 20));  // zero bytes
+  wait_for_look();
+  append_to_log("\n");
+  ASSERT_TRUE(catches_up());
+  EXPECT_EQ(status_of("clock"), "1\nlong\n");
+  EXPECT_EQ(reader_of(manager()), reader);
+  EXPECT_LE(peak_memory_of(reader), before + 256);
 }
 
 TEST_F(LogReader, InheritsNoDescriptorOfTheManager) {
@@ -236,9 +302,9 @@ TEST_F(LogReader, InheritsNoDescriptorOfTheManager) {
   EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "0\n\n");
   EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "stop_app\nclock\n"), "0\n\n");
   const pid_t first = reader_of(manager());
-  append_to_log("read me\n");
   manager().send(SIGHUP);
-  next_reader(manager(), first);
+  const pid_t second = next_reader(manager(), first);
+  EXPECT_TRUE(eventually([&] { return count_descriptors(second) == kDescriptorsOfReader; }));
 }
 
 }  // namespace

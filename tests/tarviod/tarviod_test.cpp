@@ -31,7 +31,7 @@ using testing::StartsWith;
 constexpr int kUsage = 64;
 constexpr char kDirectory[] = "/usr/local/share/tarvio";
 constexpr char kAnswered[] =
-    "tarviod: a manager answers on " TQ_COM_SOCKET_PATH " already: stop it first\n";
+    "tarviod: another manager already answers on " TQ_COM_SOCKET_PATH ": stop it first\n";
 
 std::string ready_line(const std::string& applications) {
   return "tarviod: " + applications + " installed, answering on " TQ_COM_SOCKET_PATH "\n";
@@ -57,21 +57,21 @@ class Mount {
   const char* path_;
 };
 
-TEST(Tarviod, KnowsNoApplicationWhereNoneIsInstalled) {
+TEST(Tarviod, ReportsNoApplicationWhenNoneIsInstalled) {
   Tarviod manager;
   ASSERT_TRUE(manager.answers());
   EXPECT_EQ(manager.output(), ready_line("0 applications"));
   EXPECT_EQ(manager.errors(), "");
 }
 
-TEST(Tarviod, SaysThatItKnowsOneApplication) {
+TEST(Tarviod, ReportsOneApplication) {
   install_application("clock");
   Tarviod manager;
   ASSERT_TRUE(manager.answers());
   EXPECT_EQ(manager.output(), ready_line("1 application"));
 }
 
-TEST(Tarviod, SaysHowTarviodWithManyApplicationsItKnows) {
+TEST(Tarviod, ReportsTheNumberOfApplications) {
   for (const char* name : {"clock", "radio", "weather"}) install_application(name);
   Tarviod manager;
   ASSERT_TRUE(manager.answers());
@@ -89,7 +89,7 @@ TEST(Tarviod, CountsNoOtherPackages) {
   EXPECT_EQ(manager.output(), ready_line("1 application"));
 }
 
-TEST(Tarviod, GoesOnWithoutAnInformationDirectory) {
+TEST(Tarviod, ContinuesWithoutAnInformationDirectory) {
   fs::remove("/usr/lib/opkg/info");
   Tarviod manager;
   ASSERT_TRUE(manager.answers());
@@ -98,7 +98,7 @@ TEST(Tarviod, GoesOnWithoutAnInformationDirectory) {
   EXPECT_EQ(manager.output(), ready_line("0 applications"));
 }
 
-TEST(Tarviod, KnowsNothingWhenItCannotTellWhichRootItRunsFrom) {
+TEST(Tarviod, KnowsNoApplicationWhenTheBootTestFails) {
   install_application("clock");
   const TempDir directory;
   const Socket socket =
@@ -118,20 +118,20 @@ TEST(Tarviod, NamesApplicationsThatFindNoBinding) {
   Tarviod manager({}, with_module(TARVIOD_NO_BINDING));
   ASSERT_TRUE(manager.answers());
   EXPECT_EQ(manager.errors(),
-            "tarviod: no binding takes the application: xterm\n"
-            "tarviod: no binding takes the application: xeyes\n");
+            "tarviod: xterm: no binding accepts this application\n"
+            "tarviod: xeyes: no binding accepts this application\n");
   EXPECT_EQ(manager.output(), ready_line("3 applications"));
 }
 
-// The com server would try the one without a binding for ever.
+// The com server would retry the one without a binding forever (oddity 91).
 TEST(Tarviod, StartsNoApplicationsWhenOneFindsNoBinding) {
   for (const char* name : {"xeyes", "clock"}) install_application(name);
   Tarviod manager({"--start-all"}, with_module(TARVIOD_NO_BINDING));
   ASSERT_TRUE(manager.answers());
   EXPECT_EQ(manager.errors(),
-            "tarviod: no binding takes the application: xeyes\n"
+            "tarviod: xeyes: no binding accepts this application\n"
             "tarviod: not starting the applications: "
-            "one without a binding would be tried for ever\n");
+            "one without a binding would be retried forever\n");
   EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "0\n\n");
   EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nxeyes\n"), "22\n\n");
   manager.send(SIGTERM);
@@ -301,7 +301,7 @@ TEST(Tarviod, LetsOneOfSimultaneousStartsWin) {
     }
     EXPECT_EQ(manager.end(), 1);
     EXPECT_THAT(manager.errors(),
-                testing::AnyOf(kAnswered, "tarviod: another manager is starting up\n"));
+                testing::AnyOf(kAnswered, "tarviod: another manager is starting\n"));
     EXPECT_EQ(manager.output(), "");
   }
 }

@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <ostream>
 #include <string>
 
 #include "support/apps/applications.h"
@@ -55,7 +57,7 @@ TEST_F(WatchedLog, LeavesAnErrorUntilTheNextStart) {
   EXPECT_TRUE(becomes("1\nlow battery\n"));
 }
 
-TEST_F(WatchedLog, TakesThePresentEndForItsBegin) {
+TEST_F(WatchedLog, StartsAtThePresentEnd) {
   append_to_log(log_line("err", "of yesterday"));
   start();
   ASSERT_TRUE(catches_up());
@@ -121,8 +123,8 @@ TEST_F(WatchedLog, TakesTheFirst511BytesOfALine) {
   EXPECT_TRUE(becomes("1\n" + message.substr(0, 511 - begin.size()) + "\n"));
 }
 
-// They would end lines of the answer, or reach a terminal.
-TEST_F(WatchedLog, MakesControlBytesBlanks) {
+// They would end lines of a reply, or reach a terminal.
+TEST_F(WatchedLog, ReplacesControlBytesByBlanks) {
   start();
   append_to_log(log_line("err",
                          "a\rb\x1b[2Jc\x7f"
@@ -130,7 +132,7 @@ TEST_F(WatchedLog, MakesControlBytesBlanks) {
   EXPECT_TRUE(becomes("2\na b [2Jc d\xc3\xa9\n"));
 }
 
-TEST_F(WatchedLog, CountsALineThatIsBegunAtTheStart) {
+TEST_F(WatchedLog, CountsALineThatIsIncompleteAtTheStart) {
   const std::string line = log_line("warning", "all of it");
   append_to_log(log_line("err", "of yesterday") + line.substr(0, 45));
   start();
@@ -150,7 +152,7 @@ TEST_F(WatchedLog, CountsALineThatIsWrittenInParts) {
   EXPECT_EQ(counted(), 2);
 }
 
-TEST_F(WatchedLog, GoesOnWithANewFileAfterARotation) {
+TEST_F(WatchedLog, ContinuesWithTheNewFileAfterARotation) {
   start();
   append_to_log(log_line("info", "first"));
   EXPECT_TRUE(becomes("0\nfirst\n"));
@@ -189,6 +191,18 @@ TEST_P(CutLog, IsReadFromItsBegin) {
 
 INSTANTIATE_TEST_SUITE_P(WatchedLog, CutLog, testing::Values(1, 2, 5, 50));
 
+TEST_F(WatchedLog, RereadsALineWhoseBeginningWasReplaced) {
+  start();
+  const std::string first = log_line("info", "first");
+  append_to_log(first + "Jan  1 00:00:00 board user.err clock: begun");
+  EXPECT_TRUE(becomes("0\nfirst\n"));
+  wait_for_look();
+  write_file(kLogFile, first + log_line("warning", "longer than what was begun"));
+  EXPECT_TRUE(becomes("1\nlonger than what was begun\n"));
+  ASSERT_TRUE(catches_up());
+  EXPECT_EQ(counted(), 2);
+}
+
 TEST_F(WatchedLog, CountsAllOfALogThatComesLater) {
   fs::remove(kLogFile);
   start();
@@ -198,7 +212,7 @@ TEST_F(WatchedLog, CountsAllOfALogThatComesLater) {
   EXPECT_EQ(manager().errors(), "tarviod: /var/log/messages: No such file or directory\n");
 }
 
-TEST_F(WatchedLog, CountsNoOldLineOfALogThatCouldNotBeFoundAtFirst) {
+TEST_F(WatchedLog, CountsNoOldLineOfALogWhosePathBecomesValid) {
   write_file("/var/log/directory", "not one yet");
   write_file(kConfigFile,
              "log_file: /var/log/directory/messages\nlog_period: 1\nhook.clock: clock\n");
@@ -208,12 +222,12 @@ TEST_F(WatchedLog, CountsNoOldLineOfALogThatCouldNotBeFoundAtFirst) {
   write_file("/var/log/other/messages", log_line("err", "old"));
   fs::remove("/var/log/directory");
   fs::rename("/var/log/other", "/var/log/directory");
-  next_reader(manager(), -1);
+  wait_for_look("/var/log/directory/messages");
   write_file("/var/log/directory/messages", log_line("err", "old") + log_line("warning", "new"));
   EXPECT_TRUE(becomes("1\nnew\n"));
 }
 
-TEST_F(WatchedLog, GoesOnWhereItWasWhenTheLogIsBack) {
+TEST_F(WatchedLog, ContinuesWhereItStoppedWhenTheLogIsBack) {
   start();
   append_to_log(log_line("err", "1"));
   EXPECT_TRUE(becomes("2\n1\n"));
@@ -226,17 +240,37 @@ TEST_F(WatchedLog, GoesOnWhereItWasWhenTheLogIsBack) {
   EXPECT_EQ(manager().errors(), "tarviod: /var/log/messages: No such file or directory\n");
 }
 
-TEST_F(WatchedLog, IsNotReadWhereItIsNoFile) {
+struct Other {
+  const char* name;
+  void (*create)(const char* path);
+};
+std::ostream& operator<<(std::ostream& stream, const Other& other) { return stream << other.name; }
+
+class LogThatIsNotRegular : public WatchedLog, public testing::WithParamInterface<Other> {};
+
+// Opening a FIFO could block until somebody writes to it.
+TEST_P(LogThatIsNotRegular, IsNotRead) {
   fs::remove(kLogFile);
-  fs::create_directory(kLogFile);
+  GetParam().create(kLogFile);
   start();
   EXPECT_EQ(manager().errors(), "tarviod: /var/log/messages: is not a regular file\n");
   fs::remove(kLogFile);
-  const Socket socket = listen_on(kLogFile);
-  EXPECT_EQ(listening_process(), manager().pid());
+  write_file(kLogFile, "");
+  wait_for_look();
+  append_to_log(log_line("warning", "new"));
+  EXPECT_TRUE(becomes("1\nnew\n"));
 }
 
-TEST_F(WatchedLog, ComplainsAgainAfterTheLogWasThere) {
+INSTANTIATE_TEST_SUITE_P(
+    WatchedLog, LogThatIsNotRegular,
+    testing::Values(Other{"Directory", [](const char* path) { fs::create_directory(path); }},
+                    Other{"Fifo", [](const char* path) { ::mkfifo(path, 0600); }},
+                    Other{"Socket", [](const char* path) { listen_on(path).close(); }},
+                    Other{"Device",
+                          [](const char* path) { fs::create_symlink("/dev/null", path); }}),
+    [](const auto& each) { return std::string(each.param.name); });
+
+TEST_F(WatchedLog, ComplainsAgainAfterTheLogWasReadable) {
   start();
   for (const char* round : {"1", "2"}) {
     const size_t before = manager().errors().size();
@@ -246,8 +280,8 @@ TEST_F(WatchedLog, ComplainsAgainAfterTheLogWasThere) {
   }
 }
 
-// Root reads every file, so the manager goes without that right here.
-TEST_F(WatchedLog, IsAsGoodAsMissingWhereItMayNotBeRead) {
+// Root reads every file, so the manager runs without that capability.
+TEST_F(WatchedLog, CountsNoOldLineOfALogThatBecomesReadable) {
   append_to_log(log_line("err", "old"));
   fs::permissions(kLogFile, fs::perms::none);
   start({}, [] {
@@ -256,15 +290,15 @@ TEST_F(WatchedLog, IsAsGoodAsMissingWhereItMayNotBeRead) {
   });
   EXPECT_EQ(manager().errors(), "tarviod: /var/log/messages: Permission denied\n");
   fs::permissions(kLogFile, fs::perms::owner_read | fs::perms::owner_write);
-  next_reader(manager(), -1);
+  wait_for_look();
   ASSERT_TRUE(catches_up());
   EXPECT_EQ(counted(), 0);
 }
 
-// Whatever else a line holds, what stands further behind in it is no line.
-TEST_F(WatchedLog, TakesALineOfAMebibyteForOneLine) {
+// Whatever a line holds further on is not a line.
+TEST_F(WatchedLog, TreatsALineOfAMebibyteAsOneLine) {
   start();
-  const std::string spoof = log_line("err", "no line");
+  const std::string spoof = log_line("err", "not a line");
   std::string line = log_line("info", "begin");
   line.pop_back();
   while (line.size() < 1 << 20) {
@@ -277,7 +311,7 @@ TEST_F(WatchedLog, TakesALineOfAMebibyteForOneLine) {
   EXPECT_EQ(counted(), 1);
 }
 
-TEST_F(WatchedLog, LosesNoLineBehindBinaryBytes) {
+TEST_F(WatchedLog, LosesNoLineAfterBinaryBytes) {
   start();
   std::string bytes;
   for (int byte = 0; byte < 2560; ++byte) bytes += static_cast<char>(byte * 7 % 256);
@@ -302,7 +336,7 @@ TEST_F(WatchedLog, CountsAHundredThousandLinesAtOnce) {
   EXPECT_EQ(counted(), 1000);
 }
 
-TEST_F(WatchedLog, KeepsWhatAReadPrintsFromTheOutput) {
+TEST_F(WatchedLog, KeepsTheLogFromTheOutput) {
   start({"--log-level", "0"});
   append_to_log(log_line("info", "fine"));
   EXPECT_TRUE(becomes("0\nfine\n"));

@@ -20,14 +20,14 @@ mv $process.new $process
 exec sleep 600
 )";
 
-// A stop may come right behind its start.
+// A stop may come right after its start.
 constexpr char kStop[] = R"(
 until [ -e $process ]; do sleep 0.01; done
 kill $(cat $process)
 : >$stopped
 )";
 
-// What an application's scripts leave, and where.
+// The files that an application's scripts leave.
 fs::path trace_of(const std::string& application, const std::string& kind) {
   return fs::temp_directory_path() / (application + "." + kind);
 }

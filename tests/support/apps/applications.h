@@ -1,5 +1,5 @@
-// Applications that are really installed: files in opkg's information directory, shell scripts that
-// run, and what becomes of their processes.
+// Installed applications: files in opkg's information directory, shell scripts that run, and the
+// state of their processes.
 #ifndef TARVIO_TESTS_SUPPORT_APPS_APPLICATIONS_H
 #define TARVIO_TESTS_SUPPORT_APPS_APPLICATIONS_H
 
@@ -25,12 +25,12 @@ void install_application(const std::string& name);
 pid_t process_of(const std::string& application);
 // After a stop, so that process_of waits for the next one.
 void forget_process_of(const std::string& application);
-// A start file that is no script but a program: it runs from the first moment to a signal.
+// A start file that is a program instead of a script, and runs until a signal.
 void replace_start_file_by_program(const std::string& application);
 // The processes that the manager has started and that run.
 std::vector<pid_t> children_of(pid_t manager);
 
-// A set of signals as /proc tells it of a process: SigBlk, SigIgn or SigCgt.
+// A set of signals of a process, from /proc: SigBlk, SigIgn or SigCgt.
 uint64_t signals_of(pid_t process, const std::string& set);
 
 bool is_alive(pid_t process);

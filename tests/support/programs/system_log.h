@@ -1,4 +1,4 @@
-// The system log that a test plays itself.
+// The test as the system log daemon.
 #ifndef TARVIO_TESTS_SUPPORT_PROGRAMS_SYSTEM_LOG_H
 #define TARVIO_TESTS_SUPPORT_PROGRAMS_SYSTEM_LOG_H
 
@@ -13,7 +13,7 @@
 
 namespace tarvio_test {
 
-// What programs give to syslog.
+// What programs pass to syslog.
 class SystemLog {
  public:
   SystemLog() : socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {

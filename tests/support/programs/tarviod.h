@@ -1,5 +1,5 @@
-// The resident manager as a program: a tarviod of a test's own, told what to do by signals and over
-// its socket.
+// The resident manager as a program: a tarviod of a test's own, controlled by signals and over its
+// socket.
 //
 //   install_application("clock", kRuns, kEndsIt);
 //   Tarviod manager;
@@ -23,8 +23,8 @@ namespace tarvio_test {
 
 class Tarviod {
  public:
-  // prepare runs in the new process before the program does. Standard input is /dev/null there, the
-  // two other streams are kept, and the program has no further descriptor.
+  // prepare runs in the new process before the program does. There standard input is /dev/null, the
+  // two other streams go to files, and no other descriptor is open.
   explicit Tarviod(
       const std::vector<std::string>& arguments = {}, const std::function<void()>& prepare = [] {});
   // Ends it where the test has not.
@@ -37,7 +37,7 @@ class Tarviod {
   std::string output() const { return read_file(directory_ / "output"); }
   std::string errors() const { return read_file(directory_ / "errors"); }
 
-  // Waits for the message that tells that requests are answered.
+  // Waits for the message that requests are answered.
   testing::AssertionResult answers();
   void send(int signal) const;
   bool has_ended();

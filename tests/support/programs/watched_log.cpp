@@ -1,9 +1,11 @@
 #include "support/programs/watched_log.h"
 
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <system_error>
 
 #include "support/apps/applications.h"
 #include "support/children.h"
@@ -13,9 +15,6 @@
 
 namespace tarvio_test {
 namespace {
-
-// The reader's own descriptors. A read leaves both ends of a pipe behind them.
-constexpr size_t kOwnDescriptors = 4;
 
 long occurrences(const std::string& text, const std::string& part) {
   long count = 0;
@@ -44,46 +43,39 @@ pid_t reader_of(const Tarviod& manager) {
   return -1;
 }
 
-size_t descriptors_of(pid_t process) {
-  std::error_code gone;
-  const std::filesystem::directory_iterator directory("/proc/" + std::to_string(process) + "/fd",
-                                                      gone);
-  return static_cast<size_t>(std::distance(begin(directory), end(directory)));
+FileEvents::FileEvents(const char* file) : inotify_(::inotify_init1(IN_CLOEXEC)) {
+  EXPECT_GE(::inotify_add_watch(inotify_.fd(), file, IN_OPEN | IN_ACCESS | IN_CLOSE_NOWRITE), 0)
+      << file;
 }
 
-namespace {
-
-bool sleeps(pid_t process) {
-  std::ifstream file("/proc/" + std::to_string(process) + "/stat");
-  std::string text;
-  std::getline(file, text);
-  const size_t name_end = text.rfind(") ");
-  return name_end != std::string::npos && text[name_end + 2] == 'S';
+uint32_t FileEvents::next() {
+  pollfd ready = {inotify_.fd(), POLLIN, 0};
+  inotify_event event = {};
+  if (::poll(&ready, 1, static_cast<int>(kPatience.count())) != 1 ||
+      ::read(inotify_.fd(), &event, sizeof event) != sizeof event)
+    ADD_FAILURE() << "nobody touches the file";
+  return event.mask;
 }
 
-// The number of descriptors alone does not tell: there are as many of other files while the reader
-// is loaded, and for a moment at the begin of a read, when it does not sleep.
-bool has_read(pid_t reader) {
-  if (!sleeps(reader)) return false;
-  const std::filesystem::path directory = "/proc/" + std::to_string(reader) + "/fd";
-  std::error_code gone;
-  const auto file_of = [&](size_t descriptor) {
-    return std::filesystem::read_symlink(directory / std::to_string(descriptor), gone).string();
-  };
-  const std::string one_end = file_of(kOwnDescriptors);
-  return one_end.starts_with("pipe:") && one_end == file_of(kOwnDescriptors + 1) &&
-         descriptors_of(reader) == kOwnDescriptors + 2;
+void FileEvents::wait_for(uint32_t event) {
+  while (!testing::Test::HasFailure() && next() != event) {
+  }
 }
 
-}  // namespace
+void wait_for_look(const char* log) {
+  FileEvents events(log);
+  events.wait_for(IN_OPEN);
+  events.wait_for(IN_CLOSE_NOWRITE);
+}
 
-pid_t next_reader(const Tarviod& manager, pid_t before) {
+pid_t next_reader(const Tarviod& manager, pid_t before, const char* log) {
   pid_t reader = -1;
-  const bool is_ready = eventually([&] {
+  const bool is_there = eventually([&] {
     reader = reader_of(manager);
-    return reader != -1 && reader != before && has_read(reader);
+    return reader != -1 && reader != before;
   });
-  EXPECT_TRUE(is_ready) << manager.errors();
+  EXPECT_TRUE(is_there) << manager.errors();
+  wait_for_look(log);
   return reader;
 }
 
