@@ -14,13 +14,12 @@
 #include "commands/arguments.h"
 #include "commands/commands.h"
 #include "commands/outcome.h"
-#include "flash/flash_space.h"
 #include "packages/package_directory.h"
 #include "packages/package_file.h"
 #include "process/child.h"
 #include "process/failure.h"
+#include "process/paths.h"
 #include "terminal/printable_text.h"
-#include "terminal/progress.h"
 
 namespace client {
 

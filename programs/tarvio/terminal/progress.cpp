@@ -1,7 +1,5 @@
 #include "terminal/progress.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 
 #include "terminal/output.h"
@@ -44,11 +42,6 @@ std::string progress_words(uint64_t done, uint64_t bytes, double seconds) {
   if (done == 0 || seconds < kMinSeconds) return words;
   const double left = seconds * static_cast<double>(bytes - done) / static_cast<double>(done);
   return words + rate_words(done, seconds) + ", " + time_words(left) + " left";
-}
-
-uint64_t size_of_file(const std::string& path) {
-  struct stat status = {};
-  return stat(path.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
 Progress::~Progress() { give_up(); }

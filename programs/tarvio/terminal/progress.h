@@ -58,9 +58,6 @@ std::string time_words(double seconds);
 // known.
 std::string progress_words(uint64_t done, uint64_t bytes, double seconds);
 
-// 0 for a file that is not there.
-uint64_t size_of_file(const std::string& path);
-
 }  // namespace client
 
 #endif
