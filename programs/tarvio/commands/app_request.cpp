@@ -21,8 +21,8 @@ using Name = std::optional<std::string>;  // none when all applications are mean
 // The manager reads lines of at most so many bytes.
 constexpr size_t kMaxName = 254;
 
-// Whether the manager, which takes the first application whose name contains the given text, comes
-// to the one that has exactly this name.
+// Whether the manager, which takes the first application whose name contains the given text (oddity
+// 90), comes to the one that has exactly this name.
 bool is_first_match(const std::string& name) {
   const Listing listing = list_packages(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr);
   const auto first = std::find_if(

@@ -73,7 +73,7 @@ Sizes sizes_of(const std::string& file, double seconds) {
           .library_result = result_of_library(directory, path, seconds)};
 }
 
-// The library counts in 32 bits: of 2 GiB and more it has other results.
+// The library counts in 32 bits: from 2 GiB on its result differs (oddity 82).
 void report_disagreement(const std::string& file, const Sizes& sizes) {
   const bool fits_library = sizes.library_result == 0;
   if (fits_library == sizes.fits()) return;

@@ -20,7 +20,7 @@ const Command kStartAllCommand = {
     .summary = "start all applications",
     .description =
         "Starts all applications, one after the other. The manager retries each until it has "
-        "started, and answers nobody meanwhile.",
+        "started, and answers no other request meanwhile.",
     .statuses = kManagerStatuses,
     .run = run,
 };

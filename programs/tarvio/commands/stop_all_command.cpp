@@ -20,7 +20,7 @@ const Command kStopAllCommand = {
     .summary = "stop all applications",
     .description =
         "Stops all applications, one after the other, which takes a second or more for each. The "
-        "manager answers nobody meanwhile.",
+        "manager answers no other request meanwhile.",
     .statuses = kManagerStatuses,
     .run = run,
 };

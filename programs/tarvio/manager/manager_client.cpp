@@ -69,7 +69,7 @@ class Alarm {
   bool is_set_;
 };
 
-// The library hands out an unconnected socket when nobody listens.
+// The library hands out an unconnected socket when there is no listener (oddity 116).
 bool is_connected(int fd) {
   sockaddr_storage address = {};
   socklen_t size = sizeof address;

@@ -19,7 +19,7 @@ constexpr char kInformation[] = "/usr/lib/opkg/info/";
 
 std::string root_of_packages() {
   int online = 1;
-  (void)tq_is_boot_online(&online);  // a test that failed counts as online, as in the library
+  (void)tq_is_boot_online(&online);  // a test that failed counts as online (oddity 61)
   return online != 0 ? "" : tarvio::kOfflineRoot;
 }
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "base/pipe.h"
 #include "terminal/printable_text.h"
 
 namespace client {
@@ -26,14 +27,14 @@ bool is_dumb_terminal() {
 }  // namespace
 
 bool print(std::string_view text) {
-  if (write_all(STDOUT_FILENO, text)) return true;
+  if (tarvio::write_all(STDOUT_FILENO, text)) return true;
   complain(std::string("cannot write the output: ") + strerror(errno));
   return false;
 }
 
 void complain(std::string_view message) {
   // There is nowhere left to report that standard error fails as well.
-  (void)write_all(STDERR_FILENO, "tarvio: " + printable(message) + '\n');
+  (void)tarvio::write_all(STDERR_FILENO, "tarvio: " + printable(message) + '\n');
 }
 
 bool is_screen() { return isatty(STDOUT_FILENO) == 1 && !is_dumb_terminal(); }

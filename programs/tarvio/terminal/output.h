@@ -4,11 +4,7 @@
 
 #include <string_view>
 
-#include "base/pipe.h"
-
 namespace client {
-
-using tarvio::write_all;
 
 // Writes to standard output in one piece; complains and returns false when that failed.
 bool print(std::string_view text);

@@ -6,6 +6,7 @@
 
 #include <array>
 
+#include "base/pipe.h"
 #include "process/child.h"
 #include "terminal/output.h"
 
@@ -24,7 +25,7 @@ void wait_for_input(const SignalHold& signals) {
 bool can_ask() { return isatty(STDIN_FILENO) == 1; }
 
 bool ask(const std::string& text, const SignalHold& signals) {
-  (void)write_all(STDERR_FILENO, text);
+  (void)tarvio::write_all(STDERR_FILENO, text);
   std::string line;
   for (char letter = 0; letter != '\n';) {
     wait_for_input(signals);

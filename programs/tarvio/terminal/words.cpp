@@ -61,7 +61,7 @@ std::string subcategory_word(int32_t code) { return word_of(kSubcategories, code
 
 std::string result_words(int32_t code) {
   const tarvio::CString text(tq_lib_get_err_mes(code));
-  // Some codes of the library have no text.
+  // Some codes of the library have no text (oddity 7).
   return text != nullptr && *text != '\0' ? text.get() : "unknown error";
 }
 
