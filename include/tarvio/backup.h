@@ -20,15 +20,16 @@
 
 /* The steps of a backup or a restore, in tq_flash_event. */
 enum {
-  TQ_FLASH_VERSION = 1,  /* reads the version of the system */
-  TQ_FLASH_CONTROLS = 2, /* writes or archives the control files of a package; of a restore: reads them */
-  TQ_FLASH_DUMP = 3,     /* reads a part of a device into a file */
-  TQ_FLASH_CUT = 4,      /* cuts that file to its length, or fills it up with zeros */
-  TQ_FLASH_REBUILD = 5,  /* mounts a file system and builds an image of it */
-  TQ_FLASH_PACK = 6,     /* adds a file to the package */
-  TQ_FLASH_UNPACK = 7,   /* extracts a file from the package */
-  TQ_FLASH_ERASE = 8,    /* erases a device or a range of it */
-  TQ_FLASH_WRITE = 9     /* writes a file to a device */
+  TQ_FLASH_VERSION = 1, /* reads the version of the system */
+  TQ_FLASH_CONTROLS =
+      2, /* writes or archives the control files of a package; of a restore: reads them */
+  TQ_FLASH_DUMP = 3,    /* reads a part of a device into a file */
+  TQ_FLASH_CUT = 4,     /* cuts that file to its length, or fills it up with zeros */
+  TQ_FLASH_REBUILD = 5, /* mounts a file system and builds an image of it */
+  TQ_FLASH_PACK = 6,    /* adds a file to the package */
+  TQ_FLASH_UNPACK = 7,  /* extracts a file from the package */
+  TQ_FLASH_ERASE = 8,   /* erases a device or a range of it */
+  TQ_FLASH_WRITE = 9    /* writes a file to a device */
 };
 
 /* What is reported of a step. */
@@ -40,9 +41,9 @@ enum {
 
 /* A report of a step. The strings are valid until the observer returns. */
 typedef struct tq_flash_event {
-  int32_t kind;       /* TQ_FLASH_BEGIN, TQ_FLASH_LINE or TQ_FLASH_END */
-  int32_t step;       /* TQ_FLASH_VERSION ... TQ_FLASH_WRITE */
-  int32_t code;       /* at the end: 0 or why the step failed, which the call's result may hide; else 0 */
+  int32_t kind; /* TQ_FLASH_BEGIN, TQ_FLASH_LINE or TQ_FLASH_END */
+  int32_t step; /* TQ_FLASH_VERSION ... TQ_FLASH_WRITE */
+  int32_t code; /* at the end: 0 or why the step failed, which the call's result may hide; else 0 */
   uint32_t start;     /* offset on the device in bytes, where the step has one */
   uint64_t bytes;     /* see tq_set_flash_observer */
   const char *area;   /* name of the area; null outside the work on one */
