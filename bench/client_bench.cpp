@@ -1,4 +1,4 @@
-// `tarvio status` from its start to its end, held against a program that does nothing.
+// `tarvio status` from its start to its end, compared with a program that does nothing.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>

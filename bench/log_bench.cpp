@@ -1,4 +1,4 @@
-// A log call below the threshold, held against the formatting that it has to do in any case.
+// A log call below the threshold, compared with the formatting that it has to do in any case.
 
 #include <benchmark/benchmark.h>
 
@@ -57,7 +57,7 @@ void bare_four_arguments(benchmark::State& state) {
   }
 }
 
-// A conversion that is not composed by hand.
+// A conversion that printf formats.
 void log_a_pointer(benchmark::State& state) {
   for (auto _ : state)
     tq_log_func(TQ_LOG_INFO, kUnit, kLine, "%s: head=%p ", "show_list",

@@ -25,8 +25,8 @@ using tarvio_bench::text_of;
 constexpr int kApplications = 50;
 constexpr int kRequests = 100000;
 constexpr int kWarmUp = 1000;
-constexpr long kMostPssKib = 1024;
-// A page more or less of the heap is not the requests' doing.
+constexpr long kMaxPssKib = 1024;
+// A page more or less of the heap does not come from the requests.
 constexpr double kRounding = 1.01;
 
 struct Memory {
@@ -35,8 +35,8 @@ struct Memory {
   long own_kib = 0;  // what no file backs
 };
 
-// The proportional set size, but with all of the library: this process maps it too, and would take
-// its part.
+// The proportional set size, but with the whole library: this process maps it too, and would share
+// its size.
 Memory memory_of(pid_t pid) {
   Memory memory;
   bool is_library = false;
@@ -61,15 +61,15 @@ long count_descriptors(pid_t pid) {
   return std::distance(begin(entries), end(entries));
 }
 
-// The number when it keeps still: the client sees a connection's end before the manager has closed
-// it.
+// The number once it is stable: the client sees the end of a connection before the manager has
+// closed it.
 long descriptors_of(pid_t pid) {
-  constexpr int kStillLooks = 5;
+  constexpr int kStableLooks = 5;
   long count = count_descriptors(pid);
-  for (int still = 0; still < kStillLooks;) {
+  for (int stable = 0; stable < kStableLooks;) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     const long next = count_descriptors(pid);
-    still = next == count ? still + 1 : 0;
+    stable = next == count ? stable + 1 : 0;
     count = next;
   }
   return count;
@@ -84,10 +84,10 @@ void request_statuses(int count) {
   }
 }
 
-// What an allocation takes from the heap, with what malloc keeps beside it.
+// What an allocation takes from the heap, including the size that malloc stores beside it.
 size_t heap_bytes(void* memory) { return malloc_usable_size(memory) + sizeof(size_t); }
 
-// The one record that each request leaves allocated, by contract: the first of the list.
+// The record that each request leaves allocated (oddity 122): the first of the list.
 size_t record_bytes() {
   const std::string name = tarvio_bench::package_name(0);
   tq_status* record =
@@ -115,9 +115,9 @@ int main() {
   const size_t record = record_bytes();
 
   const bool small =
-      report("manager with 50 applications: memory", text_of("%ld KiB", kMostPssKib),
+      report("manager with 50 applications: memory", text_of("%ld KiB", kMaxPssKib),
              text_of("%ld KiB (%ld its own; RSS %ld)", before.kib, before.own_kib, before.rss_kib),
-             before.kib > 0 && before.kib < kMostPssKib);
+             before.kib > 0 && before.kib < kMaxPssKib);
   const bool closed = report(
       "descriptors after 100,000 status requests", text_of("%ld, as before", descriptors_before),
       text_of("%ld", descriptors_after), descriptors_before == descriptors_after);

@@ -1,5 +1,5 @@
-// One status request over the socket, held against a bare server and client that exchange the same
-// bytes. Both servers are processes of their own.
+// One status request over the socket, compared with a bare server and client that exchange the same
+// bytes. Each server is a process.
 
 #include <benchmark/benchmark.h>
 #include <signal.h>
@@ -129,7 +129,7 @@ int main(int argc, char** argv) {
   benchmark::RegisterBenchmark("status_request", status_request)->UseRealTime();
   benchmark::RegisterBenchmark("bare_exchange", bare_exchange, kBarePath, reply.size())
       ->UseRealTime();
-  // Which side of the library the time goes to.
+  // Shows how much of the time the server takes.
   benchmark::RegisterBenchmark("bare_client_of_the_manager", bare_exchange, TQ_COM_SOCKET_PATH,
                                reply.size())
       ->UseRealTime();

@@ -1,4 +1,4 @@
-// Reading a log of a million lines with tq_log_read, held against a loop that gets the same output
+// Reading a log of a million lines with tq_log_read, compared with a loop that gets the same output
 // and duplicates each line.
 
 #include <benchmark/benchmark.h>
@@ -23,7 +23,7 @@ constexpr char kLog[] = "bench-messages";
 constexpr char kCommand[] = "cat bench-messages";
 constexpr int kPieceSize = 255;
 
-// What a read prints goes where that costs least, and not among the figures.
+// What a read prints goes where it costs least, and does not mix with the figures.
 class Silence {
  public:
   Silence() : before_(dup(STDOUT_FILENO)) { become(open("/dev/null", O_WRONLY | O_CLOEXEC)); }

@@ -1,5 +1,5 @@
-// libFuzzer's way into the reading of logs. Each input takes some processes: parse_fuzz is faster
-// where only the lines matter.
+// The entry point of libFuzzer for reading logs. Each input takes several processes: parse_fuzz is
+// faster where only the lines matter.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

@@ -33,7 +33,7 @@ Pieces pieces_of(const std::string& log) {
   return pieces;
 }
 
-Pieces behind_last(const Pieces& pieces, const std::string& known) {
+Pieces after_last(const Pieces& pieces, const std::string& known) {
   for (size_t at = pieces.size(); at > 0; --at) {
     if (pieces[at - 1] == known)
       return {pieces.begin() + static_cast<std::ptrdiff_t>(at), pieces.end()};
@@ -41,7 +41,8 @@ Pieces behind_last(const Pieces& pieces, const std::string& known) {
   return pieces;
 }
 
-// Closes the two descriptors that a read leaves open, and waits for its command: inputs are many.
+// Closes the two descriptors that a read leaves open, and waits for its command, as there are many
+// inputs.
 class FewDescriptors {
  public:
   FewDescriptors() : first_(dup(STDERR_FILENO)) { close(first_); }
@@ -97,7 +98,7 @@ std::string check_read(const LogFile& file, const char* last, const Pieces& expe
 }
 
 std::string check_parse(const std::string& line) {
-  // Of its very size, so that a sanitizer sees a read behind it.
+  // Of its exact size, so that a sanitizer sees a read past its end.
   char* exact = strdup(line.c_str());
   tq_syslog_line* parsed = tq_parse_syslog(exact);
   std::string wrong;
@@ -137,7 +138,7 @@ std::string check_log(const std::string& log) {
   // The first, the middle and the last one of the lines.
   for (size_t part = 0; wrong.empty() && !pieces.empty() && part <= 2; ++part) {
     const std::string& last = pieces[(pieces.size() - 1) * part / 2];
-    wrong = check_read(file, last.c_str(), behind_last(pieces, last));
+    wrong = check_read(file, last.c_str(), after_last(pieces, last));
   }
   return wrong;
 }

@@ -1,4 +1,4 @@
-// One input for the log monitor: text that may be a log.
+// One input for the log monitor: a text that may be a log.
 #ifndef TARVIO_FUZZ_LOG_INPUT_H
 #define TARVIO_FUZZ_LOG_INPUT_H
 
@@ -6,11 +6,12 @@
 
 namespace tarvio_fuzz {
 
-// Takes every line apart, and the whole as one. Empty, or what the library did wrong.
+// Parses every line, and the whole text as one. Returns what the library did wrong, or an empty
+// text.
 std::string check_lines(const std::string& log);
 
-// The same, and then reads the whole as a log, from its begin and from behind each of
-// some of its lines. Empty, or what the library did wrong.
+// Does the same, then reads the whole text as a log, from its beginning and after each of some of
+// its lines.
 std::string check_log(const std::string& log);
 
 }  // namespace tarvio_fuzz

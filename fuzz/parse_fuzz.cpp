@@ -1,4 +1,4 @@
-// libFuzzer's way into the parser of log lines, and into the search for hooks.
+// The entry point of libFuzzer for parsing log lines and searching for hooks.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

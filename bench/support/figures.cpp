@@ -19,7 +19,7 @@ class MedianReporter : public benchmark::ConsoleReporter {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
       if (run.aggregate_name != "median" || run.error_occurred) continue;
-      // Processor time does not count what others do meanwhile; but a request also waits.
+      // Processor time does not count other load, but a request also waits.
       const bool elapsed = !run.run_name.time_type.empty();
       const double time = elapsed ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime();
       medians_[run.run_name.function_name] = time / benchmark::GetTimeUnitMultiplier(run.time_unit);

@@ -40,7 +40,7 @@ TEST(ComManager, AnswersOnItsSocketWhateverTheUmask) {
 
 TEST(ComManager, TakesTheSocketOverFromOneThatIsGone) {
   { const ManagerProcess first({{"clock"}}); }
-  EXPECT_TRUE(fs::is_socket(TQ_COM_SOCKET_PATH));  // left behind
+  EXPECT_TRUE(fs::is_socket(TQ_COM_SOCKET_PATH));  // its file stays
   const ManagerProcess second({{"clock"}});
   EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "stop_all\n"), "0\n");
 }

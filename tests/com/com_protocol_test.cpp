@@ -219,13 +219,13 @@ TEST_F(ComProtocol, LineLongerThan254BytesComesInPieces) {
 }
 
 TEST_F(ComProtocol, RestOfALongLineIsTheNextLine) {
-  // The rest of an overlong command is taken for the name, but the command is none any more.
+  // The rest of an overlong command is read as the name, and the command is unknown.
   EXPECT_EQ(serve(std::string(254, 'x') + "stop_all\n"), "");
-  // A long name is cut, and what follows it is ignored.
+  // A long name is cut, and its rest is ignored as a further line.
   EXPECT_EQ(serve("start_app\n" + std::string(300, 'x') + "\n"), "22\n\n");
 }
 
-TEST_F(ComProtocol, StatusReplyTellsWhatItDoes) {
+TEST_F(ComProtocol, StatusReplyIsLogged) {
   set_status("web", 0, "");
   set_status("clock", 0, "");
   const LogCapture log(TQ_LOG_DEBUG);
@@ -240,7 +240,7 @@ TEST_F(ComProtocol, StatusReplyTellsWhatItDoes) {
                   "debug: sending status done"));
 }
 
-TEST_F(ComProtocol, EmptyStatusReplyTellsWhatItDoes) {
+TEST_F(ComProtocol, EmptyStatusReplyIsLogged) {
   const LogCapture log(TQ_LOG_DEBUG);
   serve("status_app\n");
   EXPECT_THAT(unit_messages(log, kUnit),
@@ -249,7 +249,7 @@ TEST_F(ComProtocol, EmptyStatusReplyTellsWhatItDoes) {
                           "debug: sending status done"));
 }
 
-TEST_F(ComProtocol, CommandTellsWhatItDoes) {
+TEST_F(ComProtocol, CommandIsLogged) {
   using Messages = std::vector<std::string>;
   const std::pair<const char*, Messages> rows[] = {
       {"", {}},

@@ -1,6 +1,6 @@
-// Bad input and load against a manager in a process of its own. After each the next good request is
-// answered, and the manager holds no more descriptors and no more memory than before, but for the
-// one record that each status request leaves.
+// Bad input and load against a manager in its own process. After each the next good request is
+// answered, and the manager holds no more descriptors and memory than before, except for the one
+// record that each status request leaves (oddity 122).
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -171,7 +171,7 @@ std::vector<Socket> connect_many(int count) {
   return taken;
 }
 
-TEST_F(Load, BehindThreeHundredSilentClientsARequestWaitsForTheirDeadlines) {
+TEST_F(Load, RequestWaitsForTheDeadlinesOfThreeHundredSilentClients) {
   start_measuring();
   const std::vector<Socket> silent = connect_many(300);
   EXPECT_GE(silent.size(), 5U);
@@ -185,7 +185,7 @@ TEST_F(Load, BehindThreeHundredSilentClientsARequestWaitsForTheirDeadlines) {
 
 class StalledClient : public Load {
  protected:
-  // Runs the client, and a good request behind it. The latter has to wait for the deadline.
+  // Runs the client, and a good request after it, which has to wait for the deadline.
   void expect_to_hold_for_five_seconds(const std::function<void(const Socket&)>& act) {
     start_measuring();
     const auto start = std::chrono::steady_clock::now();

@@ -140,7 +140,7 @@ TEST(ClientStatus, ReadsALongList) {
   EXPECT_EQ(list.rows().back(), (Row{"name-4999\n", 1, "detail\n"}));
 }
 
-TEST(ClientStatus, TellsWhatItDoes) {
+TEST(ClientStatus, LogsWhatItDoes) {
   const OneReply manager("clock\n0\n\nweb\n0\n\n");
   const LogCapture log(TQ_LOG_DEBUG);
   const int next = new_socket().fd();
@@ -199,7 +199,7 @@ TEST(ClientStatus, NeedsAList) {
   fcntl(listener.fd(), F_SETFL, O_NONBLOCK);
   EXPECT_EQ(tq_lib_list_all_status(nullptr), EINVAL);
   EXPECT_EQ(tq_lib_list_app_status(nullptr), EINVAL);
-  EXPECT_EQ(accept(listener.fd(), nullptr, nullptr), -1);  // nobody was asked
+  EXPECT_EQ(accept(listener.fd(), nullptr, nullptr), -1);  // no request was made
 }
 
 TEST(ClientStatus, ClosesItsSocket) {

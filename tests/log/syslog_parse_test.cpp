@@ -1,4 +1,4 @@
-// Taking lines of the system log apart.
+// Parsing lines of the system log.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -24,7 +24,7 @@ namespace {
 
 constexpr char kUnit[] = "log/tq_syslog_binding";
 
-// Whoever reads behind a text here reads behind the end of a page, and crashes.
+// A text that ends with its page: a read past its end crashes.
 class GuardedText {
  public:
   explicit GuardedText(std::string_view text)
@@ -96,7 +96,7 @@ TEST(SyslogParse, TakesAnyBytes) {
 }
 
 // Every place where a line can end.
-TEST(SyslogParse, ReadsNothingBehindALineThatIsCutShort) {
+TEST(SyslogParse, ReadsNothingAfterALineThatIsCutShort) {
   const std::string_view line = "Jan  1 00:00:12 board user.info clock[12]: started\n";
   const size_t message = line.find(": s") + 1;
   for (size_t length = 0; length <= line.size(); ++length) {
@@ -115,7 +115,7 @@ TEST(SyslogParse, GivesNullAndLosesNothingWhenMemoryRunsOut) {
     const FailAlloc fail(n);
     tq_syslog_line* line = tq_parse_syslog(text);
     if (!fail.happened()) {
-      EXPECT_EQ(n, 5);  // the line to take apart, the record, ident and message
+      EXPECT_EQ(n, 5);  // the line to split, the record, ident and message
       release(line);
       break;
     }

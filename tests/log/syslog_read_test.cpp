@@ -51,7 +51,7 @@ class SyslogRead : public testing::Test {
 
   void log_holds(std::string_view text) const { write_file(file_, text); }
 
-  // What is new behind a line.
+  // The lines that are new after the given one.
   Lines read(const char* last) const {
     const StringList lines;
     EXPECT_EQ(tq_log_read(command_.c_str(), last, lines.get()), 0);
@@ -70,7 +70,7 @@ TEST_F(SyslogRead, GivesAllLinesWhereNoneIsKnown) {
   EXPECT_STREQ(tq_last_syslog, "c\n");
 }
 
-TEST_F(SyslogRead, GivesTheLinesBehindTheKnownOne) {
+TEST_F(SyslogRead, GivesTheLinesAfterTheKnownOne) {
   log_holds("a\nb\nc\nd\n");
   EXPECT_THAT(read("b\n"), ElementsAre("c\n", "d\n"));
   EXPECT_STREQ(tq_last_syslog, "d\n");

@@ -187,7 +187,7 @@ TEST_F(Reply, IsAppendedLineByLineWithoutTheLineEnds) {
   }
 }
 
-TEST_F(Reply, IsAppendedBehindWhatTheListHolds) {
+TEST_F(Reply, IsAppendedAfterWhatTheListHolds) {
   lines_.add("before");
   receive("after\n");
   EXPECT_THAT(lines_.texts(), ElementsAre("before", "after"));

@@ -55,13 +55,13 @@ TEST_F(ComServer, ServesOneConnectionAfterTheOther) {
 
 std::atomic<pthread_t> handler_thread;
 
-uint32_t tell_thread(int32_t fd) {
+uint32_t note_thread(int32_t fd) {
   handler_thread = pthread_self();
-  return echo(fd) + 42;  // a result that nobody looks at
+  return echo(fd) + 42;  // a result that is not used
 }
 
 TEST_F(ComServer, CallsItsHandlerOnAThreadOfItsOwn) {
-  EXPECT_EQ(tq_wait_com(tq_setup_com_server(path_.c_str(), tell_thread)), 0);
+  EXPECT_EQ(tq_wait_com(tq_setup_com_server(path_.c_str(), note_thread)), 0);
   EXPECT_EQ(ask(path_, "a"), "a");
   const pthread_t first = handler_thread;
   EXPECT_EQ(ask(path_, "b"), "b");
@@ -107,7 +107,7 @@ class ComAccept : public ComServer {
   }
 };
 
-TEST_F(ComAccept, IsToldStepByStep) {
+TEST_F(ComAccept, IsLoggedStepByStep) {
   const Hook hook("accept4", counted_accept);
   const int listener = tq_setup_com_server(path_.c_str(), echo);
   log_.clear();
@@ -122,7 +122,7 @@ TEST_F(ComAccept, IsToldStepByStep) {
                           "debug: Waiting tq_com_handler " + number));
 }
 
-TEST_F(ComAccept, IsToldWhenItFails) {
+TEST_F(ComAccept, IsLoggedWhenItFails) {
   const Hook hook("accept4", counted_accept);
   const Hook pause("nanosleep", counted_pause);
   failing_accepts = 1;
@@ -170,7 +170,7 @@ double thread_cpu_seconds(pthread_t thread) {
 }
 
 TEST_F(ComAccept, DoesNotSpinWhileThereAreNoDescriptors) {
-  EXPECT_EQ(tq_wait_com(tq_setup_com_server(path_.c_str(), tell_thread)), 0);
+  EXPECT_EQ(tq_wait_com(tq_setup_com_server(path_.c_str(), note_thread)), 0);
   EXPECT_EQ(ask(path_, "before"), "before");
   const Socket waiting = new_socket();
   const Hook hook("accept4", counted_accept);

@@ -160,7 +160,7 @@ TEST(Log, FormatsAMessageThatIsDroppedToo) {
   EXPECT_THAT(log.records(), IsEmpty());
 }
 
-// Formats of plain "%s" and "%d" take a road of their own.
+// Formats with only plain "%s" and "%d" are not formatted by printf.
 TEST(Log, WritesWhatPrintfWouldWrite) {
   const LogCapture log;
   const auto check = [&](const auto&... format_and_arguments) {
