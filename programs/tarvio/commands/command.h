@@ -9,7 +9,6 @@
 #include <string>
 
 #include "process/exit_status.h"
-#include "terminal/json.h"
 
 namespace client {
 
@@ -106,7 +105,7 @@ class UsageError : public std::runtime_error {
 struct Result {
   ExitStatus status = kDone;
   std::string text = {};       // for people
-  Json json = {};              // in place of the text with --json; nothing when it is null
+  std::string json = {};       // in place of the text with --json
   std::string complaint = {};  // on standard error, after the output
 };
 
