@@ -7,7 +7,6 @@
 #include "commands/commands.h"
 #include "commands/help.h"
 #include "process/child.h"
-#include "process/exit_status.h"
 #include "process/failure.h"
 #include "tarvio/log.h"
 #include "terminal/output.h"

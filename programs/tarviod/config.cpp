@@ -77,8 +77,8 @@ bool refuse_unreadable(const char* path, int error, int line = __builtin_LINE())
 
 // The pairs of a file, and under the same keys in the same order, the numbers of their lines.
 struct Settings {
-  Conf pairs{static_cast<tq_conf*>(calloc(1, sizeof(tq_conf)))};
-  Conf lines{static_cast<tq_conf*>(calloc(1, sizeof(tq_conf)))};
+  Conf pairs = tarvio::make_conf();
+  Conf lines = tarvio::make_conf();
 };
 
 bool is_blank(char byte) { return byte == ' ' || byte == '\t'; }

@@ -36,10 +36,6 @@ void ListAppender::find_end() noexcept {
   while (*end_ != nullptr) end_ = &(*end_)->next;
 }
 
-bool append_to(tq_list_t& list, void* element) noexcept {
-  return ListAppender(list).append(element);
-}
-
 void free_nodes(tq_list_node* node, bool with_elements) noexcept {
   while (node != nullptr) {
     tq_list_node* const next = node->next;

@@ -42,9 +42,6 @@ class ListAppender {
   tq_list_node** end_;  // the link that the next node goes into
 };
 
-// Appends one element by a walk to the tail. False when memory runs out.
-[[nodiscard]] bool append_to(tq_list_t& list, void* element) noexcept;
-
 void free_nodes(tq_list_node* node, bool with_elements) noexcept;
 
 // A list of strings for the length of a scope, which needs no memory for itself. Owns its nodes and

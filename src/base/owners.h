@@ -82,6 +82,13 @@ Allocated<Record> allocate() noexcept {
 CString copy_of(std::string_view text) noexcept;
 CString copy_of(const char* text) noexcept;  // null for a null text as well
 
+// Without pairs.
+inline Conf make_conf() noexcept {
+  Conf conf(allocate<tq_conf>().release());
+  if (conf != nullptr) *conf = tq_conf{};
+  return conf;
+}
+
 class Fd {
  public:
   explicit Fd(int fd = -1) noexcept : fd_(fd) {}

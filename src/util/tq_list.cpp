@@ -20,7 +20,7 @@ tq_list_t* tq_list_create(void) {
 
 int tq_list_add(tq_list_t* list, void* element) {
   if (list == nullptr) return EINVAL;
-  return tarvio::append_to(*list, element) ? 0 : ENOMEM;
+  return tarvio::ListAppender(*list).append(element) ? 0 : ENOMEM;
 }
 
 int tq_list_get(const tq_list_t* list, int32_t index, void** element) {

@@ -29,7 +29,7 @@ int tq_table_put(tq_table* table, char* key, void* value) {
   tarvio::Allocated<tq_table_pair> pair = tarvio::allocate<tq_table_pair>();
   if (pair == nullptr) return 0;
   *pair = {.key = key, .value = value};
-  if (tarvio::append_to(*table->pairs, pair.get())) (void)pair.release();
+  if (tarvio::ListAppender(*table->pairs).append(pair.get())) (void)pair.release();
   return 0;
 }
 

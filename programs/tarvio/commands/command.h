@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "process/exit_status.h"
+#include "process/failure.h"
 
 namespace client {
 

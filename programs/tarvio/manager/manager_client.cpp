@@ -10,7 +10,6 @@
 #include <cstring>
 
 #include "base/pipe.h"
-#include "process/exit_status.h"
 #include "process/failure.h"
 #include "tarvio/com.h"
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "process/exit_status.h"
+#include "process/failure.h"
 #include "process/work_directory.h"
 
 namespace client {

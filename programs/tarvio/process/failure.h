@@ -1,4 +1,4 @@
-// What ends the work on one operand of the command line.
+// How the client ends, and what ends the work on one operand of the command line.
 #ifndef TARVIO_CLIENT_PROCESS_FAILURE_H
 #define TARVIO_CLIENT_PROCESS_FAILURE_H
 
@@ -7,10 +7,21 @@
 #include <stdexcept>
 #include <string>
 
-#include "process/exit_status.h"
-
 namespace client {
 
+// How the client ends, as its manual page lists it.
+enum ExitStatus : int {
+  kDone = 0,
+  kFailed = 1,        // the request failed
+  kStateWarning = 1,  // status NAME, from here ...
+  kStateError = 2,
+  kNoStatus = 4,  // ... to here
+  kNoManager = 3,
+  kTimeout = 5,
+  kUsage = 64,
+};
+
+// What ends the work on one operand.
 class Failure : public std::runtime_error {
  public:
   Failure(int code, const std::string& what, ExitStatus status = kFailed)

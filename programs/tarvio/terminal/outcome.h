@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "process/exit_status.h"
+#include "process/failure.h"
 #include "terminal/json.h"
 
 namespace client {

@@ -16,44 +16,38 @@ struct Range {
 };
 
 // Both kinds of control characters, invisible marks and what changes the direction of writing.
-constexpr std::array<Range, 8> kUnsafe = {{
-    {0x00, 0x1F},
-    {0x7F, 0x9F},
-    {0xAD, 0xAD},
-    {0x200B, 0x200F},
-    {0x2028, 0x202E},
-    {0x2060, 0x206F},
-    {0xFEFF, 0xFEFF},
-    {0xE0000, 0xE007F},
-}};
+constexpr std::array<Range, 8> kUnsafe = {{{0x00, 0x1F},
+                                           {0x7F, 0x9F},
+                                           {0xAD, 0xAD},
+                                           {0x200B, 0x200F},
+                                           {0x2028, 0x202E},
+                                           {0x2060, 0x206F},
+                                           {0xFEFF, 0xFEFF},
+                                           {0xE0000, 0xE007F}}};
 
 // Marks that are drawn over the character before them.
-constexpr std::array<Range, 7> kCombining = {{
-    {0x300, 0x36F},
-    {0x483, 0x489},
-    {0x1AB0, 0x1AFF},
-    {0x1DC0, 0x1DFF},
-    {0x20D0, 0x20FF},
-    {0xFE00, 0xFE0F},
-    {0xFE20, 0xFE2F},
-}};
+constexpr std::array<Range, 7> kCombining = {{{0x300, 0x36F},
+                                              {0x483, 0x489},
+                                              {0x1AB0, 0x1AFF},
+                                              {0x1DC0, 0x1DFF},
+                                              {0x20D0, 0x20FF},
+                                              {0xFE00, 0xFE0F},
+                                              {0xFE20, 0xFE2F}}};
 
 // East Asian wide and fullwidth characters, and pictographs.
-constexpr std::array<Range, 13> kWide = {{
-    {0x1100, 0x115F},
-    {0x2E80, 0x303E},
-    {0x3041, 0x33FF},
-    {0x3400, 0x4DBF},
-    {0x4E00, 0x9FFF},
-    {0xA000, 0xA4CF},
-    {0xA960, 0xA97F},
-    {0xAC00, 0xD7A3},
-    {0xF900, 0xFAFF},
-    {0xFE30, 0xFE6F},
-    {0xFF00, 0xFF60},
-    {0x1F300, 0x1FAFF},
-    {0x20000, 0x3FFFD},
-}};
+constexpr std::array<Range, 13> kWide = {{{0x1100, 0x115F},
+                                          {0x2E80, 0x303E},
+                                          {0x3041, 0x33FF},
+                                          {0x3400, 0x4DBF},
+                                          {0x4E00, 0x9FFF},
+                                          {0xA000, 0xA4CF},
+                                          {0xA960, 0xA97F},
+                                          {0xAC00, 0xD7A3},
+                                          {0xF900, 0xFAFF},
+                                          {0xFE30, 0xFE6F},
+                                          {0xFF00, 0xFF60},
+                                          {0x1F300, 0x1FAFF},
+                                          {0x20000, 0x3FFFD}}};
 
 template <size_t Size>
 bool is_in(const std::array<Range, Size>& ranges, char32_t code) {

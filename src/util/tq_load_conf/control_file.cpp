@@ -2,9 +2,10 @@
 
 #include "base/file_type.h"
 #include "base/line_reader.h"
+#include "base/owners.h"
+#include "tarvio/conf.h"
 #include "tarvio/text.h"
 #include "util/log_macros.h"
-#include "util/tq_load_conf/conf_owner.h"
 
 using tarvio::Conf;
 

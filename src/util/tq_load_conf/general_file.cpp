@@ -2,8 +2,9 @@
 #include <string.h>
 
 #include "base/line_reader.h"
+#include "base/owners.h"
+#include "tarvio/conf.h"
 #include "util/log_macros.h"
-#include "util/tq_load_conf/conf_owner.h"
 
 using tarvio::Conf;
 

@@ -8,7 +8,7 @@
 
 #include "commands/commands.h"
 #include "commands/help.h"
-#include "process/exit_status.h"
+#include "process/failure.h"
 #include "support/files.h"
 #include "support/programs/tarvio.h"
 

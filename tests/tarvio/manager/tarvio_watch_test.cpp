@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "manager/status_changes.h"
+#include "manager/status_text.h"
 #include "support/com/replies.h"
 #include "support/programs/tarvio.h"
 #include "tarvio/com.h"

@@ -6,7 +6,6 @@
 
 #include "packages/opkg_run.h"
 #include "packages/verdict.h"
-#include "process/exit_status.h"
 #include "process/failure.h"
 #include "support/files.h"
 

@@ -1,6 +1,6 @@
-// What has changed between two looks at the statuses.
-#ifndef TARVIO_CLIENT_MANAGER_STATUS_CHANGES_H
-#define TARVIO_CLIENT_MANAGER_STATUS_CHANGES_H
+// Statuses for people, and what has changed between two looks at them.
+#ifndef TARVIO_CLIENT_MANAGER_STATUS_TEXT_H
+#define TARVIO_CLIENT_MANAGER_STATUS_TEXT_H
 
 #include <optional>
 #include <string>
@@ -18,6 +18,8 @@ struct StatusChange {
 // In the order of the later look, those that are gone first.
 std::vector<StatusChange> changes_between(const std::vector<Status>& before,
                                           const std::vector<Status>& now);
+
+std::string table_of(const std::vector<Status>& statuses);
 
 // One line: "NAME  STATE  DETAIL", or "NAME  gone".
 std::string change_line(const StatusChange& change);

@@ -1,8 +1,11 @@
-#include "manager/status_changes.h"
+#include "manager/status_text.h"
 
 #include <algorithm>
 
+#include "tarvio/status.h"
+#include "terminal/output.h"
 #include "terminal/printable_text.h"
+#include "terminal/text_table.h"
 #include "terminal/words.h"
 
 namespace client {
@@ -13,6 +16,17 @@ const Status* find(const std::vector<Status>& statuses, const std::string& name)
   const auto status = std::find_if(statuses.begin(), statuses.end(),
                                    [&](const Status& each) { return each.name == name; });
   return status == statuses.end() ? nullptr : &*status;
+}
+
+Colour colour_of(int32_t state) {
+  switch (state) {
+    case TQ_STATE_NORMAL:
+      return Colour::kGreen;
+    case TQ_STATE_ERROR:
+      return Colour::kRed;
+    default:
+      return Colour::kYellow;
+  }
 }
 
 }  // namespace
@@ -28,6 +42,15 @@ std::vector<StatusChange> changes_between(const std::vector<Status>& before,
     if (known == nullptr || *known != status) changes.push_back({status.name, status});
   }
   return changes;
+}
+
+std::string table_of(const std::vector<Status>& statuses) {
+  std::vector<Row> rows = {header_of({"NAME", "STATE", "DETAIL"})};
+  for (const Status& status : statuses) {
+    rows.push_back(
+        {{status.name}, {state_word(status.state), colour_of(status.state)}, {status.detail}});
+  }
+  return render_table(rows, wants_colour());
 }
 
 std::string change_line(const StatusChange& change) {
