@@ -20,9 +20,7 @@ constexpr int kSilent = 4;  // the client itself reports what the library would 
 
 // The one ending of all commands.
 int finish(const Result& result, bool is_json) {
-  const bool is_written = print(!is_json                ? result.text
-                                : result.json.is_null() ? ""
-                                                        : text_of(result.json));
+  const bool is_written = print(is_json ? result.json : result.text);
   if (!result.complaint.empty()) complain(result.complaint);
   return is_written ? result.status : kFailed;
 }

@@ -48,7 +48,9 @@ LineCutter::Result LineCutter::feed(std::string_view& bytes) {
   is_after_return_ = false;
 
   const size_t length = line_length(bytes, line_end_);
-  std::string_view line = bytes.substr(0, length == 0 ? bytes.size() : length);
+  // Not substr, whose check of the range needs the C++ run-time library when it is not optimised
+  // out.
+  std::string_view line(bytes.data(), length == 0 ? bytes.size() : length);
   if (length != 0 && line_end_ == LineEnd::kAny) {
     is_after_return_ = line.back() == '\r';
     line.remove_suffix(1);

@@ -1,8 +1,9 @@
 #include "base/list_appender.h"
 
+#include <stdlib.h>
+
 #include <utility>
 
-#include "base/copies.h"
 #include "base/owners.h"
 
 namespace tarvio {
@@ -26,11 +27,7 @@ void ListAppender::append_all(tq_list_t& from) noexcept {
 }
 
 void ListAppender::free_all() noexcept {
-  while (tq_list_node* const node = list_.head) {
-    list_.head = node->next;
-    free(node->element);
-    free(node);
-  }
+  free_nodes(std::exchange(list_.head, nullptr), true);
   list_.count = 0;
   end_ = &list_.head;
 }
@@ -42,5 +39,16 @@ void ListAppender::find_end() noexcept {
 bool append_to(tq_list_t& list, void* element) noexcept {
   return ListAppender(list).append(element);
 }
+
+void free_nodes(tq_list_node* node, bool with_elements) noexcept {
+  while (node != nullptr) {
+    tq_list_node* const next = node->next;
+    if (with_elements) free(node->element);
+    free(node);
+    node = next;
+  }
+}
+
+TextList::~TextList() { free_nodes(list_.head, true); }
 
 }  // namespace tarvio

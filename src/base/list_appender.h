@@ -1,5 +1,5 @@
-// Appends to a list. An appender keeps the tail for as long as it lives, so that collecting n
-// elements costs n; nothing else may append to or unlink from the list meanwhile.
+// Appending to lists, and lists of strings. An appender keeps the tail for as long as it lives, so
+// that collecting n elements costs n; nothing else may append to or unlink from the list meanwhile.
 #ifndef TARVIO_SRC_BASE_LIST_APPENDER_H
 #define TARVIO_SRC_BASE_LIST_APPENDER_H
 
@@ -44,6 +44,23 @@ class ListAppender {
 
 // Appends one element by a walk to the tail. False when memory runs out.
 [[nodiscard]] bool append_to(tq_list_t& list, void* element) noexcept;
+
+void free_nodes(tq_list_node* node, bool with_elements) noexcept;
+
+// A list of strings for the length of a scope, which needs no memory for itself. Owns its nodes and
+// the strings in them.
+class TextList {
+ public:
+  TextList() = default;
+  TextList(const TextList&) = delete;
+  TextList& operator=(const TextList&) = delete;
+  ~TextList();
+
+  [[nodiscard]] tq_list_t* get() { return &list_; }
+
+ private:
+  tq_list_t list_ = {};
+};
 
 }  // namespace tarvio
 

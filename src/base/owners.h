@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include "tarvio/conf.h"
@@ -76,6 +77,10 @@ template <typename Record>
 Allocated<Record> allocate() noexcept {
   return Allocated<Record>(static_cast<Record*>(std::malloc(sizeof(Record))));
 }
+
+// Copies that C code frees: null when memory runs out.
+CString copy_of(std::string_view text) noexcept;
+CString copy_of(const char* text) noexcept;  // null for a null text as well
 
 class Fd {
  public:

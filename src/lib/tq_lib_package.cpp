@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "base/chain.h"
-#include "base/text_list.h"
+#include "base/list_appender.h"
 #include "tarvio/client.h"
 #include "tarvio/error.h"
 #include "util/log_macros.h"

@@ -5,7 +5,6 @@
 #include <limits>
 #include <utility>
 
-#include "base/copies.h"
 #include "base/line_reader.h"
 #include "base/list_appender.h"
 #include "base/owners.h"

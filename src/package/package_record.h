@@ -5,7 +5,7 @@
 #include <initializer_list>
 #include <memory>
 
-#include "base/copies.h"
+#include "base/owners.h"
 #include "tarvio/package.h"
 
 namespace tarvio {

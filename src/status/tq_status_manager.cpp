@@ -6,9 +6,9 @@
 #include <string.h>
 
 #include "base/chain.h"
-#include "base/copies.h"
 #include "base/list_appender.h"
 #include "base/lock.h"
+#include "base/owners.h"
 #include "status/status_record.h"
 #include "tarvio/error.h"
 #include "util/log_macros.h"

@@ -2,7 +2,6 @@
 #include <string.h>
 
 #include "base/chain.h"
-#include "base/copies.h"
 #include "base/list_appender.h"
 #include "base/owners.h"
 #include "status/status_record.h"

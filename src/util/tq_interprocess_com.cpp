@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "base/chain.h"
-#include "base/copies.h"
 #include "base/line_reader.h"
 #include "base/list_appender.h"
 #include "base/owners.h"

@@ -7,7 +7,6 @@
 #include "base/chain.h"
 #include "base/list_appender.h"
 #include "base/owners.h"
-#include "base/text_list.h"
 
 static_assert(offsetof(tq_list_t, cursor) == sizeof(void*));
 static_assert(offsetof(tq_list_t, count) == 2 * sizeof(void*));

@@ -8,7 +8,6 @@
 #include "base/list_appender.h"
 #include "base/offline_root.h"
 #include "base/owners.h"
-#include "base/text_list.h"
 #include "tarvio/error.h"
 #include "tarvio/opkg.h"
 #include "tarvio/process.h"

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 
-#include "base/copies.h"
 #include "base/line_reader.h"
 #include "base/owners.h"
 #include "tarvio/archive.h"

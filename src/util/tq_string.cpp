@@ -3,7 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "base/copies.h"
+#include "base/owners.h"
 
 // A carriage return counts only before a line feed (oddity 17).
 char* tq_chop(char* string) {

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "base/chain.h"
-#include "base/text_list.h"
 
 namespace tarvio_test {
 namespace {

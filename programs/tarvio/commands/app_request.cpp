@@ -9,6 +9,7 @@
 #include "packages/packages.h"
 #include "process/failure.h"
 #include "tarvio/package.h"
+#include "terminal/json.h"
 #include "terminal/printable_text.h"
 #include "terminal/words.h"
 
@@ -77,11 +78,12 @@ Result request_app(const AppRequest& request, const Arguments& arguments) {
   const int32_t code = exchange(request, name, arguments.timeout_seconds);
   const std::string message = name && code == EINVAL ? "no such application" : result_words(code);
 
-  Result result;
-  result.json = {{"command", word}};
-  if (name) result.json["name"] = *name;
-  result.json["code"] = code;
-  result.json["message"] = message;
+  Json json = {{"command", word}};
+  if (name) json["name"] = *name;
+  json["code"] = code;
+  json["message"] = message;
+
+  Result result = {.json = text_of(json)};
   if (code == 0) {
     result.text = success_line(request, name);
   } else {

@@ -6,6 +6,7 @@
 #include "commands/arguments.h"
 #include "commands/commands.h"
 #include "flash/area_parts.h"
+#include "terminal/json.h"
 #include "terminal/output.h"
 #include "terminal/printable_text.h"
 #include "terminal/text_table.h"
@@ -27,7 +28,7 @@ Result run(const Arguments& /*arguments*/) {
                      {"size", area.backup_bytes},
                      {"method", method_of(area)}});
   }
-  return {.text = render_table(rows, wants_colour()), .json = areas};
+  return {.text = render_table(rows, wants_colour()), .json = text_of(areas)};
 }
 
 }  // namespace

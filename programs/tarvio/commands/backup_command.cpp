@@ -75,7 +75,7 @@ Result run(const Arguments& arguments) {
   const Outcome outcome = attempt("write", request.file, [&] { back_up(request, image); });
   return {.status = outcome.status,
           .text = outcome.code == 0 ? line_of(request.file, image) : "",
-          .json = json_of(outcome, image)};
+          .json = text_of(json_of(outcome, image))};
 }
 
 }  // namespace

@@ -102,7 +102,7 @@ Json json_of(const Outcome& outcome, const std::optional<Sizes>& sizes) {
 
 Result run(const Arguments& arguments) {
   Result result;
-  result.json = Json::array();
+  Json json = Json::array();
   for (const std::string& file : arguments.operands) {
     std::optional<Sizes> sizes;
     Outcome outcome =
@@ -113,8 +113,9 @@ Result run(const Arguments& arguments) {
       result.text += line_of(file, *sizes);
     }
     result.status = std::max(result.status, outcome.status);
-    result.json.push_back(json_of(outcome, sizes));
+    json.push_back(json_of(outcome, sizes));
   }
+  result.json = text_of(json);
   return result;
 }
 

@@ -9,7 +9,6 @@
 #include <string>
 
 #include "process/exit_status.h"
-#include "terminal/json.h"
 
 namespace client {
 
@@ -77,24 +76,22 @@ struct Timeout {
   Option option;
 };
 
+constexpr Option timeout_option(const char* help) {
+  return {.name = "timeout", .value = "SECONDS", .help = help};
+}
+
 // An installation may take its time, and should not be interrupted early.
 inline constexpr Timeout kManagerTimeout = {
-    30,
-    {.name = "timeout",
-     .value = "SECONDS",
-     .help = "give up when the manager has not answered by then; default 30, 0 waits forever"}};
+    30, timeout_option("give up when the manager has not answered by then; default 30, 0 waits "
+                       "forever")};
 inline constexpr Timeout kToolsTimeout = {
-    600,
-    {.name = "timeout",
-     .value = "SECONDS",
-     .help = "stop a tool that is not done by then, and fail; default 600, 0 waits forever"}};
+    600, timeout_option("stop a tool that is not done by then, and fail; default 600, 0 waits "
+                        "forever")};
 inline constexpr Timeout kFlashTimeout = {
-    0,
-    {.name = "timeout",
-     .value = "SECONDS",
-     .help = "stop a step that is not done by then, and fail; default 0, which waits forever"}};
+    0, timeout_option("stop a step that is not done by then, and fail; default 0, which waits "
+                      "forever")};
 // For a command that never waits: scripts may pass it to any.
-inline constexpr Timeout kNoTimeout = {0, {.name = "timeout", .value = "SECONDS"}};
+inline constexpr Timeout kNoTimeout = {0, timeout_option(nullptr)};
 
 inline constexpr char kManagerStatuses[] = "0 done, 1 failed, 3 no manager, 5 no answer in time";
 inline constexpr char kToolsStatuses[] = "0 done, 1 failed for one or more, 5 a tool timed out";
@@ -108,7 +105,7 @@ class UsageError : public std::runtime_error {
 struct Result {
   ExitStatus status = kDone;
   std::string text = {};       // for people
-  Json json = {};              // in place of the text with --json; nothing when it is null
+  std::string json = {};       // in place of the text with --json
   std::string complaint = {};  // on standard error, after the output
 };
 

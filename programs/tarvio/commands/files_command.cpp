@@ -44,7 +44,7 @@ std::string text_of(const std::vector<std::string>& files) {
 Result run(const Arguments& arguments) {
   const bool has_headings = arguments.operands.size() > 1;
   Result result;
-  result.json = Json::array();
+  Json json = Json::array();
   for (const std::string& name : arguments.operands) {
     std::vector<std::string> files;
     const Outcome outcome = attempt("list the files of", name,
@@ -55,9 +55,10 @@ Result run(const Arguments& arguments) {
       result.text += text_of(files);
     }
     result.status = std::max(result.status, outcome.status);
-    result.json.push_back(json_of("package", outcome));
-    result.json.back()["files"] = files;
+    json.push_back(json_of("package", outcome));
+    json.back()["files"] = files;
   }
+  result.json = text_of(json);
   return result;
 }
 

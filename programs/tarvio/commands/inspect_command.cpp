@@ -56,7 +56,7 @@ Json json_of(const Outcome& outcome, const PackageFile& package) {
 
 Result run(const Arguments& arguments) {
   Result result;
-  result.json = Json::array();
+  Json json = Json::array();
   std::vector<Row> rows = {
       header_of({"FILE", "NAME", "VERSION", "CATEGORY", "SUBCATEGORY", "TARGETS"})};
   for (const std::string& file : arguments.operands) {
@@ -65,8 +65,9 @@ Result run(const Arguments& arguments) {
         attempt("inspect", file, [&] { package = inspect(file, arguments.timeout_seconds); });
     if (package.kind) rows.push_back(row_of(file, package));
     result.status = std::max(result.status, outcome.status);
-    result.json.push_back(json_of(outcome, package));
+    json.push_back(json_of(outcome, package));
   }
+  result.json = text_of(json);
   if (rows.size() > 1) result.text = render_table(rows, wants_colour());
   return result;
 }

@@ -9,6 +9,7 @@
 #include "commands/commands.h"
 #include "packages/packages.h"
 #include "tarvio/package.h"
+#include "terminal/json.h"
 #include "terminal/output.h"
 #include "terminal/text_table.h"
 #include "terminal/words.h"
@@ -99,8 +100,9 @@ Result run(const Arguments& arguments) {
 
   Result result;
   if (!packages.empty()) result.text = table_of(packages);
-  if (!packages.empty() || listing.code == 0) result.json = Json::array();
-  for (const Package& package : packages) result.json.push_back(json_of(package));
+  Json json = Json::array();
+  for (const Package& package : packages) json.push_back(json_of(package));
+  if (!packages.empty() || listing.code == 0) result.json = text_of(json);
   if (listing.code != 0) {
     result.status = kFailed;
     result.complaint = "cannot list the packages: " + reason_of(listing.code);

@@ -146,16 +146,16 @@ Result run(const Arguments& arguments) {
   PackedFile packed;
   const Outcome outcome = attempt("pack", request.directory, [&] { pack(request, packed); });
   // The key is older than the word that the documents have for it.
-  Result result = {.status = outcome.status, .json = json_of("folder", outcome)};
-  if (outcome.code != 0) return result;
-  result.text = printable("packed " + packed.name + " " + packed.version + " into " +
-                          request.output + ", " + size_words(packed.size_bytes)) +
-                '\n';
-  result.json.update({{"file", request.output},
-                      {"name", packed.name},
-                      {"version", packed.version},
-                      {"size_bytes", packed.size_bytes}});
-  return result;
+  Json json = json_of("folder", outcome);
+  if (outcome.code != 0) return {.status = outcome.status, .json = text_of(json)};
+  json.update({{"file", request.output},
+               {"name", packed.name},
+               {"version", packed.version},
+               {"size_bytes", packed.size_bytes}});
+  return {.text = printable("packed " + packed.name + " " + packed.version + " into " +
+                            request.output + ", " + size_words(packed.size_bytes)) +
+                  '\n',
+          .json = text_of(json)};
 }
 
 }  // namespace

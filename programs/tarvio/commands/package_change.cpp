@@ -24,7 +24,7 @@ Json json_of(const Change& change, const char* operand_key) {
 Result change_packages(const Arguments& arguments, const char* operand_key,
                        const std::function<void(const std::string&, Change&)>& work) {
   Result result;
-  result.json = Json::array();
+  Json json = Json::array();
   for (const std::string& operand : arguments.operands) {
     Change change;
     change.outcome = attempt(arguments.command->word, operand, [&] { work(operand, change); });
@@ -35,8 +35,9 @@ Result change_packages(const Arguments& arguments, const char* operand_key,
       if (!is_written) result.status = std::max(result.status, kFailed);
     }
     result.status = std::max(result.status, change.outcome.status);
-    result.json.push_back(json_of(change, operand_key));
+    json.push_back(json_of(change, operand_key));
   }
+  result.json = text_of(json);
   return result;
 }
 

@@ -60,7 +60,7 @@ Result run(const Arguments& arguments) {
   const Outcome outcome = attempt("restore", request.file, [&] { restore(request, areas); });
   return {.status = outcome.status,
           .text = outcome.code == 0 ? line_of(request.file, areas) : "",
-          .json = json_of(outcome, areas)};
+          .json = text_of(json_of(outcome, areas))};
 }
 
 }  // namespace

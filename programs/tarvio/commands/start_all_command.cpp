@@ -4,14 +4,6 @@
 
 namespace client {
 
-namespace {
-
-Result run(const Arguments& arguments) {
-  return request_app({.command = "start_all", .verb = "start", .done = "started"}, arguments);
-}
-
-}  // namespace
-
 const Command kStartAllCommand = {
     .word = "start-all",
     .operands = kNoOperands,
@@ -22,7 +14,11 @@ const Command kStartAllCommand = {
         "Starts all applications, one after the other. The manager retries each until it has "
         "started, and answers no other request meanwhile.",
     .statuses = kManagerStatuses,
-    .run = run,
+    .run =
+        [](const Arguments& arguments) {
+          return request_app({.command = "start_all", .verb = "start", .done = "started"},
+                             arguments);
+        },
 };
 
 }  // namespace client

@@ -4,14 +4,6 @@
 
 namespace client {
 
-namespace {
-
-Result run(const Arguments& arguments) {
-  return request_app({.command = "start_app", .verb = "start", .done = "started"}, arguments);
-}
-
-}  // namespace
-
 const Command kStartCommand = {
     .word = "start",
     .operands = kOneApplication,
@@ -20,10 +12,13 @@ const Command kStartCommand = {
     .summary = "start an application",
     .description =
         "Starts an application. One that is already started stays as it is. A start succeeds once "
-        "a "
-        "process exists, whether or not its program runs well.",
+        "a process exists, whether or not its program runs well.",
     .statuses = kManagerStatuses,
-    .run = run,
+    .run =
+        [](const Arguments& arguments) {
+          return request_app({.command = "start_app", .verb = "start", .done = "started"},
+                             arguments);
+        },
 };
 
 }  // namespace client

@@ -17,6 +17,7 @@
 #include "manager/status_table.h"
 #include "process/failure.h"
 #include "tarvio/status.h"
+#include "terminal/json.h"
 #include "terminal/output.h"
 #include "terminal/words.h"
 
@@ -78,8 +79,9 @@ Result all_of(const std::vector<Status>& statuses, bool is_json) {
   } else if (!is_json) {
     result.complaint = "no statuses";
   }
-  result.json = Json::array();
-  for (const Status& status : statuses) result.json.push_back(json_of(status));
+  Json json = Json::array();
+  for (const Status& status : statuses) json.push_back(json_of(status));
+  result.json = text_of(json);
   return result;
 }
 
@@ -92,7 +94,7 @@ Result one_of(const std::vector<Status>& statuses, const std::string& name) {
   }
   return {.status = exit_status_of(status->state),
           .text = table_of({*status}),
-          .json = json_of(*status)};
+          .json = text_of(json_of(*status))};
 }
 
 Result show(const Request& request) {
@@ -103,7 +105,7 @@ Result show(const Request& request) {
   const std::string broken = broken_off(answer);
   if (broken.empty() && reply.complete) return result;
   // Such a reply says nothing about what is not in it: that is neither unknown nor gone.
-  if (reply.statuses.empty()) result.json = nullptr;
+  if (reply.statuses.empty()) result.json.clear();
   result.status = kFailed;
   result.complaint = !broken.empty()
                          ? broken

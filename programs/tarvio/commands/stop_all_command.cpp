@@ -4,14 +4,6 @@
 
 namespace client {
 
-namespace {
-
-Result run(const Arguments& arguments) {
-  return request_app({.command = "stop_all", .verb = "stop", .done = "stopped"}, arguments);
-}
-
-}  // namespace
-
 const Command kStopAllCommand = {
     .word = "stop-all",
     .operands = kNoOperands,
@@ -22,7 +14,10 @@ const Command kStopAllCommand = {
         "Stops all applications, one after the other, which takes a second or more for each. The "
         "manager answers no other request meanwhile.",
     .statuses = kManagerStatuses,
-    .run = run,
+    .run =
+        [](const Arguments& arguments) {
+          return request_app({.command = "stop_all", .verb = "stop", .done = "stopped"}, arguments);
+        },
 };
 
 }  // namespace client

@@ -4,14 +4,6 @@
 
 namespace client {
 
-namespace {
-
-Result run(const Arguments& arguments) {
-  return request_app({.command = "stop_app", .verb = "stop", .done = "stopped"}, arguments);
-}
-
-}  // namespace
-
 const Command kStopCommand = {
     .word = "stop",
     .operands = kOneApplication,
@@ -20,7 +12,10 @@ const Command kStopCommand = {
     .summary = "stop an application",
     .description = "Stops an application. One that is already stopped stays as it is.",
     .statuses = kManagerStatuses,
-    .run = run,
+    .run =
+        [](const Arguments& arguments) {
+          return request_app({.command = "stop_app", .verb = "stop", .done = "stopped"}, arguments);
+        },
 };
 
 }  // namespace client

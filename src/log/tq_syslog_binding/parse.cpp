@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <utility>
 
-#include "base/copies.h"
 #include "base/owners.h"
 #include "tarvio/log_monitor.h"
 #include "util/log_macros.h"

@@ -4,7 +4,6 @@
 
 #include <utility>
 
-#include "base/copies.h"
 #include "base/line_reader.h"
 #include "base/list_appender.h"
 #include "base/owners.h"

@@ -4,8 +4,8 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "base/copies.h"
 #include "base/list_appender.h"
+#include "base/owners.h"
 #include "package/tq_tbx_package_binding/operand.h"
 #include "tarvio/file.h"
 #include "tarvio/opkg.h"

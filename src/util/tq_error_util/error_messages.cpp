@@ -3,7 +3,7 @@
 #include <string.h>
 
 #include "base/chain.h"
-#include "base/copies.h"
+#include "base/owners.h"
 #include "tarvio/error.h"
 #include "tarvio/text.h"
 #include "util/log_macros.h"

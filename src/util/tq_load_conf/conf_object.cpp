@@ -3,7 +3,7 @@
 
 #include <span>
 
-#include "base/copies.h"
+#include "base/owners.h"
 #include "tarvio/conf.h"
 
 static_assert(offsetof(tq_conf, pairs) == sizeof(void*));

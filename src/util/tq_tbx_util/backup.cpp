@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "base/chain.h"
-#include "base/copies.h"
 #include "base/directory_change.h"
 #include "base/flash_areas.h"
 #include "base/owners.h"

@@ -4,8 +4,8 @@
 #include <string.h>
 #include <sys/mount.h>
 
-#include "base/copies.h"
 #include "base/offline_root.h"
+#include "base/owners.h"
 #include "tarvio/opkg.h"
 #include "tarvio/text.h"
 #include "util/log_macros.h"

@@ -1,4 +1,4 @@
-#include "base/copies.h"
+#include "base/owners.h"
 
 #include <stdlib.h>
 #include <string.h>
