@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "base/line_reader.h"
 #include "base/list_appender.h"
@@ -38,8 +39,7 @@ bool append_record(tarvio::ListAppender& list, CString name, int32_t state, CStr
   record->id = state;
   record->name = name.get();
   record->detail = detail.get();
-  if (!list.append(record.get())) return false;
-  (void)record.release();
+  if (!list.append(std::move(record))) return false;
   (void)name.release();
   (void)detail.release();
   TQ_DEBUG("adding status to the list.");

@@ -71,7 +71,8 @@ Server make_server(const char* path, tq_com_handler_func handler) {
   server->handler = handler;
   server->fd = -1;
   server->path = tarvio::copy_of(path).release();
-  return server->path == nullptr ? nullptr : std::move(server);
+  if (server->path == nullptr) return nullptr;
+  return server;
 }
 
 // The server goes on the list whether it can listen or not (oddity 114).
@@ -79,11 +80,10 @@ int listen_on(int fd, Server server) {
   const int result = tq_socket_bind_unix_server_sock(fd, server->path);
   retire_number(fd);
   if (result == 0) server->fd = fd;
-  if (tq_list_add(com_state.tq_com_server_list, server.get()) != 0) {
+  if (!tarvio::ListAppender(*com_state.tq_com_server_list).append(std::move(server))) {
     errno = ENOMEM;
     return -1;
   }
-  (void)server.release();
   return result;
 }
 

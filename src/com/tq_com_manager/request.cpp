@@ -16,7 +16,7 @@ bool Request::read(int fd, const Deadline& deadline) {
   LineReader reader(fd, ahead, line, deadline);
   while (reader.next()) {
     TQ_DEBUG("receive line %s", tq_chop(line.text()));
-    if (count_ < lines_.size()) strcpy(lines_[count_++].data(), line.text());
+    if (count_ < lines_.size()) (void)stpcpy(lines_[count_++].data(), line.text());
   }
   return reader.error() != ETIMEDOUT;
 }

@@ -45,8 +45,9 @@ void match(Output& output) {
 
 bool append_copy(Output& output, const char* line) {
   tarvio::CString copy = tarvio::copy_of(line);
-  if (copy == nullptr || !output.new_lines.append(copy.get())) return false;
-  output.newest = copy.release();
+  const char* const newest = copy.get();
+  if (!output.new_lines.append(std::move(copy))) return false;
+  output.newest = newest;
   return true;
 }
 
