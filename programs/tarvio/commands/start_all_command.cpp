@@ -4,7 +4,7 @@
 
 namespace client {
 
-const Command kStartAllCommand = {
+constexpr Command kStartAllCommand = {
     .word = "start-all",
     .operands = kNoOperands,
     .options = {},

@@ -4,7 +4,7 @@
 
 namespace client {
 
-const Command kStartCommand = {
+constexpr Command kStartCommand = {
     .word = "start",
     .operands = kOneApplication,
     .options = {},

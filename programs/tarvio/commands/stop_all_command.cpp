@@ -4,7 +4,7 @@
 
 namespace client {
 
-const Command kStopAllCommand = {
+constexpr Command kStopAllCommand = {
     .word = "stop-all",
     .operands = kNoOperands,
     .options = {},

@@ -4,7 +4,7 @@
 
 namespace client {
 
-const Command kStopCommand = {
+constexpr Command kStopCommand = {
     .word = "stop",
     .operands = kOneApplication,
     .options = {},

@@ -16,9 +16,9 @@ constexpr int kNotMounted = -1;  // the library's code for a file system
 
 static_assert(std::is_trivially_copyable_v<FlashRecord>);
 
-template <size_t size>
-void copy(std::array<char, size>& to, const char* text) {
-  if (text != nullptr) (void)snprintf(to.data(), size, "%s", text);
+template <size_t Size>
+void copy(std::array<char, Size>& to, const char* text) {
+  if (text != nullptr) (void)snprintf(to.data(), Size, "%s", text);
 }
 
 std::string_view bytes_of(const FlashRecord& record) {
