@@ -11,7 +11,7 @@
 
 namespace tarvio {
 
-// Large enough for a reply of the manager.
+// One piece of a reply of the manager, or of a log.
 using ReadAhead = std::array<char, 4096>;
 
 class LineReader {

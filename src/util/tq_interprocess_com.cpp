@@ -1,3 +1,5 @@
+// The com server, whose thread accepts connections and hands each to its handler, and the requests
+// of clients.
 #include <errno.h>
 #include <string.h>
 #include <sys/socket.h>

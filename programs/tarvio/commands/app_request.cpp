@@ -6,7 +6,7 @@
 
 #include "manager/manager_client.h"
 #include "manager/manager_reply.h"
-#include "packages/packages.h"
+#include "packages/package_listing.h"
 #include "process/failure.h"
 #include "tarvio/package.h"
 #include "terminal/json.h"

@@ -80,10 +80,10 @@ constexpr Option timeout_option(const char* help) {
   return {.name = "timeout", .value = "SECONDS", .help = help};
 }
 
-// An installation may take its time, and should not be interrupted early.
 inline constexpr Timeout kManagerTimeout = {
     30, timeout_option("give up when the manager has not answered by then; default 30, 0 waits "
                        "forever")};
+// An installation may take its time, and should not be interrupted early.
 inline constexpr Timeout kToolsTimeout = {
     600, timeout_option("stop a tool that is not done by then, and fail; default 600, 0 waits "
                         "forever")};
@@ -101,7 +101,8 @@ class UsageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// What a command comes to. The program prints it, in the same way for every command.
+// What a command comes to. The program prints it, in the same way for every command;
+// only progress is printed before.
 struct Result {
   ExitStatus status = kDone;
   std::string text = {};       // for people

@@ -16,6 +16,18 @@ constexpr std::array kCommands = {
 static_assert(kCommands.size() == TARVIO_COMMAND_FILES,
               "the list of commands and the files *_command.cpp differ");
 
+// A command that is listed twice would hide one that is not.
+constexpr bool is_each_listed_once() {
+  for (size_t at = 0; at < kCommands.size(); ++at) {
+    if (std::find(kCommands.begin(), kCommands.begin() + at, kCommands[at]) !=
+        kCommands.begin() + at) {
+      return false;
+    }
+  }
+  return true;
+}
+static_assert(is_each_listed_once());
+
 }  // namespace
 
 std::span<const Command* const> all_commands() { return kCommands; }

@@ -20,6 +20,7 @@ constexpr Option kForce = {.name = "force",
                                "install despite missing dependencies, the same or a newer "
                                "version, and files of other packages"};
 constexpr std::array kOptions = {kForce};
+// As the library has them.
 constexpr char kForceOptions[] =
     "--force-depends --force-maintainer --force-reinstall --force-overwrite --force-downgrade";
 

@@ -7,7 +7,7 @@
 
 #include "commands/arguments.h"
 #include "commands/commands.h"
-#include "packages/packages.h"
+#include "packages/package_listing.h"
 #include "tarvio/package.h"
 #include "terminal/json.h"
 #include "terminal/output.h"

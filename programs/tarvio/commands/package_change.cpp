@@ -1,5 +1,7 @@
 #include "commands/package_change.h"
 
+#include <algorithm>
+
 #include "commands/commands.h"
 #include "process/failure.h"
 #include "terminal/output.h"

@@ -14,6 +14,7 @@ namespace {
 
 constexpr Option kForce = {.name = "force", .help = "remove despite packages that depend on it"};
 constexpr std::array kOptions = {kForce};
+// As the library has them.
 constexpr char kForceOptions[] = "--force-depends";
 
 struct Request {

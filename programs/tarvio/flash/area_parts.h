@@ -1,4 +1,4 @@
-// The areas of the flash memory, for people.
+// The areas of the flash memory, and the parts of the devices that they are made of.
 #ifndef TARVIO_CLIENT_FLASH_AREA_PARTS_H
 #define TARVIO_CLIENT_FLASH_AREA_PARTS_H
 

@@ -4,7 +4,7 @@
 
 #include "base/offline_root.h"
 #include "base/owners.h"
-#include "packages/packages.h"
+#include "packages/package_listing.h"
 #include "tarvio/conf.h"
 #include "tarvio/opkg.h"
 #include "tarvio/package.h"

@@ -1,4 +1,5 @@
-// Runs of opkg.
+// Runs of opkg. The client composes the command line itself: the library's calls refuse names that
+// a shell would read otherwise, and keep what opkg printed to themselves.
 #ifndef TARVIO_CLIENT_PACKAGES_OPKG_RUN_H
 #define TARVIO_CLIENT_PACKAGES_OPKG_RUN_H
 

@@ -2,11 +2,9 @@
 #ifndef TARVIO_CLIENT_TERMINAL_OUTCOME_H
 #define TARVIO_CLIENT_TERMINAL_OUTCOME_H
 
-#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "process/failure.h"
 #include "terminal/json.h"
@@ -26,14 +24,6 @@ Outcome attempt(const char* verb, const std::string& operand, const std::functio
 
 // The operand under the given key, the code and the message.
 Json json_of(const char* operand_key, const Outcome& outcome);
-
-// The exit status for all the records' outcomes.
-template <typename Record>
-ExitStatus worst_status(const std::vector<Record>& records) {
-  ExitStatus worst = kDone;
-  for (const Record& record : records) worst = std::max(worst, record.outcome.status);
-  return worst;
-}
 
 }  // namespace client
 

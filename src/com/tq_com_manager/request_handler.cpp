@@ -1,3 +1,5 @@
+// Requests to the manager: the table of commands, and the set-up of the com server that accepts the
+// connections (util/tq_interprocess_com).
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>

@@ -12,8 +12,6 @@ namespace {
 
 constexpr char kRunCommand[] = "tq_run_command";
 
-// Errors are logged at the lowest level as well (oddity 53).
-
 // The environment with the C locale, so that a tool prints what its readers look for. Not by
 // setenv: if another thread was inside it at the fork, its lock stays held in the child for ever.
 char** environment_in_c_locale() {
@@ -58,6 +56,7 @@ int decode(int status) {
 }  // namespace
 
 // The count is not used (oddity 52).
+// Errors are logged at the lowest level as well (oddity 53).
 int tq_run_command(int /*argc*/, char* const* argv) {
   if (argv == nullptr || argv[0] == nullptr) return EINVAL;
   (void)fflush(stdout);  // or the child would print a copy of what is buffered

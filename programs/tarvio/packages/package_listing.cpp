@@ -1,4 +1,4 @@
-#include "packages/packages.h"
+#include "packages/package_listing.h"
 
 #include "tarvio/client.h"
 

@@ -1,6 +1,6 @@
 // The installed packages, which this process reads itself.
-#ifndef TARVIO_CLIENT_PACKAGES_PACKAGES_H
-#define TARVIO_CLIENT_PACKAGES_PACKAGES_H
+#ifndef TARVIO_CLIENT_PACKAGES_PACKAGE_LISTING_H
+#define TARVIO_CLIENT_PACKAGES_PACKAGE_LISTING_H
 
 #include <cstdint>
 #include <string>

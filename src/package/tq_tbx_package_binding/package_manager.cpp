@@ -1,3 +1,4 @@
+// The package manager that hosts call: it hands each operation to the active binding.
 #include <errno.h>
 #include <pthread.h>
 
