@@ -11,7 +11,6 @@
 #include "lib/manager_request.h"
 #include "tarvio/client.h"
 #include "tarvio/status.h"
-#include "tarvio/text.h"
 #include "util/log_macros.h"
 
 using tarvio::CString;

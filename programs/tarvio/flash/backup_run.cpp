@@ -18,7 +18,6 @@
 #include "process/failure.h"
 #include "process/paths.h"
 #include "terminal/output.h"
-#include "terminal/printable_text.h"
 
 namespace client {
 

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 
 #include "base/owners.h"
 #include "process/failure.h"

@@ -1,6 +1,5 @@
 #include "packages/installed.h"
 
-#include <cstring>
 
 #include "base/offline_root.h"
 #include "base/owners.h"

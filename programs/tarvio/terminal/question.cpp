@@ -8,7 +8,6 @@
 
 #include "base/pipe.h"
 #include "process/child.h"
-#include "terminal/output.h"
 
 namespace client {
 
