@@ -35,7 +35,7 @@ std::vector<std::string> files_of(const std::string& name, double seconds) {
   return std::move(lines);
 }
 
-std::string lines_of(const std::vector<std::string>& files) {
+std::string listing_of(const std::vector<std::string>& files) {
   std::string text;
   for (const std::string& file : files) text += printable(file) + '\n';
   return text;
@@ -52,7 +52,7 @@ Result run(const Arguments& arguments) {
     if (outcome.code == 0) {
       if (!result.text.empty()) result.text += '\n';
       if (has_headings) result.text += printable(name) + ":\n";
-      result.text += lines_of(files);
+      result.text += listing_of(files);
     }
     result.status = std::max(result.status, outcome.status);
     json.push_back(json_of("package", outcome));
