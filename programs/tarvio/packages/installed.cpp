@@ -1,6 +1,5 @@
 #include "packages/installed.h"
 
-
 #include "base/offline_root.h"
 #include "base/owners.h"
 #include "packages/package_listing.h"
