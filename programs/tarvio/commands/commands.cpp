@@ -18,11 +18,8 @@ static_assert(kCommands.size() == TARVIO_COMMAND_FILES,
 
 // A command that is listed twice would hide one that is not.
 constexpr bool is_each_listed_once() {
-  for (size_t at = 0; at < kCommands.size(); ++at) {
-    if (std::find(kCommands.begin(), kCommands.begin() + at, kCommands[at]) !=
-        kCommands.begin() + at) {
-      return false;
-    }
+  for (auto at = kCommands.begin(); at != kCommands.end(); ++at) {
+    if (std::find(kCommands.begin(), at, *at) != at) return false;
   }
   return true;
 }
