@@ -44,13 +44,10 @@ int out_of_memory(const char* function) {
 
 // Copies what a variable of the environment holds, because another thread may change it meanwhile.
 // False when memory runs out.
-bool read_options(const char* function, const char* variable, const char* what, CString& options) {
+bool read_variable(const char* variable, CString& copy) {
   const char* const value = getenv(variable);
-  if (value == nullptr) return true;
-  options = tarvio::copy_of(value);
-  if (options == nullptr) return false;
-  TQ_DEBUG("%s: %s=[%s] ", function, what, options.get());
-  return true;
+  copy = tarvio::copy_of(value);
+  return value == nullptr || copy != nullptr;
 }
 
 // Runs opkg with the options from the environment: they are the administrator's, so they go to the
@@ -58,11 +55,11 @@ bool read_options(const char* function, const char* variable, const char* what, 
 int run_opkg(const char* function, const char* word, int force, const char* forced,
              const char* target) {
   CString options;
+  if (!read_variable("OPKG_OPTIONS", options)) return out_of_memory(function);
+  if (options != nullptr) TQ_DEBUG("%s: options=[%s] ", function, options.get());
   CString force_options;
-  if (!read_options(function, "OPKG_OPTIONS", "options", options) ||
-      !read_options(function, "OPKG_FORCE_OPTIONS", "force options", force_options)) {
-    return out_of_memory(function);
-  }
+  if (!read_variable("OPKG_FORCE_OPTIONS", force_options)) return out_of_memory(function);
+  if (force_options != nullptr) TQ_DEBUG("%s: force options=[%s] ", function, force_options.get());
   return tq_opkg_run_command_with_options(word, options.get(),
                                           force != 0 ? forced : force_options.get(), target);
 }

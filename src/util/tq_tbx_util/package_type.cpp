@@ -11,6 +11,7 @@
 #include "base/owners.h"
 #include "tarvio/archive.h"
 #include "tarvio/conf.h"
+#include "tarvio/file.h"
 #include "tarvio/tbx.h"
 #include "tarvio/text.h"
 #include "util/log_macros.h"
@@ -43,10 +44,30 @@ constexpr std::array<Subcategory, 11> kSubcategories = {{
     {"Image_Other", 13},
 }};
 
-// No step looks for its file first: a missing one shows in the extraction (oddity 85).
-int extract_tqcontrol(const char* package) {
-  const int unpacked = *package == '\0' ? 0 : tq_extract_from_ar(package, kControlArchive);
-  return unpacked != 0 ? unpacked : tq_extract_from_tgz(kControlArchive, kTqControl);
+// By the result of the test, which is 0 for every path, and not by its answer: a missing file shows
+// in the extraction that follows (oddity 85).
+int test_file(const char* path) {
+  int32_t exists = 0;
+  return tq_file_exist(path, &exists);
+}
+
+int extract_control_archive(const char* package) {
+  if (*package == '\0') return 0;
+  const int tested = test_file(package);
+  return tested != 0 ? tested : tq_extract_from_ar(package, kControlArchive);
+}
+
+int extract_tqcontrol() {
+  const int archive_tested = test_file(kControlArchive);
+  if (archive_tested != 0) {
+    TQ_DEBUG("control file is not containd.");  // (oddity 4)
+    return archive_tested;
+  }
+  const int extracted = tq_extract_from_tgz(kControlArchive, kTqControl);
+  if (extracted != 0) return extracted;
+  const int tested = test_file(kTqControl);
+  if (tested != 0) TQ_DEBUG("tqcontrol file is not containd.");
+  return tested;
 }
 
 std::string_view text_of(const char* text) { return text == nullptr ? "" : text; }
@@ -90,7 +111,9 @@ uint32_t tq_tbx_conv_package_subtype(const char* subcategory) {
 int tq_tbx_get_package_type(const char* path, int32_t* type, tq_list_t* targets) {
   if (path == nullptr || type == nullptr || targets == nullptr) return EINVAL;
   TQ_DEBUG("check tbx file image %s", path);
-  const int extracted = extract_tqcontrol(path);
+  const int unpacked = extract_control_archive(path);
+  if (unpacked != 0) return unpacked;
+  const int extracted = extract_tqcontrol();
   if (extracted != 0) return extracted;
   read_type(type);
   const int collected = collect_targets(targets);
