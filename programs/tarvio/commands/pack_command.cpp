@@ -1,11 +1,9 @@
 // tarvio pack: a package file from a directory.
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -113,14 +111,6 @@ class Packer {
   const WorkDirectory& directory_;
   double seconds_;
 };
-
-// A reader sees the old file or the whole new one, even after a power cut.
-void put_in_place(const std::string& from, const std::string& to) {
-  const tarvio::Fd file(open(from.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file.valid() || fsync(file.get()) != 0 || rename(from.c_str(), to.c_str()) != 0) {
-    throw Failure::of_system("cannot write '" + to + "'");
-  }
-}
 
 void check_outside(const std::string& output, const std::string& directory) {
   const tarvio::CString target(realpath(directory_of(output).c_str(), nullptr));

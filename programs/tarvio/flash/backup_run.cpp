@@ -1,6 +1,5 @@
 #include "flash/backup_run.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,13 +25,6 @@ namespace {
 constexpr char kOutput[] = "out";  // in the work directory: the directory of the package
 
 std::string name_of(const std::string& file) { return file.substr(file.rfind('/') + 1); }
-
-void sync(const std::string& path, int flags) {
-  const tarvio::Fd file(open(path.c_str(), flags | O_CLOEXEC));
-  if (!file.valid() || fsync(file.get()) != 0) {
-    throw Failure::of_system("cannot write '" + path + "'");
-  }
-}
 
 // The hibernation area comes last: restoring the boot settings after it would erase its information
 // block.
@@ -107,7 +99,8 @@ class BackupRun {
     const std::string name = name_of(request_.file);
     BackupTracker(areas_, jobs, image_.areas).run(std::string(kOutput) + "/" + name);
     check(ArchiveFile(target / name), jobs);
-    put_in_place(target / name);
+    image_.size_bytes = size_of_file(target / name);
+    put_in_place(target / name, request_.file);
   }
 
   void check(const ArchiveFile& package, const FlashJobs& jobs) {
@@ -127,16 +120,6 @@ class BackupRun {
   void verify_area(const ArchiveFile& package, const FlashArea& area, const FlashJobs& jobs) {
     progress_.begin(area.name);
     progress_.end("verified", verify(package, area, jobs));
-  }
-
-  // A reader sees the old file or the whole new one, even when the power fails.
-  void put_in_place(const std::string& package) {
-    sync(package, O_RDONLY);
-    image_.size_bytes = size_of_file(package);
-    if (rename(package.c_str(), request_.file.c_str()) != 0) {
-      throw Failure::of_system("cannot write '" + request_.file + "'");
-    }
-    sync(target_directory_, O_RDONLY | O_DIRECTORY);
   }
 
   const BackupRequest& request_;

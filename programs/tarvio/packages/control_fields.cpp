@@ -101,10 +101,8 @@ void check_category(const std::string& category, const std::string& subcategory)
 }
 
 void check_target(const std::string& target) {
-  const auto* const known =
-      std::find_if(tarvio::kFlashAreas.begin(), tarvio::kFlashAreas.end(),
-                   [&](const tarvio::FlashArea& area) { return area.name == target; });
-  if (known == tarvio::kFlashAreas.end()) {
+  const auto is_target = [&](const tarvio::FlashArea& area) { return area.name == target; };
+  if (tarvio::find_flash_area(is_target) == nullptr) {
     refuse(std::string(kTarget) + ": unknown flash area '" + target + "'");
   }
 }

@@ -22,6 +22,10 @@ inline uint64_t size_of_file(const std::string& path) {
   return stat(path.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
+// Renames a complete file. A reader sees the old file or the whole new one, even after a power cut.
+// Throws a Failure.
+void put_in_place(const std::string& from, const std::string& to);
+
 }  // namespace client
 
 #endif
