@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <unistd.h>
 
 #include "base/chain.h"
 #include "base/list_appender.h"

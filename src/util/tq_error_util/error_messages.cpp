@@ -1,6 +1,5 @@
 #include <errno.h>
 #include <stdio.h>
-#include <string.h>
 
 #include "base/chain.h"
 #include "base/owners.h"
