@@ -91,8 +91,8 @@ TEST_F(ReaderOfAPipe, StaysAtItsEnd) {
 }
 
 TEST_F(ReaderOfAPipe, EndsAtItsDeadline) {
-  LineReader lines = reader(Deadline::after(50));
   const auto begin = Clock::now();
+  LineReader lines = reader(Deadline::after(50));
   EXPECT_FALSE(lines.next());
   EXPECT_EQ(lines.error(), ETIMEDOUT);
   EXPECT_EQ(errno, ETIMEDOUT);
