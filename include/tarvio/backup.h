@@ -6,10 +6,12 @@
  *
  * The calls that take a work directory change the process's current directory while they run, and back
  * on every return; those of the two file systems mount on /mnt/root. So one backup or restore may run at
- * a time, and no other thread may depend on the current directory meanwhile. Paths reach a shell: they
- * must be free of characters that mean something to it, and a relative one is relative to the work
- * directory. They log much at level 0, and so on standard output. Their result hides failures: whoever
- * must know what became of each step sets an observer. */
+ * a time, and no other thread may depend on the current directory meanwhile. Paths reach a shell: a
+ * package to restore or to pack is refused with EINVAL (22) and a warning in the log when its path holds
+ * a character that is special to the shell or begins with "-", "~" or "#"; other paths must be free of
+ * these. A relative one is relative to the work directory. The calls log much at level 0, and so on
+ * standard output. Their result hides failures: whoever must know what became of each step sets an
+ * observer. */
 #ifndef TARVIO_BACKUP_H
 #define TARVIO_BACKUP_H
 

@@ -9,6 +9,7 @@
 #include "tarvio/backup.h"
 #include "tarvio/tbx.h"
 #include "util/log_macros.h"
+#include "util/operand.h"
 #include "util/tool_command.h"
 #include "util/tq_flash_observer.h"
 
@@ -88,6 +89,8 @@ int tq_tbx_resotore_image(const char* package, const char* image_file, const cha
                           int length, int image_type) {
   if (package == nullptr || image_file == nullptr || device == nullptr) return EINVAL;
   TQ_DEBUG("tbx restore image %s %s->%s %d ", package, image_file, device, image_type);
+  const int refused = tarvio::check_operand(TQ_HERE, "tq_tbx_resotore_image", package);
+  if (refused != 0) return refused;
   const FlashWork work(name_of(image_type));
   if (image_type == TQ_IMAGE_HIBERNATION) {
     const int result = restore_hibernation_info(package, image_file, device);

@@ -11,6 +11,7 @@
 #include "support/files.h"
 #include "support/hooks/fail_alloc.h"
 #include "support/hooks/log_capture.h"
+#include "support/operands.h"
 #include "support/shell_commands.h"
 #include "support/unit_messages.h"
 #include "support/work_directory.h"
@@ -28,6 +29,7 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 constexpr char kUnit[] = "util/tq_tbx_util";
 constexpr char kImage[] = "TqPackageCategory:  Image\nTqPackageSubCategory: Image_Other\n";
@@ -215,6 +217,24 @@ TEST_F(Restore, NeedsItsArguments) {
               }),
               IsEmpty());
   EXPECT_THAT(log.records(), IsEmpty());
+}
+
+TEST_F(Restore, RefusesAPackageWithAShellMetacharacter) {
+  for (const std::string& name : refused_operands()) {
+    const LogCapture log(TQ_LOG_WARNING);
+    EXPECT_EQ(restore(name), EINVAL) << name;
+    EXPECT_THAT(commands_of([&] {
+                  EXPECT_EQ(tq_lib_backup_restore(name.c_str(), "work"), EINVAL);
+                  EXPECT_EQ(tq_tbx_resotore_image(name.c_str(), "f", "d", 1, TQ_IMAGE_HIBERNATION),
+                            EINVAL);
+                }),
+                IsEmpty());
+    EXPECT_THAT(commands_, IsEmpty());
+    const std::string detection = "tq_tbx_get_package_type: " + name + ": ";
+    EXPECT_THAT(log.messages(TQ_LOG_WARNING),
+                ElementsAre(StartsWith(detection), StartsWith(detection),
+                            StartsWith("tq_tbx_resotore_image: " + name + ": ")));
+  }
 }
 
 // Every file must have room in its command line before the first area is erased.
