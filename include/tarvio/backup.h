@@ -135,8 +135,8 @@ int tq_tbx_backup_areas(tq_list_t *areas, const char *workdir, const char *dest,
  *
  * Returns 0, also when areas failed, which only the log and an observer learn; EINVAL (22) for a package
  * that is not an image, and for a null argument; ENAMETOOLONG (36) for a package path that leaves no room
- * in a command line of 255 characters, with a warning in the log, and nothing ran then; the errno value of
- * a work directory that cannot be entered; what tq_tbx_get_package_type returns; ENOMEM (12).
+ * in a command line of 255 characters, with a warning in the log and before anything is erased; the errno
+ * value of a work directory that cannot be entered; what tq_tbx_get_package_type returns; ENOMEM (12).
  * Source: util/tq_tbx_util */
 int tq_tbx_restore(const char *package, const char *workdir);
 

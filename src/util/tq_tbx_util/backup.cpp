@@ -57,9 +57,9 @@ bool can_be_packed(const tq_list_t* areas, const char* package) {
     return tarvio::ToolCommand("ar rv %s %s 2>&1", package, file).fits();
   };
   for (const char* name : tarvio::Elements<char>(areas)) {
-    if (!fits(area_of(name).file)) return false;
+    if (!fits(longest_file(area_of(name)))) return false;
   }
-  return fits(kHibernationInfo.file) && fits(kControlArchive);
+  return fits(kControlArchive);
 }
 
 // Whether every file can be packed: the call fails before the first dump rather than after the

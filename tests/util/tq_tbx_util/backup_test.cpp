@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -154,10 +155,19 @@ TEST_F(Backup, NeedsItsArguments) {
 }
 
 TEST_F(Backup, RefusesADestinationThatNoCommandLineHolds) {
-  const size_t room = 255 - std::string("ar rv  ./hibernationinfo 2>&1").size();
-  EXPECT_EQ(back_up({"kernel"}, std::string(room, 'x').c_str()), 0);
-  EXPECT_EQ(back_up({"kernel"}, std::string(room + 1, 'x').c_str()), ENAMETOOLONG);
-  EXPECT_THAT(commands_, IsEmpty());
+  const FlashDevice device;
+  const struct {
+    const char* area;
+    const char* longest_file;
+  } rows[] = {{"hibernation", "./hibernationinfo"},
+              {"kernel", "./control.tar.gz"},
+              {"writable", "./writable-region"}};
+  for (const auto& row : rows) {
+    const size_t room = 255 - std::string("ar rv   2>&1").size() - std::strlen(row.longest_file);
+    EXPECT_EQ(back_up({row.area, "kernel"}, std::string(room, 'x').c_str()), 0);
+    EXPECT_EQ(back_up({"kernel", row.area}, std::string(room + 1, 'x').c_str()), ENAMETOOLONG);
+    EXPECT_THAT(commands_, IsEmpty());
+  }
   EXPECT_EQ(back_up({"kernel"}, std::string(1000, 'x').c_str(), 0), 0);  // nothing is packed
 }
 

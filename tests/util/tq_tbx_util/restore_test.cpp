@@ -237,16 +237,27 @@ TEST_F(Restore, RefusesAPackageWithAShellMetacharacter) {
   }
 }
 
-// Every file must have room in its command line before the first area is erased.
+// Every file of the areas must have room in its command line before the first one is erased.
 TEST_F(Restore, RefusesAPackageThatNoCommandLineHolds) {
-  const std::string longest(255 - std::string("ar xv  ./hibernationinfo 2>&1").size(), 'x');
-  EXPECT_EQ(restore(longest), ENOENT);
-  const LogCapture log(TQ_LOG_WARNING);
-  EXPECT_THAT(commands_of([&] {
-                EXPECT_EQ(tq_tbx_restore((longest + 'x').c_str(), "work"), ENAMETOOLONG);
-              }),
-              IsEmpty());
-  EXPECT_EQ(log.messages(TQ_LOG_WARNING).size(), 1U);
+  const auto restore_from = [&](const char* area, size_t name_bytes) {
+    build(std::string(kImage) + "TqDataTarget: kernel\nTqDataTarget: " + area + "\n");
+    const std::string name(name_bytes, 'x');
+    fs::rename("image.tbx", name);
+    return restore("../" + name);
+  };
+  const size_t room = 255 - std::string("ar xv ../ ./hibernationinfo 2>&1").size();
+  for (const char* area : {"hibernation", "writable"}) {
+    EXPECT_EQ(restore_from(area, room), 0);
+    EXPECT_THAT(commands_, Not(IsEmpty()));
+    const LogCapture log(TQ_LOG_WARNING);
+    EXPECT_EQ(restore_from(area, room + 1), ENAMETOOLONG);
+    EXPECT_THAT(commands_, IsEmpty());
+    EXPECT_EQ(log.messages(TQ_LOG_WARNING).size(), 1U);
+  }
+  EXPECT_EQ(restore_from("rootfs", room + 1), 0);
+  EXPECT_EQ(commands_.size(), 6U);
+  EXPECT_EQ(restore_from("rootfs", room + 2), ENAMETOOLONG);
+  EXPECT_THAT(commands_, IsEmpty());
 }
 
 TEST_F(Restore, LogsWhatItDoes) {
@@ -284,7 +295,7 @@ TEST_F(Restore, GoesOnWithTheNextAreaWhenAnEraseFails) {
   EXPECT_EQ(commands_.back(), "nandwrite /dev/mtd4 ./rootfs 2>&1");
   EXPECT_THAT(
       log.messages(TQ_LOG_ERROR),
-      ElementsAre("erase flash error 5", "tq_restore_flash_image error ./uImage ->/dev/mtd3",
+      ElementsAre("erase flash error 5", "tq_restore_flash_image error /dev/mtd3 ->./uImage",
                   "restore failed ../image.tbx -> /dev/mtd3 type:7"));
   EXPECT_TRUE(
       log.contains(TQ_LOG_DEBUG, kUnit, "cannot restore image filee ./uImage to /dev/mtd3"));
@@ -296,7 +307,7 @@ TEST_F(Restore, GoesOnWithTheNextAreaWhenAWriteFails) {
   EXPECT_EQ(restore_targets({"kernel", "rootfs"}), 0);
   EXPECT_EQ(commands_.back(), "nandwrite /dev/mtd4 ./rootfs 2>&1");
   EXPECT_THAT(log.messages(TQ_LOG_ERROR),
-              ElementsAre("tq_restore_flash_image error ./uImage ->/dev/mtd3",
+              ElementsAre("tq_restore_flash_image error /dev/mtd3 ->./uImage",
                           "restore failed ../image.tbx -> /dev/mtd3 type:7"));
 }
 
@@ -329,7 +340,7 @@ TEST_F(Restore, GoesOnWithAHibernationAreaWhoseInformationCannotBeWritten) {
   EXPECT_TRUE(
       log.contains(TQ_LOG_DEBUG, kUnit, "cannot restore image filee ./hibernation to /dev/mtd6"));
   EXPECT_THAT(log.messages(TQ_LOG_ERROR),
-              ElementsAre("tq_restore_flash_image error ./hibernationinfo ->/dev/mtd2"));
+              ElementsAre("tq_restore_flash_image error /dev/mtd2 ->./hibernationinfo"));
 }
 
 TEST_F(Restore, OfOneAreaTellsTheStepThatFailed) {
