@@ -50,8 +50,8 @@ int tq_setup_app_manager(void);
  * Source: app/tq_app_manager */
 int tq_create_app_info(tq_package_info *package, tq_app_info **out);
 
-/* Appends a record for every installed application to a list. Records and their packages become the
- * caller's.
+/* Appends a record for every installed application to a list. The records become the caller's. Their
+ * packages are borrowed from the listing and stay valid: none is freed, even when the call fails.
  *
  * Returns 0, also when the listing failed; else the error of tq_create_app_info or tq_list_add.
  * Source: app/tq_app_manager */

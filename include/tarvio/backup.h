@@ -6,10 +6,12 @@
  *
  * The calls that take a work directory change the process's current directory while they run, and back
  * on every return; those of the two file systems mount on /mnt/root. So one backup or restore may run at
- * a time, and no other thread may depend on the current directory meanwhile. Paths reach a shell: they
- * must be free of characters that mean something to it, and a relative one is relative to the work
- * directory. They log much at level 0, and so on standard output. Their result hides failures: whoever
- * must know what became of each step sets an observer. */
+ * a time, and no other thread may depend on the current directory meanwhile. Paths reach a shell: a
+ * package to restore or to pack is refused with EINVAL (22) and a warning in the log when its path holds
+ * a character that is special to the shell or begins with "-", "~" or "#"; other paths must be free of
+ * these. A relative one is relative to the work directory. The calls log much at level 0, and so on
+ * standard output. Their result hides failures: whoever must know what became of each step sets an
+ * observer. */
 #ifndef TARVIO_BACKUP_H
 #define TARVIO_BACKUP_H
 
@@ -133,8 +135,8 @@ int tq_tbx_backup_areas(tq_list_t *areas, const char *workdir, const char *dest,
  *
  * Returns 0, also when areas failed, which only the log and an observer learn; EINVAL (22) for a package
  * that is not an image, and for a null argument; ENAMETOOLONG (36) for a package path that leaves no room
- * in a command line of 255 characters, with a warning in the log, and nothing ran then; the errno value of
- * a work directory that cannot be entered; what tq_tbx_get_package_type returns; ENOMEM (12).
+ * in a command line of 255 characters, with a warning in the log and before anything is erased; the errno
+ * value of a work directory that cannot be entered; what tq_tbx_get_package_type returns; ENOMEM (12).
  * Source: util/tq_tbx_util */
 int tq_tbx_restore(const char *package, const char *workdir);
 

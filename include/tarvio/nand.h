@@ -66,8 +66,8 @@ int tq_nanddump(const char *mtd_device, const char *out_file, unsigned start, un
  *
  * bad_blocks  receives the number; unchanged if the tool does not print it, so set it before the call.
  *
- * Writes and removes a file "countbad" in the current directory: concurrent calls in one directory
- * interfere with each other. Errors that the tool prints are ignored.
+ * Writes a file "countbad" in the current directory, and removes it on every return: concurrent calls in
+ * one directory interfere with each other. Errors that the tool prints are ignored.
  * Source: util/tq_nand_util */
 int tq_nand_count_badblock(const char *mtd_device, int *bad_blocks);
 

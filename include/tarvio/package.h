@@ -146,8 +146,8 @@ int tq_tbx_remove(const char *name, int force);
  *
  * Unpacks the file's members into the current directory, overwriting files of the same names, and
  * removes "control.tar.gz", "data.tar.gz" and "debian-binary" there in every case: concurrent calls in
- * one directory interfere with each other. All sizes are 32-bit numbers: with 2 to 4 GiB free the
- * package does not fit, and more wraps around, so that 5 GiB count as 1 GiB.
+ * one directory interfere with each other. All sizes are 32-bit numbers: 2 to 4 GiB, free or needed, do
+ * not fit, and more wraps around, so that 5 GiB count as 1 GiB.
  *
  * Returns 0 if the package fits; -1 if it does not, if it cannot be measured, and for a null path; what
  * tq_run_command returns if "ar" fails, in a process that ignores SIGCHLD in every case.

@@ -52,8 +52,7 @@ uint32_t tq_tbx_conv_package_subtype(const char *subcategory);
 
 /* Reads from a package file what kind of package it is and where the data of an image goes.
  *
- * path     the package file, without characters that are special to the shell; empty to use an existing
- *          "./control.tar.gz".
+ * path     the package file; empty to use an existing "./control.tar.gz".
  * type     receives 2 for an application, else 0. Unchanged if the package's "tqcontrol" holds no pair of
  *          key and value, so set it before the call.
  * targets  list to append to: each line of "tqcontrol" that begins with "TqDataTarget:" and does not end
@@ -65,7 +64,8 @@ uint32_t tq_tbx_conv_package_subtype(const char *subcategory);
  *
  * Returns 0; ENOENT (2) if the package has no "tqcontrol" and none existed before, or one that is not a
  * regular file; what tq_extract_from_ar and tq_extract_from_tgz return; ENOMEM (12), with the targets so
- * far; EINVAL (22) for a null argument.
+ * far; EINVAL (22) for a null argument, and, with a warning in the log, for a path with a character that
+ * is special to the shell or that begins with "-", "~" or "#".
  * Source: util/tq_tbx_util */
 int tq_tbx_get_package_type(const char *path, int32_t *type, tq_list_t *targets);
 

@@ -86,16 +86,13 @@ int tq_create_app_info(tq_package_info* package, tq_app_info** out) {
 int tq_get_installed_application(tq_list_t* apps) {
   if (apps == nullptr) return EINVAL;
   tq_package_info* packages = nullptr;
-  if (tq_list(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr, &packages) != 0) {
-    // Not reported (oddity 98). A failed boot test hands packages out all the same (oddity 69).
-    tq_delete_tq_package_info_recurse(&packages);
-    return 0;
-  }
+  // Not reported; and the packages are the binding's, so none is ever freed (oddity 98).
+  if (tq_list(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr, &packages) != 0) return 0;
   tarvio::ListAppender list(*apps);
-  for (tq_package_info** link = &packages; *link != nullptr; link = &(*link)->next) {
+  for (tq_package_info& package : tarvio::Chain<tq_package_info>{packages}) {
     tq_app_info* app = nullptr;
-    if (tq_create_app_info(*link, &app) != 0 || !list.append(tarvio::Allocated<tq_app_info>(app))) {
-      tq_delete_tq_package_info_recurse(link);  // those that no application holds
+    if (tq_create_app_info(&package, &app) != 0 ||
+        !list.append(tarvio::Allocated<tq_app_info>(app))) {
       return ENOMEM;
     }
   }

@@ -58,6 +58,11 @@ inline constexpr struct {
 } kHibernationInfo = {"./hibernationinfo", "/dev/mtd2", 0x120000, kEraseBlockBytes,
                       4 * kEraseBlockBytes};
 
+// The longer one when an area has two files.
+inline const char* longest_file(const FlashArea& area) {
+  return area.type == TQ_IMAGE_HIBERNATION ? kHibernationInfo.file : area.file;
+}
+
 }  // namespace tarvio
 
 #endif

@@ -1,7 +1,6 @@
 #include <errno.h>
 #include <string.h>
 
-#include "base/chain.h"
 #include "package/package_record.h"
 #include "util/log_macros.h"
 
@@ -15,14 +14,15 @@ tarvio::Packages copy_record(const tq_package_info& source) {
                                {&tq_package_info::version, source.version}});
 }
 
-// Copies the records that match, in order; null with ENOMEM when memory runs out.
-int copy_matching(const tq_package_info* src, tq_package_info** out, auto matches) {
+// Copies the records that match, of all or of the first, in order; null with ENOMEM when memory
+// runs out.
+int copy_matching(const tq_package_info* src, bool all, tq_package_info** out, auto matches) {
   *out = nullptr;
   tq_package_info* head = nullptr;
   tq_package_info** end = &head;
-  for (const tq_package_info& package : tarvio::Chain<const tq_package_info>{src}) {
-    if (!matches(package)) continue;
-    *end = copy_record(package).release();
+  for (; src != nullptr; src = all ? src->next : nullptr) {
+    if (!matches(*src)) continue;
+    *end = copy_record(*src).release();
     if (*end == nullptr) {
       (void)tq_delete_tq_package_info_recurse(&head);
       return ENOMEM;
@@ -37,15 +37,14 @@ int copy_matching(const tq_package_info* src, tq_package_info** out, auto matche
 
 int tq_copy_package_info(tq_package_info** out, const tq_package_info* src, int all) {
   if (out == nullptr) return EINVAL;
-  return copy_matching(
-      src, out, [src, all](const tq_package_info& package) { return all != 0 || &package == src; });
+  return copy_matching(src, all != 0, out, [](const tq_package_info&) { return true; });
 }
 
 int tq_type_filter_package(uint32_t type, uint32_t subtype, const tq_package_info* src,
                            tq_package_info** out) {
   if (out == nullptr) return EINVAL;
   const tarvio::CategoryFilter filter = {.type = type, .subtype = subtype};
-  (void)copy_matching(src, out, [filter](const tq_package_info& package) {
+  (void)copy_matching(src, true, out, [filter](const tq_package_info& package) {
     return filter.keeps(package.type, package.subtype);
   });
   return 0;  // also when memory ran out (oddity 72)
@@ -53,8 +52,9 @@ int tq_type_filter_package(uint32_t type, uint32_t subtype, const tq_package_inf
 
 int tq_name_filter_package(const char* needle, const tq_package_info* src, tq_package_info** out) {
   int result = EINVAL;
+  if (out != nullptr) *out = nullptr;
   if (needle != nullptr && out != nullptr) {
-    result = copy_matching(src, out, [needle](const tq_package_info& package) {
+    result = copy_matching(src, true, out, [needle](const tq_package_info& package) {
       return package.name != nullptr && strstr(package.name, needle) != nullptr;  // (oddity 73)
     });
   }

@@ -28,7 +28,7 @@ void ToolCommand::append(std::string_view piece) {
   length_ += piece.size();
 }
 
-int run_tool(const LogPlace& caller, const ToolCommand& command) {
+int run_tool(LogPlace caller, const ToolCommand& command) {
   if (FlashWork::stop() != 0) return FlashWork::stop();
   if (!command.fits()) {
     log_line(TQ_LOG_WARNING, caller.unit, caller.line,

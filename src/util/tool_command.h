@@ -34,7 +34,7 @@ class ToolCommand {
 // error; the result of tq_system_command when that failed; ENOMEM. A command line that does not fit
 // is logged with the caller's place, and ENAMETOOLONG returned, with nothing run. Nothing runs
 // either once the flash observer has stopped the work, and the stop is returned.
-int run_tool(const LogPlace& caller, const ToolCommand& command);
+int run_tool(LogPlace caller, const ToolCommand& command);
 
 }  // namespace tarvio
 

@@ -54,6 +54,18 @@ void parse_bad_blocks(const tq_list_t* lines, int* bad_blocks) {
   }
 }
 
+int count_bad_blocks(const char* device, int* bad_blocks) {
+  if (device == nullptr || bad_blocks == nullptr) return EINVAL;
+  TQ_DEBUG("tq_nand_count_badblock  %s ", device);
+  const ToolCommand command("nanddump -b -o %s -l 131072 -f %s 2>&1", device, kCountFile);
+  if (!command.fits()) return tarvio::run_tool(TQ_HERE, command);
+  const tarvio::StringList lines(tq_list_create());
+  if (lines == nullptr) return ENOMEM;
+  const int result = tq_system_command(command.text(), lines.get());
+  if (result == 0) parse_bad_blocks(lines.get(), bad_blocks);
+  return result;
+}
+
 int cut(const char* file, const char* device, unsigned start, unsigned length) {
   TQ_DEBUG("shurink file size to 0x%x", length);  // (oddity 4)
   FlashStep step(TQ_FLASH_CUT, file, device, start, length);
@@ -138,15 +150,8 @@ int tq_nanddump(const char* mtd_device, const char* out_file, unsigned start, un
 }
 
 int tq_nand_count_badblock(const char* mtd_device, int* bad_blocks) {
-  if (mtd_device == nullptr || bad_blocks == nullptr) return EINVAL;
-  TQ_DEBUG("tq_nand_count_badblock  %s ", mtd_device);
-  const ToolCommand command("nanddump -b -o %s -l 131072 -f %s 2>&1", mtd_device, kCountFile);
-  if (!command.fits()) return tarvio::run_tool(TQ_HERE, command);
-  const tarvio::StringList lines(tq_list_create());
-  if (lines == nullptr) return ENOMEM;
-  const int result = tq_system_command(command.text(), lines.get());
-  if (result == 0) parse_bad_blocks(lines.get(), bad_blocks);
-  (void)unlink(kCountFile);
+  const int result = count_bad_blocks(mtd_device, bad_blocks);
+  (void)unlink(kCountFile);  // on every return
   return result;
 }
 

@@ -4,7 +4,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <ostream>
 #include <string>
@@ -119,15 +118,22 @@ TEST_F(AppSetup, WithAnApplicationThatNoBindingTakesIsNotASuccess) {
   EXPECT_THAT(all_statuses(), ElementsAre("alpha 2 start app failed."));
 }
 
+// Whose records must not be freed.
 int list_beta_and_alpha(uint32_t, uint32_t, const char*, tq_package_info** out) {
-  *out = nullptr;
-  for (const char* name : {"alpha", "beta"}) {
-    auto* package = static_cast<tq_package_info*>(std::calloc(1, sizeof(tq_package_info)));
-    package->name = ::strdup(name);
-    package->next = *out;
-    *out = package;
-  }
+  static char names[][6] = {"beta", "alpha"};
+  static tq_package_info packages[2] = {};
+  for (const int n : {0, 1}) packages[n].name = names[n];
+  packages[0].next = &packages[1];
+  *out = packages;
   return 0;
+}
+
+TEST_F(AppSetup, LeavesTheRecordsOfAFailedListingAlone) {
+  tq_tbx_package_binding->list = [](auto... arguments) {
+    return list_beta_and_alpha(arguments...) + EIO;
+  };
+  EXPECT_EQ(tq_setup_app_manager(), 1);
+  EXPECT_THAT(known(), IsEmpty());
 }
 
 struct Shortage {
@@ -142,7 +148,6 @@ std::ostream& operator<<(std::ostream& stream, const Shortage& row) {
 
 class AppSetupWithoutMemory : public AppSetup, public testing::WithParamInterface<Shortage> {};
 
-// A leak checker sees whether packages without an application are freed.
 TEST_P(AppSetupWithoutMemory, KnowsTheApplicationsSoFar) {
   tq_tbx_package_binding->list = list_beta_and_alpha;
   const FailAlloc fail(GetParam().failing_allocation);

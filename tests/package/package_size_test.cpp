@@ -16,6 +16,7 @@
 #include "support/hooks/fail_alloc.h"
 #include "support/hooks/got_hook.h"
 #include "support/hooks/log_capture.h"
+#include "support/interruption.h"
 #include "support/unit_messages.h"
 #include "support/work_directory.h"
 #include "tarvio/log.h"
@@ -261,21 +262,63 @@ TEST_F(SizeCheck, AddsIn32Bits) {
   EXPECT_EQ(check(), -1);
 }
 
-// A number that is too large for 32 bits is read as the largest that fits.
-TEST_F(SizeCheck, ReadsNumbersAsA32BitHostDoes) {
+// With 1000 KiB free, of one file of this size: what the check says, and what it counts.
+TEST_F(SizeCheck, WrapsTheSizeOfAMember) {
   build(1, 1);
-  const LogCapture log(TQ_LOG_DEBUG);
-  {
-    const Tool df("df", df_of("4294967297"));
-    EXPECT_EQ(check(), -1);
-  }
-  EXPECT_THAT(unit_messages(log, kUnit), IsEmpty());
   const Tool df("df", df_of("1000"));
-  const Tool tar("tar", "[ $2 = control.tar.gz ] || echo -rw root/root 4294967297 date time name");
-  EXPECT_EQ(check(), -1);
-  EXPECT_THAT(unit_messages(log, kUnit),
-              ElementsAre("debug: tq_tbx_check_file_size: total=[2147483647] bytes, control=[0] "
-                          "bytes, data=[2147483647] bytes, disk=[1024000] bytes "));
+  const struct {
+    const char* size;
+    int result;
+    std::vector<const char*> counted;
+  } rows[] = {
+      {"2147483648", -1, {}},          {"3000000000", -1, {}},   {"4294967295", -1, {}},
+      {"4294967296", 0, {"0"}},        {"4294967297", 0, {"1"}}, {"5000000000", -1, {"705032704"}},
+      {"9999999999999999999", -1, {}},
+  };
+  for (const auto& row : rows) {
+    const Tool tar("tar", "[ $2 = control.tar.gz ] || echo -rw root/root " + std::string(row.size) +
+                              " date time name");
+    const LogCapture log(TQ_LOG_DEBUG);
+    EXPECT_EQ(check(), row.result) << row.size;
+    std::vector<std::string> expected;
+    for (const std::string counted : row.counted) {
+      expected.push_back("debug: tq_tbx_check_file_size: total=[" + counted +
+                         "] bytes, control=[0] bytes, data=[" + counted +
+                         "] bytes, disk=[1024000] bytes ");
+    }
+    EXPECT_EQ(unit_messages(log, kUnit), expected) << row.size;
+  }
+}
+
+TEST_F(SizeCheck, WrapsTheFreeSpaceOfALargeDisk) {
+  build(100, 2000);
+  constexpr int64_t kMiB = int64_t{1} << 20;
+  const LogCapture log(TQ_LOG_DEBUG);
+  EXPECT_EQ(check_with_free(2048 * kGiB + kMiB), 0);
+  EXPECT_EQ(check_with_free(4096 * kGiB), -1);
+  EXPECT_EQ(check_with_free(4096 * kGiB + kMiB), 0);
+  const std::string before =
+      "debug: tq_tbx_check_file_size: total=[2100] bytes, control=[100] bytes, data=[2000] bytes, "
+      "disk=[";
+  EXPECT_THAT(
+      unit_messages(log, kUnit),
+      ElementsAre(before + "1048576] bytes ", before + "0] bytes ", before + "1048576] bytes "));
+}
+
+TEST_F(SizeCheck, ReadsOnAfterASignal) {
+  build(1, 1);
+  const Interruption interruption;
+  const std::string interrupt = Interruption::commands();
+  {
+    const Tool df("df", df_of("1"));
+    const Tool tar("tar", "[ $2 = control.tar.gz ] || echo -rw root/root 1000 date time name; " +
+                              interrupt + "echo -rw root/root 2000 date time name");
+    EXPECT_EQ(check(), -1);
+    EXPECT_EQ(Interruption::count, 2);
+  }
+  const Tool df("df", "echo heading; " + interrupt + "echo a 1 1 100 1% /");
+  EXPECT_EQ(check(), 0);
+  EXPECT_EQ(Interruption::count, 3);
 }
 
 TEST_F(SizeCheck, PassesWhenTheTotalWrapsAround) {
@@ -312,6 +355,23 @@ TEST_F(SizeCheck, FailsWhenAToolCannotBeStarted) {
     });
     EXPECT_EQ(check(), -1);
     EXPECT_EQ(call, failing);
+  }
+}
+
+TEST_F(SizeCheck, FailsWhenAToolsOutputCannotBeRead) {
+  build(1, 1);
+  const Tool df("df", df_of("1000"));
+  bool happened = true;
+  for (int failing = 1; happened; ++failing) {
+    int call = 0;
+    Hook read("read", [&](int fd, void* buffer, size_t size) -> ssize_t {
+      if (++call != failing) return ::read(fd, buffer, size);
+      errno = EIO;
+      return -1;
+    });
+    const int result = check();
+    happened = call >= failing;
+    EXPECT_EQ(result, happened ? -1 : 0) << failing;
   }
 }
 

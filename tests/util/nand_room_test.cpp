@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "support/files.h"
+#include "support/hooks/fail_alloc.h"
 #include "support/hooks/got_hook.h"
 #include "support/hooks/log_capture.h"
 #include "support/shell_commands.h"
@@ -93,6 +94,19 @@ TEST_F(CountBadBlocks, RemovesTheFileWithoutAShell) {
   EXPECT_EQ(tq_nand_count_badblock("/dev/mtd2", &bad_blocks_), EAGAIN);
   EXPECT_EQ(bad_blocks_, kUnwritten);
   EXPECT_THAT(directory_.names(), IsEmpty());
+}
+
+TEST_F(CountBadBlocks, RemovesTheFileWhateverFails) {
+  const auto fails_with = [&](int expected, const char* device, int* bad_blocks) {
+    write_file(directory_ / "countbad", "");
+    EXPECT_EQ(tq_nand_count_badblock(device, bad_blocks), expected);
+    EXPECT_THAT(directory_.names(), IsEmpty()) << expected;
+  };
+  fails_with(EINVAL, nullptr, &bad_blocks_);
+  fails_with(EINVAL, "/dev/mtd2", nullptr);
+  fails_with(ENAMETOOLONG, std::string(300, 'x').c_str(), &bad_blocks_);
+  const FailAlloc fail(1);
+  fails_with(ENOMEM, "/dev/mtd2", &bad_blocks_);
 }
 
 class WritableLength : public testing::Test {

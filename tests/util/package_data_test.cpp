@@ -15,6 +15,7 @@
 #include "support/hooks/got_hook.h"
 #include "support/hooks/log_capture.h"
 #include "support/hooks/stdout_capture.h"
+#include "support/interruption.h"
 #include "tarvio/archive.h"
 #include "tarvio/log.h"
 
@@ -102,6 +103,15 @@ TEST_F(PackageData, PrintsNothingThatItTakes) {
 TEST_F(PackageData, EndsLinesWithLineFeedOrCarriageReturnOrBoth) {
   EXPECT_THAT(lines_of(open("a header of some length\r\none\r\ntwo\rthree\n\rfour\r\r\nfive")),
               ElementsAre("one", "two", "three", "", "four", "", "five"));
+}
+
+TEST_F(PackageData, ComesWholeInSpiteOfSignals) {
+  const Interruption interruption;
+  const std::string interrupt = "; " + Interruption::commands();
+  const Data data(tq_pkg_data_open(
+      ("echo a header of some length" + interrupt + "echo one" + interrupt + "echo two").c_str()));
+  EXPECT_THAT(lines_of(data), ElementsAre("one", "two"));
+  EXPECT_EQ(Interruption::count, 2);
 }
 
 TEST_F(PackageData, HasNoLineAfterTheLastLineEnd) {

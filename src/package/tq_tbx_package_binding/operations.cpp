@@ -6,13 +6,13 @@
 
 #include "base/list_appender.h"
 #include "base/owners.h"
-#include "package/tq_tbx_package_binding/operand.h"
 #include "tarvio/file.h"
 #include "tarvio/opkg.h"
 #include "tarvio/package.h"
 #include "tarvio/tbx.h"
 #include "tarvio/text.h"
 #include "util/log_macros.h"
+#include "util/operand.h"
 
 using tarvio::CString;
 
@@ -27,15 +27,6 @@ constexpr char kInstallForced[] =
     "--force-depends --force-maintainer --force-reinstall --force-overwrite --force-downgrade";
 constexpr char kRemoveForced[] = "--force-depends";
 constexpr size_t kFilesLineSize = 4096;
-
-int refuse(const char* function, const char* operand, const char* why) {
-  TQ_WARNING("%s: %s: %s", function, operand, why);
-  return EINVAL;
-}
-
-int refuse_operand(const char* function, const char* operand) {
-  return refuse(function, operand, "contains a shell metacharacter or begins like an option");
-}
 
 int out_of_memory(const char* function) {
   TQ_DEBUG("%s: malloc error ", function);
@@ -85,9 +76,11 @@ int tq_tbx_install(const char* path, int force) {
     TQ_DEBUG("Can not access %s.", path);
     return error;
   }
-  if (!tarvio::is_plain_operand(path)) return refuse_operand(kInstall, path);
+  const int refused = tarvio::check_operand(TQ_HERE, kInstall, path);
+  if (refused != 0) return refused;
   if (strstr(path, kPackageExtension) == nullptr) {
-    return refuse(kInstall, path, "needs .tbx in its name, or opkg's copy would overwrite it");
+    TQ_WARNING("%s: %s: needs .tbx in its name, or opkg's copy would overwrite it", kInstall, path);
+    return EINVAL;
   }
 
   CString opkg_path = tarvio::copy_of(path);
@@ -108,14 +101,16 @@ int tq_tbx_remove(const char* name, int force) {
     TQ_DEBUG("%s: opkg remove [(null)] ", kRemove);
     return -1;  // (oddity 77)
   }
-  if (!tarvio::is_plain_operand(name)) return refuse_operand(kRemove, name);
+  const int refused = tarvio::check_operand(TQ_HERE, kRemove, name);
+  if (refused != 0) return refused;
   return run_opkg(kRemove, "remove", force, kRemoveForced, name);
 }
 
 int tq_tbx_files(const char* name, tq_list_t* files) {
   if (name == nullptr) return -1;  // (oddity 77)
   if (files == nullptr) return EINVAL;
-  if (!tarvio::is_plain_operand(name)) return refuse_operand(kFiles, name);
+  const int refused = tarvio::check_operand(TQ_HERE, kFiles, name);
+  if (refused != 0) return refused;
 
   // Neither the options nor the offline root belong to this command (oddity 80).
   char command[kFilesLineSize];

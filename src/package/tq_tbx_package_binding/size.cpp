@@ -2,11 +2,10 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include <algorithm>
 #include <array>
-#include <limits>
 #include <optional>
 
+#include "base/line_reader.h"
 #include "base/owners.h"
 #include "tarvio/file.h"
 #include "tarvio/package.h"
@@ -23,19 +22,14 @@ constexpr size_t kSizeField = 2;       // of a line of a verbose tar listing
 constexpr size_t kAvailableField = 3;  // of a line of df, in blocks of 1024 bytes
 constexpr uint32_t kBlockBytes = 1024;
 
-// All sizes are 32-bit numbers that wrap around, and a text is read as a 32-bit host reads it
-// (oddity 82).
+// All sizes are 32-bit numbers that wrap around (oddity 82).
 using Bytes = int32_t;
 
 Bytes add(Bytes a, Bytes b) {
   return static_cast<Bytes>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
 
-Bytes decimal(const char* text) {
-  const long long value = strtoll(text, nullptr, 10);
-  return static_cast<Bytes>(std::clamp<long long>(value, std::numeric_limits<Bytes>::min(),
-                                                  std::numeric_limits<Bytes>::max()));
-}
+Bytes decimal(const char* text) { return static_cast<Bytes>(strtoll(text, nullptr, 10)); }
 
 // A word of a line as a number; none when the line has too few words, and when memory runs out.
 std::optional<Bytes> number_in(const char* line, size_t field) {
@@ -48,28 +42,47 @@ std::optional<Bytes> number_in(const char* line, size_t field) {
   return decimal(words.get()[field]);
 }
 
+// What a command prints, in the pieces that fgets would give.
+class Output {
+ public:
+  // A command that cannot be started is one that cannot be read.
+  explicit Output(const char* command)
+      : stream_(popen(command, "re")),
+        line_(tarvio::LineEnd::kLineFeed, room_),
+        reader_(stream_ == nullptr ? -1 : fileno(stream_.get()), ahead_, line_) {}
+
+  // Null at the end, and after an error.
+  const char* next() { return reader_.next() ? line_.text() : nullptr; }
+  [[nodiscard]] bool failed() const { return reader_.error() != 0; }
+
+ private:
+  tarvio::Stream stream_;
+  char room_[kPieceSize];
+  tarvio::ReadAhead ahead_;
+  tarvio::LineCutter line_;
+  tarvio::LineReader reader_;
+};
+
 // The sizes of all members of an archive together, from the output of a command that lists them.
 std::optional<Bytes> measure(const char* command) {
-  const tarvio::Stream listing(popen(command, "re"));
-  if (listing == nullptr) return std::nullopt;
+  Output listing(command);
   Bytes sum = 0;
-  char line[kPieceSize];
-  while (fgets(line, sizeof line, listing.get()) != nullptr) {
+  while (const char* const line = listing.next()) {
     const std::optional<Bytes> size = number_in(line, kSizeField);
     if (!size) return std::nullopt;
     sum = add(sum, *size);
   }
+  if (listing.failed()) return std::nullopt;
   return sum;
 }
 
 // Of the first file system that df lists (oddity 83); none when df cannot be started.
 std::optional<Bytes> free_space() {
-  const tarvio::Stream output(popen("df", "re"));
-  if (output == nullptr) return std::nullopt;
-  char line[kPieceSize];
-  for (int skipped_heading = 0; skipped_heading < 2; ++skipped_heading) {
-    if (fgets(line, sizeof line, output.get()) == nullptr) return 0;
-  }
+  Output output("df");
+  (void)output.next();  // the heading
+  const char* const line = output.next();
+  if (output.failed()) return std::nullopt;
+  if (line == nullptr) return 0;
   const uint32_t blocks = static_cast<uint32_t>(number_in(line, kAvailableField).value_or(0));
   return static_cast<Bytes>(blocks * kBlockBytes);
 }

@@ -14,6 +14,7 @@
 #include "tarvio/backup.h"
 #include "tarvio/file.h"
 #include "util/log_macros.h"
+#include "util/operand.h"
 #include "util/tool_command.h"
 #include "util/tq_flash_observer.h"
 #include "util/tq_tbx_util/system_version.h"
@@ -51,16 +52,24 @@ const FlashArea& area_of(const char* name) {
   return area == nullptr ? kFlashAreas.front() : *area;
 }
 
-// Whether every file can be packed: the call fails before the first dump rather than after the
-// last.
 bool can_be_packed(const tq_list_t* areas, const char* package) {
   const auto fits = [package](const char* file) {
     return tarvio::ToolCommand("ar rv %s %s 2>&1", package, file).fits();
   };
   for (const char* name : tarvio::Elements<char>(areas)) {
-    if (!fits(area_of(name).file)) return false;
+    if (!fits(longest_file(area_of(name)))) return false;
   }
-  return fits(kHibernationInfo.file) && fits(kControlArchive);
+  return fits(kControlArchive);
+}
+
+// Whether every file can be packed: the call fails before the first dump rather than after the
+// last.
+int check_package(const tq_list_t* areas, const char* package) {
+  const int refused = tarvio::check_operand(TQ_HERE, "tq_tbx_backup_areas", package);
+  if (refused != 0) return refused;
+  if (can_be_packed(areas, package)) return 0;
+  TQ_WARNING("the name of the image package is too long: %s", package);
+  return ENAMETOOLONG;
 }
 
 void append_target(const FlashArea& area) {
@@ -172,10 +181,8 @@ void create_controls(const char* name, const char* version) {
 
 int tq_tbx_backup_areas(tq_list_t* areas, const char* workdir, const char* dest, int archive) {
   if (areas == nullptr || workdir == nullptr || (archive != 0 && dest == nullptr)) return EINVAL;
-  if (archive != 0 && !can_be_packed(areas, dest)) {
-    TQ_WARNING("the name of the image package is too long: %s", dest);
-    return ENAMETOOLONG;
-  }
+  const int refused = archive == 0 ? 0 : check_package(areas, dest);
+  if (refused != 0) return refused;
   if (dest != nullptr) {
     TQ_DEBUG("workdir - %s , dest file - %s", workdir, dest);
   } else {

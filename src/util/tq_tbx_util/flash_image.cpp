@@ -20,8 +20,9 @@ int report_failed_jffs2(const char* device, const char* image_file, int code) {
   return code;
 }
 
+// The device comes first, unlike in the other messages.
 int report_failed_restore(const char* image_file, const char* device, int code) {
-  TQ_ERROR("tq_restore_flash_image error %s ->%s", image_file, device);
+  TQ_ERROR("tq_restore_flash_image error %s ->%s", device, image_file);
   return code;
 }
 

@@ -15,6 +15,7 @@
 #include "tarvio/tbx.h"
 #include "tarvio/text.h"
 #include "util/log_macros.h"
+#include "util/operand.h"
 
 namespace {
 
@@ -111,6 +112,8 @@ uint32_t tq_tbx_conv_package_subtype(const char* subcategory) {
 int tq_tbx_get_package_type(const char* path, int32_t* type, tq_list_t* targets) {
   if (path == nullptr || type == nullptr || targets == nullptr) return EINVAL;
   TQ_DEBUG("check tbx file image %s", path);
+  const int refused = tarvio::check_operand(TQ_HERE, "tq_tbx_get_package_type", path);
+  if (refused != 0) return refused;
   const int unpacked = extract_control_archive(path);
   if (unpacked != 0) return unpacked;
   const int extracted = extract_tqcontrol();

@@ -9,6 +9,7 @@
 #include "tarvio/backup.h"
 #include "tarvio/tbx.h"
 #include "util/log_macros.h"
+#include "util/operand.h"
 #include "util/tool_command.h"
 #include "util/tq_flash_observer.h"
 
@@ -61,10 +62,14 @@ int restore_hibernation_info(const char* package, const char* image_file, const 
   return 0;
 }
 
-// Whether the file with the longest name can be extracted: the call fails before the first area is
-// erased rather than after.
-bool can_be_unpacked(const char* package) {
-  return tarvio::ToolCommand("ar xv %s %s 2>&1", package, kHibernationInfo.file).fits();
+// Whether every file can be extracted: the call fails before the first area is erased rather than
+// after.
+bool can_be_unpacked(const char* package, const tq_list_t* lines) {
+  for (const char* line : tarvio::Elements<char>(lines)) {
+    const char* const file = longest_file(area_of(line));
+    if (!tarvio::ToolCommand("ar xv %s %s 2>&1", package, file).fits()) return false;
+  }
+  return true;
 }
 
 int detect(const char* package, int32_t* category, tq_list_t* lines) {
@@ -88,6 +93,8 @@ int tq_tbx_resotore_image(const char* package, const char* image_file, const cha
                           int length, int image_type) {
   if (package == nullptr || image_file == nullptr || device == nullptr) return EINVAL;
   TQ_DEBUG("tbx restore image %s %s->%s %d ", package, image_file, device, image_type);
+  const int refused = tarvio::check_operand(TQ_HERE, "tq_tbx_resotore_image", package);
+  if (refused != 0) return refused;
   const FlashWork work(name_of(image_type));
   if (image_type == TQ_IMAGE_HIBERNATION) {
     const int result = restore_hibernation_info(package, image_file, device);
@@ -99,10 +106,6 @@ int tq_tbx_resotore_image(const char* package, const char* image_file, const cha
 
 int tq_tbx_restore(const char* package, const char* workdir) {
   if (package == nullptr || workdir == nullptr) return EINVAL;
-  if (!can_be_unpacked(package)) {
-    TQ_WARNING("the name of the image package is too long: %s", package);
-    return ENAMETOOLONG;
-  }
   const tarvio::DirectoryChange directory(workdir);
   if (directory.error() != 0) return directory.error();
   const tarvio::StringList lines(tq_list_create());
@@ -116,6 +119,10 @@ int tq_tbx_restore(const char* package, const char* workdir) {
     return EINVAL;
   }
   TQ_DEBUG("found %d images ", tq_list_size(lines.get()));
+  if (!can_be_unpacked(package, lines.get())) {
+    TQ_WARNING("the name of the image package is too long: %s", package);
+    return ENAMETOOLONG;
+  }
   // Only the log has an area that fails, so that the others are written all the same (oddity 149).
   for (const char* line : tarvio::Elements<char>(lines.get())) {
     if (FlashWork::stop() == 0) restore_line(package, line);

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "support/flash/flash_device.h"
 #include "support/hooks/got_hook.h"
 #include "support/hooks/log_capture.h"
+#include "support/operands.h"
 #include "support/shell_commands.h"
 #include "support/string_list.h"
 #include "support/unit_messages.h"
@@ -153,11 +155,35 @@ TEST_F(Backup, NeedsItsArguments) {
 }
 
 TEST_F(Backup, RefusesADestinationThatNoCommandLineHolds) {
-  const size_t room = 255 - std::string("ar rv  ./hibernationinfo 2>&1").size();
-  EXPECT_EQ(back_up({"kernel"}, std::string(room, 'x').c_str()), 0);
-  EXPECT_EQ(back_up({"kernel"}, std::string(room + 1, 'x').c_str()), ENAMETOOLONG);
-  EXPECT_THAT(commands_, IsEmpty());
+  const FlashDevice device;
+  const struct {
+    const char* area;
+    const char* longest_file;
+  } rows[] = {{"hibernation", "./hibernationinfo"},
+              {"kernel", "./control.tar.gz"},
+              {"writable", "./writable-region"}};
+  for (const auto& row : rows) {
+    const size_t room = 255 - std::string("ar rv   2>&1").size() - std::strlen(row.longest_file);
+    EXPECT_EQ(back_up({row.area, "kernel"}, std::string(room, 'x').c_str()), 0);
+    EXPECT_EQ(back_up({"kernel", row.area}, std::string(room + 1, 'x').c_str()), ENAMETOOLONG);
+    EXPECT_THAT(commands_, IsEmpty());
+  }
   EXPECT_EQ(back_up({"kernel"}, std::string(1000, 'x').c_str(), 0), 0);  // nothing is packed
+}
+
+TEST_F(Backup, RefusesADestinationWithAShellMetacharacter) {
+  const StringList none;
+  for (const std::string& name : refused_operands()) {
+    const LogCapture log(TQ_LOG_WARNING);
+    EXPECT_EQ(back_up({"kernel"}, name.c_str()), EINVAL) << name;
+    EXPECT_THAT(commands_, IsEmpty());
+    EXPECT_EQ(tq_lib_backup_areas(none.get(), "work", name.c_str(), 1), EINVAL);
+    const auto warning = StartsWith("tq_tbx_backup_areas: " + name + ": ");
+    EXPECT_THAT(log.messages(TQ_LOG_WARNING), ElementsAre(warning, warning));
+  }
+  EXPECT_THAT(work_files(), IsEmpty());
+  EXPECT_THAT(mounts_.calls, IsEmpty());
+  EXPECT_EQ(back_up({"kernel"}, "a b", 0), 0);  // nothing is packed
 }
 
 TEST_F(Backup, FailsWithoutItsWorkDirectory) {

@@ -13,6 +13,8 @@
 #include "support/hooks/fail_alloc.h"
 #include "support/hooks/got_hook.h"
 #include "support/hooks/log_capture.h"
+#include "support/operands.h"
+#include "support/shell_commands.h"
 #include "support/string_list.h"
 #include "support/unit_messages.h"
 #include "support/work_directory.h"
@@ -26,6 +28,7 @@ namespace fs = std::filesystem;
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 constexpr char kUnit[] = "util/tq_tbx_util";
 constexpr int32_t kUnwritten = -7;
@@ -142,6 +145,26 @@ TEST_F(PackageType, ReadsALongLineInPieces) {
   build(longest + "y\n" + longest + key + "z\n");
   EXPECT_EQ(ask(), 0);
   EXPECT_THAT(targets_.texts(), ElementsAre(longest, longest, key + "z\n"));
+}
+
+TEST_F(PackageType, IsNotAskedOfAPathWithAShellMetacharacter) {
+  for (const std::string& name : refused_operands()) {
+    const std::string file = name + ".tbx;touch y;true";
+    const LogCapture log(TQ_LOG_DEBUG);
+    EXPECT_THAT(commands_of([&] { EXPECT_EQ(ask(file.c_str()), EINVAL) << file; }), IsEmpty());
+    EXPECT_THAT(unit_messages(log, kUnit),
+                ElementsAre("debug: check tbx file image " + file,
+                            StartsWith("warning: tq_tbx_get_package_type: " + file + ": ")));
+  }
+  EXPECT_EQ(type_, kUnwritten);
+}
+
+TEST_F(PackageType, IsAskedOfEveryOtherPath) {
+  for (const std::string& name : taken_operands()) {
+    build("TqPackageCategory: Image\n");
+    fs::rename("app.tbx", name);
+    EXPECT_EQ(ask(name.c_str()), 0) << name;
+  }
 }
 
 TEST_F(PackageType, LogsWhatItChecksAndFinds) {

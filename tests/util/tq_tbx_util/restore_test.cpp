@@ -11,6 +11,7 @@
 #include "support/files.h"
 #include "support/hooks/fail_alloc.h"
 #include "support/hooks/log_capture.h"
+#include "support/operands.h"
 #include "support/shell_commands.h"
 #include "support/unit_messages.h"
 #include "support/work_directory.h"
@@ -28,6 +29,7 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 constexpr char kUnit[] = "util/tq_tbx_util";
 constexpr char kImage[] = "TqPackageCategory:  Image\nTqPackageSubCategory: Image_Other\n";
@@ -217,16 +219,45 @@ TEST_F(Restore, NeedsItsArguments) {
   EXPECT_THAT(log.records(), IsEmpty());
 }
 
-// Every file must have room in its command line before the first area is erased.
+TEST_F(Restore, RefusesAPackageWithAShellMetacharacter) {
+  for (const std::string& name : refused_operands()) {
+    const LogCapture log(TQ_LOG_WARNING);
+    EXPECT_EQ(restore(name), EINVAL) << name;
+    EXPECT_THAT(commands_of([&] {
+                  EXPECT_EQ(tq_lib_backup_restore(name.c_str(), "work"), EINVAL);
+                  EXPECT_EQ(tq_tbx_resotore_image(name.c_str(), "f", "d", 1, TQ_IMAGE_HIBERNATION),
+                            EINVAL);
+                }),
+                IsEmpty());
+    EXPECT_THAT(commands_, IsEmpty());
+    const std::string detection = "tq_tbx_get_package_type: " + name + ": ";
+    EXPECT_THAT(log.messages(TQ_LOG_WARNING),
+                ElementsAre(StartsWith(detection), StartsWith(detection),
+                            StartsWith("tq_tbx_resotore_image: " + name + ": ")));
+  }
+}
+
+// Every file of the areas must have room in its command line before the first one is erased.
 TEST_F(Restore, RefusesAPackageThatNoCommandLineHolds) {
-  const std::string longest(255 - std::string("ar xv  ./hibernationinfo 2>&1").size(), 'x');
-  EXPECT_EQ(restore(longest), ENOENT);
-  const LogCapture log(TQ_LOG_WARNING);
-  EXPECT_THAT(commands_of([&] {
-                EXPECT_EQ(tq_tbx_restore((longest + 'x').c_str(), "work"), ENAMETOOLONG);
-              }),
-              IsEmpty());
-  EXPECT_EQ(log.messages(TQ_LOG_WARNING).size(), 1U);
+  const auto restore_from = [&](const char* area, size_t name_bytes) {
+    build(std::string(kImage) + "TqDataTarget: kernel\nTqDataTarget: " + area + "\n");
+    const std::string name(name_bytes, 'x');
+    fs::rename("image.tbx", name);
+    return restore("../" + name);
+  };
+  const size_t room = 255 - std::string("ar xv ../ ./hibernationinfo 2>&1").size();
+  for (const char* area : {"hibernation", "writable"}) {
+    EXPECT_EQ(restore_from(area, room), 0);
+    EXPECT_THAT(commands_, Not(IsEmpty()));
+    const LogCapture log(TQ_LOG_WARNING);
+    EXPECT_EQ(restore_from(area, room + 1), ENAMETOOLONG);
+    EXPECT_THAT(commands_, IsEmpty());
+    EXPECT_EQ(log.messages(TQ_LOG_WARNING).size(), 1U);
+  }
+  EXPECT_EQ(restore_from("rootfs", room + 1), 0);
+  EXPECT_EQ(commands_.size(), 6U);
+  EXPECT_EQ(restore_from("rootfs", room + 2), ENAMETOOLONG);
+  EXPECT_THAT(commands_, IsEmpty());
 }
 
 TEST_F(Restore, LogsWhatItDoes) {
@@ -264,7 +295,7 @@ TEST_F(Restore, GoesOnWithTheNextAreaWhenAnEraseFails) {
   EXPECT_EQ(commands_.back(), "nandwrite /dev/mtd4 ./rootfs 2>&1");
   EXPECT_THAT(
       log.messages(TQ_LOG_ERROR),
-      ElementsAre("erase flash error 5", "tq_restore_flash_image error ./uImage ->/dev/mtd3",
+      ElementsAre("erase flash error 5", "tq_restore_flash_image error /dev/mtd3 ->./uImage",
                   "restore failed ../image.tbx -> /dev/mtd3 type:7"));
   EXPECT_TRUE(
       log.contains(TQ_LOG_DEBUG, kUnit, "cannot restore image filee ./uImage to /dev/mtd3"));
@@ -276,7 +307,7 @@ TEST_F(Restore, GoesOnWithTheNextAreaWhenAWriteFails) {
   EXPECT_EQ(restore_targets({"kernel", "rootfs"}), 0);
   EXPECT_EQ(commands_.back(), "nandwrite /dev/mtd4 ./rootfs 2>&1");
   EXPECT_THAT(log.messages(TQ_LOG_ERROR),
-              ElementsAre("tq_restore_flash_image error ./uImage ->/dev/mtd3",
+              ElementsAre("tq_restore_flash_image error /dev/mtd3 ->./uImage",
                           "restore failed ../image.tbx -> /dev/mtd3 type:7"));
 }
 
@@ -309,7 +340,7 @@ TEST_F(Restore, GoesOnWithAHibernationAreaWhoseInformationCannotBeWritten) {
   EXPECT_TRUE(
       log.contains(TQ_LOG_DEBUG, kUnit, "cannot restore image filee ./hibernation to /dev/mtd6"));
   EXPECT_THAT(log.messages(TQ_LOG_ERROR),
-              ElementsAre("tq_restore_flash_image error ./hibernationinfo ->/dev/mtd2"));
+              ElementsAre("tq_restore_flash_image error /dev/mtd2 ->./hibernationinfo"));
 }
 
 TEST_F(Restore, OfOneAreaTellsTheStepThatFailed) {

@@ -1,5 +1,6 @@
-#include "package/tq_tbx_package_binding/operand.h"
+#include "util/operand.h"
 
+#include <errno.h>
 #include <string.h>
 
 namespace tarvio {
@@ -14,12 +15,19 @@ bool is_plain(char character) {
          strchr(kShellCharacters, character) == nullptr;
 }
 
-}  // namespace
-
 bool is_plain_operand(const char* operand) {
   if (*operand != '\0' && strchr(kSpecialAtStart, *operand) != nullptr) return false;
   while (is_plain(*operand)) ++operand;
   return *operand == '\0';
+}
+
+}  // namespace
+
+int check_operand(LogPlace caller, const char* function, const char* operand) {
+  if (is_plain_operand(operand)) return 0;
+  log_line(TQ_LOG_WARNING, caller.unit, caller.line, "%s: %s: %s", function, operand,
+           "contains a shell metacharacter or begins like an option");
+  return EINVAL;
 }
 
 }  // namespace tarvio
