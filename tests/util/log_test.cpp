@@ -29,6 +29,12 @@ void log_at(int level, const std::string& message) {
   tq_log_func(level, "area/unit", 7, "%s", message.c_str());
 }
 
+std::vector<std::string> texts(const LogCapture& log) {
+  std::vector<std::string> lines;
+  for (const LogRecord& record : log.records()) lines.push_back(record.text);
+  return lines;
+}
+
 TEST(Log, KeepsWarningsAndErrorsByDefault) {
   const LogCapture log;
   const StdoutCapture output;
@@ -243,12 +249,22 @@ TEST(Log, CutsAnEndThatIsTooLongByItself) {
   EXPECT_EQ(log.records()[0].text, ("text -  " + unit).substr(0, kLongestLine));
 }
 
-TEST(Log, WritesTheEndAloneWhenAMessageCannotBeFormatted) {
+TEST(Log, KeepsWhatWasComposedOfAMessageThatCannotBeFormatted) {
   const LogCapture log;
   const wchar_t unprintable[] = {0x110000, 0};
+  const std::string unfinished = "%d%";
   tq_log_func(TQ_LOG_ERROR, "area/unit", 7, "before%ls", unprintable);
-  ASSERT_THAT(log.records(), SizeIs(1U));
-  EXPECT_EQ(log.records()[0].text, " -  area/unit 7\n");
+  tq_log_func(TQ_LOG_ERROR, "area/unit", 7, "%lsafter", unprintable);
+  tq_log_func(TQ_LOG_ERROR, "u", 1, unfinished.c_str(), 100);
+  EXPECT_THAT(texts(log),
+              ElementsAre("before -  area/unit 7\n", " -  area/unit 7\n", "100 -  u 1\n"));
+}
+
+TEST(Log, LosesWhatFollowsAZeroInAMessageButNotItsEnd) {
+  const LogCapture log;
+  tq_log_func(TQ_LOG_ERROR, "u", 1, "before%cafter", 0);
+  tq_log_func(TQ_LOG_ERROR, "u", 1, "%c", 0);
+  EXPECT_THAT(texts(log), ElementsAre("before -  u 1\n", " -  u 1\n"));
 }
 
 TEST(Log, LeavesErrnoAsItWas) {
