@@ -3,15 +3,19 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <random>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "support/com/sockets.h"
+#include "support/descriptors.h"
 #include "support/files.h"
 #include "support/hooks/fail_alloc.h"
 #include "support/hooks/got_hook.h"
@@ -193,6 +197,34 @@ TEST_F(Reply, IsAppendedAfterWhatTheListHolds) {
   lines_.add("before");
   receive("after\n");
   EXPECT_THAT(lines_.texts(), ElementsAre("before", "after"));
+}
+
+TEST_F(Reply, GoesIntoAListOfTheCallerAndNowhereElse) {
+  struct {
+    tq_list_t list;
+    char after[8];
+  } client = {{}, {'u', 'n', 't', 'o', 'u', 'c', 'h', 'd'}};
+  auto [ours, theirs] = socket_pair();
+  theirs.send("a\nb\n");
+  theirs.close();
+  tq_receive_com(ours.fd(), &client.list);
+  EXPECT_STREQ(static_cast<char*>(tq_list_first(&client.list)), "a");
+  EXPECT_STREQ(static_cast<char*>(tq_list_next(&client.list)), "b");
+  EXPECT_EQ(client.list.count, 2);
+  EXPECT_EQ(std::string_view(client.after, sizeof client.after), "untouchd");
+  for (void* line; tq_list_get(&client.list, 0, &line) == 0; tq_list_remove(&client.list, 0)) {
+    std::free(line);
+  }
+}
+
+TEST_F(Reply, NeedsNoFurtherDescriptor) {
+  auto [ours, theirs] = socket_pair();
+  theirs.send("a\nb\n");
+  theirs.close();
+  const NoMoreDescriptors limit;
+  EXPECT_EQ(dup(0), -1);
+  tq_receive_com(ours.fd(), lines_.get());
+  EXPECT_THAT(lines_.texts(), ElementsAre("a", "b"));
 }
 
 TEST_F(Reply, ComesInTheSamePiecesAsWithTheLineCall) {
