@@ -102,8 +102,9 @@ int tq_request_com(const char *path, const char *request, int count, const char 
 
 /* Reads the lines of a reply up to the end of data.
  *
- * lines  list to append to; strings without their line ends, to be freed with tq_list_free(lines, 1). A
- *        line ends at a line feed or a carriage return; one of 255 bytes or more comes in pieces of 254.
+ * lines  list to append to; strings, to be freed with tq_list_free(lines, 1). A line ends at a line feed,
+ *        which is cut off, or at a carriage return, which stays; one of 255 bytes or more comes in pieces
+ *        of 254.
  *
  * Returns errno as it is when reading ends: at a clean end that is its value before the call, so set it
  * to 0 first to distinguish the two. ENOMEM (12) if memory runs out, with the lines so far; EINVAL (22)

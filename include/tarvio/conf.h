@@ -44,9 +44,9 @@ tq_conf *tq_conf_open(const char *path);
  * may be empty. A repeated key replaces the value.
  *
  * Returns a new object for tq_conf_close, without pairs for an empty file; null if the file cannot be
- * opened or read, if a line that is not empty has no colon, and if memory runs out for the object. If
- * memory runs out for a line, the pairs read so far are returned; a pair for which it runs out is
- * omitted.
+ * opened, if a line that is not empty has no colon, and if memory runs out for the object. A read error
+ * counts as the end of the file, so a directory gives an object without pairs. If memory runs out for a
+ * line, the pairs read so far are returned; a pair for which it runs out is omitted.
  * Source: util/tq_load_conf */
 tq_conf *tq_conf_open2(const char *path);
 

@@ -19,7 +19,7 @@ TQ_BEGIN_DECLS
  *
  * argc  not used.
  * argv  the arguments, ended by a null entry; the first one is the program, searched on PATH. It shares
- *       the caller's standard streams, and runs with LC_ALL=C.
+ *       the caller's standard streams and environment.
  *
  * Returns 0 if the program exited with 0, else a number of mixed kinds, to be compared with 0 only: its
  * exit status; the signal that ended it; 1 when it could not be executed; the errno value of a failed

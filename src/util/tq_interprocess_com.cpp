@@ -116,13 +116,6 @@ tarvio::CString join_lines(const char* request, int count, const char* const* ar
   return text;
 }
 
-// A line of a reply may end with a carriage return alone, which tq_chop leaves in place (oddity
-// 17).
-void cut_line_end(char* line) {
-  const size_t length = strlen(tq_chop(line));
-  if (length > 0 && line[length - 1] == '\r') line[length - 1] = '\0';
-}
-
 }  // namespace
 
 int tq_setup_com_server(const char* path, tq_com_handler_func handler) {
@@ -204,8 +197,7 @@ int tq_receive_com(int fd, tq_list_t* lines) {
   tarvio::LineReader reader(fd, ahead, line);
   tarvio::ListAppender appender(*lines);
   while (reader.next()) {
-    cut_line_end(line.text());
-    if (!appender.append_copy(line.text())) return ENOMEM;
+    if (!appender.append_copy(tq_chop(line.text()))) return ENOMEM;
   }
   return errno;  // after a clean end too (oddity 117)
 }

@@ -1,3 +1,5 @@
+#undef _FORTIFY_SOURCE  // or a host that wraps syslog and printf would not see the calls
+
 #include "tarvio/log.h"
 
 #include <stdarg.h>
@@ -56,8 +58,9 @@ class Line {
   }
 
   void format(const char* format, va_list arguments) {
-    const int length = vsnprintf(text_.data(), text_.size(), format, arguments);
-    used_ = length < 0 ? 0 : std::min(static_cast<size_t>(length), text_.size() - 1);
+    text_ = {};  // after a failure only the text shows how much was composed
+    (void)vsnprintf(text_.data(), text_.size(), format, arguments);
+    used_ = strnlen(text_.data(), text_.size() - 1);
   }
 
   void append(std::string_view piece) {

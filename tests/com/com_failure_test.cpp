@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "support/com/request_handler.h"
+#include "support/descriptors.h"
 #include "support/files.h"
 #include "support/hooks/fail_alloc.h"
 #include "support/hooks/got_hook.h"
@@ -43,22 +43,6 @@ class ComFailure : public RequestHandler {
 
   std::string printed_;
   std::string complaint_;
-};
-
-// Lets the process open no further descriptor until the end of the scope.
-class NoMoreDescriptors {
- public:
-  NoMoreDescriptors() {
-    getrlimit(RLIMIT_NOFILE, &before_);
-    const rlimit none_left = {3, before_.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none_left);
-  }
-  ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
-  NoMoreDescriptors(const NoMoreDescriptors&) = delete;
-  NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
-
- private:
-  rlimit before_ = {};
 };
 
 TEST_F(ComFailure, RequestIsAnsweredAtTheLimitOfDescriptors) {

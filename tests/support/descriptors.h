@@ -2,6 +2,8 @@
 #ifndef TARVIO_TESTS_SUPPORT_DESCRIPTORS_H
 #define TARVIO_TESTS_SUPPORT_DESCRIPTORS_H
 
+#include <sys/resource.h>
+
 #include <filesystem>
 #include <map>
 #include <string>
@@ -25,6 +27,22 @@ inline Descriptors opened_since(const Descriptors& before) {
   for (const auto& [number, target] : before) opened.erase(number);
   return opened;
 }
+
+// Lets the process open no further descriptor until the end of the scope.
+class NoMoreDescriptors {
+ public:
+  NoMoreDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit none_left = {3, before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none_left);
+  }
+  ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+  NoMoreDescriptors(const NoMoreDescriptors&) = delete;
+  NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
+
+ private:
+  rlimit before_ = {};
+};
 
 }  // namespace tarvio_test
 

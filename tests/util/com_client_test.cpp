@@ -3,15 +3,19 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <random>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "support/com/sockets.h"
+#include "support/descriptors.h"
 #include "support/files.h"
 #include "support/hooks/fail_alloc.h"
 #include "support/hooks/got_hook.h"
@@ -158,7 +162,7 @@ class Reply : public testing::Test {
 
 std::string x(size_t count) { return std::string(count, 'x'); }
 
-TEST_F(Reply, IsAppendedLineByLineWithoutTheLineEnds) {
+TEST_F(Reply, IsAppendedLineByLineWithoutTheLineFeeds) {
   using Lines = std::vector<std::string>;
   const std::pair<std::string, Lines> rows[] = {
       {"", {}},
@@ -166,16 +170,18 @@ TEST_F(Reply, IsAppendedLineByLineWithoutTheLineEnds) {
       {"0\n", {"0"}},
       {"no end", {"no end"}},
       {"a\nb", {"a", "b"}},
-      {"a\r\n", {"a", ""}},
-      {"a\rb\n", {"a", "b"}},
-      {"\r", {""}},
+      {"a\r\n", {"a\r", ""}},
+      {"a\rb\n", {"a\r", "b"}},
+      {"\r", {"\r"}},
+      {"a\r\r\n\r", {"a\r", "\r", "", "\r"}},
       {std::string("a\0b\nc\n", 6), {"a", "c"}},
       {x(253) + "\n", {x(253)}},
       {x(254), {x(254)}},
       {x(254) + "\n", {x(254), ""}},
       {x(255) + "\n", {x(254), "x"}},
       {x(300) + "\n", {x(254), x(46)}},
-      {x(253) + "\r\n", {x(253), ""}},
+      {x(253) + "\r\n", {x(253) + "\r", ""}},
+      {x(254) + "\r\n", {x(254), "\r", ""}},
   };
   for (const auto& [bytes, expected] : rows) {
     auto [ours, theirs] = socket_pair();
@@ -193,6 +199,34 @@ TEST_F(Reply, IsAppendedAfterWhatTheListHolds) {
   EXPECT_THAT(lines_.texts(), ElementsAre("before", "after"));
 }
 
+TEST_F(Reply, GoesIntoAListOfTheCallerAndNowhereElse) {
+  struct {
+    tq_list_t list;
+    char after[8];
+  } client = {{}, {'u', 'n', 't', 'o', 'u', 'c', 'h', 'd'}};
+  auto [ours, theirs] = socket_pair();
+  theirs.send("a\nb\n");
+  theirs.close();
+  tq_receive_com(ours.fd(), &client.list);
+  EXPECT_STREQ(static_cast<char*>(tq_list_first(&client.list)), "a");
+  EXPECT_STREQ(static_cast<char*>(tq_list_next(&client.list)), "b");
+  EXPECT_EQ(client.list.count, 2);
+  EXPECT_EQ(std::string_view(client.after, sizeof client.after), "untouchd");
+  for (void* line; tq_list_get(&client.list, 0, &line) == 0; tq_list_remove(&client.list, 0)) {
+    std::free(line);
+  }
+}
+
+TEST_F(Reply, NeedsNoFurtherDescriptor) {
+  auto [ours, theirs] = socket_pair();
+  theirs.send("a\nb\n");
+  theirs.close();
+  const NoMoreDescriptors limit;
+  EXPECT_EQ(dup(0), -1);
+  tq_receive_com(ours.fd(), lines_.get());
+  EXPECT_THAT(lines_.texts(), ElementsAre("a", "b"));
+}
+
 TEST_F(Reply, ComesInTheSamePiecesAsWithTheLineCall) {
   std::mt19937 random(7);
   const char alphabet[] = {'a', 'b', '\n', '\r', 'c', 'd', 'e', 'f'};
@@ -208,7 +242,7 @@ TEST_F(Reply, ComesInTheSamePiecesAsWithTheLineCall) {
     theirs.close();
     for (char line[255] = ""; tq_fdgets(line, sizeof line, ours.fd()) != nullptr;) {
       std::string piece = line;
-      if (piece.ends_with('\n') || piece.ends_with('\r')) piece.pop_back();
+      if (piece.ends_with('\n')) piece.pop_back();
       pieces.push_back(piece);
       std::memset(line, 0, sizeof line);
     }

@@ -2,6 +2,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/sendfile.h>
+#include <unistd.h>
 
 #include "base/owners.h"
 #include "tarvio/tbx.h"
@@ -22,11 +23,15 @@ tarvio::File open_file(const char* path, const char* mode) {
   return file;
 }
 
-// Lets the kernel copy what it can, which takes less time. Whatever is left, for whatever reason,
-// is up to the loop that follows, so that one place decides between success and failure.
-void copy_in_kernel(FILE* source, FILE* destination) {
-  while (sendfile(fileno(destination), fileno(source), nullptr, kKernelPiece) > 0) {
-  }
+// Lets the kernel copy, which takes less time. When that fails the files are rewound, so that the
+// loop that follows starts over and is the one place that decides between success and failure.
+// A pipe cannot be rewound and gets the rest.
+void copy_in_kernel(int source, int destination) {
+  ssize_t copied = 0;
+  do {
+    copied = sendfile(destination, source, nullptr, kKernelPiece);
+  } while (copied > 0);
+  if (copied < 0 && lseek(destination, 0, SEEK_SET) == 0) (void)lseek(source, 0, SEEK_SET);
 }
 
 }  // namespace
@@ -38,7 +43,7 @@ int tq_copy_file(const char* src, const char* dst) {
   const tarvio::File destination = open_file(dst, "wbe");
   if (destination == nullptr) return errno;
 
-  copy_in_kernel(source.get(), destination.get());
+  copy_in_kernel(fileno(source.get()), fileno(destination.get()));
   char piece[kPieceSize];
   // A read error ends the copy as the end of the file does (oddity 55), and an error that shows
   // only when the copy is closed is lost (oddity 56).

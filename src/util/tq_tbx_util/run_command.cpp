@@ -1,6 +1,5 @@
 #include <errno.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,26 +11,7 @@ namespace {
 
 constexpr char kRunCommand[] = "tq_run_command";
 
-// The environment with the C locale, so that a tool prints what its readers look for. Not by
-// setenv: if another thread was inside it at the fork, its lock stays held in the child for ever.
-char** environment_in_c_locale() {
-  static constexpr char kLocale[] = "LC_ALL=";
-  static char c_locale[] = "LC_ALL=C";
-  size_t count = 0;
-  while (environ != nullptr && environ[count] != nullptr) ++count;
-  auto* const result = static_cast<char**>(malloc((count + 2) * sizeof(char*)));
-  if (result == nullptr) return environ;
-  size_t kept = 0;
-  for (size_t i = 0; i < count; ++i) {
-    if (strncmp(environ[i], kLocale, sizeof(kLocale) - 1) != 0) result[kept++] = environ[i];
-  }
-  result[kept++] = c_locale;
-  result[kept] = nullptr;
-  return result;
-}
-
 [[noreturn]] void become_program(char* const* argv) {
-  environ = environment_in_c_locale();
   execvp(argv[0], argv);
   TQ_DEBUG("%s: execvp error - errno=%d, %s ", kRunCommand, errno, strerror(errno));
   // Not exit, which would run the host's own handlers and flush its buffers a second time.

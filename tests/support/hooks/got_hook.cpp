@@ -154,11 +154,6 @@ bool library_imports(const std::string& name) {
   return library && !slots_of_variants(*library, name).empty();
 }
 
-std::string imported_name(const std::string& name) {
-  const std::string checking = "__" + name + "_chk";
-  return !library_imports(name) && library_imports(checking) ? checking : name;
-}
-
 ImportPatch::ImportPatch(const std::string& name, void* replacement) {
   const std::optional<Library> library = find_library();
   if (!library) {
@@ -169,9 +164,7 @@ ImportPatch::ImportPatch(const std::string& name, void* replacement) {
     slots_.push_back({slot, *slot});
     store(*library, slot, replacement);
   }
-  if (!slots_.empty()) return;
-  ADD_FAILURE() << "libtarvio.so does not import " << name << ", but perhaps "
-                << imported_name(name);
+  if (slots_.empty()) ADD_FAILURE() << "libtarvio.so does not import " << name;
 }
 
 ImportPatch::~ImportPatch() {

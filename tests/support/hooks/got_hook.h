@@ -19,10 +19,6 @@ namespace tarvio_test {
 // Whether the library imports `name`, or `name` with the suffix 64 of large files.
 bool library_imports(const std::string& name);
 
-// The name, or when the library is hardened and imports the checking variant of it in its place,
-// that one's: __syslog_chk for syslog. A variant has further arguments.
-std::string imported_name(const std::string& name);
-
 // Points the library's imports of `name` (and of its large-file variant) to `replacement`.
 class ImportPatch {
  public:

@@ -30,24 +30,14 @@ int priority_of(int level) {
   }
 }
 
-void capture(int priority, const char* format, va_list arguments) {
-  char* text = nullptr;
-  if (::vasprintf(&text, format, arguments) < 0) return;
-  active->add(priority, text);
-  std::free(text);
-}
-
 void capturing_syslog(int priority, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  capture(priority, format, arguments);
-  va_end(arguments);
-}
-
-void capturing_fortified_syslog(int priority, int, const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  capture(priority, format, arguments);
+  char* text = nullptr;
+  if (::vasprintf(&text, format, arguments) >= 0) {
+    active->add(priority, text);
+    std::free(text);
+  }
   va_end(arguments);
 }
 
@@ -71,13 +61,7 @@ LogRecord parse(int priority, std::string text) {
 LogCapture::LogCapture() {
   if (active != nullptr) ADD_FAILURE() << "only one LogCapture at a time";
   active = this;
-  if (library_imports("syslog")) {
-    patches_.push_back(
-        std::make_unique<ImportPatch>("syslog", reinterpret_cast<void*>(&capturing_syslog)));
-  } else {
-    patches_.push_back(std::make_unique<ImportPatch>(
-        "__syslog_chk", reinterpret_cast<void*>(&capturing_fortified_syslog)));
-  }
+  syslog_.emplace("syslog", reinterpret_cast<void*>(&capturing_syslog));
 }
 
 LogCapture::LogCapture(int threshold) : LogCapture() {
@@ -87,7 +71,7 @@ LogCapture::LogCapture(int threshold) : LogCapture() {
 
 LogCapture::~LogCapture() {
   if (restores_threshold_) ::tq_set_log_level(kThresholdAtLoad);
-  patches_.clear();
+  syslog_.reset();
   active = nullptr;
 }
 

@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include <iosfwd>
-#include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -51,7 +51,7 @@ class LogCapture {
   mutable std::mutex mutex_;
   std::vector<LogRecord> records_;
   bool restores_threshold_ = false;
-  std::vector<std::unique_ptr<ImportPatch>> patches_;
+  std::optional<ImportPatch> syslog_;
 };
 
 std::ostream& operator<<(std::ostream& stream, const LogRecord& record);

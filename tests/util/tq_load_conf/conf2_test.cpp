@@ -1,7 +1,9 @@
 // The grammar of general configuration files.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -251,12 +253,24 @@ TEST_F(GeneralFile, ThatCannotBeOpenedGivesNoObject) {
                           "debug: tq_conf_open2: fopen error "));
 }
 
-TEST_F(GeneralFile, ThatCannotBeReadGivesNoObject) {
-  const LogCapture log(TQ_LOG_DEBUG);
-  EXPECT_EQ(tq_conf_open2(directory_.path().c_str()), nullptr);
-  EXPECT_THAT(unit_messages(log, kUnit),
-              ElementsAre("debug: tq_conf_open2: conf open=[" + directory_.path().string() + "] ",
-                          "debug: tq_conf_open2: read error "));
+TEST_F(GeneralFile, EndsWhereItCannotBeRead) {
+  {
+    const LogCapture log(TQ_LOG_DEBUG);
+    const Conf directory(tq_conf_open2(directory_.path().c_str()));
+    ASSERT_NE(directory, nullptr);
+    EXPECT_EQ(directory->count, 0);
+    EXPECT_EQ(directory->pairs, nullptr);
+    EXPECT_THAT(unit_messages(log, kUnit), ElementsAre("debug: tq_conf_open2: conf open=[" +
+                                                       directory_.path().string() + "] "));
+  }
+  int reads = 0;
+  const Hook read("read", [&reads](int fd, void* room, size_t size) -> ssize_t {
+    if (++reads == 1) return ::read(fd, room, std::min(size, sizeof "a: 1\nb: 2" - 1));
+    errno = EIO;
+    return -1;
+  });
+  EXPECT_EQ(pairs("a: 1\nb: 234\nno colon"), (Pairs{{"a", "1"}, {"b", "2"}}));
+  EXPECT_EQ(reads, 2);
 }
 
 TEST_F(GeneralFile, NeedsAPath) { EXPECT_EQ(tq_conf_open2(nullptr), nullptr); }

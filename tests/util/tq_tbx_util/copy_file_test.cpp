@@ -2,12 +2,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/descriptors.h"
@@ -107,6 +111,18 @@ TEST_F(CopyFile, IsTheSameWhereTheKernelDoesNotCopy) {
   }
 }
 
+TEST_F(CopyFile, StartsOverWhenTheKernelFails) {
+  write_file(source_, bytes(100000));
+  bool is_first = true;
+  Hook sendfile("sendfile", [&](int to, int from, off64_t* offset, size_t) -> ssize_t {
+    if (std::exchange(is_first, false)) return ::sendfile64(to, from, offset, 5000);
+    errno = EIO;
+    return -1;
+  });
+  EXPECT_EQ(copy(source_, copy_), 0);
+  EXPECT_EQ(read_file(copy_), bytes(100000));
+}
+
 TEST_F(CopyFile, WithoutASourceSaysSoAndLeavesTheDestinationAlone) {
   write_file(copy_, "before");
   const LogCapture log(TQ_LOG_DEBUG);
@@ -168,6 +184,44 @@ TEST_F(FullFileSystem, StopsACopyUnnoticedThatWaitsInTheBuffer) {
   write_file(place_ + "/all", bytes(16384));
   EXPECT_EQ(copy(source_, place_ + "/copy"), 0);
   EXPECT_EQ(fs::file_size(place_ + "/copy"), 0U);
+}
+
+// No file may grow beyond this while it lives.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : handler_(::signal(SIGXFSZ, SIG_IGN)) {
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit = {bytes, before_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &before_);
+    ::signal(SIGXFSZ, handler_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit before_ = {};
+  sighandler_t handler_;
+};
+
+// The kernel fills the file up to its limit; the rest alone would fit into the buffer.
+TEST_F(FullFileSystem, ReportsACopyThatTheKernelCut) {
+  write_file(source_, bytes(8200));
+  const LogCapture log(TQ_LOG_DEBUG);
+  const FileSizeLimit limit(5000);
+  EXPECT_EQ(copy(source_, place_ + "/copy"), -1);
+  EXPECT_EQ(read_file(place_ + "/copy"), bytes(8200).substr(0, 5000));
+  EXPECT_THAT(unit_messages(log, kUnit),
+              ElementsAre("debug: tq_copy_file: [" + place_ + "/copy] write error - R/W=8/0 "));
+}
+
+TEST_F(FullFileSystem, DoesNotReportACopyThatTheKernelCutAndOnlyClosingWouldShow) {
+  write_file(source_, bytes(8192));
+  const FileSizeLimit limit(5000);
+  EXPECT_EQ(copy(source_, place_ + "/copy"), 0);
+  EXPECT_EQ(fs::file_size(place_ + "/copy"), 5000U);
 }
 
 TEST_F(CopyFile, TakesAReadErrorForTheEndOfTheFile) {
