@@ -95,7 +95,9 @@ Event wait_for_event(const Waited& waited) {
     }};
     if (poll(files.data(), files.size(), waited.until.remaining_ms()) < 1) continue;
     if (files[0].revents != 0) {
-      return read_signal(waited.signal_fd) == SIGHUP ? Event::kReload : Event::kEnd;
+      const int signal = read_signal(waited.signal_fd);
+      if (signal == 0) continue;
+      return signal == SIGHUP ? Event::kReload : Event::kEnd;
     }
     if (files[1].revents != 0) return Event::kAnswer;
     if (files[2].revents != 0) return Event::kReport;
