@@ -51,7 +51,7 @@ int main(int argc, char** argv) {
   tarviod::Config config;
   if (!tarviod::read_config(options.config, config)) return tarviod::kExitFailure;
   tarviod::Background background(options.daemon);
-  tarvio::Fd claim = tarviod::claim_instance();
+  const tarvio::Fd claim = tarviod::claim_instance();
   if (!claim.valid()) return tarviod::kExitFailure;
   const tarvio::Fd signals = tarviod::catch_signals();
   if (!signals.valid()) {
@@ -61,7 +61,6 @@ int main(int argc, char** argv) {
   tarviod::LogWatch log_watch;
   log_watch.start(std::move(config));
   if (!tarviod::set_up(options, log_watch)) return tarviod::kExitFailure;
-  claim.reset();
   background.ready();
   tarviod::serve(options, signals.get(), log_watch);
   return 0;

@@ -236,15 +236,40 @@ TEST_F(TarviodEndWithLateClients, LeavesNoApplicationOfTheirs) {
   EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
 }
 
-TEST_F(TarviodEndWithLateClients, LeavesTheSocketOfTheNextManagerAlone) {
+TEST_F(TarviodEndWithLateClients, KeepsOtherManagersFromStartingUntilItHasEnded) {
   ASSERT_NO_FATAL_FAILURE(begin_the_end());
   const LateClients clients(late_);
   ASSERT_TRUE(eventually([] { return !fs::exists(TQ_COM_SOCKET_PATH); }));
+  EXPECT_EQ(run_tarviod({}).status, 1);
+  EXPECT_EQ(manager_.end(), 0);
   Tarviod next;
   ASSERT_TRUE(next.answers());
-  EXPECT_FALSE(manager_.has_ended());
-  EXPECT_EQ(manager_.end(), 0);
   EXPECT_EQ(listening_process(), next.pid());
+}
+
+TEST(TarviodEnd, WaitsForTheRequestThatIsServed) {
+  install_application("clock");
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  const Socket client = connect_to(TQ_COM_SOCKET_PATH);
+  client.send("start_app\nclock\n");
+  manager.send(SIGTERM);
+  client.end_sending();
+  EXPECT_EQ(client.read_to_end(), "0\n\n");
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_TRUE(ends(process_of("clock")));
+}
+
+TEST(TarviodEnd, NeedsNoSocketToStopTheApplications) {
+  install_application("clock");
+  Tarviod manager({"--start-all"});
+  ASSERT_TRUE(manager.answers());
+  const pid_t clock = process_of("clock");
+  fs::remove(TQ_COM_SOCKET_PATH);
+  manager.send(SIGTERM);
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_EQ(manager.errors(), "");
+  EXPECT_TRUE(ends(clock));
 }
 
 TEST(TarviodEnd, KeepsOtherManagersFromStartingUntilTheApplicationsAreStopped) {
