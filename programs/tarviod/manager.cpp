@@ -9,8 +9,10 @@
 #include <unistd.h>
 
 #include <array>
+#include <optional>
 #include <utility>
 
+#include "applications.h"
 #include "base/deadline.h"
 #include "base/owners.h"
 #include "config.h"
@@ -35,37 +37,6 @@ void raise_descriptor_limit() {
   limit.rlim_cur = limit.rlim_max;
   if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
     warn("cannot raise the descriptor limit", strerror(errno));
-}
-
-bool is_accepted(tq_package_info* package, tq_list_t* bindings) {
-  tq_app_info* app = nullptr;
-  if (tq_create_app_info(package, &app) != 0) return true;
-  const tarvio::Allocated<tq_app_info> owner(app);
-  return tq_check_app_biniding(app, bindings) != 0;
-}
-
-// Counts the applications that the application manager knows and names those that no binding
-// accepts.
-int count_applications(bool all_bound) {
-  tq_package_info* packages = nullptr;
-  const int listed = tq_list(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr, &packages);
-  if (listed != 0) {
-    warn("cannot list the installed applications", strerror(listed));
-    (void)tq_delete_tq_package_info_recurse(&packages);  // the application manager has none either
-  }
-
-  tq_list_t* bindings = tq_list_create();
-  (void)tq_list_add(bindings, linux_app_binding);
-  int count = 0;
-  for (tq_package_info* package = packages; package != nullptr; package = package->next) {
-    ++count;
-    if (!all_bound && !is_accepted(package, bindings)) {
-      warn(package->name, "no binding accepts this application");
-    }
-  }
-  (void)tq_list_free(bindings, 0);
-  (void)tq_delete_tq_package_info_recurse(&packages);
-  return count;
 }
 
 // True once the applications are stopped for good.
@@ -126,9 +97,10 @@ bool set_up(Options& options, LogWatch& log_watch) {
   raise_descriptor_limit();
   (void)tq_setup_status_manager();
   (void)tq_setup_package_manager();
-  const bool all_bound = tq_setup_app_manager() == 1;
-  const int applications = count_applications(all_bound);
-  if (options.start_all && !all_bound) {
+  (void)tq_setup_app_manager();
+  const std::optional<Applications> applications = check_applications();
+  if (!applications) return false;
+  if (options.start_all && !applications->all_bound) {
     warn("not starting the applications", "one without a binding would be retried forever");
     options.start_all = false;
   }
@@ -137,11 +109,11 @@ bool set_up(Options& options, LogWatch& log_watch) {
     warn("cannot answer on " TQ_COM_SOCKET_PATH, strerror(errno));
     return false;
   }
-  (void)printf("tarviod: %d application%s installed, answering on %s\n", applications,
-               applications == 1 ? "" : "s", TQ_COM_SOCKET_PATH);
+  (void)printf("tarviod: %d application%s installed, answering on %s\n", applications->count,
+               applications->count == 1 ? "" : "s", TQ_COM_SOCKET_PATH);
   (void)fflush(stdout);
   tq_log_func(TQ_LOG_INFO, TARVIO_UNIT, __LINE__, "%d applications installed, answering on %s",
-              applications, TQ_COM_SOCKET_PATH);
+              applications->count, TQ_COM_SOCKET_PATH);
   return true;
 }
 

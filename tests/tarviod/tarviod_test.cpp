@@ -92,30 +92,6 @@ TEST(Tarviod, CountsNoOtherPackages) {
   EXPECT_EQ(manager.output(), ready_line("1 application"));
 }
 
-TEST(Tarviod, ContinuesWithoutAnInformationDirectory) {
-  fs::remove("/usr/lib/opkg/info");
-  Tarviod manager;
-  ASSERT_TRUE(manager.answers());
-  EXPECT_EQ(manager.errors(),
-            "tarviod: cannot list the installed applications: No such file or directory\n");
-  EXPECT_EQ(manager.output(), ready_line("0 applications"));
-}
-
-TEST(Tarviod, KnowsNoApplicationWhenTheBootTestFails) {
-  install_application("clock");
-  const TempDir directory;
-  const Socket socket =
-      listen_on(directory / "socket");  // a file that cannot be opened, even by root
-  const std::string source = directory / "socket";
-  const Mount unreadable(source.c_str(), "/proc/cmdline", nullptr, MS_BIND);
-  Tarviod manager;
-  ASSERT_TRUE(manager.answers());
-  EXPECT_EQ(manager.errors(),
-            "tarviod: cannot list the installed applications: No such device or address\n");
-  EXPECT_EQ(manager.output(), ready_line("0 applications"));
-  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "22\n\n");
-}
-
 TEST(Tarviod, NamesApplicationsThatFindNoBinding) {
   for (const char* name : {"xeyes", "clock", "xterm"}) install_application(name);
   Tarviod manager({}, with_module(TARVIOD_NO_BINDING));
