@@ -27,8 +27,11 @@ namespace {
 
 using tarvio::Deadline;
 
-constexpr int kStopDeadlineMs = 90'000;
+constexpr int kStopSeconds = 30;
+constexpr int kStopSecondsEach = 2;
+constexpr int kMsPerSecond = 1000;
 constexpr int kNoFd = -1;
+constexpr char kStopping[] = "stopping the applications";
 
 // Each process that was started costs two descriptors for good (oddity 42).
 void raise_descriptor_limit() {
@@ -73,14 +76,17 @@ Event wait_for_event(int signal_fd, int report_fd, const Deadline& until) {
 }
 
 void stop_applications(int signal_fd) {
-  const Deadline deadline = Deadline::after(kStopDeadlineMs);
+  const int seconds = kStopSeconds + kStopSecondsEach * tq_list_size(tq_known_applications());
+  const Deadline deadline = Deadline::after(seconds * kMsPerSecond);
   run_on_server(stop_for_good);
   while (true) {
     const Event event = wait_for_event(signal_fd, kNoFd, deadline);
     if (event == Event::kResult && report_result()) return;
-    if (event == Event::kEnd || event == Event::kTimeout) {
-      return warn("stopping the applications", event == Event::kEnd ? "cut short by a second signal"
-                                                                    : "timed out after 90 seconds");
+    if (event == Event::kEnd) return warn(kStopping, "cut short by a second signal");
+    if (event == Event::kTimeout) {
+      char why[64];
+      (void)snprintf(why, sizeof why, "timed out after %d seconds", seconds);
+      return warn(kStopping, why);
     }
   }
 }

@@ -174,17 +174,21 @@ TEST_F(TarviodWithManyApplications, AreNotWaitedForAfterTheSameSignalASecondLate
   EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
 }
 
-TEST_F(TarviodWithManyApplications, AreNotWaitedForAfter90Seconds) {
+TEST_F(TarviodWithManyApplications, AreWaitedForThirtySecondsAndTwoForEach) {
   const TempDir directory;
-  const std::string go = directory / "go";
-  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, go));
+  const std::string clock = directory / "clock";
+  write_file(clock, "0");
+  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, clock));
   ASSERT_TRUE(manager.answers());
   all_run();
   manager.send(SIGTERM);
   ASSERT_TRUE(is_stopping());
-  write_file(go, "100");
+  write_file(clock, "49");
+  EXPECT_TRUE(eventually([] { return was_stopped("hhh"); }));
+  EXPECT_FALSE(manager.has_ended());
+  write_file(clock, "51");
   EXPECT_EQ(manager.end(), 0);
-  EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: timed out after 90 seconds\n");
+  EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: timed out after 50 seconds\n");
   EXPECT_FALSE(was_stopped("aaa"));
   EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
 }
