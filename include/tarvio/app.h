@@ -38,7 +38,7 @@ extern tq_app_binding *linux_app_binding;
  *
  * Returns 1 (not 0) on success, also if there is no application or the listing failed; 0 if no
  * binding takes an application, and if memory runs out for the manager itself. Applications for which
- * memory runs out are omitted.
+ * memory runs out are omitted; tq_known_applications shows which are not.
  * Source: app/tq_app_manager */
 int tq_setup_app_manager(void);
 
@@ -56,6 +56,13 @@ int tq_create_app_info(tq_package_info *package, tq_app_info **out);
  * Returns 0, also when the listing failed; else the error of tq_create_app_info or tq_list_add.
  * Source: app/tq_app_manager */
 int tq_get_installed_application(tq_list_t *apps);
+
+/* Returns the applications that the manager knows, as a list of tq_app_info in its order; null before the
+ * set-up and when memory ran out for it. The list and its records stay the manager's. For a host that
+ * checks its set-up, which does not report what it left out. Not serialised: call it before requests are
+ * answered, or as tq_start_app.
+ * Source: app/tq_app_manager */
+const tq_list_t *tq_known_applications(void);
 
 /* Asks the bindings of a list in order whether they take the application, and stores the first that
  * does in its record. Returns that binding's answer, or 0 if none takes it. (The misspelling is part of

@@ -59,7 +59,17 @@ void complain(const char* cannot, const char* path, const char* remedy = "") {
   (void)fprintf(stderr, "tarviod: cannot %s %s: %s%s\n", cannot, path, strerror(errno), remedy);
 }
 
-// Not valid when the directory cannot be used, or another manager that is starting holds the lock.
+void complain_about_manager() {
+  (void)fputs(manager_answers()
+                  ? "tarviod: another manager already answers on " TQ_COM_SOCKET_PATH
+                    ": stop it first\n"
+                  : "tarviod: another manager runs but does not answer on " TQ_COM_SOCKET_PATH
+                    ": stop it first, or wait while it starts or stops\n",
+              stderr);
+}
+
+// A lock on the directory itself: a file in it could be removed. Not valid when the directory
+// cannot be used, or another manager holds the lock.
 Fd lock_directory(const char* directory) {
   Fd claim(open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!claim.valid() || access(directory, W_OK | X_OK) != 0) {
@@ -67,18 +77,17 @@ Fd lock_directory(const char* directory) {
   } else if (flock(claim.get(), LOCK_EX | LOCK_NB) == 0) {
     return claim;
   } else if (errno == EWOULDBLOCK) {
-    (void)fputs("tarviod: another manager is starting\n", stderr);
+    complain_about_manager();
   } else {
     complain("lock", directory);
   }
   return Fd();
 }
 
+// A host of the library may answer on the path without the lock.
 bool path_is_free() {
   if (manager_answers()) {
-    (void)fputs("tarviod: another manager already answers on " TQ_COM_SOCKET_PATH
-                ": stop it first\n",
-                stderr);
+    complain_about_manager();
     return false;
   }
   if (unlink(kSocketPath) == 0 || errno == ENOENT) return true;

@@ -6,11 +6,11 @@
 
 namespace tarviod {
 
-// Creates the socket's directory where it is missing, makes sure that no other manager answers or
-// is about to, and removes a stale socket. Says on standard error what stands in the way.
+// Creates the socket's directory where it is missing, makes sure that no other manager runs, and
+// removes a stale socket. Says on standard error what stands in the way.
 //
-// Returns a descriptor that keeps other managers from starting until it is closed; not valid when
-// this one may not start.
+// Returns a descriptor that keeps other managers from starting as long as it is open, whatever
+// becomes of the socket; not valid when this one may not start.
 tarvio::Fd claim_instance();
 
 }  // namespace tarviod

@@ -6,16 +6,28 @@
 
 #include <utility>
 
+#include "base/deadline.h"
 #include "base/pipe.h"
 
 namespace tarviod {
 
 namespace {
 
-int signal_pipe = -1;
+using tarvio::Deadline;
 
+constexpr int kRepetitionMs = 1000;
+
+int signal_pipe = -1;
+pid_t manager = -1;
+
+// A child has this handler, and the pipe, from the fork until it becomes another program.
 void pass_on(int number) {
   const tarvio::ErrnoKeeper keeper;
+  if (getpid() != manager) {
+    (void)signal(number, SIG_DFL);
+    (void)raise(number);
+    return;
+  }
   const auto byte = static_cast<unsigned char>(number);
   (void)!write(signal_pipe, &byte, 1);  // a full pipe holds enough signals already
 }
@@ -40,6 +52,7 @@ tarvio::Fd catch_signals() {
   tarvio::Pipe pipe(O_NONBLOCK);
   if (!pipe.valid()) return tarvio::Fd();
   signal_pipe = pipe.write_end.release();
+  manager = getpid();
   const bool caught = handle(SIGTERM, pass_on) && handle(SIGINT, pass_on) &&
                       handle(SIGPIPE, do_nothing) &&
                       (is_ignored(SIGHUP) || handle(SIGHUP, pass_on));
@@ -47,8 +60,13 @@ tarvio::Fd catch_signals() {
 }
 
 int read_signal(int signal_fd) {
+  static int last = 0;
+  static Deadline repetition = Deadline::never();
   unsigned char number = 0;
   (void)tarvio::read_some(signal_fd, {reinterpret_cast<char*>(&number), 1});
+  if (number == last && number != SIGHUP && !repetition.passed()) return 0;
+  last = number;
+  repetition = Deadline::after(kRepetitionMs);
   return number;
 }
 

@@ -7,13 +7,15 @@
 namespace tarviod {
 
 // Catches SIGTERM, SIGINT and, unless it is ignored, SIGHUP, and ignores SIGPIPE, all by handlers:
-// a blocked or ignored signal would pass on to the applications that are started.
+// a blocked or ignored signal would pass on to the applications that are started. They act in the
+// calling process alone: a child that it forks ends by the signal.
 //
 // Returns a descriptor that becomes readable with each signal; not valid, with errno, when
 // that failed.
 tarvio::Fd catch_signals();
 
-// The number of the next signal.
+// The number of the next signal; 0 for a SIGTERM or SIGINT that repeats the one before within a
+// second, since timeout(1) sends each to the process and to its group.
 int read_signal(int signal_fd);
 
 }  // namespace tarviod

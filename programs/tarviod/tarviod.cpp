@@ -50,8 +50,11 @@ int main(int argc, char** argv) {
   tq_set_log_level(options.log_level);
   tarviod::Config config;
   if (!tarviod::read_config(options.config, config)) return tarviod::kExitFailure;
+  if (options.check_config) {
+    return tarviod::check_config(options, config) ? 0 : tarviod::kExitFailure;
+  }
   tarviod::Background background(options.daemon);
-  tarvio::Fd claim = tarviod::claim_instance();
+  const tarvio::Fd claim = tarviod::claim_instance();
   if (!claim.valid()) return tarviod::kExitFailure;
   const tarvio::Fd signals = tarviod::catch_signals();
   if (!signals.valid()) {
@@ -61,7 +64,6 @@ int main(int argc, char** argv) {
   tarviod::LogWatch log_watch;
   log_watch.start(std::move(config));
   if (!tarviod::set_up(options, log_watch)) return tarviod::kExitFailure;
-  claim.reset();
   background.ready();
   tarviod::serve(options, signals.get(), log_watch);
   return 0;

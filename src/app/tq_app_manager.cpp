@@ -99,6 +99,8 @@ int tq_get_installed_application(tq_list_t* apps) {
   return 0;
 }
 
+const tq_list_t* tq_known_applications(void) { return manager.tq_app_list; }
+
 // Spelled so (oddity 89).
 int tq_check_app_biniding(tq_app_info* app, tq_list_t* bindings) {
   if (app == nullptr || bindings == nullptr) return 0;

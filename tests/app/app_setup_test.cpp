@@ -58,6 +58,22 @@ TEST_F(AppSetup, KnowsTheInstalledApplicationsInTheOrderOfTheList) {
   EXPECT_THAT(known(), ElementsAre("beta", "alpha"));
 }
 
+TEST_F(AppSetup, ShowsTheApplicationsThatItKnows) {
+  EXPECT_EQ(tq_known_applications(), nullptr);
+  add_package("alpha");
+  add_package("kernel", "Image");
+  add_package("beta");
+  tq_setup_app_manager();
+  std::vector<std::string> names;
+  for (const tq_list_node* node = tq_known_applications()->head; node != nullptr;
+       node = node->next) {
+    const auto* app = static_cast<const tq_app_info*>(node->element);
+    EXPECT_EQ(app->binding, linux_app_binding);
+    names.emplace_back(app->package->name);
+  }
+  EXPECT_THAT(names, ElementsAre("beta", "alpha"));
+}
+
 TEST_F(AppSetup, DoesNotKnowWhatIsInstalledLater) {
   add_package("alpha");
   tq_setup_app_manager();

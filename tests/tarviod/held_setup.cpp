@@ -7,8 +7,8 @@
 
 #include "tarvio/com.h"
 
-int tq_setup_com_manager(void) {
+int tq_setup_com_server(const char* path, tq_com_handler_func handler) {
   while (access(std::getenv("TARVIO_TEST_GO"), F_OK) != 0) usleep(1000);
-  const auto real = reinterpret_cast<int (*)()>(dlsym(RTLD_NEXT, "tq_setup_com_manager"));
-  return real();
+  using Function = int (*)(const char*, tq_com_handler_func);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "tq_setup_com_server"))(path, handler);
 }

@@ -86,6 +86,45 @@ TEST(TarviodEnd, CanBeRequestedDuringTheStart) {
   EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
 }
 
+// As the program timeout sends it: to the process, and to its group.
+TEST(TarviodEnd, TakesTheSameSignalWithinASecondForOne) {
+  install_application("clock");
+  const TempDir directory;
+  const std::string clock = directory / "clock";
+  write_file(clock, "0");
+  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, clock));
+  ASSERT_TRUE(manager.answers());
+  const pid_t process = process_of("clock");
+  manager.send(SIGTERM);
+  ASSERT_TRUE(eventually([] { return was_stopped("clock"); }));
+  manager.send(SIGTERM);
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_EQ(manager.errors(), "");
+  EXPECT_TRUE(ends(process));
+}
+
+// As `kill $(pidof tarviod)` sends it, since the child is still a tarviod.
+TEST(TarviodEnd, IsNotRequestedByASignalToAChild) {
+  install_application("clock");
+  install_application("radio");
+  const TempDir directory;
+  const std::string go = directory / "go";
+  Tarviod manager({}, with_module(TARVIOD_HELD_EXEC, go));
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "0\n\n");
+  const std::vector<pid_t> children = children_of(manager.pid());
+  ASSERT_EQ(children.size(), 1U);
+  ::kill(children[0], SIGTERM);
+  EXPECT_TRUE(ends(children[0]));
+  write_file(go, "");
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nradio\n"), "0\n\n");
+  const pid_t radio = process_of("radio");
+  manager.send(SIGTERM);
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_EQ(manager.errors(), "");
+  EXPECT_TRUE(ends(radio));
+}
+
 // Ten applications, each of which takes a second to stop.
 class TarviodWithManyApplications : public testing::Test {
  protected:
@@ -103,30 +142,53 @@ class TarviodWithManyApplications : public testing::Test {
   }
 };
 
+constexpr char kCutShort[] = "tarviod: stopping the applications: cut short by a second signal\n";
+
 TEST_F(TarviodWithManyApplications, AreNotWaitedForAfterASecondSignal) {
   Tarviod manager({"--start-all"});
   ASSERT_TRUE(manager.answers());
   all_run();
   manager.send(SIGTERM);
   ASSERT_TRUE(is_stopping());
-  manager.send(SIGTERM);
+  manager.send(SIGINT);
   EXPECT_EQ(manager.end(), 0);
-  EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: cut short by a second signal\n");
+  EXPECT_EQ(manager.errors(), kCutShort);
   EXPECT_FALSE(was_stopped("aaa"));
   EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
 }
 
-TEST_F(TarviodWithManyApplications, AreNotWaitedForAfter90Seconds) {
+TEST_F(TarviodWithManyApplications, AreNotWaitedForAfterTheSameSignalASecondLater) {
   const TempDir directory;
-  const std::string go = directory / "go";
-  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, go));
+  const std::string clock = directory / "clock";
+  write_file(clock, "0");
+  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, clock));
   ASSERT_TRUE(manager.answers());
   all_run();
   manager.send(SIGTERM);
   ASSERT_TRUE(is_stopping());
-  write_file(go, "");
+  write_file(clock, "2");
+  manager.send(SIGTERM);
   EXPECT_EQ(manager.end(), 0);
-  EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: timed out after 90 seconds\n");
+  EXPECT_EQ(manager.errors(), kCutShort);
+  EXPECT_FALSE(was_stopped("aaa"));
+  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+}
+
+TEST_F(TarviodWithManyApplications, AreWaitedForThirtySecondsAndTwoForEach) {
+  const TempDir directory;
+  const std::string clock = directory / "clock";
+  write_file(clock, "0");
+  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, clock));
+  ASSERT_TRUE(manager.answers());
+  all_run();
+  manager.send(SIGTERM);
+  ASSERT_TRUE(is_stopping());
+  write_file(clock, "49");
+  EXPECT_TRUE(eventually([] { return was_stopped("hhh"); }));
+  EXPECT_FALSE(manager.has_ended());
+  write_file(clock, "51");
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: timed out after 50 seconds\n");
   EXPECT_FALSE(was_stopped("aaa"));
   EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
 }
@@ -178,15 +240,40 @@ TEST_F(TarviodEndWithLateClients, LeavesNoApplicationOfTheirs) {
   EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
 }
 
-TEST_F(TarviodEndWithLateClients, LeavesTheSocketOfTheNextManagerAlone) {
+TEST_F(TarviodEndWithLateClients, KeepsOtherManagersFromStartingUntilItHasEnded) {
   ASSERT_NO_FATAL_FAILURE(begin_the_end());
   const LateClients clients(late_);
   ASSERT_TRUE(eventually([] { return !fs::exists(TQ_COM_SOCKET_PATH); }));
+  EXPECT_EQ(run_tarviod({}).status, 1);
+  EXPECT_EQ(manager_.end(), 0);
   Tarviod next;
   ASSERT_TRUE(next.answers());
-  EXPECT_FALSE(manager_.has_ended());
-  EXPECT_EQ(manager_.end(), 0);
   EXPECT_EQ(listening_process(), next.pid());
+}
+
+TEST(TarviodEnd, WaitsForTheRequestThatIsServed) {
+  install_application("clock");
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  const Socket client = connect_to(TQ_COM_SOCKET_PATH);
+  client.send("start_app\nclock\n");
+  manager.send(SIGTERM);
+  client.end_sending();
+  EXPECT_EQ(client.read_to_end(), "0\n\n");
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_TRUE(ends(process_of("clock")));
+}
+
+TEST(TarviodEnd, NeedsNoSocketToStopTheApplications) {
+  install_application("clock");
+  Tarviod manager({"--start-all"});
+  ASSERT_TRUE(manager.answers());
+  const pid_t clock = process_of("clock");
+  fs::remove(TQ_COM_SOCKET_PATH);
+  manager.send(SIGTERM);
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_EQ(manager.errors(), "");
+  EXPECT_TRUE(ends(clock));
 }
 
 TEST(TarviodEnd, KeepsOtherManagersFromStartingUntilTheApplicationsAreStopped) {

@@ -1,0 +1,26 @@
+// The installed applications, as the manager knows them and as their files are.
+#ifndef TARVIOD_APPLICATIONS_H
+#define TARVIOD_APPLICATIONS_H
+
+#include <optional>
+
+namespace tarviod {
+
+struct Applications {
+  int count = 0;
+  bool all_bound = true;
+};
+
+// Compares what the set-up of the application manager knows with the information directory, since
+// the set-up does not report what it could not read (oddity 98). Names packages with damaged files
+// and applications that no binding accepts.
+//
+// None, with the reason on standard error, when something could not be read, now or by the set-up:
+// the manager would do without an application until somebody restarts it.
+std::optional<Applications> check_applications();
+
+bool is_known_application(const char* name);
+
+}  // namespace tarviod
+
+#endif

@@ -1,0 +1,113 @@
+#include "server.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "base/pipe.h"
+#include "tarvio/app.h"
+#include "tarvio/com.h"
+
+namespace tarviod {
+
+namespace {
+
+constexpr int kPauseUs = 100'000;
+
+template <typename Record>
+class RecordPipe {
+ public:
+  bool open() {
+    tarvio::Pipe pipe;
+    read_end_ = pipe.read_end.release();
+    write_end_ = pipe.write_end.release();
+    return read_end_ >= 0;
+  }
+  void write(const Record& record) const {
+    (void)tarvio::write_all(write_end_, {reinterpret_cast<const char*>(&record), sizeof record});
+  }
+  [[nodiscard]] Record read() const {
+    Record record = {};
+    (void)tarvio::read_some(read_end_, {reinterpret_cast<char*>(&record), sizeof record});
+    return record;
+  }
+  [[nodiscard]] int read_end() const { return read_end_; }
+
+ private:
+  int read_end_ = -1;
+  int write_end_ = -1;
+};
+
+// The thread uses them to the end of the process, so nobody closes them.
+constinit int listening_fd = -1;
+constinit RecordPipe<Job> jobs;
+constinit RecordPipe<Result> results;
+
+void serve_client() {
+  const int client = tq_socket_accept_unix_sock(listening_fd);
+  if (client >= 0) {
+    (void)tq_request_handler(client);
+  } else {
+    (void)usleep(kPauseUs);  // until something frees the descriptor or memory that is short
+  }
+}
+
+void run_job() {
+  const Job job = jobs.read();
+  results.write({.job = job, .code = job()});
+}
+
+[[noreturn]] void* serve(void* /*unused*/) {
+  while (true) {
+    std::array<pollfd, 2> files = {{
+        {.fd = jobs.read_end(), .events = POLLIN, .revents = 0},
+        {.fd = listening_fd, .events = POLLIN, .revents = 0},
+    }};
+    if (poll(files.data(), files.size(), -1) < 1) continue;
+    if (files[0].revents != 0) {
+      run_job();
+    } else {
+      serve_client();
+    }
+  }
+}
+
+bool has_client() {
+  pollfd file = {.fd = listening_fd, .events = POLLIN, .revents = 0};
+  return poll(&file, 1, 0) == 1;
+}
+
+}  // namespace
+
+bool start_server() {
+  if (!jobs.open() || !results.open()) return false;
+  listening_fd = tq_setup_com_server(TQ_COM_SOCKET_PATH, tq_request_handler);
+  if (listening_fd < 0) return false;
+  pthread_t thread = {};
+  errno = pthread_create(&thread, nullptr, serve, nullptr);
+  if (errno != 0) return false;
+  (void)pthread_detach(thread);
+  return true;
+}
+
+void run_on_server(Job job) { jobs.write(job); }
+
+int result_fd() { return results.read_end(); }
+
+Result read_result() { return results.read(); }
+
+// Clients may wait for a start while the applications are stopped. So that none of these outlives
+// the manager, no client finds the socket from then on, those that wait are answered, and a second
+// stop follows them.
+int stop_for_good() {
+  const int code = tq_stop_all_app();
+  (void)unlink(TQ_COM_SOCKET_PATH);
+  while (has_client()) serve_client();
+  const int code_of_late = tq_stop_all_app();
+  return code == 0 ? code_of_late : code;
+}
+
+}  // namespace tarviod
