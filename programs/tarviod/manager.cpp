@@ -30,6 +30,13 @@ constexpr int kStopDeadlineMs = 90'000;
 constexpr int kNoFd = -1;
 constexpr char kEndPath[] = TQ_COM_SOCKET_PATH ".end";
 
+// Beside the words of the protocol, for clients that mean exactly one application.
+constexpr std::array<tq_com_word, 3> kExactWords = {{
+    {.word = "start_exact", .serve = tq_start_app_exact},
+    {.word = "stop_exact", .serve = tq_stop_app_exact},
+    {},
+}};
+
 // Each process that was started costs two descriptors for good (oddity 42).
 void raise_descriptor_limit() {
   rlimit limit = {};
@@ -157,6 +164,7 @@ bool set_up(Options& options, LogWatch& log_watch) {
     options.start_all = false;
   }
   log_watch.wait_for_begin();
+  tq_set_com_words(kExactWords.data());
   errno = 0;
   if (const int result = tq_setup_com_manager(); result != 0) {
     warn("cannot answer on " TQ_COM_SOCKET_PATH, strerror(result > 0 ? result : errno));
