@@ -173,8 +173,8 @@ bool look(const Request& request, bool is_first, Display& display) {
     const StatusReply reply = parse_statuses(answer.bytes);
     if (answer.error != 0 || !reply.complete) return true;  // the next look shows it
     return display.show(only_named(request.name, reply.statuses));
-  } catch (const Failure&) {
-    if (is_first) throw;
+  } catch (const Failure& failure) {
+    if (is_first || failure.status() != ExitStatus::kNoManager) throw;
     return display.show_no_manager();
   }
 }

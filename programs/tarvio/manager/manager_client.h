@@ -11,9 +11,9 @@ struct Answer {
   std::string bytes;  // what came
 };
 
-// Sends a request, with a name when that is not null, and reads the reply to its end. When that
-// takes longer than a positive number of seconds, the process says so and ends with kTimeout,
-// whatever it is waiting for. Throws a Failure when no manager can be reached.
+// Sends a request, with a name when that is not null, and reads the reply to its end. Throws a
+// Failure when no manager can be reached, of kNoManager when there is none, and of kTimeout when
+// the whole takes longer than a positive number of seconds.
 Answer ask_manager(const char* command, const char* name, double timeout_seconds);
 
 // What broke the exchange off, for people; empty after a clean end.
