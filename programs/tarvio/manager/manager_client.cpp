@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "base/deadline.h"
 #include "base/owners.h"
@@ -86,6 +87,16 @@ Answer ask_manager(const char* command, const char* name, double timeout_seconds
   answer.error = errno;
   if (answer.error == ETIMEDOUT) give_up();
   return answer;
+}
+
+std::vector<Status> ask_statuses(const char* command, double timeout_seconds) {
+  const Answer answer = ask_manager(command, nullptr, timeout_seconds);
+  if (const std::string broken = broken_off(answer); !broken.empty()) {
+    throw Failure(answer.error, broken);
+  }
+  StatusReply reply = parse_statuses(answer.bytes);
+  if (!reply.complete) throw Failure(EPROTO, kTruncated);
+  return std::move(reply.statuses);
 }
 
 std::string broken_off(const Answer& answer) {

@@ -142,7 +142,7 @@ TEST(ClientManual, HasAnEntryForEveryExitStatus) {
   }
   Names statuses;
   for (const int status :
-       {kDone, kFailed, kStateWarning, kStateError, kNoManager, kNoStatus, kTimeout, kUsage}) {
+       {kDone, kFailed, kStateWarning, kStateError, kNoManager, kNoMatch, kTimeout, kUsage}) {
     statuses.insert(std::to_string(status));
   }
   EXPECT_EQ(documented, statuses);

@@ -49,7 +49,7 @@ TEST_F(ClientStart, StartsAnApplicationAndStopStopsIt) {
   const Ran stop = run_tarvio({"stop", "clock"});
   EXPECT_EQ(stop.status, 0);
   EXPECT_EQ(stop.output, "stopped clock\n");
-  EXPECT_EQ(run_tarvio({"status", "clock"}).status, 4);
+  EXPECT_EQ(run_tarvio({"status", "clock"}).status, 12);
 }
 
 TEST_F(ClientStart, SaysWhenAnotherApplicationMayBeMeant) {
@@ -81,7 +81,7 @@ TEST_F(ClientStart, SaysWhyItFailed) {
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.output, "");
   EXPECT_EQ(run.errors, "tarvio: cannot start 'clock': Permission denied (13)\n");
-  EXPECT_EQ(run_tarvio({"status", "clock"}).status, 2);
+  EXPECT_EQ(run_tarvio({"status", "clock"}).status, 11);
 }
 
 TEST(ClientStop, SaysWhyItFailed) {
