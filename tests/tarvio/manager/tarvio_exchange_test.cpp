@@ -131,7 +131,7 @@ TEST(ClientWithATimeoutOfZero, WaitsForTheAnswer) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     client.send("0\n\n");
   });
-  EXPECT_EQ(run_tarvio({"start-all", "--timeout", "0"}).status, 0);
+  EXPECT_EQ(run_tarvio({"stop", "clock", "--timeout", "0"}).status, 0);
   server.join();
 }
 
@@ -218,7 +218,7 @@ TEST_F(ClientOutput, ThatCannotBeWrittenIsAFailure) {
 
 TEST_F(ClientOutput, OfARequestThatSucceededIsAFailureToo) {
   const OneReply manager("0\n\n");
-  const Ran run = run_tarvio({"start", "clock"}, [] { ::close(STDOUT_FILENO); });
+  const Ran run = run_tarvio({"stop", "clock"}, [] { ::close(STDOUT_FILENO); });
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.errors, "tarvio: cannot write the output: Bad file descriptor\n");
 }
