@@ -100,6 +100,12 @@ int tq_start_app(const char *name);
  * Source: app/tq_app_manager */
 int tq_stop_app(const char *name);
 
+/* Start, or stop, the application with exactly this package name; in all else the same as tq_start_app
+ * and tq_stop_app.
+ * Source: app/tq_app_manager */
+int tq_start_app_exact(const char *name);
+int tq_stop_app_exact(const char *name);
+
 /* Start, or stop, every application by its package name, retrying each until it succeeds: an
  * application that keeps failing blocks the call for ever. One whose name is contained in the name of
  * an earlier application is not reached; the earlier one is handled twice.

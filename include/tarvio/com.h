@@ -25,6 +25,13 @@ typedef struct tq_com_server {
   pthread_t thread;            /* filled by tq_wait_com */
 } tq_com_server;
 
+/* A request that a host answers beside those of the protocol, see tq_set_com_words. */
+typedef struct tq_com_word {
+  const char *word; /* first line of the request */
+  int (*serve)(
+      const char *name); /* gets the second line, or null; its result is the reply's code */
+} tq_com_word;
+
 TQ_BEGIN_DECLS
 
 /* Returns a new stream socket, or -1 with errno.
@@ -119,6 +126,14 @@ int tq_receive_com(int fd, tq_list_t *lines);
  * Source: com/tq_com_manager */
 int tq_setup_com_manager(void);
 
+/* Sets the words that tq_request_handler answers beside those of the protocol, which come first. The
+ * host calls it before tq_setup_com_manager. Without it, any other word is answered with nothing.
+ *
+ * words  table that ends with a null word, which must stay; null for none. "start_exact" and
+ *        "stop_exact" with tq_start_app_exact and tq_stop_app_exact of app.h are what tarvio asks for.
+ * Source: com/tq_com_manager */
+void tq_set_com_words(const tq_com_word *words);
+
 /* Serves one connection: reads the request, executes it, writes the reply and closes the socket.
  *
  * Request: lines that end with a line feed, up to the end of data; the first is the command, the second
@@ -127,6 +142,8 @@ int tq_setup_com_manager(void);
  *   start_app, start_all, stop_app
  *                            result code in decimal and two line feeds (stop_app without a name: none)
  *   stop_all                 result code in decimal and one line feed
+ *   words of tq_set_com_words
+ *                            result code in decimal and two line feeds
  *   anything else            none
  * A request must be complete within 5 seconds, or it is not executed. Each write of a reply (at most
  * 4096 bytes) must finish within 5 seconds as well: a client that does not read it gets no more.

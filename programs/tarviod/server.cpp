@@ -17,6 +17,13 @@ namespace {
 
 constexpr int kPauseUs = 100'000;
 
+// Beside the words of the protocol, for clients that mean exactly one application.
+constexpr std::array<tq_com_word, 3> kExactWords = {{
+    {.word = "start_exact", .serve = tq_start_app_exact},
+    {.word = "stop_exact", .serve = tq_stop_app_exact},
+    {},
+}};
+
 template <typename Record>
 class RecordPipe {
  public:
@@ -84,6 +91,7 @@ bool has_client() {
 
 bool start_server() {
   if (!jobs.open() || !results.open()) return false;
+  tq_set_com_words(kExactWords.data());
   listening_fd = tq_setup_com_server(TQ_COM_SOCKET_PATH, tq_request_handler);
   if (listening_fd < 0) return false;
   pthread_t thread = {};

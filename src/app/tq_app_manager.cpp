@@ -25,22 +25,70 @@ using Apps = tarvio::Elements<tq_app_info>;
 
 int length_of(const char* text) { return static_cast<int>(strlen(text)); }
 
-// The first application whose package name contains the name (oddity 90).
-tq_app_info* tq_find_app(const char* name) {
+// By contract a part of the name is enough (oddity 90).
+enum class Match { kPart, kExact };
+
+bool matches(const char* package, const char* name, Match match) {
+  return match == Match::kExact ? strcmp(package, name) == 0 : strstr(package, name) != nullptr;
+}
+
+tq_app_info* tq_find_app(const char* name, Match match) {
   if (manager.tq_app_list == nullptr) return nullptr;
   for (tq_app_info* app : Apps(manager.tq_app_list)) {
     const char* package = app->package->name;
     TQ_DEBUG("Checking application %s(%d) <-> %s(%d)", package, length_of(package), name,
              length_of(name));
-    if (strstr(package, name) != nullptr) return app;
+    if (matches(package, name, match)) return app;
   }
   return nullptr;
 }
 
-tq_app_info* find_app_or_report(const char* name) {
-  tq_app_info* app = name == nullptr ? nullptr : tq_find_app(name);
+tq_app_info* find_app_or_report(const char* name, Match match) {
+  tq_app_info* app = name == nullptr ? nullptr : tq_find_app(name, match);
   if (app == nullptr) TQ_WARNING("No such application %s", name == nullptr ? "" : name);
   return app;
+}
+
+int start_app(const char* name, Match match) {
+  TQ_INFO("Starting Application %s", name == nullptr ? "" : name);
+  tq_app_info* app = find_app_or_report(name, match);
+  if (app == nullptr) return EINVAL;
+  if (app->stopped != 1) return 0;  // also when its process has ended (oddity 95)
+
+  // A warning, before and after (oddity 94).
+  TQ_WARNING("get application binding.");
+  const int code = app->binding == nullptr ? EINVAL : app->binding->start(app);
+  TQ_WARNING("get application binding.");
+  const char* package = app->package->name;
+  if (code != 0) {
+    TQ_WARNING("Application start failed%s", package);
+    (void)tq_set_application_status_error(package, "start app failed.");
+    return code;
+  }
+  TQ_DEBUG("Application start success.%s", package);
+  (void)tq_set_application_status_normal(package, "started app");
+  app->stopped = 0;
+  return 0;
+}
+
+int stop_app(const char* name, Match match) {
+  TQ_INFO("Stopping Application %s", name == nullptr ? "" : name);
+  tq_app_info* app = find_app_or_report(name, match);
+  if (app == nullptr) return EINVAL;
+
+  const char* package = app->package->name;
+  if (app->stopped == 0) {  // else only the status is removed (oddity 96)
+    const int code = app->binding == nullptr ? EINVAL : app->binding->stop(app);
+    if (code != 0) {
+      TQ_WARNING("Application stop failed%s", package);
+      (void)tq_set_application_status_error(package, "Stop App Failed");
+      return code;
+    }
+  }
+  TQ_DEBUG("Application stop success %s", package);
+  (void)tq_remove_application_status(package);
+  app->stopped = 1;
+  return 0;
 }
 
 // Tries each application until it succeeds, at once and without limit (oddity 91). The operation
@@ -123,47 +171,11 @@ int tq_check_all_app_binding(tq_list_t* apps, tq_list_t* bindings) {
   return all_bound;
 }
 
-int tq_start_app(const char* name) {
-  TQ_INFO("Starting Application %s", name == nullptr ? "" : name);
-  tq_app_info* app = find_app_or_report(name);
-  if (app == nullptr) return EINVAL;
-  if (app->stopped != 1) return 0;  // also when its process has ended (oddity 95)
+int tq_start_app(const char* name) { return start_app(name, Match::kPart); }
+int tq_start_app_exact(const char* name) { return start_app(name, Match::kExact); }
 
-  // A warning, before and after (oddity 94).
-  TQ_WARNING("get application binding.");
-  const int code = app->binding == nullptr ? EINVAL : app->binding->start(app);
-  TQ_WARNING("get application binding.");
-  const char* package = app->package->name;
-  if (code != 0) {
-    TQ_WARNING("Application start failed%s", package);
-    (void)tq_set_application_status_error(package, "start app failed.");
-    return code;
-  }
-  TQ_DEBUG("Application start success.%s", package);
-  (void)tq_set_application_status_normal(package, "started app");
-  app->stopped = 0;
-  return 0;
-}
-
-int tq_stop_app(const char* name) {
-  TQ_INFO("Stopping Application %s", name == nullptr ? "" : name);
-  tq_app_info* app = find_app_or_report(name);
-  if (app == nullptr) return EINVAL;
-
-  const char* package = app->package->name;
-  if (app->stopped == 0) {  // else only the status is removed (oddity 96)
-    const int code = app->binding == nullptr ? EINVAL : app->binding->stop(app);
-    if (code != 0) {
-      TQ_WARNING("Application stop failed%s", package);
-      (void)tq_set_application_status_error(package, "Stop App Failed");
-      return code;
-    }
-  }
-  TQ_DEBUG("Application stop success %s", package);
-  (void)tq_remove_application_status(package);
-  app->stopped = 1;
-  return 0;
-}
+int tq_stop_app(const char* name) { return stop_app(name, Match::kPart); }
+int tq_stop_app_exact(const char* name) { return stop_app(name, Match::kExact); }
 
 int tq_start_all_app(void) {
   TQ_DEBUG("starting %d apps", tq_list_size(manager.tq_app_list));

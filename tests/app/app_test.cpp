@@ -12,6 +12,7 @@
 namespace tarvio_test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -172,6 +173,38 @@ TEST_F(AppManager, FindsTheFirstApplicationOfAllForAnEmptyName) {
   set_up({"web", "clock"});
   tq_start_app("");
   EXPECT_THAT(calls_, ElementsAre("start web"));
+}
+
+TEST_F(AppManager, FindsExactlyTheNameWhateverComesFirst) {
+  set_up({"webserver", "web"});
+  EXPECT_EQ(tq_start_app_exact("web"), 0);
+  EXPECT_THAT(all_statuses(), ElementsAre("web 0 started app"));
+  EXPECT_EQ(tq_stop_app_exact("web"), 0);
+  EXPECT_THAT(calls_, ElementsAre("start web", "stop web"));
+  EXPECT_THAT(all_statuses(), IsEmpty());
+}
+
+TEST_F(AppManager, DoesNotKnowAPartOfANameExactly) {
+  set_up({"webserver"});
+  for (const char* name : {"web", "", "webserver2", "Webserver"}) {
+    EXPECT_EQ(tq_start_app_exact(name), EINVAL) << name;
+    EXPECT_EQ(tq_stop_app_exact(name), EINVAL) << name;
+  }
+  EXPECT_EQ(tq_start_app_exact(nullptr), EINVAL);
+  EXPECT_EQ(tq_stop_app_exact(nullptr), EINVAL);
+  EXPECT_THAT(calls_, IsEmpty());
+}
+
+TEST_F(AppManager, ReportsTheResultOfAnExactNameToo) {
+  set_up({"web"});
+  answers_ = {EMFILE, 0, EINPROGRESS};
+  EXPECT_EQ(tq_start_app_exact("web"), EMFILE);
+  EXPECT_THAT(all_statuses(), ElementsAre("web 2 start app failed."));
+  EXPECT_EQ(tq_start_app_exact("web"), 0);
+  EXPECT_EQ(tq_start_app_exact("web"), 0);
+  EXPECT_EQ(tq_stop_app_exact("web"), EINPROGRESS);
+  EXPECT_THAT(calls_, ElementsAre("start web", "start web", "stop web"));
+  EXPECT_THAT(logged(), Contains("warning: Application stop failedweb"));
 }
 
 TEST_F(AppManager, KeepsTheStatusUnderTheFullName) {

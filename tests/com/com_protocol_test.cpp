@@ -158,6 +158,36 @@ TEST_F(ComProtocol, AnythingElseAnswersNothing) {
   EXPECT_THAT(binding_calls, IsEmpty());
 }
 
+int answer_33(const char* name) {
+  binding_calls.push_back(std::string("word ") + (name == nullptr ? "without a name" : name));
+  return 33;
+}
+
+constexpr tq_com_word kWords[] = {
+    {"start_exact", answer_33}, {"status_all", answer_33}, {nullptr, nullptr}};
+
+TEST_F(ComProtocol, WordsOfTheHostAreAnsweredLikeStartApp) {
+  tq_set_com_words(kWords);
+  EXPECT_EQ(serve("start_exact\nclock\nmore\n"), "33\n\n");
+  EXPECT_EQ(serve("start_exact\r\n"), "33\n\n");
+  EXPECT_THAT(binding_calls, ElementsAre("word clock", "word without a name"));
+}
+
+TEST_F(ComProtocol, WordsOfTheHostReplaceNoneOfTheProtocol) {
+  tq_set_com_words(kWords);
+  EXPECT_EQ(serve("status_all\n"), "");
+  EXPECT_THAT(binding_calls, IsEmpty());
+}
+
+TEST_F(ComProtocol, WordsOfTheHostAreUnknownUnlessItHasThem) {
+  EXPECT_EQ(serve("start_exact\nclock\n"), "");
+  tq_set_com_words(kWords);
+  EXPECT_EQ(serve("stop_exact\nclock\n"), "");
+  tq_set_com_words(nullptr);
+  EXPECT_EQ(serve("start_exact\nclock\n"), "");
+  EXPECT_THAT(binding_calls, IsEmpty());
+}
+
 TEST_F(ComProtocol, LineEndsAreCut) {
   EXPECT_EQ(serve("stop_all\r\n"), "0\n");
   EXPECT_EQ(serve("start_app\r\nclock\r\n"), "0\n\n");

@@ -31,6 +31,10 @@ FIELD(tq_com_server, handler, 8, 16);
 FIELD(tq_com_server, thread, 12, 24);
 SIZE(tq_com_server, 16, 32);
 
+FIELD(tq_com_word, word, 0, 0);
+FIELD(tq_com_word, serve, 4, 8);
+SIZE(tq_com_word, 8, 16);
+
 FIELD(tq_conf_pair, name, 0, 0);
 FIELD(tq_conf_pair, value, 4, 8);
 SIZE(tq_conf_pair, 8, 16);

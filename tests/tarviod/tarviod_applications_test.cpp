@@ -43,6 +43,23 @@ TEST(TarviodApplication, RunsFromItsStartToItsStop) {
   EXPECT_EQ(request("status_all\n"), "");
 }
 
+TEST(TarviodApplication, IsReachedByItsExactName) {
+  install_application("web");
+  install_application("webserver");  // comes first in the order of the manager
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(request("start_exact\nweb\n"), "0\n\n");
+  EXPECT_EQ(request("status_all\n"), "web\n0\nstarted app\n");
+  const pid_t process = process_of("web");
+  EXPECT_EQ(request("stop_exact\nwe\n"), "22\n\n");
+  EXPECT_EQ(request("start_exact\n"), "22\n\n");
+  EXPECT_EQ(request("stop_exact\n"), "22\n\n");
+  EXPECT_TRUE(is_alive(process));
+  EXPECT_EQ(request("stop_exact\nweb\n"), "0\n\n");
+  EXPECT_TRUE(ends(process));
+  EXPECT_EQ(request("status_all\n"), "");
+}
+
 TEST(TarviodApplication, CanBeStartedAgain) {
   install_application("clock");
   Tarviod manager;

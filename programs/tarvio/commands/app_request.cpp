@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <optional>
+#include <vector>
 
 #include "manager/manager_client.h"
 #include "manager/manager_reply.h"
@@ -17,79 +19,175 @@ namespace client {
 
 namespace {
 
-using Name = std::optional<std::string>;  // none when all applications are meant
-
 // The manager reads lines of at most so many bytes.
 constexpr size_t kMaxName = 254;
+constexpr double kSecondsPerApplication = 2;  // a stop takes one
+constexpr char kStartedBefore[] = "was started before; whether it still runs is not known";
+constexpr char kNoExactNames[] = "the running manager matches names by substring";
 
-// Whether the manager, which takes the first application whose name contains the given text (oddity
-// 90), comes to the one that has exactly this name.
-bool is_first_match(const std::string& name) {
+using Names = std::vector<std::string>;
+
+// In the order in which the manager looks for them.
+Names installed_applications() {
   const Listing listing = list_packages(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr);
-  const auto first = std::find_if(
-      listing.packages.begin(), listing.packages.end(),
-      [&](const Package& package) { return package.name.find(name) != std::string::npos; });
-  return first != listing.packages.end() && first->name == name;
-}
-
-std::string success_line(const AppRequest& request, const Name& name) {
-  std::string line = request.done;
-  if (!name) {
-    line += " all applications";
-  } else if (is_first_match(*name)) {
-    line += ' ' + *name;
-  } else {
-    line += " the first application whose name contains '" + *name + "'";
+  if (listing.code != 0 && listing.code != ENOENT) {  // without a directory there are none
+    throw Failure(listing.code,
+                  "cannot list the installed applications: " + result_words(listing.code));
   }
-  return printable(line) + '\n';
+  Names names;
+  for (const Package& package : listing.packages) names.push_back(package.name);
+  return names;
 }
 
-std::string complaint_of(const AppRequest& request, const char* word, const Name& name,
-                         int32_t code, const std::string& message) {
-  const std::string reason = message + " (" + std::to_string(code) + ")";
-  if (!name)
-    return std::string(word) + ": an application failed to " + request.verb + ": " + reason;
-  const char* const remedy = code == EINVAL ? "; see 'tarvio list --category application'" : "";
-  return std::string("cannot ") + request.verb + " '" + *name + "': " + reason + remedy;
+// The one that the manager takes for a part of a name (oddity 90).
+std::optional<std::string> first_match(const Names& names, const std::string& part) {
+  const auto first = std::find_if(names.begin(), names.end(), [&](const std::string& name) {
+    return name.find(part) != std::string::npos;
+  });
+  if (first == names.end()) return std::nullopt;
+  return *first;
 }
 
-// Throws a Failure for anything but a whole reply.
-int32_t exchange(const AppRequest& request, const Name& name, double seconds) {
+// None for an answer without a byte, which a manager gives to a word that it does not know.
+std::optional<int32_t> ask_for_code(const char* command, const char* name, double seconds) {
   constexpr size_t kMaxShown = 40;
-  const Answer answer = ask_manager(request.command, name ? name->c_str() : nullptr, seconds);
+  const Answer answer = ask_manager(command, name, seconds);
   if (const std::string broken = broken_off(answer); !broken.empty()) {
     throw Failure(answer.error, broken);
   }
-  if (answer.bytes.empty()) {
-    throw Failure(EPROTO, "the manager closed the connection without a result");
-  }
+  if (answer.bytes.empty()) return std::nullopt;
   const std::optional<int32_t> code = parse_result_code(answer.bytes);
-  if (code) return *code;
+  if (code) return code;
   throw Failure(EPROTO,
                 "the manager's reply is not a result: '" + answer.bytes.substr(0, kMaxShown) + "'");
 }
 
+int32_t code_of(const char* command, const char* name, double seconds) {
+  const std::optional<int32_t> code = ask_for_code(command, name, seconds);
+  if (code) return *code;
+  throw Failure(EPROTO, "the manager closed the connection without a result");
+}
+
+// Packages may have come and gone since the manager listed them. So what it has a status of counts,
+// too.
+void expect_first_match(const AppRequest& request, const std::string& name, double seconds) {
+  const Names installed = installed_applications();
+  std::optional<std::string> first = first_match(installed, name);
+  if (first == name) {
+    for (const Status& status : ask_statuses("status_app", seconds)) {
+      const bool is_installed =
+          std::find(installed.begin(), installed.end(), status.name) != installed.end();
+      if (!is_installed && status.name.find(name) != std::string::npos) first = status.name;
+    }
+  }
+  if (first == name) return;
+  throw Failure(EINVAL, std::string("cannot ") + request.verb + " '" + name +
+                            "': " + kNoExactNames + ", and " +
+                            (first ? "may find '" + *first + "' first"
+                                   : "'" + name + "' is not an installed application") +
+                            "; use --match to accept that, or update tarviod");
+}
+
+// Asking for all is to take longer the more applications there are: those that are installed, and
+// those that are started and installed no more.
+double seconds_for_all(const Names& installed, const Arguments& arguments) {
+  const double seconds = arguments.timeout_seconds;
+  if (arguments.has(arguments.command->timeout.option)) return seconds;
+  const size_t known = ask_statuses("status_app", seconds).size();
+  return seconds + kSecondsPerApplication * static_cast<double>(std::max(known, installed.size()));
+}
+
+// What came of a request for all.
+struct All {
+  int32_t code = 0;
+  std::string missed = {};  // an application that the manager did not reach; empty for none
+};
+
+// The applications that starting and stopping all do not reach (oddity 93).
+Names hidden_among(const Names& installed) {
+  Names hidden;
+  std::copy_if(installed.begin(), installed.end(), std::back_inserter(hidden),
+               [&](const std::string& name) { return first_match(installed, name) != name; });
+  return hidden;
+}
+
+void include(const std::string& name, const AppRequest& request, double seconds, All& all) {
+  const std::optional<int32_t> code = ask_for_code(request.exact, name.c_str(), seconds);
+  if (!code) {
+    all.missed = name;
+  } else if (*code != 0 && *code != EINVAL) {  // 22: installed since the manager started
+    all.code = *code;
+  }
+}
+
 }  // namespace
 
-Result request_app(const AppRequest& request, const Arguments& arguments) {
-  Name name;
-  if (!arguments.operands.empty()) name = application_name(arguments.operands.front());
-  const char* const word = arguments.command->word;
-  const int32_t code = exchange(request, name, arguments.timeout_seconds);
-  const std::string message = name && code == EINVAL ? "no such application" : result_words(code);
-
-  Json json = {{"command", word}};
-  if (name) json["name"] = *name;
-  json["code"] = code;
-  json["message"] = message;
-
-  Result result = {.json = text_of(json)};
-  if (code == 0) {
-    result.text = success_line(request, name);
-  } else {
-    result.status = kFailed;
-    result.complaint = complaint_of(request, word, name, code, message);
+Reached reach_app(const AppRequest& request, const std::string& name, bool is_part,
+                  double seconds) {
+  const std::string wanted =
+      is_part ? first_match(installed_applications(), name).value_or(name) : name;
+  if (const auto code = ask_for_code(request.exact, wanted.c_str(), seconds)) {
+    return {.name = wanted, .code = *code};
   }
+  if (!is_part) expect_first_match(request, name, seconds);
+  return {.name = wanted, .code = code_of(request.part, name.c_str(), seconds), .is_exact = false};
+}
+
+std::string reason_of(const Reached& reached) {
+  return reached.code == EINVAL ? "no such application" : result_words(reached.code);
+}
+
+std::string doubt_about(const AppRequest& request, const Reached& reached) {
+  if (reached.is_exact) return "";
+  return std::string("cannot confirm that '") + reached.name + "' was " + request.done + ": " +
+         kNoExactNames + " and may know other applications; update tarviod";
+}
+
+Result result_of(const AppRequest& request, const Reached& reached, const Arguments& arguments) {
+  const bool was_started = reached.was_started.value_or(false);
+  const std::string message = was_started ? kStartedBefore : reason_of(reached);
+  Json json = {{"command", arguments.command->word},
+               {"name", reached.name},
+               {"exact", reached.is_exact},
+               {"code", reached.code},
+               {"message", message}};
+  if (reached.was_started) json["was_started"] = *reached.was_started;
+  Result result = {.json = text_of(json)};
+  if (reached.code != 0) {
+    result.status = kFailed;
+    result.complaint = std::string("cannot ") + request.verb + " '" + reached.name +
+                       "': " + message + " (" + std::to_string(reached.code) + ")";
+    if (reached.code == EINVAL) result.complaint += "; see 'tarvio list --category application'";
+    return result;
+  }
+  result.text = printable(was_started ? reached.name + ' ' + message
+                                      : std::string(request.done) + ' ' + reached.name) +
+                '\n';
+  result.complaint = doubt_about(request, reached);
+  return result;
+}
+
+Result request_all(const AppRequest& request, const Arguments& arguments) {
+  const Names installed = installed_applications();
+  const double seconds = seconds_for_all(installed, arguments);
+  All all = {.code = code_of(request.all, nullptr, seconds)};
+  for (const std::string& name : hidden_among(installed)) {
+    include(name, request, arguments.timeout_seconds, all);
+  }
+  const char* const word = arguments.command->word;
+  const std::string message = result_words(all.code);
+  Result result = {.json = text_of({{"command", word}, {"code", all.code}, {"message", message}})};
+  if (all.code != 0) {
+    result.complaint = std::string(word) + ": an application failed to " + request.verb + ": " +
+                       message + " (" + std::to_string(all.code) + ")";
+  } else if (!all.missed.empty()) {
+    result.complaint = std::string(word) + ": '" + all.missed + "' was not " + request.done + ": " +
+                       kNoExactNames + "; update tarviod";
+  } else {
+    result.text = std::string(request.done) + " all applications\n";
+    return result;
+  }
+  result.status = kFailed;
   return result;
 }
 

@@ -53,9 +53,9 @@ inline constexpr Operands kOneApplication = {
     .missing = "the NAME of the application",
     .offer = Offer::kApplications,
     .help =
-        "The manager acts on the first application whose name contains NAME, searching from Z "
-        "to A: give the exact name to be sure. 'tarvio list --category application' shows the "
-        "names."};
+        "NAME must be exact, unless --match is given; 'tarvio list --category application' shows "
+        "the names. A tarviod from before exact names takes the first application whose name "
+        "contains NAME: with such a one, NAME is refused unless it comes first."};
 inline constexpr Operands kPackageNames = {
     .name = "NAME",
     .min = 1,
@@ -83,6 +83,9 @@ constexpr Option timeout_option(const char* help) {
 inline constexpr Timeout kManagerTimeout = {
     30, timeout_option("give up when the manager has not answered by then; default 30, 0 waits "
                        "forever")};
+inline constexpr Timeout kAllTimeout = {
+    30, timeout_option("give up when the manager has not answered by then; default 30, and 2 more "
+                       "for each application; 0 waits forever")};
 // An installation may take its time, and should not be interrupted early.
 inline constexpr Timeout kToolsTimeout = {
     600, timeout_option("stop a tool that is not done by then, and fail; default 600, 0 waits "

@@ -13,6 +13,7 @@ namespace {
 
 Json json_of(const Change& change, const char* operand_key) {
   Json json = json_of(operand_key, change.outcome);
+  if (change.was_stopped) json["was_stopped"] = *change.was_stopped;
   if (change.name.empty()) return json;
   json["name"] = change.name;
   json["installed_version"] = change.now.version ? Json(*change.now.version) : Json();

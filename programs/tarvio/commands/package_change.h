@@ -3,6 +3,7 @@
 #define TARVIO_CLIENT_COMMANDS_PACKAGE_CHANGE_H
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,8 +18,9 @@ namespace client {
 // An installation or a removal.
 struct Change {
   Outcome outcome;
-  std::string fact;  // for people
-  std::string name;  // empty when it is not known
+  std::string fact;                 // for people
+  std::string name;                 // empty when it is not known
+  std::optional<bool> was_stopped;  // of a removal: an application, before it
   Installed now;
   int32_t opkg_code = 0;
   std::vector<std::string> opkg_lines;

@@ -2,28 +2,64 @@
 #include <array>
 #include <cerrno>
 #include <string>
+#include <vector>
 
+#include "commands/app_request.h"
 #include "commands/commands.h"
 #include "commands/package_change.h"
+#include "manager/manager_client.h"
 #include "packages/control_fields.h"
 #include "process/failure.h"
+#include "terminal/output.h"
 
 namespace client {
 
 namespace {
 
 constexpr Option kForce = {.name = "force", .help = "remove despite packages that depend on it"};
-constexpr std::array kOptions = {kForce};
+constexpr Option kKeepRunning = {.name = "keep-running",
+                                 .help = "do not stop an application that was started"};
+constexpr std::array kOptions = {kForce, kKeepRunning};
 // As the library has them.
 constexpr char kForceOptions[] = "--force-depends";
 
 struct Request {
   bool is_forced;
+  bool keeps_running;
+  bool is_json;
   double timeout_seconds;
 };
 
+// False when it was not started, or not by the manager.
+bool stop_started(const std::string& name, double seconds) {
+  const std::vector<Status> statuses = ask_statuses("status_app", seconds);
+  if (find_status(statuses, name) == nullptr) return false;
+  const Reached reached = reach_app(kStopApp, name, false, seconds);
+  if (reached.code == EINVAL) return false;  // a status from the system log
+  if (reached.code != 0) throw Failure(reached.code, "cannot stop it: " + reason_of(reached));
+  if (!reached.is_exact) complain(doubt_about(kStopApp, reached));
+  return true;
+}
+
+// Afterwards it could not be stopped: its stop file would be gone.
+bool stop_before_removal(const std::string& name, const Request& request) {
+  if (request.keeps_running || !look_up(name).is_application) return false;
+  try {
+    if (!stop_started(name, request.timeout_seconds)) return false;
+  } catch (const Failure& failure) {
+    if (failure.status() == kNoManager) return false;
+    throw Failure(failure.code(),
+                  std::string(failure.what()) + "; use --keep-running to remove it anyway",
+                  failure.status());
+  }
+  // At once: the removal may take minutes, or fail.
+  if (!request.is_json) (void)print("stopped " + name + '\n');
+  return true;
+}
+
 void remove(const std::string& name, const Request& request, Change& change) {
   if (!is_package_name(name)) throw Failure(EINVAL, "not a valid package name");
+  change.was_stopped = stop_before_removal(name, request);
   const WorkDirectory directory;
   const Installed before = look_up(name);
   const OpkgRun run = run_opkg(directory,
@@ -39,6 +75,8 @@ void remove(const std::string& name, const Request& request, Change& change) {
 
 Result run(const Arguments& arguments) {
   const Request request = {.is_forced = arguments.has(kForce),
+                           .keeps_running = arguments.has(kKeepRunning),
+                           .is_json = arguments.has(kJson),
                            .timeout_seconds = arguments.timeout_seconds};
   return change_packages(arguments, "package", [&](const std::string& name, Change& change) {
     remove(name, request, change);
@@ -54,8 +92,8 @@ const Command kRemoveCommand = {
     .timeout = kToolsTimeout,
     .summary = "remove installed packages",
     .description =
-        "Removes installed packages with opkg. The result is checked against what is "
-        "actually installed.",
+        "Removes installed packages with opkg, after stopping those that are started applications. "
+        "The result is checked against what is actually installed.",
     .statuses = kToolsStatuses,
     .run = run,
 };

@@ -1,24 +1,54 @@
 // tarvio start
+#include <string>
+#include <vector>
+
 #include "commands/app_request.h"
 #include "commands/commands.h"
+#include "manager/manager_client.h"
+#include "tarvio/status.h"
 
 namespace client {
+
+namespace {
+
+// A start sets this status, unless the application counts as started (oddity 95). Other statuses
+// come from the system log.
+bool is_of_a_start(const Status& status) {
+  return status.state == TQ_STATE_NORMAL && status.detail == "started app";
+}
+
+// Whether a start that succeeded did nothing, judged by the statuses before it.
+bool was_started(const std::vector<Status>& before, const std::string& name, double seconds) {
+  const Status* const was = find_status(before, name);
+  if (was == nullptr || is_of_a_start(*was)) return was != nullptr;
+  const std::vector<Status> after = ask_statuses("status_app", seconds);
+  const Status* const is = find_status(after, name);
+  return is != nullptr && *is == *was;
+}
+
+Result run(const Arguments& arguments) {
+  const std::string name = application_name(arguments.operands.front());
+  const double seconds = arguments.timeout_seconds;
+  const std::vector<Status> before = ask_statuses("status_app", seconds);
+  Reached reached = reach_app(kStartApp, name, arguments.has(kMatch), seconds);
+  if (reached.code == 0) reached.was_started = was_started(before, reached.name, seconds);
+  return result_of(kStartApp, reached, arguments);
+}
+
+}  // namespace
 
 constexpr Command kStartCommand = {
     .word = "start",
     .operands = kOneApplication,
-    .options = {},
+    .options = kMatchOptions,
     .timeout = kManagerTimeout,
     .summary = "start an application",
     .description =
-        "Starts an application. One that is already started stays as it is. A start succeeds once "
-        "a process exists, whether or not its program runs well.",
+        "Starts an application. One that was started before stays as it is, even if its process "
+        "has ended: stop it first. A start succeeds once a process exists, whether or not its "
+        "program runs well.",
     .statuses = kManagerStatuses,
-    .run =
-        [](const Arguments& arguments) {
-          return request_app({.command = "start_app", .verb = "start", .done = "started"},
-                             arguments);
-        },
+    .run = run,
 };
 
 }  // namespace client

@@ -1,7 +1,6 @@
 // tarvio status: what the manager watches, once or as it changes.
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <optional>
 #include <string>
@@ -85,10 +84,9 @@ Result all_of(const std::vector<Status>& statuses, bool is_json) {
 }
 
 Result one_of(const std::vector<Status>& statuses, const std::string& name) {
-  const auto status = std::find_if(statuses.begin(), statuses.end(),
-                                   [&](const Status& each) { return each.name == name; });
-  if (status == statuses.end()) {
-    return {.status = kNoStatus,
+  const Status* const status = find_status(statuses, name);
+  if (status == nullptr) {
+    return {.status = kNoMatch,
             .complaint = "no status for '" + name + "': not started, or not an exact name"};
   }
   return {.status = exit_status_of(status->state),
@@ -106,14 +104,12 @@ Result show(const Request& request) {
   // Such a reply says nothing about what is not in it: that is neither unknown nor gone.
   if (reply.statuses.empty()) result.json.clear();
   result.status = kFailed;
-  result.complaint = !broken.empty()
-                         ? broken
-                         : "the manager's reply is truncated or garbled; statuses may be missing";
+  result.complaint = !broken.empty() ? broken : kTruncated;
   return result;
 }
 
 constexpr unsigned kSecondsBetweenLooks = 1;
-constexpr char kNoManager[] = "no manager answers; waiting for one";
+constexpr char kWaiting[] = "no manager answers; waiting for one";
 constexpr char kClearScreen[] = "\x1b[H\x1b[2J";
 
 // Redraws the whole table in its place whenever it has changed.
@@ -122,7 +118,7 @@ class Screen {
   bool show(const std::vector<Status>& statuses) {
     return draw(statuses.empty() ? "no statuses\n" : table_of(statuses));
   }
-  bool show_no_manager() { return draw(std::string(kNoManager) + '\n'); }
+  bool show_no_manager() { return draw(std::string(kWaiting) + '\n'); }
 
  private:
   bool draw(const std::string& text) {
@@ -134,24 +130,26 @@ class Screen {
   std::string shown_;
 };
 
-// Prints a line for each change. What is there at the beginning counts as one.
+// Prints a line for each change. What is there at the beginning counts as one. A script also learns
+// when the manager goes and comes.
 class Lines {
  public:
   explicit Lines(bool is_json) : is_json_(is_json) {}
 
   bool show(const std::vector<Status>& statuses) {
     std::string text;
+    if (std::exchange(is_reported_, false) && is_json_) text = line_of({{"manager", "back"}});
     for (const StatusChange& change : changes_between(known_, statuses)) {
       text += is_json_ ? line_of(json_of(change)) : change_line(change);
     }
     known_ = statuses;
-    is_reported_ = false;
     return text.empty() || print(text);
   }
 
   bool show_no_manager() {
-    if (!std::exchange(is_reported_, true)) complain(kNoManager);
-    return true;
+    if (std::exchange(is_reported_, true)) return true;
+    complain(kWaiting);
+    return !is_json_ || print(line_of({{"manager", "gone"}}));
   }
 
  private:
@@ -173,8 +171,8 @@ bool look(const Request& request, bool is_first, Display& display) {
     const StatusReply reply = parse_statuses(answer.bytes);
     if (answer.error != 0 || !reply.complete) return true;  // the next look shows it
     return display.show(only_named(request.name, reply.statuses));
-  } catch (const Failure&) {
-    if (is_first) throw;
+  } catch (const Failure& failure) {
+    if (is_first || failure.status() != kNoManager) throw;
     return display.show_no_manager();
   }
 }
@@ -206,9 +204,10 @@ const Command kStatusCommand = {
     .description =
         "Prints the status of everything that the manager watches, or of the application with "
         "exactly this NAME. States: normal, warning, error. An application has a status from its "
-        "first start until it is stopped. With NAME the exit status is the state: 0 normal, "
-        "1 warning, 2 error, 4 no such status.",
-    .statuses = kManagerStatuses,
+        "first start until it is stopped.",
+    .statuses =
+        "0 done, 1 failed, 3 no manager, 5 no answer in time; with NAME 0 normal, 10 warning, "
+        "11 error, 12 no such status",
     .run = run,
 };
 

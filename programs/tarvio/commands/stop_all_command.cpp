@@ -8,16 +8,13 @@ constexpr Command kStopAllCommand = {
     .word = "stop-all",
     .operands = kNoOperands,
     .options = {},
-    .timeout = kManagerTimeout,
+    .timeout = kAllTimeout,
     .summary = "stop all applications",
     .description =
         "Stops all applications, one after the other, which takes a second or more for each. The "
         "manager answers no other request meanwhile.",
     .statuses = kManagerStatuses,
-    .run =
-        [](const Arguments& arguments) {
-          return request_app({.command = "stop_all", .verb = "stop", .done = "stopped"}, arguments);
-        },
+    .run = [](const Arguments& arguments) { return request_all(kStopApp, arguments); },
 };
 
 }  // namespace client

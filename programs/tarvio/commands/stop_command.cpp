@@ -1,21 +1,31 @@
 // tarvio stop
+#include <string>
+
 #include "commands/app_request.h"
 #include "commands/commands.h"
 
 namespace client {
 
+namespace {
+
+Result run(const Arguments& arguments) {
+  const std::string name = application_name(arguments.operands.front());
+  const Reached reached =
+      reach_app(kStopApp, name, arguments.has(kMatch), arguments.timeout_seconds);
+  return result_of(kStopApp, reached, arguments);
+}
+
+}  // namespace
+
 constexpr Command kStopCommand = {
     .word = "stop",
     .operands = kOneApplication,
-    .options = {},
+    .options = kMatchOptions,
     .timeout = kManagerTimeout,
     .summary = "stop an application",
     .description = "Stops an application. One that is already stopped stays as it is.",
     .statuses = kManagerStatuses,
-    .run =
-        [](const Arguments& arguments) {
-          return request_app({.command = "stop_app", .verb = "stop", .done = "stopped"}, arguments);
-        },
+    .run = run,
 };
 
 }  // namespace client

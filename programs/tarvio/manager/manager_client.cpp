@@ -1,14 +1,17 @@
 #include "manager/manager_client.h"
 
-#include <signal.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
+#include "base/deadline.h"
+#include "base/owners.h"
 #include "base/pipe.h"
 #include "process/failure.h"
 #include "tarvio/com.h"
@@ -17,88 +20,83 @@ namespace client {
 
 namespace {
 
-constexpr char kLastWords[] =
-    "tarvio: no answer from the manager in time, it may be busy; use --timeout SECONDS to wait "
-    "longer\n";
+using tarvio::Deadline;
 
-// Only what a signal handler may call.
-void give_up(int /*signal*/) {
-  (void)!write(STDERR_FILENO, kLastWords, sizeof kLastWords - 1);
-  _exit(kTimeout);
+[[noreturn]] void give_up() {
+  throw Failure(ETIMEDOUT,
+                "no answer from the manager in time, it may be busy; use --timeout SECONDS to wait "
+                "longer",
+                kTimeout);
 }
 
-void set_timer(double seconds) {
-  itimerval timer = {};
-  timer.it_value.tv_sec = static_cast<time_t>(seconds);
-  timer.it_value.tv_usec =
-      static_cast<suseconds_t>((seconds - static_cast<double>(timer.it_value.tv_sec)) * 1e6);
-  // A timer of zero would never fire.
-  if (seconds > 0 && timer.it_value.tv_sec == 0 && timer.it_value.tv_usec == 0) {
-    timer.it_value.tv_usec = 1;
+// Connecting waits while the manager's backlog is full, as long as a send may wait.
+void limit_connecting(int fd, const Deadline& deadline) {
+  if (!deadline.is_set()) return;
+  const int left_ms = std::max(deadline.remaining_ms(), 1);  // 0 would be for ever
+  const timeval limit = {.tv_sec = left_ms / 1000,
+                         .tv_usec = static_cast<suseconds_t>(left_ms % 1000) * 1000};
+  (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+void connect_to_manager(int fd, const Deadline& deadline) {
+  limit_connecting(fd, deadline);
+  if (tq_socket_connect_unix_sock(fd, TQ_COM_SOCKET_PATH) == 0) return;
+  switch (errno) {
+    case EAGAIN:
+      give_up();
+    case ENOENT:
+    case ECONNREFUSED:
+      throw Failure(ENOTCONN, "no manager answers on " TQ_COM_SOCKET_PATH "; is tarviod running?",
+                    kNoManager);
+    default:
+      throw Failure::of_system("cannot connect to " TQ_COM_SOCKET_PATH);
   }
-  (void)setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
-void unblock(int signal) {
-  sigset_t signals;
-  (void)sigemptyset(&signals);
-  (void)sigaddset(&signals, signal);
-  (void)sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+bool send_request(int fd, const char* command, const char* name, const Deadline& deadline) {
+  std::string lines = std::string(command) + '\n';
+  if (name != nullptr) lines.append(name).append("\n");
+  errno = ETIMEDOUT;  // unless something else goes wrong
+  return tarvio::send_all(fd, lines, deadline) && shutdown(fd, SHUT_WR) == 0;
 }
 
-// While it lives, the process ends when the time is over. A signal, because connecting blocks while
-// the manager's backlog is full, and the library's call has no time limit.
-class Alarm {
- public:
-  explicit Alarm(double seconds) : is_set_(seconds > 0) {
-    if (!is_set_) return;
-    struct sigaction action = {};
-    action.sa_handler = give_up;
-    (void)sigaction(SIGALRM, &action, nullptr);
-    unblock(SIGALRM);  // the parent may have left it blocked
-    set_timer(seconds);
-  }
-  ~Alarm() {
-    if (is_set_) set_timer(0);
-  }
-  Alarm(const Alarm&) = delete;
-  Alarm& operator=(const Alarm&) = delete;
-
- private:
-  bool is_set_;
-};
-
-// The library hands out an unconnected socket when there is no listener (oddity 116).
-bool is_connected(int fd) {
-  sockaddr_storage address = {};
-  socklen_t size = sizeof address;
-  return getpeername(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-}
-
-// Reads to the end of data. Not by tq_receive_com, which cuts long lines into pieces and would lose
-// count of the three lines of a status.
-int read_to_end(int fd, std::string& bytes) {
+// False, with errno set, when it broke off. Not by tq_receive_com, which cuts long lines into
+// pieces and would lose count of the three lines of a status.
+bool read_to_end(int fd, std::string& bytes, const Deadline& deadline) {
   std::array<char, 2048> buffer;
-  while (true) {
+  while (tarvio::wait_for(fd, POLLIN, deadline)) {
     const ssize_t count = tarvio::read_some(fd, buffer);
-    if (count <= 0) return count == 0 ? 0 : errno;
+    if (count <= 0) return count == 0;
     bytes.append(buffer.data(), static_cast<size_t>(count));
   }
+  return false;
 }
 
 }  // namespace
 
 Answer ask_manager(const char* command, const char* name, double timeout_seconds) {
-  const Alarm alarm(timeout_seconds);
-  const int fd = tq_request_com(TQ_COM_SOCKET_PATH, command, name == nullptr ? 0 : 1, &name);
-  if (fd < 0) throw Failure::of_system("cannot make a socket");
+  const Deadline deadline = Deadline::after_seconds(timeout_seconds);
+  const tarvio::Fd fd(tq_socket_create_unix_sock());
+  if (!fd.valid()) throw Failure::of_system("cannot make a socket");
+  connect_to_manager(fd.get(), deadline);
   Answer answer;
-  const bool is_manager_there = is_connected(fd);
-  if (is_manager_there) answer.error = read_to_end(fd, answer.bytes);
-  (void)tq_socket_close(fd);
-  if (is_manager_there) return answer;
-  throw Failure(ENOTCONN, "no manager answers on " TQ_COM_SOCKET_PATH "; is tarviod running?",
-                kNoManager);
+  if (send_request(fd.get(), command, name, deadline) &&
+      read_to_end(fd.get(), answer.bytes, deadline)) {
+    return answer;
+  }
+  answer.error = errno;
+  if (answer.error == ETIMEDOUT) give_up();
+  return answer;
+}
+
+std::vector<Status> ask_statuses(const char* command, double timeout_seconds) {
+  const Answer answer = ask_manager(command, nullptr, timeout_seconds);
+  if (const std::string broken = broken_off(answer); !broken.empty()) {
+    throw Failure(answer.error, broken);
+  }
+  StatusReply reply = parse_statuses(answer.bytes);
+  if (!reply.complete) throw Failure(EPROTO, kTruncated);
+  return std::move(reply.statuses);
 }
 
 std::string broken_off(const Answer& answer) {

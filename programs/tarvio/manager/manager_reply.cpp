@@ -1,5 +1,6 @@
 #include "manager/manager_reply.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "base/line_cutter.h"
@@ -23,6 +24,12 @@ std::optional<std::string_view> take_whole_line(std::string_view& text) {
 }
 
 }  // namespace
+
+const Status* find_status(const std::vector<Status>& statuses, const std::string& name) {
+  const auto status = std::find_if(statuses.begin(), statuses.end(),
+                                   [&](const Status& each) { return each.name == name; });
+  return status == statuses.end() ? nullptr : &*status;
+}
 
 StatusReply parse_statuses(std::string_view bytes) {
   StatusReply reply;

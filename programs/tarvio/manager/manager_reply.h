@@ -23,6 +23,9 @@ struct StatusReply {
   bool complete = true;  // false when the reply ends, or goes wrong, in the middle of a status
 };
 
+// Null when there is none of that name.
+const Status* find_status(const std::vector<Status>& statuses, const std::string& name);
+
 // Reads a status reply: three lines per status. Only a line feed ends a line. Of a reply that is
 // truncated or garbled, the statuses before that place are kept, and the last one as soon as its
 // state is known.

@@ -1,7 +1,5 @@
 #include "manager/status_text.h"
 
-#include <algorithm>
-
 #include "tarvio/status.h"
 #include "terminal/output.h"
 #include "terminal/printable_text.h"
@@ -11,12 +9,6 @@
 namespace client {
 
 namespace {
-
-const Status* find(const std::vector<Status>& statuses, const std::string& name) {
-  const auto status = std::find_if(statuses.begin(), statuses.end(),
-                                   [&](const Status& each) { return each.name == name; });
-  return status == statuses.end() ? nullptr : &*status;
-}
 
 Colour colour_of(int32_t state) {
   switch (state) {
@@ -35,10 +27,10 @@ std::vector<StatusChange> changes_between(const std::vector<Status>& before,
                                           const std::vector<Status>& now) {
   std::vector<StatusChange> changes;
   for (const Status& status : before) {
-    if (find(now, status.name) == nullptr) changes.push_back({status.name, std::nullopt});
+    if (find_status(now, status.name) == nullptr) changes.push_back({status.name, std::nullopt});
   }
   for (const Status& status : now) {
-    const Status* const known = find(before, status.name);
+    const Status* const known = find_status(before, status.name);
     if (known == nullptr || *known != status) changes.push_back({status.name, status});
   }
   return changes;

@@ -12,12 +12,12 @@ namespace client {
 // How the client ends, as its manual page lists it.
 enum ExitStatus : int {
   kDone = 0,
-  kFailed = 1,        // the request failed
-  kStateWarning = 1,  // status NAME, from here ...
-  kStateError = 2,
-  kNoStatus = 4,  // ... to here
+  kFailed = 1,
   kNoManager = 3,
   kTimeout = 5,
+  kStateWarning = 10,  // of status NAME
+  kStateError = 11,
+  kNoMatch = 12,  // nothing has the NAME that was looked for
   kUsage = 64,
 };
 

@@ -80,12 +80,20 @@ constexpr std::array<Command, 6> kCommands = {{
     {"stop_all", stop_all},
 }};
 
+// The host's own words, up to a null one; null for none.
+constinit const tq_com_word* host_words = nullptr;
+
 void serve(int fd, const tarvio::Request& request) {
   if (request.command() == nullptr) return;
   for (const Command& command : kCommands) {
     if (strcmp(request.command(), command.word) == 0) {
       command.serve(fd, request.name());
       return;
+    }
+  }
+  for (const tq_com_word* each = host_words; each != nullptr && each->word != nullptr; ++each) {
+    if (strcmp(request.command(), each->word) == 0) {
+      return send_code(fd, each->serve(request.name()), kTwoLineEnds);
     }
   }
 }
@@ -105,6 +113,8 @@ uint32_t end_connection(int fd) {
 }
 
 }  // namespace
+
+void tq_set_com_words(const tq_com_word* words) { host_words = words; }
 
 uint32_t tq_request_handler(int32_t fd) {
   TQ_DEBUG("Com request handler");

@@ -21,18 +21,25 @@ class Replies {
       : listener_(listen_on(TQ_COM_SOCKET_PATH)), thread_([this, replies = std::move(replies)] {
           for (const std::string& reply : replies) {
             const Socket client = accept_on(listener_);
-            client.read_to_end();
+            requests_.push_back(client.read_to_end());
             client.send(reply);
           }
         }) {}
   ~Replies() {
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
     ::unlink(TQ_COM_SOCKET_PATH);
   }
   Replies(const Replies&) = delete;
   Replies& operator=(const Replies&) = delete;
 
+  // Waits until each reply was given.
+  std::vector<std::string> requests() {
+    thread_.join();
+    return requests_;
+  }
+
  private:
+  std::vector<std::string> requests_;
   Socket listener_;
   std::thread thread_;
 };

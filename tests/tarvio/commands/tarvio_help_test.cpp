@@ -90,7 +90,7 @@ TEST(ClientHelp, FitsATerminalOf80Columns) {
 
 TEST(ClientHelp, SaysHowANameIsMatched) {
   for (const Command* command : {&kStartCommand, &kStopCommand}) {
-    EXPECT_THAT(help_of(command), HasSubstr("the first application whose name contains NAME"));
+    EXPECT_THAT(help_of(command), HasSubstr("NAME must be exact, unless --match is given"));
   }
 }
 
@@ -142,7 +142,7 @@ TEST(ClientManual, HasAnEntryForEveryExitStatus) {
   }
   Names statuses;
   for (const int status :
-       {kDone, kFailed, kStateWarning, kStateError, kNoManager, kNoStatus, kTimeout, kUsage}) {
+       {kDone, kFailed, kStateWarning, kStateError, kNoManager, kNoMatch, kTimeout, kUsage}) {
     statuses.insert(std::to_string(status));
   }
   EXPECT_EQ(documented, statuses);

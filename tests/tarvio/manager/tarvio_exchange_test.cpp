@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,6 +13,7 @@
 #include <deque>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "manager/manager_client.h"
@@ -22,6 +25,27 @@
 #include "support/packages/package_listing.h"
 #include "support/programs/tarvio.h"
 #include "tarvio/com.h"
+
+// What the next connect and send of this process fail with; 0 for nothing. The program's own calls
+// come here first.
+static int connect_error = 0;
+static int send_error = 0;
+
+extern "C" int connect(int fd, const sockaddr* address, socklen_t size) {
+  if (connect_error != 0) {
+    errno = std::exchange(connect_error, 0);
+    return -1;
+  }
+  return static_cast<int>(::syscall(SYS_connect, fd, address, size));
+}
+
+extern "C" ssize_t send(int fd, const void* bytes, size_t size, int flags) {
+  if (send_error != 0) {
+    errno = std::exchange(send_error, 0);
+    return -1;
+  }
+  return ::sendto(fd, bytes, size, flags, nullptr, 0);
+}
 
 namespace tarvio_test {
 namespace {
@@ -89,7 +113,7 @@ TEST(ClientWithoutAnAnswer, GivesUpAfterTheShortestTimeToo) {
   expect(run_tarvio({"status", "--timeout", "0.000000001"}), 5, kNoAnswer);
 }
 
-TEST(ClientWithoutAnAnswer, GivesUpEvenIfTheSignalWasLeftBlocked) {
+TEST(ClientWithoutAnAnswer, GivesUpEvenIfSignalsWereLeftBlocked) {
   const Socket silent = listen_on(TQ_COM_SOCKET_PATH);
   const Ran run = run_tarvio({"status", "--timeout", "0.05"}, [] {
     sigset_t all;
@@ -107,7 +131,7 @@ TEST(ClientWithATimeoutOfZero, WaitsForTheAnswer) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     client.send("0\n\n");
   });
-  EXPECT_EQ(run_tarvio({"start-all", "--timeout", "0"}).status, 0);
+  EXPECT_EQ(run_tarvio({"stop", "clock", "--timeout", "0"}).status, 0);
   server.join();
 }
 
@@ -136,6 +160,31 @@ TEST(ClientWithABrokenConnection, SaysSo) {
     expect(run_tarvio(line), 1,
            "tarvio: the connection to the manager broke: Connection reset by peer\n");
   }
+}
+
+// What is said, and the exit status.
+using Said = std::pair<std::string, int>;
+
+Said failure_of_request() {
+  try {
+    const client::Answer answer = client::ask_manager("status_all", nullptr, 0);
+    return {client::broken_off(answer), answer.error};
+  } catch (const client::Failure& failure) {
+    return {failure.what(), failure.status()};
+  }
+}
+
+TEST(ClientThatCannotSend, DoesNotTakeTheSilenceForAnAnswer) {
+  const OneReply manager("");
+  send_error = ENOBUFS;
+  EXPECT_EQ(failure_of_request(),
+            Said("the connection to the manager broke: No buffer space available", ENOBUFS));
+}
+
+TEST(ClientThatCannotConnect, SaysWhy) {
+  connect_error = EACCES;
+  EXPECT_EQ(failure_of_request(),
+            Said("cannot connect to " TQ_COM_SOCKET_PATH ": Permission denied", client::kFailed));
 }
 
 TEST(ClientThatCannotMakeASocket, SaysSo) {
@@ -169,7 +218,7 @@ TEST_F(ClientOutput, ThatCannotBeWrittenIsAFailure) {
 
 TEST_F(ClientOutput, OfARequestThatSucceededIsAFailureToo) {
   const OneReply manager("0\n\n");
-  const Ran run = run_tarvio({"start", "clock"}, [] { ::close(STDOUT_FILENO); });
+  const Ran run = run_tarvio({"stop", "clock"}, [] { ::close(STDOUT_FILENO); });
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.errors, "tarvio: cannot write the output: Bad file descriptor\n");
 }

@@ -62,13 +62,13 @@ TEST_F(ClientStatus, IsJsonForScripts) {
 TEST_F(ClientStatus, CanBeForApplicationsOnly) {
   EXPECT_THAT(run_tarvio({"status", "--apps"}).output, Not(HasSubstr("disk")));
   EXPECT_THAT(run_tarvio({"status", "--apps"}).output, HasSubstr("radio"));
-  EXPECT_EQ(run_tarvio({"status", "--apps", "disk"}).status, 4);
+  EXPECT_EQ(run_tarvio({"status", "--apps", "disk"}).status, 12);
 }
 
 TEST_F(ClientStatus, OfANameEndsWithItsState) {
   EXPECT_EQ(run_tarvio({"status", "clock"}).status, 0);
-  EXPECT_EQ(run_tarvio({"status", "radio"}).status, 1);
-  EXPECT_EQ(run_tarvio({"status", "webserver"}).status, 2);
+  EXPECT_EQ(run_tarvio({"status", "radio"}).status, 10);
+  EXPECT_EQ(run_tarvio({"status", "webserver"}).status, 11);
   EXPECT_EQ(run_tarvio({"status", "webserver"}).output,
             "NAME       STATE  DETAIL\n"
             "webserver  error  start app failed.\n");
@@ -76,14 +76,14 @@ TEST_F(ClientStatus, OfANameEndsWithItsState) {
 
 TEST_F(ClientStatus, OfANameIsOneJsonObject) {
   const Ran run = run_tarvio({"status", "webserver", "--json"});
-  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(run.status, 11);
   EXPECT_EQ(json::parse(run.output)["detail"], "start app failed.");
 }
 
 TEST_F(ClientStatus, NeedsTheExactName) {
   for (const char* name : {"web", "webserver2", "Webserver"}) {
     const Ran run = run_tarvio({"status", name});
-    EXPECT_EQ(run.status, 4);
+    EXPECT_EQ(run.status, 12);
     EXPECT_EQ(run.output, "");
     EXPECT_EQ(run.errors, "tarvio: no status for '" + std::string(name) +
                               "': not started, or not an exact name\n");
@@ -108,7 +108,7 @@ TEST(ClientStatusOfNothing, IsAnEmptyArrayForScripts) {
 
 TEST(ClientStatusRequest, IsTheCommandAlone) {
   OneReply all("");
-  EXPECT_EQ(run_tarvio({"status", "clock"}).status, 4);
+  EXPECT_EQ(run_tarvio({"status", "clock"}).status, 12);
   EXPECT_EQ(all.request(), "status_all\n");
 }
 
@@ -138,7 +138,7 @@ TEST(ClientStatusReplyFromAStranger, IsValidJson) {
 TEST(ClientStatusReplyFromAStranger, MayHaveAnUnknownState) {
   const OneReply manager("clock\n7\nodd\n");
   const Ran run = run_tarvio({"status", "clock"});
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.status, 10);
   EXPECT_EQ(run.output, "NAME   STATE  DETAIL\nclock  7      odd\n");
 }
 

@@ -97,9 +97,10 @@ TEST(ClientWatch, EndsWhenItsOutputCannotBeWritten) {
   EXPECT_EQ(run.errors, "tarvio: cannot write the output: No space left on device\n");
 }
 
-TEST(ClientWatch, WaitsForAManagerThatGoesAway) {
+// What the client prints while two managers go away and a third is there.
+Ran watch_three_managers(std::vector<std::string> arguments) {
   std::array<int, 2> errors = {-1, -1};
-  ASSERT_EQ(::pipe(errors.data()), 0);
+  EXPECT_EQ(::pipe(errors.data()), 0);
   std::optional<Replies> last;
   std::thread managers([&] {
     for (const char* reply : {kTwo, kTwo}) {
@@ -112,11 +113,30 @@ TEST(ClientWatch, WaitsForAManagerThatGoesAway) {
   });
   // The first manager must be there before the client looks.
   while (::access(TQ_COM_SOCKET_PATH, F_OK) != 0) ::usleep(1000);
-  const Ran run = run_tarvio({"status", "--watch", "--timeout", "0.5"},
-                             [&] { ::dup2(errors[1], STDERR_FILENO); });
+  arguments.insert(arguments.begin(), {"status", "--watch", "--timeout", "0.5"});
+  const Ran run = run_tarvio(arguments, [&] { ::dup2(errors[1], STDERR_FILENO); });
   managers.join();
-  EXPECT_EQ(run.output, "clock  normal  ok\nweb  normal  ok\nweb  error  full\n");
   for (const int fd : errors) ::close(fd);
+  return run;
+}
+
+TEST(ClientWatch, WaitsForAManagerThatGoesAway) {
+  EXPECT_EQ(watch_three_managers({}).output,
+            "clock  normal  ok\nweb  normal  ok\nweb  error  full\n");
+}
+
+TEST(ClientWatch, ReportsToAScriptThatTheManagerGoesAndIsBack) {
+  EXPECT_EQ(watch_three_managers({"clock", "--json"}).output,
+            R"({"name":"clock","state":"normal","state_code":0,"detail":"ok"})"
+            "\n"
+            R"({"manager":"gone"})"
+            "\n"
+            R"({"manager":"back"})"
+            "\n"
+            R"({"manager":"gone"})"
+            "\n"
+            R"({"manager":"back"})"
+            "\n");
 }
 
 }  // namespace
