@@ -6,6 +6,7 @@
 #include "commands/commands.h"
 #include "commands/package_change.h"
 #include "packages/control_fields.h"
+#include "packages/opkg_information.h"
 #include "process/failure.h"
 
 namespace client {
@@ -24,6 +25,7 @@ struct Request {
 
 void remove(const std::string& name, const Request& request, Change& change) {
   if (!is_package_name(name)) throw Failure(EINVAL, "not a valid package name");
+  check_place_of_information(name);
   const WorkDirectory directory;
   const Installed before = look_up(name);
   const OpkgRun run = run_opkg(directory,
@@ -33,8 +35,13 @@ void remove(const std::string& name, const Request& request, Change& change) {
                                request.timeout_seconds);
   note_run(run, change);
   change.name = name;
-  change.now = look_up(name);
-  conclude([&] { return judge_removal(name, before, change.now, run); }, run, change);
+  change.now = before;
+  conclude(
+      [&] {
+        change.now = look_up(name);
+        return judge_removal(name, before, change.now, run);
+      },
+      run, change);
 }
 
 Result run(const Arguments& arguments) {

@@ -7,9 +7,11 @@
 
 #include "base/chain.h"
 #include "base/owners.h"
-#include "packages/installed.h"
+#include "packages/opkg_information.h"
 #include "process/child.h"
 #include "process/failure.h"
+#include "process/required_tools.h"
+#include "process/system_file.h"
 #include "tarvio/list.h"
 #include "tarvio/opkg.h"
 #include "terminal/output.h"
@@ -36,14 +38,28 @@ std::string quoted(std::string_view word) {
   return text + "'";
 }
 
-// In a process of its own: the code, and opkg's lines.
-std::string run(const std::string& line) {
+// In the work directory. The library looks at opkg's words only (oddity 57).
+constexpr char kStatusFile[] = "opkg-status";
+
+// In a process of its own: the code, opkg's exit status as the shell has it, and opkg's lines.
+std::string run(const std::string& opkg_line) {
+  const std::string line = opkg_line + "; echo $? >" + kStatusFile;
   const tarvio::StringList lines(tq_list_create());
   const int code = lines == nullptr ? ENOMEM : tq_opkg_run_command(line.c_str(), lines.get());
-  std::string result = std::to_string(code) + '\n';
+  const std::string status = read_system_file(kStatusFile);
+  std::string result = std::to_string(code) + '\n' + (status.empty() ? "\n" : status);
   if (lines == nullptr) return result;
   for (const char* each : tarvio::Elements<char>(lines.get())) result.append(each).append("\n");
   return result;
+}
+
+// Words of opkg that the library knows say more than its exit status.
+void judge_status(const std::string& status, OpkgRun& opkg) {
+  opkg.has_failed = status != "0";
+  if (!opkg.has_failed || opkg.code != 0) return;
+  opkg.code = EIO;
+  opkg.message = status.empty() ? "the exit status of opkg could not be recorded"
+                                : "opkg failed with status " + status;
 }
 
 }  // namespace
@@ -62,17 +78,21 @@ std::string opkg_line(const OpkgCommand& command) {
 }
 
 OpkgRun run_opkg(const WorkDirectory& directory, const OpkgCommand& command, double seconds) {
+  require_tools({"opkg"});
+  const std::string line = opkg_line(command);
   OpkgRun opkg;
   try {
     const JobEnd end = run_job(
-        directory, "opkg", [&] { return run(opkg_line(command)); }, seconds);
+        directory, "opkg", [&line] { return run(line); }, seconds);
     opkg.lines = lines_of(end.result);
     opkg.errors = lines_of(end.errors);
     opkg.code = static_cast<int32_t>(strtol(opkg.lines.at(0).c_str(), nullptr, 10));
-    opkg.lines.erase(opkg.lines.begin());
     opkg.message = result_words(opkg.code);
+    judge_status(opkg.lines.at(1), opkg);
+    opkg.lines.erase(opkg.lines.begin(), opkg.lines.begin() + 2);
   } catch (const Failure& failure) {
     opkg.code = failure.code();
+    opkg.has_failed = true;
     opkg.message = failure.what();
     opkg.status = failure.status();
   }

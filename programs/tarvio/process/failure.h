@@ -18,6 +18,7 @@ enum ExitStatus : int {
   kNoStatus = 4,  // ... to here
   kNoManager = 3,
   kTimeout = 5,
+  kNotFound = 12,  // list --name
   kUsage = 64,
 };
 
