@@ -1,4 +1,6 @@
 // tarvio with real releases of opkg that fail.
+#include <sys/mount.h>
+
 #include <filesystem>
 #include <string>
 
@@ -54,7 +56,8 @@ TEST_P(RealOpkgFailure, RefusesAnotherArchitectureEvenByForce) {
   for (const Ran& run :
        {install(directory / "package.tbx"), install_by_force(directory / "package.tbx")}) {
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, HasSubstr("app is not installed"));
+    EXPECT_THAT(run.errors,
+                EndsWith("': opkg cannot install it, and app is not installed (10301)\n"));
   }
   EXPECT_FALSE(has_trace("app"));
 }
@@ -64,8 +67,26 @@ TEST_P(RealOpkgFailure, SaysThatThereIsNoSpace) {
   const Ran run = install(package("app", "1.0", "Installed-Size: 900000000000000\n"));
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.errors, HasSubstr("kb available on filesystem"));
-  EXPECT_THAT(run.errors, HasSubstr("app is not installed"));
+  EXPECT_THAT(run.errors, EndsWith("not enough space, and app is not installed (10303)\n"));
   EXPECT_EQ(installed_version("app", "/mnt/root"), "");
+}
+
+// No release says so, or fails: the file would be short, or full of holes.
+TEST_P(RealOpkgFailure, SaysThatTheSpaceWouldRunOut) {
+  const fs::path directory = fs::path(package("app", "1.0")).parent_path();
+  shell(directory,
+        "head -c 3000000 /dev/urandom >data/opt/app/blob; tar czf data.tar.gz -C data ."
+        "; rm package.tbx; ar rc package.tbx debian-binary control.tar.gz data.tar.gz");
+  ASSERT_EQ(::mount("tmpfs", "/opt", "tmpfs", 0, "size=1m"), 0);
+  for (const Ran& run :
+       {install(directory / "package.tbx"), install_by_force(directory / "package.tbx")}) {
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.errors, EndsWith("': not enough space in '/opt': 2.9 MiB needed, 1.0 MiB free "
+                                     "(28)\n"));
+  }
+  EXPECT_FALSE(has_trace("app"));
+  ASSERT_EQ(::umount("/opt"), 0);
+  EXPECT_EQ(install(directory / "package.tbx").status, 0);
 }
 
 TEST_P(RealOpkgFailure, SaysWhatAFailedScriptLeaves) {

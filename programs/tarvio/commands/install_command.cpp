@@ -8,6 +8,7 @@
 #include "commands/commands.h"
 #include "commands/package_change.h"
 #include "packages/control_fields.h"
+#include "packages/needed_space.h"
 #include "packages/opkg_information.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
@@ -39,7 +40,8 @@ std::string link_for_opkg(const WorkDirectory& directory, const std::string& pat
   return link;
 }
 
-// Old releases of opkg register a damaged package without its files: what opkg gets is whole.
+// Old releases of opkg register a damaged package without its files, and no release fails where
+// the space for them runs out.
 PackageFile read_whole_package(const WorkDirectory& directory, const std::string& path,
                                double seconds) {
   PackageFile package = read_package_file(directory, path, seconds);
@@ -47,7 +49,9 @@ PackageFile read_whole_package(const WorkDirectory& directory, const std::string
   if (package.is_image()) {
     throw Failure(EINVAL, "it is an image, not an application; write it with 'tarvio restore'");
   }
-  check_archives(directory, path, seconds);
+  NeededSpace space(root_of_packages());
+  check_archives(directory, path, seconds, [&space](std::string_view piece) { space.add(piece); });
+  space.check();
   return package;
 }
 
@@ -107,7 +111,8 @@ const Command kInstallCommand = {
     .description =
         "Installs package files, whose names end in .tbx, with opkg. A damaged file is refused, "
         "and "
-        "so is an image, which 'tarvio restore' writes. The result is checked against what is "
+        "so are one without enough space for it and an image, which 'tarvio restore' writes. The "
+        "result is checked against what is "
         "actually installed. Restart tarviod to make a new application available.",
     .statuses = kToolsStatuses,
     .run = run,

@@ -103,7 +103,7 @@ Result run(const Arguments& arguments) {
     result.complaint =
         "cannot list the packages: " + listing.reason + " (" + std::to_string(listing.code) + ")";
   } else if (packages.empty()) {
-    if (filter.name != nullptr) result.status = kNotFound;
+    if (filter.name != nullptr) result.status = kNoMatch;
     if (!arguments.has(kJson))
       result.complaint = filter.is_set() ? "no such packages" : "no packages";
   }

@@ -4,17 +4,16 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <utility>
+#include <vector>
 
 #include "base/chain.h"
 #include "base/owners.h"
 #include "packages/control_fields.h"
-#include "process/child.h"
 #include "process/failure.h"
 #include "process/required_tools.h"
 #include "tarvio/archive.h"
@@ -96,6 +95,13 @@ void check_identity(const PackageFile& package) {
       EINVAL, "its control.tar.gz has no package name or version: damaged, or not a package file");
 }
 
+// A tool that finds no space leaves what looks like a damaged file.
+void check_space() {
+  struct statvfs place = {};
+  if (statvfs(".", &place) != 0 || place.f_bavail != 0) return;
+  throw Failure(ENOSPC, "no space is left in the work directory; set TMPDIR to another place");
+}
+
 // In the work directory, in a process of its own. The result is a line each: name, version and,
 // when there is a tqcontrol, category, subcategory and targets.
 std::string read_control_files(const std::string& path) {
@@ -103,7 +109,10 @@ std::string read_control_files(const std::string& path) {
   bound_files();
   check_extracted(tq_extract_from_ar(kLink, kControlArchive), "it");
   check_regular(kControlArchive);
-  if (look_for(kControlArchive) == Found::kNothing) throw no_archive("control.tar.gz");
+  if (look_for(kControlArchive) == Found::kNothing) {
+    check_space();
+    throw no_archive("control.tar.gz");
+  }
   check_extracted(tq_extract_from_tgz(kControlArchive, kControl), "its control.tar.gz");
   check_regular(kControl);
   const std::string control = read_control_text(kControl).value_or("");
@@ -112,6 +121,7 @@ std::string read_control_files(const std::string& path) {
   check_extracted(tq_extract_from_tgz(kControlArchive, kTqControl), "its control.tar.gz");
   check_regular(kTqControl);
   const bool has_kind = look_for(kTqControl) == Found::kRegularFile;
+  if (name.empty() || version.empty() || !has_kind) check_space();
   return name + '\n' + version + '\n' + (has_kind ? kind_lines() : "");
 }
 
@@ -157,19 +167,20 @@ PackageFile read_package_file(const WorkDirectory& directory, const std::string&
 }
 
 void check_archives(const WorkDirectory& directory, const std::string& absolute_path,
-                    double seconds) {
-  const std::array<std::pair<const char*, std::vector<std::string>>, 2> readings = {
-      {{"control.tar.gz", {"tar", "-tzf", "control.tar.gz"}},
-       {"data.tar.gz", {"sh", "-c", "ar p \"$0\" data.tar.gz | tar -tzf -", absolute_path}}}};
-  for (const auto& [archive, words] : readings) {
+                    double seconds, const Sink& data_listing) {
+  const auto read = [&](const char* archive, const std::vector<std::string>& words,
+                        const Sink& sink) {
     try {
-      run_tool(directory, words, seconds, [](std::string_view) {});
+      run_tool(directory, words, seconds, sink);
     } catch (const Failure& failure) {
       if (failure.status() != kFailed) throw;
       throw Failure(EINVAL,
                     std::string("cannot read its ") + archive + " to the end: " + failure.what());
     }
-  }
+  };
+  read("control.tar.gz", {"tar", "-tzf", "control.tar.gz"}, [](std::string_view) {});
+  read("data.tar.gz", {"sh", "-c", "ar p \"$0\" data.tar.gz | tar -tvzf -", absolute_path},
+       data_listing);
 }
 
 std::string target_in(std::string_view line) {

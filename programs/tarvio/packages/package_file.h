@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "process/child.h"
 #include "process/failure.h"
 #include "process/work_directory.h"
 
@@ -45,9 +46,10 @@ PackageFile read_package_file(const WorkDirectory& directory, const std::string&
                               double seconds);
 
 // Throws a Failure unless both archives of the file, of which read_package_file has unpacked the
-// first, can be read to their ends. Unpacks nothing more.
+// first, can be read to their ends. Unpacks nothing more; the sink gets tar's verbose listing of
+// the data.
 void check_archives(const WorkDirectory& directory, const std::string& absolute_path,
-                    double seconds);
+                    double seconds, const Sink& data_listing);
 
 // That a package file does not contain one of its archives.
 Failure no_archive(const std::string& archive);

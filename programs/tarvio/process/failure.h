@@ -18,7 +18,7 @@ enum ExitStatus : int {
   kNoStatus = 4,  // ... to here
   kNoManager = 3,
   kTimeout = 5,
-  kNotFound = 12,  // list --name
+  kNoMatch = 12,  // nothing has the NAME that was looked for
   kUsage = 64,
 };
 

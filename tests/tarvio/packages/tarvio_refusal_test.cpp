@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "base/owners.h"
+#include "packages/needed_space.h"
+#include "process/failure.h"
 #include "support/files.h"
 #include "support/packages/opkg_tool.h"
 #include "support/packages/package_listing.h"
@@ -104,6 +106,49 @@ TEST_F(ClientRefusal, WantsANameAndAVersion) {
               "(22)\n");
   }
   EXPECT_EQ(opkg.arguments(), Names());
+}
+
+TEST_F(ClientRefusal, TakesAFullTemporaryDirectoryForNoDamage) {
+  const OpkgTool opkg;
+  const HandMadePackage package;
+  const TempDir full;
+  ASSERT_EQ(::mount("tmpfs", full.path().c_str(), "tmpfs", 0, "size=16k"), 0);
+  // Its root directory and the work directory take no block; the file leaves none.
+  shell(full.path(), "head -c 20000 /dev/zero >filler 2>/dev/null || true");
+  for (const std::string command : {"install", "inspect"}) {
+    const Ran run =
+        run_tarvio({command, package.path()}, [&] { ::setenv("TMPDIR", full.path().c_str(), 1); });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.errors, EndsWith("': no space is left in the work directory; set TMPDIR to "
+                                     "another place (28)\n"));
+  }
+  EXPECT_EQ(::umount(full.path().c_str()), 0);
+  EXPECT_EQ(opkg.arguments(), Names());
+}
+
+TEST_F(ClientRefusal, WantsSpaceForTheFiles) {
+  const TempDir small;
+  ASSERT_EQ(::mount("tmpfs", small.path().c_str(), "tmpfs", 0, "size=64k"), 0);
+  const auto complaint = [&](const std::string& listing) -> std::string {
+    client::NeededSpace space(small.path());
+    for (const char byte : listing) space.add({&byte, 1});
+    try {
+      space.check();
+    } catch (const client::Failure& failure) {
+      return failure.what();
+    }
+    return "";
+  };
+  const std::string entry = " 0/0 60000 2024-01-01 00:00 ./";
+  EXPECT_EQ(complaint("-rw-r--r--" + entry + "new/directory/a file\n"), "");
+  EXPECT_EQ(complaint("-rw-r--r--" + entry + "a\n-rw-r--r--" + entry + "b\n"),
+            "not enough space in '" + small.path().string() + "': 117.2 KiB needed, 64.0 KiB free");
+  EXPECT_EQ(
+      complaint("drwxr-xr-x" + entry + "a\nlrwxrwxrwx" + entry + "b\n-rw-r--r--" + entry + "c\n"),
+      "");
+  write_file(small / "old", std::string(50000, 'x'));  // replaced
+  EXPECT_EQ(complaint("-rw-r--r--" + entry + "old\n"), "");
+  EXPECT_EQ(::umount(small.path().c_str()), 0);
 }
 
 TEST_F(ClientRefusal, SendsAnImageToRestore) {
