@@ -70,10 +70,16 @@ void RealOpkg::SetUp() {
   const TempDir tools;
   const std::string reason = reason_to_skip(GetParam(), tools.path());
   if (!reason.empty()) GTEST_SKIP() << reason;
+  fs::create_directories("/run/alternatives");
+  if (fs::is_directory("/etc/alternatives") && !fs::is_symlink("/etc/alternatives")) {
+    ASSERT_EQ(::mount("/etc/alternatives", "/run/alternatives", nullptr, MS_BIND, nullptr), 0);
+  }
   for (const char* directory :
        {"/etc", "/var/lib", "/var/cache", "/usr/lib/opkg", "/opt", "/mnt/root", "/run/tools"}) {
     mount_private(directory);
   }
+  // Through these, some tools of the host are found.
+  fs::create_directory_symlink("/run/alternatives", "/etc/alternatives");
   make_root_read_only();
   fs::copy_symlink(tools / "opkg", "/run/tools/opkg");
   ::setenv("PATH", (std::string("/run/tools:") + std::getenv("PATH")).c_str(), 1);

@@ -21,12 +21,11 @@ void NeededSpace::add(std::string_view piece) {
 // "-rw-r--r-- 0/0 3000 2024-01-01 00:00 ./opt/clock/face"
 void NeededSpace::add_line(std::string_view line) {
   if (!line.starts_with('-')) return;
-  std::array<std::string_view, 6>
-      words;  // mode, owner, size, date, time, the beginning of the name
+  std::array<std::string_view, 6> words;  // mode, owner, size, date, time, name up to a blank
   for (std::string_view& word : words) word = take_word(line);
   const uint64_t bytes = strtoull(std::string(words[2]).c_str(), nullptr, 10);
   std::string_view& name = words[5];
-  name.remove_prefix(std::min(name.size(), name.find_first_not_of("./")));
+  if (name.starts_with("./")) name.remove_prefix(2);
   std::string path = root_ + '/' + std::string(name);
   const uint64_t replaced = size_of_file(path);
   struct stat status = {};
