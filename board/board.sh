@@ -104,6 +104,15 @@ image() {
   touch image
 }
 
+# The real opkg of the board, if the directory TARVIO_OPKG_DIR has it, or the stand-in.
+add_opkg() {
+  local real=${TARVIO_OPKG_DIR:-}/opkg-0.1.8-armhf
+  [ -e "$real" ] || real=$here/../tests/sandbox/opkg
+  cp "$real" "$1/usr/local/bin/opkg"
+  mkdir -p "$1/etc/opkg"
+  printf '%s\n' 'dest root /' 'arch all 1' >"$1/etc/opkg/opkg.conf"
+}
+
 # What is under test, installed and stripped, and what runs it.
 product() {
   local root=$1/product
@@ -112,7 +121,8 @@ product() {
   mkdir -p "$root"/{board,usr/local/bin}
   cp "$here/init" "$root/init"
   cp "$here"/{library,flash}.sh "$here"/cases/* "$root/board/"
-  cp "$here"/bin/* "$here/../tests/sandbox/opkg" "$root/usr/local/bin/"
+  cp "$here"/bin/* "$root/usr/local/bin/"
+  add_opkg "$root"
   pack "$root"
 }
 

@@ -8,6 +8,7 @@ client_packages=(nlohmann-json3-dev)
 demo_packages=(busybox)
 test_packages=(libgtest-dev libgmock-dev binutils mtd-utils "${demo_packages[@]}")
 device_packages=(g++-arm-linux-gnueabihf qemu-user qemu-system-arm cpio)
+opkg_packages=(libarchive13) # what a real opkg needs
 bench_packages=(libbenchmark-dev)
 
 # Many tests spend most of their time waiting.

@@ -8,8 +8,11 @@
 #include "commands/commands.h"
 #include "commands/package_change.h"
 #include "packages/control_fields.h"
+#include "packages/needed_space.h"
+#include "packages/opkg_information.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
+#include "process/required_tools.h"
 
 namespace client {
 
@@ -31,50 +34,62 @@ struct Request {
 
 // The package file under a name that opkg accepts, in the directory.
 std::string link_for_opkg(const WorkDirectory& directory, const std::string& path,
-                          const PackageFile& package) {
-  std::string link = directory / ((package.name.empty() ? "package" : package.name) + ".ipk");
+                          const std::string& name) {
+  std::string link = directory / (name + ".ipk");
   if (symlink(path.c_str(), link.c_str()) != 0) throw Failure::of_system("cannot make a link");
   return link;
 }
 
-// Name and version, when the file has them; opkg says what is wrong with a file that has not.
-PackageFile identity_of(const WorkDirectory& directory, const std::string& path, double seconds) {
-  try {
-    PackageFile package = read_package_file(directory, path, seconds);
-    if (is_package_name(package.name)) return package;
-  } catch (const Failure& failure) {
-    if (failure.status() != kFailed) throw;
-    return {};
+// Old releases of opkg register a damaged package without its files, and no release fails where
+// the space for them runs out.
+PackageFile read_whole_package(const WorkDirectory& directory, const std::string& path,
+                               double seconds) {
+  PackageFile package = read_package_file(directory, path, seconds);
+  if (!is_package_name(package.name)) throw Failure(EINVAL, "its package name is not valid");
+  if (package.is_image()) {
+    throw Failure(EINVAL, "it is an image, not an application; write it with 'tarvio restore'");
   }
-  throw Failure(EINVAL, "its package name is not valid");
+  NeededSpace space(root_of_packages());
+  check_archives(directory, path, seconds, [&space](std::string_view piece) { space.add(piece); });
+  space.check();
+  return package;
 }
 
-Verdict judge(const PackageFile& package, const Request& request, const Installed& before,
-              const Installed& now, const OpkgRun& run) {
-  if (!package.name.empty()) {
-    return judge_installation({package.name, package.version, request.is_forced}, before, now, run);
+Verdict judge(const PackageFile& package, const Installed& before, const Installed& now,
+              const OpkgRun& run) {
+  if (now.version != package.version) {
+    check_place_of_information(package.name, package.name + " may be installed, but ");
   }
-  if (run.code != 0) throw Failure(run.code, run.message);
-  throw Failure(EINVAL,
-                "opkg reported no recognised error, but the file has no package name or version");
+  return judge_installation({package.name, package.version}, before, now, run);
 }
 
 void install(const std::string& file, const Request& request, Change& change) {
   const std::string path = readable_file(file);
   if (!is_package_file_name(file)) throw Failure(EINVAL, "package file names must end in .tbx");
+  require_tools({"opkg"});
   const WorkDirectory directory;
-  const PackageFile package = identity_of(directory, path, request.timeout_seconds);
-  const bool is_known = !package.name.empty();
-  const Installed before = is_known ? look_up(package.name) : Installed{};
+  const PackageFile package = read_whole_package(directory, path, request.timeout_seconds);
+  check_place_of_information(package.name);
+  const Installed before = look_up(package.name);
+  change.name = package.name;
+  change.now = before;
+  // Releases of opkg differ in what they do then.
+  if (before.version == package.version && !request.is_forced) {
+    change.fact = package.name + " " + package.version + " is already installed; nothing changed";
+    return;
+  }
   const OpkgRun run = run_opkg(directory,
                                {.word = "install",
-                                .operand = link_for_opkg(directory, path, package),
+                                .operand = link_for_opkg(directory, path, package.name),
                                 .force_options = request.is_forced ? kForceOptions : nullptr},
                                request.timeout_seconds);
   note_run(run, change);
-  change.name = package.name;
-  if (is_known) change.now = look_up(package.name);
-  conclude([&] { return judge(package, request, before, change.now, run); }, run, change);
+  conclude(
+      [&] {
+        change.now = look_up(package.name);
+        return judge(package, before, change.now, run);
+      },
+      run, change);
 }
 
 Result run(const Arguments& arguments) {
@@ -94,8 +109,11 @@ const Command kInstallCommand = {
     .timeout = kToolsTimeout,
     .summary = "install package files",
     .description =
-        "Installs package files, whose names end in .tbx, with opkg. The result is checked against "
-        "what is actually installed. Restart tarviod to make a new application available.",
+        "Installs package files, whose names end in .tbx, with opkg. A damaged file is refused, "
+        "and "
+        "so are one without enough space for it and an image, which 'tarvio restore' writes. The "
+        "result is checked against what is "
+        "actually installed. Restart tarviod to make a new application available.",
     .statuses = kToolsStatuses,
     .run = run,
 };

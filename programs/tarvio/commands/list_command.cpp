@@ -85,11 +85,6 @@ std::string table_of(const std::vector<Package>& packages) {
   return render_table(rows, wants_colour());
 }
 
-// Memory is the one reason for which the library has no errno value here.
-std::string reason_of(int32_t code) {
-  return code < 0 ? "out of memory" : result_words(code) + " (" + std::to_string(code) + ")";
-}
-
 Result run(const Arguments& arguments) {
   const Filter filter = filter_in(arguments);
   Listing listing = list_packages(filter.category, filter.subcategory, filter.name);
@@ -105,9 +100,12 @@ Result run(const Arguments& arguments) {
   if (!packages.empty() || listing.code == 0) result.json = text_of(json);
   if (listing.code != 0) {
     result.status = kFailed;
-    result.complaint = "cannot list the packages: " + reason_of(listing.code);
-  } else if (packages.empty() && !arguments.has(kJson)) {
-    result.complaint = filter.is_set() ? "no such packages" : "no packages";
+    result.complaint =
+        "cannot list the packages: " + listing.reason + " (" + std::to_string(listing.code) + ")";
+  } else if (packages.empty()) {
+    if (filter.name != nullptr) result.status = kNoMatch;
+    if (!arguments.has(kJson))
+      result.complaint = filter.is_set() ? "no such packages" : "no packages";
   }
   return result;
 }
@@ -121,7 +119,7 @@ const Command kListCommand = {
     .timeout = kNoTimeout,
     .summary = "list the installed packages",
     .description = "Lists the installed packages. Needs no manager.",
-    .statuses = "0 done, 1 failed",
+    .statuses = "0 done, 1 failed, 12 no such package with --name",
     .run = run,
 };
 

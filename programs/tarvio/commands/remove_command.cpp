@@ -9,6 +9,7 @@
 #include "commands/package_change.h"
 #include "manager/manager_client.h"
 #include "packages/control_fields.h"
+#include "packages/opkg_information.h"
 #include "process/failure.h"
 #include "terminal/output.h"
 
@@ -59,6 +60,7 @@ bool stop_before_removal(const std::string& name, const Request& request) {
 
 void remove(const std::string& name, const Request& request, Change& change) {
   if (!is_package_name(name)) throw Failure(EINVAL, "not a valid package name");
+  check_place_of_information(name);
   change.was_stopped = stop_before_removal(name, request);
   const WorkDirectory directory;
   const Installed before = look_up(name);
@@ -69,8 +71,13 @@ void remove(const std::string& name, const Request& request, Change& change) {
                                request.timeout_seconds);
   note_run(run, change);
   change.name = name;
-  change.now = look_up(name);
-  conclude([&] { return judge_removal(name, before, change.now, run); }, run, change);
+  change.now = before;
+  conclude(
+      [&] {
+        change.now = look_up(name);
+        return judge_removal(name, before, change.now, run);
+      },
+      run, change);
 }
 
 Result run(const Arguments& arguments) {

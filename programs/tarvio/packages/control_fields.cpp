@@ -3,10 +3,13 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 
 #include "base/flash_areas.h"
 #include "base/line_cutter.h"
+#include "base/owners.h"
 #include "process/failure.h"
 #include "tarvio/tbx.h"
 
@@ -25,6 +28,7 @@ constexpr char kApplication[] = "Application";
 constexpr char kImage[] = "Image";
 // With the longest suffix, ".tqstartapp", it must still be a valid file name.
 constexpr size_t kMaxName = 244;
+constexpr size_t kMaxBytes = 1 << 20;
 
 [[noreturn]] void refuse(const std::string& what) { throw Failure(EINVAL, what); }
 
@@ -108,6 +112,34 @@ void check_target(const std::string& target) {
 }
 
 }  // namespace
+
+std::optional<std::string> read_control_text(const std::string& path) {
+  const tarvio::File file(fopen(path.c_str(), "re"));
+  if (file == nullptr && errno == ENOENT) return std::nullopt;
+  if (file == nullptr) throw Failure::of_system("cannot read");
+  std::string content;
+  std::array<char, 4096> piece;
+  while (const size_t count = fread(piece.data(), 1, piece.size(), file.get())) {
+    content.append(piece.data(), count);
+    if (content.size() > kMaxBytes) {
+      throw Failure(EFBIG, "larger than 1 MiB, so not a control file");
+    }
+  }
+  if (ferror(file.get()) != 0) throw Failure::of_system("cannot read");
+  return content;
+}
+
+std::string value_in(std::string_view text, std::string_view key) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  while (!text.empty()) {
+    std::string_view line = tarvio::take_line(text);
+    if (!line.starts_with(key) || !line.substr(key.size()).starts_with(':')) continue;
+    line.remove_prefix(key.size() + 1);
+    line.remove_prefix(std::min(line.size(), line.find_first_not_of(kBlanks)));
+    return std::string(line.substr(0, line.find_last_not_of(kBlanks) + 1));
+  }
+  return {};
+}
 
 std::vector<Field> parse_control_file(std::string_view text) {
   std::vector<Field> fields;

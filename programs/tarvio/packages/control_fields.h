@@ -2,6 +2,7 @@
 #ifndef TARVIO_CLIENT_PACKAGES_CONTROL_FIELDS_H
 #define TARVIO_CLIENT_PACKAGES_CONTROL_FIELDS_H
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,14 @@ struct Field {
   std::string key;
   std::string value;  // its first line
 };
+
+// What a file holds; none when there is no such file. Throws a Failure for one that cannot be read,
+// or is too large for a control file.
+std::optional<std::string> read_control_text(const std::string& path);
+
+// The value after "KEY:" at the beginning of a line, as opkg reads it; empty when there is none.
+// The library would end it at the first space or colon (oddity 24).
+std::string value_in(std::string_view text, std::string_view key);
 
 // All fields of a file, in their order. Throws a Failure that names the line which breaks a rule:
 // "KEY: VALUE", and further lines of a value begin with a space.

@@ -9,9 +9,6 @@
 
 namespace client {
 
-// The root of the installed system: empty when the device runs from it.
-std::string root_of_packages();
-
 // A package at one point in time.
 struct Installed {
   std::optional<std::string> version;  // none when it is not installed
@@ -20,6 +17,7 @@ struct Installed {
   struct stat control = {};  // of its control file, which every installation rewrites
 };
 
+// Throws a Failure when it cannot be found out.
 Installed look_up(const std::string& name);
 
 // Whether a package that was there both times was installed again in between.

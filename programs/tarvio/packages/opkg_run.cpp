@@ -7,9 +7,12 @@
 
 #include "base/chain.h"
 #include "base/owners.h"
-#include "packages/installed.h"
+#include "packages/opkg_information.h"
 #include "process/child.h"
 #include "process/failure.h"
+#include "process/required_tools.h"
+#include "process/system_file.h"
+#include "tarvio/error.h"
 #include "tarvio/list.h"
 #include "tarvio/opkg.h"
 #include "terminal/output.h"
@@ -36,14 +39,51 @@ std::string quoted(std::string_view word) {
   return text + "'";
 }
 
-// In a process of its own: the code, and opkg's lines.
-std::string run(const std::string& line) {
+// In the work directory. The library looks at opkg's words only (oddity 57).
+constexpr char kStatusFile[] = "opkg-status";
+constexpr int kCannotInstall = 3;  // the row of that message in the table of opkg's
+
+// In a process of its own: the code, opkg's exit status as the shell has it, and opkg's lines.
+std::string run(const std::string& opkg_line) {
+  const std::string line = opkg_line + "; echo $? >" + kStatusFile;
   const tarvio::StringList lines(tq_list_create());
   const int code = lines == nullptr ? ENOMEM : tq_opkg_run_command(line.c_str(), lines.get());
-  std::string result = std::to_string(code) + '\n';
+  const std::string status = read_system_file(kStatusFile);
+  std::string result = std::to_string(code) + '\n' + (status.empty() ? "\n" : status);
   if (lines == nullptr) return result;
   for (const char* each : tarvio::Elements<char>(lines.get())) result.append(each).append("\n");
   return result;
+}
+
+// After any cause opkg says that it cannot install the package, which the library takes for a
+// malformed one, since the last known line decides (oddity 58). An earlier one names the cause.
+int cause_in(const std::vector<std::string>& lines) {
+  for (const std::string& line : lines) {
+    for (int row = 0; row < TQ_OPKG_MESSAGES; ++row) {
+      const bool is_cause = opkgerr[row] != TQ_ERR_PACKAGE_OTHER && opkgerr[row] != ENOPKG;
+      if (is_cause && line.find(opkgmes[row]) != std::string::npos) return row;
+    }
+  }
+  return kCannotInstall;
+}
+
+void judge_words(OpkgRun& opkg) {
+  opkg.message = result_words(opkg.code);
+  if (opkg.code != TQ_ERR_PACKAGE_MALFORMED) return;
+  const int cause = cause_in(opkg.lines);
+  opkg.code = opkgerr[cause];
+  opkg.message = cause == kCannotInstall ? "opkg cannot install it" : result_words(opkg.code);
+  // Its text is that of another code (oddity 6).
+  if (opkg.code == TQ_ERR_PACKAGE_NO_SPACE) opkg.message = "not enough space";
+}
+
+// Words of opkg that the library knows say more than its exit status.
+void judge_status(const std::string& status, OpkgRun& opkg) {
+  opkg.has_failed = status != "0";
+  if (!opkg.has_failed || opkg.code != 0) return;
+  opkg.code = EIO;
+  opkg.message = status.empty() ? "the exit status of opkg could not be recorded"
+                                : "opkg failed with status " + status;
 }
 
 }  // namespace
@@ -62,17 +102,22 @@ std::string opkg_line(const OpkgCommand& command) {
 }
 
 OpkgRun run_opkg(const WorkDirectory& directory, const OpkgCommand& command, double seconds) {
+  require_tools({"opkg"});
+  const std::string line = opkg_line(command);
   OpkgRun opkg;
   try {
     const JobEnd end = run_job(
-        directory, "opkg", [&] { return run(opkg_line(command)); }, seconds);
+        directory, "opkg", [&line] { return run(line); }, seconds);
     opkg.lines = lines_of(end.result);
     opkg.errors = lines_of(end.errors);
     opkg.code = static_cast<int32_t>(strtol(opkg.lines.at(0).c_str(), nullptr, 10));
-    opkg.lines.erase(opkg.lines.begin());
-    opkg.message = result_words(opkg.code);
+    const std::string status = opkg.lines.at(1);
+    opkg.lines.erase(opkg.lines.begin(), opkg.lines.begin() + 2);
+    judge_words(opkg);
+    judge_status(status, opkg);
   } catch (const Failure& failure) {
     opkg.code = failure.code();
+    opkg.has_failed = true;
     opkg.message = failure.what();
     opkg.status = failure.status();
   }

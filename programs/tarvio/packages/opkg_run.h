@@ -19,9 +19,10 @@ struct OpkgCommand {
   bool is_listing = false;              // standard output is a listing, separate from errors
 };
 
-// What the library makes of a run.
+// What came of a run.
 struct OpkgRun {
-  int32_t code = 0;  // 0 only means that opkg printed no message that the library knows
+  int32_t code = 0;         // 0 only means that opkg printed no message that the library knows
+  bool has_failed = false;  // it was stopped or killed, or its own exit status is not 0
   std::string message = {};
   ExitStatus status = kDone;             // kTimeout when it had to be stopped
   std::vector<std::string> lines = {};   // what opkg printed
@@ -29,7 +30,8 @@ struct OpkgRun {
 };
 
 // The whole line for the shell: the options from the environment, as the library uses them, and the
-// offline root when the device does not run from its installed one.
+// offline root when the device does not run from its installed one. Throws a Failure when that
+// cannot be found out.
 std::string opkg_line(const OpkgCommand& command);
 
 // Runs it in the work directory. Throws a Failure when there is no result at all.

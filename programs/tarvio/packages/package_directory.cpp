@@ -6,8 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <optional>
 #include <string_view>
 
 #include "base/owners.h"
@@ -22,7 +23,6 @@ namespace {
 constexpr char kControl[] = "control";
 constexpr char kTqControl[] = "tqcontrol";
 constexpr char kData[] = "data";
-constexpr off_t kMaxBytes = 1 << 20;
 
 struct Known {
   std::string_view name;
@@ -77,19 +77,6 @@ void check_control_entry(const std::string& path, const std::string& name) {
   }
 }
 
-std::string content_of(const std::string& path) {
-  const tarvio::File file(fopen(path.c_str(), "re"));
-  if (file == nullptr) throw Failure::of_system("cannot read");
-  std::string content;
-  std::array<char, 4096> piece;
-  while (const size_t count = fread(piece.data(), 1, piece.size(), file.get())) {
-    content.append(piece.data(), count);
-    if (content.size() > kMaxBytes)
-      throw Failure(EFBIG, "larger than 1 MiB, so not a control file");
-  }
-  return content;
-}
-
 // The library reads long lines in pieces (oddity 25), and must still find the same values.
 void check_reading(const std::string& path, const std::vector<Field>& fields,
                    std::initializer_list<const char*> keys) {
@@ -114,7 +101,9 @@ auto within(const std::string& name, Work work) {
 }
 
 std::vector<Field> fields_of(const std::string& path) {
-  return parse_control_file(content_of(path));
+  const std::optional<std::string> text = read_control_text(path);
+  if (!text) throw Failure(ENOENT, std::string("cannot read: ") + strerror(ENOENT));
+  return parse_control_file(*text);
 }
 
 }  // namespace

@@ -4,19 +4,22 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
+#include <vector>
 
 #include "base/chain.h"
 #include "base/owners.h"
-#include "process/child.h"
+#include "packages/control_fields.h"
 #include "process/failure.h"
+#include "process/required_tools.h"
 #include "tarvio/archive.h"
 #include "tarvio/conf.h"
 #include "tarvio/list.h"
+#include "tarvio/package.h"
 #include "tarvio/tbx.h"
 #include "terminal/printable_text.h"
 #include "terminal/words.h"
@@ -69,41 +72,56 @@ void bound_files() {
 std::string kind_lines() {
   const tarvio::Conf tqcontrol(tq_conf_open(kTqControl));
   if (tqcontrol == nullptr) throw Failure(EINVAL, "its tqcontrol has no keys");
-  int32_t type = 0;
+  int32_t type = 0;  // not used: of a numbering of its own
   const tarvio::StringList targets(tq_list_create());
   check_extracted(targets == nullptr ? ENOMEM : tq_tbx_get_package_type("", &type, targets.get()),
                   "control.tar.gz");
-  std::string lines = value_of(tqcontrol, "TqPackageCategory") + '\n' + std::to_string(type) +
-                      '\n' + value_of(tqcontrol, "TqPackageSubCategory") + '\n';
+  std::string lines = value_of(tqcontrol, "TqPackageCategory") + '\n' +
+                      value_of(tqcontrol, "TqPackageSubCategory") + '\n';
   for (const char* line : tarvio::Elements<char>(targets.get())) lines += target_in(line) + '\n';
   return lines;
+}
+
+int32_t code_of_category(const std::string& category) {
+  if (category == kImageCategory) return TQ_CATEGORY_IMAGE;
+  return category == kApplicationCategory ? TQ_CATEGORY_APPLICATION : TQ_CATEGORY_OTHER;
 }
 
 // An image may have no version: a backup does not know that of a system without a package of its
 // own.
 void check_identity(const PackageFile& package) {
-  const bool is_image = package.kind && package.kind->category == kImageCategory;
-  if (!package.name.empty() && (is_image || !package.version.empty())) return;
+  if (!package.name.empty() && (package.is_image() || !package.version.empty())) return;
   throw Failure(
       EINVAL, "its control.tar.gz has no package name or version: damaged, or not a package file");
 }
 
+// A tool that finds no space leaves what looks like a damaged file.
+void check_space() {
+  struct statvfs place = {};
+  if (statvfs(".", &place) != 0 || place.f_bavail != 0) return;
+  throw Failure(ENOSPC, "no space is left in the work directory; set TMPDIR to another place");
+}
+
 // In the work directory, in a process of its own. The result is a line each: name, version and,
-// when there is a tqcontrol, category, its code, subcategory and targets.
+// when there is a tqcontrol, category, subcategory and targets.
 std::string read_control_files(const std::string& path) {
   if (symlink(path.c_str(), kLink) != 0) throw Failure::of_system("cannot make a link");
   bound_files();
   check_extracted(tq_extract_from_ar(kLink, kControlArchive), "it");
   check_regular(kControlArchive);
-  if (look_for(kControlArchive) == Found::kNothing) throw no_archive("control.tar.gz");
+  if (look_for(kControlArchive) == Found::kNothing) {
+    check_space();
+    throw no_archive("control.tar.gz");
+  }
   check_extracted(tq_extract_from_tgz(kControlArchive, kControl), "its control.tar.gz");
   check_regular(kControl);
-  const tarvio::Conf control(tq_conf_open(kControl));
-  const std::string name = value_of(control, "Package");
-  const std::string version = value_of(control, "Version");
+  const std::string control = read_control_text(kControl).value_or("");
+  const std::string name = value_in(control, "Package");
+  const std::string version = value_in(control, "Version");
   check_extracted(tq_extract_from_tgz(kControlArchive, kTqControl), "its control.tar.gz");
   check_regular(kTqControl);
   const bool has_kind = look_for(kTqControl) == Found::kRegularFile;
+  if (name.empty() || version.empty() || !has_kind) check_space();
   return name + '\n' + version + '\n' + (has_kind ? kind_lines() : "");
 }
 
@@ -131,21 +149,38 @@ Failure no_archive(const std::string& archive) {
 
 PackageFile read_package_file(const WorkDirectory& directory, const std::string& absolute_path,
                               double seconds) {
+  require_tools({"ar", "tar"});
   const std::vector<std::string> lines = lines_of(
       run_job(
           directory, "ar or tar", [&] { return read_control_files(absolute_path); }, seconds)
           .result);
   PackageFile package = {.name = lines.at(0), .version = lines.at(1), .kind = std::nullopt};
   if (lines.size() > 2) {
-    package.kind =
-        PackageKind{.category = lines.at(2),
-                    .category_code = static_cast<int32_t>(strtol(lines.at(3).c_str(), nullptr, 10)),
-                    .subcategory = lines.at(4),
-                    .subcategory_code = tq_tbx_conv_package_subtype(lines.at(4).c_str()),
-                    .targets = {lines.begin() + 5, lines.end()}};
+    package.kind = PackageKind{.category = lines.at(2),
+                               .category_code = code_of_category(lines.at(2)),
+                               .subcategory = lines.at(3),
+                               .subcategory_code = tq_tbx_conv_package_subtype(lines.at(3).c_str()),
+                               .targets = {lines.begin() + 4, lines.end()}};
   }
   check_identity(package);
   return package;
+}
+
+void check_archives(const WorkDirectory& directory, const std::string& absolute_path,
+                    double seconds, const Sink& data_listing) {
+  const auto read = [&](const char* archive, const std::vector<std::string>& words,
+                        const Sink& sink) {
+    try {
+      run_tool(directory, words, seconds, sink);
+    } catch (const Failure& failure) {
+      if (failure.status() != kFailed) throw;
+      throw Failure(EINVAL,
+                    std::string("cannot read its ") + archive + " to the end: " + failure.what());
+    }
+  };
+  read("control.tar.gz", {"tar", "-tzf", "control.tar.gz"}, [](std::string_view) {});
+  read("data.tar.gz", {"sh", "-c", "ar p \"$0\" data.tar.gz | tar -tvzf -", absolute_path},
+       data_listing);
 }
 
 std::string target_in(std::string_view line) {

@@ -8,19 +8,21 @@
 #include <string_view>
 #include <vector>
 
+#include "process/child.h"
 #include "process/failure.h"
 #include "process/work_directory.h"
 
 namespace client {
 
 inline constexpr char kImageCategory[] = "Image";
+inline constexpr char kApplicationCategory[] = "Application";
 
-// What a package's tqcontrol file says. The codes are those of tarvio/tbx.h.
+// What a package's tqcontrol file says.
 struct PackageKind {
   std::string category;
-  int32_t category_code = 0;
+  int32_t category_code = 0;  // as in a listing: see tarvio/package.h
   std::string subcategory;
-  uint32_t subcategory_code = 0;
+  uint32_t subcategory_code = 0;  // with those of images: see tarvio/tbx.h
   std::vector<std::string> targets;
 };
 
@@ -28,6 +30,8 @@ struct PackageFile {
   std::string name;
   std::string version;
   std::optional<PackageKind> kind;  // none without a tqcontrol file
+
+  [[nodiscard]] bool is_image() const { return kind && kind->category == kImageCategory; }
 };
 
 // Whether a path ends in ".tbx", with something before it.
@@ -40,6 +44,12 @@ std::string readable_file(const std::string& path);
 // a Failure.
 PackageFile read_package_file(const WorkDirectory& directory, const std::string& absolute_path,
                               double seconds);
+
+// Throws a Failure unless both archives of the file, of which read_package_file has unpacked the
+// first, can be read to their ends. Unpacks nothing more; the sink gets tar's verbose listing of
+// the data.
+void check_archives(const WorkDirectory& directory, const std::string& absolute_path,
+                    double seconds, const Sink& data_listing);
 
 // That a package file does not contain one of its archives.
 Failure no_archive(const std::string& archive);

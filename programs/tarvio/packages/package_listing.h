@@ -9,6 +9,8 @@
 namespace client {
 
 struct Package {
+  bool operator==(const Package&) const = default;
+
   std::string name;
   std::string version;
   int32_t category = 0;
@@ -19,7 +21,8 @@ struct Package {
 };
 
 struct Listing {
-  int32_t code = 0;  // not 0 when something went wrong; there may still be packages
+  int32_t code = 0;         // not 0 when something could not be read; there may still be packages
+  std::string reason = {};  // for people
   std::vector<Package> packages;
 };
 

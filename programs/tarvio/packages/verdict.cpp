@@ -11,6 +11,7 @@ namespace {
 constexpr char kNoFailure[] = "opkg reported no recognised error, but ";
 constexpr char kDisputed[] = ", although opkg reported: ";
 constexpr char kNotInstalled[] = "it is not installed";
+constexpr char kAsBefore[] = "installed as before";
 
 // What opkg says of its failure, and the state that it left behind.
 [[noreturn]] void fail_with(const OpkgRun& run, const std::string& state) {
@@ -27,7 +28,7 @@ std::string words_of(const OpkgRun& run) {
 }
 
 std::string state_of(const std::string& name, const Installed& now, const char* is_what) {
-  return now.version ? name + " " + *now.version + " is " + is_what : "";
+  return now.version ? name + " " + *now.version + " is " + is_what : name + " is not installed";
 }
 
 std::string success_line(const std::string& name, const Installed& after) {
@@ -44,33 +45,28 @@ std::string success_line(const std::string& name, const Installed& after) {
 
 Verdict judge_installation(const Wanted& wanted, const Installed& before, const Installed& after,
                            const OpkgRun& run) {
-  const auto& [name, version, is_forced] = wanted;
-  const std::string as_before = state_of(name, after, "installed as before");
-  if (after.version != version) {
-    if (run.code != 0) fail_with(run, as_before);
-    const std::string other = after.version ? ": " + name + " " + *after.version + " is" : "";
-    throw Failure(EIO, kNoFailure + name + " " + version + " is not installed" + other);
+  const bool is_new = before.version != after.version || is_reinstalled(before, after);
+  const std::string state = state_of(wanted.name, after, is_new ? "installed" : kAsBefore);
+  if (run.has_failed) fail_with(run, state);
+  if (after.version == wanted.version && is_new) {
+    if (run.code == 0) return {success_line(wanted.name, after), false};
+    return {success_line(wanted.name, after) + kDisputed + words_of(run), true};
   }
-  const bool is_new = before.version != version || is_reinstalled(before, after);
-  if (is_new && run.code == 0) return {success_line(name, after), false};
-  if (is_new) return {success_line(name, after) + kDisputed + words_of(run), true};
-  if (run.code != 0) fail_with(run, as_before);
-  if (is_forced) throw Failure(EIO, kNoFailure + as_before);
-  return {name + " " + version + " is already installed; nothing changed", true};
+  if (run.code != 0) fail_with(run, state);
+  throw Failure(EIO, kNoFailure + state);
 }
 
 Verdict judge_removal(const std::string& name, const Installed& before, const Installed& after,
                       const OpkgRun& run) {
-  const std::string still = state_of(name, after, "still installed");
+  const std::string state = state_of(name, after, "still installed");
   if (after.version && run.code == ENOPKG) {
-    throw Failure(ENOPKG, "opkg removed nothing, and " + still);  // not that it is not installed
+    throw Failure(ENOPKG, "opkg removed nothing, and " + state);  // not that it is not installed
   }
-  if (after.version && run.code != 0) fail_with(run, still);
-  if (after.version) throw Failure(EIO, kNoFailure + still);
-  if (!before.version) {
-    if (run.code != 0 && run.code != ENOPKG) fail_with(run, kNotInstalled);
+  if (!before.version && (run.code == 0 || run.code == ENOPKG))
     throw Failure(ENOPKG, kNotInstalled);
-  }
+  const bool is_removed = before.version && !after.version;
+  if (run.has_failed || (!is_removed && run.code != 0)) fail_with(run, state);
+  if (!is_removed) throw Failure(EIO, kNoFailure + state);
   if (run.code == 0) return {"removed " + name, false};
   return {"removed " + name + kDisputed + words_of(run), true};
 }

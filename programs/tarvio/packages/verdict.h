@@ -18,11 +18,10 @@ struct Verdict {
 struct Wanted {
   std::string name;
   std::string version;
-  bool is_forced = false;  // even if this version is already there
 };
 
-// Both throw a Failure when the package is not as was wanted; it names both facts when opkg and the
-// listing disagree.
+// Both throw a Failure when opkg failed or the package is not as was wanted; it says what is
+// installed.
 Verdict judge_installation(const Wanted& wanted, const Installed& before, const Installed& after,
                            const OpkgRun& run);
 Verdict judge_removal(const std::string& name, const Installed& before, const Installed& after,

@@ -19,6 +19,24 @@ inline void shell(const std::filesystem::path& directory, const std::string& lin
   EXPECT_EQ(std::system(command.c_str()), 0) << command;
 }
 
+// A PATH of the tools that packages need, but for one.
+class PathWithout {
+ public:
+  explicit PathWithout(const std::string& missing) {
+    for (const std::string name : {"sh", "ar", "tar", "gzip", "cat", "df"}) {
+      if (name != missing) std::filesystem::create_symlink("/usr/bin/" + name, directory_ / name);
+    }
+    ::setenv("PATH", directory_.path().c_str(), 1);
+  }
+  ~PathWithout() { ::setenv("PATH", before_.c_str(), 1); }
+  PathWithout(const PathWithout&) = delete;
+  PathWithout& operator=(const PathWithout&) = delete;
+
+ private:
+  const std::string before_ = ::getenv("PATH");
+  const TempDir directory_;
+};
+
 // The temporary directory of the programs that a test runs: shows what they leave behind.
 class PrivateTemporaryDirectory {
  public:

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "packages/package_file.h"
@@ -56,6 +57,34 @@ TEST(ClientInspect, IsJsonForScripts) {
                     {"subcategory_code", 13},
                     {"targets", {"kernel", "rootfs"}}},
                    {{"file", "/nowhere"}, {"code", 2}, {"message", "No such file or directory"}}}));
+}
+
+// In the numbers of "list", which also takes them.
+TEST(ClientInspect, HasOneMeaningForACategoryCode) {
+  for (const auto& [category, code] :
+       {std::pair{"Image", 0}, {"Application", 1}, {"Fonts", 2}, {"Applications", 2}}) {
+    const HandMadePackage package(kSampleControl, std::string("TqPackageCategory: ") + category +
+                                                      "\nTqPackageSubCategory: x\n");
+    const json shown = json::parse(run_tarvio({"inspect", "--json", package.path()}).output);
+    EXPECT_EQ(shown[0]["category_code"], code) << category;
+  }
+}
+
+TEST(ClientInspect, ShowsTheWholeVersion) {
+  const HandMadePackage package("Package: clock\nVersion:  1:2.0 \n");
+  const json shown = json::parse(run_tarvio({"inspect", "--json", package.path()}).output);
+  EXPECT_EQ(shown[0]["version"], "1:2.0");
+}
+
+TEST(ClientInspect, NamesAToolThatIsMissing) {
+  const HandMadePackage package;
+  for (const std::string tool : {"ar", "tar"}) {
+    const PathWithout path(tool);
+    const Ran run = run_tarvio({"inspect", package.path()});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors, "tarvio: cannot inspect '" + package.path() + "': the tool " + tool +
+                              " is missing; install it, or add its directory to PATH (2)\n");
+  }
 }
 
 TEST(ClientInspect, TakesAFileOfAnyName) {

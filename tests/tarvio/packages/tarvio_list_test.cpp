@@ -78,10 +78,14 @@ TEST_F(ClientList, CanBeFiltered) {
 
 TEST_F(ClientList, NeedsTheExactName) {
   const Ran run = run_tarvio({"list", "--name", "web"});
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.status, 12);
   EXPECT_EQ(run.output, "");
   EXPECT_EQ(run.errors, "tarvio: no such packages\n");
-  EXPECT_EQ(names_in(run_tarvio({"list", "--json", "--name", ""})), Names{});
+  const Ran scripted = run_tarvio({"list", "--json", "--name", ""});
+  EXPECT_EQ(scripted.status, 12);
+  EXPECT_EQ(scripted.output, "[]\n");
+  EXPECT_EQ(run_tarvio({"list", "--name", "clock", "--category", "image"}).status, 12);
+  EXPECT_EQ(run_tarvio({"list", "--category", "image", "--subcategory", "jsp"}).status, 0);
 }
 
 using ClientListOfNothing = WithoutPackages;
@@ -92,6 +96,26 @@ TEST_F(ClientListOfNothing, SaysSo) {
   EXPECT_EQ(run.output, "");
   EXPECT_EQ(run.errors, "tarvio: no packages\n");
   EXPECT_EQ(run_tarvio({"list", "--json"}).output, "[]\n");
+}
+
+// The library passes over such files, and the listing would lack a package.
+TEST_F(ClientList, IsNotShortenedByAFileThatCannotBeRead) {
+  for (const std::string file : {"clock.tqcontrol", "clock.control"}) {
+    const std::filesystem::path path = std::filesystem::path(kInformation) / file;
+    std::filesystem::remove(path);
+    std::filesystem::create_symlink(file, path);
+    const Ran run = run_tarvio({"list"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors, "tarvio: cannot list the packages: '" + path.string() +
+                              "': cannot read: Too many levels of symbolic links (40)\n");
+    EXPECT_EQ(run_tarvio({"list", "--name", "clock"}).status, 1);
+  }
+}
+
+TEST_F(ClientList, LeavesOutAPackageWhoseControlFileHasNoKeys) {
+  write_information("clock.tqcontrol", "no keys\n");
+  write_information("fonts.control", "");
+  EXPECT_EQ(names_in(run_tarvio({"list", "--json"})), (Names{"rootfs", "webserver"}));
 }
 
 using ClientListThatFails = WithoutPackages;

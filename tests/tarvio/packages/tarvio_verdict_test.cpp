@@ -35,11 +35,12 @@ std::string outcome_of(Judge judge) {
   }
 }
 
-std::string installing(const Installed& before, const Installed& after, const OpkgRun& run,
-                       bool is_forced = false) {
-  return outcome_of([&] {
-    return judge_installation({"clock", "2", is_forced}, before, after, run);
-  });
+std::string installing(const Installed& before, const Installed& after, const OpkgRun& run) {
+  return outcome_of([&] { return judge_installation({"clock", "2"}, before, after, run); });
+}
+
+std::string removing(const Installed& before, const Installed& after, const OpkgRun& run) {
+  return outcome_of([&] { return judge_removal("clock", before, after, run); });
 }
 
 TEST(ClientVerdict, OnAnInstallationIsWhatIsInstalled) {
@@ -48,27 +49,37 @@ TEST(ClientVerdict, OnAnInstallationIsWhatIsInstalled) {
   EXPECT_EQ(installing(at_version("2", 1), at_version("2", 2), kGood), "installed clock 2");
   EXPECT_EQ(installing(kGone, at_version("2"), kBad),
             "? installed clock 2, although opkg reported: Bad dependency. (10302)");
-  EXPECT_EQ(installing(at_version("2"), at_version("2"), kGood),
-            "? clock 2 is already installed; nothing changed");
 }
 
 TEST(ClientVerdict, OnAFailedInstallationNamesBothFacts) {
   EXPECT_EQ(installing(kGone, kGone, kGood),
-            "! opkg reported no recognised error, but clock 2 is not installed 5");
+            "! opkg reported no recognised error, but clock is not installed 5");
   EXPECT_EQ(installing(at_version("1"), at_version("1"), kGood),
-            "! opkg reported no recognised error, but clock 2 is not installed: clock 1 is 5");
-  EXPECT_EQ(installing(kGone, kGone, kBad), "! Bad dependency. 10302");
+            "! opkg reported no recognised error, but clock 1 is installed as before 5");
+  EXPECT_EQ(installing(kGone, kGone, kBad), "! Bad dependency, and clock is not installed 10302");
+  EXPECT_EQ(installing(kGone, at_version("3"), kBad),
+            "! Bad dependency, and clock 3 is installed 10302");
   EXPECT_EQ(installing(at_version("1"), at_version("1"), kBad),
             "! Bad dependency, and clock 1 is installed as before 10302");
   EXPECT_EQ(installing(at_version("2"), at_version("2"), kBad),
             "! Bad dependency, and clock 2 is installed as before 10302");
 }
 
-TEST(ClientVerdict, OnAForcedInstallationNeedsANewOne) {
-  EXPECT_EQ(installing(at_version("2", 1), at_version("2", 2), kGood, true), "installed clock 2");
-  EXPECT_EQ(installing(at_version("2"), at_version("2"), kGood, true),
+TEST(ClientVerdict, OnARunThatFailedIsAFailureWhateverIsInstalled) {
+  const OpkgRun failed = {.code = 5, .has_failed = true, .message = "opkg failed with status 3"};
+  EXPECT_EQ(installing(kGone, at_version("2"), failed),
+            "! opkg failed with status 3, and clock 2 is installed 5");
+  EXPECT_EQ(installing(at_version("1"), at_version("2"), failed),
+            "! opkg failed with status 3, and clock 2 is installed 5");
+  EXPECT_EQ(removing(at_version("1"), kGone, failed),
+            "! opkg failed with status 3, and clock is not installed 5");
+}
+
+TEST(ClientVerdict, OnTheSameVersionNeedsANewInstallation) {
+  EXPECT_EQ(installing(at_version("2", 1), at_version("2", 2), kGood), "installed clock 2");
+  EXPECT_EQ(installing(at_version("2"), at_version("2"), kGood),
             "! opkg reported no recognised error, but clock 2 is installed as before 5");
-  EXPECT_EQ(installing(at_version("2"), at_version("2"), kBad, true),
+  EXPECT_EQ(installing(at_version("2"), at_version("2"), kBad),
             "! Bad dependency, and clock 2 is installed as before 10302");
 }
 
@@ -83,10 +94,6 @@ TEST(ClientVerdict, OnAnInstallationNamesTheKindOfPackage) {
             "installed clock 2, but it has no tqcontrol file, so tarvio does not manage it");
 }
 
-std::string removing(const Installed& before, const Installed& after, const OpkgRun& run) {
-  return outcome_of([&] { return judge_removal("clock", before, after, run); });
-}
-
 TEST(ClientVerdict, OnARemovalIsWhatIsInstalled) {
   EXPECT_EQ(removing(at_version("1"), kGone, kGood), "removed clock");
   EXPECT_EQ(removing(at_version("1"), kGone, kBad),
@@ -99,7 +106,7 @@ TEST(ClientVerdict, OnARemovalIsWhatIsInstalled) {
             "! opkg removed nothing, and clock 1 is still installed 65");
   EXPECT_EQ(removing(kGone, kGone, kGood), "! it is not installed 65");
   EXPECT_EQ(removing(kGone, kGone, {.code = ENOPKG, .message = "x"}), "! it is not installed 65");
-  EXPECT_EQ(removing(kGone, kGone, kBad), "! Bad dependency, and it is not installed 10302");
+  EXPECT_EQ(removing(kGone, kGone, kBad), "! Bad dependency, and clock is not installed 10302");
 }
 
 std::string listing(const Installed& now, const OpkgRun& run) {

@@ -1,0 +1,53 @@
+#include "packages/needed_space.h"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include "process/failure.h"
+#include "process/paths.h"
+#include "process/system_file.h"
+#include "terminal/printable_text.h"
+
+namespace client {
+
+void NeededSpace::add(std::string_view piece) {
+  while (lines_.feed(piece) == tarvio::LineCutter::Result::kLine) add_line(lines_.line());
+}
+
+// "-rw-r--r-- 0/0 3000 2024-01-01 00:00 ./opt/clock/face"
+void NeededSpace::add_line(std::string_view line) {
+  if (!line.starts_with('-')) return;
+  std::array<std::string_view, 6> words;  // mode, owner, size, date, time, name up to a blank
+  for (std::string_view& word : words) word = take_word(line);
+  const uint64_t bytes = strtoull(std::string(words[2]).c_str(), nullptr, 10);
+  std::string_view& name = words[5];
+  if (name.starts_with("./")) name.remove_prefix(2);
+  std::string path = root_ + '/' + std::string(name);
+  const uint64_t replaced = size_of_file(path);
+  struct stat status = {};
+  do {
+    path = directory_of(path);
+  } while (stat(path.c_str(), &status) != 0 && path != "/");
+  Place& place = places_.try_emplace(status.st_dev, Place{path}).first->second;
+  place.bytes += bytes - std::min(bytes, replaced);
+}
+
+void NeededSpace::check() const {
+  for (const auto& [device, place] : places_) {
+    struct statvfs status = {};
+    if (statvfs(place.directory.c_str(), &status) != 0) {
+      throw Failure::of_system("cannot find out the free space of '" + place.directory + "'");
+    }
+    const uint64_t free_bytes = uint64_t{status.f_bavail} * status.f_frsize;
+    if (place.bytes <= free_bytes) continue;
+    throw Failure(ENOSPC, "not enough space in '" + place.directory +
+                              "': " + size_words(place.bytes) + " needed, " +
+                              size_words(free_bytes) + " free");
+  }
+}
+
+}  // namespace client

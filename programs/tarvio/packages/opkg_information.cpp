@@ -1,0 +1,104 @@
+#include "packages/opkg_information.h"
+
+#include <dirent.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+
+#include "base/line_cutter.h"
+#include "base/offline_root.h"
+#include "base/owners.h"
+#include "packages/control_fields.h"
+#include "process/failure.h"
+#include "process/system_file.h"
+#include "tarvio/opkg.h"
+
+namespace client {
+
+namespace {
+
+constexpr char kInformation[] = "/usr/lib/opkg/info";
+// Of 0.3 and later, unless their configuration names another.
+constexpr char kNewerInformation[] = "/var/lib/opkg/info";
+constexpr char kConfiguration[] = "/etc/opkg";
+
+// The names of the entries that end so, sorted.
+std::vector<std::string> entries_of(const std::string& path, std::string_view suffix) {
+  const tarvio::Directory directory(opendir(path.c_str()));
+  if (directory == nullptr && errno == ENOENT) return {};
+  if (directory == nullptr) throw Failure::of_system("cannot read '" + path + "'");
+  std::vector<std::string> names;
+  while (true) {
+    errno = 0;  // the only sign of an error
+    const dirent* const entry = readdir(directory.get());
+    if (entry == nullptr && errno != 0) throw Failure::of_system("cannot read '" + path + "'");
+    if (entry == nullptr) break;
+    const std::string_view name = entry->d_name;
+    if (name.size() > suffix.size() && name.ends_with(suffix)) names.emplace_back(name);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// "option info_dir DIRECTORY" in the text; empty when it is not there.
+std::string information_in(std::string_view text) {
+  while (!text.empty()) {
+    std::string_view line = tarvio::take_line(text);
+    if (take_word(line) != "option" || take_word(line) != "info_dir") continue;
+    return std::string(take_word(line));
+  }
+  return {};
+}
+
+std::string information_of_newer_opkg(const std::string& root) {
+  const std::string directory = root + kConfiguration;
+  for (const std::string& file : entries_of(directory, ".conf")) {
+    const std::string configured = information_in(read_system_file(directory + "/" + file));
+    if (!configured.empty()) return root + configured;
+  }
+  return root + kNewerInformation;
+}
+
+bool knows(const std::string& directory, const std::string& name) {
+  const std::vector<std::string> files = control_files_in(directory);
+  if (name.empty()) return !files.empty();
+  return std::find(files.begin(), files.end(), name + ".control") != files.end();
+}
+
+}  // namespace
+
+std::string root_of_packages() {
+  int online = 1;
+  // The library takes a test that failed for online (oddity 61): that could be the wrong root.
+  if (const int error = tq_is_boot_online(&online)) {
+    throw Failure(error, std::string("cannot find out which root the device runs from: ") +
+                             "cannot read '/proc/cmdline': " + strerror(error));
+  }
+  return online != 0 ? "" : tarvio::kOfflineRoot;
+}
+
+std::string information_directory() { return root_of_packages() + kInformation; }
+
+std::vector<std::string> control_files_in(const std::string& directory) {
+  return entries_of(directory, ".control");
+}
+
+std::optional<std::string> read_information(const std::string& path) {
+  try {
+    return read_control_text(path);
+  } catch (const Failure& failure) {
+    throw Failure(failure.code(), "'" + path + "': " + failure.what());
+  }
+}
+
+void check_place_of_information(const std::string& name, const std::string& state) {
+  const std::string root = root_of_packages();
+  const std::string elsewhere = information_of_newer_opkg(root);
+  if (knows(root + kInformation, name) || !knows(elsewhere, name)) return;
+  throw Failure(ENOENT, state + "opkg keeps its information in " + elsewhere +
+                            "; add 'option info_dir " + kInformation + "' to " + root +
+                            kConfiguration + "/opkg.conf");
+}
+
+}  // namespace client

@@ -1,0 +1,130 @@
+#include "opkg/real_opkg.h"
+
+#include <sys/mount.h>
+#include <sys/statvfs.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+
+namespace tarvio_test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kPackageDirectory[] = "/run/packages";
+
+void mount_private(const char* directory, const char* options = "mode=0755") {
+  fs::create_directories(directory);
+  ASSERT_EQ(::mount("tmpfs", directory, "tmpfs", MS_NOSUID | MS_NODEV, options), 0) << directory;
+}
+
+// For a file system whose flags a user namespace may add to, but not take away.
+void make_root_read_only() {
+  struct statvfs status = {};
+  ASSERT_EQ(::statvfs("/", &status), 0);
+  unsigned long flags = MS_REMOUNT | MS_BIND | MS_RDONLY;
+  constexpr std::array<std::pair<unsigned long, unsigned long>, 6> kKept = {
+      {{ST_NOSUID, MS_NOSUID},
+       {ST_NODEV, MS_NODEV},
+       {ST_NOEXEC, MS_NOEXEC},
+       {ST_NOATIME, MS_NOATIME},
+       {ST_NODIRATIME, MS_NODIRATIME},
+       {ST_RELATIME, MS_RELATIME}}};
+  for (const auto& [is_set, flag] : kKept) {
+    if ((status.f_flag & is_set) != 0) flags |= flag;
+  }
+  ASSERT_EQ(::mount(nullptr, "/", nullptr, flags, nullptr), 0);
+}
+
+// Why there is no such program; empty when it runs.
+std::string reason_to_skip(const std::string& version, const std::string& tools) {
+  const char* const directory = std::getenv("TARVIO_OPKG_DIR");
+  if (directory == nullptr || *directory == '\0') return "TARVIO_OPKG_DIR is not set";
+  const fs::path program = fs::path(directory) / ("opkg-" + version);
+  if (!fs::exists(program)) return "there is no " + program.string();
+  fs::create_symlink(fs::absolute(program), tools + "/opkg");
+  const int status = std::system((tools + "/opkg --version >/dev/null 2>&1").c_str());
+  return WEXITSTATUS(status) < 126
+             ? ""
+             : program.string() + " does not run here; is libarchive13 installed?";
+}
+
+void configure(const std::string& version, const std::string& root) {
+  std::string text = "dest root /\narch all 1\narch noarch 1\n";
+  if (version != kOpkg018) {
+    text +=
+        "option info_dir /usr/lib/opkg/info\noption status_file /usr/lib/opkg/status\n"
+        "option lists_dir /usr/lib/opkg/lists\n";
+  }
+  fs::create_directories(root + "/etc/opkg");
+  write_file(root + "/etc/opkg/opkg.conf", text);
+}
+
+}  // namespace
+
+void RealOpkg::SetUp() {
+  // It mounts, which must not reach the host.
+  if (std::getenv("TARVIO_TEST_CMDLINE") == nullptr) FAIL() << "runs in the sandbox only";
+  const TempDir tools;
+  const std::string reason = reason_to_skip(GetParam(), tools.path());
+  if (!reason.empty()) GTEST_SKIP() << reason;
+  fs::create_directories("/run/alternatives");
+  if (fs::is_directory("/etc/alternatives") && !fs::is_symlink("/etc/alternatives")) {
+    ASSERT_EQ(::mount("/etc/alternatives", "/run/alternatives", nullptr, MS_BIND, nullptr), 0);
+  }
+  for (const char* directory :
+       {"/etc", "/var/lib", "/var/cache", "/usr/lib/opkg", "/opt", "/mnt/root", "/run/tools"}) {
+    mount_private(directory);
+  }
+  // Through these, some tools of the host are found.
+  fs::create_directory_symlink("/run/alternatives", "/etc/alternatives");
+  make_root_read_only();
+  fs::copy_symlink(tools / "opkg", "/run/tools/opkg");
+  ::setenv("PATH", (std::string("/run/tools:") + std::getenv("PATH")).c_str(), 1);
+  fs::create_directories(kInformation);
+  fs::create_directories("/mnt/root/usr/lib/opkg/info");
+  configure(GetParam(), "");
+  configure(GetParam(), "/mnt/root");
+  write_kernel_command_line("root=/dev/mtdblock4\n");
+}
+
+std::string RealOpkg::package(const std::string& name, const std::string& version,
+                              const std::string& further) {
+  const fs::path work = fs::path(kPackageDirectory) / (name + "-" + version);
+  const fs::path data = work / "data/opt" / name;
+  fs::remove_all(work);
+  fs::create_directories(data);
+  write_file(data / version, version + "\n");
+  write_file(data / "common", name + "\n");
+  write_file(work / "control", "Package: " + name + "\nVersion: " + version +
+                                   "\nArchitecture: all\nMaintainer: Halvern\n" + further);
+  write_file(work / "tqcontrol", kSampleTqControl);
+  write_program(work / "tqstartapp", "#!/bin/sh\n");
+  write_file(work / "debian-binary", "2.0\n");
+  shell(work,
+        "tar czf control.tar.gz ./control ./tqcontrol ./tqstartapp; tar czf data.tar.gz -C data ."
+        "; ar rc package.tbx debian-binary control.tar.gz data.tar.gz");
+  return work / "package.tbx";
+}
+
+std::string RealOpkg::installed_version(const std::string& name, const std::string& root) {
+  const fs::path control = root + std::string(kInformation) + "/" + name + ".control";
+  if (!fs::exists(control)) return "";
+  const std::string text = read_file(control);
+  const size_t at = text.find("Version: ") + 9;
+  return text.substr(at, text.find('\n', at) - at);
+}
+
+bool RealOpkg::has_trace(const std::string& name) {
+  for (const auto& entry : fs::directory_iterator(kInformation)) {
+    if (entry.path().filename().string().starts_with(name + ".")) return true;
+  }
+  const fs::path status = "/usr/lib/opkg/status";
+  const bool is_known =
+      fs::exists(status) && read_file(status).find("Package: " + name + "\n") != std::string::npos;
+  return is_known || fs::exists("/opt/" + name);
+}
+
+}  // namespace tarvio_test
