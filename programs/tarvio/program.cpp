@@ -8,6 +8,7 @@
 #include "commands/help.h"
 #include "process/child.h"
 #include "process/failure.h"
+#include "process/last_words.h"
 #include "tarvio/log.h"
 #include "terminal/output.h"
 
@@ -35,6 +36,7 @@ int run(Arguments& arguments) {
 }  // namespace
 
 int run_program(int argc, const char* const* argv) {
+  report_uncaught_exceptions();
   tq_set_log_level(kSilent);
   try {
     Arguments arguments = read_arguments(argc, argv);
@@ -52,7 +54,7 @@ int run_program(int argc, const char* const* argv) {
     complain(failure.what());
     return failure.status();
   } catch (const std::exception& error) {
-    complain(error.what());
+    complain(cause_of(error));
     return kFailed;
   }
 }

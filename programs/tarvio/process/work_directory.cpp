@@ -16,6 +16,7 @@ namespace client {
 namespace {
 
 constexpr int kMaxOpenDirectories = 16;
+constexpr int kMaxWalks = 3;
 constexpr mode_t kOwnerOnly = 0700;
 
 std::string temporary_beginning() {
@@ -37,11 +38,14 @@ int remove_entry(const char* path, const struct stat* /*status*/, int /*kind*/,
   return 0;
 }
 
-// An archive may bring directories that their owner may not enter.
+// An archive may bring directories that their owner may not enter. A walk that stops, because of
+// memory for instance, is worth another one.
 void remove_tree(const char* path) {
-  while (nftw(path, make_listable, kMaxOpenDirectories, FTW_PHYS) == 1) {
+  for (int walks = 0; walks < kMaxWalks; ++walks) {
+    while (nftw(path, make_listable, kMaxOpenDirectories, FTW_PHYS) == 1) {
+    }
+    if (nftw(path, remove_entry, kMaxOpenDirectories, FTW_PHYS | FTW_DEPTH) == 0) return;
   }
-  (void)nftw(path, remove_entry, kMaxOpenDirectories, FTW_PHYS | FTW_DEPTH);
 }
 
 bool is_own_directory(const std::string& path) {

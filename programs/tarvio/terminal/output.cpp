@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "base/pipe.h"
+#include "process/last_words.h"
 #include "terminal/printable_text.h"
 
 namespace client {
@@ -26,15 +28,22 @@ bool is_dumb_terminal() {
 
 }  // namespace
 
-bool print(std::string_view text) {
+bool print(std::string_view text) noexcept {
+  static bool is_reported = false;
   if (tarvio::write_all(STDOUT_FILENO, text)) return true;
-  complain(std::string("cannot write the output: ") + strerror(errno));
+  if (!std::exchange(is_reported, true)) {
+    write_line(STDERR_FILENO, {"tarvio: cannot write the output: ", strerror(errno)});
+  }
   return false;
 }
 
-void complain(std::string_view message) {
+void complain(std::string_view message) noexcept {
   // There is nowhere left to report that standard error fails as well.
-  (void)tarvio::write_all(STDERR_FILENO, "tarvio: " + printable(message) + '\n');
+  try {
+    (void)tarvio::write_all(STDERR_FILENO, "tarvio: " + printable(message) + '\n');
+  } catch (const std::exception& error) {
+    write_line(STDERR_FILENO, {"tarvio: ", cause_of(error)});
+  }
 }
 
 bool is_screen() { return isatty(STDOUT_FILENO) == 1 && !is_dumb_terminal(); }
