@@ -58,7 +58,10 @@ std::string mount_point_of(const std::string& device) {
 
 FlashLock::FlashLock()
     : file_(open(kLockFile, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kOwnerOnly)) {
-  if (!file_.valid()) throw Failure::of_system(std::string("cannot open '") + kLockFile + "'");
+  if (!file_.valid()) {
+    throw Failure(errno, std::string("cannot lock the flash memory with '") + kLockFile + "': " +
+                             strerror(errno) + (errno == EACCES ? "; run tarvio as root" : ""));
+  }
   for (int tries = 1; flock(file_.get(), LOCK_EX | LOCK_NB) != 0; ++tries) {
     if (errno != EWOULDBLOCK) {
       throw Failure::of_system(std::string("cannot lock '") + kLockFile + "'");

@@ -1,5 +1,6 @@
 #include "manager/manager_client.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -97,6 +98,9 @@ Answer ask_manager(const char* command, const char* name, double timeout_seconds
   if (is_manager_there) answer.error = read_to_end(fd, answer.bytes);
   (void)tq_socket_close(fd);
   if (is_manager_there) return answer;
+  if (faccessat(AT_FDCWD, TQ_COM_SOCKET_PATH, W_OK, AT_EACCESS) != 0 && errno == EACCES) {
+    throw Failure(EACCES, "no permission to use " TQ_COM_SOCKET_PATH "; run tarvio as root");
+  }
   throw Failure(ENOTCONN, "no manager answers on " TQ_COM_SOCKET_PATH "; is tarviod running?",
                 kNoManager);
 }

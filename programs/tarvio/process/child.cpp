@@ -191,7 +191,7 @@ std::string last_line(std::string text) {
   return text.substr(text.rfind('\n') + 1);
 }
 
-void check(const std::string& what, const ChildEnd& end,
+void check(const WorkDirectory& directory, const std::string& what, const ChildEnd& end,
            std::string (*line_of)(std::string errors)) {
   if (end.is_late) {
     throw Failure(ETIMEDOUT,
@@ -199,6 +199,7 @@ void check(const std::string& what, const ChildEnd& end,
                   kTimeout);
   }
   if (end.status == 0) return;
+  directory.check_space_left();
   const std::string words = line_of(end.errors);
   throw Failure(EIO, what + " failed with status " + std::to_string(end.status) +
                          (words.empty() ? "" : ": " + words));
@@ -227,14 +228,15 @@ void run_tool(const WorkDirectory& directory, const std::vector<std::string>& wo
     throw Failure::of_system("cannot run it");
   });
   // A tool names the cause first, and at last says that it gives up.
-  check(words[0], child.wait(seconds, sink), first_line);
+  check(directory, words[0], child.wait(seconds, sink), first_line);
 }
 
 std::string run_apart(const WorkDirectory& directory, const char* tools, const Work& work,
                       double seconds, const Sink& sink, const Tick& tick) {
   Child child(directory, work);
   ChildEnd end = child.wait(seconds, sink, tick);
-  check(tools, end, last_line);  // tools may have complained before the work itself failed
+  check(directory, tools, end,
+        last_line);  // tools may have complained before the work itself failed
   return std::move(end.errors);
 }
 
@@ -255,7 +257,10 @@ JobEnd run_job(const WorkDirectory& directory, const char* tools,
   }
   std::string result = report.substr(code_end + 1);
   const int code = static_cast<int>(strtol(report.c_str(), nullptr, 10));
-  if (code != 0) throw Failure(code, result);
+  if (code != 0) {
+    directory.check_space_left();
+    throw Failure(code, result);
+  }
   return {std::move(result), std::move(errors)};
 }
 

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <ftw.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -79,6 +80,15 @@ void WorkDirectory::remove_left_over(const std::string& beginning) {
     const std::string path = parent + entry->d_name;
     if (path.starts_with(beginning) && is_own_directory(path)) remove_tree(path.c_str());
   }
+}
+
+void WorkDirectory::check_space_left() const {
+  struct statvfs space = {};
+  if (statvfs(path_.c_str(), &space) != 0) return;
+  // Some file systems do not count their files.
+  if (space.f_bavail != 0 && (space.f_files == 0 || space.f_favail != 0)) return;
+  throw Failure(ENOSPC, "no space left in '" + path_.substr(0, path_.rfind('/')) +
+                            "' for intermediate files");
 }
 
 WorkDirectory::~WorkDirectory() { remove_tree(path_.c_str()); }

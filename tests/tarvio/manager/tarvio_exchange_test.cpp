@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -52,6 +53,15 @@ void expect(const Ran& run, int status, const std::string& errors) {
 
 TEST(ClientWithoutAManager, SaysSo) {
   for (const Line& line : kRequests) expect(run_tarvio(line), 3, kNoManager);
+}
+
+TEST(ClientWithoutAManager, SaysThatItMayNotReachIt) {
+  const Socket manager = listen_on(TQ_COM_SOCKET_PATH);
+  ::chmod(TQ_COM_SOCKET_PATH, 0);
+  for (const Line& line : kRequests) {
+    expect(run_tarvio(line, give_up_file_permissions), 1,
+           "tarvio: no permission to use " TQ_COM_SOCKET_PATH "; run tarvio as root\n");
+  }
 }
 
 TEST(ClientWithoutAManager, IsNotMisledByTheSocketThatOneLeft) {
