@@ -1,10 +1,12 @@
 #include "terminal/output.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -47,6 +49,14 @@ void complain(std::string_view message) noexcept {
 }
 
 bool is_screen() { return isatty(STDOUT_FILENO) == 1 && !is_dumb_terminal(); }
+
+ScreenSize screen_size() {
+  constexpr size_t kAnything = std::numeric_limits<size_t>::max();
+  winsize size = {};
+  (void)ioctl(STDOUT_FILENO, TIOCGWINSZ, &size);
+  return {.columns = size.ws_col == 0 ? kAnything : size.ws_col,
+          .rows = size.ws_row == 0 ? kAnything : size.ws_row};
+}
 
 bool wants_colour() { return is_screen() && !is_set("NO_COLOR"); }
 

@@ -111,6 +111,13 @@ size_t width_of(char32_t code) {
   return is_in(kWide, code) ? 2 : 1;
 }
 
+// Takes a character off the text; the columns that it takes.
+size_t take_character(std::string_view& text) {
+  const Character character = decode(text);
+  text.remove_prefix(std::max<size_t>(character.size, 1));
+  return character.size == 0 ? 1 : width_of(character.code);
+}
+
 }  // namespace
 
 std::string printable(std::string_view text) {
@@ -131,12 +138,21 @@ std::string printable(std::string_view text) {
 
 size_t display_width(std::string_view text) {
   size_t width = 0;
-  while (!text.empty()) {
-    const Character character = decode(text);
-    width += character.size == 0 ? 1 : width_of(character.code);
-    text.remove_prefix(std::max<size_t>(character.size, 1));
-  }
+  while (!text.empty()) width += take_character(text);
   return width;
+}
+
+std::string shortened(std::string_view text, size_t columns) {
+  constexpr std::string_view kMark = "...";
+  if (display_width(text) <= columns) return std::string(text);
+  size_t room = columns - std::min(columns, kMark.size());
+  std::string_view rest = text;
+  for (std::string_view next = rest; !next.empty(); rest = next) {
+    const size_t width = take_character(next);
+    if (width > room) break;
+    room -= width;
+  }
+  return std::string(text.substr(0, text.size() - rest.size())).append(kMark.substr(0, columns));
 }
 
 std::vector<std::string> lines_of(std::string_view text) {

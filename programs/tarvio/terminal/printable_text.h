@@ -17,6 +17,9 @@ std::string printable(std::string_view text);
 // Columns that a printable UTF-8 text takes on a terminal.
 size_t display_width(std::string_view text);
 
+// As much of a printable UTF-8 text as takes so many columns at most; "..." ends what was cut.
+std::string shortened(std::string_view text, size_t columns);
+
 // The lines of a text without their line feeds.
 std::vector<std::string> lines_of(std::string_view text);
 
