@@ -1,5 +1,8 @@
 #include "program.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <exception>
 #include <string>
 
@@ -17,6 +20,16 @@ namespace client {
 namespace {
 
 constexpr int kSilent = 4;  // the client itself reports what the library would log
+
+// A standard stream that is closed stays one that cannot be used, instead of the number of whatever
+// is opened next.
+void hold_closed_streams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) < 0) {
+      (void)open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+  }
+}
 
 // The one ending of all commands.
 int finish(const Result& result, bool is_json) {
@@ -36,6 +49,7 @@ int run(Arguments& arguments) {
 }  // namespace
 
 int run_program(int argc, const char* const* argv) {
+  hold_closed_streams();
   report_uncaught_exceptions();
   tq_set_log_level(kSilent);
   try {
