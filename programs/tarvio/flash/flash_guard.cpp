@@ -29,6 +29,17 @@ constexpr useconds_t kBetweenTries = 100'000;
   throw Failure(EBUSY, "another backup or restore is running on this device");
 }
 
+// What cannot be read does not say that an area is unused.
+std::string known_text_of(const char* path) {
+  std::string text = read_system_file(path);
+  if (text.empty()) {
+    throw Failure(EIO, std::string("cannot read '") + path +
+                           "', so what uses the flash memory is not known; use --force to write "
+                           "anyway");
+  }
+  return text;
+}
+
 // What the kernel calls an area as a block device, "/dev/mtdblockN".
 std::string block_device_of(const tarvio::FlashArea& area) {
   const std::string target = area.target;
@@ -36,7 +47,7 @@ std::string block_device_of(const tarvio::FlashArea& area) {
 }
 
 bool is_root(const std::string& device) {
-  const std::string line = read_system_file("/proc/cmdline");
+  const std::string line = known_text_of("/proc/cmdline");
   std::string_view rest = line;
   std::string_view root;
   for (auto word = take_word(rest); !word.empty(); word = take_word(rest)) {
@@ -47,7 +58,7 @@ bool is_root(const std::string& device) {
 
 // Where it is mounted; empty when it is not.
 std::string mount_point_of(const std::string& device) {
-  for (const std::string& line : lines_of(read_system_file("/proc/self/mounts"))) {
+  for (const std::string& line : lines_of(known_text_of("/proc/self/mounts"))) {
     std::string_view rest = line;
     if (take_word(rest) == device) return std::string(take_word(rest));
   }

@@ -15,6 +15,7 @@ std::string read_system_file(const std::string& path) {
   while (const size_t size = fread(piece.data(), 1, piece.size(), file.get())) {
     text.append(piece.data(), size);
   }
+  if (ferror(file.get()) != 0) text.clear();
   return text;
 }
 

@@ -4,7 +4,6 @@
 // failed.
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/mman.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -80,11 +79,6 @@ ssize_t write(int fd, const void* bytes, size_t size) {
 ssize_t read(int fd, void* bytes, size_t size) {
   if (fails("read", EIO)) return -1;
   return real<decltype(read)>("read")(fd, bytes, size);
-}
-
-int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
-  if (fails("poll", ENOMEM)) return -1;
-  return real<decltype(poll)>("poll")(descriptors, count, milliseconds);
 }
 
 }  // extern "C"

@@ -7,8 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "flash/image_archive.h"
 #include "support/com/manager.h"
 #include "support/files.h"
+#include "support/flash/flash_client.h"
 #include "support/packages/stand_in_opkg.h"
 #include "support/packages/tarvio_packages.h"
 #include "support/programs/tarvio.h"
@@ -39,6 +41,9 @@ Faulty run_with_fault(const std::string& fault, const std::vector<std::string>& 
   faulty.has_failed = std::filesystem::exists(note);
   return faulty;
 }
+
+// After the first, a sample of the calls: some runs make hundreds.
+int after(int n) { return n + 1 + n / 16; }
 
 // Of its work directories; a tool that was killed may leave one of its own.
 void expect_clean(const PrivateTemporaryDirectory& temporary) {
@@ -111,7 +116,7 @@ TEST_P(ClientWhoseCallFails, DoesNotWaitForItsDeadline) {
   use_stand_in_opkg();
   const PrivateTemporaryDirectory temporary;
   for (const std::string command : {"inspect", "check", "install"}) {
-    for (int n = 1;; ++n) {
+    for (int n = 1;; n = after(n)) {
       SCOPED_TRACE(command + std::to_string(n));
       const Faulty faulty = run_with_fault(GetParam() + (" " + std::to_string(n)),
                                            {command, "--timeout", "3600", package.path()});
@@ -123,8 +128,41 @@ TEST_P(ClientWhoseCallFails, DoesNotWaitForItsDeadline) {
   expect_clean(temporary);
 }
 
-INSTANTIATE_TEST_SUITE_P(Once, ClientWhoseCallFails,
-                         testing::Values("waitpid", "write", "read", "poll"));
+INSTANTIATE_TEST_SUITE_P(Once, ClientWhoseCallFails, testing::Values("waitpid", "write", "read"));
+
+class FlashWhoseCallFails : public FlashClient, public testing::WithParamInterface<const char*> {
+ protected:
+  // With each call failing once; what must hold after a success.
+  void run_with_faults(const std::vector<std::string>& arguments,
+                       const std::function<void(bool is_success)>& check) const {
+    for (int n = 1;; n = after(n)) {
+      SCOPED_TRACE(arguments.front() + std::to_string(n));
+      const Faulty faulty = run_with_fault(GetParam() + (" " + std::to_string(n)), arguments);
+      EXPECT_GE(faulty.ran.status, 0) << faulty.ran.errors;
+      expect_only({"image.tbx"});
+      check(faulty.ran.status == 0);
+      if (!faulty.has_failed) break;
+    }
+  }
+};
+
+TEST_P(FlashWhoseCallFails, IsSavedAndRestoredOrItIsSaid) {
+  keep("boot", "/dev/mtd1", 0, 0x40000);
+  write_file("image.tbx", "old");
+  run_with_faults({"backup", "bootloader", "--to", "image.tbx", "--overwrite", "--timeout", "3600"},
+                  [](bool is_success) {
+                    if (!is_success && read_file("image.tbx") == "old") return;
+                    EXPECT_EQ(client::ArchiveFile("image.tbx").find("boot").bytes, 0x40000U);
+                    write_file("image.tbx", "old");
+                  });
+  ASSERT_EQ(back_up({"bootloader", "--overwrite"}).status, 0);
+  run_with_faults({"restore", "image.tbx", "--yes", "--timeout", "3600"}, [this](bool is_success) {
+    if (is_success) expect_holds("/dev/mtd1", 0, "boot");
+    wipe("/dev/mtd1");
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(Once, FlashWhoseCallFails, testing::Values("malloc", "waitpid", "write"));
 
 }  // namespace
 }  // namespace tarvio_test
