@@ -31,7 +31,7 @@ struct Sizes {
 uint64_t measure(const WorkDirectory& directory, const std::string& archive, double seconds) {
   if (access((directory / archive).c_str(), F_OK) != 0) throw no_archive(archive);
   ListingSum sum;
-  run_tool(directory,
+  execute(directory,
            {"tar", "--list", "--verbose", "--gzip", "--numeric-owner", "--file=" + archive},
            seconds, [&sum](std::string_view piece) { sum.add(piece); });
   const std::optional<uint64_t> bytes = sum.finish();
@@ -41,7 +41,7 @@ uint64_t measure(const WorkDirectory& directory, const std::string& archive, dou
 
 uint64_t free_bytes(const WorkDirectory& directory, double seconds) {
   std::string output;
-  run_tool(directory, {"df", "-P", "-k"}, seconds,
+  execute(directory, {"df", "-P", "-k"}, seconds,
            [&output](std::string_view piece) { output += piece; });
   const std::optional<uint64_t> bytes = free_bytes_in(output);
   if (!bytes) throw Failure(EINVAL, "cannot parse df's output");
@@ -51,7 +51,7 @@ uint64_t free_bytes(const WorkDirectory& directory, double seconds) {
 Sizes sizes_of(const std::string& file, double seconds) {
   const std::string path = readable_file(file);
   const WorkDirectory directory;
-  run_tool(directory, {"ar", "x", path}, seconds, [](std::string_view) {});
+  execute(directory, {"ar", "x", path}, seconds, [](std::string_view) {});
   return {.control_bytes = measure(directory, "control.tar.gz", seconds),
           .data_bytes = measure(directory, "data.tar.gz", seconds),
           .free_bytes = free_bytes(directory, seconds)};

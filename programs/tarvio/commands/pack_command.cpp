@@ -105,7 +105,7 @@ class Packer {
   }
 
   void run(const Words& words) const {
-    run_tool(directory_, words, seconds_, [](std::string_view) {});
+    execute(directory_, words, seconds_, [](std::string_view) {});
   }
 
   const WorkDirectory& directory_;

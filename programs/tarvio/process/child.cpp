@@ -216,7 +216,7 @@ std::string report_of(const std::function<std::string()>& job) {
 
 }  // namespace
 
-void run_tool(const WorkDirectory& directory, const std::vector<std::string>& words, double seconds,
+void execute(const WorkDirectory& directory, const std::vector<std::string>& words, double seconds,
               const Sink& sink) {
   Child child(directory, [&words](int output) {
     std::vector<char*> arguments;
