@@ -10,8 +10,10 @@
 #include "flash/area_parts.h"
 #include "flash/backup_run.h"
 #include "packages/package_file.h"
+#include "process/paths.h"
 #include "terminal/outcome.h"
 #include "terminal/printable_text.h"
+#include "terminal/words.h"
 
 namespace client {
 
@@ -46,7 +48,7 @@ BackupRequest request_in(const Arguments& arguments) {
                            .timeout_seconds = arguments.timeout_seconds,
                            .progress = progress_in(arguments)};
   check_areas(request.areas);
-  if (!is_image_file_name(request.file)) {
+  if (!has_plain_name(request.file)) {
     throw UsageError("file name '" + request.file +
                      "' may only contain letters, digits and . _ + -");
   }

@@ -14,6 +14,7 @@
 #include "process/failure.h"
 #include "terminal/outcome.h"
 #include "terminal/printable_text.h"
+#include "terminal/words.h"
 
 namespace client {
 
@@ -32,8 +33,8 @@ uint64_t measure(const WorkDirectory& directory, const std::string& archive, dou
   if (access((directory / archive).c_str(), F_OK) != 0) throw no_archive(archive);
   ListingSum sum;
   execute(directory,
-           {"tar", "--list", "--verbose", "--gzip", "--numeric-owner", "--file=" + archive},
-           seconds, [&sum](std::string_view piece) { sum.add(piece); });
+          {"tar", "--list", "--verbose", "--gzip", "--numeric-owner", "--file=" + archive}, seconds,
+          [&sum](std::string_view piece) { sum.add(piece); });
   const std::optional<uint64_t> bytes = sum.finish();
   if (!bytes) throw Failure(EINVAL, "cannot parse the sizes in tar's output");
   return *bytes;
@@ -42,7 +43,7 @@ uint64_t measure(const WorkDirectory& directory, const std::string& archive, dou
 uint64_t free_bytes(const WorkDirectory& directory, double seconds) {
   std::string output;
   execute(directory, {"df", "-P", "-k"}, seconds,
-           [&output](std::string_view piece) { output += piece; });
+          [&output](std::string_view piece) { output += piece; });
   const std::optional<uint64_t> bytes = free_bytes_in(output);
   if (!bytes) throw Failure(EINVAL, "cannot parse df's output");
   return *bytes;

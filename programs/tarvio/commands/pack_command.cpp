@@ -18,6 +18,7 @@
 #include "process/paths.h"
 #include "terminal/outcome.h"
 #include "terminal/printable_text.h"
+#include "terminal/words.h"
 
 namespace client {
 

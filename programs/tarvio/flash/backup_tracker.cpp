@@ -9,7 +9,7 @@
 
 #include "base/list_appender.h"
 #include "process/paths.h"
-#include "terminal/printable_text.h"
+#include "terminal/words.h"
 
 namespace client {
 

@@ -12,7 +12,7 @@
 
 #include "process/failure.h"
 #include "process/system_file.h"
-#include "terminal/printable_text.h"
+#include "process/text_pieces.h"
 
 namespace client {
 

@@ -17,9 +17,9 @@
 #include "process/last_words.h"
 #include "process/paths.h"
 #include "terminal/output.h"
-#include "terminal/printable_text.h"
 #include "terminal/question.h"
 #include "terminal/text_table.h"
+#include "terminal/words.h"
 
 namespace client {
 

@@ -10,10 +10,10 @@
 #include "packages/installed.h"
 #include "process/child.h"
 #include "process/failure.h"
+#include "process/text_pieces.h"
 #include "tarvio/list.h"
 #include "tarvio/opkg.h"
 #include "terminal/output.h"
-#include "terminal/printable_text.h"
 #include "terminal/words.h"
 
 namespace client {

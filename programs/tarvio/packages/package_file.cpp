@@ -14,11 +14,11 @@
 #include "base/owners.h"
 #include "process/child.h"
 #include "process/failure.h"
+#include "process/text_pieces.h"
 #include "tarvio/archive.h"
 #include "tarvio/conf.h"
 #include "tarvio/list.h"
 #include "tarvio/tbx.h"
-#include "terminal/printable_text.h"
 #include "terminal/words.h"
 
 namespace client {

@@ -217,7 +217,7 @@ std::string report_of(const std::function<std::string()>& job) {
 }  // namespace
 
 void execute(const WorkDirectory& directory, const std::vector<std::string>& words, double seconds,
-              const Sink& sink) {
+             const Sink& sink) {
   Child child(directory, [&words](int output) {
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);

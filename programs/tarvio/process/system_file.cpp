@@ -1,6 +1,5 @@
 #include "process/system_file.h"
 
-#include <algorithm>
 #include <array>
 
 #include "base/owners.h"
@@ -17,14 +16,6 @@ std::string read_system_file(const std::string& path) {
   }
   if (ferror(file.get()) != 0) text.clear();
   return text;
-}
-
-std::string_view take_word(std::string_view& text) {
-  constexpr std::string_view kBlanks = " \t\n";
-  text.remove_prefix(std::min(text.size(), text.find_first_not_of(kBlanks)));
-  const std::string_view word = text.substr(0, text.find_first_of(kBlanks));
-  text.remove_prefix(word.size());
-  return word;
 }
 
 }  // namespace client

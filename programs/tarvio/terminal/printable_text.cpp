@@ -2,9 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-
-#include "base/line_cutter.h"
 
 namespace client {
 
@@ -153,24 +150,6 @@ std::string shortened(std::string_view text, size_t columns) {
     room -= width;
   }
   return std::string(text.substr(0, text.size() - rest.size())).append(kMark.substr(0, columns));
-}
-
-std::vector<std::string> lines_of(std::string_view text) {
-  std::vector<std::string> lines;
-  while (!text.empty()) lines.emplace_back(tarvio::take_line(text));
-  return lines;
-}
-
-std::string size_words(uint64_t bytes) {
-  constexpr std::array<const char*, 4> kUnits = {"KiB", "MiB", "GiB", "TiB"};
-  if (bytes < 1024) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
-  double size = static_cast<double>(bytes) / 1024;
-  size_t unit = 0;
-  // What would be shown as 1024.0 is one of the next unit.
-  for (; size >= 1023.95 && unit + 1 < kUnits.size(); ++unit) size /= 1024;
-  std::array<char, 32> text;
-  (void)snprintf(text.data(), text.size(), "%.1f %s", size, kUnits[unit]);
-  return text.data();
 }
 
 }  // namespace client

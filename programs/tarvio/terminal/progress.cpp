@@ -5,6 +5,7 @@
 
 #include "terminal/output.h"
 #include "terminal/printable_text.h"
+#include "terminal/words.h"
 
 namespace client {
 

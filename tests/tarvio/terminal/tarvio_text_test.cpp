@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "process/text_pieces.h"
 #include "terminal/json.h"
 #include "terminal/printable_text.h"
 #include "terminal/text_table.h"
