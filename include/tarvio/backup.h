@@ -43,11 +43,12 @@ enum {
 
 /* A report of a step. The strings are valid until the observer returns. */
 typedef struct tq_flash_event {
-  int32_t kind; /* TQ_FLASH_BEGIN, TQ_FLASH_LINE or TQ_FLASH_END */
-  int32_t step; /* TQ_FLASH_VERSION ... TQ_FLASH_WRITE */
-  int32_t code; /* at the end: 0 or why the step failed, which the call's result may hide; else 0 */
-  uint32_t start;     /* offset on the device in bytes, where the step has one */
-  uint64_t bytes;     /* see tq_set_flash_observer */
+  int32_t kind;   /* TQ_FLASH_BEGIN, TQ_FLASH_LINE or TQ_FLASH_END */
+  int32_t step;   /* TQ_FLASH_VERSION ... TQ_FLASH_WRITE */
+  int32_t code;   /* at the end: 0 or why the step failed, which the call's result may hide; else 0.
+                   Of a file system that cannot be mounted it is -1, and errno says why. */
+  uint32_t start; /* offset on the device in bytes, where the step has one */
+  uint64_t bytes; /* see tq_set_flash_observer */
   const char *area;   /* name of the area; null outside the work on one */
   const char *file;   /* path, relative to the work directory, which is the current one; or null */
   const char *device; /* path, or null */

@@ -1,5 +1,8 @@
 #include "program.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <exception>
 #include <string>
 
@@ -8,6 +11,7 @@
 #include "commands/help.h"
 #include "process/child.h"
 #include "process/failure.h"
+#include "process/last_words.h"
 #include "tarvio/log.h"
 #include "terminal/output.h"
 
@@ -16,6 +20,16 @@ namespace client {
 namespace {
 
 constexpr int kSilent = 4;  // the client itself reports what the library would log
+
+// A standard stream that is closed stays one that cannot be used, instead of the number of whatever
+// is opened next.
+void hold_closed_streams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) < 0) {
+      (void)open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+  }
+}
 
 // The one ending of all commands.
 int finish(const Result& result, bool is_json) {
@@ -35,6 +49,8 @@ int run(Arguments& arguments) {
 }  // namespace
 
 int run_program(int argc, const char* const* argv) {
+  hold_closed_streams();
+  report_uncaught_exceptions();
   tq_set_log_level(kSilent);
   try {
     Arguments arguments = read_arguments(argc, argv);
@@ -52,7 +68,7 @@ int run_program(int argc, const char* const* argv) {
     complain(failure.what());
     return failure.status();
   } catch (const std::exception& error) {
-    complain(error.what());
+    complain(cause_of(error));
     return kFailed;
   }
 }

@@ -30,6 +30,7 @@ bool is_observed() { return observation.observer.observe != nullptr && observati
 bool is_step_observed() { return is_observed() && observation.step.step != 0; }
 
 uint64_t bytes_of(const char* file) {
+  const tarvio::ErrnoKeeper keeper;  // it may say why the step failed
   struct stat status = {};
   return stat(file, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
@@ -82,7 +83,7 @@ FlashStep::FlashStep(int32_t step, const char* file, const char* device, uint32_
 FlashStep::~FlashStep() { observation.step.step = 0; }
 
 int FlashStep::end(int code) {
-  const ErrnoKeeper keeper;  // it may say why the step failed
+  const ErrnoKeeper keeper;  // whatever the observer does
   if (is_step_observed()) {
     if (observation.step.file != nullptr) observation.step.bytes = bytes_of(observation.step.file);
     report(TQ_FLASH_END, code, nullptr);

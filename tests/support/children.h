@@ -4,7 +4,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <poll.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -56,6 +59,18 @@ inline int end_of(pid_t child) {
 inline int exit_status_of(pid_t child) {
   const int status = end_of(child);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// In a new process: the permissions of files count from now on although it is root's.
+inline void give_up_file_permissions() {
+  constexpr uint32_t kOverrides = 1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH;
+  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {};
+  (void)::syscall(SYS_capget, &header, sets);
+  for (uint32_t* const set : {&sets[0].effective, &sets[0].permitted}) *set &= ~kOverrides;
+  (void)::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
+  (void)::prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
+  (void)::syscall(SYS_capset, &header, sets);
 }
 
 // A standard stream of this process is a file while this lives.

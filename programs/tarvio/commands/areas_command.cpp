@@ -8,8 +8,8 @@
 #include "flash/area_parts.h"
 #include "terminal/json.h"
 #include "terminal/output.h"
-#include "terminal/printable_text.h"
 #include "terminal/text_table.h"
+#include "terminal/words.h"
 
 namespace client {
 

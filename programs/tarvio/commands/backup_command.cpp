@@ -9,8 +9,11 @@
 #include "commands/flash_options.h"
 #include "flash/area_parts.h"
 #include "flash/backup_run.h"
+#include "packages/package_file.h"
+#include "process/paths.h"
 #include "terminal/outcome.h"
 #include "terminal/printable_text.h"
+#include "terminal/words.h"
 
 namespace client {
 
@@ -45,9 +48,12 @@ BackupRequest request_in(const Arguments& arguments) {
                            .timeout_seconds = arguments.timeout_seconds,
                            .progress = progress_in(arguments)};
   check_areas(request.areas);
-  if (!is_image_file_name(request.file)) {
+  if (!has_plain_name(request.file)) {
     throw UsageError("file name '" + request.file +
                      "' may only contain letters, digits and . _ + -");
+  }
+  if (!is_package_file_name(request.file)) {
+    throw UsageError("file name '" + request.file + "' must end in .tbx");
   }
   return request;
 }
@@ -57,8 +63,10 @@ Json json_of(const Outcome& outcome, const SavedImage& image) {
   json["size"] = image.size_bytes;
   json["areas"] = Json::array();
   for (const SavedArea& area : image.areas) {
-    json["areas"].push_back(
-        {{"name", area.name}, {"size", area.size_bytes}, {"failure", or_null(area.failure)}});
+    json["areas"].push_back({{"name", area.name},
+                             {"size", area.size_bytes},
+                             {"verified", area.is_verified},
+                             {"failure", or_null(area.failure)}});
   }
   return json;
 }
@@ -72,7 +80,7 @@ std::string line_of(const std::string& file, const SavedImage& image) {
 Result run(const Arguments& arguments) {
   const BackupRequest request = request_in(arguments);
   SavedImage image;
-  const Outcome outcome = attempt("write", request.file, [&] { back_up(request, image); });
+  const Outcome outcome = attempt("back up to", request.file, [&] { back_up(request, image); });
   return {.status = outcome.status,
           .text = outcome.code == 0 ? line_of(request.file, image) : "",
           .json = text_of(json_of(outcome, image))};

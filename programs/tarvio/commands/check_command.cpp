@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <optional>
 #include <string>
 
@@ -13,10 +12,9 @@
 #include "packages/package_size.h"
 #include "process/child.h"
 #include "process/failure.h"
-#include "tarvio/package.h"
 #include "terminal/outcome.h"
-#include "terminal/output.h"
 #include "terminal/printable_text.h"
+#include "terminal/words.h"
 
 namespace client {
 
@@ -26,7 +24,6 @@ struct Sizes {
   uint64_t control_bytes;
   uint64_t data_bytes;
   uint64_t free_bytes;
-  int library_result;
 
   [[nodiscard]] uint64_t needed_bytes() const { return control_bytes + data_bytes; }
   [[nodiscard]] bool fits() const { return needed_bytes() <= free_bytes; }
@@ -35,9 +32,9 @@ struct Sizes {
 uint64_t measure(const WorkDirectory& directory, const std::string& archive, double seconds) {
   if (access((directory / archive).c_str(), F_OK) != 0) throw no_archive(archive);
   ListingSum sum;
-  run_tool(directory,
-           {"tar", "--list", "--verbose", "--gzip", "--numeric-owner", "--file=" + archive},
-           seconds, [&sum](std::string_view piece) { sum.add(piece); });
+  execute(directory,
+          {"tar", "--list", "--verbose", "--gzip", "--numeric-owner", "--file=" + archive}, seconds,
+          [&sum](std::string_view piece) { sum.add(piece); });
   const std::optional<uint64_t> bytes = sum.finish();
   if (!bytes) throw Failure(EINVAL, "cannot parse the sizes in tar's output");
   return *bytes;
@@ -45,41 +42,20 @@ uint64_t measure(const WorkDirectory& directory, const std::string& archive, dou
 
 uint64_t free_bytes(const WorkDirectory& directory, double seconds) {
   std::string output;
-  run_tool(directory, {"df", "-P", "-k"}, seconds,
-           [&output](std::string_view piece) { output += piece; });
+  execute(directory, {"df", "-P", "-k"}, seconds,
+          [&output](std::string_view piece) { output += piece; });
   const std::optional<uint64_t> bytes = free_bytes_in(output);
   if (!bytes) throw Failure(EINVAL, "cannot parse df's output");
   return *bytes;
 }
 
-int result_of_library(const WorkDirectory& directory, const std::string& path, double seconds) {
-  const JobEnd end = run_job(
-      directory, "ar, tar or df",
-      [&path] {
-        (void)tq_setup_package_manager();
-        return std::to_string(tq_check_file_size(path.c_str()));
-      },
-      seconds);
-  return static_cast<int>(strtol(end.result.c_str(), nullptr, 10));
-}
-
 Sizes sizes_of(const std::string& file, double seconds) {
   const std::string path = readable_file(file);
   const WorkDirectory directory;
-  run_tool(directory, {"ar", "x", path}, seconds, [](std::string_view) {});
+  execute(directory, {"ar", "x", path}, seconds, [](std::string_view) {});
   return {.control_bytes = measure(directory, "control.tar.gz", seconds),
           .data_bytes = measure(directory, "data.tar.gz", seconds),
-          .free_bytes = free_bytes(directory, seconds),
-          .library_result = result_of_library(directory, path, seconds)};
-}
-
-// The library counts in 32 bits: from 2 GiB on its result differs (oddity 82).
-void report_disagreement(const std::string& file, const Sizes& sizes) {
-  const bool fits_library = sizes.library_result == 0;
-  if (fits_library == sizes.fits()) return;
-  complain("the library, which counts in 32 bits, finds that '" + file + "' " +
-           (fits_library ? "fits" : "does not fit") + " (" + std::to_string(sizes.library_result) +
-           ")");
+          .free_bytes = free_bytes(directory, seconds)};
 }
 
 std::string line_of(const std::string& file, const Sizes& sizes) {
@@ -95,8 +71,7 @@ Json json_of(const Outcome& outcome, const std::optional<Sizes>& sizes) {
                {"needed_bytes", sizes->needed_bytes()},
                {"control_bytes", sizes->control_bytes},
                {"data_bytes", sizes->data_bytes},
-               {"free_bytes", sizes->free_bytes},
-               {"library_result", sizes->library_result}});
+               {"free_bytes", sizes->free_bytes}});
   return json;
 }
 
@@ -109,7 +84,6 @@ Result run(const Arguments& arguments) {
         attempt("check", file, [&] { sizes = sizes_of(file, arguments.timeout_seconds); });
     if (sizes) {
       if (!sizes->fits()) outcome = {file, ENOSPC, "it does not fit", kFailed};
-      report_disagreement(file, *sizes);
       result.text += line_of(file, *sizes);
     }
     result.status = std::max(result.status, outcome.status);

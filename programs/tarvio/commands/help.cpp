@@ -7,7 +7,7 @@ namespace client {
 
 namespace {
 
-constexpr size_t kWidth = 80;
+constexpr size_t kWidth = 79;  // some terminals wrap at the last of 80 columns
 constexpr size_t kCommandColumn = 20;
 constexpr size_t kOptionColumn = 25;
 

@@ -18,6 +18,7 @@
 #include "process/paths.h"
 #include "terminal/outcome.h"
 #include "terminal/printable_text.h"
+#include "terminal/words.h"
 
 namespace client {
 
@@ -105,7 +106,7 @@ class Packer {
   }
 
   void run(const Words& words) const {
-    run_tool(directory_, words, seconds_, [](std::string_view) {});
+    execute(directory_, words, seconds_, [](std::string_view) {});
   }
 
   const WorkDirectory& directory_;

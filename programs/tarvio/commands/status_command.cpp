@@ -112,22 +112,35 @@ constexpr unsigned kSecondsBetweenLooks = 1;
 constexpr char kWaiting[] = "no manager answers; waiting for one";
 constexpr char kClearScreen[] = "\x1b[H\x1b[2J";
 
-// Redraws the whole table in its place whenever it has changed.
+// The beginning of a text, with a note of how many lines are missing. The last row is the cursor's.
+std::string fitted(const std::string& text, size_t rows) {
+  const auto lines = static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+  if (lines < rows) return text;
+  const size_t kept = rows < 3 ? 0 : rows - 2;
+  size_t end = 0;
+  for (size_t line = 0; line < kept; ++line) end = text.find('\n', end) + 1;
+  return text.substr(0, end) + "... " + std::to_string(lines - kept) + " more\n";
+}
+
+// Redraws the whole table in its place whenever it, or the size of the terminal, has changed.
 class Screen {
  public:
   bool show(const std::vector<Status>& statuses) {
-    return draw(statuses.empty() ? "no statuses\n" : table_of(statuses));
+    return draw(statuses.empty() ? "no statuses\n" : table_of(statuses, screen_size().columns - 1));
   }
   bool show_no_manager() { return draw(std::string(kWaiting) + '\n'); }
 
  private:
   bool draw(const std::string& text) {
-    if (text == shown_) return true;
+    const ScreenSize size = screen_size();
+    if (text == shown_ && size == size_) return true;
     shown_ = text;
-    return print(kClearScreen + shown_);
+    size_ = size;
+    return print(kClearScreen + fitted(text, size.rows));
   }
 
   std::string shown_;
+  ScreenSize size_ = {};
 };
 
 // Prints a line for each change. What is there at the beginning counts as one. A script also learns

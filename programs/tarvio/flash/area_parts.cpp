@@ -1,20 +1,6 @@
 #include "flash/area_parts.h"
 
-#include <algorithm>
-
 namespace client {
-
-namespace {
-
-constexpr size_t kMaxNameLength = 100;  // there must be room for the rest of a command line
-
-bool is_plain(char letter) {
-  constexpr std::string_view kMarks = "._+-";
-  return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
-         (letter >= '0' && letter <= '9') || kMarks.find(letter) != std::string_view::npos;
-}
-
-}  // namespace
 
 const FlashArea* find_area(std::string_view name) {
   return tarvio::find_flash_area([=](const FlashArea& area) { return area.name == name; });
@@ -36,11 +22,5 @@ std::vector<AreaPart> parts_of(const FlashArea& area) {
 const char* member_of(const AreaPart& part) { return part.file + 2; }
 
 const char* method_of(const FlashArea& area) { return area.is_jffs2 ? "file system" : "raw"; }
-
-bool is_image_file_name(std::string_view path) {
-  const std::string_view name = path.substr(path.rfind('/') + 1);
-  return !name.empty() && name.size() <= kMaxNameLength && name != "." && name != ".." &&
-         std::all_of(name.begin(), name.end(), is_plain);
-}
 
 }  // namespace client

@@ -33,9 +33,6 @@ const char* member_of(const AreaPart& part);
 // How a backup saves it.
 const char* method_of(const FlashArea& area);
 
-// Whether the library's tools, which run under a shell, take the last component of a path as it is.
-bool is_image_file_name(std::string_view path);
-
 }  // namespace client
 
 #endif

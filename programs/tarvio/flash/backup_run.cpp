@@ -109,7 +109,7 @@ class BackupRun {
       const FlashArea& area = *find_area(saved.name);
       try {
         saved.size_bytes = check_saved(package, area);
-        if (request_.verify && !area.is_jffs2) verify_area(package, area, jobs);
+        if (request_.verify && !area.is_jffs2) verify_area(package, saved, jobs);
       } catch (const Failure& failure) {
         saved.failure = failure.what();
         throw Failure(failure.code(), saved.name + ": " + failure.what(), failure.status());
@@ -117,9 +117,10 @@ class BackupRun {
     }
   }
 
-  void verify_area(const ArchiveFile& package, const FlashArea& area, const FlashJobs& jobs) {
-    progress_.begin(area.name);
-    progress_.end("verified", verify(package, area, jobs));
+  void verify_area(const ArchiveFile& package, SavedArea& saved, const FlashJobs& jobs) {
+    progress_.begin(saved.name);
+    progress_.end("verified", verify(package, *find_area(saved.name), jobs));
+    saved.is_verified = true;
   }
 
   const BackupRequest& request_;

@@ -9,7 +9,7 @@
 
 #include "base/list_appender.h"
 #include "process/paths.h"
-#include "terminal/printable_text.h"
+#include "terminal/words.h"
 
 namespace client {
 
@@ -108,7 +108,7 @@ void BackupTracker::check_line(const FlashRecord& record) const {
 void BackupTracker::begin_area() {
   if (!saved_.empty()) finish_area();
   dumps_ = 0;
-  saved_.push_back({areas_.at(saved_.size())->name, 0, ""});
+  saved_.push_back({.name = areas_.at(saved_.size())->name});
   jobs_.progress().begin(area().name);
 }
 

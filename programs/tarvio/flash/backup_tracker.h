@@ -18,7 +18,8 @@ namespace client {
 struct SavedArea {
   std::string name;
   uint64_t size_bytes = 0;
-  std::string failure;  // empty when it was saved
+  bool is_verified = false;
+  std::string failure = {};  // empty when it was saved
 };
 
 struct ExpectedDump {

@@ -12,7 +12,7 @@
 
 #include "process/failure.h"
 #include "process/system_file.h"
-#include "terminal/printable_text.h"
+#include "process/text_pieces.h"
 
 namespace client {
 
@@ -29,6 +29,17 @@ constexpr useconds_t kBetweenTries = 100'000;
   throw Failure(EBUSY, "another backup or restore is running on this device");
 }
 
+// What cannot be read does not say that an area is unused.
+std::string known_text_of(const char* path) {
+  std::string text = read_system_file(path);
+  if (text.empty()) {
+    throw Failure(EIO, std::string("cannot read '") + path +
+                           "', so what uses the flash memory is not known; use --force to write "
+                           "anyway");
+  }
+  return text;
+}
+
 // What the kernel calls an area as a block device, "/dev/mtdblockN".
 std::string block_device_of(const tarvio::FlashArea& area) {
   const std::string target = area.target;
@@ -36,7 +47,7 @@ std::string block_device_of(const tarvio::FlashArea& area) {
 }
 
 bool is_root(const std::string& device) {
-  const std::string line = read_system_file("/proc/cmdline");
+  const std::string line = known_text_of("/proc/cmdline");
   std::string_view rest = line;
   std::string_view root;
   for (auto word = take_word(rest); !word.empty(); word = take_word(rest)) {
@@ -47,7 +58,7 @@ bool is_root(const std::string& device) {
 
 // Where it is mounted; empty when it is not.
 std::string mount_point_of(const std::string& device) {
-  for (const std::string& line : lines_of(read_system_file("/proc/self/mounts"))) {
+  for (const std::string& line : lines_of(known_text_of("/proc/self/mounts"))) {
     std::string_view rest = line;
     if (take_word(rest) == device) return std::string(take_word(rest));
   }
@@ -58,7 +69,10 @@ std::string mount_point_of(const std::string& device) {
 
 FlashLock::FlashLock()
     : file_(open(kLockFile, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kOwnerOnly)) {
-  if (!file_.valid()) throw Failure::of_system(std::string("cannot open '") + kLockFile + "'");
+  if (!file_.valid()) {
+    throw Failure(errno, std::string("cannot lock the flash memory with '") + kLockFile + "': " +
+                             strerror(errno) + (errno == EACCES ? "; run tarvio as root" : ""));
+  }
   for (int tries = 1; flock(file_.get(), LOCK_EX | LOCK_NB) != 0; ++tries) {
     if (errno != EWOULDBLOCK) {
       throw Failure::of_system(std::string("cannot lock '") + kLockFile + "'");

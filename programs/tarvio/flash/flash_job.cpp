@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 
 #include "base/owners.h"
 #include "process/failure.h"
@@ -59,7 +60,7 @@ DeviceSize size_of_device(const char* device) {
 void FlashJobs::run(const char* tools, const std::function<int()>& call,
                     const std::function<void(const FlashRecord&)>& on_record,
                     const std::function<void()>& on_tick) const {
-  FlashRecord result;
+  std::optional<FlashRecord> result;
   RecordReader records([&](const FlashRecord& record) {
     if (record.kind != FlashRecord::kResult) return on_record(record);
     result = record;
@@ -72,7 +73,8 @@ void FlashJobs::run(const char* tools, const std::function<int()>& call,
   (void)run_apart(directory_, tools, work, seconds_,
                   [&records](std::string_view piece) { records.feed(piece); },
                   {on_tick, progress_.tick_ms()});
-  if (result.code != 0) throw Failure(result.code, result.line.data());
+  if (!result) throw Failure(EIO, std::string(tools) + " ended without a result");
+  if (result->code != 0) throw Failure(result->code, result->line.data());
 }
 
 uint64_t FlashJobs::good_bytes(const char* device) const {

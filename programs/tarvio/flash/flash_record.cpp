@@ -42,9 +42,19 @@ const char* name_of(int32_t step) {
   }
 }
 
+// The result of a mount does not say why it failed; errno still does when the step ends.
+FlashRecord with_reason(FlashRecord record, int error) {
+  const bool is_mount =
+      record.kind == TQ_FLASH_END && record.step == TQ_FLASH_REBUILD && record.code == kNotMounted;
+  if (is_mount) copy(record.line, strerror(error));
+  return record;
+}
+
 // A process that cannot report is of no use any more: the library starts no further tool then.
 int report(const tq_flash_event* event, void* fd) {
-  if (!tarvio::write_all(*static_cast<int*>(fd), bytes_of(record_of(*event)))) return errno;
+  const int error = errno;
+  const FlashRecord record = with_reason(record_of(*event), error);
+  if (!tarvio::write_all(*static_cast<int*>(fd), bytes_of(record))) return errno;
   const bool is_done = event->kind == TQ_FLASH_END &&
                        (event->step == TQ_FLASH_PACK || event->step == TQ_FLASH_WRITE);
   if (is_done) (void)unlink(event->file);
@@ -71,7 +81,7 @@ void write_record(int fd, const FlashRecord& record) {
 
 Failure failure_of(const FlashRecord& record) {
   if (record.step == TQ_FLASH_REBUILD && record.code == kNotMounted) {
-    return {EIO, std::string("cannot mount ") + record.device.data()};
+    return {EIO, std::string("cannot mount ") + record.device.data() + ": " + record.line.data()};
   }
   return {record.code, std::string(name_of(record.step)) + " failed: " + result_words(record.code)};
 }

@@ -6,7 +6,7 @@
 #include <cerrno>
 
 #include "process/failure.h"
-#include "terminal/printable_text.h"
+#include "terminal/words.h"
 
 namespace client {
 

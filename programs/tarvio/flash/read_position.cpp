@@ -10,6 +10,7 @@
 
 #include "base/owners.h"
 #include "process/system_file.h"
+#include "process/text_pieces.h"
 
 namespace client {
 

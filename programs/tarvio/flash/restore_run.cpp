@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -13,11 +14,12 @@
 #include "flash/image_check.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
+#include "process/last_words.h"
 #include "process/paths.h"
 #include "terminal/output.h"
-#include "terminal/printable_text.h"
 #include "terminal/question.h"
 #include "terminal/text_table.h"
+#include "terminal/words.h"
 
 namespace client {
 
@@ -112,13 +114,19 @@ class RestoreRun {
       complain("interrupted: " + state_of(restored_));
       throw;
     } catch (const Failure& failure) {
-      progress_.give_up();
-      throw Failure(failure.code(), std::string(failure.what()) + "; " + state_of(restored_),
-                    failure.status());
+      fail_with_state(failure);
+    } catch (const std::bad_alloc& error) {
+      fail_with_state(Failure(ENOMEM, cause_of(error)));
     }
   }
 
  private:
+  [[noreturn]] void fail_with_state(const Failure& failure) {
+    progress_.give_up();
+    throw Failure(failure.code(), std::string(failure.what()) + "; " + state_of(restored_),
+                  failure.status());
+  }
+
   void run_in(const WorkDirectory& directory, const std::string& path, const FlashLock& lock) {
     const ArchiveFile package(path);
     areas_ = areas_of(read_package_file(directory, path, request_.timeout_seconds));

@@ -36,13 +36,13 @@ std::vector<StatusChange> changes_between(const std::vector<Status>& before,
   return changes;
 }
 
-std::string table_of(const std::vector<Status>& statuses) {
+std::string table_of(const std::vector<Status>& statuses, size_t max_width) {
   std::vector<Row> rows = {header_of({"NAME", "STATE", "DETAIL"})};
   for (const Status& status : statuses) {
     rows.push_back(
         {{status.name}, {state_word(status.state), colour_of(status.state)}, {status.detail}});
   }
-  return render_table(rows, wants_colour());
+  return render_table(rows, wants_colour(), max_width);
 }
 
 std::string change_line(const StatusChange& change) {

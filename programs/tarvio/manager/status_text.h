@@ -2,6 +2,8 @@
 #ifndef TARVIO_CLIENT_MANAGER_STATUS_TEXT_H
 #define TARVIO_CLIENT_MANAGER_STATUS_TEXT_H
 
+#include <cstddef>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,7 +21,8 @@ struct StatusChange {
 std::vector<StatusChange> changes_between(const std::vector<Status>& before,
                                           const std::vector<Status>& now);
 
-std::string table_of(const std::vector<Status>& statuses);
+std::string table_of(const std::vector<Status>& statuses,
+                     size_t max_width = std::numeric_limits<size_t>::max());
 
 // One line: "NAME  STATE  DETAIL", or "NAME  gone".
 std::string change_line(const StatusChange& change);

@@ -10,7 +10,8 @@
 #include "process/failure.h"
 #include "process/paths.h"
 #include "process/system_file.h"
-#include "terminal/printable_text.h"
+#include "process/text_pieces.h"
+#include "terminal/words.h"
 
 namespace client {
 

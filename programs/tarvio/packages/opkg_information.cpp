@@ -12,6 +12,7 @@
 #include "packages/control_fields.h"
 #include "process/failure.h"
 #include "process/system_file.h"
+#include "process/text_pieces.h"
 #include "tarvio/opkg.h"
 
 namespace client {

@@ -12,11 +12,11 @@
 #include "process/failure.h"
 #include "process/required_tools.h"
 #include "process/system_file.h"
+#include "process/text_pieces.h"
 #include "tarvio/error.h"
 #include "tarvio/list.h"
 #include "tarvio/opkg.h"
 #include "terminal/output.h"
-#include "terminal/printable_text.h"
 #include "terminal/words.h"
 
 namespace client {

@@ -16,12 +16,12 @@
 #include "packages/control_fields.h"
 #include "process/failure.h"
 #include "process/required_tools.h"
+#include "process/text_pieces.h"
 #include "tarvio/archive.h"
 #include "tarvio/conf.h"
 #include "tarvio/list.h"
 #include "tarvio/package.h"
 #include "tarvio/tbx.h"
-#include "terminal/printable_text.h"
 #include "terminal/words.h"
 
 namespace client {
@@ -171,7 +171,7 @@ void check_archives(const WorkDirectory& directory, const std::string& absolute_
   const auto read = [&](const char* archive, const std::vector<std::string>& words,
                         const Sink& sink) {
     try {
-      run_tool(directory, words, seconds, sink);
+      execute(directory, words, seconds, sink);
     } catch (const Failure& failure) {
       if (failure.status() != kFailed) throw;
       throw Failure(EINVAL,

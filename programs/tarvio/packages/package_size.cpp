@@ -4,7 +4,7 @@
 #include <charconv>
 #include <vector>
 
-#include "terminal/printable_text.h"
+#include "process/text_pieces.h"
 
 namespace client {
 

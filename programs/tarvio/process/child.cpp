@@ -13,6 +13,7 @@
 #include "base/deadline.h"
 #include "base/pipe.h"
 #include "process/failure.h"
+#include "process/last_words.h"
 
 namespace client {
 
@@ -69,7 +70,9 @@ class Child {
   ChildEnd wait(double seconds, const Sink& sink, const Tick& tick = {{}, -1}) {
     const Deadline deadline = Deadline::after_seconds(seconds);
     ChildEnd end;
-    while (!is_reaped()) {
+    while (true) {
+      if (reap() < 0) throw Failure::of_system("cannot wait for a process");
+      if (is_gone_) break;
       if (deadline.passed()) {
         end.is_late = true;
         end_group();
@@ -85,37 +88,41 @@ class Child {
   }
 
  private:
-  [[noreturn]] void become_child(const WorkDirectory& directory, const Work& work) {
+  // What is thrown here must not reach the parent's code.
+  [[noreturn]] void become_child(const WorkDirectory& directory, const Work& work) noexcept {
     (void)setpgid(0, 0);
     signals_.release_in_child();
     // A user's own defaults for the tools would change what they do.
     for (const char* variable : {"TAR_OPTIONS", "GZIP"}) (void)unsetenv(variable);
     const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    if (dup2(nothing, STDIN_FILENO) < 0 || dup2(errors_.write_end.get(), STDERR_FILENO) < 0 ||
+    if (nothing < 0 || dup2(nothing, STDIN_FILENO) < 0 ||
+        dup2(errors_.write_end.get(), STDERR_FILENO) < 0 ||
         dup2(STDERR_FILENO, STDOUT_FILENO) < 0 || setenv("LC_ALL", "C", 1) != 0 ||
         chdir(directory.path().c_str()) != 0) {
-      give_up(std::string("cannot set up a process: ") + strerror(errno));
+      give_up({"cannot set up a process: ", strerror(errno)});
     }
     try {
       work(output_.write_end.get());
       _exit(EXIT_SUCCESS);
     } catch (const std::exception& error) {
-      give_up(error.what());
+      give_up({cause_of(error)});
     }
   }
 
-  [[noreturn]] static void give_up(const std::string& why) {
-    (void)tarvio::write_all(STDERR_FILENO, why + '\n');
+  [[noreturn]] void give_up(std::initializer_list<std::string_view> why) const noexcept {
+    write_line(errors_.write_end.get(), why);
     _exit(kCannotRun);
   }
 
-  bool is_reaped() {
-    if (is_gone_) return true;
+  // The result of waitpid: 0 while the child runs, negative when its end will never be known.
+  pid_t reap() {
     int status = 0;
-    if (waitpid(pid_, &status, WNOHANG) != pid_) return false;
-    is_gone_ = true;
-    status_ = WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);
-    return true;
+    const pid_t pid = waitpid(pid_, &status, WNOHANG);
+    if (pid == pid_) {
+      is_gone_ = true;
+      status_ = WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);
+    }
+    return pid;
   }
 
   // A child's pipe may outlive it, in the hands of a daemon that it has started.
@@ -146,7 +153,8 @@ class Child {
     std::array<char, 16384> piece;
     for (int pieces = 0; pieces < kMaxPieces && pipe.read_end.valid(); ++pieces) {
       const ssize_t count = tarvio::read_some(pipe.read_end.get(), piece);
-      if (count < 0) return;
+      if (count < 0 && errno == EAGAIN) return;
+      if (count < 0) throw Failure::of_system("cannot read what a process writes");
       if (count == 0) return pipe.read_end.reset();
       sink({piece.data(), static_cast<size_t>(count)});
     }
@@ -156,14 +164,12 @@ class Child {
     (void)kill(-pid_, SIGTERM);
     const Deadline grace = Deadline::after(kGraceMs);
     pollfd child = {signals_.child(), POLLIN, 0};
-    while (!is_reaped() && !grace.passed()) {
+    while (reap() == 0 && !grace.passed()) {
       (void)poll(&child, 1, 50);
       forget_ended_children();
     }
     (void)kill(-pid_, SIGKILL);  // its children as well, which may have survived it
-    while (!is_gone_) {
-      if (!is_reaped()) (void)poll(&child, 1, 50);
-    }
+    while (!is_gone_ && reap() == 0) (void)poll(&child, 1, 50);
   }
 
   const SignalHold& signals_;
@@ -185,7 +191,7 @@ std::string last_line(std::string text) {
   return text.substr(text.rfind('\n') + 1);
 }
 
-void check(const std::string& what, const ChildEnd& end,
+void check(const WorkDirectory& directory, const std::string& what, const ChildEnd& end,
            std::string (*line_of)(std::string errors)) {
   if (end.is_late) {
     throw Failure(ETIMEDOUT,
@@ -193,6 +199,7 @@ void check(const std::string& what, const ChildEnd& end,
                   kTimeout);
   }
   if (end.status == 0) return;
+  directory.check_space_left();
   const std::string words = line_of(end.errors);
   throw Failure(EIO, what + " failed with status " + std::to_string(end.status) +
                          (words.empty() ? "" : ": " + words));
@@ -209,8 +216,8 @@ std::string report_of(const std::function<std::string()>& job) {
 
 }  // namespace
 
-void run_tool(const WorkDirectory& directory, const std::vector<std::string>& words, double seconds,
-              const Sink& sink) {
+void execute(const WorkDirectory& directory, const std::vector<std::string>& words, double seconds,
+             const Sink& sink) {
   Child child(directory, [&words](int output) {
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
@@ -221,14 +228,15 @@ void run_tool(const WorkDirectory& directory, const std::vector<std::string>& wo
     throw Failure::of_system("cannot run it");
   });
   // A tool names the cause first, and at last says that it gives up.
-  check(words[0], child.wait(seconds, sink), first_line);
+  check(directory, words[0], child.wait(seconds, sink), first_line);
 }
 
 std::string run_apart(const WorkDirectory& directory, const char* tools, const Work& work,
                       double seconds, const Sink& sink, const Tick& tick) {
   Child child(directory, work);
   ChildEnd end = child.wait(seconds, sink, tick);
-  check(tools, end, last_line);  // tools may have complained before the work itself failed
+  check(directory, tools, end,
+        last_line);  // tools may have complained before the work itself failed
   return std::move(end.errors);
 }
 
@@ -243,9 +251,16 @@ JobEnd run_job(const WorkDirectory& directory, const char* tools,
         }
       },
       seconds, [&report](std::string_view piece) { report += piece; });
-  std::string result = report.substr(report.find('\n') + 1);
+  const size_t code_end = report.find('\n');
+  if (code_end == std::string::npos) {
+    throw Failure(EIO, std::string(tools) + " ended without a result");
+  }
+  std::string result = report.substr(code_end + 1);
   const int code = static_cast<int>(strtol(report.c_str(), nullptr, 10));
-  if (code != 0) throw Failure(code, result);
+  if (code != 0) {
+    directory.check_space_left();
+    throw Failure(code, result);
+  }
   return {std::move(result), std::move(errors)};
 }
 

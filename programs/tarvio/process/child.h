@@ -30,8 +30,8 @@ struct Tick {
 
 // Runs a program, without a shell. Throws a Failure, with the first line that it wrote on standard
 // error, when it did not succeed.
-void run_tool(const WorkDirectory& directory, const std::vector<std::string>& words, double seconds,
-              const Sink& sink);
+void execute(const WorkDirectory& directory, const std::vector<std::string>& words, double seconds,
+             const Sink& sink);
 
 // Runs a function, for calls into the library that make it run tools: `tools` names these in
 // messages. What it writes to its descriptor goes to the sink; what is written on standard output

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "base/owners.h"
@@ -12,12 +13,26 @@ namespace client {
 
 namespace {
 
+constexpr size_t kMaxNameLength = 100;  // there must be room for the rest of a command line
+
+bool is_plain(char letter) {
+  constexpr std::string_view kMarks = "._+-";
+  return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
+         (letter >= '0' && letter <= '9') || kMarks.find(letter) != std::string_view::npos;
+}
+
 bool sync(const std::string& path, int flags) {
   const tarvio::Fd file(open(path.c_str(), flags | O_CLOEXEC));
   return file.valid() && fsync(file.get()) == 0;
 }
 
 }  // namespace
+
+bool has_plain_name(std::string_view path) {
+  const std::string_view name = path.substr(path.rfind('/') + 1);
+  return !name.empty() && name.size() <= kMaxNameLength && name != "." && name != ".." &&
+         std::all_of(name.begin(), name.end(), is_plain);
+}
 
 void put_in_place(const std::string& from, const std::string& to) {
   if (!sync(from, O_RDONLY) || rename(from.c_str(), to.c_str()) != 0 ||

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace client {
 
@@ -21,6 +22,9 @@ inline uint64_t size_of_file(const std::string& path) {
   struct stat status = {};
   return stat(path.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
+
+// Whether the library's tools, which run under a shell, take the last component as it is.
+bool has_plain_name(std::string_view path);
 
 // Renames a complete file. A reader sees the old file or the whole new one, even after a power cut.
 // Throws a Failure.

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <ftw.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -16,6 +17,7 @@ namespace client {
 namespace {
 
 constexpr int kMaxOpenDirectories = 16;
+constexpr int kMaxWalks = 3;
 constexpr mode_t kOwnerOnly = 0700;
 
 std::string temporary_beginning() {
@@ -37,11 +39,14 @@ int remove_entry(const char* path, const struct stat* /*status*/, int /*kind*/,
   return 0;
 }
 
-// An archive may bring directories that their owner may not enter.
+// An archive may bring directories that their owner may not enter. A walk that stops, because of
+// memory for instance, is worth another one.
 void remove_tree(const char* path) {
-  while (nftw(path, make_listable, kMaxOpenDirectories, FTW_PHYS) == 1) {
+  for (int walks = 0; walks < kMaxWalks; ++walks) {
+    while (nftw(path, make_listable, kMaxOpenDirectories, FTW_PHYS) == 1) {
+    }
+    if (nftw(path, remove_entry, kMaxOpenDirectories, FTW_PHYS | FTW_DEPTH) == 0) return;
   }
-  (void)nftw(path, remove_entry, kMaxOpenDirectories, FTW_PHYS | FTW_DEPTH);
 }
 
 bool is_own_directory(const std::string& path) {
@@ -75,6 +80,15 @@ void WorkDirectory::remove_left_over(const std::string& beginning) {
     const std::string path = parent + entry->d_name;
     if (path.starts_with(beginning) && is_own_directory(path)) remove_tree(path.c_str());
   }
+}
+
+void WorkDirectory::check_space_left() const {
+  struct statvfs space = {};
+  if (statvfs(path_.c_str(), &space) != 0) return;
+  // Some file systems do not count their files.
+  if (space.f_bavail != 0 && (space.f_files == 0 || space.f_favail != 0)) return;
+  throw Failure(ENOSPC, "no space left in '" + path_.substr(0, path_.rfind('/')) +
+                            "' for intermediate files");
 }
 
 WorkDirectory::~WorkDirectory() { remove_tree(path_.c_str()); }

@@ -27,6 +27,9 @@ class WorkDirectory {
   [[nodiscard]] const std::string& path() const { return path_; }
   [[nodiscard]] std::string operator/(const std::string& name) const { return path_ + "/" + name; }
   [[nodiscard]] const SignalHold& signals() const { return signals_; }
+  // Throws a Failure when nothing more can be written in it: tools that find no space may leave a
+  // file that is too short, which the next one finds damaged.
+  void check_space_left() const;
 
  private:
   SignalHold signals_;

@@ -1,22 +1,36 @@
 #include "terminal/outcome.h"
 
+#include <cerrno>
+#include <new>
+
 #include "process/failure.h"
+#include "process/last_words.h"
 #include "terminal/output.h"
 #include "terminal/words.h"
 
 namespace client {
+
+namespace {
+
+Outcome failed(const char* verb, const std::string& operand, const Failure& failure) {
+  complain(std::string("cannot ") + verb + " '" + operand + "': " + failure.what() + " (" +
+           std::to_string(failure.code()) + ")");
+  return {.operand = operand,
+          .code = failure.code(),
+          .message = failure.what(),
+          .status = failure.status()};
+}
+
+}  // namespace
 
 Outcome attempt(const char* verb, const std::string& operand, const std::function<void()>& work) {
   try {
     work();
     return {.operand = operand, .code = 0, .message = result_words(0), .status = kDone};
   } catch (const Failure& failure) {
-    complain(std::string("cannot ") + verb + " '" + operand + "': " + failure.what() + " (" +
-             std::to_string(failure.code()) + ")");
-    return {.operand = operand,
-            .code = failure.code(),
-            .message = failure.what(),
-            .status = failure.status()};
+    return failed(verb, operand, failure);
+  } catch (const std::bad_alloc& error) {
+    return failed(verb, operand, Failure(ENOMEM, cause_of(error)));
   }
 }
 

@@ -19,7 +19,8 @@ struct Outcome {
   ExitStatus status = kDone;
 };
 
-// Does the work, and complains when it throws a Failure, "cannot VERB 'OPERAND': ..."
+// Does the work, and complains when it throws a Failure or runs out of memory: "cannot VERB
+// 'OPERAND': ..."
 Outcome attempt(const char* verb, const std::string& operand, const std::function<void()>& work);
 
 // The operand under the given key, the code and the message.

@@ -1,13 +1,17 @@
 #include "terminal/output.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <string>
+#include <utility>
 
 #include "base/pipe.h"
+#include "process/last_words.h"
 #include "terminal/printable_text.h"
 
 namespace client {
@@ -26,18 +30,33 @@ bool is_dumb_terminal() {
 
 }  // namespace
 
-bool print(std::string_view text) {
+bool print(std::string_view text) noexcept {
+  static bool is_reported = false;
   if (tarvio::write_all(STDOUT_FILENO, text)) return true;
-  complain(std::string("cannot write the output: ") + strerror(errno));
+  if (!std::exchange(is_reported, true)) {
+    write_line(STDERR_FILENO, {"tarvio: cannot write the output: ", strerror(errno)});
+  }
   return false;
 }
 
-void complain(std::string_view message) {
+void complain(std::string_view message) noexcept {
   // There is nowhere left to report that standard error fails as well.
-  (void)tarvio::write_all(STDERR_FILENO, "tarvio: " + printable(message) + '\n');
+  try {
+    (void)tarvio::write_all(STDERR_FILENO, "tarvio: " + printable(message) + '\n');
+  } catch (const std::exception& error) {
+    write_line(STDERR_FILENO, {"tarvio: ", cause_of(error)});
+  }
 }
 
 bool is_screen() { return isatty(STDOUT_FILENO) == 1 && !is_dumb_terminal(); }
+
+ScreenSize screen_size() {
+  constexpr size_t kAnything = std::numeric_limits<size_t>::max();
+  winsize size = {};
+  (void)ioctl(STDOUT_FILENO, TIOCGWINSZ, &size);
+  return {.columns = size.ws_col == 0 ? kAnything : size.ws_col,
+          .rows = size.ws_row == 0 ? kAnything : size.ws_row};
+}
 
 bool wants_colour() { return is_screen() && !is_set("NO_COLOR"); }
 

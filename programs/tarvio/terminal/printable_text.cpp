@@ -2,9 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-
-#include "base/line_cutter.h"
 
 namespace client {
 
@@ -111,6 +108,13 @@ size_t width_of(char32_t code) {
   return is_in(kWide, code) ? 2 : 1;
 }
 
+// Takes a character off the text; the columns that it takes.
+size_t take_character(std::string_view& text) {
+  const Character character = decode(text);
+  text.remove_prefix(std::max<size_t>(character.size, 1));
+  return character.size == 0 ? 1 : width_of(character.code);
+}
+
 }  // namespace
 
 std::string printable(std::string_view text) {
@@ -131,30 +135,21 @@ std::string printable(std::string_view text) {
 
 size_t display_width(std::string_view text) {
   size_t width = 0;
-  while (!text.empty()) {
-    const Character character = decode(text);
-    width += character.size == 0 ? 1 : width_of(character.code);
-    text.remove_prefix(std::max<size_t>(character.size, 1));
-  }
+  while (!text.empty()) width += take_character(text);
   return width;
 }
 
-std::vector<std::string> lines_of(std::string_view text) {
-  std::vector<std::string> lines;
-  while (!text.empty()) lines.emplace_back(tarvio::take_line(text));
-  return lines;
-}
-
-std::string size_words(uint64_t bytes) {
-  constexpr std::array<const char*, 4> kUnits = {"KiB", "MiB", "GiB", "TiB"};
-  if (bytes < 1024) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
-  double size = static_cast<double>(bytes) / 1024;
-  size_t unit = 0;
-  // What would be shown as 1024.0 is one of the next unit.
-  for (; size >= 1023.95 && unit + 1 < kUnits.size(); ++unit) size /= 1024;
-  std::array<char, 32> text;
-  (void)snprintf(text.data(), text.size(), "%.1f %s", size, kUnits[unit]);
-  return text.data();
+std::string shortened(std::string_view text, size_t columns) {
+  constexpr std::string_view kMark = "...";
+  if (display_width(text) <= columns) return std::string(text);
+  size_t room = columns - std::min(columns, kMark.size());
+  std::string_view rest = text;
+  for (std::string_view next = rest; !next.empty(); rest = next) {
+    const size_t width = take_character(next);
+    if (width > room) break;
+    room -= width;
+  }
+  return std::string(text.substr(0, text.size() - rest.size())).append(kMark.substr(0, columns));
 }
 
 }  // namespace client

@@ -3,10 +3,8 @@
 #define TARVIO_CLIENT_TERMINAL_PRINTABLE_TEXT_H
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace client {
 
@@ -17,11 +15,8 @@ std::string printable(std::string_view text);
 // Columns that a printable UTF-8 text takes on a terminal.
 size_t display_width(std::string_view text);
 
-// The lines of a text without their line feeds.
-std::vector<std::string> lines_of(std::string_view text);
-
-// A number of bytes for people: "512 bytes", "1.5 KiB".
-std::string size_words(uint64_t bytes);
+// As much of a printable UTF-8 text as takes so many columns at most; "..." ends what was cut.
+std::string shortened(std::string_view text, size_t columns);
 
 }  // namespace client
 

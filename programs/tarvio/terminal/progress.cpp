@@ -1,9 +1,11 @@
 #include "terminal/progress.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "terminal/output.h"
 #include "terminal/printable_text.h"
+#include "terminal/words.h"
 
 namespace client {
 
@@ -37,8 +39,8 @@ std::string time_words(double seconds) {
 
 std::string progress_words(uint64_t done, uint64_t bytes, double seconds) {
   done = std::min(done, bytes);
-  std::string words = size_words(done) + " of " + size_words(bytes) + ", " +
-                      std::to_string(bytes == 0 ? 0 : done * 100 / bytes) + " %";
+  std::string words = std::to_string(bytes == 0 ? 0 : done * 100 / bytes) + " %, " +
+                      size_words(done) + " of " + size_words(bytes);
   if (done == 0 || seconds < kMinSeconds) return words;
   const double left = seconds * static_cast<double>(bytes - done) / static_cast<double>(done);
   return words + rate_words(done, seconds) + ", " + time_words(left) + " left";
@@ -83,9 +85,9 @@ void Progress::at(uint64_t bytes) {
 void Progress::end(const char* what, uint64_t bytes) {
   if (kind_ == Kind::kNone) return;
   const double taken = seconds_since(area_begin_);
-  show(area_ + ": " + what + ' ' + size_words(bytes) + " in " + time_words(taken) +
-       rate_words(bytes, taken));
-  give_up();
+  const char* const begin = std::exchange(is_unfinished_, false) ? kClearLine : "";
+  (void)print(begin + area_ + ": " + what + ' ' + size_words(bytes) + " in " + time_words(taken) +
+              rate_words(bytes, taken) + '\n');
 }
 
 void Progress::give_up() {
@@ -99,7 +101,8 @@ void Progress::show(const std::string& text) {
     return;
   }
   is_unfinished_ = true;
-  (void)print(kClearLine + text);
+  // A line that wraps could not be redrawn in its place.
+  (void)print(kClearLine + shortened(text, screen_size().columns - 1));
 }
 
 double Progress::seconds_since(Clock::time_point begin) const {

@@ -54,7 +54,7 @@ Progress::Kind progress_kind(bool quiet);
 // "9 s", "3 min 05 s"
 std::string time_words(double seconds);
 
-// "0.9 MiB of 1.9 MiB, 47 %, 3.1 MiB/s, 1 s left"; rate and time are left out until they are
+// "47 %, 0.9 MiB of 1.9 MiB, 3.1 MiB/s, 1 s left"; rate and time are left out until they are
 // known.
 std::string progress_words(uint64_t done, uint64_t bytes, double seconds);
 

@@ -1,6 +1,7 @@
 #include "terminal/text_table.h"
 
 #include <algorithm>
+#include <numeric>
 #include <string_view>
 
 #include "terminal/printable_text.h"
@@ -46,6 +47,16 @@ std::vector<size_t> widths_of(const std::vector<Row>& rows) {
   return widths;
 }
 
+void shrink(std::vector<size_t>& widths, size_t max_width) {
+  if (widths.empty()) return;
+  size_t width = std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
+  for (; width > max_width; --width) {
+    size_t& widest = *std::max_element(widths.begin(), widths.end());
+    if (widest <= 1) return;
+    --widest;
+  }
+}
+
 void append_cell(std::string& text, const Cell& cell, bool coloured) {
   const std::string_view sequence = coloured ? sequence_of(cell.colour) : std::string_view();
   text += sequence;
@@ -61,14 +72,16 @@ Row header_of(const std::vector<const char*>& titles) {
   return row;
 }
 
-std::string render_table(const std::vector<Row>& rows, bool coloured) {
-  const std::vector<Row> shown = make_printable(rows);
-  const std::vector<size_t> widths = widths_of(shown);
+std::string render_table(const std::vector<Row>& rows, bool coloured, size_t max_width) {
+  std::vector<Row> shown = make_printable(rows);
+  std::vector<size_t> widths = widths_of(shown);
+  shrink(widths, max_width);
   std::string text;
-  for (const Row& row : shown) {
+  for (Row& row : shown) {
     size_t missing = 0;  // spaces that are due before the next text, so that none ends a line
     for (size_t column = 0; column < row.size(); ++column) {
-      const Cell& cell = row[column];
+      Cell& cell = row[column];
+      cell.text = shortened(cell.text, widths[column]);
       if (!cell.text.empty()) {
         text.append(missing, ' ');
         missing = 0;

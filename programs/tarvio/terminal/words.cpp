@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <array>
+#include <cstdio>
 
 #include "base/owners.h"
 #include "tarvio/client.h"
@@ -63,6 +64,18 @@ std::string result_words(int32_t code) {
   const tarvio::CString text(tq_lib_get_err_mes(code));
   // Some codes of the library have no text (oddity 7).
   return text != nullptr && *text != '\0' ? text.get() : "unknown error";
+}
+
+std::string size_words(uint64_t bytes) {
+  constexpr std::array<const char*, 4> kUnits = {"KiB", "MiB", "GiB", "TiB"};
+  if (bytes < 1024) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+  double size = static_cast<double>(bytes) / 1024;
+  size_t unit = 0;
+  // What would be shown as 1024.0 is one of the next unit.
+  for (; size >= 1023.95 && unit + 1 < kUnits.size(); ++unit) size /= 1024;
+  std::array<char, 32> text;
+  (void)snprintf(text.data(), text.size(), "%.1f %s", size, kUnits[unit]);
+  return text.data();
 }
 
 std::optional<uint32_t> category_code(std::string_view word) { return code_of(kCategories, word); }

@@ -22,6 +22,9 @@ std::string subcategory_word(int32_t code);
 // What a result code means.
 std::string result_words(int32_t code);
 
+// A number of bytes for people: "512 bytes", "1.5 KiB".
+std::string size_words(uint64_t bytes);
+
 // The code of a word in any case, or of its number; none for anything else.
 std::optional<uint32_t> category_code(std::string_view word);
 std::optional<uint32_t> subcategory_code(std::string_view word);

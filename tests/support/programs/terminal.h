@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <termios.h>
 #include <unistd.h>
@@ -36,6 +37,12 @@ class Terminal {
 
   // What a program has for its standard streams.
   int line() const { return line_.fd(); }
+
+  // Until then it does not say how large it is.
+  void resize(unsigned short columns, unsigned short rows) const {
+    const winsize size = {.ws_row = rows, .ws_col = columns, .ws_xpixel = 0, .ws_ypixel = 0};
+    EXPECT_EQ(::ioctl(screen_.fd(), TIOCSWINSZ, &size), 0);
+  }
 
   void type(const std::string& text) const {
     EXPECT_EQ(::write(screen_.fd(), text.data(), text.size()), static_cast<ssize_t>(text.size()));

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -69,8 +70,44 @@ TEST_F(ClientBackup, MayBeQuietOrReportInJson) {
   EXPECT_EQ(image["file"], "image.tbx");
   EXPECT_EQ(image["code"], 0);
   EXPECT_EQ(image["size"], fs::file_size("image.tbx"));
-  EXPECT_EQ(image["areas"],
-            json::array({{{"name", "kernel"}, {"size", 0x1e0000}, {"failure", nullptr}}}));
+  EXPECT_EQ(
+      image["areas"],
+      json::array(
+          {{{"name", "kernel"}, {"size", 0x1e0000}, {"verified", false}, {"failure", nullptr}}}));
+}
+
+TEST_F(ClientBackup, SaysInJsonWhichAreasItVerified) {
+  const json image = json::parse(back_up({"kernel", "rootfs", "--verify", "--json"}).output);
+  EXPECT_EQ(image["areas"][0]["verified"], true);
+  EXPECT_EQ(image["areas"][1]["verified"], false);  // a file system is not read again
+}
+
+TEST_F(ClientBackup, RefusesANameThatIsNotOneOfAPackageFile) {
+  for (const char* name : {"image", "image.ipk", "image.tbx.old", ".tbx"}) {
+    const FlashRun ran = run({"backup", "kernel", "--to", name});
+    EXPECT_EQ(ran.status, 64);
+    EXPECT_THAT(ran.errors, HasSubstr(std::string("file name '") + name + "' must end in .tbx"));
+  }
+  expect_only({});
+}
+
+TEST_F(ClientBackup, SaysThatItMayNotLock) {
+  write_file("/run/tarvio-flash.lock", "");
+  ::chmod("/run/tarvio-flash.lock", 0);
+  const FlashRun ran = run({"backup", "--to", "image.tbx", "kernel"}, give_up_file_permissions);
+  EXPECT_EQ(ran.status, 1);
+  EXPECT_EQ(ran.errors,
+            "tarvio: cannot back up to 'image.tbx': cannot lock the flash memory with "
+            "'/run/tarvio-flash.lock': Permission denied; run tarvio as root (13)\n");
+}
+
+TEST_F(ClientBackup, ReportsAClosedOutputOnce) {
+  const FlashRun ran =
+      run({"backup", "bootloader", "kernel", "--to", "image.tbx"}, [] { ::close(STDOUT_FILENO); });
+  EXPECT_EQ(ran.status, 1);
+  EXPECT_EQ(ran.errors, "tarvio: cannot write the output: Bad file descriptor\n");
+  EXPECT_EQ(read_file("/run/tarvio-flash.lock"), "");
+  expect_only({"image.tbx"});
 }
 
 TEST_F(ClientBackup, NamesAnUnknownArea) {
@@ -266,7 +303,8 @@ TEST_F(ClientBackup, LeavesNothingMountedWhenAnImageFails) {
 
 TEST_F(ClientBackup, ReportsAFileSystemThatCannotBeMounted) {
   mounts_.failing = "mount /dev/mtdblock4";
-  EXPECT_THAT(back_up({"rootfs"}).errors, HasSubstr("rootfs: cannot mount /dev/mtdblock4 (5)"));
+  EXPECT_THAT(back_up({"rootfs"}).errors,
+              HasSubstr("rootfs: cannot mount /dev/mtdblock4: Input/output error (5)"));
 }
 
 TEST_F(ClientBackup, FailsWithAnImageOfAFileSystemThatIsNotWhole) {

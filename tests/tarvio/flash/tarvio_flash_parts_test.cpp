@@ -73,12 +73,13 @@ TEST(FlashRecord, NamesTheStepThatFailed) {
     tq_flash_event event = kEvent;
     event.step = step;
     event.code = code;
+    event.line = "No such device";
     return std::string(client::failure_of(client::record_of(event)).what());
   };
   EXPECT_EQ(words(TQ_FLASH_DUMP, EIO), "reading failed: Input/output error");
   EXPECT_EQ(words(TQ_FLASH_CUT, ENOSPC), "cutting the dump failed: No space left on device");
   EXPECT_EQ(words(TQ_FLASH_REBUILD, EIO), "building the image failed: Input/output error");
-  EXPECT_EQ(words(TQ_FLASH_REBUILD, -1), "cannot mount /dev/mtd3");
+  EXPECT_EQ(words(TQ_FLASH_REBUILD, -1), "cannot mount /dev/mtd3: No such device");
   EXPECT_EQ(words(TQ_FLASH_PACK, EIO), "packing failed: Input/output error");
   EXPECT_EQ(words(TQ_FLASH_ERASE, EIO), "erasing failed: Input/output error");
   EXPECT_EQ(words(TQ_FLASH_WRITE, EIO), "writing failed: Input/output error");
@@ -139,13 +140,13 @@ TEST(UnreadablePlace, IsNotInOtherLines) {
 }
 
 TEST(FlashProgress, ShowsBytesPercentRateAndTimeLeft) {
-  EXPECT_EQ(client::progress_words(0, 1000, 5), "0 bytes of 1000 bytes, 0 %");
+  EXPECT_EQ(client::progress_words(0, 1000, 5), "0 %, 0 bytes of 1000 bytes");
   EXPECT_EQ(client::progress_words(3 << 20, 12 << 20, 2),
-            "3.0 MiB of 12.0 MiB, 25 %, 1.5 MiB/s, 6 s left");
-  EXPECT_EQ(client::progress_words(3 << 20, 12 << 20, 0), "3.0 MiB of 12.0 MiB, 25 %");
+            "25 %, 3.0 MiB of 12.0 MiB, 1.5 MiB/s, 6 s left");
+  EXPECT_EQ(client::progress_words(3 << 20, 12 << 20, 0), "25 %, 3.0 MiB of 12.0 MiB");
   // A dump is of whole blocks, and may be longer than what is kept.
-  EXPECT_EQ(client::progress_words(15, 12, 2), "12 bytes of 12 bytes, 100 %, 6 bytes/s, 0 s left");
-  EXPECT_EQ(client::progress_words(0, 0, 2), "0 bytes of 0 bytes, 0 %");
+  EXPECT_EQ(client::progress_words(15, 12, 2), "100 %, 12 bytes of 12 bytes, 6 bytes/s, 0 s left");
+  EXPECT_EQ(client::progress_words(0, 0, 2), "0 %, 0 bytes of 0 bytes");
 }
 
 TEST(FlashProgress, ShowsTimes) {

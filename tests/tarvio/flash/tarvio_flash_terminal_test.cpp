@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <string>
 
 #include "support/flash/flash_client.h"
@@ -66,6 +67,19 @@ TEST_F(FlashAtATerminal, ChangesALineInItsPlace) {
               MatchesRegex("\r\x1b.Kbootloader: reading.*\r\x1b.Kbootloader: packing.*"
                            "\r\x1b.Kbootloader: read and packed 256.0 KiB in [^\n]*\n"
                            "saved bootloader in image.tbx, 2.*\n"));
+}
+
+TEST_F(FlashAtATerminal, NeverFillsALineThatIsRedrawn) {
+  const int line = terminal_.line();
+  terminal_.resize(45, 12);
+  const FlashRun ran = run({"backup", "--to", "image.tbx", "bootsetting"}, [=] {
+    ::setenv("TERM", "linux", 1);
+    ::dup2(line, STDOUT_FILENO);
+  });
+  EXPECT_EQ(ran.status, 0) << ran.errors;
+  const std::string shown = terminal_.shown();
+  EXPECT_TRUE(std::regex_search(shown, std::regex("bootsetting: reading [0-9]+ %, .*\\.\\.\\.\r")));
+  EXPECT_FALSE(std::regex_search(shown, std::regex("\x1b\\[K[^\r\n\x1b]{45,}\r"))) << shown;
 }
 
 }  // namespace

@@ -138,6 +138,15 @@ TEST_F(ClientRestore, KeepsTheRootOfTheRunningSystem) {
   EXPECT_EQ(restore({"--force"}).status, 0);
 }
 
+TEST_F(ClientRestore, DoesNotTakeForUnusedWhatCannotBeFoundOut) {
+  lose({"rootfs"});
+  write_kernel_command_line("");
+  expect_refused(restore(),
+                 "cannot read '/proc/cmdline', so what uses the flash memory is not known; use "
+                 "--force to write anyway");
+  EXPECT_TRUE(is_erased("/dev/mtd4"));
+}
+
 TEST_F(ClientRestore, RefusesAPackageWhoseTargetsAreNotJustAreas) {
   lose({"kernel"});
   const std::string image = "TqPackageCategory: Image\n";

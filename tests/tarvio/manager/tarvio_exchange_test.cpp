@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -76,6 +77,15 @@ void expect(const Ran& run, int status, const std::string& errors) {
 
 TEST(ClientWithoutAManager, SaysSo) {
   for (const Line& line : kRequests) expect(run_tarvio(line), 3, kNoManager);
+}
+
+TEST(ClientWithoutAManager, SaysThatItMayNotReachIt) {
+  const Socket manager = listen_on(TQ_COM_SOCKET_PATH);
+  ::chmod(TQ_COM_SOCKET_PATH, 0);
+  for (const Line& line : kRequests) {
+    expect(run_tarvio(line, give_up_file_permissions), 1,
+           "tarvio: no permission to use " TQ_COM_SOCKET_PATH "; run tarvio as root\n");
+  }
 }
 
 TEST(ClientWithoutAManager, IsNotMisledByTheSocketThatOneLeft) {
@@ -182,9 +192,10 @@ TEST(ClientThatCannotSend, DoesNotTakeTheSilenceForAnAnswer) {
 }
 
 TEST(ClientThatCannotConnect, SaysWhy) {
-  connect_error = EACCES;
-  EXPECT_EQ(failure_of_request(),
-            Said("cannot connect to " TQ_COM_SOCKET_PATH ": Permission denied", client::kFailed));
+  connect_error = ENOMEM;
+  EXPECT_EQ(
+      failure_of_request(),
+      Said("cannot connect to " TQ_COM_SOCKET_PATH ": Cannot allocate memory", client::kFailed));
 }
 
 TEST(ClientThatCannotMakeASocket, SaysSo) {

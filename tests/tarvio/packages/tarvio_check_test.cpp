@@ -1,6 +1,7 @@
 // tarvio check.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -107,18 +108,35 @@ TEST(ClientCheck, IsJsonForScripts) {
                                    {"needed_bytes", control + 3000},
                                    {"control_bytes", control},
                                    {"data_bytes", 3000},
-                                   {"free_bytes", 3072},
-                                   {"library_result", -1}}}));
+                                   {"free_bytes", 3072}}}));
 }
 
-TEST(ClientCheck, IsRightWhereTheLibraryCountsWrong) {
+TEST(ClientCheck, KnowsMoreFreeSpaceThan32BitsCount) {
   const HandMadePackage package;
   const FreeSpace space("3145728");  // 3 GiB
   const Ran run = run_tarvio({"check", package.path()});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.output, package.path() + " fits: needs 3.1 KiB, free: 3.0 GiB\n");
-  EXPECT_EQ(run.errors, "tarvio: the library, which counts in 32 bits, finds that '" +
-                            package.path() + "' does not fit (-1)\n");
+  EXPECT_EQ(run.errors, "");
+}
+
+// The tools do not say so: what they could not write whole is damaged to those that come after.
+TEST(ClientCheck, SaysThatTheTemporaryDirectoryIsFull) {
+  const HandMadePackage package;
+  package.shell("head -c 300000 /dev/urandom >data/face; tar czf data.tar.gz -C data .");
+  package.build();
+  const PrivateTemporaryDirectory temporary;
+  const std::string directory = temporary.path();
+  const std::string complaint = "'" + package.path() + "': no space left in '" + directory +
+                                "' for intermediate files (28)\n";
+  for (const auto& [size, command] :
+       {std::pair{"size=300k", "check"}, {"size=4k", "check"}, {"size=4k", "inspect"}}) {
+    ASSERT_EQ(::mount("full", directory.c_str(), "tmpfs", 0, size), 0);
+    const Ran run = run_tarvio({command, package.path()});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors, std::string("tarvio: cannot ") + command + " " + complaint);
+    EXPECT_EQ(::umount(directory.c_str()), 0);
+  }
 }
 
 TEST(ClientCheck, WorksWithTheRealTools) {

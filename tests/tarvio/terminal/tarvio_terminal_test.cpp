@@ -1,4 +1,5 @@
 // What the client shows on a terminal.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -10,12 +11,16 @@
 
 #include "support/com/one_reply.h"
 #include "support/com/replies.h"
+#include "support/com/sockets.h"
 #include "support/programs/tarvio.h"
 #include "support/programs/terminal.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {
 namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
 
 // Runs the client with this for its standard output.
 void run(const Terminal& terminal, const std::vector<std::string>& arguments, const char* variable,
@@ -79,6 +84,43 @@ TEST(ClientOnATerminal, RedrawsTheStatusesInTheirPlaceWhenTheyChange) {
                        "NAME   STATE  DETAIL\nclock  error  bad\n" + clear + "no statuses\n" +
                        clear + "no manager answers; waiting for one\n" + clear +
                        "NAME   STATE   DETAIL\nclock  normal  fine\n");
+}
+
+std::string statuses(int count) {
+  std::string reply;
+  for (int n = 10; n < 10 + count; ++n) {
+    reply += "application" + std::to_string(n) + "\n0\nstarted a while ago and still running\n";
+  }
+  return reply;
+}
+
+TEST(ClientOnATerminal, FitsTheStatusesToItsSizeEvenWhenThatChanges) {
+  const Terminal terminal;
+  terminal.resize(45, 12);
+  std::string narrow;
+  const Socket listener = listen_on(TQ_COM_SOCKET_PATH);
+  std::thread manager([&] {
+    for (int look = 0; look < 2; ++look) {
+      const Socket client = accept_on(listener);
+      if (look == 1) {
+        narrow = terminal.shown();
+        terminal.resize(80, 40);
+      }
+      client.read_to_end();
+      client.send(statuses(30));
+    }
+  });
+  run(terminal, {"status", "--watch", "--timeout", "0.5"}, "NO_COLOR", "1");
+  manager.join();
+  std::string expected = "\x1b[H\x1b[2JNAME           STATE   DETAIL\n";
+  for (int n = 10; n < 19; ++n) {
+    expected += "application" + std::to_string(n) + "  normal  started a while ag...\n";
+  }
+  EXPECT_EQ(narrow, expected + "... 21 more\n");
+  const std::string wide = terminal.shown();
+  EXPECT_THAT(wide, StartsWith("\x1b[H\x1b[2JNAME           STATE   DETAIL\napplication10  normal  "
+                               "started a while ago and still running\n"));
+  EXPECT_THAT(wide, HasSubstr("\napplication39  normal  started a while ago and still running\n"));
 }
 
 TEST(ClientOnATerminal, AddsLinesOfJsonForScripts) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "process/text_pieces.h"
 #include "terminal/json.h"
 #include "terminal/printable_text.h"
 #include "terminal/text_table.h"
@@ -82,6 +83,16 @@ TEST(ClientText, NamesSizesForPeople) {
   EXPECT_EQ(size_words(uint64_t{5000} << 40), "5000.0 TiB");
 }
 
+TEST(ClientText, IsShortenedToColumns) {
+  EXPECT_EQ(shortened("clock", 5), "clock");
+  EXPECT_EQ(shortened("clocks", 5), "cl...");
+  EXPECT_EQ(shortened("日本語", 6), "日本語");
+  EXPECT_EQ(shortened("日本語", 5), "日...");
+  EXPECT_EQ(shortened("日本語", 4), "...");
+  EXPECT_EQ(shortened("clocks", 2), "..");
+  EXPECT_EQ(shortened("clocks", 0), "");
+}
+
 TEST(ClientTable, AlignsItsColumns) {
   EXPECT_EQ(
       render_table({{{"NAME"}, {"STATE"}}, {{"a"}, {"normal"}}, {{"longer"}, {"error"}}}, false),
@@ -104,6 +115,16 @@ TEST(ClientTable, LeavesNoBlanksAtTheEndOfALine) {
       "clock\n"
       "       x\n"
       "\n");
+}
+
+TEST(ClientTable, CutsItsWidestColumnsToFit) {
+  const std::vector<Row> rows = {{{"NAME"}, {"STATE"}, {"DETAIL"}},
+                                 {{"application"}, {"normal", Colour::kGreen}, {"started app"}}};
+  EXPECT_EQ(render_table(rows, false, 32), render_table(rows, false));
+  EXPECT_EQ(render_table(rows, true, 26),
+            "NAME      STATE   DETAIL\n"
+            "appli...  \x1b[32mnormal\x1b[0m  start...\n");
+  EXPECT_EQ(render_table(rows, false, 2), ".  .  .\n.  .  .\n");
 }
 
 TEST(ClientTable, KeepsARowOnOneLine) {
