@@ -111,12 +111,12 @@ TEST_P(ClientCompletion, OffersTheOptionsOfTheProgram) {
 TEST_P(ClientCompletion, OffersTheOptionsOfTheCommand) {
   EXPECT_EQ(offered({"status", "-"}),
             (Words{"--json", "--help", "--timeout", "--apps", "--watch"}));
-  EXPECT_EQ(offered({"start", "-"}), (Words{"--json", "--help", "--timeout"}));
+  EXPECT_EQ(offered({"start", "-"}), (Words{"--json", "--help", "--timeout", "--match"}));
   EXPECT_EQ(offered({"list", "-"}),
             (Words{"--json", "--help", "--category", "--subcategory", "--name"}));
-  for (const char* command : {"install", "remove"}) {
-    EXPECT_EQ(offered({command, "-"}), (Words{"--json", "--help", "--timeout", "--force"}));
-  }
+  EXPECT_EQ(offered({"install", "-"}), (Words{"--json", "--help", "--timeout", "--force"}));
+  EXPECT_EQ(offered({"remove", "-"}),
+            (Words{"--json", "--help", "--timeout", "--force", "--keep-running"}));
   EXPECT_EQ(offered({"files", "-"}), (Words{"--json", "--help", "--timeout"}));
   EXPECT_EQ(offered({"pack", "-"}), (Words{"--json", "--help", "--timeout", "--output"}));
   EXPECT_EQ(offered({"areas", "-"}), (Words{"--json", "--help"}));
