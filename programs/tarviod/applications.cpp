@@ -150,6 +150,8 @@ bool Information::complain_about_damage(const char* key) {
 
 }  // namespace
 
+bool is_known_application(const char* name) { return find_known(name) != nullptr; }
+
 std::optional<Applications> check_applications() {
   if (sl == nullptr || linux_app_binding == nullptr || tq_known_applications() == nullptr) {
     warn("cannot set up the managers", "out of memory: free some and try again");

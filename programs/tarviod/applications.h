@@ -19,6 +19,8 @@ struct Applications {
 // the manager would do without an application until somebody restarts it.
 std::optional<Applications> check_applications();
 
+bool is_known_application(const char* name);
+
 }  // namespace tarviod
 
 #endif

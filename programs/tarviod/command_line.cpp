@@ -24,6 +24,7 @@ constexpr char kHelp[] =
     "configuration again.\n"
     "\n"
     "  -c, --config FILE        read FILE instead of /etc/tarvio/tarviod.conf\n"
+    "      --check-config       report mistakes in the configuration and exit\n"
     "  -d, --daemon             go to the background once requests are answered\n"
     "  -l, --log-level N        log messages of level N and above: 0 debug (also printed on\n"
     "                           standard output), 1 info, 2 warning (default), 3 error,\n"
@@ -33,7 +34,8 @@ constexpr char kHelp[] =
     "  -h, --help               print this help\n"
     "  -V, --version            print the version\n"
     "\n"
-    "exit status: 0 stopped on request, 1 could not start, 64 wrong command line\n";
+    "exit status: 0 stopped on request, or the configuration is valid; 1 could not start, or\n"
+    "it is not valid; 64 wrong command line\n";
 
 constexpr int kMaxLogLevel = 4;
 
@@ -44,11 +46,13 @@ enum : int {
   kStartAll = 's',
   kKeep = 'k',
   kHelpOption = 'h',
-  kVersion = 'V'
+  kVersion = 'V',
+  kCheckConfig = 256
 };
 
-const std::array<option, 8> kLongOptions = {{
+const std::array<option, 9> kLongOptions = {{
     {"config", required_argument, nullptr, kConfig},
+    {"check-config", no_argument, nullptr, kCheckConfig},
     {"daemon", no_argument, nullptr, kDaemon},
     {"log-level", required_argument, nullptr, kLogLevel},
     {"start-all", no_argument, nullptr, kStartAll},
@@ -100,6 +104,9 @@ CommandLine parse_command_line(int argc, char** argv) {
       case kConfig:
         options.config = absolute(optarg);
         if (options.config == nullptr) return end_with(kExitFailure);
+        break;
+      case kCheckConfig:
+        options.check_config = true;
         break;
       case kDaemon:
         options.daemon = true;

@@ -10,6 +10,7 @@ struct Options {
   bool daemon = false;
   bool start_all = false;
   bool keep_applications = false;
+  bool check_config = false;
   int log_level = 2;
   const char* config = nullptr;  // an absolute path; null for the default one
 };

@@ -6,6 +6,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <string_view>
+
 #include "base/line_cutter.h"
 #include "base/line_reader.h"
 #include "warn.h"
@@ -97,7 +99,8 @@ bool store(const Settings& settings, const char* key, const char* value, const c
          tq_conf_write(settings.lines.get(), key, line) == 0;
 }
 
-// Takes lines apart as tq_conf_open2 does, which does not say in which line a pair stands.
+// Takes lines apart as tq_conf_open2 does, which does not say in which line a pair stands, and
+// takes the last of several words.
 bool parse(const char* path, int fd, const Settings& settings) {
   tarvio::ReadAhead ahead;
   tarvio::LineCutter line(tarvio::LineEnd::kAny);
@@ -105,15 +108,22 @@ bool parse(const char* path, int fd, const Settings& settings) {
   char number[12];
   for (int count = 1; reader.next(); ++count) {
     char* text = line.text();
+    (void)snprintf(number, sizeof number, "%d", count);
+    if (line.line().find('\0') != std::string_view::npos) {
+      return refuse_line(path, number, "NUL byte in the line: write the file as plain text");
+    }
     text[strcspn(text, "#;")] = '\0';
     if (text[strspn(text, " \t")] == '\0') continue;
-    (void)snprintf(number, sizeof number, "%d", count);
     char* colon = strchr(text, ':');
     if (colon == nullptr) {
       return refuse_line(path, number, "no colon in the line: write KEY: VALUE");
     }
     *colon = '\0';
-    if (!store(settings, last_word(text), last_word(colon + 1), number)) {
+    char* value = colon + 1 + strspn(colon + 1, " \t");
+    if (last_word(value) != value) {
+      return refuse_line(path, number, "value of several words: write one word");
+    }
+    if (!store(settings, last_word(text), value, number)) {
       return refuse_unreadable(path, ENOMEM);
     }
   }
@@ -148,13 +158,13 @@ const char* Config::hook_text(int index) const {
 }
 
 bool read_config(const char* path, Config& config) {
-  const char* name = path == nullptr ? kDefaultConfigPath : path;
+  const char* name = config_path(path);
   const tarvio::Fd file(open(name, O_RDONLY | O_CLOEXEC));
   Settings settings;
   const bool is_empty = !file.valid() && errno == ENOENT && path == nullptr;
   if (!file.valid() && !is_empty) return refuse_unreadable(name, errno);
   if (!is_empty && !(parse(name, file.get(), settings) && check(name, settings))) return false;
-  config = Config(std::move(settings.pairs));
+  config = Config(std::move(settings.pairs), std::move(settings.lines));
   return true;
 }
 

@@ -14,25 +14,33 @@ namespace tarviod {
 inline constexpr char kDefaultConfigPath[] = "/etc/tarvio/tarviod.conf";
 inline constexpr int kMaxApplicationBytes = 127;
 
+// The path that a command line names, null for none.
+inline const char* config_path(const char* named) {
+  return named == nullptr ? kDefaultConfigPath : named;
+}
+
 // The settings of a file; owns the strings.
 class Config {
  public:
   Config() = default;
-  explicit Config(tarvio::Conf pairs) : pairs_(std::move(pairs)) {}
+  // lines  under the keys of the pairs, and in their order, the numbers of their lines.
+  Config(tarvio::Conf pairs, tarvio::Conf lines)
+      : pairs_(std::move(pairs)), lines_(std::move(lines)) {}
 
   [[nodiscard]] const char* log_file() const;
   [[nodiscard]] int log_period_s() const;  // 0: the log is not watched
 
-  // The hooks and their applications, in the order of the file, as `add(text, application)`.
+  // The hooks in the order of the file, as `add(text, application, line)`.
   void each_hook(auto add) const {
     for (int i = 0; i < tq_count_variables(pairs_.get()); ++i) {
       const char* text = hook_text(i);
-      if (text != nullptr) add(text, tq_find_value(pairs_.get(), i));
+      if (text != nullptr)
+        add(text, tq_find_value(pairs_.get(), i), tq_find_value(lines_.get(), i));
     }
   }
   [[nodiscard]] size_t hook_count() const {
     size_t count = 0;
-    each_hook([&](const char*, const char*) { ++count; });
+    each_hook([&](const char*, const char*, const char*) { ++count; });
     return count;
   }
 
@@ -41,6 +49,7 @@ class Config {
   [[nodiscard]] const char* value_of(const char* key, const char* otherwise) const;
 
   tarvio::Conf pairs_;
+  tarvio::Conf lines_;
 };
 
 // Reads a file. False when it cannot be used, with file, line, cause and remedy on standard error

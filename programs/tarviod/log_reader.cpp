@@ -34,6 +34,10 @@ using tarvio::LineCutter;
 enum Argument { kFile = 1, kPeriod, kFirstHook };
 
 constexpr char kNotRegular[] = "is not a regular file";
+constexpr char kOtherFormat[] =
+    "no line has the form 'Jan 12 00:00:12 board user.err webapp[12]: disk full', so none counts: "
+    "change the format of the log as tarviod(8) says";
+static_assert(sizeof kOtherFormat <= kMaxDetailBytes);
 constexpr size_t kReadBytes = 16UL * 1024;
 
 struct FreeParsed {
@@ -61,6 +65,19 @@ void make_detail(std::string_view message, char (&detail)[kMaxDetailBytes + 1]) 
                   [](char byte) { return is_blank(byte) ? ' ' : byte; }) = '\0';
 }
 
+// A field of two words and a dot after month, day, time and host, which the parser does not ask
+// for; a mark line may lack it.
+bool has_level(const char* line) {
+  constexpr int kFieldsBefore = 4;
+  if (tq_get_month(line) < 0) return false;
+  for (int field = 0; field < kFieldsBefore; ++field) {
+    line += strcspn(line, " ");
+    line += strspn(line, " ");
+  }
+  const std::string_view level(line, strcspn(line, " \n"));
+  return level.find("--") != level.npos || (level.find('.') != level.npos && level.back() != ':');
+}
+
 bool is_same_file(const LogPosition& position, const struct stat& info) {
   return position.device == info.st_dev && position.inode == info.st_ino;
 }
@@ -70,6 +87,9 @@ void remember(LogLine& line, uint64_t at, std::string_view bytes) {
   line.length = bytes.size();
   std::copy(bytes.begin(), bytes.end(), line.bytes);
 }
+
+// Whether the lines of the log are such that the parser can take them apart.
+enum class Format { kUnknown, kOther, kOtherReported, kUsual };
 
 class LogReader {
  public:
@@ -81,15 +101,18 @@ class LogReader {
 
  private:
   const char* read_log();
+  void complain(const char* why);
   void find_position(int log, const struct stat& info);
   bool is_in_place(int log, const LogLine& line);
   bool read_to(int log, uint64_t end);
   void cut_lines(std::string_view bytes);
+  void judge_format(const char* line);
   void count(const char* line);
 
   const char* file_;
   char** hooks_;  // texts and applications in turns, null at the end
   bool complained_ = false;
+  Format format_ = Format::kUnknown;
   LogReport report_ = {};
   LogPosition& position_ = report_.position;
   char line_[kMaxLineBytes + 1];
@@ -113,11 +136,13 @@ void LogReader::send(ReportKind kind) {
 
 void LogReader::look() {
   const char* why = read_log();
-  if (why != nullptr && !complained_) {
-    (void)snprintf(report_.detail, sizeof report_.detail, "%s", why);
-    send(ReportKind::kComplaint);
-  }
+  if (why != nullptr && !complained_) complain(why);
   complained_ = why != nullptr;
+}
+
+void LogReader::complain(const char* why) {
+  (void)snprintf(report_.detail, sizeof report_.detail, "%s", why);
+  send(ReportKind::kComplaint);
 }
 
 // The log is closed between two looks, so that its file system can be unmounted. Null, or why it
@@ -137,6 +162,10 @@ const char* LogReader::read_log() {
   // What is written meanwhile is for the next look, so that each look has an end.
   if (!read_to(log.get(), size)) return strerror(errno);
   position_.known = true;
+  if (format_ == Format::kOther) {
+    format_ = Format::kOtherReported;
+    complain(kOtherFormat);
+  }
   send(ReportKind::kPosition);
   return nullptr;
 }
@@ -186,10 +215,21 @@ void LogReader::cut_lines(std::string_view bytes) {
     position_.offset = end - bytes.size();
     remember(position_.last, position_.begun.at, lines_.line());
     remember(position_.begun, position_.offset, {});
+    judge_format(lines_.text());
     count(lines_.text());
   }
   position_.offset = end;
   remember(position_.begun, position_.begun.at, lines_.line());
+}
+
+// One line of the usual form is enough, for good: some lines of a log may have any form.
+void LogReader::judge_format(const char* line) {
+  if (format_ == Format::kUsual) return;
+  if (has_level(line)) {
+    format_ = Format::kUsual;
+  } else if (format_ == Format::kUnknown) {
+    format_ = Format::kOther;
+  }
 }
 
 // What was in the log when the manager started does not count.

@@ -38,7 +38,7 @@ Words arguments_of_reader(const Config& config, const char* period) {
   if (words == nullptr) return words;
   const char** end = words.get();
   for (const char* word : {kLogReaderName, config.log_file(), period}) *end++ = word;
-  config.each_hook([&](const char* text, const char* application) {
+  config.each_hook([&](const char* text, const char* application, const char* /*line*/) {
     *end++ = text;
     *end++ = application;
   });

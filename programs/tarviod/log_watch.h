@@ -15,6 +15,8 @@ class LogWatch {
   // log was watched before.
   void start(Config config);
 
+  [[nodiscard]] const Config& config() const { return config_; }
+
   // Waits until the present end of the log is known, at most a few seconds.
   void wait_for_begin();
 

@@ -31,6 +31,7 @@ constexpr int kStopSeconds = 30;
 constexpr int kStopSecondsEach = 2;
 constexpr int kMsPerSecond = 1000;
 constexpr int kNoFd = -1;
+constexpr size_t kPlaceSize = 512;
 constexpr char kStopping[] = "stopping the applications";
 
 // Each process that was started costs two descriptors for good (oddity 42).
@@ -91,21 +92,40 @@ void stop_applications(int signal_fd) {
   }
 }
 
+std::optional<Applications> set_up_applications() {
+  (void)tq_setup_status_manager();
+  (void)tq_setup_package_manager();
+  (void)tq_setup_app_manager();
+  return check_applications();
+}
+
+// Such a hook counts all the same.
+void name_unknown_applications(const Options& options, const Config& config) {
+  config.each_hook([&](const char* /*text*/, const char* application, const char* line) {
+    if (is_known_application(application)) return;
+    char place[kPlaceSize];
+    (void)snprintf(place, sizeof place, "%s:%s: %s", config_path(options.config), line,
+                   application);
+    warn(place, "no application of this name is installed: write the whole name of its package");
+  });
+}
+
 // A file with a mistake changes nothing.
 void reload(const Options& options, LogWatch& log_watch) {
   Config config;
-  if (read_config(options.config, config)) log_watch.start(std::move(config));
+  if (!read_config(options.config, config)) return;
+  log_watch.start(std::move(config));
+  inform(config_path(options.config), "read again");
+  name_unknown_applications(options, log_watch.config());
 }
 
 }  // namespace
 
 bool set_up(Options& options, LogWatch& log_watch) {
   raise_descriptor_limit();
-  (void)tq_setup_status_manager();
-  (void)tq_setup_package_manager();
-  (void)tq_setup_app_manager();
-  const std::optional<Applications> applications = check_applications();
+  const std::optional<Applications> applications = set_up_applications();
   if (!applications) return false;
+  name_unknown_applications(options, log_watch.config());
   if (options.start_all && !applications->all_bound) {
     warn("not starting the applications", "one without a binding would be retried forever");
     options.start_all = false;
@@ -120,6 +140,13 @@ bool set_up(Options& options, LogWatch& log_watch) {
   (void)fflush(stdout);
   tq_log_func(TQ_LOG_INFO, TARVIO_UNIT, __LINE__, "%d applications installed, answering on %s",
               applications->count, TQ_COM_SOCKET_PATH);
+  return true;
+}
+
+bool check_config(const Options& options, const Config& config) {
+  if (!set_up_applications()) return false;
+  name_unknown_applications(options, config);
+  inform(config_path(options.config), "valid");
   return true;
 }
 

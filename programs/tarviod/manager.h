@@ -3,6 +3,7 @@
 #define TARVIOD_MANAGER_H
 
 #include "command_line.h"
+#include "config.h"
 #include "log_watch.h"
 
 namespace tarviod {
@@ -12,6 +13,10 @@ namespace tarviod {
 //
 // options  start_all is switched off, with the reason, where such a start would never end.
 bool set_up(Options& options, LogWatch& log_watch);
+
+// Whether the manager would take the configuration that was read; says so, and names hooks for
+// applications that are not installed. Needs no other set-up and leaves a running manager alone.
+bool check_config(const Options& options, const Config& config);
 
 // Answers requests and watches the log until a signal ends it, then stops the applications unless
 // they are to be kept, and removes the socket.

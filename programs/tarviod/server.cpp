@@ -15,7 +15,7 @@ namespace tarviod {
 
 namespace {
 
-constexpr int kPauseUs = 100'000;
+constexpr int kPauseMs = 100;
 
 template <typename Record>
 class RecordPipe {
@@ -51,7 +51,8 @@ void serve_client() {
   if (client >= 0) {
     (void)tq_request_handler(client);
   } else {
-    (void)usleep(kPauseUs);  // until something frees the descriptor or memory that is short
+    (void)poll(nullptr, 0,
+               kPauseMs);  // until something frees the descriptor or memory that is short
   }
 }
 

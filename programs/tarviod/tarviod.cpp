@@ -50,6 +50,9 @@ int main(int argc, char** argv) {
   tq_set_log_level(options.log_level);
   tarviod::Config config;
   if (!tarviod::read_config(options.config, config)) return tarviod::kExitFailure;
+  if (options.check_config) {
+    return tarviod::check_config(options, config) ? 0 : tarviod::kExitFailure;
+  }
   tarviod::Background background(options.daemon);
   const tarvio::Fd claim = tarviod::claim_instance();
   if (!claim.valid()) return tarviod::kExitFailure;

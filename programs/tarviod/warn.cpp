@@ -11,4 +11,9 @@ void warn(const char* what, const char* why, int line) {
   tq_log_func(TQ_LOG_WARNING, TARVIO_UNIT, line, "%s: %s", what, why);
 }
 
+void inform(const char* what, const char* state, int line) {
+  (void)printf("tarviod: %s: %s\n", what, state);
+  tq_log_func(TQ_LOG_INFO, TARVIO_UNIT, line, "%s: %s", what, state);
+}
+
 }  // namespace tarviod

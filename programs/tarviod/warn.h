@@ -1,4 +1,5 @@
-// What the manager complains about: on standard error and in the log.
+// What the manager reports: on its standard streams and in the log. A warning goes to standard
+// error.
 #ifndef TARVIOD_WARN_H
 #define TARVIOD_WARN_H
 
@@ -6,6 +7,9 @@ namespace tarviod {
 
 // The line is the caller's: the log names the place that found the mistake.
 void warn(const char* what, const char* why, int line = __builtin_LINE());
+
+// What went well: on standard output, and in the log at level 1.
+void inform(const char* what, const char* state, int line = __builtin_LINE());
 
 }  // namespace tarviod
 

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "support/apps/applications.h"
@@ -108,12 +109,15 @@ TEST_F(Config, IsRefusedWhenItIsADirectory) {
 constexpr char kPeriod[] = "log_period is not a number of seconds: write one from 0 (off) to 86400";
 constexpr char kUnknown[] = "unknown key: use log_file, log_period or hook.TEXT";
 constexpr char kNoColon[] = "no colon in the line: write KEY: VALUE";
+constexpr char kSeveralWords[] = "value of several words: write one word";
+constexpr char kZeroByte[] = "NUL byte in the line: write the file as plain text";
 
 std::string at(int line, const char* complaint) {
   return ":" + std::to_string(line) + ": " + complaint;
 }
 
 TEST(WrongConfig, IsRefusedWithItsLine) {
+  using std::string_literals::operator""s;
   const std::string long_name(128, 'x');
   struct Row {
     std::string text;
@@ -124,6 +128,13 @@ TEST(WrongConfig, IsRefusedWithItsLine) {
       {"log_period: 1\n\n# no line\n  hook.clock clock\n", at(4, kNoColon)},
       {"log_period: 1\rhook\r\nx\n", at(2, kNoColon)},
       {"hook.clock # : clock\n", at(1, kNoColon)},
+      {"log_period: 1\nhook.clock: my clock\n", at(2, kSeveralWords)},
+      {"log_file: /var/log/other log\n", at(1, kSeveralWords)},
+      {"log_period: 1\t2\n", at(1, kSeveralWords)},
+      {"hook.clock: clock: radio\n", at(1, kSeveralWords)},
+      {"log_period: 1\nhook.clock: clock\0x\n"s, at(2, kZeroByte)},
+      {"#\0\n"s, at(1, kZeroByte)},
+      {"log_period: 1\n\0\0\0\0"s, at(2, kZeroByte)},
       {"log_period: x\n", at(1, kPeriod)},
       {"log_period:\n", at(1, kPeriod)},
       {"log_period: -1\n", at(1, kPeriod)},
@@ -188,14 +199,11 @@ TEST(ConfigFile, IsReadAsTheLibraryReadsIt) {
            "hook.a: b\rhook.c: d\r\nhook.e: f\n\rhook.g: h"s,
            "\n\r\n\r \t \n  hook.a  :  b  \n"s,
            "\thook.a\t:\tb\t\n"s,
-           "old name hook.a: one two three\n"s,
-           "hook.a: b: c: d\nhook.c:d:e\n"s,
+           "old name hook.a: b\n"s,
+           "hook.a:b:c:d\nhook.c: d:e\n"s,
            "hook.a: b#c: d\nhook.c: d ; e\n#hook.e: f\n ;\n"s,
            "hook.a: b\nhook.c: d\nhook.a: e\nlog_period: 1\nlog_period: 2\n"s,
            "hook.a: b\vc\nhook.\x80\xff: \xc3\xa9\n"s,
-           "hook.a: b\0c: d\nhook.c\0: d\nhook.e: f\n"s,
-           "hook.a: b\0c: d\n\0\nhook.e: f\n"s,
-           "log_file: /var/log/other log /var/log/user.log\nhook.a: b\n"s,
            "hook." + long_text + ": b\n" + long_text + " hook.a: c\n",
            to_line_end + "hook.a: b\n",
            to_key + "hook.a: b\n",
@@ -228,6 +236,76 @@ TEST_F(Config, IsReadAgainAtSighup) {
   append_to_log(log_line("warning", "2") + log_line("warning", "3", "radio"));
   EXPECT_TRUE(becomes("1\n3\n", "radio"));
   EXPECT_EQ(status_of("clock"), "1\n1\n");
+}
+
+TEST_F(Config, ReportsThatItWasReadAgain) {
+  start();
+  const std::string before = manager().output();
+  reload();
+  EXPECT_TRUE(eventually([&] {
+    return manager().output() == before + "tarviod: /etc/tarvio/tarviod.conf: read again\n";
+  }));
+}
+
+TEST_F(Config, NamesApplicationsThatAreNotInstalled) {
+  const std::string unknown =
+      ": no application of this name is installed: write the whole name of its package\n";
+  write_file(kConfigFile, "log_period: 1\nhook.web: web\nhook.clock: clock\n\nhook.x: clock2\n");
+  start();
+  std::string expected = "tarviod: /etc/tarvio/tarviod.conf:2: web" + unknown +
+                         "tarviod: /etc/tarvio/tarviod.conf:5: clock2" + unknown;
+  EXPECT_EQ(manager().errors(), expected);
+  append_to_log(log_line("warning", "x", "web"));
+  EXPECT_TRUE(becomes("1\nx\n", "web"));
+  write_file(kConfigFile, "log_period: 1\nhook.web: clo\nhook.clock: clock\n");
+  reload();
+  expected += "tarviod: /etc/tarvio/tarviod.conf:2: clo" + unknown;
+  EXPECT_TRUE(eventually([&] { return manager().errors() == expected; }));
+}
+
+class CheckConfig : public WatchedLog {
+ protected:
+  static constexpr char kValid[] = "tarviod: /etc/tarvio/tarviod.conf: valid\n";
+};
+
+TEST_F(CheckConfig, AcceptsAFileWithoutMistakes) {
+  const Ended run = run_tarviod({"--check-config"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.output, kValid);
+  EXPECT_EQ(run.errors, "");
+  EXPECT_FALSE(fs::exists("/usr/local/share/tarvio/ipcom"));
+}
+
+TEST_F(CheckConfig, ReportsAMistake) {
+  write_file(kConfigFile, "log_period: 1\nhook.clock clock\n");
+  const Ended run = run_tarviod({"--check-config"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.output, "");
+  EXPECT_EQ(run.errors, std::string("tarviod: ") + kConfigFile + ":2: " + kNoColon + "\n");
+}
+
+TEST_F(CheckConfig, TakesTheFileThatIsNamed) {
+  write_file(kConfigFile, "nonsense\n");
+  write_file("/etc/tarvio/other.conf", "hook.clock: clock\n");
+  const Ended run = run_tarviod({"-c", "/etc/tarvio/other.conf", "--check-config"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.output, "tarviod: /etc/tarvio/other.conf: valid\n");
+}
+
+TEST_F(CheckConfig, NamesApplicationsThatAreNotInstalled) {
+  write_file(kConfigFile, "hook.web: web\n");
+  const Ended run = run_tarviod({"--check-config"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.output, kValid);
+  EXPECT_THAT(run.errors, testing::StartsWith("tarviod: /etc/tarvio/tarviod.conf:1: web: "));
+}
+
+TEST_F(CheckConfig, LeavesTheRunningManagerAlone) {
+  start();
+  EXPECT_EQ(run_tarviod({"--check-config"}).status, 0);
+  EXPECT_EQ(listening_process(), manager().pid());
+  append_to_log(log_line("warning", "x"));
+  EXPECT_TRUE(becomes("1\nx\n"));
 }
 
 TEST_F(Config, LosesNoLineWhenItIsReadAgain) {

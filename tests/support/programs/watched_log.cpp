@@ -80,6 +80,7 @@ pid_t next_reader(const Tarviod& manager, pid_t before, const char* log) {
 }
 
 WatchedLog::WatchedLog() {
+  for (const char* application : {"clock", "mark"}) install_package(application, "Application");
   write_file(kLogFile, "");
   write_file(kConfigFile, "log_period: 1\nhook.clock: clock\nhook.mark: mark\n");
 }
