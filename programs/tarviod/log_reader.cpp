@@ -65,13 +65,17 @@ void make_detail(std::string_view message, char (&detail)[kMaxDetailBytes + 1]) 
                   [](char byte) { return is_blank(byte) ? ' ' : byte; }) = '\0';
 }
 
-// A field of two words and a dot after date and host, which the parser does not ask for; a mark
-// line may lack it.
+// A field of two words and a dot after month, day, time and host, which the parser does not ask
+// for; a mark line may lack it.
 bool has_level(const char* line) {
-  char field[kMaxLineBytes + 1];
-  if (tq_get_month(line) < 0 || sscanf(line, "%*s %*s %*s %*s %s", field) != 1) return false;
-  return strstr(field, "--") != nullptr ||
-         (strchr(field, '.') != nullptr && field[strlen(field) - 1] != ':');
+  constexpr int kFieldsBefore = 4;
+  if (tq_get_month(line) < 0) return false;
+  for (int field = 0; field < kFieldsBefore; ++field) {
+    line += strcspn(line, " ");
+    line += strspn(line, " ");
+  }
+  const std::string_view level(line, strcspn(line, " \n"));
+  return level.find("--") != level.npos || (level.find('.') != level.npos && level.back() != ':');
 }
 
 bool is_same_file(const LogPosition& position, const struct stat& info) {

@@ -15,7 +15,7 @@ namespace tarviod {
 
 namespace {
 
-constexpr int kPauseUs = 100'000;
+constexpr int kPauseMs = 100;
 
 // Beside the words of the protocol, for clients that mean exactly one application.
 constexpr std::array<tq_com_word, 3> kExactWords = {{
@@ -58,7 +58,8 @@ void serve_client() {
   if (client >= 0) {
     (void)tq_request_handler(client);
   } else {
-    (void)usleep(kPauseUs);  // until something frees the descriptor or memory that is short
+    (void)poll(nullptr, 0,
+               kPauseMs);  // until something frees the descriptor or memory that is short
   }
 }
 
