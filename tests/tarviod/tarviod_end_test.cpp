@@ -59,6 +59,19 @@ TEST_P(Signal, KeepsTheApplicationsWhenTold) {
 
 INSTANTIATE_TEST_SUITE_P(TarviodEnd, Signal, testing::Values(SIGTERM, SIGINT));
 
+TEST(TarviodEnd, StopsWhatOnlyItsExactNameReaches) {
+  install_application("web");
+  install_application("webserver");  // comes first in the order of the manager
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_exact\nweb\n"), "0\n\n");
+  const pid_t web = process_of("web");
+  manager.send(SIGTERM);
+  EXPECT_EQ(manager.end(), 0);
+  EXPECT_TRUE(ends(web));
+  EXPECT_TRUE(was_stopped("web"));
+}
+
 TEST(TarviodEnd, RunsNoStopFileOfAnApplicationThatWasNotStarted) {
   install_application("clock");
   install_application("radio");

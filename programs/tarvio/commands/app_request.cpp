@@ -31,8 +31,7 @@ using Names = std::vector<std::string>;
 Names installed_applications() {
   const Listing listing = list_packages(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr);
   if (listing.code != 0 && listing.code != ENOENT) {  // without a directory there are none
-    throw Failure(listing.code,
-                  "cannot list the installed applications: " + result_words(listing.code));
+    throw Failure(listing.code, "cannot list the installed applications: " + listing.reason);
   }
   Names names;
   for (const Package& package : listing.packages) names.push_back(package.name);

@@ -16,6 +16,7 @@
 #include "flash/image_check.h"
 #include "process/failure.h"
 #include "process/paths.h"
+#include "process/required_tools.h"
 #include "terminal/output.h"
 
 namespace client {
@@ -48,6 +49,7 @@ class BackupRun {
         progress_(request.progress) {}
 
   void run() {
+    require_tools({"ar", "tar"});
     check_target();
     const FlashLock lock;
     for (const std::string& place : {work_place_, target_directory_}) {

@@ -4,7 +4,6 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -95,13 +94,6 @@ void check_identity(const PackageFile& package) {
       EINVAL, "its control.tar.gz has no package name or version: damaged, or not a package file");
 }
 
-// A tool that finds no space leaves what looks like a damaged file.
-void check_space() {
-  struct statvfs place = {};
-  if (statvfs(".", &place) != 0 || place.f_bavail != 0) return;
-  throw Failure(ENOSPC, "no space is left in the work directory; set TMPDIR to another place");
-}
-
 // In the work directory, in a process of its own. The result is a line each: name, version and,
 // when there is a tqcontrol, category, subcategory and targets.
 std::string read_control_files(const std::string& path) {
@@ -109,10 +101,7 @@ std::string read_control_files(const std::string& path) {
   bound_files();
   check_extracted(tq_extract_from_ar(kLink, kControlArchive), "it");
   check_regular(kControlArchive);
-  if (look_for(kControlArchive) == Found::kNothing) {
-    check_space();
-    throw no_archive("control.tar.gz");
-  }
+  if (look_for(kControlArchive) == Found::kNothing) throw no_archive("control.tar.gz");
   check_extracted(tq_extract_from_tgz(kControlArchive, kControl), "its control.tar.gz");
   check_regular(kControl);
   const std::string control = read_control_text(kControl).value_or("");
@@ -121,7 +110,6 @@ std::string read_control_files(const std::string& path) {
   check_extracted(tq_extract_from_tgz(kControlArchive, kTqControl), "its control.tar.gz");
   check_regular(kTqControl);
   const bool has_kind = look_for(kTqControl) == Found::kRegularFile;
-  if (name.empty() || version.empty() || !has_kind) check_space();
   return name + '\n' + version + '\n' + (has_kind ? kind_lines() : "");
 }
 
@@ -161,6 +149,9 @@ PackageFile read_package_file(const WorkDirectory& directory, const std::string&
                                .subcategory = lines.at(3),
                                .subcategory_code = tq_tbx_conv_package_subtype(lines.at(3).c_str()),
                                .targets = {lines.begin() + 4, lines.end()}};
+  }
+  if (package.name.empty() || package.version.empty() || !package.kind) {
+    directory.check_space_left();
   }
   check_identity(package);
   return package;

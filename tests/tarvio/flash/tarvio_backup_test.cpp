@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "support/flash/flash_client.h"
+#include "support/packages/tarvio_packages.h"
 
 namespace tarvio_test {
 namespace {
@@ -152,6 +153,16 @@ TEST_F(ClientBackup, ReplacesAFileOnlyWhenToldTo) {
   EXPECT_EQ(read_file("image.tbx"), "old");
   EXPECT_EQ(back_up({"kernel", "--overwrite"}).status, 0);
   EXPECT_THAT(read_file("image.tbx"), StartsWith("!<arch>\n"));
+}
+
+TEST_F(ClientBackup, NamesAToolThatIsMissing) {
+  for (const std::string tool : {"ar", "tar"}) {
+    const PathWithout path(tool);
+    const FlashRun ran = back_up({"kernel"});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(ran.errors, "tarvio: cannot back up to 'image.tbx': the tool " + tool +
+                              " is missing; install it, or add its directory to PATH (2)\n");
+  }
 }
 
 TEST_F(ClientBackup, ReplacesNoDirectory) {

@@ -119,8 +119,8 @@ TEST_F(ClientRefusal, TakesAFullTemporaryDirectoryForNoDamage) {
     const Ran run =
         run_tarvio({command, package.path()}, [&] { ::setenv("TMPDIR", full.path().c_str(), 1); });
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, EndsWith("': no space is left in the work directory; set TMPDIR to "
-                                     "another place (28)\n"));
+    EXPECT_THAT(run.errors, EndsWith("': no space left in '" + full.path().string() +
+                                     "' for intermediate files (28)\n"));
   }
   EXPECT_EQ(::umount(full.path().c_str()), 0);
   EXPECT_EQ(opkg.arguments(), Names());
