@@ -98,7 +98,8 @@ void check_identity(const PackageFile& package) {
 // A tool that finds no space leaves what looks like a damaged file.
 void check_space() {
   struct statvfs place = {};
-  if (statvfs(".", &place) != 0 || place.f_bavail != 0) return;
+  const bool is_counted = statvfs(".", &place) == 0 && place.f_blocks != 0;
+  if (!is_counted || place.f_bavail != 0) return;
   throw Failure(ENOSPC, "no space is left in the work directory; set TMPDIR to another place");
 }
 
