@@ -141,8 +141,8 @@ TEST(ClientManual, HasAnEntryForEveryExitStatus) {
     documented.insert((*at)[1]);
   }
   Names statuses;
-  for (const int status :
-       {kDone, kFailed, kStateWarning, kStateError, kNoManager, kNoStatus, kTimeout, kUsage}) {
+  for (const int status : {kDone, kFailed, kStateWarning, kStateError, kNoManager, kNoStatus,
+                           kTimeout, kNoMatch, kUsage}) {
     statuses.insert(std::to_string(status));
   }
   EXPECT_EQ(documented, statuses);
