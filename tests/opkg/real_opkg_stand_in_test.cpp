@@ -32,6 +32,8 @@ std::string state_after_scenario() {
   std::string state;
   FILE* const output =
       ::popen(("cd " TARVIO_TEST_DATA "/opkg/packages\n" + std::string(kScenario)).c_str(), "r");
+  if (output == nullptr) ADD_FAILURE() << "cannot run the scenario";
+  if (output == nullptr) return state;
   for (int byte = std::fgetc(output); byte != EOF; byte = std::fgetc(output))
     state += static_cast<char>(byte);
   ::pclose(output);

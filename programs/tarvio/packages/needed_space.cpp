@@ -44,7 +44,8 @@ void NeededSpace::check() const {
       throw Failure::of_system("cannot find out the free space of '" + place.directory + "'");
     }
     const uint64_t free_bytes = uint64_t{status.f_bavail} * status.f_frsize;
-    if (place.bytes <= free_bytes) continue;
+    const bool is_counted = status.f_blocks != 0;  // not where the root is in memory
+    if (!is_counted || place.bytes <= free_bytes) continue;
     throw Failure(ENOSPC, "not enough space in '" + place.directory +
                               "': " + size_words(place.bytes) + " needed, " +
                               size_words(free_bytes) + " free");

@@ -53,9 +53,9 @@ std::string information_in(std::string_view text) {
 }
 
 std::string information_of_newer_opkg(const std::string& root) {
-  const std::string directory = root + kConfiguration;
+  const std::string directory = root + kConfiguration + '/';
   for (const std::string& file : entries_of(directory, ".conf")) {
-    const std::string configured = information_in(read_system_file(directory + "/" + file));
+    const std::string configured = information_in(read_system_file(directory + file));
     if (!configured.empty()) return root + configured;
   }
   return root + kNewerInformation;

@@ -35,11 +35,12 @@ Listing listing_of_library() {
 // The library passes over a file that it cannot read, as over one that is not there (oddity 66),
 // and over what finds no memory (oddity 30). Throws a Failure when it may have done so.
 void check_complete(const std::vector<Package>& packages) {
-  const std::string directory = information_directory();
+  const std::string directory = information_directory() + '/';
   for (const std::string& file : control_files_in(directory)) {
-    const std::string control = read_information(directory + "/" + file).value_or("");
+    const std::string control = read_information(directory + file).value_or("");
     const std::string name = value_in(control, "Package");
-    if (is_package_name(name)) (void)read_information(directory + "/" + name + ".tqcontrol");
+    const std::string beginning = directory + name;
+    if (is_package_name(name)) (void)read_information(beginning + ".tqcontrol");
   }
   const Listing again = listing_of_library();
   if (again.code != 0) throw Failure(again.code, again.reason);

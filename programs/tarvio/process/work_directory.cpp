@@ -85,8 +85,10 @@ void WorkDirectory::remove_left_over(const std::string& beginning) {
 void WorkDirectory::check_space_left() const {
   struct statvfs space = {};
   if (statvfs(path_.c_str(), &space) != 0) return;
-  // Some file systems do not count their files.
-  if (space.f_bavail != 0 && (space.f_files == 0 || space.f_favail != 0)) return;
+  // Some file systems count no files, and a root in memory no blocks either.
+  const bool has_blocks = space.f_blocks == 0 || space.f_bavail != 0;
+  const bool has_files = space.f_files == 0 || space.f_favail != 0;
+  if (has_blocks && has_files) return;
   throw Failure(ENOSPC, "no space left in '" + path_.substr(0, path_.rfind('/')) +
                             "' for intermediate files");
 }

@@ -146,6 +146,11 @@ TEST_F(ClientRefusal, WantsSpaceForTheFiles) {
   EXPECT_EQ(
       complaint("drwxr-xr-x" + entry + "a\nlrwxrwxrwx" + entry + "b\n-rw-r--r--" + entry + "c\n"),
       "");
+  // A file system that does not count its blocks, as the root of a system in memory.
+  std::filesystem::create_directory(small / "uncounted");
+  ASSERT_EQ(::mount("ramfs", (small / "uncounted").c_str(), "ramfs", 0, nullptr), 0);
+  EXPECT_EQ(complaint("-rw-r--r--" + entry + "uncounted/a\n"), "");
+  EXPECT_EQ(::umount((small / "uncounted").c_str()), 0);
   write_file(small / "old", std::string(50000, 'x'));  // replaced
   EXPECT_EQ(complaint("-rw-r--r--" + entry + "old\n"), "");
   EXPECT_EQ(::umount(small.path().c_str()), 0);
