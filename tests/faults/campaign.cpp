@@ -61,8 +61,12 @@ std::string joined(const std::vector<std::string>& words) {
 }
 
 // More may follow: what else there is to report about a success.
-bool says_the_same(const std::string& output, const std::string& reference) {
-  return output.starts_with(reference.substr(0, reference.find_last_not_of('\n') + 1));
+bool says_the_same(const Subject& subject, const Run& run, const Run& reference) {
+  const auto said = [&](const std::string& output) {
+    return subject.said ? subject.said(output) : output;
+  };
+  const std::string expected = said(reference.output);
+  return said(run.output).starts_with(expected.substr(0, expected.find_last_not_of('\n') + 1));
 }
 
 Verdict judge(const Subject& subject, const Run& run, const Reference& reference) {
@@ -72,7 +76,7 @@ Verdict judge(const Subject& subject, const Run& run, const Reference& reference
   if (run.is_late) verdict.find(verdict.is_hang, "still running after more than two seconds");
   const std::string wrong = subject.wrong ? subject.wrong(run) : "";
   if (!wrong.empty()) verdict.find(verdict.is_untrue, wrong);
-  if (run.status == 0 && !says_the_same(run.output, reference.run.output)) {
+  if (run.status == 0 && !says_the_same(subject, run, reference.run)) {
     verdict.find(verdict.is_untrue, "exit 0 with other output");
   }
   if (run.status == 0 && subject.state() != reference.state) {

@@ -19,6 +19,8 @@ struct Subject {
   std::function<void()> prepare;
   // The state of the device after a run, compared with that after the run without a fault.
   std::function<std::string()> state;
+  // The part of the output that is always the same; all of it unless it is given.
+  std::function<std::string(const std::string&)> said = {};
   // What is wrong beside what holds for every program; empty when nothing is.
   std::function<std::string(const Run&)> wrong = {};
 };

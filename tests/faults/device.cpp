@@ -54,20 +54,27 @@ void load_installed(const std::string& name) {
   }
 }
 
-std::string tree_of(const fs::path& directory) {
-  std::vector<std::string> lines;
-  for (const auto& entry : fs::recursive_directory_iterator(directory)) {
-    std::ostringstream line;
-    line << std::oct << static_cast<unsigned>(entry.symlink_status().permissions()) << ' '
-         << entry.path().string();
-    if (entry.is_regular_file()) {
-      line << ' ' << std::hex << std::hash<std::string>()(tarvio_test::read_file(entry.path()));
-    }
-    lines.push_back(line.str());
+namespace {
+
+std::string line_of(const fs::path& path) {
+  std::ostringstream line;
+  line << std::oct << static_cast<unsigned>(fs::symlink_status(path).permissions()) << ' '
+       << path.string();
+  if (fs::is_regular_file(path)) {
+    line << ' ' << std::hex << std::hash<std::string>()(tarvio_test::read_file(path));
   }
+  return line.str() + '\n';
+}
+
+}  // namespace
+
+std::string tree_of(const fs::path& path) {
+  if (!fs::is_directory(path)) return line_of(path);
+  std::vector<std::string> lines;
+  for (const auto& entry : fs::recursive_directory_iterator(path)) lines.push_back(line_of(entry));
   std::sort(lines.begin(), lines.end());
   std::string tree;
-  for (const std::string& line : lines) tree += line + '\n';
+  for (const std::string& line : lines) tree += line;
   return tree;
 }
 

@@ -18,8 +18,9 @@ void clear_device();
 void save_installed(const std::string& name);
 void load_installed(const std::string& name);
 
-// A line for each entry below a directory: its mode, its path, and a checksum of its content.
-std::string tree_of(const std::filesystem::path& directory);
+// A line for each entry below a directory, or for a file: mode, path, and a checksum of the
+// content.
+std::string tree_of(const std::filesystem::path& path);
 // Of the directories of installed packages and of the work directory.
 std::string state_of_device();
 

@@ -45,7 +45,7 @@ void start_manager() {
   if (manager == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
-      dup2(open(kManagerOutput, O_WRONLY | O_APPEND)| O_CREAT | O_APPEND, 0644), stream);
+      dup2(open(kManagerOutput, O_WRONLY | O_APPEND | O_CLOEXEC), stream);
     }
     execl(TARVIOD, "tarviod", nullptr);
     _exit(126);
