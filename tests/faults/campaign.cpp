@@ -76,17 +76,21 @@ Verdict judge(const Subject& subject, const Run& run, const Reference& reference
   if (run.is_late) verdict.find(verdict.is_hang, "still running after more than two seconds");
   const std::string wrong = subject.wrong ? subject.wrong(run) : "";
   if (!wrong.empty()) verdict.find(verdict.is_untrue, wrong);
-  if (run.status == 0 && !says_the_same(subject, run, reference.run)) {
+  if (run.status == 0 && subject.keeps_word && !says_the_same(subject, run, reference.run)) {
     verdict.find(verdict.is_untrue, "exit 0 with other output");
   }
-  if (run.status == 0 && subject.state() != reference.state) {
+  if (run.status == 0 && subject.keeps_word && subject.state() != reference.state) {
     verdict.find(verdict.is_untrue, "exit 0 without the result");
   }
   if (run.status > 0 && run.errors.empty()) {
     verdict.find(verdict.is_silent, "exit " + std::to_string(run.status) + " without a reason");
   }
-  if (!run.left.empty() && !may_leave(run)) {
+  if (subject.keeps_word && !run.left.empty() && !may_leave(run)) {
     verdict.find(verdict.is_leftover, "left: " + joined(run.left));
+  }
+  const int64_t lost = run.record.live - reference.run.record.live;
+  if (subject.program.is_watched && run.status >= 0 && lost > 0) {
+    verdict.find(verdict.is_leftover, std::to_string(lost) + " allocations lost");
   }
   return verdict;
 }
@@ -132,6 +136,7 @@ Findings try_faults(const Subject& subject, const Choice& choice) {
   const fault_record& record = reference.run.record;
   for (uint32_t i = 0; i < std::min<uint32_t>(record.process_count, FAULT_PROCESSES); ++i) {
     const fault_process& process = record.processes[i];
+    if (process.is_forked != 0 && !subject.has_forks) continue;
     for (uint32_t kind = 0; kind < FAULT_KINDS; ++kind) {
       // A run with a fault may come to more of them than that without.
       for (uint32_t number = choice.first;; number += choice.every) {
@@ -156,6 +161,11 @@ bool show_fault(const Subject& subject, const Fault& fault) {
   std::printf("failed:   %s\n", run.has_happened() ? place_of(run.record).c_str() : "nothing");
   std::printf("status:   %d, after %.3f s, without a fault %.3f s\n", run.status, run.seconds,
               reference.run.seconds);
+  for (uint32_t i = 0; i < reference.run.record.process_count; ++i) {
+    const fault_process& process = reference.run.record.processes[i];
+    std::printf("process %-4s %u allocations, %u calls\n", process.path,
+                process.counts[FAULT_ALLOC], process.counts[FAULT_CALL]);
+  }
   std::printf("output:\n%serrors:\n%s", run.output.c_str(), run.errors.c_str());
   if (subject.state() != reference.state) {
     std::printf("state:\n%sinstead of:\n%s", subject.state().c_str(), reference.state.c_str());

@@ -21,6 +21,11 @@ struct Subject {
   std::function<std::string()> state;
   // The part of the output that is always the same; all of it unless it is given.
   std::function<std::string(const std::string&)> said = {};
+  // Whether its output and the state of the device must be right when it ends with 0, and nothing
+  // may be left.
+  bool keeps_word = true;
+  // Whether what it forks, before it executes something else, is tried too.
+  bool has_forks = true;
   // What is wrong beside what holds for every program; empty when nothing is.
   std::function<std::string(const Run&)> wrong = {};
 };
@@ -30,9 +35,9 @@ struct Findings {
   int faults = 0;
   int crashes = 0;
   int hangs = 0;
-  int untrue = 0;  // exit status 0, and the result is not there
-  int silent = 0;  // another one, and no reason
-  int leftovers = 0;
+  int untrue = 0;     // exit status 0, and the result is not there
+  int silent = 0;     // another one, and no reason
+  int leftovers = 0;  // files, processes, or memory
 
   int sum() const { return crashes + hangs + untrue + silent + leftovers; }
 };
@@ -49,6 +54,8 @@ bool show_fault(const Subject& subject, const Fault& fault);
 std::vector<Subject> package_subjects();
 std::vector<Subject> flash_subjects();
 std::vector<Subject> manager_subjects();
+std::vector<Subject> day_subjects();
+std::vector<Subject> library_subjects();
 
 }  // namespace faults
 

@@ -21,6 +21,14 @@ void load_installed(const std::string& name);
 // A line for each entry below a directory, or for a file: mode, path, and a checksum of the
 // content.
 std::string tree_of(const std::filesystem::path& path);
+// The preparations of the commands, which the functions below them need as well.
+void save_packages();
+void prepare_package_files();
+void prepare_installed_packages();
+void prepare_flash();
+void prepare_started_applications();
+void prepare_installed_applications();
+
 // Of the directories of installed packages and of the work directory.
 std::string state_of_device();
 

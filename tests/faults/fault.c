@@ -35,6 +35,7 @@
 #undef fwrite_unlocked
 
 /* No declaration in a header: libc's own allocator, which dlsym could not find without it. */
+void __libc_free(void* memory);
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* memory, size_t size);
@@ -46,6 +47,9 @@ static struct fault_process overflow; /* of processes that the record has no roo
 static uint8_t children;
 static bool is_target;
 static bool is_program;
+static bool is_counting;
+static char loaded[2048];
+static char record_path[256];
 
 static void enter_process(const char* path) {
   const uint32_t place = __atomic_fetch_add(&record->process_count, 1, __ATOMIC_SEQ_CST);
@@ -56,10 +60,28 @@ static void enter_process(const char* path) {
   children = 0;
 }
 
+static void name_child(char* path, size_t size) {
+  (void)snprintf(path, size, is_program ? "%.0s%u" : "%s.%u", self->path, children);
+}
+
 static void enter_child(void) {
   char path[FAULT_PATH + 4];
-  (void)snprintf(path, sizeof path, is_program ? "%.0s%u" : "%s.%u", self->path, children);
+  name_child(path, sizeof path);
   enter_process(path);
+  self->is_forked = 1;
+}
+
+/* Of the program itself, when it is executed once more: loads this module again. */
+static char* const* environment_of_child(char* const* environment) {
+  static char process[FAULT_PATH + 32];
+  static char* words[256] = {loaded, record_path, process};
+  char path[FAULT_PATH + 4];
+  name_child(path, sizeof path);
+  (void)snprintf(process, sizeof process, FAULT_PROCESS "=%s", path);
+  size_t count = 3;
+  for (; *environment != NULL && count < 255; ++environment) words[count++] = *environment;
+  words[count] = NULL;
+  return words;
 }
 
 static void note_frames(void) {
@@ -77,7 +99,7 @@ static void note_frames(void) {
 }
 
 static bool fails(uint32_t kind, const char* function, int error) {
-  if (self == NULL) return false;
+  if (!is_counting) return false;
   const uint32_t number = __atomic_add_fetch(&self->counts[kind], 1, __ATOMIC_SEQ_CST);
   if (!is_target || kind != record->kind || number != record->number) return false;
   (void)snprintf(record->function, sizeof record->function, "%s", function);
@@ -96,28 +118,49 @@ __attribute__((constructor(200))) static void start(void) {
   void* const map = mmap(NULL, sizeof *record, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   if (fd < 0 || map == MAP_FAILED) abort();
   (void)close(fd);
+  (void)snprintf(loaded, sizeof loaded, "LD_PRELOAD=%s", getenv("LD_PRELOAD"));
+  (void)snprintf(record_path, sizeof record_path, FAULT_VARIABLE "=%s", path);
   (void)unsetenv("LD_PRELOAD");
   (void)unsetenv(FAULT_VARIABLE);
   /* The first one loads a library. */
   void* address = NULL;
   (void)backtrace(&address, 1);
   record = map;
-  enter_process("0");
+  const char* const process = getenv(FAULT_PROCESS);
+  enter_process(process == NULL ? "0" : process);
+  (void)unsetenv(FAULT_PROCESS);
+  is_counting = record->is_watched == 0;
 }
 
-#define ALLOCATION(result, name, parameters, failure, call) \
-  result name parameters { return fails(FAULT_ALLOC, #name, ENOMEM) ? (failure) : (call); }
+void fault_watch(int begins) { is_counting = record != NULL && begins != 0; }
 
-ALLOCATION(void*, malloc, (size_t size), NULL, __libc_malloc(size))
-ALLOCATION(void*, calloc, (size_t count, size_t size), NULL, __libc_calloc(count, size))
-ALLOCATION(void*, realloc, (void* memory, size_t size), NULL, __libc_realloc(memory, size))
-ALLOCATION(void*, aligned_alloc, (size_t alignment, size_t size), NULL,
-           __libc_memalign(alignment, size))
+static void* count_live(void* memory) {
+  if (is_counting && memory != NULL) __atomic_add_fetch(&record->live, 1, __ATOMIC_SEQ_CST);
+  return memory;
+}
+
+#define ALLOCATION(name, parameters, call) \
+  void* name parameters { return fails(FAULT_ALLOC, #name, ENOMEM) ? NULL : count_live(call); }
+
+ALLOCATION(malloc, (size_t size), __libc_malloc(size))
+ALLOCATION(calloc, (size_t count, size_t size), __libc_calloc(count, size))
+ALLOCATION(aligned_alloc, (size_t alignment, size_t size), __libc_memalign(alignment, size))
 
 int posix_memalign(void** memory, size_t alignment, size_t size) {
   if (fails(FAULT_ALLOC, "posix_memalign", ENOMEM)) return ENOMEM;
-  *memory = __libc_memalign(alignment, size);
+  *memory = count_live(__libc_memalign(alignment, size));
   return *memory == NULL ? ENOMEM : 0;
+}
+
+void* realloc(void* memory, size_t size) {
+  if (fails(FAULT_ALLOC, "realloc", ENOMEM)) return NULL;
+  void* const moved = __libc_realloc(memory, size);
+  return memory == NULL ? count_live(moved) : moved;
+}
+
+void free(void* memory) {
+  if (is_counting && memory != NULL) __atomic_sub_fetch(&record->live, 1, __ATOMIC_SEQ_CST);
+  __libc_free(memory);
 }
 
 #define REAL(result, name, parameters)                              \
@@ -243,10 +286,18 @@ CALL(int, socket, (int domain, int type, int protocol), (domain, type, protocol)
 /* Processes and threads. */
 CALL(int, execvp, (const char* file, char* const* arguments), (file, arguments), -1, ENOMEM)
 CALL(FILE*, popen, (const char* command, const char* mode), (command, mode), NULL, EAGAIN)
-CALL(int, posix_spawn,
-     (pid_t * pid, const char* path, const posix_spawn_file_actions_t* actions,
-      const posix_spawnattr_t* attributes, char* const* arguments, char* const* environment),
-     (pid, path, actions, attributes, arguments, environment), EAGAIN, EAGAIN)
+REAL(int, posix_spawn,
+     (pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
+      char* const*, char* const*))
+int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
+                const posix_spawnattr_t* attributes, char* const* arguments,
+                char* const* environment) {
+  if (fails(FAULT_CALL, "posix_spawn", EAGAIN)) return EAGAIN;
+  ++children;
+  const bool is_own = self != NULL && strcmp(path, "/proc/self/exe") == 0;
+  return real_posix_spawn(pid, path, actions, attributes, arguments,
+                          is_own ? environment_of_child(environment) : environment);
+}
 CALL(int, pthread_create,
      (pthread_t * thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument),
      (thread, attributes, run, argument), EAGAIN, EAGAIN)

@@ -12,6 +12,7 @@ enum { FAULT_PROCESSES = 64, FAULT_PATH = 32, FAULT_FRAMES = 32, FAULT_NAME = 32
  */
 struct fault_process {
   char path[FAULT_PATH];
+  uint32_t is_forked;           /* rather than the program, executed once more */
   uint32_t counts[FAULT_KINDS]; /* what could have failed in it so far */
 };
 
@@ -25,6 +26,7 @@ struct fault_record {
   uint32_t kind;
   uint32_t number; /* from 1; 0 for no fault */
   char path[FAULT_PATH];
+  uint32_t is_watched; /* only what is between two calls of fault_watch counts */
   /* Set by the module. */
   uint32_t process_count;
   struct fault_process processes[FAULT_PROCESSES];
@@ -33,12 +35,21 @@ struct fault_record {
   char function[FAULT_NAME];
   uint32_t frame_count;
   struct fault_frame frames[FAULT_FRAMES];
-  int64_t live;        /* allocations of a watched stretch that were not freed */
-  uint32_t is_watched; /* whether there was such a stretch */
+  int64_t live; /* of a watched stretch: allocations that were not freed */
 };
 
 /* The environment variable that names the file. The module takes it and LD_PRELOAD out of the
  * environment: the tools that the program executes are not under test. */
 #define FAULT_VARIABLE "TARVIO_FAULT_RECORD"
+/* That of the path of a process, for a program that executes itself. */
+#define FAULT_PROCESS "TARVIO_FAULT_PROCESS"
+
+/* Exported by the module, for a program that is made to be watched: begins such a stretch, or ends
+ * it. */
+#ifdef __cplusplus
+extern "C"
+#endif
+    void
+    fault_watch(int begins) __attribute__((weak));
 
 #endif

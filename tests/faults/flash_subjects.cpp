@@ -42,10 +42,14 @@ void make_area(const Area& area, const std::string& text) {
   write_file(std::string(area.device) + ".bad", area.bad);
 }
 
-void prepare_full() {
+}  // namespace
+
+void prepare_flash() {
   clear_device();
   for (const Area& area : kAreas) make_area(area, area.text);
 }
+
+namespace {
 
 void prepare_erased() {
   clear_device();
@@ -56,7 +60,7 @@ void prepare_erased() {
 void set_up() {
   fs::create_directories("/dev/mtdblock4.tree");
   write_file("/dev/mtdblock4.tree/root", "of the root file system\n");
-  prepare_full();
+  prepare_flash();
   fs::create_directories("/run/faults/saved");
   // For the restores, of areas that need no mount.
   shell(TARVIO_CLIENT " backup kernel bootsetting bootloader --to image.tbx && mv image.tbx " +
@@ -94,8 +98,8 @@ std::string conclusion(const std::string& output) {
   return output.substr(start, output.find(".tbx", start) - start);
 }
 
-Subject subject(const std::string& name, const std::vector<std::string>& words,
-                void (*prepare)(), std::string (*state)()) {
+Subject subject(const std::string& name, const std::vector<std::string>& words, void (*prepare)(),
+                std::string (*state)()) {
   Program program = {.command = {TARVIO_CLIENT}};
   program.command.insert(program.command.end(), words.begin(), words.end());
   return {.name = name,
@@ -110,12 +114,12 @@ Subject subject(const std::string& name, const std::vector<std::string>& words,
 
 std::vector<Subject> flash_subjects() {
   return {
-      subject("areas", {"areas"}, prepare_full, state_of_devices),
-      subject("backup", {"backup", "bootloader", "kernel", "--to", "image.tbx"}, prepare_full,
+      subject("areas", {"areas"}, prepare_flash, state_of_devices),
+      subject("backup", {"backup", "bootloader", "kernel", "--to", "image.tbx"}, prepare_flash,
               state_of_image),
-      subject("backup-verify", {"backup", "kernel", "--verify", "--to", "image.tbx"}, prepare_full,
+      subject("backup-verify", {"backup", "kernel", "--verify", "--to", "image.tbx"}, prepare_flash,
               state_of_image),
-      subject("backup-rootfs", {"backup", "rootfs", "--to", "image.tbx"}, prepare_full,
+      subject("backup-rootfs", {"backup", "rootfs", "--to", "image.tbx"}, prepare_flash,
               state_of_image),
       subject("restore", {"restore", "image.tbx", "--yes"}, prepare_erased, state_of_devices),
   };

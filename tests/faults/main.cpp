@@ -26,7 +26,8 @@ namespace fs = std::filesystem;
 
 std::vector<Subject> all_subjects() {
   std::vector<Subject> subjects;
-  for (const auto& some : {package_subjects(), flash_subjects(), manager_subjects()}) {
+  for (const auto& some : {package_subjects(), flash_subjects(), manager_subjects(), day_subjects(),
+                           library_subjects()}) {
     subjects.insert(subjects.end(), some.begin(), some.end());
   }
   return subjects;

@@ -61,22 +61,36 @@ void request(const std::string& words) {
   if (ask(TQ_COM_SOCKET_PATH, words) != "0\n\n") throw std::runtime_error(words);
 }
 
-void prepare_stopped() {
+}  // namespace
+
+void prepare_installed_applications() {
   end_manager();
   clear_device();
   fs::remove(TQ_COM_SOCKET_PATH);
-  for (const char* name : {"clock", "radio"}) tarvio_test::install_application(name);
+  for (const char* name : {"clock", "radio"}) {
+    tarvio_test::install_application(name);
+    tarvio_test::forget_process_of(name);
+  }
+}
+
+namespace {
+
+void prepare_stopped() {
+  prepare_installed_applications();
   start_manager();
 }
 
-void prepare_started() {
+}  // namespace
+
+void prepare_started_applications() {
   prepare_stopped();
   for (const char* name : {"clock", "radio"}) {
-    tarvio_test::forget_process_of(name);
     request("start_app\n" + std::string(name) + "\n");
     tarvio_test::process_of(name);
   }
 }
+
+namespace {
 
 // The statuses, and how many of the applications run.
 std::string state_of_manager() {
@@ -104,13 +118,13 @@ Subject subject(const std::string& name, const std::vector<std::string>& words, 
 
 std::vector<Subject> manager_subjects() {
   return {
-      subject("status", {"status"}, prepare_started),
-      subject("status-json", {"status", "--json"}, prepare_started),
-      subject("status-name", {"status", "clock"}, prepare_started),
+      subject("status", {"status"}, prepare_started_applications),
+      subject("status-json", {"status", "--json"}, prepare_started_applications),
+      subject("status-name", {"status", "clock"}, prepare_started_applications),
       subject("start", {"start", "clock"}, prepare_stopped),
-      subject("stop", {"stop", "clock"}, prepare_started),
+      subject("stop", {"stop", "clock"}, prepare_started_applications),
       subject("start-all", {"start-all"}, prepare_stopped),
-      subject("stop-all", {"stop-all"}, prepare_started),
+      subject("stop-all", {"stop-all"}, prepare_started_applications),
   };
 }
 

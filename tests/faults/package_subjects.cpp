@@ -21,23 +21,27 @@ void copy_package(const std::string& name) {
   fs::copy_file(TARVIO_TEST_DATA "/opkg/packages/" + name + ".ipk", kWork + "/" + name + ".tbx");
 }
 
-void prepare_files() {
+}  // namespace
+
+void prepare_package_files() {
   clear_device();
   for (const char* name : {"app-1.0", "app-2.0"}) copy_package(name);
 }
 
 void save_packages() {
-  prepare_files();
+  prepare_package_files();
   shell("opkg install " TARVIO_TEST_DATA
         "/opkg/packages/app-1.0.ipk && opkg install " TARVIO_TEST_DATA
         "/opkg/packages/lib-1.0.ipk");
   save_installed("packages");
 }
 
-void prepare_installed() {
-  prepare_files();
+void prepare_installed_packages() {
+  prepare_package_files();
   load_installed("packages");
 }
+
+namespace {
 
 void prepare_source() {
   clear_device();
@@ -65,15 +69,15 @@ Subject subject(const std::string& name, const std::vector<std::string>& words, 
 
 std::vector<Subject> package_subjects() {
   return {
-      subject("list", {"list"}, prepare_installed),
-      subject("list-json", {"list", "--json"}, prepare_installed),
-      subject("install", {"install", "app-1.0.tbx"}, prepare_files),
-      subject("upgrade", {"install", "app-2.0.tbx"}, prepare_installed),
-      subject("remove", {"remove", "app"}, prepare_installed),
-      subject("files", {"files", "app"}, prepare_installed),
-      subject("inspect", {"inspect", "app-1.0.tbx"}, prepare_files),
-      subject("inspect-json", {"inspect", "--json", "app-1.0.tbx"}, prepare_files),
-      subject("check", {"check", "app-1.0.tbx"}, prepare_files),
+      subject("list", {"list"}, prepare_installed_packages),
+      subject("list-json", {"list", "--json"}, prepare_installed_packages),
+      subject("install", {"install", "app-1.0.tbx"}, prepare_package_files),
+      subject("upgrade", {"install", "app-2.0.tbx"}, prepare_installed_packages),
+      subject("remove", {"remove", "app"}, prepare_installed_packages),
+      subject("files", {"files", "app"}, prepare_installed_packages),
+      subject("inspect", {"inspect", "app-1.0.tbx"}, prepare_package_files),
+      subject("inspect-json", {"inspect", "--json", "app-1.0.tbx"}, prepare_package_files),
+      subject("check", {"check", "app-1.0.tbx"}, prepare_package_files),
       subject("pack", {"pack", "clock", "-o", "built/clock.tbx"}, prepare_source),
   };
 }

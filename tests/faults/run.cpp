@@ -38,7 +38,7 @@ std::set<pid_t> kept;
 // The record, shared with the program.
 class SharedRecord {
  public:
-  explicit SharedRecord(const Fault& fault) {
+  SharedRecord(const Fault& fault, bool is_watched) {
     const int fd = open(kRecord, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0 || ftruncate(fd, sizeof(fault_record)) != 0) throw std::runtime_error(kRecord);
     void* const map =
@@ -48,6 +48,7 @@ class SharedRecord {
     record_ = static_cast<fault_record*>(map);
     record_->kind = fault.kind;
     record_->number = fault.number;
+    record_->is_watched = is_watched ? 1 : 0;
     fault.process.copy(record_->path, FAULT_PATH - 1);
   }
   ~SharedRecord() { munmap(record_, sizeof *record_); }
@@ -64,17 +65,18 @@ void become_stream(const char* file, int flags, int stream) {
   dup2(open(file, flags | O_CLOEXEC, 0644), stream);
 }
 
-[[noreturn]] void become(const std::vector<std::string>& command) {
-  constexpr int kNew = O_WRONLY | O_CREAT | O_TRUNC | O_APPEND;
+[[noreturn]] void become(const Program& program) {
+  constexpr int kAppend = O_WRONLY | O_APPEND;
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   become_stream("/dev/null", O_RDONLY, STDIN_FILENO);
-  become_stream(kOutput, kNew, STDOUT_FILENO);
-  become_stream(kErrors, kNew, STDERR_FILENO);
+  become_stream(kOutput, kAppend, STDOUT_FILENO);
+  become_stream(kErrors, kAppend, STDERR_FILENO);
   setenv("TMPDIR", kTemporaryDirectory, 1);
-  setenv("LD_PRELOAD", TARVIO_FAULT_MODULE, 1);
+  setenv("LD_PRELOAD", (TARVIO_FAULT_MODULE " " + program.also_loaded).c_str(), 1);
   setenv(FAULT_VARIABLE, kRecord, 1);
   std::vector<char*> arguments;
-  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
+  for (const std::string& word : program.command)
+    arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   if (chdir(kWorkDirectory) == 0) execv(arguments[0], arguments.data());
   _exit(126);
@@ -145,13 +147,14 @@ void end_process(pid_t process) {
 
 Run run_program(const Program& program, const Fault& fault, double seconds) {
   Run run;
-  const SharedRecord record(fault);
-  const auto start = Clock::now();
+  const SharedRecord record(fault, program.is_watched);
+  for (const char* const file : {kOutput, kErrors}) tarvio_test::write_file(file, "");
   const pid_t process = fork();
   if (process < 0) throw std::runtime_error("fork");
-  if (process == 0) become(program.command);
+  if (process == 0) become(program);
   keep_process(process);
   if (program.use) program.use(process);
+  const auto start = Clock::now();
   run.is_late = !ends_within(process, seconds);
   run.seconds = std::chrono::duration<double>(Clock::now() - start).count();
   if (run.is_late) kill(process, SIGKILL);

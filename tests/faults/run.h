@@ -32,6 +32,8 @@ struct Program {
   std::vector<std::string> command;
   // What its user does meanwhile; it must come to an end soon after, if it has not.
   std::function<void(pid_t)> use = {};
+  std::string also_loaded = {};  // a module beside the one that injects the fault
+  bool is_watched = false;       // it says itself what counts (fault_record.h)
 };
 
 // Ends it after so many seconds. Its current directory is kWorkDirectory, TMPDIR
