@@ -29,7 +29,8 @@ void clear(const fs::path& directory) {
 }
 
 void shell(const std::string& line) {
-  const std::string command = "cd " + std::string(kWorkDirectory) + " && { " + line + "\n} >&2";
+  const std::string command =
+      "cd " + std::string(kWorkDirectory) + " && { " + line + "\n} >/dev/null";
   if (std::system(command.c_str()) != 0) throw std::runtime_error(line);
 }
 

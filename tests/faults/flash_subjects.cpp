@@ -100,10 +100,8 @@ std::string conclusion(const std::string& output) {
 
 Subject subject(const std::string& name, const std::vector<std::string>& words, void (*prepare)(),
                 std::string (*state)()) {
-  Program program = {.command = {TARVIO_CLIENT}};
-  program.command.insert(program.command.end(), words.begin(), words.end());
   return {.name = name,
-          .program = program,
+          .program = client(words),
           .set_up = set_up,
           .prepare = prepare,
           .state = state,

@@ -104,14 +104,21 @@ std::string state_of_manager() {
   return statuses + std::to_string(running) + " run\n";
 }
 
+// Which application it was may not be known then.
+std::string first_word(const std::string& output) { return output.substr(0, output.find(' ')); }
+
 Subject subject(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
-  Program program = {.command = {TARVIO_CLIENT}};
-  program.command.insert(program.command.end(), words.begin(), words.end());
   return {.name = name,
-          .program = program,
+          .program = client(words),
           .set_up = [] {},
           .prepare = prepare,
           .state = state_of_manager};
+}
+
+Subject change(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
+  Subject made = subject(name, words, prepare);
+  made.said = first_word;
+  return made;
 }
 
 }  // namespace
@@ -121,8 +128,8 @@ std::vector<Subject> manager_subjects() {
       subject("status", {"status"}, prepare_started_applications),
       subject("status-json", {"status", "--json"}, prepare_started_applications),
       subject("status-name", {"status", "clock"}, prepare_started_applications),
-      subject("start", {"start", "clock"}, prepare_stopped),
-      subject("stop", {"stop", "clock"}, prepare_started_applications),
+      change("start", {"start", "clock"}, prepare_stopped),
+      change("stop", {"stop", "clock"}, prepare_started_applications),
       subject("start-all", {"start-all"}, prepare_stopped),
       subject("stop-all", {"stop-all"}, prepare_started_applications),
   };

@@ -56,10 +56,8 @@ void prepare_source() {
 }
 
 Subject subject(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
-  Program program = {.command = {TARVIO_CLIENT}};
-  program.command.insert(program.command.end(), words.begin(), words.end());
   return {.name = name,
-          .program = program,
+          .program = client(words),
           .set_up = save_packages,
           .prepare = prepare,
           .state = state_of_device};

@@ -36,8 +36,8 @@ std::string name_of(const fault_frame& frame, const std::string& path) {
 }
 
 bool is_plumbing(const std::string& name) {
-  return name.starts_with("operator") || name.starts_with("std::") || name.starts_with("__") ||
-         name.starts_with("_start");
+  return name.starts_with("operator") || name.starts_with("std::") ||
+         name.starts_with("nlohmann") || name.starts_with("__") || name.starts_with("_start");
 }
 
 // Without namespaces and arguments.

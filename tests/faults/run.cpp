@@ -137,6 +137,12 @@ std::vector<pid_t> own_children() {
   return children;
 }
 
+Program client(const std::vector<std::string>& words) {
+  Program program = {.command = {TARVIO_CLIENT}};
+  program.command.insert(program.command.end(), words.begin(), words.end());
+  return program;
+}
+
 void keep_process(pid_t process) { kept.insert(process); }
 
 void end_process(pid_t process) {

@@ -36,6 +36,9 @@ struct Program {
   bool is_watched = false;       // it says itself what counts (fault_record.h)
 };
 
+// The client with these arguments.
+Program client(const std::vector<std::string>& words);
+
 // Ends it after so many seconds. Its current directory is kWorkDirectory, TMPDIR
 // kTemporaryDirectory.
 Run run_program(const Program& program, const Fault& fault, double seconds);
