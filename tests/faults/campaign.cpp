@@ -166,6 +166,11 @@ bool show_fault(const Subject& subject, const Fault& fault) {
     std::printf("process %-4s %u allocations, %u calls\n", process.path,
                 process.counts[FAULT_ALLOC], process.counts[FAULT_CALL]);
   }
+  if (subject.program.is_watched) {
+    std::printf("memory:   %lld live allocations, without a fault %lld\n",
+                static_cast<long long>(run.record.live),
+                static_cast<long long>(reference.run.record.live));
+  }
   std::printf("output:\n%serrors:\n%s", run.output.c_str(), run.errors.c_str());
   if (subject.state() != reference.state) {
     std::printf("state:\n%sinstead of:\n%s", subject.state().c_str(), reference.state.c_str());

@@ -35,6 +35,7 @@ void prepare_new() {
 void prepare_devices() {
   prepare_flash();
   write_settings();
+  std::filesystem::create_directory(std::string(kWorkDirectory) + "/tree");
   write_file(std::string(kWorkDirectory) + "/page", std::string(2048, 'p'));
 }
 
@@ -55,24 +56,29 @@ std::vector<Subject> library_subjects() {
   const auto nothing = [] {};
   std::vector<Subject> subjects;
   for (const char* row :
-       {"lists", "tables", "configurations", "configurations-with-blanks", "strings", "words",
-        "files", "messages", "status-chains", "status-manager", "log-lines", "log-reading",
-        "commands", "processes", "archives", "package-data", "boot-tests"}) {
+       {"lists",         "tables",         "configurations",  "configurations-with-blanks",
+        "strings",       "words",          "files",           "messages",
+        "status-chains", "status-manager", "status-searches", "log-hooks",
+        "complaints",    "log-lines",      "log-reading",     "sockets",
+        "commands",      "processes",      "archives",        "package-data",
+        "boot-tests"}) {
     subjects.push_back(subject(row, nothing, prepare_plain));
   }
-  for (const char* row : {"packages", "removal", "package-files"}) {
+  for (const char* row : {"packages", "package-filters", "removal", "package-files"}) {
     subjects.push_back(subject(row, save_packages, prepare_packages));
   }
   for (const char* row : {"installation", "package-checks"}) {
     subjects.push_back(subject(row, nothing, prepare_new));
   }
-  for (const char* row : {"flash", "backups"}) {
+  for (const char* row : {"flash", "backups", "images"}) {
     subjects.push_back(subject(row, nothing, prepare_devices));
   }
   for (const char* row : {"statuses", "status-records", "remote-starts"}) {
     subjects.push_back(subject(row, nothing, prepare_started_applications));
   }
-  subjects.push_back(subject("applications", nothing, prepare_installed_applications));
+  for (const char* row : {"applications", "all-applications", "served-requests"}) {
+    subjects.push_back(subject(row, nothing, prepare_installed_applications));
+  }
   return subjects;
 }
 

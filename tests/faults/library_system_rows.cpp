@@ -1,4 +1,5 @@
 // Rows of functions that run tools, talk to the manager, or start processes.
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -184,7 +185,62 @@ bool log_reading() {
   return true;
 }
 
+bool all_applications() {
+  if (tq_setup_status_manager() != 0 || tq_setup_package_manager() != 0 ||
+      tq_setup_app_manager() != 1) {
+    return false;
+  }
+  const bool succeeds = tq_start_all_app() == 0 && tq_stop_all_app() == 0;
+  (void)tq_status_list_free(sl);
+  sl = nullptr;
+  return succeeds;
+}
+
+bool sockets() {
+  const int server = tq_socket_create_unix_sock();
+  const int peer = tq_socket_create_unix_sock();
+  const bool succeeds = server >= 0 && peer >= 0 &&
+                        tq_socket_bind_unix_server_sock(server, "socket") == 0 &&
+                        tq_socket_connect_unix_sock(peer, "socket") == 0;
+  const int accepted = succeeds ? tq_socket_accept_unix_sock(server) : -1;
+  for (const int fd : {server, peer, accepted}) {
+    if (fd >= 0) (void)tq_socket_close(fd);
+  }
+  return accepted >= 0;
+}
+
+// A request that the manager of this process answers itself.
+bool served_requests() {
+  int ends[2];
+  char answer[64] = "";
+  if (tq_setup_status_manager() != 0 || tq_setup_package_manager() != 0 ||
+      tq_setup_app_manager() != 1 ||
+      socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    return false;
+  }
+  bool succeeds =
+      send(ends[0], "start_app\nnone\n", 15, 0) == 15 && shutdown(ends[0], SHUT_WR) == 0;
+  if (succeeds) (void)tq_request_handler(ends[1]);
+  succeeds = succeeds && recv(ends[0], answer, sizeof answer - 1, MSG_DONTWAIT) > 0;
+  std::printf("%s", answer);
+  for (const int fd : ends) (void)close(fd);
+  (void)tq_list_free(sl, 0);
+  sl = nullptr;
+  return succeeds;
+}
+
+bool images() {
+  return tq_create_image_controls("image.tbx", "1.0") == 0 &&
+         tq_create_image_data_tgz("settings", "data", 4, 8) == 0 &&
+         tq_mkfs_jffs2("tree", "image.jffs2") == 0 &&
+         tq_restore_flash_image("page", "/dev/mtd1", 0, 0x20000) == 0;
+}
+
 constexpr Row kRows[] = {{"commands", commands},
+                         {"all-applications", all_applications},
+                         {"sockets", sockets},
+                         {"served-requests", served_requests},
+                         {"images", images},
                          {"processes", processes},
                          {"archives", archives},
                          {"package-data", package_data},
