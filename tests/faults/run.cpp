@@ -31,7 +31,7 @@ using tarvio_test::read_file;
 constexpr char kRecord[] = "/run/faults/record";
 constexpr char kOutput[] = "/run/faults/output";
 constexpr char kErrors[] = "/run/faults/errors";
-constexpr int kPatienceMs = 3000;  // for processes that were ended and are not gone yet
+constexpr std::chrono::seconds kGrace{1};  // for processes that were ended and are not gone yet
 
 std::set<pid_t> kept;
 
@@ -105,27 +105,27 @@ std::vector<pid_t> strangers() {
 
 // Those that are about to end may.
 std::vector<std::string> end_left_processes() {
-  for (const pid_t process : strangers()) {
-    if (!ends_within(process, 1)) continue;
-    waitpid(process, nullptr, 0);
-  }
   std::vector<std::string> left;
-  const auto deadline = Clock::now() + std::chrono::milliseconds(kPatienceMs);
-  for (auto each = strangers(); !each.empty() && Clock::now() < deadline; each = strangers()) {
-    for (const pid_t process : each) {
-      left.push_back("process " + command_line_of(process));
-      end_process(process);
+  const auto deadline = Clock::now() + kGrace;
+  for (auto each = strangers(); !each.empty(); each = strangers()) {
+    const std::chrono::duration<double> rest = deadline - Clock::now();
+    if (!ends_within(each.front(), std::max(rest.count(), 0.0))) {
+      left.push_back("process " + command_line_of(each.front()));
     }
+    end_process(each.front());
   }
   return left;
 }
 
 // Those of a tool that was killed are its own.
 void note_left_files(std::vector<std::string>& left) {
-  for (const auto& entry : fs::directory_iterator(kTemporaryDirectory)) {
-    const std::string path = entry.path();
-    if (path.find("/tarvio") != std::string::npos) left.push_back(path);
+  for (const char* const directory : {kTemporaryDirectory, kWorkDirectory}) {
+    for (const auto& entry : fs::recursive_directory_iterator(directory)) {
+      const std::string name = entry.path().filename();
+      if (name.starts_with("tarvio.") || name.starts_with(".tarvio.")) left.push_back(entry.path());
+    }
   }
+  for (const std::string& path : left) fs::remove_all(path);
 }
 
 }  // namespace
@@ -169,8 +169,8 @@ Run run_program(const Program& program, const Fault& fault, double seconds) {
   kept.erase(process);
   run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   run.signal = WIFSIGNALED(status) && !run.is_late ? WTERMSIG(status) : 0;
-  run.left = end_left_processes();
   note_left_files(run.left);
+  for (const std::string& each : end_left_processes()) run.left.push_back(each);
   run.output = read_file(kOutput);
   run.errors = read_file(kErrors);
   run.record = *record;
