@@ -122,7 +122,7 @@ void note_left_files(std::vector<std::string>& left) {
   for (const char* const directory : {kTemporaryDirectory, kWorkDirectory}) {
     for (const auto& entry : fs::recursive_directory_iterator(directory)) {
       const std::string name = entry.path().filename();
-      if (name.starts_with("tarvio.") || name.starts_with(".tarvio.")) left.push_back(entry.path());
+      if (name.starts_with("tarvio.") || name.starts_with(".tarvio")) left.push_back(entry.path());
     }
   }
   for (const std::string& path : left) fs::remove_all(path);
