@@ -68,6 +68,7 @@ void become_stream(const char* file, int flags, int stream) {
 [[noreturn]] void become(const Program& program) {
   constexpr int kAppend = O_WRONLY | O_APPEND;
   prctl(PR_SET_PDEATHSIG, SIGKILL);
+  signal(SIGHUP, SIG_DFL);  // the campaign itself may have been started by nohup
   become_stream("/dev/null", O_RDONLY, STDIN_FILENO);
   become_stream(kOutput, kAppend, STDOUT_FILENO);
   become_stream(kErrors, kAppend, STDERR_FILENO);
