@@ -1,0 +1,138 @@
+// The commands that ask the manager.
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "faults/campaign.h"
+#include "faults/device.h"
+#include "support/apps/applications.h"
+#include "support/children.h"
+#include "support/com/sockets.h"
+#include "support/files.h"
+#include "tarvio/com.h"
+
+namespace faults {
+
+namespace {
+
+namespace fs = std::filesystem;
+using tarvio_test::ask;
+using tarvio_test::eventually;
+using tarvio_test::read_file;
+using tarvio_test::write_file;
+
+constexpr char kManagerOutput[] = "/run/faults/manager";
+
+pid_t manager = -1;
+
+void end_manager() {
+  if (manager < 0) return;
+  end_process(manager);
+  manager = -1;
+  for (const pid_t process : own_children()) end_process(process);
+}
+
+void start_manager() {
+  write_file(kManagerOutput, "");
+  manager = fork();
+  if (manager == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+      dup2(open(kManagerOutput, O_WRONLY | O_APPEND | O_CLOEXEC), stream);
+    }
+    execl(TARVIOD, "tarviod", nullptr);
+    _exit(126);
+  }
+  keep_process(manager);
+  if (!eventually(
+          [] { return read_file(kManagerOutput).find("answering") != std::string::npos; })) {
+    throw std::runtime_error("no manager answers: " + read_file(kManagerOutput));
+  }
+}
+
+void request(const std::string& words) {
+  if (ask(TQ_COM_SOCKET_PATH, words) != "0\n\n") throw std::runtime_error(words);
+}
+
+}  // namespace
+
+void prepare_installed_applications() {
+  end_manager();
+  clear_device();
+  fs::remove(TQ_COM_SOCKET_PATH);
+  for (const char* name : {"clock", "radio"}) {
+    tarvio_test::install_application(name);
+    tarvio_test::forget_process_of(name);
+  }
+}
+
+namespace {
+
+void prepare_stopped() {
+  prepare_installed_applications();
+  start_manager();
+}
+
+}  // namespace
+
+void prepare_started_applications() {
+  prepare_stopped();
+  for (const char* name : {"clock", "radio"}) {
+    request("start_app\n" + std::string(name) + "\n");
+    tarvio_test::process_of(name);
+  }
+}
+
+namespace {
+
+// The statuses, and how many of the applications run.
+std::string state_of_manager() {
+  const std::string statuses = ask(TQ_COM_SOCKET_PATH, "status_all\n");
+  const auto started = static_cast<size_t>(std::count(statuses.begin(), statuses.end(), '\n') / 3);
+  size_t running = 0;
+  eventually([&] {
+    running = tarvio_test::children_of(manager).size();
+    return running == started;
+  });
+  return statuses + std::to_string(running) + " run\n";
+}
+
+// Which application it was may not be known then.
+std::string first_word(const std::string& output) { return output.substr(0, output.find(' ')); }
+
+Subject subject(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
+  return {.name = name,
+          .program = client(words),
+          .set_up = [] {},
+          .prepare = prepare,
+          .state = state_of_manager};
+}
+
+Subject change(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
+  Subject made = subject(name, words, prepare);
+  made.said = first_word;
+  return made;
+}
+
+}  // namespace
+
+std::vector<Subject> manager_subjects() {
+  return {
+      subject("status", {"status"}, prepare_started_applications),
+      subject("status-json", {"status", "--json"}, prepare_started_applications),
+      subject("status-name", {"status", "clock"}, prepare_started_applications),
+      change("start", {"start", "clock"}, prepare_stopped),
+      change("stop", {"stop", "clock"}, prepare_started_applications),
+      subject("start-all", {"start-all"}, prepare_stopped),
+      subject("stop-all", {"stop-all"}, prepare_started_applications),
+  };
+}
+
+}  // namespace faults
