@@ -125,8 +125,6 @@ LogReader::LogReader(const LogPosition& begin, const char* file, char** hooks)
   position_ = begin;
   std::string_view begun(begin.begun.bytes, begin.begun.length);
   (void)lines_.feed(begun);
-  (void)tq_setup_log_manager();
-  for (char** hook = hooks; *hook != nullptr; hook += 2) (void)tq_set_log_hook(*hook);
 }
 
 void LogReader::send(ReportKind kind) {
@@ -261,6 +259,15 @@ void leave_signals_to_manager() {
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) (void)signal(number, SIG_IGN);
 }
 
+// False when memory ran out. The manager starts another reader then.
+bool set_hooks(char** hooks) {
+  (void)tq_setup_log_manager();
+  for (char** hook = hooks; *hook != nullptr; hook += 2) {
+    if (tq_set_log_hook(*hook) != 0) return false;
+  }
+  return true;
+}
+
 bool manager_is_gone_after(int wait_ms) {
   return tarvio::wait_for(kReportFd, 0, tarvio::Deadline::after(wait_ms));
 }
@@ -271,6 +278,7 @@ int run_log_reader(int argc, char** argv) {
   LogPosition begin = {};
   if (argc < kFirstHook || !receive_position(begin)) return kExitUsage;
   leave_signals_to_manager();
+  if (!set_hooks(argv + kFirstHook)) return EXIT_FAILURE;
   LogReader reader(begin, argv[kFile], argv + kFirstHook);
   const int period_ms = atoi(argv[kPeriod]) * 1000;
   reader.look();

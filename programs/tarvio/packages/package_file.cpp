@@ -57,10 +57,6 @@ void check_extracted(int code, const char* archive) {
   }
 }
 
-std::string value_of(const tarvio::Conf& conf, const char* key) {
-  return conf == nullptr ? "" : tq_conf_read(conf.get(), key);
-}
-
 // Tools get a write error before they fill the memory or the flash.
 void bound_files() {
   const rlimit limit = {kMaxBytes, kMaxBytes};
@@ -69,14 +65,16 @@ void bound_files() {
 }
 
 std::string kind_lines() {
-  const tarvio::Conf tqcontrol(tq_conf_open(kTqControl));
-  if (tqcontrol == nullptr) throw Failure(EINVAL, "its tqcontrol has no keys");
+  const std::string tqcontrol = read_control_text(kTqControl).value_or("");
+  if (tqcontrol.find(':') == std::string::npos) {
+    throw Failure(EINVAL, "its tqcontrol has no keys");
+  }
   int32_t type = 0;  // not used: of a numbering of its own
   const tarvio::StringList targets(tq_list_create());
   check_extracted(targets == nullptr ? ENOMEM : tq_tbx_get_package_type("", &type, targets.get()),
                   "control.tar.gz");
-  std::string lines = value_of(tqcontrol, "TqPackageCategory") + '\n' +
-                      value_of(tqcontrol, "TqPackageSubCategory") + '\n';
+  std::string lines = value_in(tqcontrol, "TqPackageCategory") + '\n' +
+                      value_in(tqcontrol, "TqPackageSubCategory") + '\n';
   for (const char* line : tarvio::Elements<char>(targets.get())) lines += target_in(line) + '\n';
   return lines;
 }
