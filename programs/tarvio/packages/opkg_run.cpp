@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 #include "base/chain.h"
 #include "base/owners.h"
@@ -11,7 +12,6 @@
 #include "process/child.h"
 #include "process/failure.h"
 #include "process/required_tools.h"
-#include "process/system_file.h"
 #include "process/text_pieces.h"
 #include "tarvio/error.h"
 #include "tarvio/list.h"
@@ -39,20 +39,27 @@ std::string quoted(std::string_view word) {
   return text + "'";
 }
 
-// In the work directory. The library looks at opkg's words only (oddity 57).
-constexpr char kStatusFile[] = "opkg-status";
 constexpr int kCannotInstall = 3;  // the row of that message in the table of opkg's
 
-// In a process of its own: the code, opkg's exit status as the shell has it, and opkg's lines.
+// In a process of its own: the code, opkg's lines, an empty one, and opkg's exit status as the
+// shell has it. The library looks at opkg's words only (oddity 57), and takes a read error for
+// their end.
 std::string run(const std::string& opkg_line) {
-  const std::string line = opkg_line + "; echo $? >" + kStatusFile;
+  const std::string line = opkg_line + "; printf '\\n%s\\n' $?";
   const tarvio::StringList lines(tq_list_create());
   const int code = lines == nullptr ? ENOMEM : tq_opkg_run_command(line.c_str(), lines.get());
-  const std::string status = read_system_file(kStatusFile);
-  std::string result = std::to_string(code) + '\n' + (status.empty() ? "\n" : status);
+  std::string result = std::to_string(code) + '\n';
   if (lines == nullptr) return result;
   for (const char* each : tarvio::Elements<char>(lines.get())) result.append(each).append("\n");
   return result;
+}
+
+// Empty when the lines do not end with it.
+std::string take_status(std::vector<std::string>& lines) {
+  if (lines.size() < 2 || !lines[lines.size() - 2].empty()) return "";
+  std::string status = std::move(lines.back());
+  lines.resize(lines.size() - 2);
+  return status;
 }
 
 // After any cause opkg says that it cannot install the package, which the library takes for a
@@ -82,7 +89,7 @@ void judge_status(const std::string& status, OpkgRun& opkg) {
   opkg.has_failed = status != "0";
   if (!opkg.has_failed || opkg.code != 0) return;
   opkg.code = EIO;
-  opkg.message = status.empty() ? "the exit status of opkg could not be recorded"
+  opkg.message = status.empty() ? "the output of opkg could not be read to its end"
                                 : "opkg failed with status " + status;
 }
 
@@ -111,8 +118,8 @@ OpkgRun run_opkg(const WorkDirectory& directory, const OpkgCommand& command, dou
     opkg.lines = lines_of(end.result);
     opkg.errors = lines_of(end.errors);
     opkg.code = static_cast<int32_t>(strtol(opkg.lines.at(0).c_str(), nullptr, 10));
-    const std::string status = opkg.lines.at(1);
-    opkg.lines.erase(opkg.lines.begin(), opkg.lines.begin() + 2);
+    opkg.lines.erase(opkg.lines.begin());
+    const std::string status = take_status(opkg.lines);
     judge_words(opkg);
     judge_status(status, opkg);
   } catch (const Failure& failure) {

@@ -42,10 +42,14 @@ std::vector<std::string> entries_of(const std::string& path) {
   const tarvio::Directory directory(opendir(path.c_str()));
   if (directory == nullptr) throw Failure(errno, strerror(errno));
   std::vector<std::string> names;
-  while (const dirent* entry = readdir(directory.get())) {
+  while (true) {
+    errno = 0;  // which alone tells the end from an error
+    const dirent* const entry = readdir(directory.get());
+    if (entry == nullptr) break;
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") names.emplace_back(name);
   }
+  if (errno != 0) throw Failure(errno, strerror(errno));
   std::sort(names.begin(), names.end());
   return names;
 }

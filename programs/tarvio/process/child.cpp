@@ -223,8 +223,7 @@ void execute(const WorkDirectory& directory, const std::vector<std::string>& wor
     arguments.reserve(words.size() + 1);
     for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
-    (void)dup2(output, STDOUT_FILENO);
-    execvp(arguments[0], arguments.data());
+    if (dup2(output, STDOUT_FILENO) >= 0) execvp(arguments[0], arguments.data());
     throw Failure::of_system("cannot run it");
   });
   // A tool names the cause first, and at last says that it gives up.

@@ -25,8 +25,9 @@ Outcome failed(const char* verb, const std::string& operand, const Failure& fail
 
 Outcome attempt(const char* verb, const std::string& operand, const std::function<void()>& work) {
   try {
+    Outcome done = {.operand = operand, .code = 0, .message = result_words(0), .status = kDone};
     work();
-    return {.operand = operand, .code = 0, .message = result_words(0), .status = kDone};
+    return done;
   } catch (const Failure& failure) {
     return failed(verb, operand, failure);
   } catch (const std::bad_alloc& error) {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <new>
 
 #include "base/owners.h"
 #include "tarvio/client.h"
@@ -62,8 +63,9 @@ std::string subcategory_word(int32_t code) { return word_of(kSubcategories, code
 
 std::string result_words(int32_t code) {
   const tarvio::CString text(tq_lib_get_err_mes(code));
+  if (text == nullptr) throw std::bad_alloc();
   // Some codes of the library have no text (oddity 7).
-  return text != nullptr && *text != '\0' ? text.get() : "unknown error";
+  return *text == '\0' ? "unknown error" : text.get();
 }
 
 std::string size_words(uint64_t bytes) {
