@@ -108,10 +108,35 @@ std::string RealOpkg::package(const std::string& name, const std::string& versio
   write_file(work / "tqcontrol", kSampleTqControl);
   write_program(work / "tqstartapp", "#!/bin/sh\n");
   write_file(work / "debian-binary", "2.0\n");
-  shell(work,
-        "tar czf control.tar.gz ./control ./tqcontrol ./tqstartapp; tar czf data.tar.gz -C data ."
+  return pack(work);
+}
+
+std::string RealOpkg::pack(const fs::path& directory) {
+  shell(directory,
+        "rm -f package.tbx"
+        "; tar czf control.tar.gz $(find . -maxdepth 1 -type f ! -name '*-*' ! -name '*.*')"
+        "; tar czf data.tar.gz -C data ."
         "; ar rc package.tbx debian-binary control.tar.gz data.tar.gz");
-  return work / "package.tbx";
+  return directory / "package.tbx";
+}
+
+std::string RealOpkg::clashing_package() {
+  const fs::path directory = fs::path(package("other", "1.0")).parent_path();
+  fs::create_directories(directory / "data/opt/app");
+  write_file(directory / "data/opt/app/common", "of other\n");
+  return pack(directory);
+}
+
+std::string RealOpkg::foreign_package() {
+  const fs::path directory = fs::path(package("app", "1.0")).parent_path();
+  shell(directory, "sed -i 's/all/armv5te/' control");
+  return pack(directory);
+}
+
+std::string RealOpkg::large_package() {
+  const fs::path directory = fs::path(package("app", "1.0")).parent_path();
+  shell(directory, "head -c 3000000 /dev/urandom >data/opt/app/blob");
+  return pack(directory);
 }
 
 std::string RealOpkg::installed_version(const std::string& name, const std::string& root) {

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "support/files.h"
@@ -24,6 +25,14 @@ class RealOpkg : public testing::TestWithParam<const char*> {
   // A package file with a file /opt/NAME/VERSION, and further lines in its control file.
   static std::string package(const std::string& name, const std::string& version,
                              const std::string& further = "");
+  // Packs the directory of a package file again, with what a test changed in it.
+  static std::string pack(const std::filesystem::path& directory);
+  // The package "other" with the file /opt/app/common, which "app" has too.
+  static std::string clashing_package();
+  // The package "app" for an architecture that is not configured.
+  static std::string foreign_package();
+  // The package "app" with a file /opt/app/blob of 3,000,000 bytes.
+  static std::string large_package();
   // The whole of what a test would have to know about a package: its version, or "".
   static std::string installed_version(const std::string& name, const std::string& root = "");
   // Whether opkg and the file system have nothing of it.

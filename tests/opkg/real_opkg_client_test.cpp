@@ -111,18 +111,13 @@ TEST_P(RealOpkgClient, InstallsAConflictingPackageByForceOnly) {
 
 TEST_P(RealOpkgClient, TakesOverAFileOfAnotherPackageByForceOnly) {
   ASSERT_EQ(install(package("app", "1.0")).status, 0);
-  const fs::path other = fs::path(package("other", "1.0")).parent_path();
-  fs::create_directories(other / "data/opt/app");
-  write_file(other / "data/opt/app/common", "of other\n");
-  shell(other,
-        "tar czf data.tar.gz -C data .; rm package.tbx"
-        "; ar rc package.tbx debian-binary control.tar.gz data.tar.gz");
-  const Ran refused = install(other / "package.tbx");
+  const std::string other = clashing_package();
+  const Ran refused = install(other);
   EXPECT_EQ(refused.status, 1);
   EXPECT_THAT(refused.errors, EndsWith("': opkg cannot install it, and other is not installed "
                                        "(10301)\n"));
   EXPECT_EQ(read_file("/opt/app/common"), "app\n");
-  EXPECT_EQ(install_by_force(other / "package.tbx").status, 0);
+  EXPECT_EQ(install_by_force(other).status, 0);
   EXPECT_EQ(read_file("/opt/app/common"), "of other\n");
 }
 

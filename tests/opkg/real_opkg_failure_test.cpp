@@ -20,10 +20,7 @@ class RealOpkgFailure : public RealOpkg {
   static std::string package_with_failing(const std::string& script, const std::string& name) {
     const fs::path directory = fs::path(package(name, "1.0")).parent_path();
     write_program(directory / script, "#!/bin/sh\nexit 3\n");
-    shell(directory, "tar czf control.tar.gz ./control ./tqcontrol ./" + script +
-                         "; rm package.tbx"
-                         "; ar rc package.tbx debian-binary control.tar.gz data.tar.gz");
-    return directory / "package.tbx";
+    return pack(directory);
   }
 };
 
@@ -49,12 +46,8 @@ TEST_P(RealOpkgFailure, LeavesNothingOfADamagedFile) {
 }
 
 TEST_P(RealOpkgFailure, RefusesAnotherArchitectureEvenByForce) {
-  const fs::path directory = fs::path(package("app", "1.0")).parent_path();
-  shell(directory,
-        "sed -i 's/all/armv5te/' control; tar czf control.tar.gz ./control ./tqcontrol"
-        "; rm package.tbx; ar rc package.tbx debian-binary control.tar.gz data.tar.gz");
-  for (const Ran& run :
-       {install(directory / "package.tbx"), install_by_force(directory / "package.tbx")}) {
+  const std::string file = foreign_package();
+  for (const Ran& run : {install(file), install_by_force(file)}) {
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.errors,
                 EndsWith("': opkg cannot install it, and app is not installed (10301)\n"));
@@ -73,20 +66,16 @@ TEST_P(RealOpkgFailure, SaysThatThereIsNoSpace) {
 
 // No release says so, or fails: the file would be short, or full of holes.
 TEST_P(RealOpkgFailure, SaysThatTheSpaceWouldRunOut) {
-  const fs::path directory = fs::path(package("app", "1.0")).parent_path();
-  shell(directory,
-        "head -c 3000000 /dev/urandom >data/opt/app/blob; tar czf data.tar.gz -C data ."
-        "; rm package.tbx; ar rc package.tbx debian-binary control.tar.gz data.tar.gz");
+  const std::string file = large_package();
   ASSERT_EQ(::mount("tmpfs", "/opt", "tmpfs", 0, "size=1m"), 0);
-  for (const Ran& run :
-       {install(directory / "package.tbx"), install_by_force(directory / "package.tbx")}) {
+  for (const Ran& run : {install(file), install_by_force(file)}) {
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.errors, EndsWith("': not enough space in '/opt': 2.9 MiB needed, 1.0 MiB free "
                                      "(28)\n"));
   }
   EXPECT_FALSE(has_trace("app"));
   ASSERT_EQ(::umount("/opt"), 0);
-  EXPECT_EQ(install(directory / "package.tbx").status, 0);
+  EXPECT_EQ(install(file).status, 0);
 }
 
 TEST_P(RealOpkgFailure, SaysWhatAFailedScriptLeaves) {
