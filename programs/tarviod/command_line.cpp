@@ -35,7 +35,7 @@ constexpr char kHelp[] =
     "  -V, --version            print the version\n"
     "\n"
     "exit status: 0 stopped on request, or the configuration is valid; 1 could not start, or\n"
-    "it is not valid; 64 wrong command line\n";
+    "it is not valid or cannot be checked; 64 wrong command line\n";
 
 constexpr int kMaxLogLevel = 4;
 

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <array>
+#include <span>
+#include <string_view>
 
 #include "base/chain.h"
 #include "base/pipe.h"
@@ -25,6 +27,8 @@ constexpr std::array<tq_com_word, 3> kExactWords = {{
     {},
 }};
 
+void wait_a_moment() { (void)poll(nullptr, 0, kPauseMs); }
+
 template <typename Record>
 class RecordPipe {
  public:
@@ -34,12 +38,16 @@ class RecordPipe {
     write_end_ = pipe.write_end.release();
     return read_end_ >= 0;
   }
+  // A record is written and read whole: it is smaller than what a pipe takes at once. So what
+  // fails may be tried again, and nothing goes on without it.
   void write(const Record& record) const {
-    (void)tarvio::write_all(write_end_, {reinterpret_cast<const char*>(&record), sizeof record});
+    const std::string_view bytes(reinterpret_cast<const char*>(&record), sizeof record);
+    while (!tarvio::write_all(write_end_, bytes)) wait_a_moment();
   }
   [[nodiscard]] Record read() const {
     Record record = {};
-    (void)tarvio::read_some(read_end_, {reinterpret_cast<char*>(&record), sizeof record});
+    const std::span<char> bytes(reinterpret_cast<char*>(&record), sizeof record);
+    while (tarvio::read_some(read_end_, bytes) != sizeof record) wait_a_moment();
     return record;
   }
   [[nodiscard]] int read_end() const { return read_end_; }
@@ -59,8 +67,7 @@ void serve_client() {
   if (client >= 0) {
     (void)tq_request_handler(client);
   } else {
-    (void)poll(nullptr, 0,
-               kPauseMs);  // until something frees the descriptor or memory that is short
+    wait_a_moment();  // until something frees the descriptor or memory that is short
   }
 }
 

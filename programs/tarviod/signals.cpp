@@ -1,5 +1,6 @@
 #include "signals.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
@@ -29,7 +30,8 @@ void pass_on(int number) {
     return;
   }
   const auto byte = static_cast<unsigned char>(number);
-  (void)!write(signal_pipe, &byte, 1);  // a full pipe holds enough signals already
+  // A full pipe holds enough signals already.
+  while (write(signal_pipe, &byte, 1) < 0 && errno != EAGAIN) continue;
 }
 
 void do_nothing(int /*signal*/) {}

@@ -13,7 +13,7 @@ void warn(const char* what, const char* why, int line) {
 
 void inform(const char* what, const char* state, int line) {
   (void)printf("tarviod: %s: %s\n", what, state);
-  tq_log_func(TQ_LOG_INFO, TARVIO_UNIT, line, "%s: %s", what, state);
+  tq_log_func(TQ_LOG_WARNING, TARVIO_UNIT, line, "%s: %s", what, state);
 }
 
 }  // namespace tarviod

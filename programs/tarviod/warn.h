@@ -8,7 +8,8 @@ namespace tarviod {
 // The line is the caller's: the log names the place that found the mistake.
 void warn(const char* what, const char* why, int line = __builtin_LINE());
 
-// What went well: on standard output, and in the log at level 1.
+// What went well and was asked for: on standard output, and in the log at the level of a warning,
+// since lower ones are not kept by default.
 void inform(const char* what, const char* state, int line = __builtin_LINE());
 
 }  // namespace tarviod

@@ -56,6 +56,20 @@ TEST(TarviodLog, LogsWarningsButNotItsStartByDefault) {
   EXPECT_THAT(text, Not(HasSubstr("answering on")));
 }
 
+// In the background nobody sees its output.
+TEST(TarviodLog, LogsByDefaultThatItReadItsConfigurationAgain) {
+  const SystemLog log;
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  manager.send(SIGHUP);
+  std::string logged;
+  EXPECT_TRUE(eventually([&] {
+    // ThreadSanitizer lets a signal that meets the com server's thread wait for the next request.
+    (void)ask(TQ_COM_SOCKET_PATH, "status_all\n");
+    return (logged += log.text()).find("tarviod.conf: read again") != std::string::npos;
+  })) << logged;
+}
+
 TEST(TarviodLog, LogsNothingAtLevel4) {
   fs::remove("/usr/lib/opkg/info");
   const SystemLog log;

@@ -30,7 +30,7 @@ using Names = std::vector<std::string>;
 // In the order in which the manager looks for them.
 Names installed_applications() {
   const Listing listing = list_packages(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr);
-  if (listing.code != 0 && listing.code != ENOENT) {  // without a directory there are none
+  if (listing.code != 0 && !listing.lacks_directory) {
     throw Failure(listing.code, "cannot list the installed applications: " + listing.reason);
   }
   Names names;

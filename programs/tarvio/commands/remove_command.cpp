@@ -11,6 +11,7 @@
 #include "packages/control_fields.h"
 #include "packages/opkg_information.h"
 #include "process/failure.h"
+#include "process/required_tools.h"
 #include "terminal/output.h"
 
 namespace client {
@@ -60,6 +61,7 @@ bool stop_before_removal(const std::string& name, const Request& request) {
 
 void remove(const std::string& name, const Request& request, Change& change) {
   if (!is_package_name(name)) throw Failure(EINVAL, "not a valid package name");
+  require_tools({"opkg"});  // before anything is stopped
   check_place_of_information(name);
   change.was_stopped = stop_before_removal(name, request);
   const WorkDirectory directory;

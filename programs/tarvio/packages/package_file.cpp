@@ -162,7 +162,8 @@ void check_archives(const WorkDirectory& directory, const std::string& absolute_
     try {
       execute(directory, words, seconds, sink);
     } catch (const Failure& failure) {
-      if (failure.status() != kFailed) throw;
+      const bool is_of_system = failure.code() == ENOSPC || failure.code() == ENOMEM;
+      if (failure.status() != kFailed || is_of_system) throw;
       throw Failure(EINVAL,
                     std::string("cannot read its ") + archive + " to the end: " + failure.what());
     }

@@ -52,6 +52,7 @@ void check_complete(const std::vector<Package>& packages) {
 void check(Listing& listing) {
   try {
     if (listing.packages.empty()) check_place_of_information("");
+    listing.lacks_directory = listing.code == ENOENT;
     if (listing.code == 0) check_complete(listing.packages);
   } catch (const Failure& failure) {
     listing.code = failure.code();

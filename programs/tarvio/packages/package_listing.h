@@ -23,6 +23,8 @@ struct Package {
 struct Listing {
   int32_t code = 0;         // not 0 when something could not be read; there may still be packages
   std::string reason = {};  // for people
+  // The code is about this and nothing else: a new device has no package.
+  bool lacks_directory = false;
   std::vector<Package> packages;
 };
 

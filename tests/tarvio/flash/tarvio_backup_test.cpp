@@ -201,7 +201,7 @@ TEST_F(ClientBackup, AsksForRoomFirst) {
   EXPECT_THAT(ran.errors,
               HasSubstr("not enough space in 'small': up to 1.9 MiB needed, 1.0 MiB free"));
   EXPECT_EQ(nanddump.runs(), "");
-  ::umount("small");
+  ::umount2("small", MNT_DETACH);
 }
 
 // As an ordinary system may leave it at a power cut.

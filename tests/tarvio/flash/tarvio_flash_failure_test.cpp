@@ -163,7 +163,7 @@ TEST_F(FlashFailure, AFullWorkDirectoryLeavesTheOldPackage) {
       EXPECT_EQ(names_in("small"), std::vector<std::string>{"image.tbx"});
     }
   }
-  ::umount("small");
+  ::umount2("small", MNT_DETACH);
 }
 
 // By a signal that each tool sends itself.

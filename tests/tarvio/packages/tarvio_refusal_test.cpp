@@ -16,6 +16,7 @@
 #include "base/owners.h"
 #include "packages/needed_space.h"
 #include "process/failure.h"
+#include "support/com/one_reply.h"
 #include "support/files.h"
 #include "support/packages/opkg_tool.h"
 #include "support/packages/package_listing.h"
@@ -122,7 +123,7 @@ TEST_F(ClientRefusal, TakesAFullTemporaryDirectoryForNoDamage) {
     EXPECT_THAT(run.errors, EndsWith("': no space left in '" + full.path().string() +
                                      "' for intermediate files (28)\n"));
   }
-  EXPECT_EQ(::umount(full.path().c_str()), 0);
+  EXPECT_EQ(::umount2(full.path().c_str(), MNT_DETACH), 0);
   EXPECT_EQ(opkg.arguments(), Names());
 }
 
@@ -150,10 +151,10 @@ TEST_F(ClientRefusal, WantsSpaceForTheFiles) {
   std::filesystem::create_directory(small / "uncounted");
   ASSERT_EQ(::mount("ramfs", (small / "uncounted").c_str(), "ramfs", 0, nullptr), 0);
   EXPECT_EQ(complaint("-rw-r--r--" + entry + "uncounted/a\n"), "");
-  EXPECT_EQ(::umount((small / "uncounted").c_str()), 0);
+  EXPECT_EQ(::umount2((small / "uncounted").c_str(), MNT_DETACH), 0);
   write_file(small / "old", std::string(50000, 'x'));  // replaced
   EXPECT_EQ(complaint("-rw-r--r--" + entry + "old\n"), "");
-  EXPECT_EQ(::umount(small.path().c_str()), 0);
+  EXPECT_EQ(::umount2(small.path().c_str(), MNT_DETACH), 0);
 }
 
 TEST_F(ClientRefusal, SendsAnImageToRestore) {
@@ -281,6 +282,11 @@ TEST_F(ClientElsewhere, SaysThatTheListingLooksInAnEmptyPlace) {
     const Ran run = run_tarvio({"list"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.errors, "tarvio: cannot list the packages: " + advice("/mnt/root/opt/info"));
+    const OneReply manager("");
+    const Ran start = run_tarvio({"start", "--match", "clo"});
+    EXPECT_EQ(start.status, 1);
+    EXPECT_THAT(start.errors, HasSubstr("cannot list the installed applications: opkg keeps its "
+                                        "information in /mnt/root/opt/info"));
   }
   add_package("clock", "Application", "Application_Native", "/mnt/root/usr/lib/opkg/info");
   EXPECT_EQ(run_tarvio({"list"}).status, 0);

@@ -13,6 +13,7 @@
 #include "support/com/sockets.h"
 #include "support/files.h"
 #include "support/packages/package_listing.h"
+#include "support/packages/tarvio_packages.h"
 #include "support/programs/tarvio.h"
 #include "tarvio/app.h"
 #include "tarvio/com.h"
@@ -101,6 +102,17 @@ TEST_F(ClientRemoveOfAnApplication, GoesOnWhenTheManagerDoesNotKnowIt) {
     prepare();
   });
   EXPECT_EQ(run_tarvio({"remove", "web"}).output, "removed web\n");
+}
+
+TEST_F(ClientRemoveOfAnApplication, LeavesItRunningWithoutOpkg) {
+  const ManagerProcess manager(applications_, prepare);
+  ASSERT_EQ(run_tarvio({"start", "web"}).status, 0);
+  const PathWithout path("opkg");
+  const Ran ran = run_tarvio({"remove", "web"});
+  EXPECT_EQ(ran.status, 1);
+  EXPECT_THAT(ran.errors, HasSubstr("cannot remove 'web': the tool opkg is missing"));
+  EXPECT_EQ(ran.output, "");
+  EXPECT_TRUE(has_status("web"));
 }
 
 TEST_F(ClientRemoveOfAnApplication, RefusesOneThatCannotBeStopped) {
