@@ -76,6 +76,7 @@ int tq_is_boot_online(int* online) {
     (void)file.release();  // it stays open (oddity 60)
     return errno;
   }
+  if (errno != 0) return errno;  // the line is cut, and may lack the root
   *online = strstr(line, kInstalledRoot) != nullptr ? 1 : 0;  // anywhere in the line (oddity 59)
   return 0;
 }

@@ -101,6 +101,17 @@ TEST(BootTest, WithoutTheFileReturnsTheErrorAndLeavesTheFlagAlone) {
   EXPECT_EQ(boot(), (Boot{ENOENT, kUnwritten}));
 }
 
+TEST(BootTest, OfALineThatIsCutByAnErrorReturnsItAndLeavesTheFlagAlone) {
+  write_kernel_command_line(kRoot);
+  int calls = 0;
+  Hook read("read", [&](int fd, void* bytes, size_t) -> ssize_t {
+    if (++calls < 8) return ::read(fd, bytes, 1);
+    errno = EIO;
+    return -1;
+  });
+  EXPECT_EQ(boot(), (Boot{EIO, kUnwritten}));
+}
+
 TEST(BootTest, ThatCannotReadReturnsTheErrorAndLeavesTheDescriptorOpen) {
   opened_instead = "/usr";
   const Hook open("open", &open_instead);
