@@ -116,7 +116,8 @@ add_opkg() {
 # What is under test, installed and stripped, and what runs it.
 product() {
   local root=$1/product
-  DESTDIR=$root cmake --install "$2" --strip --prefix /usr >/dev/null
+  # The boards that start at the same time write the same files in the build directory.
+  DESTDIR=$root flock "$2" cmake --install "$2" --strip --prefix /usr >/dev/null
   rm -rf "$root"/usr/{include,share,lib/cmake,lib/pkgconfig}
   mkdir -p "$root"/{board,usr/local/bin}
   cp "$here/init" "$root/init"

@@ -37,7 +37,8 @@ make_full_kernel() {
 # Takes all of the place as soon as the backup has begun to write there.
 fill_place() {
   until [ -s "$(echo "$1"/.tarvio*/rootfs)" ]; do :; done
-  fallocate -l "$(df --output=avail -B1 "$1" | tail -n 1)" "$1/filler"
+  # The backup may take some of it in between.
+  until fallocate -l "$(df --output=avail -B1 "$1" | tail -n 1)" "$1/filler" 2>/dev/null; do :; done
 }
 back_up_without_space() {
   fill_place /tmp/place &

@@ -126,8 +126,7 @@ void pack(const Request& request, PackedFile& packed) {
   check_outside(request.output, package.path);
   const WorkDirectory directory(directory_of(request.output) + "/.tarvio.");
   Packer(directory, request.timeout_seconds).pack(package);
-  packed.size_bytes = size_of_file(directory / kArchive);
-  put_in_place(directory / kArchive, request.output);
+  packed.size_bytes = put_in_place(directory / kArchive, request.output);
   packed.name = package.name;
   packed.version = package.version;
 }

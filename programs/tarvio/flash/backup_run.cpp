@@ -14,7 +14,6 @@
 #include "flash/flash_space.h"
 #include "flash/image_archive.h"
 #include "flash/image_check.h"
-#include "packages/package_file.h"
 #include "process/failure.h"
 #include "process/paths.h"
 #include "process/required_tools.h"
@@ -102,19 +101,7 @@ class BackupRun {
     const std::string name = name_of(request_.file);
     BackupTracker(areas_, jobs, image_.areas).run(std::string(kOutput) + "/" + name);
     check(ArchiveFile(target / name), jobs);
-    check_targets(target / name);
-    image_.size_bytes = size_of_file(target / name);
-    put_in_place(target / name, request_.file);
-  }
-
-  // The library does not report a control file that it could not write.
-  void check_targets(const std::string& path) const {
-    const WorkDirectory place(work_directory_in(work_place_));
-    const PackageFile package = read_package_file(place, path, request_.timeout_seconds);
-    std::vector<std::string> names;
-    for (const FlashArea* const area : areas_) names.emplace_back(area->name);
-    if (package.kind && package.kind->targets == names) return;
-    throw Failure(EIO, "its control files could not be written");
+    image_.size_bytes = put_in_place(target / name, request_.file);
   }
 
   void check(const ArchiveFile& package, const FlashJobs& jobs) {

@@ -1,6 +1,7 @@
 #include "process/paths.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,11 +35,13 @@ bool has_plain_name(std::string_view path) {
          std::all_of(name.begin(), name.end(), is_plain);
 }
 
-void put_in_place(const std::string& from, const std::string& to) {
-  if (!sync(from, O_RDONLY) || rename(from.c_str(), to.c_str()) != 0 ||
-      !sync(directory_of(to), O_RDONLY | O_DIRECTORY)) {
+uint64_t put_in_place(const std::string& from, const std::string& to) {
+  struct stat status = {};
+  if (stat(from.c_str(), &status) != 0 || !sync(from, O_RDONLY) ||
+      rename(from.c_str(), to.c_str()) != 0 || !sync(directory_of(to), O_RDONLY | O_DIRECTORY)) {
     throw Failure::of_system("cannot write '" + to + "'");
   }
+  return static_cast<uint64_t>(status.st_size);
 }
 
 }  // namespace client

@@ -27,8 +27,8 @@ inline uint64_t size_of_file(const std::string& path) {
 bool has_plain_name(std::string_view path);
 
 // Renames a complete file. A reader sees the old file or the whole new one, even after a power cut.
-// Throws a Failure.
-void put_in_place(const std::string& from, const std::string& to);
+// Returns its size in bytes. Throws a Failure.
+uint64_t put_in_place(const std::string& from, const std::string& to);
 
 }  // namespace client
 
