@@ -108,11 +108,16 @@ Trial try_once(const Subject& subject, const Fault& fault, const Reference& refe
   return trial;
 }
 
-// A machine may be busy: what is wrong has to be so a second time, when the times are compared with
-// those of a new run without a fault.
+// What a busy machine may bring about; the rest counts at once.
+bool may_pass(const Verdict& verdict) {
+  return !verdict.is_crash && !verdict.is_untrue && !verdict.is_silent;
+}
+
+// A machine may be busy: what hangs or is left has to do so a second time, when the times are
+// compared with those of a new run without a fault.
 Trial try_fault(const Subject& subject, const Fault& fault, const Reference& reference) {
   Trial trial = try_once(subject, fault, reference);
-  if (trial.verdict.words.empty()) return trial;
+  if (trial.verdict.words.empty() || !may_pass(trial.verdict)) return trial;
   Trial again = try_once(subject, fault, trial.run.is_late ? make_reference(subject) : reference);
   return again.run.has_happened() ? std::move(again) : std::move(trial);
 }

@@ -146,6 +146,7 @@ bool status_chains() {
   if (succeeds) show(head);
   if (succeeds) show(copy);
   if (succeeds) show(found);
+  show_list(head);
   for (tq_status** each : {&head, &copy, &found}) (void)tq_delete_tq_status_recurse(each);
   return succeeds;
 }
@@ -224,8 +225,28 @@ bool status_searches() {
                   collects(tq_find_by_status2, TQ_STATE_NORMAL);
   succeeds = succeeds && tq_search_tq_status_by_type(0, &status, &found) == 0;
   (void)tq_delete_tq_status_recurse(&found);
+  show_list2(sl);
+  if (succeeds) std::printf("%d %d\n", tq_remove_status2("clock"), tq_list_size(sl));
   (void)tq_status_list_free(sl);
   sl = nullptr;
+  return succeeds;
+}
+
+bool status_list_searches() {
+  char name[] = "clock";
+  char detail[] = "one";
+  tq_status status = {0, 0, TQ_STATE_NORMAL, detail, name, nullptr};
+  tq_list_t* const source = tq_list_create();
+  tq_list_t* const found = tq_list_create();
+  // A name that matches would match its copies as well, until no memory is left.
+  const bool succeeds = source != nullptr && found != nullptr &&
+                        tq_list_add(source, &status) == 0 &&
+                        tq_search_tq_status_by_state2(TQ_STATE_NORMAL, source, found) == 0 &&
+                        tq_search_tq_status_by_type2(0, source, found) == 0 &&
+                        tq_search_tq_status_by_name2("radio", found) == 0;
+  if (succeeds) std::printf("%d\n", tq_list_size(found));
+  (void)tq_status_list_free(found);
+  (void)tq_list_free(source, 0);
   return succeeds;
 }
 
@@ -238,6 +259,8 @@ bool log_hooks() {
   const bool succeeds = tq_setup_log_manager() == 0 && tq_set_log_hook(hook) == 0;
   if (!succeeds) free(hook);
   if (succeeds) std::printf("%s\n", text(tq_check_log_hook(&line)));
+  std::printf("%d %d\n", tq_start_monitor(&tq_log_monitor), tq_stop_monitor(&tq_log_monitor));
+  std::printf("%s\n", text(tq_monitor_syslog(message)));
   (void)tq_remove_log_hook("clock");
   (void)tq_list_free(syslog_hook, 0);
   syslog_hook = nullptr;
@@ -267,6 +290,7 @@ bool package_filters() {
 
 constexpr Row kRows[] = {{"lists", lists},
                          {"status-searches", status_searches},
+                         {"status-list-searches", status_list_searches},
                          {"log-hooks", log_hooks},
                          {"complaints", complaints},
                          {"package-filters", package_filters},

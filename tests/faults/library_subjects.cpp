@@ -55,13 +55,18 @@ Subject subject(const std::string& row, void (*set_up)(), void (*prepare)()) {
 std::vector<Subject> library_subjects() {
   const auto nothing = [] {};
   std::vector<Subject> subjects;
-  for (const char* row :
-       {"lists",         "tables",         "configurations",  "configurations-with-blanks",
-        "strings",       "words",          "files",           "messages",
-        "status-chains", "status-manager", "status-searches", "log-hooks",
-        "complaints",    "log-lines",      "log-reading",     "sockets",
-        "commands",      "processes",      "archives",        "package-data",
-        "boot-tests"}) {
+  for (const char* row : {"lists",           "tables",
+                          "configurations",  "configurations-with-blanks",
+                          "strings",         "words",
+                          "files",           "messages",
+                          "status-chains",   "status-manager",
+                          "status-searches", "log-hooks",
+                          "complaints",      "log-lines",
+                          "log-reading",     "sockets",
+                          "commands",        "processes",
+                          "archives",        "package-data",
+                          "boot-tests",      "status-list-searches",
+                          "com-servers",     "com-managers"}) {
     subjects.push_back(subject(row, nothing, prepare_plain));
   }
   for (const char* row : {"packages", "package-filters", "removal", "package-files"}) {
@@ -73,10 +78,11 @@ std::vector<Subject> library_subjects() {
   for (const char* row : {"flash", "backups", "images"}) {
     subjects.push_back(subject(row, nothing, prepare_devices));
   }
-  for (const char* row : {"statuses", "status-records", "remote-starts"}) {
+  for (const char* row : {"statuses", "status-records", "remote-starts", "remote-starts-of-all"}) {
     subjects.push_back(subject(row, nothing, prepare_started_applications));
   }
-  for (const char* row : {"applications", "all-applications", "served-requests"}) {
+  for (const char* row :
+       {"applications", "applications-by-name", "all-applications", "served-requests"}) {
     subjects.push_back(subject(row, nothing, prepare_installed_applications));
   }
   return subjects;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "faults/library_rows.h"
 #include "tarvio/tarvio.h"
@@ -78,7 +79,8 @@ bool flash() {
   int length = 0;
   if (tq_nand_count_badblock("/dev/mtd3", &bad) != 0 ||
       tq_nand_get_writable_len("settings", TQ_IMAGE_KERNEL, bad, &length) != 0 ||
-      tq_erase_flash("/dev/mtd1", 0, 0x20000) != 0 || tq_nandwrite("page", "/dev/mtd1", 0) != 0 ||
+      tq_erase_flash("/dev/mtd1", 0, 0x20000) != 0 || tq_erase_flash_all("/dev/mtd1") != 0 ||
+      tq_nandwrite("page", "/dev/mtd1", 0) != 0 ||
       tq_nanddump("/dev/mtd1", "dump", 0, 0x800) != 0) {
     return false;
   }
@@ -94,6 +96,7 @@ bool backups() {
     free(name);
     return false;
   }
+  std::printf("%d %d %d\n", tq_lib_backup_all(), tq_lib_backup_rootfs(), tq_lib_backup_kernel());
   return tq_lib_backup_areas(areas.get(), ".", "image.tbx", 1) == 0 &&
          tq_lib_backup_restore("image.tbx", ".") == 0;
 }
@@ -149,9 +152,9 @@ bool statuses() {
   return true;
 }
 
-bool status_records() {
+bool show_records(int (*ask)(tq_list_t*)) {
   tq_list_t* const list = tq_list_create();
-  if (list == nullptr || tq_lib_list_all_status(list) != 0) {
+  if (list == nullptr || ask(list) != 0) {
     (void)tq_list_free(list, 0);
     return false;
   }
@@ -163,18 +166,29 @@ bool status_records() {
   return true;
 }
 
+bool status_records() {
+  return show_records(tq_lib_list_all_status) && show_records(tq_lib_list_app_status);
+}
+
 bool remote_starts() { return tq_lib_start_app("clock") == 0 && tq_lib_stop_app("clock") == 0; }
 
-bool applications() {
+bool remote_starts_of_all() { return tq_lib_start_all_app() == 0 && tq_lib_stop_all_app() == 0; }
+
+bool start_and_stop(int (*start)(const char*), int (*stop)(const char*)) {
   if (tq_setup_status_manager() != 0 || tq_setup_package_manager() != 0 ||
       tq_setup_app_manager() != 1) {
     return false;
   }
-  const bool succeeds = tq_start_app("clock") == 0 && tq_stop_app("clock") == 0;
+  std::printf("%d\n", tq_list_size(tq_known_applications()));
+  const bool succeeds = start("clock") == 0 && stop("clock") == 0;
   (void)tq_status_list_free(sl);
   sl = nullptr;
   return succeeds;
 }
+
+bool applications() { return start_and_stop(tq_start_app, tq_stop_app); }
+
+bool applications_by_name() { return start_and_stop(tq_start_app_exact, tq_stop_app_exact); }
 
 bool log_reading() {
   const Lines lines;
@@ -209,21 +223,60 @@ bool sockets() {
   return accepted >= 0;
 }
 
+uint32_t answer(int32_t client) {
+  (void)send(client, "served\n", 7, MSG_NOSIGNAL);
+  return static_cast<uint32_t>(close(client));
+}
+
+bool com_servers() {
+  const Lines lines;
+  const int server = lines.is_valid() ? tq_setup_com_server("socket", answer) : -1;
+  if (server < 0) return false;
+  bool succeeds = tq_wait_com(server) == 0;
+  // Without its thread nobody would answer.
+  const int fd = succeeds ? tq_request_com("socket", "word", 0, nullptr) : -1;
+  if (fd >= 0) {
+    (void)tq_receive_com(fd, lines.get());
+    (void)tq_socket_close(fd);
+  }
+  lines.show();
+  succeeds = tq_stop_com_server(server) == 0 && succeeds;
+  return succeeds && fd >= 0;
+}
+
+// Its thread outlives the row.
+bool com_managers() { return tq_setup_com_manager() == 0; }
+
+int greet(const char* name) {
+  std::printf("greeted %s\n", name == nullptr ? "(null)" : name);
+  return 0;
+}
+
 // A request that the manager of this process answers itself.
-bool served_requests() {
+bool serve(std::string_view request) {
   int ends[2];
   char answer[64] = "";
-  if (tq_setup_status_manager() != 0 || tq_setup_package_manager() != 0 ||
-      tq_setup_app_manager() != 1 ||
-      socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
-    return false;
-  }
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return false;
+  const auto size = static_cast<ssize_t>(request.size());
   bool succeeds =
-      send(ends[0], "start_app\nnone\n", 15, 0) == 15 && shutdown(ends[0], SHUT_WR) == 0;
+      send(ends[0], request.data(), request.size(), 0) == size && shutdown(ends[0], SHUT_WR) == 0;
   if (succeeds) (void)tq_request_handler(ends[1]);
   succeeds = succeeds && recv(ends[0], answer, sizeof answer - 1, MSG_DONTWAIT) > 0;
   std::printf("%s", answer);
-  for (const int fd : ends) (void)close(fd);
+  // The handler has closed the other one.
+  (void)close(ends[0]);
+  return succeeds;
+}
+
+bool served_requests() {
+  constexpr tq_com_word kWords[] = {{"greet", greet}, {nullptr, nullptr}};
+  if (tq_setup_status_manager() != 0 || tq_setup_package_manager() != 0 ||
+      tq_setup_app_manager() != 1) {
+    return false;
+  }
+  tq_set_com_words(kWords);
+  const bool succeeds = serve("start_app\nnone\n") && serve("greet\nclock\n");
+  tq_set_com_words(nullptr);
   (void)tq_list_free(sl, 0);
   sl = nullptr;
   return succeeds;
@@ -238,6 +291,10 @@ bool images() {
 
 constexpr Row kRows[] = {{"commands", commands},
                          {"all-applications", all_applications},
+                         {"applications-by-name", applications_by_name},
+                         {"remote-starts-of-all", remote_starts_of_all},
+                         {"com-servers", com_servers},
+                         {"com-managers", com_managers},
                          {"sockets", sockets},
                          {"served-requests", served_requests},
                          {"images", images},

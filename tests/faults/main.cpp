@@ -1,8 +1,13 @@
-// faults-campaign [--every K] [--first N] [SUBJECT]...   tries all faults of these subjects, or of
-// all faults-campaign SUBJECT FAULT                          tries one fault and shows all of it
-// faults-campaign --subjects                             lists the subjects
+// faults-campaign [--every K] [--first N] [SUBJECT]...
+//     tries the faults of these subjects, or of all: every K-th, beginning with the N-th
+// faults-campaign SUBJECT FAULT
+//     tries one fault, such as "call:17", and shows all of it
+// faults-campaign --subjects
+//     lists the subjects
 //
 // Runs in the sandbox. Exit status 0 when nothing was found.
+#include <sys/prctl.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -15,8 +20,6 @@
 #include "faults/campaign.h"
 #include "faults/device.h"
 #include "support/files.h"
-
-#include <sys/prctl.h>
 
 namespace faults {
 

@@ -57,8 +57,10 @@ void start_manager() {
   }
 }
 
-void request(const std::string& words) {
+void start_application(const std::string& name) {
+  const std::string words = "start_app\n" + name + "\n";
   if (ask(TQ_COM_SOCKET_PATH, words) != "0\n\n") throw std::runtime_error(words);
+  tarvio_test::process_of(name);
 }
 
 }  // namespace
@@ -84,13 +86,21 @@ void prepare_stopped() {
 
 void prepare_started_applications() {
   prepare_stopped();
-  for (const char* name : {"clock", "radio"}) {
-    request("start_app\n" + std::string(name) + "\n");
-    tarvio_test::process_of(name);
-  }
+  for (const char* name : {"clock", "radio"}) start_application(name);
 }
 
 namespace {
+
+// An application of a package that opkg has installed.
+void prepare_started_package() {
+  end_manager();
+  prepare_installed_packages();
+  fs::remove(TQ_COM_SOCKET_PATH);
+  tarvio_test::install_application("app");
+  tarvio_test::forget_process_of("app");
+  start_manager();
+  start_application("app");
+}
 
 // The statuses, and how many of the applications run.
 std::string state_of_manager() {
@@ -103,6 +113,8 @@ std::string state_of_manager() {
   });
   return statuses + std::to_string(running) + " run\n";
 }
+
+std::string state_of_device_and_manager() { return state_of_device() + state_of_manager(); }
 
 // Which application it was may not be known then.
 std::string first_word(const std::string& output) { return output.substr(0, output.find(' ')); }
@@ -129,9 +141,15 @@ std::vector<Subject> manager_subjects() {
       subject("status-json", {"status", "--json"}, prepare_started_applications),
       subject("status-name", {"status", "clock"}, prepare_started_applications),
       change("start", {"start", "clock"}, prepare_stopped),
+      change("start-match", {"start", "--match", "clo"}, prepare_stopped),
       change("stop", {"stop", "clock"}, prepare_started_applications),
       subject("start-all", {"start-all"}, prepare_stopped),
       subject("stop-all", {"stop-all"}, prepare_started_applications),
+      {.name = "remove-started",
+       .program = client({"remove", "app"}),
+       .set_up = save_packages,
+       .prepare = prepare_started_package,
+       .state = state_of_device_and_manager},
   };
 }
 
