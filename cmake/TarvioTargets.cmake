@@ -45,6 +45,13 @@ function(tarvio_base target)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src)
 endfunction()
 
+# What the programs share: the files under /run.
+function(tarvio_runtime target)
+  file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/programs/runtime/*.cpp)
+  target_sources(${target} PRIVATE ${sources})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/programs)
+endfunction()
+
 # Installed programs find the library relative to their own place, wherever that is.
 file(RELATIVE_PATH libdir_from_bindir "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
 

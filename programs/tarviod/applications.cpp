@@ -13,11 +13,11 @@
 #include "base/line_reader.h"
 #include "base/offline_root.h"
 #include "base/owners.h"
+#include "settings/warn.h"
 #include "tarvio/app.h"
 #include "tarvio/opkg.h"
 #include "tarvio/status_manager.h"
 #include "tarvio/text.h"
-#include "warn.h"
 
 namespace tarviod {
 

@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "base/pipe.h"
-#include "command_line.h"
+#include "settings/command_line.h"
 
 namespace tarviod {
 

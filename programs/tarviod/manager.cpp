@@ -15,11 +15,11 @@
 #include "applications.h"
 #include "base/deadline.h"
 #include "base/owners.h"
-#include "config.h"
 #include "server.h"
+#include "settings/config.h"
+#include "settings/warn.h"
 #include "signals.h"
 #include "tarvio/tarvio.h"
-#include "warn.h"
 
 namespace tarviod {
 

@@ -2,9 +2,9 @@
 #ifndef TARVIOD_MANAGER_H
 #define TARVIOD_MANAGER_H
 
-#include "command_line.h"
-#include "config.h"
-#include "log_watch.h"
+#include "settings/command_line.h"
+#include "settings/config.h"
+#include "watch/log_watch.h"
 
 namespace tarviod {
 

@@ -9,14 +9,14 @@
 
 #include "background.h"
 #include "base/owners.h"
-#include "command_line.h"
-#include "config.h"
 #include "instance.h"
-#include "log_reader.h"
-#include "log_watch.h"
 #include "manager.h"
+#include "settings/command_line.h"
+#include "settings/config.h"
 #include "signals.h"
 #include "tarvio/log.h"
+#include "watch/log_reader.h"
+#include "watch/log_watch.h"
 
 namespace {
 

@@ -15,8 +15,8 @@
 
 #include "base/pipe.h"
 #include "log_reader.h"
+#include "settings/warn.h"
 #include "tarvio/log_monitor.h"
-#include "warn.h"
 
 namespace tarviod {
 

@@ -6,7 +6,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "config.h"
+#include "settings/config.h"
 
 namespace tarviod {
 

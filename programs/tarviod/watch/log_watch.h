@@ -4,8 +4,8 @@
 
 #include "base/deadline.h"
 #include "base/owners.h"
-#include "config.h"
 #include "log_report.h"
+#include "settings/config.h"
 
 namespace tarviod {
 

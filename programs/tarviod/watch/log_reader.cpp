@@ -21,8 +21,8 @@
 #include "base/line_cutter.h"
 #include "base/owners.h"
 #include "base/pipe.h"
-#include "command_line.h"
 #include "log_report.h"
+#include "settings/command_line.h"
 #include "tarvio/tarvio.h"
 
 namespace tarviod {

@@ -1,0 +1,46 @@
+// The manager's side of the keeper.
+#ifndef TARVIOD_KEEPER_LINK_H
+#define TARVIOD_KEEPER_LINK_H
+
+#include "base/deadline.h"
+#include "base/owners.h"
+#include "keeper/protocol.h"
+
+namespace tarviod {
+
+// How a keeper was found.
+enum class KeeperFound {
+  kNone,     // neither the one that ran nor a new one: errno says why
+  kRunning,  // the one that a manager before this one has left
+  kStarted,  // a new one; what a dead one has left behind was ended before
+};
+
+// A connection to the keeper, for one thread.
+class KeeperLink {
+ public:
+  // Connects to the keeper that runs, else starts one under `kKeeperSocket` after ending what the
+  // ledger of a dead one names. A keeper of another protocol is asked to end first. Blocks for at
+  // most a few seconds.
+  KeeperFound open();
+
+  [[nodiscard]] bool valid() const { return socket_.valid(); }
+
+  // Asks and waits for the reply; the link is closed, and false returned with errno, when the
+  // keeper is gone or the deadline passes first.
+  bool ask(const KeeperRequest& request, KeeperReply& reply, const tarvio::Deadline& until);
+
+  // Reads one of the records that follow a reply. False as above.
+  bool next(KeptApp& app, const tarvio::Deadline& until);
+
+  // After Ask::kWatch: becomes readable with each change, and when the keeper is gone.
+  [[nodiscard]] int fd() const { return socket_.get(); }
+  // Takes what has become readable; false when the keeper is gone. The link is closed then.
+  bool take_changes();
+
+ private:
+  tarvio::Fd socket_;
+};
+
+}  // namespace tarviod
+
+#endif

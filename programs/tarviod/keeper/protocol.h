@@ -1,0 +1,84 @@
+// What the manager and the keeper say to each other: records of a fixed size, each a packet of a
+// SOCK_SEQPACKET socket. Both ends are the same program, perhaps of different releases.
+#ifndef TARVIOD_PROTOCOL_H
+#define TARVIOD_PROTOCOL_H
+
+#include <stdint.h>
+
+#include "runtime/process_id.h"
+
+namespace tarviod {
+
+// Changes with the layout of any record. A keeper of another release answers EPROTO to everything
+// but Ask::kEnd, whose first fields stay as they are.
+inline constexpr uint32_t kKeeperProtocol = 1;
+
+inline constexpr int kMaxNameBytes = 127;
+inline constexpr int kMaxVersionBytes = 127;
+inline constexpr int kMaxFileBytes = 1023;
+inline constexpr int kMaxUserBytes = 63;
+
+enum class Ask : uint32_t {
+  kApplications,  // answered with a reply, and a KeptApp for each application after it
+  kStart,         // answered when the application is recorded and runs
+  kStop,          // answered when its last process has ended
+  kWatch,         // answered, and from then on with a byte after each change of an application
+  kEnd,           // stops all applications, then answers and ends
+};
+
+// -1: as the manager's.
+struct AppLimits {
+  int64_t memory_bytes = -1;  // address space
+  int64_t open_files = -1;
+  int64_t processes = -1;  // of the user
+};
+
+// How an application is run. Texts end with a zero byte; an empty one is not set.
+struct AppSetup {
+  char start_file[kMaxFileBytes + 1];
+  char stop_file[kMaxFileBytes + 1];
+  char version[kMaxVersionBytes + 1];  // of the package, to be given back
+  char output[kMaxFileBytes + 1];      // "syslog", "inherit", or a file's absolute path
+  char user[kMaxUserBytes + 1];
+  char group[kMaxUserBytes + 1];
+  int32_t nice = 0;
+  int32_t stop_timeout_ms = 10'000;  // until SIGTERM, and from there until SIGKILL
+  int32_t starts = 1;                // this one included; given back
+  AppLimits limits;
+};
+
+struct KeeperRequest {
+  uint32_t protocol = kKeeperProtocol;
+  Ask ask = Ask::kApplications;
+  char name[kMaxNameBytes + 1];
+  AppSetup setup;  // of a start
+};
+
+struct KeeperReply {
+  uint32_t protocol = kKeeperProtocol;
+  int32_t code = 0;   // 0 or an error code
+  int32_t count = 0;  // of the records that follow
+};
+
+enum class KeptState : int32_t {
+  kRunning,
+  kStopping,  // a stop was asked for and has not ended yet
+  kStopped,   // ended by a stop that was asked for
+  kEnded,     // ended by itself
+};
+
+// An application that the keeper has started at least once.
+struct KeptApp {
+  char name[kMaxNameBytes + 1];
+  char version[kMaxVersionBytes + 1];
+  KeptState state = KeptState::kRunning;
+  runtime::ProcessId process;  // the start file's
+  int64_t since = 0;           // of the state, in seconds since the epoch
+  int32_t starts = 0;
+  int32_t exit_status = -1;  // of the start file as waitpid gives it, once it has ended; else -1
+  int32_t run_error = 0;     // why the start file could not be executed, an errno value; else 0
+};
+
+}  // namespace tarviod
+
+#endif
