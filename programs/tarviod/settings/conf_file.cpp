@@ -1,0 +1,117 @@
+#include "conf_file.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <string_view>
+
+#include "base/line_cutter.h"
+#include "base/line_reader.h"
+#include "warn.h"
+
+namespace tarviod {
+
+namespace {
+
+constexpr size_t kPlaceSize = 512;
+
+bool refuse(const char* path, const char* why, int line = __builtin_LINE()) {
+  warn(path, why, line);
+  return false;
+}
+
+bool refuse_unreadable(const char* path, int error, int line = __builtin_LINE()) {
+  if (error == EISDIR) return refuse(path, "is a directory: name a file", line);
+  if (error == ENOMEM) return refuse(path, "out of memory: free some and try again", line);
+  char why[kPlaceSize];
+  (void)snprintf(why, sizeof why, "%s: make it readable", strerror(error));
+  return refuse(path, why, line);
+}
+
+bool is_blank(char byte) { return byte == ' ' || byte == '\t'; }
+
+// Cuts the text after its last word. Empty when there is none.
+const char* last_word(char* text) {
+  char* end = text + strlen(text);
+  while (end > text && is_blank(end[-1])) --end;
+  *end = '\0';
+  while (end > text && !is_blank(end[-1])) --end;
+  return end;
+}
+
+bool store(const ConfFile& file, const char* key, const char* value, const char* line) {
+  return tq_conf_write(file.pairs.get(), key, value) == 0 &&
+         tq_conf_write(file.lines.get(), key, line) == 0;
+}
+
+// Takes lines apart as tq_conf_open2 does, which does not say in which line a pair stands, and
+// takes the last of several words.
+bool parse(const char* path, int fd, const ConfFile& file) {
+  tarvio::ReadAhead ahead;
+  tarvio::LineCutter line(tarvio::LineEnd::kAny);
+  tarvio::LineReader reader(fd, ahead, line);
+  char number[12];
+  for (int count = 1; reader.next(); ++count) {
+    char* text = line.text();
+    (void)snprintf(number, sizeof number, "%d", count);
+    if (line.line().find('\0') != std::string_view::npos) {
+      return refuse_line(path, number, "NUL byte in the line: write the file as plain text");
+    }
+    text[strcspn(text, "#;")] = '\0';
+    if (text[strspn(text, " \t")] == '\0') continue;
+    char* colon = strchr(text, ':');
+    if (colon == nullptr) {
+      return refuse_line(path, number, "no colon in the line: write KEY: VALUE");
+    }
+    *colon = '\0';
+    char* value = colon + 1 + strspn(colon + 1, " \t");
+    if (last_word(value) != value) {
+      return refuse_line(path, number, "value of several words: write one word");
+    }
+    if (!store(file, last_word(text), value, number)) {
+      return refuse_unreadable(path, ENOMEM);
+    }
+  }
+  return reader.error() == 0 || refuse_unreadable(path, reader.error());
+}
+
+// Of pairs with the same key the last one alone counts, so they are checked when all are known.
+bool check(const char* path, const ConfFile& file, Complaint complaint_about) {
+  for (int i = 0; i < tq_count_variables(file.pairs.get()); ++i) {
+    const char* complaint =
+        complaint_about(tq_find_name(file.pairs.get(), i), tq_find_value(file.pairs.get(), i));
+    if (complaint != nullptr)
+      return refuse_line(path, tq_find_value(file.lines.get(), i), complaint);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool refuse_line(const char* path, const char* number, const char* why, int line) {
+  char place[kPlaceSize];
+  (void)snprintf(place, sizeof place, "%s:%s", path, number);
+  return refuse(place, why, line);
+}
+
+bool read_conf_file(const char* path, MissingFile missing, Complaint complaint_about,
+                    ConfFile& file) {
+  const tarvio::Fd opened(open(path, O_RDONLY | O_CLOEXEC));
+  if (!opened.valid()) {
+    return (errno == ENOENT && missing == MissingFile::kEmpty) || refuse_unreadable(path, errno);
+  }
+  return parse(path, opened.get(), file) && check(path, file, complaint_about);
+}
+
+long number_of(const char* text, long maximum) {
+  char* end = nullptr;
+  errno = 0;
+  const long number = strtol(text, &end, 10);
+  const bool is_number = errno == 0 && text[0] >= '0' && text[0] <= '9' && *end == '\0';
+  return is_number && number <= maximum ? number : -1;
+}
+
+}  // namespace tarviod
