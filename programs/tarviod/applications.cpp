@@ -69,13 +69,6 @@ bool read_value(const char* path, const char* key, char (&value)[kValueSize]) {
   return reader.error() == 0;
 }
 
-const tq_app_info* find_known(const char* name) {
-  for (const tq_app_info* app : Known(tq_known_applications())) {
-    if (strcmp(app->package->name, name) == 0) return app;
-  }
-  return nullptr;
-}
-
 class Information {
  public:
   explicit Information(const char* root) {
@@ -126,7 +119,7 @@ bool Information::check_package(const char* control_file) {
   }
   if (category[0] == '\0') return complain_about_damage("TqPackageCategory");
   if (strcmp(category, "Application") != 0) return true;
-  const tq_app_info* app = find_known(name);
+  const tq_app_info* app = find_application(name);
   return app == nullptr ? refuse_unread(name)
                         : check_file(name, ".tqstartapp", app->package->start_app) &&
                               check_file(name, ".tqstopapp", app->package->stop_app);
@@ -150,7 +143,12 @@ bool Information::complain_about_damage(const char* key) {
 
 }  // namespace
 
-bool is_known_application(const char* name) { return find_known(name) != nullptr; }
+tq_app_info* find_application(const char* name) {
+  for (tq_app_info* app : tarvio::Elements<tq_app_info>(tq_known_applications())) {
+    if (strcmp(app->package->name, name) == 0) return app;
+  }
+  return nullptr;
+}
 
 std::optional<Applications> check_applications() {
   if (sl == nullptr || linux_app_binding == nullptr || tq_known_applications() == nullptr) {

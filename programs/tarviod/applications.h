@@ -4,6 +4,8 @@
 
 #include <optional>
 
+#include "tarvio/app.h"
+
 namespace tarviod {
 
 struct Applications {
@@ -19,7 +21,9 @@ struct Applications {
 // the manager would do without an application until somebody restarts it.
 std::optional<Applications> check_applications();
 
-bool is_known_application(const char* name);
+// The record of the application with exactly this name, or null.
+tq_app_info* find_application(const char* name);
+inline bool is_known_application(const char* name) { return find_application(name) != nullptr; }
 
 }  // namespace tarviod
 

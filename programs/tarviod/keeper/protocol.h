@@ -35,23 +35,23 @@ struct AppLimits {
 
 // How an application is run. Texts end with a zero byte; an empty one is not set.
 struct AppSetup {
-  char start_file[kMaxFileBytes + 1];
-  char stop_file[kMaxFileBytes + 1];
-  char version[kMaxVersionBytes + 1];  // of the package, to be given back
-  char output[kMaxFileBytes + 1];      // "syslog", "inherit", or a file's absolute path
-  char user[kMaxUserBytes + 1];
-  char group[kMaxUserBytes + 1];
+  char start_file[kMaxFileBytes + 1] = "";
+  char stop_file[kMaxFileBytes + 1] = "";
+  char version[kMaxVersionBytes + 1] = "";  // of the package, to be given back
+  char output[kMaxFileBytes + 1] = "";      // "syslog", "inherit", or a file's absolute path
+  char user[kMaxUserBytes + 1] = "";
+  char group[kMaxUserBytes + 1] = "";
   int32_t nice = 0;
   int32_t stop_timeout_ms = 10'000;  // until SIGTERM, and from there until SIGKILL
   int32_t starts = 1;                // this one included; given back
-  AppLimits limits;
+  AppLimits limits = {};
 };
 
 struct KeeperRequest {
   uint32_t protocol = kKeeperProtocol;
   Ask ask = Ask::kApplications;
-  char name[kMaxNameBytes + 1];
-  AppSetup setup;  // of a start
+  char name[kMaxNameBytes + 1] = "";
+  AppSetup setup = {};  // of a start
 };
 
 struct KeeperReply {
@@ -69,12 +69,13 @@ enum class KeptState : int32_t {
 
 // An application that the keeper has started at least once.
 struct KeptApp {
-  char name[kMaxNameBytes + 1];
-  char version[kMaxVersionBytes + 1];
+  char name[kMaxNameBytes + 1] = "";
+  char version[kMaxVersionBytes + 1] = "";
   KeptState state = KeptState::kRunning;
-  runtime::ProcessId process;  // the start file's
-  int64_t since = 0;           // of the state, in seconds since the epoch
+  runtime::ProcessId process = {};  // the start file's
+  int64_t since = 0;                // of the state, in seconds since the epoch
   int32_t starts = 0;
+  int32_t stop_timeout_ms = 0;
   int32_t exit_status = -1;  // of the start file as waitpid gives it, once it has ended; else -1
   int32_t run_error = 0;     // why the start file could not be executed, an errno value; else 0
 };

@@ -1,0 +1,80 @@
+// The applications as the manager runs them: the start and stop operations that ask the keeper, and
+// what follows when an application ends by itself.
+#ifndef TARVIOD_KEPT_APPLICATIONS_H
+#define TARVIOD_KEPT_APPLICATIONS_H
+
+#include "app_runs.h"
+#include "base/deadline.h"
+#include "keeper/keeper_link.h"
+#include "runtime/state_file.h"
+#include "tarvio/app.h"
+
+namespace tarviod {
+
+// One object, used by one thread at a time: the com server's, once that runs.
+class KeptApplications {
+ public:
+  KeptApplications() = default;
+  KeptApplications(const KeptApplications&) = delete;
+  KeptApplications& operator=(const KeptApplications&) = delete;
+
+  // Connects to the keeper that runs or starts one, to be called before the manager opens what no
+  // application may inherit. False, with the reason reported, when there is none.
+  //
+  // output  where applications print to, as in AppSetup.
+  bool open(const char* output);
+
+  // Puts the operations that ask the keeper in the place of the library's own, and goes on with
+  // what a manager before this one has left: applications that run, statuses, restarts that were to
+  // come. False, with the reason reported, when that failed.
+  //
+  // previous  what that manager has left, or null.
+  bool take_over(const runtime::StateFile* previous);
+
+  // Starts all applications that are enabled once, each after the one that it names. Returns the
+  // last error code.
+  int start_at_boot();
+
+  // Becomes readable when `follow` has something to do.
+  [[nodiscard]] int fd() const { return changes_.fd(); }
+  // When it is to be called without that.
+  [[nodiscard]] tarvio::Deadline next_restart() const;
+  // Also after each request: takes note of applications that have ended, starts those again that
+  // are due, and sees to a keeper that has died.
+  void follow();
+
+  // Ends the keeper, and with it whatever still runs.
+  void end_keeper();
+
+  [[nodiscard]] const AppRunsTable& runs() const { return runs_; }
+
+ private:
+  static int start_operation(tq_app_info* app);
+  static int stop_operation(tq_app_info* app);
+
+  bool connect();
+  int ask(const KeeperRequest& request, int within_ms);
+  int start(tq_app_info& app, AppRuns& runs);
+  int start_with_keeper(tq_app_info& app, AppRuns& runs);
+  int stop(tq_app_info& app, AppRuns& runs);
+  bool replace_keeper();
+
+  bool take_notes();
+  void settle(const KeptApp& kept);
+  void settle_end(tq_app_info& app, AppRuns& runs);
+  void start_again(tq_app_info& app, AppRuns& runs, const char* detail);
+  void report_failures();
+
+  void restore(const runtime::StateFile& previous);
+  void stop_unknown_ones();
+  void start_lost_ones();
+
+  KeeperLink requests_;
+  KeeperLink changes_;
+  AppRunsTable runs_;
+  const char* output_ = nullptr;
+};
+
+}  // namespace tarviod
+
+#endif
