@@ -1,4 +1,4 @@
-#include "kept_applications.h"
+#include "app_runner.h"
 
 #include <errno.h>
 #include <poll.h>
@@ -31,7 +31,7 @@ constexpr int kStopRounds = 2;
 constexpr char kKeeper[] = "keeper";
 
 // The operations of a binding get no other argument than the application.
-KeptApplications* kept_applications = nullptr;
+AppRunner* runner = nullptr;
 
 using Apps = tarvio::Elements<tq_app_info>;
 
@@ -98,13 +98,13 @@ bool restarts_after(const char* application, const runtime::AppExit& exit) {
 
 }  // namespace
 
-bool KeptApplications::open(const char* output) {
+bool AppRunner::open(const char* output) {
   output_ = output;
-  kept_applications = this;
+  runner = this;
   return connect();
 }
 
-bool KeptApplications::connect() {
+bool AppRunner::connect() {
   KeeperRequest request;
   request.ask = Ask::kWatch;
   KeeperReply reply;
@@ -117,40 +117,40 @@ bool KeptApplications::connect() {
 }
 
 // 0 or an error code; kGone when the keeper is gone.
-int KeptApplications::ask(const KeeperRequest& request, int within_ms) {
+int AppRunner::ask(const KeeperRequest& request, int within_ms) {
   KeeperReply reply;
   if (!requests_.valid() || !requests_.ask(request, reply, Deadline::after(within_ms)))
     return kGone;
   return reply.code;
 }
 
-int KeptApplications::start_operation(tq_app_info* app) {
-  AppRuns* const runs = kept_applications->runs_.find_or_add(app->package->name);
+int AppRunner::start_operation(tq_app_info* app) {
+  AppRuns* const runs = runner->runs_.find_or_add(app->package->name);
   if (runs == nullptr) return ENOMEM;
   // A start of all tries an application until it succeeds, and would never end. `follow` says
   // afterwards that this one has failed.
   if (runs->failure != 0) return 0;
   runs->restarts.reset();
   runs->is_start = true;
-  runs->failure = kept_applications->start(*app, *runs);
+  runs->failure = runner->start(*app, *runs);
   return runs->failure;
 }
 
-int KeptApplications::stop_operation(tq_app_info* app) {
-  AppRuns* const runs = kept_applications->runs_.find_or_add(app->package->name);
+int AppRunner::stop_operation(tq_app_info* app) {
+  AppRuns* const runs = runner->runs_.find_or_add(app->package->name);
   if (runs == nullptr) return ENOMEM;
   if (runs->failure != 0) return 0;  // as above
   runs->is_start = false;
-  runs->failure = kept_applications->stop(*app, *runs);
+  runs->failure = runner->stop(*app, *runs);
   return runs->failure;
 }
 
-int KeptApplications::start(tq_app_info& app, AppRuns& runs) {
+int AppRunner::start(tq_app_info& app, AppRuns& runs) {
   const int code = start_with_keeper(app, runs);
   return code == kGone && replace_keeper() ? start_with_keeper(app, runs) : code;
 }
 
-int KeptApplications::start_with_keeper(tq_app_info& app, AppRuns& runs) {
+int AppRunner::start_with_keeper(tq_app_info& app, AppRuns& runs) {
   KeeperRequest request = {};
   request.ask = Ask::kStart;
   AppSettings settings;
@@ -164,7 +164,7 @@ int KeptApplications::start_with_keeper(tq_app_info& app, AppRuns& runs) {
   return take_notes() ? 0 : kGone;
 }
 
-int KeptApplications::stop(tq_app_info& app, AppRuns& runs) {
+int AppRunner::stop(tq_app_info& app, AppRuns& runs) {
   const bool runs_now = !runs.restart_due.is_set();
   runs.restart_due = Deadline::never();
   runs.restarts.reset();
@@ -182,7 +182,7 @@ int KeptApplications::stop(tq_app_info& app, AppRuns& runs) {
 }
 
 // Starts a keeper in the place of one that has died, and what that one ran.
-bool KeptApplications::replace_keeper() {
+bool AppRunner::replace_keeper() {
   warn(kKeeper, "has died: its applications are ended and started again");
   if (!connect() || !take_notes()) return false;
   start_lost_ones();
@@ -190,7 +190,7 @@ bool KeptApplications::replace_keeper() {
 }
 
 // An application that counts as started and that the keeper does not know.
-void KeptApplications::start_lost_ones() {
+void AppRunner::start_lost_ones() {
   for (tq_app_info* app : Apps(tq_known_applications())) {
     AppRuns* const runs = runs_.find_or_add(app->package->name);
     if (runs == nullptr || app->stopped != 0 || runs->restart_due.is_set() || runs->is_kept) {
@@ -200,7 +200,7 @@ void KeptApplications::start_lost_ones() {
   }
 }
 
-void KeptApplications::start_again(tq_app_info& app, AppRuns& runs, const char* detail) {
+void AppRunner::start_again(tq_app_info& app, AppRuns& runs, const char* detail) {
   const int code = start_with_keeper(app, runs);
   if (code == 0) return set_status(runs.name, TQ_STATE_NORMAL, detail);
   runs.exit = {.kind = runtime::ExitKind::kNotRun, .number = code};
@@ -208,7 +208,7 @@ void KeptApplications::start_again(tq_app_info& app, AppRuns& runs, const char* 
 }
 
 // False when the keeper is gone.
-bool KeptApplications::take_notes() {
+bool AppRunner::take_notes() {
   const Deadline until = Deadline::after(kReplyMs);
   const KeeperRequest request;
   KeeperReply reply;
@@ -222,7 +222,7 @@ bool KeptApplications::take_notes() {
   return true;
 }
 
-void KeptApplications::settle(const KeptApp& kept) {
+void AppRunner::settle(const KeptApp& kept) {
   AppRuns* const runs = runs_.find_or_add(kept.name);
   if (runs == nullptr) return;
   runs->is_kept = true;
@@ -256,7 +256,7 @@ void KeptApplications::settle(const KeptApp& kept) {
 }
 
 // The application is to be started again, or counts as stopped.
-void KeptApplications::settle_end(tq_app_info& app, AppRuns& runs) {
+void AppRunner::settle_end(tq_app_info& app, AppRuns& runs) {
   const ExitText text = describe(runs.exit);
   const bool again = restarts_after(runs.name, runs.exit);
   const int pause_ms = again ? runs.restarts.next_pause_ms() : -1;
@@ -275,7 +275,7 @@ void KeptApplications::settle_end(tq_app_info& app, AppRuns& runs) {
 }
 
 // The library has set a status that does not say why, or that hides a failure which it tried again.
-void KeptApplications::report_failures() {
+void AppRunner::report_failures() {
   for (AppRuns& runs : runs_.all()) {
     const int code = std::exchange(runs.failure, 0);
     tq_app_info* const app = find_application(runs.name);
@@ -289,7 +289,7 @@ void KeptApplications::report_failures() {
   }
 }
 
-void KeptApplications::follow() {
+void AppRunner::follow() {
   report_failures();
   if (is_readable(changes_.fd()) && !(changes_.take_changes() && take_notes()) &&
       !replace_keeper()) {
@@ -303,7 +303,7 @@ void KeptApplications::follow() {
   }
 }
 
-int KeptApplications::start_at_boot() {
+int AppRunner::start_at_boot() {
   int code = 0;
   BootOrder order;
   if (!order.read()) code = ENOMEM;
@@ -316,7 +316,7 @@ int KeptApplications::start_at_boot() {
   return code;
 }
 
-Deadline KeptApplications::next_restart() const {
+Deadline AppRunner::next_restart() const {
   Deadline next = Deadline::never();
   for (const AppRuns& runs : runs_.all()) {
     const bool is_sooner =
@@ -327,7 +327,7 @@ Deadline KeptApplications::next_restart() const {
   return next;
 }
 
-bool KeptApplications::take_over(const runtime::StateFile* previous) {
+bool AppRunner::take_over(const runtime::StateFile* previous) {
   linux_app_binding->start = start_operation;
   linux_app_binding->stop = stop_operation;
   if (previous != nullptr) restore(*previous);
@@ -341,7 +341,7 @@ bool KeptApplications::take_over(const runtime::StateFile* previous) {
 }
 
 // What ran counts as started until the keeper says otherwise.
-void KeptApplications::restore(const runtime::StateFile& previous) {
+void AppRunner::restore(const runtime::StateFile& previous) {
   previous.each_status([](const runtime::StatusLine& line) {
     const tarvio::CString name = tarvio::copy_of(line.name);
     const tarvio::CString detail = tarvio::copy_of(line.detail);
@@ -363,7 +363,7 @@ void KeptApplications::restore(const runtime::StateFile& previous) {
 }
 
 // Those whose package was removed while no manager ran.
-void KeptApplications::stop_unknown_ones() {
+void AppRunner::stop_unknown_ones() {
   for (const AppRuns& runs : runs_.all()) {
     if (runs.state != AppState::kRunning || find_application(runs.name) != nullptr) continue;
     KeeperRequest request = {};
@@ -375,7 +375,7 @@ void KeptApplications::stop_unknown_ones() {
   }
 }
 
-void KeptApplications::end_keeper() {
+void AppRunner::end_keeper() {
   KeeperRequest request = {};
   request.ask = Ask::kEnd;
   (void)ask(request, kReplyMs);

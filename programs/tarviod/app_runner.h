@@ -1,7 +1,7 @@
 // The applications as the manager runs them: the start and stop operations that ask the keeper, and
 // what follows when an application ends by itself.
-#ifndef TARVIOD_KEPT_APPLICATIONS_H
-#define TARVIOD_KEPT_APPLICATIONS_H
+#ifndef TARVIOD_APP_RUNNER_H
+#define TARVIOD_APP_RUNNER_H
 
 #include "app_runs.h"
 #include "base/deadline.h"
@@ -12,11 +12,11 @@
 namespace tarviod {
 
 // One object, used by one thread at a time: the com server's, once that runs.
-class KeptApplications {
+class AppRunner {
  public:
-  KeptApplications() = default;
-  KeptApplications(const KeptApplications&) = delete;
-  KeptApplications& operator=(const KeptApplications&) = delete;
+  AppRunner() = default;
+  AppRunner(const AppRunner&) = delete;
+  AppRunner& operator=(const AppRunner&) = delete;
 
   // Connects to the keeper that runs or starts one, to be called before the manager opens what no
   // application may inherit. False, with the reason reported, when there is none.
