@@ -135,6 +135,14 @@ TEST(ClientPackOfAWrongDirectory, SaysThatItIsNotThere) {
   EXPECT_EQ(complaint_of(directory), "No such file or directory (2)\n");
 }
 
+TEST(ClientPackOfAWrongDirectory, SaysThatItIsAFile) {
+  const SampleDirectory directory;
+  std::filesystem::remove_all(directory.path());
+  write_file(directory.path(), "");
+  EXPECT_EQ(complaint_of(directory),
+            "cannot read '" + directory.path() + "': Not a directory (20)\n");
+}
+
 TEST(ClientPackOfAWrongDirectory, SaysThatAControlFileIsMissing) {
   const SampleDirectory directory;
   std::filesystem::remove(directory / "control");
