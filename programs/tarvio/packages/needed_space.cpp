@@ -5,8 +5,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
+#include <optional>
 
+#include "packages/package_size.h"
 #include "process/failure.h"
 #include "process/paths.h"
 #include "process/system_file.h"
@@ -19,12 +20,12 @@ void NeededSpace::add(std::string_view piece) {
   while (lines_.feed(piece) == tarvio::LineCutter::Result::kLine) add_line(lines_.line());
 }
 
-// "-rw-r--r-- 0/0 3000 2024-01-01 00:00 ./opt/clock/face"
 void NeededSpace::add_line(std::string_view line) {
-  if (!line.starts_with('-')) return;
+  const std::optional<uint64_t> bytes = listed_size(line);
+  if (!bytes) is_wrong_ = true;
+  if (!bytes || !line.starts_with('-')) return;
   std::array<std::string_view, 6> words;  // mode, owner, size, date, time, name up to a blank
   for (std::string_view& word : words) word = take_word(line);
-  const uint64_t bytes = strtoull(std::string(words[2]).c_str(), nullptr, 10);
   std::string_view& name = words[5];
   if (name.starts_with("./")) name.remove_prefix(2);
   std::string path = root_ + '/' + std::string(name);
@@ -34,10 +35,12 @@ void NeededSpace::add_line(std::string_view line) {
     path = directory_of(path);
   } while (stat(path.c_str(), &status) != 0 && path != "/");
   Place& place = places_.try_emplace(status.st_dev, Place{path}).first->second;
-  place.bytes += bytes - std::min(bytes, replaced);
+  const uint64_t added = *bytes - std::min(*bytes, replaced);
+  if (__builtin_add_overflow(place.bytes, added, &place.bytes)) is_wrong_ = true;
 }
 
-void NeededSpace::check() const {
+void NeededSpace::check() {
+  if (lines_.finish() || is_wrong_) throw Failure(EINVAL, "cannot parse the sizes in tar's output");
   for (const auto& [device, place] : places_) {
     struct statvfs status = {};
     if (statvfs(place.directory.c_str(), &status) != 0) {

@@ -24,8 +24,9 @@ class NeededSpace {
   // The listing comes in pieces.
   void add(std::string_view piece);
 
-  // Throws a Failure that names the directory without enough free space.
-  void check() const;
+  // At the end. Throws a Failure that names the directory without enough free space, and for a line
+  // that is not one of such a listing.
+  void check();
 
  private:
   struct Place {
@@ -37,6 +38,7 @@ class NeededSpace {
 
   std::string root_;
   std::map<dev_t, Place> places_;
+  bool is_wrong_ = false;
   // A name that is longer counts for the directories that the beginning leads to.
   std::array<char, 4097> room_ = {};
   tarvio::LineCutter lines_{tarvio::LineEnd::kLineFeed, room_, tarvio::Excess::kDropped};

@@ -169,7 +169,8 @@ void check_archives(const WorkDirectory& directory, const std::string& absolute_
     }
   };
   read("control.tar.gz", {"tar", "-tzf", "control.tar.gz"}, [](std::string_view) {});
-  read("data.tar.gz", {"sh", "-c", "ar p \"$0\" data.tar.gz | tar -tvzf -", absolute_path},
+  read("data.tar.gz",
+       {"sh", "-c", "ar p \"$0\" data.tar.gz | tar -tvz --numeric-owner -f -", absolute_path},
        data_listing);
 }
 

@@ -1,6 +1,5 @@
 #include "packages/package_size.h"
 
-#include <algorithm>
 #include <charconv>
 #include <vector>
 
@@ -10,17 +9,12 @@ namespace client {
 
 namespace {
 
-constexpr size_t kSizeField = 2;
-constexpr size_t kAvailableField = 3;
 constexpr uint64_t kBlockBytes = 1024;
 
-std::string_view field_of(std::string_view line, size_t field) {
-  for (size_t at = 0;; ++at) {
-    line.remove_prefix(std::min(line.size(), line.find_first_not_of(' ')));
-    const std::string_view word = line.substr(0, line.find(' '));
-    if (at == field || word.empty()) return word;
-    line.remove_prefix(word.size());
-  }
+// The word after so many others; empty when there are fewer.
+std::string_view word_after(size_t others, std::string_view line) {
+  while (others-- > 0) (void)take_word(line);
+  return take_word(line);
 }
 
 std::optional<uint64_t> number_of(std::string_view text) {
@@ -31,19 +25,20 @@ std::optional<uint64_t> number_of(std::string_view text) {
   return number;
 }
 
-// Devices have two numbers in place of a size, and take no space.
-bool is_device(std::string_view line) { return line.front() == 'b' || line.front() == 'c'; }
-
 }  // namespace
+
+// "-rw-r--r-- 0/0 3000 2024-01-01 00:00 ./opt/clock/face"
+std::optional<uint64_t> listed_size(std::string_view line) {
+  const bool is_device = line.starts_with('b') || line.starts_with('c');
+  return is_device ? 0 : number_of(word_after(2, line));
+}
 
 void ListingSum::add(std::string_view piece) {
   while (lines_.feed(piece) == tarvio::LineCutter::Result::kLine) add_line(lines_.line());
 }
 
 void ListingSum::add_line(std::string_view line) {
-  if (line.ends_with('\n')) line.remove_suffix(1);
-  if (!line.empty() && is_device(line)) return;
-  const std::optional<uint64_t> size = number_of(field_of(line, kSizeField));
+  const std::optional<uint64_t> size = listed_size(line);
   const bool is_added = size && !__builtin_add_overflow(sum_, *size, &sum_);
   is_wrong_ = is_wrong_ || !is_added;
 }
@@ -56,7 +51,7 @@ std::optional<uint64_t> ListingSum::finish() {
 std::optional<uint64_t> free_bytes_in(std::string_view df_output) {
   const std::vector<std::string> lines = lines_of(df_output);
   if (lines.size() < 2) return std::nullopt;
-  const std::optional<uint64_t> blocks = number_of(field_of(lines[1], kAvailableField));
+  const std::optional<uint64_t> blocks = number_of(word_after(3, lines[1]));
   if (!blocks) return std::nullopt;
   return *blocks * kBlockBytes;
 }

@@ -11,6 +11,10 @@
 
 namespace client {
 
+// The size in a line of a verbose listing of tar: 0 for a device, which has two numbers in its
+// place; none when it cannot be parsed.
+std::optional<uint64_t> listed_size(std::string_view line);
+
 // Adds up the sizes in a verbose listing of tar, which comes in pieces.
 class ListingSum {
  public:

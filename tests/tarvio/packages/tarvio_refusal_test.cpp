@@ -152,9 +152,24 @@ TEST_F(ClientRefusal, WantsSpaceForTheFiles) {
   ASSERT_EQ(::mount("ramfs", (small / "uncounted").c_str(), "ramfs", 0, nullptr), 0);
   EXPECT_EQ(complaint("-rw-r--r--" + entry + "uncounted/a\n"), "");
   EXPECT_EQ(::umount2((small / "uncounted").c_str(), MNT_DETACH), 0);
+  for (const char* line : {"tar: oops\n", "\n", "-rw-r--r-- 0/0 5x 2024-01-01 00:00 ./a\n",
+                           "-rw-r--r-- 0/0 5 2024-01-01 00:00 ./not-ended",
+                           "-rw-r--r-- 0/0 18446744073709551615 2024-01-01 00:00 ./a\n"
+                           "-rw-r--r-- 0/0 1 2024-01-01 00:00 ./b\n"}) {
+    EXPECT_EQ(complaint(line), "cannot parse the sizes in tar's output") << line;
+  }
+  EXPECT_EQ(complaint("crw-r--r-- 0/0 1,3 2024-01-01 00:00 ./null\n"), "");
   write_file(small / "old", std::string(50000, 'x'));  // replaced
   EXPECT_EQ(complaint("-rw-r--r--" + entry + "old\n"), "");
   EXPECT_EQ(::umount2(small.path().c_str(), MNT_DETACH), 0);
+}
+
+TEST_F(ClientRefusal, CountsTheFilesOfAnOwnerWithABlank) {
+  const Script opkg(lines_that_install());
+  const HandMadePackage package;
+  package.shell("tar czf data.tar.gz --owner='Halvern Corporation' -C data .");
+  package.build();
+  EXPECT_EQ(run_tarvio({"install", package.path()}).errors, "");
 }
 
 TEST_F(ClientRefusal, SendsAnImageToRestore) {
