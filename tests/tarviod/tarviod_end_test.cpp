@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -99,13 +100,23 @@ TEST(TarviodEnd, CanBeRequestedDuringTheStart) {
   EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
 }
 
+// A clock for the manager that stands still until the test moves it.
+class LateClock {
+ public:
+  LateClock() { put_on("0"); }
+  void put_on(const std::string& seconds) const { write_file(file_, seconds); }
+  std::function<void()> module() const { return with_module(TARVIOD_LATE_CLOCK, file_); }
+
+ private:
+  const TempDir directory_;
+  const std::string file_ = directory_ / "clock";
+};
+
 // As the program timeout sends it: to the process, and to its group.
 TEST(TarviodEnd, TakesTheSameSignalWithinASecondForOne) {
   install_application("clock");
-  const TempDir directory;
-  const std::string clock = directory / "clock";
-  write_file(clock, "0");
-  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, clock));
+  const LateClock clock;
+  Tarviod manager({"--start-all"}, clock.module());
   ASSERT_TRUE(manager.answers());
   const pid_t process = process_of("clock");
   manager.send(SIGTERM);
@@ -174,15 +185,13 @@ TEST_F(TarviodWithManyApplications, AreNotWaitedForAfterASecondSignal) {
 }
 
 TEST_F(TarviodWithManyApplications, AreNotWaitedForAfterTheSameSignalASecondLater) {
-  const TempDir directory;
-  const std::string clock = directory / "clock";
-  write_file(clock, "0");
-  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, clock));
+  const LateClock clock;
+  Tarviod manager({"--start-all"}, clock.module());
   ASSERT_TRUE(manager.answers());
   all_run();
   manager.send(SIGTERM);
   ASSERT_TRUE(is_stopping());
-  write_file(clock, "2");
+  clock.put_on("2");
   manager.send(SIGTERM);
   EXPECT_EQ(manager.end(), 0);
   EXPECT_EQ(manager.errors(), kCutShort);
@@ -191,18 +200,16 @@ TEST_F(TarviodWithManyApplications, AreNotWaitedForAfterTheSameSignalASecondLate
 }
 
 TEST_F(TarviodWithManyApplications, AreWaitedForThirtySecondsAndTwoForEach) {
-  const TempDir directory;
-  const std::string clock = directory / "clock";
-  write_file(clock, "0");
-  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, clock));
+  const LateClock clock;
+  Tarviod manager({"--start-all"}, clock.module());
   ASSERT_TRUE(manager.answers());
   all_run();
   manager.send(SIGTERM);
   ASSERT_TRUE(is_stopping());
-  write_file(clock, "49");
+  clock.put_on("49");
   EXPECT_TRUE(eventually([] { return was_stopped("hhh"); }));
   EXPECT_FALSE(manager.has_ended());
-  write_file(clock, "51");
+  clock.put_on("51");
   EXPECT_EQ(manager.end(), 0);
   EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: timed out after 50 seconds\n");
   EXPECT_FALSE(was_stopped("aaa"));
