@@ -110,10 +110,9 @@ const Command kInstallCommand = {
     .summary = "install package files",
     .description =
         "Installs package files, whose names end in .tbx, with opkg. A damaged file is refused, "
-        "and "
-        "so are one without enough space for it and an image, which 'tarvio restore' writes. The "
-        "result is checked against what is "
-        "actually installed. Restart tarviod to make a new application available.",
+        "and so are one without enough space for it and an image, which 'tarvio restore' writes. "
+        "The result is checked against what is actually installed. Restart tarviod to make a new "
+        "application available.",
     .statuses = kToolsStatuses,
     .run = run,
 };
