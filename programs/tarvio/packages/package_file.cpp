@@ -135,7 +135,7 @@ Failure no_archive(const std::string& archive) {
 
 PackageFile read_package_file(const WorkDirectory& directory, const std::string& absolute_path,
                               double seconds) {
-  require_tools({"ar", "tar"});
+  require_tools({"ar", "tar", "gzip"});
   const std::vector<std::string> lines = lines_of(
       run_job(
           directory, "ar or tar", [&] { return read_control_files(absolute_path); }, seconds)

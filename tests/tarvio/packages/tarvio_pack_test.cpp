@@ -201,6 +201,17 @@ TEST(ClientPackOfAWrongDirectory, RefusesAFileThatIsTooLargeForAControlFile) {
   EXPECT_EQ(complaint_of(directory), "control: larger than 1 MiB, so not a control file (27)\n");
 }
 
+TEST(ClientPack, NamesAToolThatIsMissing) {
+  const SampleDirectory directory;
+  for (const std::string tool : {"ar", "tar", "gzip"}) {
+    const PathWithout path(tool);
+    const Ran run = pack(directory, directory.beside("x.tbx"));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors, "tarvio: cannot pack '" + directory.path() + "': the tool " + tool +
+                              " is missing; install it, or add its directory to PATH (2)\n");
+  }
+}
+
 TEST(ClientPack, ReportsWhatAToolSaysFirst) {
   const SampleDirectory directory;
   const TempDir tools;
