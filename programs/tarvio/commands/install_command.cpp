@@ -13,6 +13,7 @@
 #include "packages/package_file.h"
 #include "process/failure.h"
 #include "process/required_tools.h"
+#include "terminal/words.h"
 
 namespace client {
 
@@ -49,10 +50,11 @@ PackageFile read_whole_package(const WorkDirectory& directory, const std::string
   if (package.is_image()) {
     throw Failure(EINVAL, "it is an image, not an application; write it with 'tarvio restore'");
   }
-  NeededSpace space(root_of_packages());
-  check_archives(directory, path, seconds, [&space](std::string_view piece) { space.add(piece); });
-  space.check();
-  return package;
+  const Space space = measure_package(directory, path, seconds).decisive;
+  if (space.fits()) return package;
+  throw Failure(ENOSPC, "not enough space in '" + space.directory +
+                            "': " + size_words(space.needed_bytes) + " needed, " +
+                            size_words(*space.free_bytes) + " free");
 }
 
 Verdict judge(const PackageFile& package, const Installed& before, const Installed& now,
