@@ -25,7 +25,7 @@ class PathWithout {
   explicit PathWithout(const std::string& missing) {
     // The last one runs the client where it is emulated.
     for (const std::string name :
-         {"sh", "ar", "tar", "gzip", "cat", "df", "flash_erase", "flash_eraseall", "nanddump",
+         {"sh", "ar", "tar", "gzip", "cat", "flash_erase", "flash_eraseall", "nanddump",
           "nandwrite", "mkfs.jffs2", "qemu-arm"}) {
       const std::string line =
           "tool=$(PATH=$PATH:/usr/sbin command -v " + name + ") && ln -s $tool .; true";
