@@ -28,6 +28,9 @@ struct Subject {
   bool has_forks = true;
   // What is wrong beside what holds for every program; empty when nothing is.
   std::function<std::string(const Run&)> wrong = {};
+  // Whether what is wrong after this fault follows from an oddity of the library: anything but a
+  // crash and a hang is let pass then.
+  std::function<bool(const Run&)> is_odd = {};
 };
 
 struct Findings {
