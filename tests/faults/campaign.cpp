@@ -37,7 +37,7 @@ Reference make_reference(const Subject& subject) {
   reference.state = subject.state();
   const Run& run = reference.run;
   const std::string wrong = subject.wrong ? subject.wrong(run) : "";
-  if (run.status != 0 || !run.left.empty() || !wrong.empty()) {
+  if (run.status != subject.status || !run.left.empty() || !wrong.empty()) {
     throw std::runtime_error(subject.name + " fails without a fault: status " +
                              std::to_string(run.status) + ", " + wrong + run.output + run.errors);
   }

@@ -17,6 +17,8 @@ struct Subject {
   std::function<void()> set_up;
   // Puts the device into the same state before each run.
   std::function<void()> prepare;
+  // Its exit status without a fault.
+  int status = 0;
   // The state of the device after a run, compared with that after the run without a fault.
   std::function<std::string()> state;
   // The part of the output that is always the same; all of it unless it is given.
