@@ -22,6 +22,8 @@ namespace {
 
 constexpr char kSocketPath[] = TQ_COM_SOCKET_PATH;
 constexpr mode_t kDirectoryMode = 0755;
+constexpr char kLockPath[] = TQ_COM_SOCKET_PATH ".lock";
+constexpr mode_t kLockMode = 0600;  // whoever can open a file can lock it
 
 // The mode does not depend on the caller's umask: every user may connect (oddity 113).
 bool make_one(const char* path) {
@@ -68,18 +70,20 @@ void complain_about_manager() {
               stderr);
 }
 
-// A lock on the directory itself: a file in it could be removed. Not valid when the directory
-// cannot be used, or another manager holds the lock.
+// Not valid when the directory cannot be used, or another manager holds the lock. The file stays:
+// a manager that starts might have opened one that is removed, and two would hold a lock.
 Fd lock_directory(const char* directory) {
-  Fd claim(open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!claim.valid() || access(directory, W_OK | X_OK) != 0) {
+  const Fd place(open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!place.valid() || access(directory, W_OK | X_OK) != 0) {
     complain("use", directory);
-  } else if (flock(claim.get(), LOCK_EX | LOCK_NB) == 0) {
-    return claim;
-  } else if (errno == EWOULDBLOCK) {
+    return Fd();
+  }
+  Fd claim(open(kLockPath, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kLockMode));
+  if (claim.valid() && flock(claim.get(), LOCK_EX | LOCK_NB) == 0) return claim;
+  if (claim.valid() && errno == EWOULDBLOCK) {
     complain_about_manager();
   } else {
-    complain("lock", directory);
+    complain("lock", kLockPath);
   }
   return Fd();
 }

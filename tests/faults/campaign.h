@@ -17,6 +17,8 @@ struct Subject {
   std::function<void()> set_up;
   // Puts the device into the same state before each run.
   std::function<void()> prepare;
+  // Its exit status without a fault.
+  int status = 0;
   // The state of the device after a run, compared with that after the run without a fault.
   std::function<std::string()> state;
   // The part of the output that is always the same; all of it unless it is given.
@@ -28,6 +30,9 @@ struct Subject {
   bool has_forks = true;
   // What is wrong beside what holds for every program; empty when nothing is.
   std::function<std::string(const Run&)> wrong = {};
+  // Whether what is wrong after this fault follows from an oddity of the library: anything but a
+  // crash and a hang is let pass then.
+  std::function<bool(const Run&)> is_odd = {};
 };
 
 struct Findings {

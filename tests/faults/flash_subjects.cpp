@@ -113,6 +113,7 @@ Subject subject(const std::string& name, const std::vector<std::string>& words, 
 std::vector<Subject> flash_subjects() {
   return {
       subject("areas", {"areas"}, prepare_flash, state_of_devices),
+      subject("areas-json", {"areas", "--json"}, prepare_flash, state_of_devices),
       subject("backup", {"backup", "bootloader", "kernel", "--to", "image.tbx"}, prepare_flash,
               state_of_image),
       subject("backup-verify", {"backup", "kernel", "--verify", "--to", "image.tbx"}, prepare_flash,

@@ -66,7 +66,11 @@ Subject subject(const std::string& name, const std::vector<std::string>& words, 
 }  // namespace
 
 std::vector<Subject> package_subjects() {
+  Subject mistake = subject("mistake", {"status", "--bogus"}, clear_device);
+  mistake.status = 64;
   return {
+      subject("help", {"--help"}, clear_device),
+      mistake,
       subject("list", {"list"}, prepare_installed_packages),
       subject("list-json", {"list", "--json"}, prepare_installed_packages),
       subject("install", {"install", "app-1.0.tbx"}, prepare_package_files),

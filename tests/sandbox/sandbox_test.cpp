@@ -98,7 +98,7 @@ int enter_without_own_proc(const char* script) {
 
 TEST(Sandbox, PassesTheExitStatusOn) { EXPECT_EQ(WEXITSTATUS(enter("exit 7")), 7); }
 
-TEST(Sandbox, TellsTheSignalThatEndedTheCommand) {
+TEST(Sandbox, ReportsTheSignalThatEndedTheCommand) {
   EXPECT_EQ(WEXITSTATUS(enter("kill -SEGV $$")), 128 + SIGSEGV);
 }
 

@@ -48,7 +48,7 @@ inline std::string read_to_end(int fd) {
   return text;
 }
 
-// Waits for a child; its status as waitpid tells it.
+// Waits for a child; its status as waitpid reports it.
 inline int end_of(pid_t child) {
   int status = -1;
   if (::waitpid(child, &status, 0) != child) ADD_FAILURE() << "process " << child << " is no child";

@@ -84,7 +84,7 @@ TEST(LogCapture, KeepsPriorityTextUnitAndLine) {
   EXPECT_EQ(records[0].line, 42);
 }
 
-TEST(LogCapture, TellsMessagesByLevel) {
+TEST(LogCapture, DistinguishesMessagesByLevel) {
   const LogCapture log(TQ_LOG_INFO);
   tq_log_func(TQ_LOG_INFO, "u", 1, "one");
   tq_log_func(TQ_LOG_WARNING, "u", 1, "two");

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,12 +13,18 @@
 #include "support/com/sockets.h"
 #include "support/files.h"
 #include "support/programs/tarviod.h"
+#include "support/work_directory.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {
 namespace {
 
 namespace fs = std::filesystem;
+
+// Nothing is left but the file that managers lock.
+void expect_no_socket() {
+  EXPECT_EQ(names_in("/usr/local/share/tarvio"), std::vector<std::string>{"ipcom.lock"});
+}
 
 class Signal : public testing::TestWithParam<int> {};
 
@@ -42,7 +49,7 @@ TEST_P(Signal, RemovesTheSocket) {
   ASSERT_TRUE(manager.answers());
   manager.send(GetParam());
   EXPECT_EQ(manager.end(), 0);
-  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+  expect_no_socket();
 }
 
 TEST_P(Signal, KeepsTheApplicationsWhenTold) {
@@ -52,7 +59,7 @@ TEST_P(Signal, KeepsTheApplicationsWhenTold) {
   const pid_t clock = process_of("clock");
   manager.send(GetParam());
   EXPECT_EQ(manager.end(), 0);
-  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+  expect_no_socket();
   EXPECT_TRUE(is_alive(clock));
   EXPECT_FALSE(was_stopped("clock"));
 }
@@ -96,16 +103,26 @@ TEST(TarviodEnd, CanBeRequestedDuringTheStart) {
   manager.send(SIGTERM);
   write_file(go, "");
   EXPECT_EQ(manager.end(), 0);
-  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+  expect_no_socket();
 }
+
+// A clock for the manager that stands still until the test moves it.
+class LateClock {
+ public:
+  LateClock() { put_on("0"); }
+  void put_on(const std::string& seconds) const { write_file(file_, seconds); }
+  std::function<void()> module() const { return with_module(TARVIOD_LATE_CLOCK, file_); }
+
+ private:
+  const TempDir directory_;
+  const std::string file_ = directory_ / "clock";
+};
 
 // As the program timeout sends it: to the process, and to its group.
 TEST(TarviodEnd, TakesTheSameSignalWithinASecondForOne) {
   install_application("clock");
-  const TempDir directory;
-  const std::string clock = directory / "clock";
-  write_file(clock, "0");
-  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, clock));
+  const LateClock clock;
+  Tarviod manager({"--start-all"}, clock.module());
   ASSERT_TRUE(manager.answers());
   const pid_t process = process_of("clock");
   manager.send(SIGTERM);
@@ -170,43 +187,39 @@ TEST_F(TarviodWithManyApplications, AreNotWaitedForAfterASecondSignal) {
   EXPECT_EQ(manager.end(), 0);
   EXPECT_EQ(manager.errors(), kCutShort);
   EXPECT_FALSE(was_stopped("aaa"));
-  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+  expect_no_socket();
 }
 
 TEST_F(TarviodWithManyApplications, AreNotWaitedForAfterTheSameSignalASecondLater) {
-  const TempDir directory;
-  const std::string clock = directory / "clock";
-  write_file(clock, "0");
-  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, clock));
+  const LateClock clock;
+  Tarviod manager({"--start-all"}, clock.module());
   ASSERT_TRUE(manager.answers());
   all_run();
   manager.send(SIGTERM);
   ASSERT_TRUE(is_stopping());
-  write_file(clock, "2");
+  clock.put_on("2");
   manager.send(SIGTERM);
   EXPECT_EQ(manager.end(), 0);
   EXPECT_EQ(manager.errors(), kCutShort);
   EXPECT_FALSE(was_stopped("aaa"));
-  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+  expect_no_socket();
 }
 
 TEST_F(TarviodWithManyApplications, AreWaitedForThirtySecondsAndTwoForEach) {
-  const TempDir directory;
-  const std::string clock = directory / "clock";
-  write_file(clock, "0");
-  Tarviod manager({"--start-all"}, with_module(TARVIOD_LATE_CLOCK, clock));
+  const LateClock clock;
+  Tarviod manager({"--start-all"}, clock.module());
   ASSERT_TRUE(manager.answers());
   all_run();
   manager.send(SIGTERM);
   ASSERT_TRUE(is_stopping());
-  write_file(clock, "49");
+  clock.put_on("49");
   EXPECT_TRUE(eventually([] { return was_stopped("hhh"); }));
   EXPECT_FALSE(manager.has_ended());
-  write_file(clock, "51");
+  clock.put_on("51");
   EXPECT_EQ(manager.end(), 0);
   EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: timed out after 50 seconds\n");
   EXPECT_FALSE(was_stopped("aaa"));
-  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+  expect_no_socket();
 }
 
 // Clients that request a start while the manager stops the applications.
@@ -253,7 +266,7 @@ TEST_F(TarviodEndWithLateClients, LeavesNoApplicationOfTheirs) {
     EXPECT_EQ(clients.reply(client), "0\n\n");
     EXPECT_TRUE(ends(process_of(late_[client]))) << late_[client];
   }
-  EXPECT_TRUE(fs::is_empty("/usr/local/share/tarvio"));
+  expect_no_socket();
 }
 
 TEST_F(TarviodEndWithLateClients, KeepsOtherManagersFromStartingUntilItHasEnded) {

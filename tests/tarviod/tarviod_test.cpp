@@ -1,6 +1,8 @@
 // How tarviod starts.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -279,6 +281,25 @@ TEST(Tarviod, RefusesToStartWhileSomebodyElseAnswers) {
   const Ended run = run_tarviod({});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.errors, kAnswered);
+}
+
+// As every user may who can read the directory.
+TEST(Tarviod, StartsWhileSomebodyElseHasLockedTheDirectory) {
+  const int directory = ::open(kDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  ASSERT_EQ(::flock(directory, LOCK_EX), 0);
+  Tarviod manager;
+  EXPECT_TRUE(manager.answers());
+  ::close(directory);
+  EXPECT_EQ(mode_of(TQ_COM_SOCKET_PATH ".lock"), 0600U);
+}
+
+TEST(Tarviod, SaysWhenItCannotLock) {
+  fs::create_symlink("/dev/null", TQ_COM_SOCKET_PATH ".lock");
+  const Ended run = run_tarviod({});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors, "tarviod: cannot lock " TQ_COM_SOCKET_PATH
+                        ".lock: Too many levels of symbolic links\n");
+  EXPECT_TRUE(fs::is_symlink(TQ_COM_SOCKET_PATH ".lock"));
 }
 
 TEST(Tarviod, LetsOneOfSimultaneousStartsWin) {

@@ -1,6 +1,4 @@
 // tarvio check: whether package files fit on the device.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <optional>
@@ -8,9 +6,8 @@
 
 #include "commands/arguments.h"
 #include "commands/commands.h"
+#include "packages/needed_space.h"
 #include "packages/package_file.h"
-#include "packages/package_size.h"
-#include "process/child.h"
 #include "process/failure.h"
 #include "terminal/outcome.h"
 #include "terminal/printable_text.h"
@@ -20,58 +17,31 @@ namespace client {
 
 namespace {
 
-struct Sizes {
-  uint64_t control_bytes;
-  uint64_t data_bytes;
-  uint64_t free_bytes;
-
-  [[nodiscard]] uint64_t needed_bytes() const { return control_bytes + data_bytes; }
-  [[nodiscard]] bool fits() const { return needed_bytes() <= free_bytes; }
-};
-
-uint64_t measure(const WorkDirectory& directory, const std::string& archive, double seconds) {
-  if (access((directory / archive).c_str(), F_OK) != 0) throw no_archive(archive);
-  ListingSum sum;
-  execute(directory,
-          {"tar", "--list", "--verbose", "--gzip", "--numeric-owner", "--file=" + archive}, seconds,
-          [&sum](std::string_view piece) { sum.add(piece); });
-  const std::optional<uint64_t> bytes = sum.finish();
-  if (!bytes) throw Failure(EINVAL, "cannot parse the sizes in tar's output");
-  return *bytes;
-}
-
-uint64_t free_bytes(const WorkDirectory& directory, double seconds) {
-  std::string output;
-  execute(directory, {"df", "-P", "-k"}, seconds,
-          [&output](std::string_view piece) { output += piece; });
-  const std::optional<uint64_t> bytes = free_bytes_in(output);
-  if (!bytes) throw Failure(EINVAL, "cannot parse df's output");
-  return *bytes;
-}
-
-Sizes sizes_of(const std::string& file, double seconds) {
+PackageSpace space_for(const std::string& file, double seconds) {
   const std::string path = readable_file(file);
   const WorkDirectory directory;
-  execute(directory, {"ar", "x", path}, seconds, [](std::string_view) {});
-  return {.control_bytes = measure(directory, "control.tar.gz", seconds),
-          .data_bytes = measure(directory, "data.tar.gz", seconds),
-          .free_bytes = free_bytes(directory, seconds)};
+  (void)read_package_file(directory, path, seconds);
+  return measure_package(directory, path, seconds);
 }
 
-std::string line_of(const std::string& file, const Sizes& sizes) {
-  return printable(file + (sizes.fits() ? " fits" : " does not fit") + ": needs " +
-                   size_words(sizes.needed_bytes()) + ", free: " + size_words(sizes.free_bytes)) +
-         '\n';
+std::string line_of(const std::string& file, const Space& space) {
+  std::string line = file +
+                     (space.fits() ? " fits" : " does not fit in '" + space.directory + "'") +
+                     ": needs " + size_words(space.needed_bytes);
+  if (space.free_bytes) line += ", free: " + size_words(*space.free_bytes);
+  return printable(line) + '\n';
 }
 
-Json json_of(const Outcome& outcome, const std::optional<Sizes>& sizes) {
+Json json_of(const Outcome& outcome, const std::optional<PackageSpace>& space) {
   Json json = json_of("file", outcome);
-  if (!sizes) return json;
-  json.update({{"fits", sizes->fits()},
-               {"needed_bytes", sizes->needed_bytes()},
-               {"control_bytes", sizes->control_bytes},
-               {"data_bytes", sizes->data_bytes},
-               {"free_bytes", sizes->free_bytes}});
+  if (!space) return json;
+  const Space& decisive = space->decisive;
+  json.update({{"fits", decisive.fits()},
+               {"directory", decisive.directory},
+               {"needed_bytes", decisive.needed_bytes},
+               {"control_bytes", space->control_bytes},
+               {"data_bytes", space->data_bytes},
+               {"free_bytes", decisive.free_bytes ? Json(*decisive.free_bytes) : Json()}});
   return json;
 }
 
@@ -79,15 +49,15 @@ Result run(const Arguments& arguments) {
   Result result;
   Json json = Json::array();
   for (const std::string& file : arguments.operands) {
-    std::optional<Sizes> sizes;
+    std::optional<PackageSpace> space;
     Outcome outcome =
-        attempt("check", file, [&] { sizes = sizes_of(file, arguments.timeout_seconds); });
-    if (sizes) {
-      if (!sizes->fits()) outcome = {file, ENOSPC, "it does not fit", kFailed};
-      result.text += line_of(file, *sizes);
+        attempt("check", file, [&] { space = space_for(file, arguments.timeout_seconds); });
+    if (space) {
+      if (!space->decisive.fits()) outcome = {file, ENOSPC, "it does not fit", kFailed};
+      result.text += line_of(file, space->decisive);
     }
     result.status = std::max(result.status, outcome.status);
-    json.push_back(json_of(outcome, sizes));
+    json.push_back(json_of(outcome, space));
   }
   result.json = text_of(json);
   return result;
@@ -102,8 +72,8 @@ const Command kCheckCommand = {
     .timeout = kToolsTimeout,
     .summary = "check whether package files fit on this device",
     .description =
-        "Checks whether the contents of package files fit into the free space of the "
-        "file system that df lists first.",
+        "Checks whether package files fit on this device, as 'tarvio install' does: on each file "
+        "system there must be space for its files, less those that they replace.",
     .statuses = "0 all fit, 1 one or more do not or failed, 5 a tool timed out",
     .run = run,
 };

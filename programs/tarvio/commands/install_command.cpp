@@ -13,6 +13,7 @@
 #include "packages/package_file.h"
 #include "process/failure.h"
 #include "process/required_tools.h"
+#include "terminal/words.h"
 
 namespace client {
 
@@ -49,10 +50,11 @@ PackageFile read_whole_package(const WorkDirectory& directory, const std::string
   if (package.is_image()) {
     throw Failure(EINVAL, "it is an image, not an application; write it with 'tarvio restore'");
   }
-  NeededSpace space(root_of_packages());
-  check_archives(directory, path, seconds, [&space](std::string_view piece) { space.add(piece); });
-  space.check();
-  return package;
+  const Space space = measure_package(directory, path, seconds).decisive;
+  if (space.fits()) return package;
+  throw Failure(ENOSPC, "not enough space in '" + space.directory +
+                            "': " + size_words(space.needed_bytes) + " needed, " +
+                            size_words(*space.free_bytes) + " free");
 }
 
 Verdict judge(const PackageFile& package, const Installed& before, const Installed& now,
@@ -110,10 +112,9 @@ const Command kInstallCommand = {
     .summary = "install package files",
     .description =
         "Installs package files, whose names end in .tbx, with opkg. A damaged file is refused, "
-        "and "
-        "so are one without enough space for it and an image, which 'tarvio restore' writes. The "
-        "result is checked against what is "
-        "actually installed. Restart tarviod to make a new application available.",
+        "and so are one without enough space for it and an image, which 'tarvio restore' writes. "
+        "The result is checked against what is actually installed. Restart tarviod to make a new "
+        "application available.",
     .statuses = kToolsStatuses,
     .run = run,
 };

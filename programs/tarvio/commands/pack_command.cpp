@@ -16,6 +16,7 @@
 #include "process/child.h"
 #include "process/failure.h"
 #include "process/paths.h"
+#include "process/required_tools.h"
 #include "terminal/outcome.h"
 #include "terminal/printable_text.h"
 #include "terminal/words.h"
@@ -122,6 +123,7 @@ void check_outside(const std::string& output, const std::string& directory) {
 }
 
 void pack(const Request& request, PackedFile& packed) {
+  require_tools({"ar", "tar", "gzip"});
   const PackageDirectory package = check_package_directory(request.directory);
   check_outside(request.output, package.path);
   const WorkDirectory directory(directory_of(request.output) + "/.tarvio.");

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <optional>
 #include <string>
 #include <utility>
@@ -94,17 +95,23 @@ Result one_of(const std::vector<Status>& statuses, const std::string& name) {
           .json = text_of(json_of(*status))};
 }
 
+// Empty for a whole reply.
+std::string defect_of(const Answer& answer, const StatusReply& reply) {
+  const std::string broken = broken_off(answer);
+  return broken.empty() && !reply.complete ? kTruncated : broken;
+}
+
 Result show(const Request& request) {
   const Answer answer = ask(request);
   const StatusReply reply = parse_statuses(answer.bytes);
   Result result = request.name ? one_of(reply.statuses, *request.name)
                                : all_of(reply.statuses, request.is_json);
-  const std::string broken = broken_off(answer);
-  if (broken.empty() && reply.complete) return result;
+  const std::string defect = defect_of(answer, reply);
+  if (defect.empty()) return result;
   // Such a reply says nothing about what is not in it: that is neither unknown nor gone.
   if (reply.statuses.empty()) result.json.clear();
   result.status = kFailed;
-  result.complaint = !broken.empty() ? broken : kTruncated;
+  result.complaint = defect;
   return result;
 }
 
@@ -182,7 +189,9 @@ bool look(const Request& request, bool is_first, Display& display) {
   try {
     const Answer answer = ask(request);
     const StatusReply reply = parse_statuses(answer.bytes);
-    if (answer.error != 0 || !reply.complete) return true;  // the next look shows it
+    const std::string defect = defect_of(answer, reply);
+    if (!defect.empty() && is_first) throw Failure(EPROTO, defect);
+    if (!defect.empty()) return true;  // the next look shows it
     return display.show(only_named(request.name, reply.statuses));
   } catch (const Failure& failure) {
     if (is_first || failure.status() != kNoManager) throw;

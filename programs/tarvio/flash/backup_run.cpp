@@ -49,7 +49,10 @@ class BackupRun {
         progress_(request.progress) {}
 
   void run() {
-    require_tools({"ar", "tar"});
+    require_tools({"ar", "tar", "gzip"});
+    for (const FlashArea* const area : areas_) {
+      require_tools({area->is_jffs2 ? "mkfs.jffs2" : "nanddump"});
+    }
     check_target();
     const FlashLock lock;
     for (const std::string& place : {work_place_, target_directory_}) {

@@ -39,6 +39,13 @@ std::vector<ExpectedDump> expected_of(const FlashArea& area, const FlashJobs& jo
   return expected;
 }
 
+// The tqcontrol of a package with these areas.
+std::string targets_of(const std::vector<const FlashArea*>& areas) {
+  std::string text = "TqPackageCategory:  Image\nTqPackageSubCategory: Image_Other\n";
+  for (const FlashArea* const area : areas) text += area->target_line;
+  return text;
+}
+
 // What the backup keeps of a part, or of a file system at most.
 uint64_t kept_bytes(const FlashArea& area, std::string_view file) {
   for (const AreaPart& part : parts_of(area)) {
@@ -63,15 +70,27 @@ void BackupTracker::run(const std::string& package) {
   } catch (const Failure& failure) {
     fail_for_area(failure);
   }
-  if (!saved_.empty()) finish_area();
 }
 
 void BackupTracker::on_record(const FlashRecord& record) {
-  if (record.area[0] == '\0') return;  // the version and the control files
+  if (record.step == TQ_FLASH_CONTROLS) return on_controls(record);
+  if (record.area[0] == '\0') return;  // the version and the packing of the control files
   if (saved_.empty() || saved_.back().name != record.area.data()) begin_area();
   if (record.kind == TQ_FLASH_BEGIN) return on_begin(record);
   if (record.kind == TQ_FLASH_END) return on_end(record);
   if (record.step == TQ_FLASH_DUMP) check_line(record);
+}
+
+// They are written before the areas and packed after them. The library goes on without those that
+// it could not write.
+void BackupTracker::on_controls(const FlashRecord& record) {
+  if (record.kind == TQ_FLASH_BEGIN && is_in_area_) finish_area();
+  if (record.code != 0) throw failure_of(record);
+  const bool is_empty = record.kind == TQ_FLASH_END && record.bytes == 0;
+  const bool is_to_be_packed = record.kind == TQ_FLASH_BEGIN && !saved_.empty();
+  if (is_empty || (is_to_be_packed && record.line.data() != targets_of(areas_))) {
+    throw Failure(EIO, "writing the control files failed: they are incomplete");
+  }
 }
 
 void BackupTracker::on_begin(const FlashRecord& record) {
@@ -106,13 +125,15 @@ void BackupTracker::check_line(const FlashRecord& record) const {
 }
 
 void BackupTracker::begin_area() {
-  if (!saved_.empty()) finish_area();
+  if (is_in_area_) finish_area();
+  is_in_area_ = true;
   dumps_ = 0;
   saved_.push_back({.name = areas_.at(saved_.size())->name});
   jobs_.progress().begin(area().name);
 }
 
 void BackupTracker::finish_area() {
+  is_in_area_ = false;
   jobs_.progress().end("read and packed", saved_.back().size_bytes);
 }
 
@@ -122,7 +143,7 @@ void BackupTracker::tick() {
 
 void BackupTracker::fail_for_area(const Failure& failure) {
   jobs_.progress().give_up();
-  if (saved_.empty()) throw Failure(failure);
+  if (!is_in_area_) throw Failure(failure);
   saved_.back().failure = failure.what();
   throw Failure(failure.code(), std::string(area().name) + ": " + failure.what(), failure.status());
 }

@@ -43,6 +43,7 @@ class BackupTracker {
     return expected_.at(saved_.size() - 1).at(dumps_);
   }
   void on_record(const FlashRecord& record);
+  void on_controls(const FlashRecord& record);
   void on_begin(const FlashRecord& record);
   void on_end(const FlashRecord& record);
   void begin_area();
@@ -54,6 +55,7 @@ class BackupTracker {
   const std::vector<const FlashArea*>& areas_;
   const FlashJobs& jobs_;
   std::vector<SavedArea>& saved_;
+  bool is_in_area_ = false;                          // the last one of these
   std::vector<std::vector<ExpectedDump>> expected_;  // of the raw parts of each area
   std::string file_;                                 // that grows
   size_t dumps_ = 0;                                 // of the area

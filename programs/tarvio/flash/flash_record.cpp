@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <type_traits>
 
+#include "base/owners.h"
 #include "base/pipe.h"
 #include "terminal/words.h"
 
@@ -27,6 +28,8 @@ std::string_view bytes_of(const FlashRecord& record) {
 
 const char* name_of(int32_t step) {
   switch (step) {
+    case TQ_FLASH_CONTROLS:
+      return "writing the control files";
     case TQ_FLASH_CUT:
       return "cutting the dump";
     case TQ_FLASH_REBUILD:
@@ -42,18 +45,22 @@ const char* name_of(int32_t step) {
   }
 }
 
-// The result of a mount does not say why it failed; errno still does when the step ends.
-FlashRecord with_reason(FlashRecord record, int error) {
+// What only this process knows. The result of a mount does not say why it failed: errno still does
+// when the step ends. Nobody else sees the targets before they are packed and removed.
+FlashRecord completed(FlashRecord record, int error) {
   const bool is_mount =
       record.kind == TQ_FLASH_END && record.step == TQ_FLASH_REBUILD && record.code == kNotMounted;
   if (is_mount) copy(record.line, strerror(error));
+  if (record.kind != TQ_FLASH_BEGIN || record.step != TQ_FLASH_CONTROLS) return record;
+  const tarvio::File targets(fopen("tqcontrol", "re"));
+  if (targets != nullptr) (void)fread(record.line.data(), 1, record.line.size() - 1, targets.get());
   return record;
 }
 
 // A process that cannot report is of no use any more: the library starts no further tool then.
 int report(const tq_flash_event* event, void* fd) {
   const int error = errno;
-  const FlashRecord record = with_reason(record_of(*event), error);
+  const FlashRecord record = completed(record_of(*event), error);
   if (!tarvio::write_all(*static_cast<int*>(fd), bytes_of(record))) return errno;
   const bool is_done = event->kind == TQ_FLASH_END &&
                        (event->step == TQ_FLASH_PACK || event->step == TQ_FLASH_WRITE);

@@ -24,7 +24,8 @@ struct FlashRecord {
   std::array<char, 16> area = {};
   std::array<char, 32> file = {};
   std::array<char, 32> device = {};
-  std::array<char, 256> line = {};  // of a result: the words for its code
+  // Of a result: the words for its code. Of control files before they are packed: the tqcontrol.
+  std::array<char, 256> line = {};
 };
 
 FlashRecord record_of(const tq_flash_event& event);

@@ -16,6 +16,7 @@
 #include "process/failure.h"
 #include "process/last_words.h"
 #include "process/paths.h"
+#include "process/required_tools.h"
 #include "terminal/output.h"
 #include "terminal/question.h"
 #include "terminal/text_table.h"
@@ -54,6 +55,15 @@ bool loses_hibernation(const Areas& areas) {
   };
   const auto first = std::find_if(areas.begin(), areas.end(), is_of(TQ_IMAGE_HIBERNATION));
   return std::find_if(first, areas.end(), is_of(TQ_IMAGE_BOOTSETTING)) != areas.end();
+}
+
+void require_flash_tools(const Areas& areas) {
+  require_tools({"nanddump", "nandwrite"});
+  for (const FlashArea* const area : areas) {
+    for (const AreaPart& part : parts_of(*area)) {
+      require_tools({part.start == 0 ? "flash_eraseall" : "flash_erase"});
+    }
+  }
 }
 
 void check_harmless(const Areas& areas) {
@@ -130,6 +140,7 @@ class RestoreRun {
   void run_in(const WorkDirectory& directory, const std::string& path, const FlashLock& lock) {
     const ArchiveFile package(path);
     areas_ = areas_of(read_package_file(directory, path, request_.timeout_seconds));
+    require_flash_tools(areas_);
     const FlashJobs jobs(directory, lock, progress_, request_.timeout_seconds);
     for (const FlashArea* const area : areas_) restored_.push_back({.name = area->name});
     check(package, jobs);

@@ -7,40 +7,60 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "base/line_cutter.h"
+#include "process/work_directory.h"
 
 namespace client {
 
-// Adds up, for each file system, what the regular files in a verbose listing of tar take beyond the
+// On one file system.
+struct Space {
+  std::string directory;  // one that is there
+  uint64_t needed_bytes = 0;
+  std::optional<uint64_t> free_bytes =
+      {};  // none where they are not counted, as of a root in memory
+
+  [[nodiscard]] bool fits() const { return !free_bytes || needed_bytes <= *free_bytes; }
+};
+
+// Adds up, for each file system, what the regular files in verbose listings of tar take beyond the
 // files that they replace.
 class NeededSpace {
  public:
-  explicit NeededSpace(std::string root) : root_(std::move(root)) {}
+  // A listing of what is unpacked into a directory comes in pieces, and whole before the next one.
+  void add(const std::string& directory, std::string_view piece);
 
-  // The listing comes in pieces.
-  void add(std::string_view piece);
+  // All files so far, on any file system, as if they replaced none.
+  [[nodiscard]] uint64_t listed_bytes() const { return listed_bytes_; }
 
-  // Throws a Failure that names the directory without enough free space.
-  void check() const;
+  // At the end: where they do not fit, else where most of them go. Throws a Failure for a line that
+  // is not one of such a listing.
+  Space decisive();
 
  private:
-  struct Place {
-    std::string directory;  // one that is there
-    uint64_t bytes = 0;
-  };
+  void add_line(const std::string& directory, std::string_view line);
 
-  void add_line(std::string_view line);
-
-  std::string root_;
-  std::map<dev_t, Place> places_;
+  std::map<dev_t, Space> spaces_;
+  uint64_t listed_bytes_ = 0;
+  bool is_wrong_ = false;
   // A name that is longer counts for the directories that the beginning leads to.
   std::array<char, 4097> room_ = {};
   tarvio::LineCutter lines_{tarvio::LineEnd::kLineFeed, room_, tarvio::Excess::kDropped};
 };
+
+struct PackageSpace {
+  uint64_t control_bytes = 0;
+  uint64_t data_bytes = 0;
+  Space decisive;
+};
+
+// After read_package_file, in the same directory: reads both archives of the package file to the
+// end. Throws a Failure that names the one that is damaged.
+PackageSpace measure_package(const WorkDirectory& directory, const std::string& absolute_path,
+                             double seconds);
 
 }  // namespace client
 

@@ -1,16 +1,14 @@
 #include "packages/opkg_information.h"
 
-#include <dirent.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <string_view>
 
 #include "base/line_cutter.h"
 #include "base/offline_root.h"
-#include "base/owners.h"
 #include "packages/control_fields.h"
 #include "process/failure.h"
+#include "process/paths.h"
 #include "process/system_file.h"
 #include "process/text_pieces.h"
 #include "tarvio/opkg.h"
@@ -24,21 +22,17 @@ constexpr char kInformation[] = "/usr/lib/opkg/info";
 constexpr char kNewerInformation[] = "/var/lib/opkg/info";
 constexpr char kConfiguration[] = "/etc/opkg";
 
-// The names of the entries that end so, sorted.
-std::vector<std::string> entries_of(const std::string& path, std::string_view suffix) {
-  const tarvio::Directory directory(opendir(path.c_str()));
-  if (directory == nullptr && errno == ENOENT) return {};
-  if (directory == nullptr) throw Failure::of_system("cannot read '" + path + "'");
+// The names of the entries that end so; none when there is no such directory.
+std::vector<std::string> files_in(const std::string& directory, std::string_view suffix) {
   std::vector<std::string> names;
-  while (true) {
-    errno = 0;  // the only sign of an error
-    const dirent* const entry = readdir(directory.get());
-    if (entry == nullptr && errno != 0) throw Failure::of_system("cannot read '" + path + "'");
-    if (entry == nullptr) break;
-    const std::string_view name = entry->d_name;
-    if (name.size() > suffix.size() && name.ends_with(suffix)) names.emplace_back(name);
+  try {
+    names = entries_of(directory);
+  } catch (const Failure& failure) {
+    if (failure.code() != ENOENT) throw;
   }
-  std::sort(names.begin(), names.end());
+  std::erase_if(names, [&](const std::string& name) {
+    return name.size() <= suffix.size() || !name.ends_with(suffix);
+  });
   return names;
 }
 
@@ -54,7 +48,7 @@ std::string information_in(std::string_view text) {
 
 std::string information_of_newer_opkg(const std::string& root) {
   const std::string directory = root + kConfiguration + '/';
-  for (const std::string& file : entries_of(directory, ".conf")) {
+  for (const std::string& file : files_in(directory, ".conf")) {
     const std::string configured = information_in(read_system_file(directory + file));
     if (!configured.empty()) return root + configured;
   }
@@ -82,7 +76,7 @@ std::string root_of_packages() {
 std::string information_directory() { return root_of_packages() + kInformation; }
 
 std::vector<std::string> control_files_in(const std::string& directory) {
-  return entries_of(directory, ".control");
+  return files_in(directory, ".control");
 }
 
 std::optional<std::string> read_information(const std::string& path) {

@@ -1,6 +1,5 @@
 #include "packages/package_directory.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 #include "base/owners.h"
 #include "packages/control_fields.h"
 #include "process/failure.h"
+#include "process/paths.h"
 #include "tarvio/conf.h"
 
 namespace client {
@@ -37,22 +37,6 @@ constexpr std::array<Known, 9> kControlFiles = {{{kControl, false},
                                                  {"prerm", true},
                                                  {"postrm", true},
                                                  {"conffiles", false}}};
-
-std::vector<std::string> entries_of(const std::string& path) {
-  const tarvio::Directory directory(opendir(path.c_str()));
-  if (directory == nullptr) throw Failure(errno, strerror(errno));
-  std::vector<std::string> names;
-  while (true) {
-    errno = 0;  // which alone tells the end from an error
-    const dirent* const entry = readdir(directory.get());
-    if (entry == nullptr) break;
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") names.emplace_back(name);
-  }
-  if (errno != 0) throw Failure(errno, strerror(errno));
-  std::sort(names.begin(), names.end());
-  return names;
-}
 
 mode_t mode_of(const std::string& path, const std::string& name) {
   struct stat status = {};

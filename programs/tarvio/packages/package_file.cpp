@@ -99,7 +99,9 @@ std::string read_control_files(const std::string& path) {
   bound_files();
   check_extracted(tq_extract_from_ar(kLink, kControlArchive), "it");
   check_regular(kControlArchive);
-  if (look_for(kControlArchive) == Found::kNothing) throw no_archive("control.tar.gz");
+  if (look_for(kControlArchive) == Found::kNothing) {
+    throw Failure(EINVAL, "it has no control.tar.gz: damaged, or not a package file");
+  }
   check_extracted(tq_extract_from_tgz(kControlArchive, kControl), "its control.tar.gz");
   check_regular(kControl);
   const std::string control = read_control_text(kControl).value_or("");
@@ -129,13 +131,9 @@ std::string readable_file(const std::string& path) {
   return absolute.get();
 }
 
-Failure no_archive(const std::string& archive) {
-  return {EINVAL, "it has no " + archive + ": damaged, or not a package file"};
-}
-
 PackageFile read_package_file(const WorkDirectory& directory, const std::string& absolute_path,
                               double seconds) {
-  require_tools({"ar", "tar"});
+  require_tools({"ar", "tar", "gzip"});
   const std::vector<std::string> lines = lines_of(
       run_job(
           directory, "ar or tar", [&] { return read_control_files(absolute_path); }, seconds)
@@ -156,7 +154,7 @@ PackageFile read_package_file(const WorkDirectory& directory, const std::string&
 }
 
 void check_archives(const WorkDirectory& directory, const std::string& absolute_path,
-                    double seconds, const Sink& data_listing) {
+                    double seconds, const Sink& control_listing, const Sink& data_listing) {
   const auto read = [&](const char* archive, const std::vector<std::string>& words,
                         const Sink& sink) {
     try {
@@ -168,8 +166,10 @@ void check_archives(const WorkDirectory& directory, const std::string& absolute_
                     std::string("cannot read its ") + archive + " to the end: " + failure.what());
     }
   };
-  read("control.tar.gz", {"tar", "-tzf", "control.tar.gz"}, [](std::string_view) {});
-  read("data.tar.gz", {"sh", "-c", "ar p \"$0\" data.tar.gz | tar -tvzf -", absolute_path},
+  read("control.tar.gz", {"tar", "-tvz", "--numeric-owner", "-f", "control.tar.gz"},
+       control_listing);
+  read("data.tar.gz",
+       {"sh", "-c", "ar p \"$0\" data.tar.gz | tar -tvz --numeric-owner -f -", absolute_path},
        data_listing);
 }
 

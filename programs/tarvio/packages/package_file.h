@@ -46,13 +46,9 @@ PackageFile read_package_file(const WorkDirectory& directory, const std::string&
                               double seconds);
 
 // Throws a Failure unless both archives of the file, of which read_package_file has unpacked the
-// first, can be read to their ends. Unpacks nothing more; the sink gets tar's verbose listing of
-// the data.
+// first, can be read to their ends. Unpacks nothing more; the sinks get tar's verbose listings.
 void check_archives(const WorkDirectory& directory, const std::string& absolute_path,
-                    double seconds, const Sink& data_listing);
-
-// That a package file does not contain one of its archives.
-Failure no_archive(const std::string& archive);
+                    double seconds, const Sink& control_listing, const Sink& data_listing);
 
 // The value of a line of tqcontrol that names a target, as the library hands it out.
 std::string target_in(std::string_view line);

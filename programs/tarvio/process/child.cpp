@@ -199,10 +199,11 @@ void check(const WorkDirectory& directory, const std::string& what, const ChildE
                   kTimeout);
   }
   if (end.status == 0) return;
-  directory.check_space_left();
   const std::string words = line_of(end.errors);
-  throw Failure(EIO, what + " failed with status " + std::to_string(end.status) +
-                         (words.empty() ? "" : ": " + words));
+  const std::string cause = what + " failed with status " + std::to_string(end.status) +
+                            (words.empty() ? "" : ": " + words);
+  directory.check_space_left(cause);
+  throw Failure(EIO, cause);
 }
 
 // What a job writes: the code of its failure or 0, a line feed, and the message or the result.
@@ -257,7 +258,7 @@ JobEnd run_job(const WorkDirectory& directory, const char* tools,
   std::string result = report.substr(code_end + 1);
   const int code = static_cast<int>(strtol(report.c_str(), nullptr, 10));
   if (code != 0) {
-    directory.check_space_left();
+    directory.check_space_left(result);
     throw Failure(code, result);
   }
   return {std::move(result), std::move(errors)};

@@ -1,10 +1,12 @@
 #include "process/paths.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
 #include "base/owners.h"
@@ -33,6 +35,21 @@ bool has_plain_name(std::string_view path) {
   const std::string_view name = path.substr(path.rfind('/') + 1);
   return !name.empty() && name.size() <= kMaxNameLength && name != "." && name != ".." &&
          std::all_of(name.begin(), name.end(), is_plain);
+}
+
+std::vector<std::string> entries_of(const std::string& directory) {
+  const tarvio::Directory handle(opendir(directory.c_str()));
+  std::vector<std::string> names;
+  while (handle != nullptr) {
+    errno = 0;  // the only sign of an error
+    const dirent* const entry = readdir(handle.get());
+    if (entry == nullptr) break;
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
+  }
+  if (errno != 0) throw Failure::of_system("cannot read '" + directory + "'");
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 uint64_t put_in_place(const std::string& from, const std::string& to) {

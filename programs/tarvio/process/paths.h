@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace client {
 
@@ -25,6 +26,10 @@ inline uint64_t size_of_file(const std::string& path) {
 
 // Whether the library's tools, which run under a shell, take the last component as it is.
 bool has_plain_name(std::string_view path);
+
+// The sorted names of all that is in a directory. Throws a Failure that names the directory when it
+// cannot be read.
+std::vector<std::string> entries_of(const std::string& directory);
 
 // Renames a complete file. A reader sees the old file or the whole new one, even after a power cut.
 // Returns its size in bytes. Throws a Failure.

@@ -82,7 +82,7 @@ void WorkDirectory::remove_left_over(const std::string& beginning) {
   }
 }
 
-void WorkDirectory::check_space_left() const {
+void WorkDirectory::check_space_left(const std::string& cause) const {
   struct statvfs space = {};
   if (statvfs(path_.c_str(), &space) != 0) return;
   // Some file systems count no files, and a root in memory no blocks either.
@@ -90,7 +90,7 @@ void WorkDirectory::check_space_left() const {
   const bool has_files = space.f_files == 0 || space.f_favail != 0;
   if (has_blocks && has_files) return;
   throw Failure(ENOSPC, "no space left in '" + path_.substr(0, path_.rfind('/')) +
-                            "' for intermediate files");
+                            "' for intermediate files" + (cause.empty() ? "" : ": " + cause));
 }
 
 WorkDirectory::~WorkDirectory() { remove_tree(path_.c_str()); }

@@ -28,8 +28,9 @@ class WorkDirectory {
   [[nodiscard]] std::string operator/(const std::string& name) const { return path_ + "/" + name; }
   [[nodiscard]] const SignalHold& signals() const { return signals_; }
   // Throws a Failure when nothing more can be written in it: tools that find no space may leave a
-  // file that is too short, which the next one finds damaged.
-  void check_space_left() const;
+  // file that is too short, which the next one finds damaged. It ends with the cause, which may be
+  // another one.
+  void check_space_left(const std::string& cause = "") const;
 
  private:
   SignalHold signals_;

@@ -31,12 +31,11 @@ bool is_dumb_terminal() {
 }  // namespace
 
 bool print(std::string_view text) noexcept {
-  static bool is_reported = false;
-  if (tarvio::write_all(STDOUT_FILENO, text)) return true;
-  if (!std::exchange(is_reported, true)) {
+  static bool has_failed = false;
+  if (!tarvio::write_all(STDOUT_FILENO, text) && !std::exchange(has_failed, true)) {
     write_line(STDERR_FILENO, {"tarvio: cannot write the output: ", strerror(errno)});
   }
-  return false;
+  return !has_failed;
 }
 
 void complain(std::string_view message) noexcept {

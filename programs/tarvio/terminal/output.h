@@ -7,8 +7,8 @@
 
 namespace client {
 
-// Writes to standard output in one piece; complains, but only once, and returns false when that
-// failed.
+// Writes to standard output in one piece; complains, but only once, and returns false from then on
+// when that failed.
 bool print(std::string_view text) noexcept;
 
 // Writes one line, "tarvio: " and the message made printable, to standard error; without the memory

@@ -96,7 +96,7 @@ long ManagerProcess::live_allocations() const {
   if (::write(control_.fd(), &asked, 1) != 1 ||
       ::read(control_.fd(), &count, sizeof count) != sizeof count ||
       ::read(control_.fd(), &asked, 1) != 1) {
-    ADD_FAILURE() << "the manager does not tell its allocations";
+    ADD_FAILURE() << "the manager does not report its allocations";
   }
   return count;
 }

@@ -19,13 +19,17 @@ inline void shell(const std::filesystem::path& directory, const std::string& lin
   EXPECT_EQ(std::system(command.c_str()), 0) << command;
 }
 
-// A PATH of the tools that packages need, but for one.
+// A PATH of the tools that packages and the flash memory need, but for one.
 class PathWithout {
  public:
   explicit PathWithout(const std::string& missing) {
     // The last one runs the client where it is emulated.
-    for (const std::string name : {"sh", "ar", "tar", "gzip", "cat", "df", "qemu-arm"}) {
-      if (name != missing) std::filesystem::create_symlink("/usr/bin/" + name, directory_ / name);
+    for (const std::string name :
+         {"sh", "ar", "tar", "gzip", "cat", "flash_erase", "flash_eraseall", "nanddump",
+          "nandwrite", "mkfs.jffs2", "qemu-arm"}) {
+      const std::string line =
+          "tool=$(PATH=$PATH:/usr/sbin command -v " + name + ") && ln -s $tool .; true";
+      if (name != missing) shell(directory_.path(), line);
     }
     ::setenv("PATH", directory_.path().c_str(), 1);
   }

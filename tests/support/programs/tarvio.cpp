@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <utility>
 
 #include "support/children.h"
 #include "support/files.h"
@@ -37,6 +38,21 @@ Ran run_tarvio(const std::vector<std::string>& arguments, const std::function<vo
   }
   const int status = exit_status_of(client);
   return {status, read_file(directory / "output"), read_file(directory / "errors")};
+}
+
+std::vector<std::string> complaints_without_opkg(const std::string& file) {
+  std::vector<std::string> complaints;
+  for (const auto& [command, operand] :
+       {std::pair{"install", file}, {"remove", "clock"}, {"files", "clock"}}) {
+    const Ran run = run_tarvio({command, operand});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.output, "");
+    const std::string named = "'" + operand + "': ";
+    const size_t at = run.errors.find(named);
+    EXPECT_NE(at, std::string::npos) << run.errors;
+    complaints.push_back(at == std::string::npos ? "" : run.errors.substr(at + named.size()));
+  }
+  return complaints;
 }
 
 WithoutPackages::WithoutPackages() {

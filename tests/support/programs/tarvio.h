@@ -21,6 +21,10 @@ struct Ran {
 Ran run_tarvio(
     const std::vector<std::string>& arguments, const std::function<void()>& prepare = [] {});
 
+// What each command that runs opkg complains of: for that file, and for the package clock. All fail
+// without output.
+std::vector<std::string> complaints_without_opkg(const std::string& file);
+
 // No package is installed when a test begins.
 class WithoutPackages : public testing::Test {
  protected:

@@ -49,7 +49,7 @@ class Terminal {
   }
 
   // What was written to it since the last call. That arrives some time after the writing, and in
-  // pieces: a mark behind it tells that it is all there.
+  // pieces: a mark after it says that it is all there.
   std::string shown() const {
     constexpr char kMark = '\0';
     EXPECT_EQ(::write(line_.fd(), &kMark, 1), 1);

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/flash/flash_client.h"
@@ -156,13 +157,25 @@ TEST_F(ClientBackup, ReplacesAFileOnlyWhenToldTo) {
 }
 
 TEST_F(ClientBackup, NamesAToolThatIsMissing) {
-  for (const std::string tool : {"ar", "tar"}) {
+  for (const auto& [area, tool] : {std::pair<std::string, std::string>{"kernel", "ar"},
+                                   {"kernel", "tar"},
+                                   {"kernel", "gzip"},
+                                   {"kernel", "nanddump"},
+                                   {"rootfs", "mkfs.jffs2"}}) {
     const PathWithout path(tool);
-    const FlashRun ran = back_up({"kernel"});
+    const FlashRun ran = back_up({"bootsetting", area});
     EXPECT_EQ(ran.status, 1);
     EXPECT_EQ(ran.errors, "tarvio: cannot back up to 'image.tbx': the tool " + tool +
                               " is missing; install it, or add its directory to PATH (2)\n");
   }
+  expect_only({});
+}
+
+TEST_F(ClientBackup, NeedsTheToolsOfItsAreasOnly) {
+  ::setenv("PATH", TARVIO_SANDBOX_TOOLS ":/usr/bin:/bin", 1);  // not mkfs.jffs2
+  EXPECT_EQ(back_up({"kernel"}).status, 0);
+  EXPECT_THAT(back_up({"kernel", "rootfs", "--overwrite"}).errors,
+              HasSubstr("the tool mkfs.jffs2 is missing"));
 }
 
 TEST_F(ClientBackup, ReplacesNoDirectory) {

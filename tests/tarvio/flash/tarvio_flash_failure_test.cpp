@@ -17,6 +17,7 @@
 
 #include "flash/image_archive.h"
 #include "support/flash/flash_client.h"
+#include "support/hooks/got_hook.h"
 
 namespace tarvio_test {
 namespace {
@@ -24,6 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 
 using testing::HasSubstr;
+using testing::StartsWith;
 
 constexpr char kWithWords[] = "echo 'Input/output error' | tee /dev/stderr; exit 1";
 constexpr char kWithoutAWord[] = "exit 1";
@@ -140,6 +142,27 @@ INSTANTIATE_TEST_SUITE_P(InARestore, FaultyRestoreTool,
                                          Fault{"tar", "Tar", kWithWords},
                                          Fault{"tar", "SilentTar", kWithoutAWord}),
                          name_of);
+
+// The library packs control files that are incomplete.
+TEST_F(FlashFailure, AControlFileThatIsNotWrittenIsReported) {
+  write_file("image.tbx", "old");
+  for (const std::string name : {"control", "tqcontrol", "./tqcontrol"}) {
+    for (const char* const instead : {"/nowhere/file", "/dev/full"}) {
+      const Hook fopen("fopen", [&](const char* path, const char* mode) {
+        if (path == name) write_file(path, "");
+        return ::fopen(path == name ? instead : path, mode);
+      });
+      const FlashRun ran = back_up_both();
+      EXPECT_EQ(ran.status, 1) << name << instead;
+      EXPECT_THAT(ran.errors,
+                  StartsWith("tarvio: cannot back up to 'image.tbx': writing the control files "
+                             "failed: "))
+          << name << instead;
+      EXPECT_EQ(read_file("image.tbx"), "old");
+      expect_only({"image.tbx"});
+    }
+  }
+}
 
 // Something else takes all the room before each run of each tool.
 TEST_F(FlashFailure, AFullWorkDirectoryLeavesTheOldPackage) {

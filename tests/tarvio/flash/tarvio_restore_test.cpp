@@ -5,9 +5,11 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/flash/flash_client.h"
+#include "support/packages/tarvio_packages.h"
 
 namespace tarvio_test {
 namespace {
@@ -228,6 +230,21 @@ TEST_F(ClientRestore, RefusesAnOrderThatLosesTheHibernationArea) {
   lose({"bootsetting", "hibernation"});
   retarget("TqPackageCategory: Image\nTqDataTarget: hibernation\nTqDataTarget: bootsetting\n");
   expect_refused(restore(), "lists bootsetting after hibernation");
+}
+
+TEST_F(ClientRestore, NamesAToolThatIsMissing) {
+  lose({"kernel"});
+  for (const auto& [area, tool] : {std::pair<std::string, std::string>{"kernel", "gzip"},
+                                   {"kernel", "nanddump"},
+                                   {"kernel", "flash_eraseall"},
+                                   {"kernel", "nandwrite"},
+                                   {"hibernation", "flash_erase"}}) {
+    retarget("TqPackageCategory: Image\nTqPackageSubCategory: x\nTqDataTarget: " + area + "\n");
+    const PathWithout path(tool);
+    expect_refused(restore(), "the tool " + tool +
+                                  " is missing; install it, or add its directory to PATH; nothing "
+                                  "was written");
+  }
 }
 
 TEST_F(ClientRestore, WorksInAnotherDirectory) {

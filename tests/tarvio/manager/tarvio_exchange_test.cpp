@@ -26,6 +26,7 @@
 #include "support/packages/package_listing.h"
 #include "support/programs/tarvio.h"
 #include "tarvio/com.h"
+#include "terminal/output.h"
 
 // What the next connect and send of this process fail with; 0 for nothing. The program's own calls
 // come here first.
@@ -232,6 +233,17 @@ TEST_F(ClientOutput, OfARequestThatSucceededIsAFailureToo) {
   const Ran run = run_tarvio({"stop", "clock"}, [] { ::close(STDOUT_FILENO); });
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.errors, "tarvio: cannot write the output: Bad file descriptor\n");
+}
+
+TEST(ClientOutputInPieces, StaysAFailureAfterOneThatWasLost) {
+  const pid_t client = ::fork();
+  if (client == 0) {
+    ::dup2(::open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+    (void)client::print("stopped clock\n");
+    ::dup2(::open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+    ::_exit(client::print("removed clock\n") ? 0 : 1);
+  }
+  EXPECT_EQ(exit_status_of(client), 1);
 }
 
 }  // namespace

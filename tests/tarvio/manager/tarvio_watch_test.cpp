@@ -82,6 +82,15 @@ TEST(ClientWatch, LooksAgainAfterATruncatedReply) {
   EXPECT_EQ(watch().output, "clock  normal  ok\nweb  normal  ok\n");
 }
 
+TEST(ClientWatch, NeedsAWholeReplyToBeginWith) {
+  const Replies manager({"clock\n2\nfu"});
+  const Ran run = watch();
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.output, "");
+  EXPECT_EQ(run.errors,
+            "tarvio: the manager's reply is truncated or garbled; statuses may be missing\n");
+}
+
 TEST(ClientWatch, NeedsAManagerToBeginWith) {
   const Ran run = watch();
   EXPECT_EQ(run.status, 3);

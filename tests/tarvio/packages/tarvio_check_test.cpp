@@ -10,26 +10,36 @@
 #include <string>
 #include <vector>
 
-#include "packages/package_size.h"
+#include "packages/needed_space.h"
+#include "process/failure.h"
 #include "support/files.h"
+#include "support/packages/opkg_tool.h"
 #include "support/packages/tarvio_packages.h"
 #include "support/programs/tarvio.h"
 
 namespace tarvio_test {
 namespace {
 
-using client::free_bytes_in;
-using client::ListingSum;
+using client::NeededSpace;
 using nlohmann::json;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
 using Names = std::vector<std::string>;
 
-std::optional<uint64_t> sum_of(const std::string& text, size_t piece_size) {
-  ListingSum sum;
-  for (size_t at = 0; at < text.size(); at += piece_size) sum.add(text.substr(at, piece_size));
-  return sum.finish();
+// Of all files in a listing that comes in pieces of that size; none when it cannot be parsed.
+std::optional<uint64_t> sum_of(const std::string& listing, size_t piece_size) {
+  NeededSpace space;
+  for (size_t at = 0; at < listing.size(); at += piece_size) {
+    space.add("/", listing.substr(at, piece_size));
+  }
+  try {
+    (void)space.decisive();
+  } catch (const client::Failure&) {
+    return std::nullopt;
+  }
+  return space.listed_bytes();
 }
 
 TEST(ClientPackageSize, IsTheSumOfAListing) {
@@ -52,33 +62,36 @@ TEST(ClientPackageSize, IsNotTakenFromOtherLines) {
   }
 }
 
-TEST(ClientPackageSize, IsComparedWithTheFirstFileSystem) {
-  const std::string heading = "Filesystem 1024-blocks Used Available Capacity Mounted on\n";
-  EXPECT_EQ(free_bytes_in(heading + "/dev/root 100 90 5000000 10% /\ntmpfs 1 1 1 1% /run\n"),
-            5120000000U);
-  EXPECT_EQ(free_bytes_in(heading), std::nullopt);
-  EXPECT_EQ(free_bytes_in(heading + "/dev/root 100\n"), std::nullopt);
-  EXPECT_EQ(free_bytes_in(""), std::nullopt);
-}
-
-// A df of a number of KiB, first on PATH.
-class FreeSpace {
+// An installed root on a file system of its own.
+class InstalledRoot {
  public:
-  explicit FreeSpace(const std::string& kibibytes) {
-    write_program(tools_ / "df",
-                  "#!/bin/sh\necho 'Filesystem 1024-blocks Used Available Capacity Mounted on'\n"
-                  "echo '/dev/root 9000000000 1 " +
-                      kibibytes + " 1% /'\n");
-    ::setenv("PATH", (tools_.path().string() + ":" + ::getenv("PATH")).c_str(), 1);
+  explicit InstalledRoot(const std::string& size) {
+    write_kernel_command_line("root=/dev/mtdblock5\n");
+    mount("/mnt/root", size);
   }
+  ~InstalledRoot() {
+    for (const std::string& path : {std::string("/mnt/root/opt"), std::string("/mnt/root")}) {
+      ::umount2(path.c_str(), MNT_DETACH);
+    }
+    write_kernel_command_line("root=/dev/mtdblock4\n");
+  }
+  InstalledRoot(const InstalledRoot&) = delete;
+  InstalledRoot& operator=(const InstalledRoot&) = delete;
 
- private:
-  const TempDir tools_;
+  static void mount(const std::string& path, const std::string& size) {
+    std::filesystem::create_directories(path);
+    EXPECT_EQ(::mount("root", path.c_str(), "tmpfs", 0, ("size=" + size).c_str()), 0);
+  }
 };
+
+void grow(const HandMadePackage& package) {
+  package.shell("printf %5000s >data/face; tar czf data.tar.gz -C data .");
+  package.build();
+}
 
 TEST(ClientCheck, SaysWhetherAPackageFits) {
   const HandMadePackage package;
-  const FreeSpace space("1048576");
+  const InstalledRoot root("1g");
   const Ran run = run_tarvio({"check", package.path()});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.output, package.path() + " fits: needs 3.1 KiB, free: 1.0 GiB\n");
@@ -87,17 +100,20 @@ TEST(ClientCheck, SaysWhetherAPackageFits) {
 
 TEST(ClientCheck, SaysThatAPackageDoesNotFit) {
   const HandMadePackage package;
-  const FreeSpace space("3");
+  grow(package);
+  const InstalledRoot root("4k");
   const Ran run = run_tarvio({"check", package.path(), "/nowhere", package.path()});
   EXPECT_EQ(run.status, 1);
-  const std::string line = package.path() + " does not fit: needs 3.1 KiB, free: 3.0 KiB\n";
+  const std::string line =
+      package.path() + " does not fit in '/mnt/root': needs 5.0 KiB, free: 4.0 KiB\n";
   EXPECT_EQ(run.output, line + line);
   EXPECT_EQ(run.errors, "tarvio: cannot check '/nowhere': No such file or directory (2)\n");
 }
 
 TEST(ClientCheck, IsJsonForScripts) {
   const HandMadePackage package;
-  const FreeSpace space("3");
+  grow(package);
+  const InstalledRoot root("4k");
   const json checked = json::parse(run_tarvio({"check", "--json", package.path()}).output);
   const uintmax_t control = std::filesystem::file_size(package / "control") +
                             std::filesystem::file_size(package / "tqcontrol");
@@ -105,52 +121,86 @@ TEST(ClientCheck, IsJsonForScripts) {
                                    {"code", 28},
                                    {"message", "it does not fit"},
                                    {"fits", false},
-                                   {"needed_bytes", control + 3000},
+                                   {"directory", "/mnt/root"},
+                                   {"needed_bytes", control + 5000},
                                    {"control_bytes", control},
-                                   {"data_bytes", 3000},
-                                   {"free_bytes", 3072}}}));
+                                   {"data_bytes", 5000},
+                                   {"free_bytes", 4096}}}));
 }
 
 TEST(ClientCheck, KnowsMoreFreeSpaceThan32BitsCount) {
   const HandMadePackage package;
-  const FreeSpace space("3145728");  // 3 GiB
+  const InstalledRoot root("3g");
   const Ran run = run_tarvio({"check", package.path()});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.output, package.path() + " fits: needs 3.1 KiB, free: 3.0 GiB\n");
   EXPECT_EQ(run.errors, "");
 }
 
+// Each file counts where it goes, and not what it replaces; install says the same.
+TEST(ClientCheck, JudgesTheSpaceAsInstallDoes) {
+  const HandMadePackage package;
+  package.shell("mkdir data/opt; printf %5000s >data/opt/face; tar czf data.tar.gz -C data .");
+  package.build();
+  const OpkgTool opkg;
+  const InstalledRoot root("1g");
+  InstalledRoot::mount("/mnt/root/opt", "4k");
+  EXPECT_EQ(run_tarvio({"check", package.path()}).output,
+            package.path() + " does not fit in '/mnt/root/opt': needs 4.9 KiB, free: 4.0 KiB\n");
+  EXPECT_EQ(run_tarvio({"install", package.path()}).errors,
+            "tarvio: cannot install '" + package.path() +
+                "': not enough space in '/mnt/root/opt': 4.9 KiB needed, 4.0 KiB free (28)\n");
+  EXPECT_EQ(opkg.arguments(), Names());
+  write_file("/mnt/root/opt/face", std::string(4000, 'x'));
+  EXPECT_EQ(run_tarvio({"check", package.path()}).output,
+            package.path() + " does not fit in '/mnt/root/opt': needs 1000 bytes, free: 0 bytes\n");
+}
+
+TEST(ClientCheck, KnowsNoFreeSpaceOfARootInMemory) {
+  const HandMadePackage package;
+  const InstalledRoot root("4k");
+  ASSERT_EQ(::mount("memory", "/mnt/root", "ramfs", 0, nullptr), 0);
+  const Ran run = run_tarvio({"check", package.path()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.output, package.path() + " fits: needs 3.1 KiB\n");
+  EXPECT_EQ(json::parse(run_tarvio({"check", "--json", package.path()}).output)[0]["free_bytes"],
+            nullptr);
+  EXPECT_EQ(::umount2("/mnt/root", MNT_DETACH), 0);
+}
+
 // The tools do not say so: what they could not write whole is damaged to those that come after.
 TEST(ClientCheck, SaysThatTheTemporaryDirectoryIsFull) {
   const HandMadePackage package;
-  package.shell("head -c 300000 /dev/urandom >data/face; tar czf data.tar.gz -C data .");
-  package.build();
   const PrivateTemporaryDirectory temporary;
   const std::string directory = temporary.path();
   const std::string complaint = "'" + package.path() + "': no space left in '" + directory +
-                                "' for intermediate files (28)\n";
-  for (const auto& [size, command] :
-       {std::pair{"size=300k", "check"}, {"size=4k", "check"}, {"size=4k", "inspect"}}) {
-    ASSERT_EQ(::mount("full", directory.c_str(), "tmpfs", 0, size), 0);
+                                "' for intermediate files: cannot unpack its control.tar.gz: ";
+  for (const std::string command : {"check", "inspect"}) {
+    ASSERT_EQ(::mount("full", directory.c_str(), "tmpfs", 0, "size=4k"), 0);
     const Ran run = run_tarvio({command, package.path()});
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.errors, std::string("tarvio: cannot ") + command + " " + complaint);
+    EXPECT_THAT(run.errors, StartsWith("tarvio: cannot " + command + " " + complaint));
+    EXPECT_THAT(run.errors, EndsWith(" (28)\n"));
     // A tool's own child may still be there.
     EXPECT_EQ(::umount2(directory.c_str(), MNT_DETACH), 0);
   }
 }
 
-TEST(ClientCheck, WorksWithTheRealTools) {
+TEST(ClientCheck, IsAboutTheFileSystemThatMostFilesGoTo) {
   const HandMadePackage package;
+  package.shell("mkdir data/opt; mv data/face data/opt; tar czf data.tar.gz -C data .");
+  package.build();
   const PrivateTemporaryDirectory temporary;
-  const Ran run = run_tarvio({"check", package.path()});
-  EXPECT_THAT(run.output, HasSubstr("needs 3.1 KiB, free: "));
+  const json checked = json::parse(run_tarvio({"check", "--json", package.path()}).output);
+  EXPECT_EQ(checked[0]["fits"], true);
+  EXPECT_EQ(checked[0]["directory"], "/opt");  // the control files go to another one
+  EXPECT_EQ(checked[0]["needed_bytes"], 3000);
   EXPECT_EQ(temporary.entries(), Names());
 }
 
 // What is said of a package that cannot be checked. Nothing is left of the attempt.
 std::string complaint_of(const HandMadePackage& package) {
-  const FreeSpace space("1048576");
+  const InstalledRoot root("1g");
   const PrivateTemporaryDirectory temporary;
   const Ran run = run_tarvio({"check", package.path(), "--timeout", "20"});
   EXPECT_EQ(run.status, 1);
@@ -164,12 +214,15 @@ std::string complaint_of(const HandMadePackage& package) {
 TEST(ClientCheckOfAHostilePackage, SaysThatItIsNotOne) {
   const HandMadePackage package;
   package.shell("echo text >clock.tbx");
-  EXPECT_THAT(complaint_of(package), StartsWith("ar failed with status 1: "));
+  EXPECT_EQ(complaint_of(package),
+            "it has no control.tar.gz: damaged, or not a package file (22)\n");
   package.shell("rm clock.tbx; ar rc clock.tbx debian-binary control.tar.gz");
-  EXPECT_EQ(complaint_of(package), "it has no data.tar.gz: damaged, or not a package file (22)\n");
+  EXPECT_THAT(complaint_of(package), StartsWith("cannot read its data.tar.gz to the end: "));
   package.shell("head -c 100 data.tar.gz >x; mv x data.tar.gz");
   package.build();
-  EXPECT_THAT(complaint_of(package), StartsWith("tar failed with status 2: gzip: "));
+  EXPECT_THAT(
+      complaint_of(package),
+      StartsWith("cannot read its data.tar.gz to the end: sh failed with status 2: gzip: "));
 }
 
 TEST(ClientCheckOfAHostilePackage, NeverHangsOrCrashesWhereverItIsCut) {
@@ -192,7 +245,7 @@ TEST(ClientCheckOfAHostilePackage, WritesNothingOutsideItsDirectory) {
   const std::filesystem::path below = temporary.path() / "below";
   std::filesystem::create_directory(below);
   ::setenv("TMPDIR", below.c_str(), 1);
-  EXPECT_EQ(run_tarvio({"check", package.path()}).status, 1);
+  EXPECT_EQ(run_tarvio({"check", package.path()}).status, 0);  // they are not unpacked at all
   EXPECT_TRUE(std::filesystem::is_empty(below));
   EXPECT_EQ(temporary.entries(), Names{"below"});
 }
@@ -208,10 +261,11 @@ TEST(ClientCheckOfAHostilePackage, MeasuresWhatItNeverUnpacks) {
   const HandMadePackage package;
   package.shell("truncate -s 2G hole; tar czSf data.tar.gz ./hole; rm hole");
   package.build();
-  const FreeSpace space("1048576");
+  const InstalledRoot root("1g");
   const Ran run = run_tarvio({"check", package.path()});
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.output, HasSubstr(" does not fit: needs 2.0 GiB, free: 1.0 GiB\n"));
+  EXPECT_THAT(run.output,
+              HasSubstr(" does not fit in '/mnt/root': needs 2.0 GiB, free: 1.0 GiB\n"));
 }
 
 }  // namespace

@@ -78,7 +78,7 @@ TEST(ClientInspect, ShowsTheWholeVersion) {
 
 TEST(ClientInspect, NamesAToolThatIsMissing) {
   const HandMadePackage package;
-  for (const std::string tool : {"ar", "tar"}) {
+  for (const std::string tool : {"ar", "tar", "gzip"}) {
     const PathWithout path(tool);
     const Ran run = run_tarvio({"inspect", package.path()});
     EXPECT_EQ(run.status, 1);

@@ -1,6 +1,7 @@
 // tarvio pack.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -135,6 +136,14 @@ TEST(ClientPackOfAWrongDirectory, SaysThatItIsNotThere) {
   EXPECT_EQ(complaint_of(directory), "No such file or directory (2)\n");
 }
 
+TEST(ClientPackOfAWrongDirectory, SaysThatItIsAFile) {
+  const SampleDirectory directory;
+  std::filesystem::remove_all(directory.path());
+  write_file(directory.path(), "");
+  EXPECT_EQ(complaint_of(directory),
+            "cannot read '" + directory.path() + "': Not a directory (20)\n");
+}
+
 TEST(ClientPackOfAWrongDirectory, SaysThatAControlFileIsMissing) {
   const SampleDirectory directory;
   std::filesystem::remove(directory / "control");
@@ -193,6 +202,17 @@ TEST(ClientPackOfAWrongDirectory, RefusesAFileThatIsTooLargeForAControlFile) {
   EXPECT_EQ(complaint_of(directory), "control: larger than 1 MiB, so not a control file (27)\n");
 }
 
+TEST(ClientPack, NamesAToolThatIsMissing) {
+  const SampleDirectory directory;
+  for (const std::string tool : {"ar", "tar", "gzip"}) {
+    const PathWithout path(tool);
+    const Ran run = pack(directory, directory.beside("x.tbx"));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors, "tarvio: cannot pack '" + directory.path() + "': the tool " + tool +
+                              " is missing; install it, or add its directory to PATH (2)\n");
+  }
+}
+
 TEST(ClientPack, ReportsWhatAToolSaysFirst) {
   const SampleDirectory directory;
   const TempDir tools;
@@ -200,6 +220,25 @@ TEST(ClientPack, ReportsWhatAToolSaysFirst) {
                 "#!/bin/sh\nprintf '%s\\n' 'gzip: worn out' 'gzip: giving up' >&2\nexit 3\n");
   ::setenv("PATH", (tools.path().string() + ":" + ::getenv("PATH")).c_str(), 1);
   EXPECT_EQ(complaint_of(directory), "gzip failed with status 3: gzip: worn out (5)\n");
+}
+
+// The space may have run out for another reason than the tool failed for.
+TEST(ClientPack, ReportsWhatAToolSaysWithoutSpaceLeft) {
+  const SampleDirectory directory;
+  const TempDir small;
+  ASSERT_EQ(::mount("small", small.path().c_str(), "tmpfs", 0, "size=64k"), 0);
+  const TempDir tools;
+  write_program(tools / "gzip",
+                "#!/bin/sh\nhead -c 100000 /dev/zero >fill 2>/dev/null\n"
+                "echo 'gzip: worn out' >&2\nexit 3\n");
+  ::setenv("PATH", (tools.path().string() + ":" + ::getenv("PATH")).c_str(), 1);
+  const Ran run = pack(directory, small / "x.tbx");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors, "tarvio: cannot pack '" + directory.path() + "': no space left in '" +
+                            small.path().string() +
+                            "' for intermediate files: gzip failed with status 3: gzip: worn out "
+                            "(28)\n");
+  EXPECT_EQ(::umount2(small.path().c_str(), MNT_DETACH), 0);
 }
 
 TEST(ClientPack, StopsAToolThatDoesNotEnd) {

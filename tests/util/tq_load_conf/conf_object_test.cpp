@@ -46,7 +46,7 @@ TEST_F(ConfObject, KeepsNamesInTheOrderOfTheirFirstStoring) {
   EXPECT_STREQ(tq_find_value(conf_.get(), 1), "2");
 }
 
-TEST_F(ConfObject, TellsNamesApartByEveryByte) {
+TEST_F(ConfObject, DistinguishesNamesByEveryByte) {
   for (const char* name : {"name", "Name", "name ", "nam", ""}) EXPECT_EQ(write(name, name), 0);
   EXPECT_EQ(tq_count_variables(conf_.get()), 5);
   EXPECT_STREQ(tq_conf_read(conf_.get(), "Name"), "Name");

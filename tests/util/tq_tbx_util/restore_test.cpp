@@ -343,7 +343,7 @@ TEST_F(Restore, GoesOnWithAHibernationAreaWhoseInformationCannotBeWritten) {
               ElementsAre("tq_restore_flash_image error /dev/mtd2 ->./hibernationinfo"));
 }
 
-TEST_F(Restore, OfOneAreaTellsTheStepThatFailed) {
+TEST_F(Restore, OfOneAreaReportsTheStepThatFailed) {
   const auto result_with = [](const std::string& failing) {
     const ShellCommands commands([&](const std::string& line) -> std::string {
       return line.starts_with(failing) ? "echo No space left on device" : "true";
