@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include "base/lock.h"
+#include "package/package_record.h"
 #include "tarvio/package.h"
 #include "util/log_macros.h"
 
@@ -27,6 +28,11 @@ const tq_package_binding* binding_for(const char* function) {
 }
 
 }  // namespace
+
+bool tarvio::lists_own_packages() noexcept {
+  const tq_package_binding* binding = active_binding();
+  return binding != nullptr && binding->list == tq_tbx_list;
+}
 
 int tq_setup_package_manager(void) {
   const tarvio::Lock lock(front.mutex);
