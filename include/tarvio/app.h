@@ -27,14 +27,21 @@ typedef struct tq_app_info {
   int32_t *pid;             /* heap cell with the child's process id; null while not started */
 } tq_app_info;
 
+/* What a refresh changed: numbers of applications. */
+typedef struct tq_refresh_result {
+  int32_t added;
+  int32_t removed;
+  int32_t changed; /* another version, maintainer, subcategory, start file or stop file */
+} tq_refresh_result;
+
 TQ_BEGIN_DECLS
 
 /* The binding record that tq_get_linux_app_binding created last. */
 extern tq_app_binding *linux_app_binding;
 
 /* Sets the manager up: lists the installed applications and binds each. The host calls it once, after
- * the status manager and the package manager; applications installed later are unknown until the
- * process restarts. Ignores SIGCHLD for the whole process.
+ * the status manager and the package manager; applications installed later are unknown until
+ * tq_refresh_applications or a restart of the process. Ignores SIGCHLD for the whole process.
  *
  * Returns 1 (not 0) on success, also if there is no application or the listing failed; 0 if no
  * binding takes an application, and if memory runs out for the manager itself. Applications for which
@@ -57,10 +64,29 @@ int tq_create_app_info(tq_package_info *package, tq_app_info **out);
  * Source: app/tq_app_manager */
 int tq_get_installed_application(tq_list_t *apps);
 
+/* Makes the manager know what is installed now, in the order that a set-up would give. Applications that
+ * stay keep their records, with binding, pid and state: one that was upgraded keeps running, and its
+ * record gets the new package. A new one is stopped, and bound as by the set-up. One whose package went
+ * is stopped first, as by tq_stop_app with its old package (which may name a stop file that is gone),
+ * and its record and status are removed. Since a listing omits packages that it cannot read, tq_list is
+ * asked once more for the name of each application that it lacks, and one that it has then stays.
+ *
+ * result  receives what changed, also when the call fails; may be null.
+ *
+ * Invalidates what tq_known_applications led to: the nodes, the records of removed applications, and the
+ * packages of removed and changed ones. A package is freed only if the active package binding has had
+ * the library's own list operation since the set-up; those of another operation are borrowed, and stay.
+ *
+ * Returns 0; EINVAL (22) before the set-up; what tq_list returns, or ENOMEM (12), and nothing is changed;
+ * the code of the last application that could not be stopped or looked up: such ones stay known, at the
+ * end of the list, until the next refresh. Not serialised, as tq_start_app.
+ * Source: app/tq_app_manager */
+int tq_refresh_applications(tq_refresh_result *result);
+
 /* Returns the applications that the manager knows, as a list of tq_app_info in its order; null before the
- * set-up and when memory ran out for it. The list and its records stay the manager's. For a host that
- * checks its set-up, which does not report what it left out. Not serialised: call it before requests are
- * answered, or as tq_start_app.
+ * set-up and when memory ran out for it. The list and its records stay the manager's, and a refresh
+ * changes them. For a host that checks its set-up, which does not report what it left out. Not
+ * serialised: call it before requests are answered, or as tq_start_app.
  * Source: app/tq_app_manager */
 const tq_list_t *tq_known_applications(void);
 

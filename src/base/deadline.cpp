@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <limits.h>
 #include <poll.h>
+#include <stdlib.h>
 #include <sys/socket.h>
 #include <time.h>
 
@@ -34,7 +35,8 @@ Deadline Deadline::after_seconds(double seconds) {
 
 int Deadline::remaining_ms() const {
   if (at_us_ == kNever) return -1;
-  const int64_t left_ms = (std::max<int64_t>(at_us_ - now_us(), 0) + 999) / 1000;
+  // By libc: `/` would bring a routine of the compiler's library into each program of the device.
+  const long long left_ms = lldiv(std::max<int64_t>(at_us_ - now_us(), 0) + 999, 1000).quot;
   return static_cast<int>(std::min<int64_t>(left_ms, INT_MAX));
 }
 

@@ -18,6 +18,9 @@ struct FreePackages {
 };
 using Packages = std::unique_ptr<tq_package_info, FreePackages>;
 
+// Whether tq_list creates the records that it lists. A host's own operation may list static ones.
+bool lists_own_packages() noexcept;
+
 // Categories that a listing or a copy keeps.
 struct CategoryFilter {
   uint32_t type;

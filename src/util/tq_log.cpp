@@ -10,16 +10,15 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <charconv>
 #include <string_view>
 
+#include "base/decimal.h"
 #include "base/owners.h"
 #include "util/log_macros.h"
 
 namespace {
 
 constexpr size_t kLineSize = 1024;
-constexpr size_t kNumberSize = 12;
 
 constinit std::atomic<int> threshold{TQ_LOG_WARNING};
 
@@ -71,10 +70,7 @@ class Line {
 
   void append_string(const char* string) { append(string == nullptr ? "(null)" : string); }
 
-  void append_number(int number) {
-    char digits[kNumberSize];
-    append({digits, std::to_chars(std::begin(digits), std::end(digits), number).ptr});
-  }
+  void append_number(int number) { append(tarvio::Decimal(number).text()); }
 
   const char* text() {
     text_[used_] = '\0';

@@ -81,8 +81,8 @@ std::vector<Subject> library_subjects() {
   for (const char* row : {"statuses", "status-records", "remote-starts", "remote-starts-of-all"}) {
     subjects.push_back(subject(row, nothing, prepare_started_applications));
   }
-  for (const char* row :
-       {"applications", "applications-by-name", "all-applications", "served-requests"}) {
+  for (const char* row : {"applications", "applications-by-name", "all-applications",
+                          "refreshed-applications", "served-requests"}) {
     subjects.push_back(subject(row, nothing, prepare_installed_applications));
   }
   return subjects;

@@ -190,6 +190,28 @@ bool applications() { return start_and_stop(tq_start_app, tq_stop_app); }
 
 bool applications_by_name() { return start_and_stop(tq_start_app_exact, tq_stop_app_exact); }
 
+bool refresh_applications() {
+  tq_refresh_result result = {};
+  const bool succeeds = tq_refresh_applications(&result) == 0;
+  std::printf("%d %d %d\n", result.added, result.removed, result.changed);
+  return succeeds;
+}
+
+// With an application that goes and comes again.
+bool refreshed_applications() {
+  constexpr char kControl[] = "/usr/lib/opkg/info/clock.control";
+  constexpr char kAway[] = "/usr/lib/opkg/info/clock.away";
+  if (tq_setup_status_manager() != 0 || tq_setup_package_manager() != 0 ||
+      tq_setup_app_manager() != 1 || tq_list_size(tq_known_applications()) != 2) {
+    return false;
+  }
+  const bool is_removed = std::rename(kControl, kAway) == 0 && refresh_applications();
+  const bool succeeds = std::rename(kAway, kControl) == 0 && refresh_applications() && is_removed;
+  (void)tq_status_list_free(sl);
+  sl = nullptr;
+  return succeeds;
+}
+
 bool log_reading() {
   const Lines lines;
   if (!lines.is_valid() || tq_log_read("cat settings", nullptr, lines.get()) != 0) return false;
@@ -312,6 +334,7 @@ constexpr Row kRows[] = {{"commands", commands},
                          {"status-records", status_records},
                          {"remote-starts", remote_starts},
                          {"applications", applications},
+                         {"refreshed-applications", refreshed_applications},
                          {"log-reading", log_reading}};
 
 }  // namespace

@@ -103,6 +103,11 @@ FIELD(tq_pkg_data, count, 0, 0);
 FIELD(tq_pkg_data, lines, 4, 8);
 SIZE(tq_pkg_data, 8, 16);
 
+FIELD(tq_refresh_result, added, 0, 0);
+FIELD(tq_refresh_result, removed, 4, 4);
+FIELD(tq_refresh_result, changed, 8, 8);
+SIZE(tq_refresh_result, 12, 12);
+
 FIELD(tq_status, type, 0, 0);
 FIELD(tq_status, id, 4, 4);
 FIELD(tq_status, state, 8, 8);

@@ -1,10 +1,10 @@
 #include "com/tq_com_manager/reply.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "base/chain.h"
 #include "base/deadline.h"
+#include "base/decimal.h"
 #include "tarvio/status.h"
 #include "util/log_macros.h"
 
@@ -13,7 +13,6 @@ namespace tarvio {
 namespace {
 
 constexpr int kWriteTimeMs = 5000;
-constexpr size_t kNumberSize = 12;
 
 // The first record of every list stays allocated (oddity 122).
 void free_statuses(tq_list_t* list) {
@@ -41,10 +40,7 @@ bool Reply::append_in_pieces(std::string_view text) {
   return !failed_;
 }
 
-bool Reply::append_number(int number) {
-  char digits[kNumberSize];
-  return append({digits, std::to_chars(std::begin(digits), std::end(digits), number).ptr});
-}
+bool Reply::append_number(int number) { return append(Decimal(number).text()); }
 
 bool Reply::send() {
   if (!failed_) failed_ = !send_all(fd_, {bytes_.data(), size_}, Deadline::after(kWriteTimeMs));

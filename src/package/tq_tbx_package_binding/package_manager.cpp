@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include "base/lock.h"
+#include "package/package_record.h"
 #include "tarvio/package.h"
 #include "util/log_macros.h"
 
@@ -19,19 +20,19 @@ const tq_package_binding* active_binding() {
   return front.active;
 }
 
-// Calls an operation of the active binding.
-template <typename... Parameters, typename... Arguments>
-int forward(const char* function, int (*tq_package_binding::*operation)(Parameters...),
-            Arguments... arguments) {
+// Null, with a warning that names the function, before the set-up.
+const tq_package_binding* binding_for(const char* function) {
   const tq_package_binding* binding = active_binding();
-  if (binding == nullptr) {
-    TQ_WARNING("%s: package manager is not set up", function);
-    return EINVAL;
-  }
-  return (binding->*operation)(arguments...);
+  if (binding == nullptr) TQ_WARNING("%s: package manager is not set up", function);
+  return binding;
 }
 
 }  // namespace
+
+bool tarvio::lists_own_packages() noexcept {
+  const tq_package_binding* binding = active_binding();
+  return binding != nullptr && binding->list == tq_tbx_list;
+}
 
 int tq_setup_package_manager(void) {
   const tarvio::Lock lock(front.mutex);
@@ -40,21 +41,26 @@ int tq_setup_package_manager(void) {
 }
 
 int tq_list(uint32_t type, uint32_t subtype, const char* name, tq_package_info** out) {
-  return forward("tq_list", &tq_package_binding::list, type, subtype, name, out);
+  const tq_package_binding* binding = binding_for("tq_list");
+  return binding == nullptr ? EINVAL : binding->list(type, subtype, name, out);
 }
 
 int tq_install(const char* path, int force) {
-  return forward("tq_install", &tq_package_binding::install, path, force);
+  const tq_package_binding* binding = binding_for("tq_install");
+  return binding == nullptr ? EINVAL : binding->install(path, force);
 }
 
 int tq_remove(const char* name, int force) {
-  return forward("tq_remove", &tq_package_binding::remove, name, force);
+  const tq_package_binding* binding = binding_for("tq_remove");
+  return binding == nullptr ? EINVAL : binding->remove(name, force);
 }
 
 int tq_files(const char* name, tq_list_t* files) {
-  return forward("tq_files", &tq_package_binding::files, name, files);
+  const tq_package_binding* binding = binding_for("tq_files");
+  return binding == nullptr ? EINVAL : binding->files(name, files);
 }
 
 int tq_check_file_size(const char* path) {
-  return forward("tq_check_file_size", &tq_package_binding::check_file_size, path);
+  const tq_package_binding* binding = binding_for("tq_check_file_size");
+  return binding == nullptr ? EINVAL : binding->check_file_size(path);
 }

@@ -1,4 +1,5 @@
 #include <errno.h>
+#include <stdlib.h>
 #include <sys/mount.h>
 
 #include "base/offline_root.h"
@@ -78,11 +79,9 @@ int tq_create_image_data_tgz(const char* source, const char* image_file, int blo
                              int length) {
   if (source == nullptr || image_file == nullptr) return EINVAL;
   // Else all of the source is copied, which may be more than the length (oddity 156).
-  const bool is_whole_blocks =
-      block_size != 0 && length != 0 && static_cast<long long>(length) % block_size == 0;
-  const int copied = is_whole_blocks
-                         ? tq_dd(source, image_file, block_size,
-                                 static_cast<int>(static_cast<long long>(length) / block_size))
+  const lldiv_t blocks = block_size == 0 ? lldiv_t{} : lldiv(length, block_size);
+  const int copied = blocks.quot != 0 && blocks.rem == 0
+                         ? tq_dd(source, image_file, block_size, static_cast<int>(blocks.quot))
                          : tq_dd(source, image_file, 0, 0);
   if (copied != 0) return copied;
   return tq_archive_tgz(kDataArchive, 1, &image_file);
