@@ -1,5 +1,5 @@
-// The com server: one thread answers the clients one after the other, and runs the manager's own
-// jobs between them.
+// The com server: one thread answers the clients one after the other, each when its request is
+// complete, and runs the manager's own jobs between them.
 #ifndef TARVIOD_SERVER_H
 #define TARVIOD_SERVER_H
 

@@ -254,12 +254,12 @@ TEST(Tarviod, RefusesToStartWhileAnotherAnswers) {
 TEST(Tarviod, RefusesToStartWhileAnotherIsTooBusyToAnswer) {
   Tarviod first;
   ASSERT_TRUE(first.answers());
-  const Socket served = connect_to(TQ_COM_SOCKET_PATH);  // and silent, so that the rest waits
+  first.send(SIGSTOP);
   std::deque<Socket> waiting;
   do waiting.push_back(new_socket());
   while (try_to_connect(waiting.back(), TQ_COM_SOCKET_PATH));
   EXPECT_EQ(run_tarviod({}).errors, kAnswered);
-  waiting.clear();
+  first.send(SIGCONT);
   EXPECT_EQ(listening_process(), first.pid());
 }
 
