@@ -131,7 +131,7 @@ bool set_up(Options& options, LogWatch& log_watch) {
     options.start_all = false;
   }
   log_watch.wait_for_begin();
-  if (!start_server()) {
+  if (!start_server(options.socket)) {
     warn("cannot answer on " TQ_COM_SOCKET_PATH, strerror(errno));
     return false;
   }

@@ -12,6 +12,7 @@
 #include "base/chain.h"
 #include "base/pipe.h"
 #include "connections.h"
+#include "listening_socket.h"
 #include "tarvio/app.h"
 #include "tarvio/com.h"
 
@@ -99,10 +100,10 @@ int stop_applications() {
 
 }  // namespace
 
-bool start_server() {
+bool start_server(const SocketAccess& access) {
   if (!jobs.open() || !results.open()) return false;
   tq_set_com_words(kExactWords.data());
-  const int listening_fd = tq_setup_com_server(TQ_COM_SOCKET_PATH, tq_request_handler);
+  const int listening_fd = listen_for_clients(access, tq_request_handler);
   if (listening_fd < 0) return false;
   clients.open(listening_fd, tq_request_handler);
   pthread_t thread = {};

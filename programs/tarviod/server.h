@@ -3,6 +3,8 @@
 #ifndef TARVIOD_SERVER_H
 #define TARVIOD_SERVER_H
 
+#include "settings/command_line.h"
+
 namespace tarviod {
 
 // What the thread can run; returns a result code.
@@ -14,7 +16,7 @@ struct Result {
 };
 
 // Listens on TQ_COM_SOCKET_PATH and starts the thread. False, with errno, when that failed.
-bool start_server();
+bool start_server(const SocketAccess& access);
 
 // Has the thread run a job after the request that it serves.
 void run_on_server(Job job);

@@ -2,9 +2,17 @@
 #ifndef TARVIOD_COMMAND_LINE_H
 #define TARVIOD_COMMAND_LINE_H
 
+#include <sys/types.h>
+
 #include <optional>
 
 namespace tarviod {
+
+// Who may connect.
+struct SocketAccess {
+  mode_t mode = 0666;
+  gid_t group = static_cast<gid_t>(-1);  // the manager's own
+};
 
 struct Options {
   bool daemon = false;
@@ -13,6 +21,7 @@ struct Options {
   bool check_config = false;
   int log_level = 2;
   const char* config = nullptr;  // an absolute path; null for the default one
+  SocketAccess socket;
 };
 
 // Exit statuses of the manual page.
