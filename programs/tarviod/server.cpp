@@ -15,6 +15,7 @@
 #include "listening_socket.h"
 #include "tarvio/app.h"
 #include "tarvio/com.h"
+#include "watchdog.h"
 
 namespace tarviod {
 
@@ -71,7 +72,10 @@ void run_job() {
 
 [[noreturn]] void* serve(void* /*unused*/) {
   while (true) {
-    if (clients.wait(jobs.read_end())) {
+    end_steps();
+    const bool has_job = clients.wait(jobs.read_end());
+    begin_step();
+    if (has_job) {
       run_job();
     } else {
       (void)clients.advance();
@@ -82,6 +86,7 @@ void run_job() {
 void serve_last_clients() {
   while (clients.has_client()) {
     (void)clients.wait(-1);
+    begin_step();
     (void)clients.advance();
   }
 }
@@ -103,6 +108,7 @@ int stop_applications() {
 bool start_server(const SocketAccess& access) {
   if (!jobs.open() || !results.open()) return false;
   tq_set_com_words(kExactWords.data());
+  count_starts_as_steps();
   const int listening_fd = listen_for_clients(access, tq_request_handler);
   if (listening_fd < 0) return false;
   clients.open(listening_fd, tq_request_handler);

@@ -123,9 +123,9 @@ TEST_P(Help, IsPrinted) {
   const Ended run = run_tarviod({GetParam()});
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.output, StartsWith("usage: tarviod [OPTION]...\n"));
-  for (const char* option :
-       {"--check-config", "--config FILE", "--daemon", "--log-level N", "--start-all",
-        "--keep-applications", "--socket-mode MODE", "--socket-group GROUP", "--help", "--version"})
+  for (const char* option : {"--check-config", "--config FILE", "--daemon", "--log-level N",
+                             "--start-all", "--keep-applications", "--pid-file FILE",
+                             "--socket-mode MODE", "--socket-group GROUP", "--help", "--version"})
     EXPECT_THAT(run.output, HasSubstr(option));
   EXPECT_EQ(run.errors, "");
   EXPECT_FALSE(fs::exists(TQ_COM_SOCKET_PATH));

@@ -32,6 +32,8 @@ constexpr char kHelp[] =
     "                           4 none\n"
     "  -s, --start-all          start all applications\n"
     "  -k, --keep-applications  leave the applications running on exit\n"
+    "      --pid-file FILE      write the manager's process id to FILE once requests are\n"
+    "                           answered, and remove FILE on exit\n"
     "      --socket-mode MODE   access mode of the socket, in octal (default 0666)\n"
     "      --socket-group GROUP group of the socket, a name or a number\n"
     "  -h, --help               print this help\n"
@@ -55,17 +57,19 @@ enum : int {
   kHelpOption = 'h',
   kVersion = 'V',
   kCheckConfig = 256,
+  kPidFile,
   kSocketMode,
   kSocketGroup
 };
 
-const std::array<option, 11> kLongOptions = {{
+const std::array<option, 12> kLongOptions = {{
     {"config", required_argument, nullptr, kConfig},
     {"check-config", no_argument, nullptr, kCheckConfig},
     {"daemon", no_argument, nullptr, kDaemon},
     {"log-level", required_argument, nullptr, kLogLevel},
     {"start-all", no_argument, nullptr, kStartAll},
     {"keep-applications", no_argument, nullptr, kKeep},
+    {"pid-file", required_argument, nullptr, kPidFile},
     {"socket-mode", required_argument, nullptr, kSocketMode},
     {"socket-group", required_argument, nullptr, kSocketGroup},
     {"help", no_argument, nullptr, kHelpOption},
@@ -90,8 +94,7 @@ std::optional<unsigned> parse_number(const char* text, int base, unsigned max) {
 
 // A path that stays valid when the current directory changes. Null, with the reason on standard
 // error, when the current directory is not known or the path too long.
-const char* absolute(const char* path) {
-  static char joined[PATH_MAX];
+const char* absolute(const char* path, char (&joined)[PATH_MAX]) {
   if (path[0] == '/') return path;
   const bool known = getcwd(joined, sizeof joined) != nullptr;
   const size_t length = known ? strlen(joined) : 0;
@@ -107,8 +110,15 @@ const char* absolute(const char* path) {
 using Status = std::optional<int>;
 
 Status set_config(Options& options) {
-  options.config = absolute(optarg);
+  static char joined[PATH_MAX];
+  options.config = absolute(optarg, joined);
   return options.config == nullptr ? Status(kExitFailure) : std::nullopt;
+}
+
+Status set_pid_file(Options& options) {
+  static char joined[PATH_MAX];
+  options.pid_file = absolute(optarg, joined);
+  return options.pid_file == nullptr ? Status(kExitFailure) : std::nullopt;
 }
 
 Status set_log_level(Options& options) {
@@ -165,6 +175,8 @@ Status set_option(int option, Options& options) {
     case kKeep:
       options.keep_applications = true;
       return std::nullopt;
+    case kPidFile:
+      return set_pid_file(options);
     case kSocketMode:
       return set_socket_mode(options);
     case kSocketGroup:

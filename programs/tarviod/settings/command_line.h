@@ -20,7 +20,8 @@ struct Options {
   bool keep_applications = false;
   bool check_config = false;
   int log_level = 2;
-  const char* config = nullptr;  // an absolute path; null for the default one
+  const char* config = nullptr;    // an absolute path; null for the default one
+  const char* pid_file = nullptr;  // an absolute path; null for none
   SocketAccess socket;
 };
 
