@@ -52,20 +52,21 @@ foreach(manual ${manuals})
 endforeach()
 
 install(FILES examples/statuses.c examples/backup_progress.c packaging/tarviod.conf
+              packaging/busybox/inittab
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 # Written at installation: it contains the manager's path, which depends on `cmake --install --prefix`.
-set(TARVIO_SERVICE "" CACHE STRING "Service file to install: systemd, init.d or nothing")
+set(TARVIO_SERVICE "" CACHE STRING "Service file to install: systemd, init.d, openrc, procd or nothing")
 if(TARVIO_SERVICE STREQUAL "systemd")
   set(service_kind FILES)
   set(service_source packaging/systemd/tarviod.service.in)
   set(service_directory lib/systemd/system)
-elseif(TARVIO_SERVICE STREQUAL "init.d")
+elseif(TARVIO_SERVICE MATCHES "^(init.d|openrc|procd)$")
   set(service_kind PROGRAMS)
-  set(service_source packaging/init.d/tarviod.in)
+  set(service_source packaging/${TARVIO_SERVICE}/tarviod.in)
   set(service_directory ${CMAKE_INSTALL_SYSCONFDIR}/init.d)
 elseif(TARVIO_SERVICE)
-  message(FATAL_ERROR "TARVIO_SERVICE is '${TARVIO_SERVICE}' and must be systemd, init.d or empty")
+  message(FATAL_ERROR "TARVIO_SERVICE is '${TARVIO_SERVICE}' and must be systemd, init.d, openrc, procd or empty")
 endif()
 if(TARVIO_SERVICE)
   get_filename_component(service ${service_source} NAME_WLE)

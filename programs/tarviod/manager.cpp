@@ -8,6 +8,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <utility>
@@ -15,11 +16,13 @@
 #include "applications.h"
 #include "base/deadline.h"
 #include "base/owners.h"
+#include "notify.h"
 #include "server.h"
 #include "settings/config.h"
 #include "settings/warn.h"
 #include "signals.h"
 #include "tarvio/tarvio.h"
+#include "watchdog.h"
 
 namespace tarviod {
 
@@ -64,7 +67,10 @@ Event wait_for_event(int signal_fd, int report_fd, const Deadline& until) {
         {.fd = result_fd(), .events = POLLIN, .revents = 0},
         {.fd = report_fd, .events = POLLIN, .revents = 0},
     }};
-    if (poll(files.data(), files.size(), until.remaining_ms()) < 1) continue;
+    // Never, which is -1, is the latest.
+    const auto wait_ms = std::min<unsigned>(static_cast<unsigned>(until.remaining_ms()),
+                                            static_cast<unsigned>(feed_watchdog().remaining_ms()));
+    if (poll(files.data(), files.size(), static_cast<int>(wait_ms)) < 1) continue;
     if (files[0].revents != 0) {
       const int signal = read_signal(signal_fd);
       if (signal == 0) continue;
@@ -110,13 +116,31 @@ void name_unknown_applications(const Options& options, const Config& config) {
   });
 }
 
+void report_count(int applications) {
+  const char* const plural = applications == 1 ? "" : "s";
+  (void)printf("tarviod: %d application%s installed, answering on %s\n", applications, plural,
+               TQ_COM_SOCKET_PATH);
+  (void)fflush(stdout);
+  tq_log_func(TQ_LOG_INFO, TARVIO_UNIT, __LINE__, "%d applications installed, answering on %s",
+              applications, TQ_COM_SOCKET_PATH);
+  char state[64];
+  (void)snprintf(state, sizeof state, "STATUS=%d application%s installed", applications, plural);
+  notify(state);
+}
+
 // A file with a mistake changes nothing.
-void reload(const Options& options, LogWatch& log_watch) {
+void read_config_again(const Options& options, LogWatch& log_watch) {
   Config config;
   if (!read_config(options.config, config)) return;
   log_watch.start(std::move(config));
   inform(config_path(options.config), "read again");
   name_unknown_applications(options, log_watch.config());
+}
+
+void reload(const Options& options, LogWatch& log_watch) {
+  notify_reloading();
+  read_config_again(options, log_watch);
+  notify("READY=1");
 }
 
 }  // namespace
@@ -131,15 +155,11 @@ bool set_up(Options& options, LogWatch& log_watch) {
     options.start_all = false;
   }
   log_watch.wait_for_begin();
-  if (!start_server()) {
+  if (!start_server(options.socket)) {
     warn("cannot answer on " TQ_COM_SOCKET_PATH, strerror(errno));
     return false;
   }
-  (void)printf("tarviod: %d application%s installed, answering on %s\n", applications->count,
-               applications->count == 1 ? "" : "s", TQ_COM_SOCKET_PATH);
-  (void)fflush(stdout);
-  tq_log_func(TQ_LOG_INFO, TARVIO_UNIT, __LINE__, "%d applications installed, answering on %s",
-              applications->count, TQ_COM_SOCKET_PATH);
+  report_count(applications->count);
   return true;
 }
 
@@ -159,6 +179,7 @@ void serve(const Options& options, int signal_fd, LogWatch& log_watch) {
     if (event == Event::kReload) reload(options, log_watch);
     if (event == Event::kResult) (void)report_result();
   }
+  notify("STOPPING=1\nSTATUS=stopping the applications");
   log_watch.stop();
   if (!options.keep_applications) stop_applications(signal_fd);
   (void)unlink(TQ_COM_SOCKET_PATH);

@@ -11,8 +11,11 @@
 
 #include "base/chain.h"
 #include "base/pipe.h"
+#include "connections.h"
+#include "listening_socket.h"
 #include "tarvio/app.h"
 #include "tarvio/com.h"
+#include "watchdog.h"
 
 namespace tarviod {
 
@@ -58,18 +61,9 @@ class RecordPipe {
 };
 
 // The thread uses them to the end of the process, so nobody closes them.
-constinit int listening_fd = -1;
+constinit Connections clients;
 constinit RecordPipe<Job> jobs;
 constinit RecordPipe<Result> results;
-
-void serve_client() {
-  const int client = tq_socket_accept_unix_sock(listening_fd);
-  if (client >= 0) {
-    (void)tq_request_handler(client);
-  } else {
-    wait_a_moment();  // until something frees the descriptor or memory that is short
-  }
-}
 
 void run_job() {
   const Job job = jobs.read();
@@ -78,22 +72,23 @@ void run_job() {
 
 [[noreturn]] void* serve(void* /*unused*/) {
   while (true) {
-    std::array<pollfd, 2> files = {{
-        {.fd = jobs.read_end(), .events = POLLIN, .revents = 0},
-        {.fd = listening_fd, .events = POLLIN, .revents = 0},
-    }};
-    if (poll(files.data(), files.size(), -1) < 1) continue;
-    if (files[0].revents != 0) {
+    end_steps();
+    const bool has_job = clients.wait(jobs.read_end());
+    begin_step();
+    if (has_job) {
       run_job();
     } else {
-      serve_client();
+      (void)clients.advance();
     }
   }
 }
 
-bool has_client() {
-  pollfd file = {.fd = listening_fd, .events = POLLIN, .revents = 0};
-  return poll(&file, 1, 0) == 1;
+void serve_last_clients() {
+  while (clients.has_client()) {
+    (void)clients.wait(-1);
+    begin_step();
+    (void)clients.advance();
+  }
 }
 
 // The stop of all does not reach a name that is contained in an earlier one (oddity 93).
@@ -110,11 +105,13 @@ int stop_applications() {
 
 }  // namespace
 
-bool start_server() {
+bool start_server(const SocketAccess& access) {
   if (!jobs.open() || !results.open()) return false;
   tq_set_com_words(kExactWords.data());
-  listening_fd = tq_setup_com_server(TQ_COM_SOCKET_PATH, tq_request_handler);
+  count_starts_as_steps();
+  const int listening_fd = listen_for_clients(access, tq_request_handler);
   if (listening_fd < 0) return false;
+  clients.open(listening_fd, tq_request_handler);
   pthread_t thread = {};
   errno = pthread_create(&thread, nullptr, serve, nullptr);
   if (errno != 0) return false;
@@ -134,7 +131,7 @@ Result read_result() { return results.read(); }
 int stop_for_good() {
   const int code = stop_applications();
   (void)unlink(TQ_COM_SOCKET_PATH);
-  while (has_client()) serve_client();
+  serve_last_clients();
   const int code_of_late = stop_applications();
   return code == 0 ? code_of_late : code;
 }

@@ -1,7 +1,9 @@
-// The com server: one thread answers the clients one after the other, and runs the manager's own
-// jobs between them.
+// The com server: one thread answers the clients one after the other, each when its request is
+// complete, and runs the manager's own jobs between them.
 #ifndef TARVIOD_SERVER_H
 #define TARVIOD_SERVER_H
+
+#include "settings/command_line.h"
 
 namespace tarviod {
 
@@ -14,7 +16,7 @@ struct Result {
 };
 
 // Listens on TQ_COM_SOCKET_PATH and starts the thread. False, with errno, when that failed.
-bool start_server();
+bool start_server(const SocketAccess& access);
 
 // Has the thread run a job after the request that it serves.
 void run_on_server(Job job);

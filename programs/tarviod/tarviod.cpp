@@ -11,9 +11,12 @@
 #include "base/owners.h"
 #include "instance.h"
 #include "manager.h"
+#include "notify.h"
+#include "pid_file.h"
 #include "settings/command_line.h"
 #include "settings/config.h"
 #include "signals.h"
+#include "tarvio/com.h"
 #include "tarvio/log.h"
 #include "watch/log_reader.h"
 #include "watch/log_watch.h"
@@ -37,6 +40,7 @@ int main(int argc, char** argv) {
     return tarviod::run_log_reader(argc, argv);
   }
   fill_standard_streams();
+  tarviod::meet_supervisor();
   tarviod::CommandLine line = tarviod::parse_command_line(argc, argv);
   if (!line.options) return line.exit_status;
   tarviod::Options& options = *line.options;
@@ -64,7 +68,13 @@ int main(int argc, char** argv) {
   tarviod::LogWatch log_watch;
   log_watch.start(std::move(config));
   if (!tarviod::set_up(options, log_watch)) return tarviod::kExitFailure;
+  if (options.pid_file != nullptr && !tarviod::write_pid_file(options.pid_file)) {
+    (void)unlink(TQ_COM_SOCKET_PATH);
+    return tarviod::kExitFailure;
+  }
   background.ready();
+  tarviod::notify("READY=1");
   tarviod::serve(options, signals.get(), log_watch);
+  if (options.pid_file != nullptr) (void)unlink(options.pid_file);
   return 0;
 }

@@ -14,7 +14,7 @@ class Deadline {
   static Deadline after(int milliseconds);
   // 0 seconds or less: never.
   static Deadline after_seconds(double seconds);
-  static Deadline never() { return Deadline(kNever); }
+  static constexpr Deadline never() { return Deadline(kNever); }
 
   [[nodiscard]] bool is_set() const { return at_us_ != kNever; }
   [[nodiscard]] bool passed() const { return remaining_ms() == 0; }
@@ -26,7 +26,7 @@ class Deadline {
  private:
   static constexpr int64_t kNever = -1;
 
-  explicit Deadline(int64_t at_us) : at_us_(at_us) {}
+  explicit constexpr Deadline(int64_t at_us) : at_us_(at_us) {}
 
   int64_t at_us_;
 };

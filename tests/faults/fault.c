@@ -9,6 +9,7 @@
 #include <errno.h>
 #include <execinfo.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
@@ -217,6 +218,10 @@ CALL(char*, mkdtemp, (char* path), (path), NULL, ENOSPC)
 CALL(DIR*, opendir, (const char* path), (path), NULL, EMFILE)
 CALL(struct dirent64*, readdir64, (DIR * directory), (directory), NULL, EIO)
 CALL(char*, realpath, (const char* path, char* resolved), (path, resolved), NULL, EACCES)
+CALL(struct group*, getgrnam, (const char* name), (name), NULL, ENOMEM)
+CALL(int, chown, (const char* path, uid_t user, gid_t group), (path, user, group), -1, EPERM)
+CALL(int, fchmod, (int fd, mode_t mode), (fd, mode), -1, EPERM)
+CALL(int, fchown, (int fd, uid_t user, gid_t group), (fd, user, group), -1, EPERM)
 CALL(int, rename, (const char* from, const char* to), (from, to), -1, ENOSPC)
 CALL(int, scandir64,
      (const char* path, struct dirent64*** names, int (*filter)(const struct dirent64*),

@@ -1,15 +1,21 @@
 // The service files of tarviod.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "support/apps/applications.h"
 #include "support/children.h"
 #include "support/files.h"
+#include "support/programs/tarviod.h"
 
 namespace tarvio_test {
 namespace {
@@ -65,6 +71,78 @@ TEST_F(InitScript, WaitsLongerThanTheManagerDoesForEachPackage) {
 TEST(SystemdService, SetsNoLimitToTheStop) {
   EXPECT_THAT(read_file(kPackaging + "systemd/tarviod.service.in"),
               testing::HasSubstr("\nTimeoutStopSec=infinity\n"));
+}
+
+TEST(SystemdService, WaitsForTheReportsOfTheManager) {
+  const std::string service = read_file(kPackaging + "systemd/tarviod.service.in");
+  EXPECT_THAT(service, testing::HasSubstr("\nType=notify\n"));
+  EXPECT_THAT(service, testing::HasSubstr("\nWatchdogSec="));
+}
+
+// What a shell prints.
+std::string output_of(const std::string& shell, const std::string& script) {
+  FILE* const output = ::popen((shell + " -c '" + script + "'").c_str(), "re");
+  std::string text;
+  for (int byte = 0; (byte = std::fgetc(output)) != EOF;) text += static_cast<char>(byte);
+  EXPECT_EQ(::pclose(output), 0) << script;
+  return text;
+}
+
+// The words after the name of the program, and a check of the configuration in place of a start.
+void expect_accepted(std::istringstream words) {
+  std::vector<std::string> arguments(std::istream_iterator<std::string>(words), {});
+  ASSERT_FALSE(arguments.empty());
+  EXPECT_THAT(arguments.front(), testing::EndsWith("/tarviod"));
+  arguments.front() = "--check-config";
+  EXPECT_THAT(arguments, testing::Contains("--start-all"));
+  const Ended run = run_tarviod(arguments);
+  EXPECT_EQ(run.status, 0) << run.errors;
+}
+
+TEST(SystemdService, StartsTheManagerWithOptionsThatItHas) {
+  const std::string service = read_file(kPackaging + "systemd/tarviod.service.in");
+  const size_t begin = service.find("ExecStart=") + 10;
+  expect_accepted(std::istringstream(service.substr(begin, service.find('\n', begin) - begin)));
+}
+
+TEST(OpenrcService, StartsTheManagerWithOptionsThatItHas) {
+  expect_accepted(std::istringstream(output_of(
+      "busybox sh", ". " + kPackaging + "openrc/tarviod.in; echo $command $command_args")));
+}
+
+TEST(ProcdService, StartsTheManagerWithOptionsThatItHas) {
+  expect_accepted(std::istringstream(output_of(
+      "busybox sh", ". " + kPackaging +
+                        "procd/tarviod.in; procd_open_instance() { :; }; procd_close_instance() "
+                        "{ :; }; procd_set_param() { case $1 in command) shift; echo \"$@\";; "
+                        "esac; }; start_service")));
+}
+
+// The process of a line of the inittab, as init gives it to a shell.
+std::string inittab_process(const std::string& action) {
+  const std::string lines = read_file(kPackaging + "busybox/inittab");
+  const std::string head = "\n::" + action + ":";
+  const size_t begin = lines.find(head) + head.size();
+  return lines.substr(begin, lines.find('\n', begin) - begin);
+}
+
+TEST(BusyboxService, StartsTheManagerWithOptionsThatItHas) {
+  expect_accepted(std::istringstream(inittab_process("respawn")));
+}
+
+TEST(BusyboxService, WaitsForTheEndOfTheManagerAtTheShutdown) {
+  EXPECT_EQ(run_tarviod({"--daemon", "--pid-file", "/run/tarviod.pid"}).status, 0);
+  const pid_t manager = std::stoi(read_file("/run/tarviod.pid"));
+  const std::string process = "exec " + inittab_process("shutdown");
+  EXPECT_LT(process.size(), 256U);  // all that init has room for
+  const pid_t shell = ::fork();
+  if (shell == 0) {
+    ::execlp("busybox", "sh", "-c", process.c_str(), nullptr);
+    ::_exit(127);
+  }
+  (void)end_of(shell);
+  EXPECT_FALSE(is_alive(manager));
+  EXPECT_FALSE(fs::exists("/run/tarviod.pid"));
 }
 
 }  // namespace

@@ -126,7 +126,8 @@ TEST_P(Help, IsPrinted) {
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.output, StartsWith("usage: tarviod [OPTION]...\n"));
   for (const char* option : {"--check-config", "--config FILE", "--daemon", "--log-level N",
-                             "--start-all", "--keep-applications", "--help", "--version"})
+                             "--start-all", "--keep-applications", "--pid-file FILE",
+                             "--socket-mode MODE", "--socket-group GROUP", "--help", "--version"})
     EXPECT_THAT(run.output, HasSubstr(option));
   EXPECT_EQ(run.errors, "");
   EXPECT_FALSE(fs::exists(TQ_COM_SOCKET_PATH));
@@ -168,6 +169,11 @@ WrongLine wrong_level(const std::string& level) {
   return {{"--log-level", level}, "log level '" + level + "' is not a number from 0 to 4"};
 }
 
+WrongLine wrong_mode(const std::string& mode) {
+  return {{"--socket-mode", mode},
+          "socket mode '" + mode + "' is not an octal number from 0 to 0777"};
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Tarviod, WrongCommandLine,
     testing::Values(WrongLine{{"--nonsense"}, "unrecognized option '--nonsense'"},
@@ -178,7 +184,10 @@ INSTANTIATE_TEST_SUITE_P(
                     WrongLine{{"clock"}, "unexpected argument 'clock'"},
                     WrongLine{{"--daemon", "--", "-s"}, "unexpected argument '-s'"},
                     wrong_level("5"), wrong_level("-1"), wrong_level("two"), wrong_level("2x"),
-                    wrong_level(""), wrong_level("99999999999999999999")));
+                    wrong_level(""), wrong_level("99999999999999999999"), wrong_mode("0680"),
+                    wrong_mode("1666"), wrong_mode("-1"), wrong_mode(""), wrong_mode("rw"),
+                    wrong_mode("0660,"),
+                    WrongLine{{"--socket-group"}, "option '--socket-group' requires an argument"}));
 
 TEST(Tarviod, LetsEverybodyConnectWhateverTheFileModeMask) {
   const Mount share("test", "/usr/local/share", "tmpfs", 0);
@@ -256,12 +265,12 @@ TEST(Tarviod, RefusesToStartWhileAnotherAnswers) {
 TEST(Tarviod, RefusesToStartWhileAnotherIsTooBusyToAnswer) {
   Tarviod first;
   ASSERT_TRUE(first.answers());
-  const Socket served = connect_to(TQ_COM_SOCKET_PATH);  // and silent, so that the rest waits
+  first.send(SIGSTOP);
   std::deque<Socket> waiting;
   do waiting.push_back(new_socket());
   while (try_to_connect(waiting.back(), TQ_COM_SOCKET_PATH));
   EXPECT_EQ(run_tarviod({}).errors, kAnswered);
-  waiting.clear();
+  first.send(SIGCONT);
   EXPECT_EQ(listening_process(), first.pid());
 }
 

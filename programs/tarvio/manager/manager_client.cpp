@@ -49,7 +49,8 @@ void connect_to_manager(int fd, const Deadline& deadline) {
       throw Failure(ENOTCONN, "no manager answers on " TQ_COM_SOCKET_PATH "; is tarviod running?",
                     kNoManager);
     case EACCES:
-      throw Failure(EACCES, "no permission to use " TQ_COM_SOCKET_PATH "; run tarvio as root");
+      throw Failure(EACCES, "no permission to use " TQ_COM_SOCKET_PATH
+                            "; run tarvio as root or as a member of the socket's group");
     default:
       throw Failure::of_system("cannot connect to " TQ_COM_SOCKET_PATH);
   }

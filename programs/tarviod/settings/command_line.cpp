@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <getopt.h>
+#include <grp.h>
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -31,6 +32,10 @@ constexpr char kHelp[] =
     "                           4 none\n"
     "  -s, --start-all          start all applications\n"
     "  -k, --keep-applications  leave the applications running on exit\n"
+    "      --pid-file FILE      write the manager's process id to FILE once requests are\n"
+    "                           answered, and remove FILE on exit\n"
+    "      --socket-mode MODE   access mode of the socket, in octal (default 0666)\n"
+    "      --socket-group GROUP group of the socket, a name or a number\n"
     "  -h, --help               print this help\n"
     "  -V, --version            print the version\n"
     "\n"
@@ -38,6 +43,10 @@ constexpr char kHelp[] =
     "it is not valid or cannot be checked; 64 wrong command line\n";
 
 constexpr int kMaxLogLevel = 4;
+constexpr unsigned kMaxMode = 0777;
+constexpr unsigned kMaxGroup = UINT_MAX - 1;  // the last one stands for no change
+constexpr int kOctal = 8;
+constexpr int kDecimal = 10;
 
 enum : int {
   kConfig = 'c',
@@ -47,42 +56,45 @@ enum : int {
   kKeep = 'k',
   kHelpOption = 'h',
   kVersion = 'V',
-  kCheckConfig = 256
+  kCheckConfig = 256,
+  kPidFile,
+  kSocketMode,
+  kSocketGroup
 };
 
-const std::array<option, 9> kLongOptions = {{
+const std::array<option, 12> kLongOptions = {{
     {"config", required_argument, nullptr, kConfig},
     {"check-config", no_argument, nullptr, kCheckConfig},
     {"daemon", no_argument, nullptr, kDaemon},
     {"log-level", required_argument, nullptr, kLogLevel},
     {"start-all", no_argument, nullptr, kStartAll},
     {"keep-applications", no_argument, nullptr, kKeep},
+    {"pid-file", required_argument, nullptr, kPidFile},
+    {"socket-mode", required_argument, nullptr, kSocketMode},
+    {"socket-group", required_argument, nullptr, kSocketGroup},
     {"help", no_argument, nullptr, kHelpOption},
     {"version", no_argument, nullptr, kVersion},
     {nullptr, 0, nullptr, 0},
 }};
 
-CommandLine end_with(int status) { return {.options = std::nullopt, .exit_status = status}; }
-
-CommandLine refuse_line() {
+int refuse_line() {
   (void)fputs("Try 'tarviod --help'.\n", stderr);
-  return end_with(kExitUsage);
+  return kExitUsage;
 }
 
-std::optional<int> parse_log_level(const char* text) {
+// None unless the whole text is a number of this base, from 0 to the maximum.
+std::optional<unsigned> parse_number(const char* text, int base, unsigned max) {
   char* end = nullptr;
   errno = 0;
-  const long level = strtol(text, &end, 10);
-  if (errno != 0 || end == text || *end != '\0' || level < 0 || level > kMaxLogLevel) {
-    return std::nullopt;
-  }
-  return static_cast<int>(level);
+  const unsigned long long number = strtoull(text, &end, base);
+  const bool is_number = errno == 0 && text[0] >= '0' && text[0] <= '9' && *end == '\0';
+  if (!is_number || number > max) return std::nullopt;
+  return static_cast<unsigned>(number);
 }
 
 // A path that stays valid when the current directory changes. Null, with the reason on standard
 // error, when the current directory is not known or the path too long.
-const char* absolute(const char* path) {
-  static char joined[PATH_MAX];
+const char* absolute(const char* path, char (&joined)[PATH_MAX]) {
   if (path[0] == '/') return path;
   const bool known = getcwd(joined, sizeof joined) != nullptr;
   const size_t length = known ? strlen(joined) : 0;
@@ -94,52 +106,104 @@ const char* absolute(const char* path) {
   return nullptr;
 }
 
+// Each of these sets an option, and returns the exit status when that ends the program.
+using Status = std::optional<int>;
+
+Status set_config(Options& options) {
+  static char joined[PATH_MAX];
+  options.config = absolute(optarg, joined);
+  return options.config == nullptr ? Status(kExitFailure) : std::nullopt;
+}
+
+Status set_pid_file(Options& options) {
+  static char joined[PATH_MAX];
+  options.pid_file = absolute(optarg, joined);
+  return options.pid_file == nullptr ? Status(kExitFailure) : std::nullopt;
+}
+
+Status set_log_level(Options& options) {
+  const std::optional<unsigned> level = parse_number(optarg, kDecimal, kMaxLogLevel);
+  if (!level) {
+    (void)fprintf(stderr, "tarviod: log level '%s' is not a number from 0 to %d\n", optarg,
+                  kMaxLogLevel);
+    return refuse_line();
+  }
+  options.log_level = static_cast<int>(*level);
+  return std::nullopt;
+}
+
+Status set_socket_mode(Options& options) {
+  const std::optional<unsigned> mode = parse_number(optarg, kOctal, kMaxMode);
+  if (!mode) {
+    (void)fprintf(stderr, "tarviod: socket mode '%s' is not an octal number from 0 to 0%o\n",
+                  optarg, kMaxMode);
+    return refuse_line();
+  }
+  options.socket.mode = *mode;
+  return std::nullopt;
+}
+
+Status set_socket_group(Options& options) {
+  errno = 0;
+  const group* const entry = getgrnam(optarg);
+  const int error = errno;
+  const std::optional<unsigned> number = parse_number(optarg, kDecimal, kMaxGroup);
+  if (entry == nullptr && !number) {
+    (void)fprintf(stderr, "tarviod: socket group '%s': %s: create it, or name another one\n",
+                  optarg, error == 0 ? "no such group" : strerror(error));
+    return kExitFailure;
+  }
+  options.socket.group = entry == nullptr ? *number : entry->gr_gid;
+  return std::nullopt;
+}
+
+Status set_option(int option, Options& options) {
+  switch (option) {
+    case kConfig:
+      return set_config(options);
+    case kCheckConfig:
+      options.check_config = true;
+      return std::nullopt;
+    case kDaemon:
+      options.daemon = true;
+      return std::nullopt;
+    case kLogLevel:
+      return set_log_level(options);
+    case kStartAll:
+      options.start_all = true;
+      return std::nullopt;
+    case kKeep:
+      options.keep_applications = true;
+      return std::nullopt;
+    case kPidFile:
+      return set_pid_file(options);
+    case kSocketMode:
+      return set_socket_mode(options);
+    case kSocketGroup:
+      return set_socket_group(options);
+    case kHelpOption:
+      (void)fputs(kHelp, stdout);
+      return 0;
+    case kVersion:
+      (void)puts("tarviod " TARVIO_VERSION);
+      return 0;
+    default:
+      return refuse_line();  // getopt_long has reported what is wrong
+  }
+}
+
 }  // namespace
 
 CommandLine parse_command_line(int argc, char** argv) {
   Options options;
   int option = 0;
   while ((option = getopt_long(argc, argv, "c:dl:skhV", kLongOptions.data(), nullptr)) != -1) {
-    switch (option) {
-      case kConfig:
-        options.config = absolute(optarg);
-        if (options.config == nullptr) return end_with(kExitFailure);
-        break;
-      case kCheckConfig:
-        options.check_config = true;
-        break;
-      case kDaemon:
-        options.daemon = true;
-        break;
-      case kLogLevel: {
-        const std::optional<int> level = parse_log_level(optarg);
-        if (!level) {
-          (void)fprintf(stderr, "tarviod: log level '%s' is not a number from 0 to %d\n", optarg,
-                        kMaxLogLevel);
-          return refuse_line();
-        }
-        options.log_level = *level;
-        break;
-      }
-      case kStartAll:
-        options.start_all = true;
-        break;
-      case kKeep:
-        options.keep_applications = true;
-        break;
-      case kHelpOption:
-        (void)fputs(kHelp, stdout);
-        return end_with(0);
-      case kVersion:
-        (void)puts("tarviod " TARVIO_VERSION);
-        return end_with(0);
-      default:
-        return refuse_line();  // getopt_long has reported what is wrong
-    }
+    const Status status = set_option(option, options);
+    if (status) return {.options = std::nullopt, .exit_status = *status};
   }
   if (optind < argc) {
     (void)fprintf(stderr, "tarviod: unexpected argument '%s'\n", argv[optind]);
-    return refuse_line();
+    return {.options = std::nullopt, .exit_status = refuse_line()};
   }
   return {.options = options, .exit_status = 0};
 }

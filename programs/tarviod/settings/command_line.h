@@ -2,9 +2,17 @@
 #ifndef TARVIOD_COMMAND_LINE_H
 #define TARVIOD_COMMAND_LINE_H
 
+#include <sys/types.h>
+
 #include <optional>
 
 namespace tarviod {
+
+// Who may connect.
+struct SocketAccess {
+  mode_t mode = 0666;
+  gid_t group = static_cast<gid_t>(-1);  // the manager's own
+};
 
 struct Options {
   bool daemon = false;
@@ -12,7 +20,9 @@ struct Options {
   bool keep_applications = false;
   bool check_config = false;
   int log_level = 2;
-  const char* config = nullptr;  // an absolute path; null for the default one
+  const char* config = nullptr;    // an absolute path; null for the default one
+  const char* pid_file = nullptr;  // an absolute path; null for none
+  SocketAccess socket;
 };
 
 // Exit statuses of the manual page.

@@ -85,7 +85,8 @@ TEST(ClientWithoutAManager, SaysThatItMayNotReachIt) {
   ::chmod(TQ_COM_SOCKET_PATH, 0);
   for (const Line& line : kRequests) {
     expect(run_tarvio(line, give_up_file_permissions), 1,
-           "tarvio: no permission to use " TQ_COM_SOCKET_PATH "; run tarvio as root\n");
+           "tarvio: no permission to use " TQ_COM_SOCKET_PATH
+           "; run tarvio as root or as a member of the socket's group\n");
   }
 }
 

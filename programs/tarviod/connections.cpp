@@ -1,0 +1,96 @@
+#include "connections.h"
+
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace tarviod {
+
+namespace {
+
+using tarvio::Deadline;
+
+constexpr int kRequestTimeMs = 5000;
+constexpr int kPauseMs = 100;
+
+int unread_bytes(int client) {
+  int bytes = 0;
+  (void)ioctl(client, FIONREAD, &bytes);
+  return bytes;
+}
+
+}  // namespace
+
+void Connections::open(int listening_fd, tq_com_handler_func handler) {
+  listening_fd_ = listening_fd;
+  handler_ = handler;
+}
+
+bool Connections::has_client() const {
+  pollfd file = {.fd = listening_fd_, .events = POLLIN, .revents = 0};
+  return count_ > 0 || poll(&file, 1, 0) == 1;
+}
+
+bool Connections::wait(int other_fd) {
+  files_[kOther] = {.fd = other_fd, .events = POLLIN, .revents = 0};
+  files_[kListening] = {.fd = listening_fd_, .events = POLLIN, .revents = 0};
+  for (size_t at = 0; at < count_; ++at) {
+    files_[kFirst + at] = {.fd = all_[at].fd, .events = POLLRDHUP, .revents = 0};
+  }
+  const Deadline until = count_ == 0 ? Deadline::never() : all_[0].until;
+  (void)poll(files_.data(), kFirst + count_, until.remaining_ms());
+  return files_[kOther].revents != 0;
+}
+
+bool Connections::advance() {
+  for (size_t at = 0; at < count_; ++at) {
+    if (files_[kFirst + at].revents == 0) continue;
+    (void)handler_(remove(at));
+    return true;
+  }
+  return files_[kListening].revents != 0 ? accept_one() : end_overdue();
+}
+
+bool Connections::accept_one() {
+  if (count_ == kMax) (void)make_room();
+  const int client = tq_socket_accept_unix_sock(listening_fd_);
+  if (client >= 0) {
+    all_[count_++] = {.fd = client, .until = Deadline::after(kRequestTimeMs)};
+  } else if (!make_room()) {
+    (void)poll(nullptr, 0, kPauseMs);  // until something frees the descriptor that is short
+  }
+  return true;
+}
+
+// A client that cannot send all since nobody reads it is served without the rest.
+bool Connections::end_overdue() {
+  if (count_ == 0 || !all_[0].until.passed()) return false;
+  const int client = remove(0);
+  if (unread_bytes(client) < kEnoughBytes) {
+    (void)close(client);
+  } else {
+    (void)shutdown(client, SHUT_RD);
+    (void)handler_(client);
+  }
+  return true;
+}
+
+// Closes the oldest connection that has sent nothing, else the oldest one.
+bool Connections::make_room() {
+  if (count_ == 0) return false;
+  size_t at = 0;
+  while (at < count_ && unread_bytes(all_[at].fd) > 0) ++at;
+  (void)close(remove(at < count_ ? at : 0));
+  return true;
+}
+
+int Connections::remove(size_t at) {
+  const auto gone = all_.begin() + at;
+  const int client = gone->fd;
+  std::move(gone + 1, all_.begin() + count_--, gone);
+  return client;
+}
+
+}  // namespace tarviod
