@@ -37,7 +37,7 @@ using Apps = tarvio::Elements<tq_app_info>;
 
 bool is_readable(int fd) {
   pollfd file = {.fd = fd, .events = POLLIN, .revents = 0};
-  return fd < 0 || poll(&file, 1, 0) > 0;
+  return poll(&file, 1, 0) > 0;
 }
 
 template <size_t size>
@@ -291,7 +291,7 @@ void AppRunner::report_failures() {
 
 void AppRunner::follow() {
   report_failures();
-  if (is_readable(changes_.fd()) && !(changes_.take_changes() && take_notes()) &&
+  if (changes_.valid() && is_readable(changes_.fd()) && !(changes_.take_changes() && take_notes()) &&
       !replace_keeper()) {
     return;
   }
@@ -318,12 +318,7 @@ int AppRunner::start_at_boot() {
 
 Deadline AppRunner::next_restart() const {
   Deadline next = Deadline::never();
-  for (const AppRuns& runs : runs_.all()) {
-    const bool is_sooner =
-        runs.restart_due.is_set() &&
-        (!next.is_set() || runs.restart_due.remaining_ms() < next.remaining_ms());
-    if (is_sooner) next = runs.restart_due;
-  }
+  for (const AppRuns& runs : runs_.all()) next = Deadline::sooner(next, runs.restart_due);
   return next;
 }
 
@@ -375,10 +370,17 @@ void AppRunner::stop_unknown_ones() {
   }
 }
 
+int AppRunner::reason_not_run(const char* application) const {
+  const AppRuns* const runs = runs_.find(application);
+  return runs != nullptr && runs->exit.kind == runtime::ExitKind::kNotRun ? runs->exit.number : 0;
+}
+
 void AppRunner::end_keeper() {
   KeeperRequest request = {};
   request.ask = Ask::kEnd;
+  changes_.close();
   (void)ask(request, kReplyMs);
+  requests_.close();
 }
 
 }  // namespace tarviod

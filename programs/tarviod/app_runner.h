@@ -43,6 +43,9 @@ class AppRunner {
   // are due, and sees to a keeper that has died.
   void follow();
 
+  // Why the start file of an application could not be run, an error code; 0 when it could.
+  [[nodiscard]] int reason_not_run(const char* application) const;
+
   // Ends the keeper, and with it whatever still runs.
   void end_keeper();
 

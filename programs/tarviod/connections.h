@@ -28,10 +28,12 @@ class Connections {
   // A client is connected.
   [[nodiscard]] bool has_client() const;
 
-  // Waits until there is something to do, or the other descriptor is readable. Returns the latter.
-  //
-  // other_fd  -1 for none.
-  bool wait(int other_fd);
+  // Descriptors that end a wait, -1 for none.
+  using Others = std::array<int, 2>;
+
+  // Waits until there is something to do, one of the others is readable, or the time has come.
+  // Returns whether the first of the others is readable.
+  bool wait(const Others& others, const tarvio::Deadline& until);
   // Does one thing of those that were found: serves a client, accepts one, or ends the connection
   // whose time is over. False when there was nothing to do.
   bool advance();
@@ -41,7 +43,7 @@ class Connections {
     int fd = -1;
     tarvio::Deadline until = tarvio::Deadline::never();
   };
-  enum : size_t { kOther, kListening, kFirst };  // in files_
+  enum : size_t { kOther, kListening = kOther + std::tuple_size_v<Others>, kFirst };  // in files_
 
   bool accept_one();
   bool end_overdue();

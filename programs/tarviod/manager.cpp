@@ -5,22 +5,26 @@
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <optional>
 #include <utility>
 
+#include "app_runner.h"
 #include "applications.h"
 #include "base/deadline.h"
 #include "base/owners.h"
+#include "boot_order.h"
 #include "notify.h"
+#include "runtime/run_paths.h"
+#include "runtime/state_file.h"
 #include "server.h"
+#include "settings/app_settings.h"
 #include "settings/config.h"
 #include "settings/warn.h"
 #include "signals.h"
+#include "state_publisher.h"
 #include "tarvio/tarvio.h"
 #include "watchdog.h"
 
@@ -37,13 +41,10 @@ constexpr int kNoFd = -1;
 constexpr size_t kPlaceSize = 512;
 constexpr char kStopping[] = "stopping the applications";
 
-// Each process that was started costs two descriptors for good (oddity 42).
-void raise_descriptor_limit() {
-  rlimit limit = {};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) return;
-  limit.rlim_cur = limit.rlim_max;
-  if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
-    warn("cannot raise the descriptor limit", strerror(errno));
+const char* name_of(Job job) {
+  return job == stop_for_good ? "stopping the applications"
+         : job == refresh     ? "reading the installed applications"
+                              : "starting the applications";
 }
 
 // True once the applications are stopped for good.
@@ -52,7 +53,7 @@ bool report_result() {
   const bool is_stop = result.job == stop_for_good;
   if (result.code != 0) {
     const tarvio::CString text(tq_get_err_mes(result.code));
-    warn(is_stop ? "stop_all" : "start_all", text == nullptr ? strerror(ENOMEM) : text.get());
+    warn(name_of(result.job), text == nullptr ? strerror(ENOMEM) : text.get());
   }
   return is_stop;
 }
@@ -67,10 +68,8 @@ Event wait_for_event(int signal_fd, int report_fd, const Deadline& until) {
         {.fd = result_fd(), .events = POLLIN, .revents = 0},
         {.fd = report_fd, .events = POLLIN, .revents = 0},
     }};
-    // Never, which is -1, is the latest.
-    const auto wait_ms = std::min<unsigned>(static_cast<unsigned>(until.remaining_ms()),
-                                            static_cast<unsigned>(feed_watchdog().remaining_ms()));
-    if (poll(files.data(), files.size(), static_cast<int>(wait_ms)) < 1) continue;
+    const int wait_ms = Deadline::sooner(until, feed_watchdog()).remaining_ms();
+    if (poll(files.data(), files.size(), wait_ms) < 1) continue;
     if (files[0].revents != 0) {
       const int signal = read_signal(signal_fd);
       if (signal == 0) continue;
@@ -140,22 +139,27 @@ void read_config_again(const Options& options, LogWatch& log_watch) {
 void reload(const Options& options, LogWatch& log_watch) {
   notify_reloading();
   read_config_again(options, log_watch);
+  run_on_server(refresh);
   notify("READY=1");
+}
+
+// A file that is not whole is reported and ignored, one of another boot is of no use.
+bool take_over(AppRunner& runner) {
+  const tarvio::CString text = read_published_state();
+  const std::optional<runtime::StateFile> previous =
+      text == nullptr ? std::nullopt : runtime::StateFile::parse(text.get());
+  if (text != nullptr && !previous) warn(runtime::kStatePath, "is not whole, so it is ignored");
+  return runner.take_over(previous && previous->is_of_this_boot() ? &*previous : nullptr);
 }
 
 }  // namespace
 
-bool set_up(Options& options, LogWatch& log_watch) {
-  raise_descriptor_limit();
+bool set_up(const Options& options, LogWatch& log_watch, AppRunner& runner) {
   const std::optional<Applications> applications = set_up_applications();
-  if (!applications) return false;
+  if (!applications || !take_over(runner)) return false;
   name_unknown_applications(options, log_watch.config());
-  if (options.start_all && !applications->all_bound) {
-    warn("not starting the applications", "one without a binding would be retried forever");
-    options.start_all = false;
-  }
   log_watch.wait_for_begin();
-  if (!start_server(options.socket)) {
+  if (!start_server(options.socket, runner)) {
     warn("cannot answer on " TQ_COM_SOCKET_PATH, strerror(errno));
     return false;
   }
@@ -166,15 +170,22 @@ bool set_up(Options& options, LogWatch& log_watch) {
 bool check_config(const Options& options, const Config& config) {
   if (!set_up_applications()) return false;
   name_unknown_applications(options, config);
+  BootOrder order;
+  if (!check_all_app_settings(is_known_application) || !order.read() || !order.is_right()) {
+    return false;
+  }
   inform(config_path(options.config), "valid");
   return true;
 }
 
 void serve(const Options& options, int signal_fd, LogWatch& log_watch) {
-  if (options.start_all) run_on_server(tq_start_all_app);
+  if (options.start_all) run_on_server(start_at_boot);
   for (Event event = Event::kTimeout; event != Event::kEnd;) {
     event = wait_for_event(signal_fd, log_watch.report_fd(), log_watch.reader_due());
-    if (event == Event::kReport) log_watch.handle_report();
+    if (event == Event::kReport) {
+      log_watch.handle_report();
+      run_on_server(look_around);
+    }
     if (event == Event::kTimeout) log_watch.start_reader();
     if (event == Event::kReload) reload(options, log_watch);
     if (event == Event::kResult) (void)report_result();

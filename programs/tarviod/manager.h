@@ -2,6 +2,7 @@
 #ifndef TARVIOD_MANAGER_H
 #define TARVIOD_MANAGER_H
 
+#include "app_runner.h"
 #include "settings/command_line.h"
 #include "settings/config.h"
 #include "watch/log_watch.h"
@@ -10,9 +11,7 @@ namespace tarviod {
 
 // Sets everything up until requests are answered, and says so. False, with the reason on standard
 // error, when that fails.
-//
-// options  start_all is switched off, with the reason, where such a start would never end.
-bool set_up(Options& options, LogWatch& log_watch);
+bool set_up(const Options& options, LogWatch& log_watch, AppRunner& runner);
 
 // Whether the manager would take the configuration that was read; says so, and names hooks for
 // applications that are not installed. Needs no other set-up and leaves a running manager alone.

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <poll.h>
 #include <pthread.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <array>
@@ -13,6 +14,8 @@
 #include "base/pipe.h"
 #include "connections.h"
 #include "listening_socket.h"
+#include "settings/warn.h"
+#include "state_publisher.h"
 #include "tarvio/app.h"
 #include "tarvio/com.h"
 #include "watchdog.h"
@@ -21,14 +24,9 @@ namespace tarviod {
 
 namespace {
 
-constexpr int kPauseMs = 100;
+using tarvio::Deadline;
 
-// Beside the words of the protocol, for clients that mean exactly one application.
-constexpr std::array<tq_com_word, 3> kExactWords = {{
-    {.word = "start_exact", .serve = tq_start_app_exact},
-    {.word = "stop_exact", .serve = tq_stop_app_exact},
-    {},
-}};
+constexpr int kPauseMs = 100;
 
 void wait_a_moment() { (void)poll(nullptr, 0, kPauseMs); }
 
@@ -62,34 +60,72 @@ class RecordPipe {
 
 // The thread uses them to the end of the process, so nobody closes them.
 constinit Connections clients;
+constinit AppRunner* runner = nullptr;
+constinit StatePublisher publisher;
 constinit RecordPipe<Job> jobs;
 constinit RecordPipe<Result> results;
 
+// After everything that may have changed an application or a status.
+void catch_up() {
+  runner->follow();
+  publisher.publish(runner->runs());
+}
+
 void run_job() {
   const Job job = jobs.read();
-  results.write({.job = job, .code = job()});
+  const int code = job();
+  catch_up();
+  results.write({.job = job, .code = code});
 }
 
 [[noreturn]] void* serve(void* /*unused*/) {
   while (true) {
     end_steps();
-    const bool has_job = clients.wait(jobs.read_end());
+    const bool has_job = clients.wait({jobs.read_end(), runner->fd()}, runner->next_restart());
     begin_step();
     if (has_job) {
       run_job();
     } else {
       (void)clients.advance();
+      catch_up();
     }
   }
 }
 
 void serve_last_clients() {
   while (clients.has_client()) {
-    (void)clients.wait(-1);
+    (void)clients.wait({-1, -1}, Deadline::never());
     begin_step();
     (void)clients.advance();
   }
 }
+
+// A client finds the file of states as the reply says.
+int start_exact(const char* name) {
+  const int code = tq_start_app_exact(name);
+  catch_up();
+  return code == 0 ? runner->reason_not_run(name) : code;
+}
+
+int stop_exact(const char* name) {
+  const int code = tq_stop_app_exact(name);
+  catch_up();
+  return code;
+}
+
+int refresh_for_client(const char* /*unused*/) {
+  const int code = refresh();
+  catch_up();
+  return code;
+}
+
+// Beside the words of the protocol, for clients that mean exactly one application.
+constexpr std::array<tq_com_word, 4> kWords = {{
+    {.word = "start_exact", .serve = start_exact},
+    {.word = "stop_exact", .serve = stop_exact},
+    {.word = "refresh_apps", .serve = refresh_for_client},
+    {},
+}};
 
 // The stop of all does not reach a name that is contained in an earlier one (oddity 93).
 int stop_applications() {
@@ -105,10 +141,12 @@ int stop_applications() {
 
 }  // namespace
 
-bool start_server(const SocketAccess& access) {
+bool start_server(const SocketAccess& access, AppRunner& app_runner) {
   if (!jobs.open() || !results.open()) return false;
-  tq_set_com_words(kExactWords.data());
-  count_starts_as_steps();
+  runner = &app_runner;
+  publisher = StatePublisher(access.mode, access.group);
+  publisher.publish(runner->runs());
+  tq_set_com_words(kWords.data());
   const int listening_fd = listen_for_clients(access, tq_request_handler);
   if (listening_fd < 0) return false;
   clients.open(listening_fd, tq_request_handler);
@@ -133,7 +171,24 @@ int stop_for_good() {
   (void)unlink(TQ_COM_SOCKET_PATH);
   serve_last_clients();
   const int code_of_late = stop_applications();
+  runner->end_keeper();
+  remove_published_state();
   return code == 0 ? code_of_late : code;
+}
+
+int start_at_boot() { return runner->start_at_boot(); }
+
+int look_around() { return 0; }
+
+int refresh() {
+  tq_refresh_result result = {};
+  const int code = tq_refresh_applications(&result);
+  char text[96];
+  (void)snprintf(text, sizeof text, "%d added, %d removed, %d changed",
+                 static_cast<int>(result.added), static_cast<int>(result.removed),
+                 static_cast<int>(result.changed));
+  if (result.added + result.removed + result.changed > 0) inform("applications", text);
+  return code;
 }
 
 }  // namespace tarviod

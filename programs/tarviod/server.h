@@ -3,6 +3,7 @@
 #ifndef TARVIOD_SERVER_H
 #define TARVIOD_SERVER_H
 
+#include "app_runner.h"
 #include "settings/command_line.h"
 
 namespace tarviod {
@@ -15,8 +16,9 @@ struct Result {
   int code = 0;
 };
 
-// Listens on TQ_COM_SOCKET_PATH and starts the thread. False, with errno, when that failed.
-bool start_server(const SocketAccess& access);
+// Listens on TQ_COM_SOCKET_PATH and starts the thread, which the runner belongs to from then on and
+// to the end of the process. False, with errno, when that failed.
+bool start_server(const SocketAccess& access, AppRunner& runner);
 
 // Has the thread run a job after the request that it serves.
 void run_on_server(Job job);
@@ -25,7 +27,16 @@ void run_on_server(Job job);
 int result_fd();
 Result read_result();
 
-// A job: stops the applications, those of clients that were waiting too, and removes the socket.
+// Jobs.
+
+// Starts the applications that are to run from the beginning.
+int start_at_boot();
+// Makes the applications that are installed now known.
+int refresh();
+// Nothing but what follows every job: publishes statuses that were changed elsewhere.
+int look_around();
+// Stops the applications, those of clients that were waiting too, removes the socket, and ends the
+// keeper.
 int stop_for_good();
 
 }  // namespace tarviod

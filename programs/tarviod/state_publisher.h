@@ -12,17 +12,20 @@ namespace tarviod {
 class StatePublisher {
  public:
   // mode, group  of those who may read the file: as the socket's.
-  StatePublisher(mode_t mode, gid_t group) : mode_(mode), group_(group) {}
+  constexpr StatePublisher(mode_t mode, gid_t group) : mode_(mode & kReadBits), group_(group) {}
+  constexpr StatePublisher() = default;
 
   // Writes the file when anything but the count of descriptors is different from what it says. A
   // failure is reported once, until it succeeds.
   void publish(const AppRunsTable& runs);
 
  private:
+  static constexpr mode_t kReadBits = 0444;
+
   bool write(const char* body);
 
-  mode_t mode_;
-  gid_t group_;
+  mode_t mode_ = kReadBits;
+  gid_t group_ = static_cast<gid_t>(-1);
   tarvio::CString written_;
   bool has_failed_ = false;
 };

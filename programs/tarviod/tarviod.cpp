@@ -7,6 +7,7 @@
 
 #include <utility>
 
+#include "app_runner.h"
 #include "background.h"
 #include "base/owners.h"
 #include "instance.h"
@@ -43,7 +44,7 @@ int main(int argc, char** argv) {
   tarviod::meet_supervisor();
   tarviod::CommandLine line = tarviod::parse_command_line(argc, argv);
   if (!line.options) return line.exit_status;
-  tarviod::Options& options = *line.options;
+  const tarviod::Options& options = *line.options;
 
   // What the library prints appears at once, in a file or a pipe as well.
   (void)setvbuf(stdout, nullptr, _IOLBF, 0);
@@ -65,9 +66,11 @@ int main(int argc, char** argv) {
     (void)fprintf(stderr, "tarviod: cannot catch signals: %s\n", strerror(errno));
     return tarviod::kExitFailure;
   }
+  tarviod::AppRunner runner;
+  if (!runner.open(options.output)) return tarviod::kExitFailure;
   tarviod::LogWatch log_watch;
   log_watch.start(std::move(config));
-  if (!tarviod::set_up(options, log_watch)) return tarviod::kExitFailure;
+  if (!tarviod::set_up(options, log_watch, runner)) return tarviod::kExitFailure;
   if (options.pid_file != nullptr && !tarviod::write_pid_file(options.pid_file)) {
     (void)unlink(TQ_COM_SOCKET_PATH);
     return tarviod::kExitFailure;

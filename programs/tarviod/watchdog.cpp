@@ -7,7 +7,6 @@
 
 #include "notify.h"
 #include "settings/warn.h"
-#include "tarvio/app.h"
 
 namespace tarviod {
 
@@ -21,23 +20,10 @@ constexpr uint32_t kNoStep = 0;
 // of 32 bits reads and writes at once.
 constinit std::atomic<uint32_t> step_end = kNoStep;
 
-// The operations of the library.
-constinit tq_app_binding operations = {};
-
 uint32_t now_s() {
   timespec now = {};
   (void)clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<uint32_t>(now.tv_sec);
-}
-
-int start_as_step(tq_app_info* app) {
-  begin_step();
-  return operations.start(app);
-}
-
-int stop_as_step(tq_app_info* app) {
-  begin_step();
-  return operations.stop(app);
 }
 
 }  // namespace
@@ -47,12 +33,6 @@ void begin_step(int seconds) {
 }
 
 void end_steps() { step_end.store(kNoStep, std::memory_order_relaxed); }
-
-void count_starts_as_steps() {
-  operations = *linux_app_binding;
-  linux_app_binding->start = start_as_step;
-  linux_app_binding->stop = stop_as_step;
-}
 
 Deadline feed_watchdog() {
   static Deadline next = watchdog_period_ms() == 0 ? Deadline::never() : Deadline::after(0);

@@ -13,10 +13,6 @@ inline constexpr int kStepSeconds = 30;
 void begin_step(int seconds = kStepSeconds);
 void end_steps();
 
-// Makes each start and each stop of an application a step by itself, so that all of them together
-// may take as long as they need. Called once, after the application manager is set up.
-void count_starts_as_steps();
-
 // For the main thread: feeds the watchdog when it is time. Returns when to call this again.
 tarvio::Deadline feed_watchdog();
 

@@ -19,6 +19,12 @@ class Deadline {
   [[nodiscard]] bool is_set() const { return at_us_ != kNever; }
   [[nodiscard]] bool passed() const { return remaining_ms() == 0; }
 
+  // The one of two that comes first.
+  static Deadline sooner(const Deadline& one, const Deadline& other) {
+    // Never, which is -1, is the latest.
+    return static_cast<uint64_t>(one.at_us_) < static_cast<uint64_t>(other.at_us_) ? one : other;
+  }
+
   // As poll takes it: in milliseconds, or -1 for never. Rounded up, so that a wait does not end
   // early and then spin through the last millisecond.
   [[nodiscard]] int remaining_ms() const;

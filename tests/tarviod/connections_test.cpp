@@ -18,6 +18,7 @@
 namespace tarvio_test {
 namespace {
 
+using tarvio::Deadline;
 using tarviod::Connections;
 using Requests = std::vector<std::string>;
 
@@ -38,7 +39,7 @@ class ConnectionsOfClients : public testing::Test {
 
   // Does one of the things that can be done now; false when there is none.
   bool do_one() {
-    EXPECT_TRUE(connections_.wait(interrupted_.fd()));
+    EXPECT_TRUE(connections_.wait({interrupted_.fd(), -1}, Deadline::never()));
     return connections_.advance();
   }
   void advance() {
