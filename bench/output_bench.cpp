@@ -17,7 +17,7 @@
 
 #include "base/owners.h"
 #include "base/pipe.h"
-#include "keeper/output.h"
+#include "keeper/app_output.h"
 #include "support/figures.h"
 #include "support/say.h"
 

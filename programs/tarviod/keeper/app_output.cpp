@@ -1,4 +1,4 @@
-#include "output.h"
+#include "app_output.h"
 
 #include <errno.h>
 #include <stdio.h>
@@ -7,7 +7,6 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <syslog.h>
 
 #include <algorithm>
 #include <new>
@@ -24,8 +23,8 @@ using Limit = DatagramQueue::Limit;
 
 constexpr char kInfo[] = "<182>";
 constexpr char kNotice[] = "<181>";
-static_assert(((kOutputFacility << 3) | LOG_INFO) == 182);
-static_assert(((kOutputFacility << 3) | LOG_NOTICE) == 181);
+static_assert((kOutputFacility | LOG_INFO) == 182);
+static_assert((kOutputFacility | LOG_NOTICE) == 181);
 
 constexpr char kTooMany[] = "more than 20000 in a second";
 constexpr char kQueueFull[] = "more than 1 MiB was waiting for the system log";

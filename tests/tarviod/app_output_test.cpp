@@ -1,5 +1,5 @@
 // What applications print, on its way to the system log.
-#include "keeper/output.h"
+#include "keeper/app_output.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -81,15 +81,6 @@ void handle_all(Output& output) {
   while (has_something_to_do(output)) output.handle();
 }
 
-// As the keeper does it, until nothing is left.
-void finish(Output& output, const auto& also) {
-  EXPECT_TRUE(eventually([&] {
-    handle_all(output);
-    also();
-    return output.is_done();
-  }));
-}
-
 class OutputTest : public testing::Test {
  protected:
   OutputTest() { EXPECT_TRUE(output_.open()); }
@@ -108,12 +99,24 @@ class OutputTest : public testing::Test {
       collect(texts);
     }
     program.close();
-    finish(output_, [&] { take(texts); });
+    finish(texts);
     return texts;
   }
 
   void collect(Messages& texts) {
     handle_all(output_);
+    take(texts);
+  }
+
+  // The log holds few lines at a time, so each look is at many of them.
+  void collect_until(Messages& texts, const auto& is_done) {
+    EXPECT_TRUE(eventually([&] {
+      for (int look = 0; look < 100; ++look) collect(texts);
+      return is_done();
+    }));
+  }
+  void finish(Messages& texts) {
+    collect_until(texts, [&] { return output_.is_done(); });
     take(texts);
   }
 
@@ -267,11 +270,10 @@ TEST_F(OutputTest, SaysHowMuchWasCutWithoutAFurtherLine) {
     program.print(std::string(1024, '\n'));
     collect(texts);
   }
-  EXPECT_TRUE(eventually([&] {
-    collect(texts);
+  collect_until(texts, [&] {
     const Arrived arrived = split_by_loss(texts);
     return static_cast<long>(arrived.lines.size()) + arrived.lost == 1 << 18;
-  }));
+  });
   EXPECT_FALSE(output().due().is_set());
 }
 
@@ -286,7 +288,7 @@ TEST_F(OutputTest, IsCutWhenAMebibyteWaits) {
   EXPECT_FALSE(has_something_to_do(output()));
   program.close();
   Messages texts;
-  finish(output(), [&] { take(texts); });
+  finish(texts);
   const Arrived arrived = split_by_loss(texts);
   EXPECT_GT(arrived.lines.size(), 1000);
   EXPECT_EQ(arrived.lines,
@@ -305,7 +307,7 @@ TEST_F(OutputTest, GoesOnWhenTheDaemonTakesLinesAgain) {
   EXPECT_FALSE(output().due().is_set());
   program.close();
   Messages texts;
-  finish(output(), [&] { take(texts); });
+  finish(texts);
   EXPECT_EQ(texts, with_ident(lines));
 }
 
@@ -320,7 +322,7 @@ TEST_F(OutputTest, WaitsForADaemonThatIsMissing) {
   program.print("late\n");
   program.close();
   Messages texts;
-  finish(output(), [&] { take(texts); });
+  finish(texts);
   EXPECT_EQ(texts, with_ident({"early", "late"}));
 }
 
@@ -333,11 +335,10 @@ TEST_F(OutputTest, FillsTheQueueWhileADaemonIsMissing) {
   }
   start_daemon();
   Messages texts;
-  EXPECT_TRUE(eventually([&] {
-    collect(texts);
+  collect_until(texts, [&] {
     const Arrived arrived = split_by_loss(texts);
     return static_cast<long>(arrived.lines.size()) + arrived.lost == 3000;
-  }));
+  });
 }
 
 TEST_F(OutputTest, FindsADaemonThatWasRestarted) {
@@ -351,7 +352,7 @@ TEST_F(OutputTest, FindsADaemonThatWasRestarted) {
   start_daemon();
   program.print("after\n");
   program.close();
-  finish(output(), [&] { take(texts); });
+  finish(texts);
   EXPECT_EQ(texts, with_ident({"before", "meanwhile", "after"}));
 }
 
@@ -364,7 +365,7 @@ TEST_F(OutputTest, FindsADaemonThatWasRestartedWhileItWasFull) {
   start_daemon();
   program.close();
   Messages texts;
-  finish(output(), [&] { take(texts); });
+  finish(texts);
   ASSERT_FALSE(texts.empty());
   EXPECT_EQ(texts.back(), "webapp[12]: 4999") << "lines that the old daemon held are gone with it";
 }

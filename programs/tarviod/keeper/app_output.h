@@ -1,8 +1,9 @@
 // What applications print, passed on to the system log.
-#ifndef TARVIOD_OUTPUT_H
-#define TARVIOD_OUTPUT_H
+#ifndef TARVIOD_APP_OUTPUT_H
+#define TARVIOD_APP_OUTPUT_H
 
 #include <sys/types.h>
+#include <syslog.h>
 #include <time.h>
 
 #include <span>
@@ -16,7 +17,7 @@ namespace tarviod {
 
 // Facility of these lines, so that the log watch does not take them for reports about the
 // application.
-inline constexpr int kOutputFacility = 22;  // local6
+inline constexpr int kOutputFacility = LOG_LOCAL6;
 
 // Cuts what arrives into lines and sends each as a datagram to /dev/log, under the name and the
 // process id of its application. Never waits: lines queue up while the log does not take them.
