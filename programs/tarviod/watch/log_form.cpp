@@ -47,7 +47,7 @@ LineKind kind_of_usual(const char* line) {
   if (rest == nullptr) return LineKind::kOther;
   const std::string_view level = take_field(rest);
   if (!is_level(level)) return LineKind::kOther;
-  return level.starts_with(kOutputPrefix) ? LineKind::kOutput : LineKind::kReport;
+  return level.find(kOutputPrefix) == 0 ? LineKind::kOutput : LineKind::kReport;
 }
 
 // "webapp[12]: disk full". False for a text without a program before it.
@@ -106,7 +106,7 @@ bool parse_rfc5424(const char* line, LogMessage& message) {
   const char* text = after_structured_data(line);
   if (text == nullptr) return false;
   message.text = text + strspn(text, " ");
-  if (message.text.starts_with(kByteOrderMark)) message.text.remove_prefix(kByteOrderMark.size());
+  if (message.text.find(kByteOrderMark) == 0) message.text.remove_prefix(kByteOrderMark.size());
   return true;
 }
 
