@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -52,6 +52,73 @@ TEST_F(WatchedLog, TakesTheLevelOfTheHookForLinesWithoutOne) {
   EXPECT_TRUE(becomes("0\nfine\n"));
   append_to_log("2026-01-12T00:00:12Z board clock[1]: no battery\n");
   EXPECT_TRUE(becomes("2\nno battery\n"));
+  EXPECT_EQ(manager().errors(), "");
+}
+
+constexpr char kOtherForm[] =
+    "tarviod: /var/log/messages: no line has the form 'Jan 12 00:00:12 board user.err webapp[12]: "
+    "disk full' or another one of tarviod(8), so none counts: change the format of the log as it "
+    "says\n";
+constexpr char kNoLevel[] =
+    "tarviod: /var/log/messages: the lines have no level, so those of hooks without one do not "
+    "count: add 'level.TEXT: err' for each hook.TEXT, or change the format of the log as "
+    "tarviod(8) says\n";
+
+struct UselessForm {
+  const char* name;
+  const char* config;
+  const char* before;
+  const char* complaint;
+};
+std::ostream& operator<<(std::ostream& stream, const UselessForm& form) {
+  return stream << form.name;
+}
+
+class OtherForm : public WatchedLog, public testing::WithParamInterface<UselessForm> {
+ protected:
+  OtherForm() { write_file(kConfigFile, read_file(kConfigFile) + GetParam().config); }
+};
+
+TEST_P(OtherForm, IsReportedOnceAndDoesNotCount) {
+  start();
+  for (const char* program : {"radio", "clock", "clock"}) {
+    append_to_log(GetParam().before + std::string(program) + "[1]: no battery: 0 %\n");
+    wait_for_look();
+  }
+  EXPECT_TRUE(eventually([&] { return manager().errors() == GetParam().complaint; }));
+  append_to_log(log_line("warning", "x"));
+  EXPECT_TRUE(becomes("1\nx\n"));
+  EXPECT_EQ(manager().errors(), GetParam().complaint);
+  EXPECT_EQ(counted(), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    WatchedLog, OtherForm,
+    testing::Values(
+        UselessForm{"Iso", "", "2026-01-12T00:00:12.123456+00:00 board ", kNoLevel},
+        UselessForm{"Traditional", "", "Jan 12 00:00:12 board ", kNoLevel},
+        UselessForm{"OneHookWithoutLevel", "level.mark: info\n", "Jan 12 00:00:12 board ",
+                    kNoLevel},
+        UselessForm{"NoHost", "", "Jan 12 00:00:12 user.err ", kNoLevel},
+        UselessForm{"NoBusybox", "log_format: busybox\n", "Jan 12 00:00:12 board ", kOtherForm},
+        UselessForm{"HalfProtocol", "", "<11>1 2026-01-12T00:00:12Z board ", kOtherForm},
+        UselessForm{"NoTime", "", "", kOtherForm}),
+    [](const auto& each) { return std::string(each.param.name); });
+
+TEST_F(WatchedLog, ReportsAtTheStartThatTheLogHasAnotherFormat) {
+  write_file(kLogFile, "Jan 12 00:00:12 board clock[1]: no battery\n");
+  start();
+  EXPECT_EQ(manager().errors(), kNoLevel);
+}
+
+TEST_F(WatchedLog, ReportsNoOtherFormatBecauseOfSomeLines) {
+  write_file(kLogFile, "Jan 12 00:00:12 board syslog.info -- MARK --\n");
+  start();
+  append_to_log("Jan 12 00:00:12 board -- MARK --\n");
+  append_to_log("\nof two lines\n" + log_line("info", "x") + "again\n");
+  EXPECT_TRUE(becomes("0\nx\n"));
+  append_to_log("2026-01-12T00:00:12Z board clock[1]: x\n");
+  ASSERT_TRUE(catches_up());
   EXPECT_EQ(manager().errors(), "");
 }
 

@@ -22,7 +22,7 @@ constexpr unsigned kMaxBatch = 32;
 }  // namespace
 
 struct DatagramQueue::Block {
-  static constexpr size_t kBytes = kBlockBytes - sizeof(Block*) - 2 * sizeof(size_t);
+  static constexpr size_t kBytes = kBlockBytes - sizeof(void*) - 2 * sizeof(size_t);
 
   Block* next;
   size_t begin;  // of what is not yet sent

@@ -28,9 +28,9 @@ inline constexpr std::array<const char*, 8> kSeverities = {"emerg",   "alert",  
                                                            "warning", "notice", "info", "debug"};
 
 // The place of a word among others, or -1.
-template <size_t count>
-int index_of(const char* word, const std::array<const char*, count>& words) {
-  for (size_t i = 0; i < count; ++i) {
+template <size_t Count>
+int index_of(const char* word, const std::array<const char*, Count>& words) {
+  for (size_t i = 0; i < Count; ++i) {
     if (strcmp(word, words[i]) == 0) return static_cast<int>(i);
   }
   return -1;
