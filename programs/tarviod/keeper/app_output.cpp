@@ -128,13 +128,18 @@ bool Output::add(tarvio::Fd read_end, const char* name, pid_t pid, bool is_error
 void Output::handle() {
   if (due_.passed()) {
     due_ = tarvio::Deadline::never();
+    is_full_ = false;
     send();  // before the reports, which set the next deadline while there is no room
     report_losses();
   }
   epoll_event events[kMaxEvents];
   const int count = epoll_wait(events_.get(), events, kMaxEvents, 0);
   for (int i = 0; i < count; ++i) {
-    if (events[i].data.ptr != nullptr) take(*static_cast<Stream*>(events[i].data.ptr));
+    if (events[i].data.ptr == nullptr) {
+      is_full_ = false;
+    } else {
+      take(*static_cast<Stream*>(events[i].data.ptr));
+    }
     send();  // after each read, so that the queue fills only while the log does not keep up
   }
   send();
@@ -221,10 +226,10 @@ void Output::refresh_stamp() {
 }
 
 void Output::send() {
-  if (queue_.is_empty() || !connect()) return;
-  if (queue_.send(log_.get())) {
-    wait_for_room(false);
-  } else if (errno == EAGAIN) {
+  if (queue_.is_empty() || is_full_ || !connect()) return;
+  if (queue_.send(log_.get())) return wait_for_room(false);
+  is_full_ = errno == EAGAIN;
+  if (is_full_) {
     wait_for_room(true);
   } else {
     disconnect();

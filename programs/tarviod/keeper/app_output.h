@@ -71,7 +71,8 @@ class Output {
 
   tarvio::Fd events_;
   tarvio::Fd log_;
-  bool waits_for_room_ = false;
+  bool is_full_ = false;         // the log, until it has room
+  bool waits_for_room_ = false;  // events_ say when
   Stream* streams_ = nullptr;
   DatagramQueue queue_;
   tarvio::Deadline due_ = tarvio::Deadline::never();
