@@ -18,6 +18,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/epoll.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -283,6 +284,13 @@ CALL(int, poll, (struct pollfd * files, nfds_t count, int timeout), (files, coun
      ENOMEM)
 CALL(ssize_t, recv, (int fd, void* bytes, size_t size, int flags), (fd, bytes, size, flags), -1,
      ECONNRESET)
+CALL(int, epoll_create1, (int flags), (flags), -1, EMFILE)
+CALL(int, epoll_ctl, (int set, int operation, int fd, struct epoll_event* event),
+     (set, operation, fd, event), -1, ENOMEM)
+CALL(int, epoll_wait, (int set, struct epoll_event* events, int count, int timeout),
+     (set, events, count, timeout), -1, EINTR)
+CALL(int, sendmmsg, (int fd, struct mmsghdr* messages, unsigned count, int flags),
+     (fd, messages, count, flags), -1, ENOBUFS)
 CALL(ssize_t, send, (int fd, const void* bytes, size_t size, int flags), (fd, bytes, size, flags),
      -1, ECONNRESET)
 CALL(int, signalfd, (int fd, const sigset_t* signals, int flags), (fd, signals, flags), -1, EMFILE)

@@ -107,7 +107,11 @@ TEST_F(Config, IsRefusedWhenItIsADirectory) {
 }
 
 constexpr char kPeriod[] = "log_period is not a number of seconds: write one from 0 (off) to 86400";
-constexpr char kUnknown[] = "unknown key: use log_file, log_period or hook.TEXT";
+constexpr char kUnknown[] =
+    "unknown key: use log_source, log_file, log_format, log_period, hook.TEXT or level.TEXT";
+constexpr char kLevel[] =
+    "unknown level: write debug, info, notice, warning, err, crit, alert or emerg";
+constexpr char kNoHook[] = "level without a hook of the same text: add hook.TEXT: APPLICATION";
 constexpr char kNoColon[] = "no colon in the line: write KEY: VALUE";
 constexpr char kSeveralWords[] = "value of several words: write one word";
 constexpr char kZeroByte[] = "NUL byte in the line: write the file as plain text";
@@ -145,6 +149,16 @@ TEST(WrongConfig, IsRefusedWithItsLine) {
       {"log_period: 1\n#\nlog_period: y\n", at(3, kPeriod)},
       {"log_file: messages\n", at(1, "log_file is not an absolute path: begin it with '/'")},
       {"log_file:\n", at(1, "log_file is not an absolute path: begin it with '/'")},
+      {"log_source: syslog\n", at(1, "unknown log_source: write file or journal")},
+      {"log_source:\n", at(1, "unknown log_source: write file or journal")},
+      {"log_format: json\n",
+       at(1, "unknown log_format: write auto, busybox, traditional, iso or rfc5424")},
+      {"log_format:\n",
+       at(1, "unknown log_format: write auto, busybox, traditional, iso or rfc5424")},
+      {"hook.clock: clock\nlevel.clock: error\n", at(2, kLevel)},
+      {"hook.clock: clock\nlevel.clock:\n", at(2, kLevel)},
+      {"hook.clock: clock\nlevel.clok: err\n", at(2, kNoHook)},
+      {"level.: err\nhook.clock: clock\n", at(1, kNoHook)},
       {"log_period: 1\nlog_perod: 1\n", at(2, kUnknown)},
       {": 1\n", at(1, kUnknown)},
       {"\n\tthe hook: clock", at(2, kUnknown)},
@@ -164,7 +178,7 @@ TEST(WrongConfig, IsRefusedWithItsLine) {
   }
 }
 
-// What the manager watches, as the arguments of its log reader: log, period, and the hooks.
+// What the manager watches, as the arguments of its log reader: log, format, period, and the hooks.
 std::vector<std::string> watched_by(const Tarviod& manager) {
   const std::string words = read_file("/proc/" + std::to_string(reader_of(manager)) + "/cmdline");
   std::vector<std::string> watched;
@@ -179,9 +193,11 @@ std::vector<std::string> watched_with(const Conf& conf) {
     return value.empty() ? otherwise : value;
   };
   std::vector<std::string> watched = {value_of("log_file", "/var/log/messages"),
-                                      value_of("log_period", "5")};
+                                      value_of("log_format", "auto"), value_of("log_period", "5")};
   for (const auto& [key, value] : pairs_of(conf)) {
-    if (key.starts_with("hook.")) watched.insert(watched.end(), {key.substr(5), value});
+    if (key.starts_with("hook."))
+      watched.insert(watched.end(),
+                     {key.substr(5), value, value_of(("level." + key.substr(5)).c_str(), "-")});
   }
   return watched;
 }

@@ -50,7 +50,7 @@ TEST_F(LogReader, LooksAtTheSystemLogEveryFiveSecondsByDefault) {
   write_file(kConfigFile, "hook.web: webapp\n");
   start();
   EXPECT_EQ(read_file("/proc/" + std::to_string(reader_of(manager())) + "/cmdline"),
-            "tarviod-log-reader\0/var/log/messages\0005\0web\0webapp\0"s);
+            "tarviod-log-reader\0/var/log/messages\0auto\0005\0web\0webapp\0-\0"s);
 }
 
 // Otherwise each read would make the log grow and so cause the next one.

@@ -343,45 +343,5 @@ TEST_F(WatchedLog, KeepsTheLogFromTheOutput) {
   EXPECT_EQ(manager().output().find(" dup "), std::string::npos);
 }
 
-constexpr char kOtherFormat[] =
-    "tarviod: /var/log/messages: no line has the form 'Jan 12 00:00:12 board user.err webapp[12]: "
-    "disk full', so none counts: change the format of the log as tarviod(8) says\n";
-
-class OtherFormat : public WatchedLog, public testing::WithParamInterface<const char*> {};
-
-TEST_P(OtherFormat, IsReportedOnce) {
-  start();
-  for (const char* program : {"radio", "clock", "clock"}) {
-    append_to_log(GetParam() + std::string(program) + "[1]: no battery: 0 %\n");
-    wait_for_look();
-  }
-  EXPECT_TRUE(eventually([&] { return manager().errors() == kOtherFormat; }));
-  append_to_log(log_line("warning", "x"));
-  EXPECT_TRUE(becomes("1\nx\n"));
-  EXPECT_EQ(manager().errors(), kOtherFormat);
-}
-
-INSTANTIATE_TEST_SUITE_P(WatchedLog, OtherFormat,
-                         testing::Values("2026-01-12T00:00:12.123456+00:00 board ",
-                                         "Jan 12 00:00:12 board ", "Jan 12 00:00:12 user.err ",
-                                         "<11>1 2026-01-12T00:00:12Z board ", ""));
-
-TEST_F(WatchedLog, ReportsAtTheStartThatTheLogHasAnotherFormat) {
-  write_file(kLogFile, "Jan 12 00:00:12 board clock[1]: no battery\n");
-  start();
-  EXPECT_EQ(manager().errors(), kOtherFormat);
-}
-
-TEST_F(WatchedLog, ReportsNoOtherFormatBecauseOfSomeLines) {
-  write_file(kLogFile, "Jan 12 00:00:12 board syslog.info -- MARK --\n");
-  start();
-  append_to_log("Jan 12 00:00:12 board -- MARK --\n");
-  append_to_log("\nof two lines\n" + log_line("info", "x") + "again\n");
-  EXPECT_TRUE(becomes("0\nx\n"));
-  append_to_log("2026-01-12T00:00:12Z board clock[1]: x\n");
-  ASSERT_TRUE(catches_up());
-  EXPECT_EQ(manager().errors(), "");
-}
-
 }  // namespace
 }  // namespace tarvio_test

@@ -27,8 +27,14 @@ class Config {
   Config(tarvio::Conf pairs, tarvio::Conf lines)
       : pairs_(std::move(pairs)), lines_(std::move(lines)) {}
 
-  [[nodiscard]] const char* log_file() const;
-  [[nodiscard]] int log_period_s() const;  // 0: the log is not watched
+  // The path of a file, or kJournal.
+  [[nodiscard]] const char* log() const;
+  [[nodiscard]] const char* log_format() const;  // one of kLogFormats
+  [[nodiscard]] int log_period_s() const;        // 0: the log is not watched
+
+  // The level of lines that have none, for the hook of a text: one of kSeverities, or kNoLevel.
+  static constexpr char kNoLevel[] = "-";
+  [[nodiscard]] const char* level_of(const char* text) const;
 
   // The hooks in the order of the file, as `add(text, application, line)`.
   void each_hook(auto add) const {

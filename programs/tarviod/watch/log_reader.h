@@ -5,8 +5,8 @@
 
 namespace tarviod {
 
-// The name under which the program is that process. Its arguments: log file, seconds between two
-// looks at the file, and a text and an application for each hook.
+// The name under which the program is that process. Its arguments: log, format, seconds between two
+// looks at a file, and a text, an application and a level for each hook, as config.h has them.
 inline constexpr char kLogReaderName[] = "tarviod-log-reader";
 
 // It reads the position to begin at from standard input, and writes its reports to standard output.

@@ -20,7 +20,8 @@ struct LogLine {
   char bytes[kMaxLineBytes];
 };
 
-// Up to where the log is read.
+// Up to where the log is read. Of the journal, `last` holds the cursor, and the rest but `known` is
+// not used.
 struct LogPosition {
   bool known = false;  // until the log has been read for the first time
   uint64_t device = 0;

@@ -15,6 +15,7 @@
 
 #include "base/pipe.h"
 #include "log_reader.h"
+#include "log_reporter.h"
 #include "settings/warn.h"
 #include "tarvio/log_monitor.h"
 
@@ -32,15 +33,17 @@ constexpr char kOwnProgram[] = "/proc/self/exe";
 // The arguments of a log reader; the strings are borrowed. Null when memory runs out.
 using Words = std::unique_ptr<const char*[], tarvio::Free>;
 Words arguments_of_reader(const Config& config, const char* period) {
-  constexpr size_t kFixed = 3;
-  const size_t count = kFixed + 2 * config.hook_count() + 1;
+  constexpr size_t kFixed = 4;
+  const size_t count = kFixed + kWordsOfHook * config.hook_count() + 1;
   Words words(static_cast<const char**>(malloc(count * sizeof(char*))));
   if (words == nullptr) return words;
   const char** end = words.get();
-  for (const char* word : {kLogReaderName, config.log_file(), period}) *end++ = word;
+  for (const char* word : {kLogReaderName, config.log(), config.log_format(), period})
+    *end++ = word;
   config.each_hook([&](const char* text, const char* application, const char* /*line*/) {
     *end++ = text;
     *end++ = application;
+    *end++ = config.level_of(text);
   });
   *end = nullptr;
   return words;
@@ -80,7 +83,7 @@ int start_process(const Config& config, const LogPosition& position, int report_
 
 void LogWatch::start(Config config) {
   stop();
-  if (strcmp(config.log_file(), config_.log_file()) != 0) position_ = {};
+  if (strcmp(config.log(), config_.log()) != 0) position_ = {};
   config_ = std::move(config);
   if (config_.log_period_s() > 0 && config_.hook_count() > 0) {
     start_reader();
@@ -110,7 +113,7 @@ void LogWatch::wait_for_begin() {
   if (tarvio::wait_for(report_.get(), POLLIN, Deadline::after(kBeginDeadlineMs))) {
     return handle_report();
   }
-  warn(config_.log_file(), "is slow to read; recent lines may be skipped");
+  warn(config_.log(), "is slow to read; recent lines may be skipped");
 }
 
 void LogWatch::stop() {
@@ -128,7 +131,7 @@ void LogWatch::handle_report() {
     return retry_after_period();
   }
   position_ = report.position;
-  if (report.kind == ReportKind::kComplaint) warn(config_.log_file(), report.detail);
+  if (report.kind == ReportKind::kComplaint) warn(config_.log(), report.detail);
   if (report.kind == ReportKind::kChange) {
     (void)tq_change_status_by_log(report.application, report.level, report.detail);
   }
