@@ -1,5 +1,6 @@
 #include "runtime/state_file.h"
 
+#include <algorithm>
 #include <charconv>
 
 namespace runtime {
@@ -8,6 +9,11 @@ namespace {
 
 constexpr std::string_view kFirstLine = "tarvio-state\t1";
 constexpr std::string_view kLastLine = "end";
+
+// string_view::substr would need a run-time library for its exception.
+std::string_view part(std::string_view text, size_t from, size_t to) {
+  return {text.data() + from, std::min(to, text.size()) - from};
+}
 
 // Takes the fields of a line one after the other. Fails for good with the first one that is not
 // there or not understood.
@@ -18,7 +24,7 @@ class Fields {
   std::string_view text() {
     if (at_end_) ok_ = false;
     const size_t end = rest_.find('\t');
-    const std::string_view field = rest_.substr(0, end);
+    const std::string_view field = part(rest_, 0, end);
     at_end_ = end == std::string_view::npos;
     rest_.remove_prefix(at_end_ ? rest_.size() : end + 1);
     return field;
@@ -32,7 +38,7 @@ class Fields {
   AppState state() {
     const std::string_view word = text();
     for (size_t i = 0; i < kAppStateWords.size(); ++i) {
-      if (word == kAppStateWords.at(i)) return static_cast<AppState>(i);
+      if (word == kAppStateWords[i]) return static_cast<AppState>(i);
     }
     ok_ = false;
     return AppState::kStopped;
@@ -43,14 +49,14 @@ class Fields {
     const std::string_view field = text();
     if (field == "-") return {};
     const size_t blank = field.find(' ');
-    const std::string_view kind = field.substr(0, blank);
+    const std::string_view kind = part(field, 0, blank);
     AppExit exit;
     exit.kind = kind == "status"   ? ExitKind::kStatus
                 : kind == "signal" ? ExitKind::kSignal
                                    : ExitKind::kNotRun;
     ok_ = ok_ && blank != std::string_view::npos &&
           (exit.kind != ExitKind::kNotRun || kind == "not-run");
-    exit.number = ok_ ? number_of<int>(field.substr(blank + 1)) : 0;
+    exit.number = ok_ ? number_of<int>(part(field, blank + 1, field.size())) : 0;
     return exit;
   }
 

@@ -26,7 +26,7 @@ enum class AppState : uint8_t { kStopped, kRunning, kStopping, kEnded, kRestarti
 inline constexpr std::array<std::string_view, 5> kAppStateWords = {"stopped", "running", "stopping",
                                                                    "ended", "restarting"};
 constexpr std::string_view word_for(AppState state) {
-  return kAppStateWords.at(static_cast<size_t>(state));
+  return kAppStateWords[static_cast<size_t>(state)];
 }
 
 // How the start file's process has ended.
@@ -91,8 +91,9 @@ class StateFile {
   void each_line(auto take) const {
     for (std::string_view rest = text_; !rest.empty();) {
       const size_t end = rest.find('\n');
-      take(rest.substr(0, end));
-      rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+      const size_t length = end == std::string_view::npos ? rest.size() : end;
+      take(std::string_view(rest.data(), length));
+      rest.remove_prefix(length == rest.size() ? length : length + 1);
     }
   }
 

@@ -291,8 +291,8 @@ void AppRunner::report_failures() {
 
 void AppRunner::follow() {
   report_failures();
-  if (changes_.valid() && is_readable(changes_.fd()) && !(changes_.take_changes() && take_notes()) &&
-      !replace_keeper()) {
+  if (changes_.valid() && is_readable(changes_.fd()) &&
+      !(changes_.take_changes() && take_notes()) && !replace_keeper()) {
     return;
   }
   for (AppRuns& runs : runs_.all()) {

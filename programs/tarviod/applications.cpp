@@ -150,7 +150,7 @@ tq_app_info* find_application(const char* name) {
   return nullptr;
 }
 
-std::optional<Applications> check_applications() {
+std::optional<int> check_applications() {
   if (sl == nullptr || linux_app_binding == nullptr || tq_known_applications() == nullptr) {
     warn("cannot set up the managers", "out of memory: free some and try again");
     return std::nullopt;
@@ -163,9 +163,9 @@ std::optional<Applications> check_applications() {
   }
   if (!Information(online != 0 ? "" : tarvio::kOfflineRoot).check()) return std::nullopt;
 
-  Applications applications;
+  int count = 0;
   for (const tq_app_info* app : Known(tq_known_applications())) {
-    ++applications.count;
+    ++count;
     if (app->binding != nullptr) continue;
     // Without memory the set-up asks no binding.
     if (linux_app_binding->is_mine(const_cast<tq_app_info*>(app)) != 0) {
@@ -173,9 +173,8 @@ std::optional<Applications> check_applications() {
       return std::nullopt;
     }
     warn(app->package->name, "no binding accepts this application");
-    applications.all_bound = false;
   }
-  return applications;
+  return count;
 }
 
 }  // namespace tarviod

@@ -97,7 +97,7 @@ void stop_applications(int signal_fd) {
   }
 }
 
-std::optional<Applications> set_up_applications() {
+std::optional<int> set_up_applications() {
   (void)tq_setup_status_manager();
   (void)tq_setup_package_manager();
   (void)tq_setup_app_manager();
@@ -155,7 +155,7 @@ bool take_over(AppRunner& runner) {
 }  // namespace
 
 bool set_up(const Options& options, LogWatch& log_watch, AppRunner& runner) {
-  const std::optional<Applications> applications = set_up_applications();
+  const std::optional<int> applications = set_up_applications();
   if (!applications || !take_over(runner)) return false;
   name_unknown_applications(options, log_watch.config());
   log_watch.wait_for_begin();
@@ -163,7 +163,7 @@ bool set_up(const Options& options, LogWatch& log_watch, AppRunner& runner) {
     warn("cannot answer on " TQ_COM_SOCKET_PATH, strerror(errno));
     return false;
   }
-  report_count(applications->count);
+  report_count(*applications);
   return true;
 }
 

@@ -31,7 +31,7 @@ constexpr size_t kSuffixLength = sizeof kAppSettingsSuffix - 1;
 bool store_restart(const char* text, AppSettings& settings) {
   constexpr std::array<const char*, 3> kWords = {"no", "on-failure", "always"};
   for (size_t i = 0; i < kWords.size(); ++i) {
-    if (strcmp(text, kWords.at(i)) != 0) continue;
+    if (strcmp(text, kWords[i]) != 0) continue;
     settings.restart = static_cast<RestartPolicy>(i);
     return true;
   }

@@ -30,8 +30,10 @@ constexpr char kHelp[] =
     "  -l, --log-level N        log messages of level N and above: 0 debug (also printed on\n"
     "                           standard output), 1 info, 2 warning (default), 3 error,\n"
     "                           4 none\n"
-    "  -s, --start-all          start all applications\n"
+    "  -s, --start-all          start all applications that are enabled\n"
     "  -k, --keep-applications  leave the applications running on exit\n"
+    "      --output WHERE       where applications print to: syslog (default with --daemon),\n"
+    "                           inherit (the manager's streams; default without), or a file\n"
     "      --pid-file FILE      write the manager's process id to FILE once requests are\n"
     "                           answered, and remove FILE on exit\n"
     "      --socket-mode MODE   access mode of the socket, in octal (default 0666)\n"
@@ -58,11 +60,12 @@ enum : int {
   kVersion = 'V',
   kCheckConfig = 256,
   kPidFile,
+  kOutput,
   kSocketMode,
   kSocketGroup
 };
 
-const std::array<option, 12> kLongOptions = {{
+const std::array<option, 13> kLongOptions = {{
     {"config", required_argument, nullptr, kConfig},
     {"check-config", no_argument, nullptr, kCheckConfig},
     {"daemon", no_argument, nullptr, kDaemon},
@@ -70,6 +73,7 @@ const std::array<option, 12> kLongOptions = {{
     {"start-all", no_argument, nullptr, kStartAll},
     {"keep-applications", no_argument, nullptr, kKeep},
     {"pid-file", required_argument, nullptr, kPidFile},
+    {"output", required_argument, nullptr, kOutput},
     {"socket-mode", required_argument, nullptr, kSocketMode},
     {"socket-group", required_argument, nullptr, kSocketGroup},
     {"help", no_argument, nullptr, kHelpOption},
@@ -109,16 +113,31 @@ const char* absolute(const char* path, char (&joined)[PATH_MAX]) {
 // Each of these sets an option, and returns the exit status when that ends the program.
 using Status = std::optional<int>;
 
+Status set_path(const char*& path, char (&joined)[PATH_MAX]) {
+  path = absolute(optarg, joined);
+  return path == nullptr ? Status(kExitFailure) : std::nullopt;
+}
+
 Status set_config(Options& options) {
   static char joined[PATH_MAX];
-  options.config = absolute(optarg, joined);
-  return options.config == nullptr ? Status(kExitFailure) : std::nullopt;
+  return set_path(options.config, joined);
 }
 
 Status set_pid_file(Options& options) {
   static char joined[PATH_MAX];
-  options.pid_file = absolute(optarg, joined);
-  return options.pid_file == nullptr ? Status(kExitFailure) : std::nullopt;
+  return set_path(options.pid_file, joined);
+}
+
+Status set_output(Options& options) {
+  static char joined[PATH_MAX];
+  options.output = optarg;
+  if (strcmp(optarg, kSyslogOutput) == 0 || strcmp(optarg, kInheritedOutput) == 0) {
+    return std::nullopt;
+  }
+  const Status status = set_path(options.output, joined);
+  if (status || strlen(options.output) <= kMaxOutputBytes) return status;
+  (void)fprintf(stderr, "tarviod: %s: %s\n", optarg, strerror(ENAMETOOLONG));
+  return kExitFailure;
 }
 
 Status set_log_level(Options& options) {
@@ -177,6 +196,8 @@ Status set_option(int option, Options& options) {
       return std::nullopt;
     case kPidFile:
       return set_pid_file(options);
+    case kOutput:
+      return set_output(options);
     case kSocketMode:
       return set_socket_mode(options);
     case kSocketGroup:
@@ -205,6 +226,7 @@ CommandLine parse_command_line(int argc, char** argv) {
     (void)fprintf(stderr, "tarviod: unexpected argument '%s'\n", argv[optind]);
     return {.options = std::nullopt, .exit_status = refuse_line()};
   }
+  if (options.output == nullptr) options.output = options.daemon ? kSyslogOutput : kInheritedOutput;
   return {.options = options, .exit_status = 0};
 }
 

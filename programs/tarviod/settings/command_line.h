@@ -2,6 +2,7 @@
 #ifndef TARVIOD_COMMAND_LINE_H
 #define TARVIOD_COMMAND_LINE_H
 
+#include <stddef.h>
 #include <sys/types.h>
 
 #include <optional>
@@ -14,6 +15,11 @@ struct SocketAccess {
   gid_t group = static_cast<gid_t>(-1);  // the manager's own
 };
 
+// Where applications print to, beside a file.
+inline constexpr char kSyslogOutput[] = "syslog";
+inline constexpr char kInheritedOutput[] = "inherit";
+inline constexpr size_t kMaxOutputBytes = 1023;  // of a file's path
+
 struct Options {
   bool daemon = false;
   bool start_all = false;
@@ -21,6 +27,7 @@ struct Options {
   bool check_config = false;
   int log_level = 2;
   const char* config = nullptr;    // an absolute path; null for the default one
+  const char* output = nullptr;    // one of the words below, or an absolute path
   const char* pid_file = nullptr;  // an absolute path; null for none
   SocketAccess socket;
 };
