@@ -24,6 +24,7 @@ class KeeperLink {
   KeeperFound open();
 
   [[nodiscard]] bool valid() const { return socket_.valid(); }
+  void close() { socket_.reset(); }
 
   // Asks and waits for the reply; the link is closed, and false returned with errno, when the
   // keeper is gone or the deadline passes first.
