@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include "background.h"
 #include "base/owners.h"
 #include "instance.h"
+#include "keeper/keeper.h"
 #include "manager.h"
 #include "settings/command_line.h"
 #include "settings/config.h"
@@ -36,7 +38,9 @@ int main(int argc, char** argv) {
   if (argc > 0 && strcmp(argv[0], tarviod::kLogReaderName) == 0) {
     return tarviod::run_log_reader(argc, argv);
   }
+  if (argc > 0 && strcmp(argv[0], tarviod::kKeeperName) == 0) return tarviod::run_keeper();
   fill_standard_streams();
+  (void)unsetenv(tarviod::kApplicationVariable);  // of the application that may have started it
   tarviod::CommandLine line = tarviod::parse_command_line(argc, argv);
   if (!line.options) return line.exit_status;
   tarviod::Options& options = *line.options;
