@@ -20,10 +20,12 @@ inline constexpr int kMaxUserBytes = 63;
 
 enum class Ask : uint32_t {
   kApplications,  // answered with a reply, and a KeptApp for each application after it
-  kStart,         // answered when the application is recorded and runs
-  kStop,          // answered when its last process has ended
-  kWatch,         // answered, and from then on with a byte after each change of an application
-  kEnd,           // stops all applications, then answers and ends
+  // Answered when the application is recorded and runs: with EALREADY when it did before, with
+  // EBUSY while it is being stopped.
+  kStart,
+  kStop,   // answered when its last process has ended; with 0 when there was none, too
+  kWatch,  // answered, and from then on with a byte after each change of an application
+  kEnd,    // stops all applications, then answers and ends
 };
 
 // -1: as the manager's.
@@ -35,12 +37,12 @@ struct AppLimits {
 
 // How an application is run. Texts end with a zero byte; an empty one is not set.
 struct AppSetup {
-  char start_file[kMaxFileBytes + 1] = "";
-  char stop_file[kMaxFileBytes + 1] = "";
-  char version[kMaxVersionBytes + 1] = "";  // of the package, to be given back
-  char output[kMaxFileBytes + 1] = "";      // "syslog", "inherit", or a file's absolute path
-  char user[kMaxUserBytes + 1] = "";
-  char group[kMaxUserBytes + 1] = "";
+  char start_file[kMaxFileBytes + 1] = {};
+  char stop_file[kMaxFileBytes + 1] = {};
+  char version[kMaxVersionBytes + 1] = {};  // of the package, to be given back
+  char output[kMaxFileBytes + 1] = {};      // "syslog", a file's absolute path, or "inherit"
+  char user[kMaxUserBytes + 1] = {};
+  char group[kMaxUserBytes + 1] = {};
   int32_t nice = 0;
   int32_t stop_timeout_ms = 10'000;  // until SIGTERM, and from there until SIGKILL
   int32_t starts = 1;                // this one included; given back
@@ -50,7 +52,7 @@ struct AppSetup {
 struct KeeperRequest {
   uint32_t protocol = kKeeperProtocol;
   Ask ask = Ask::kApplications;
-  char name[kMaxNameBytes + 1] = "";
+  char name[kMaxNameBytes + 1] = {};
   AppSetup setup = {};  // of a start
 };
 
@@ -69,15 +71,17 @@ enum class KeptState : int32_t {
 
 // An application that the keeper has started at least once.
 struct KeptApp {
-  char name[kMaxNameBytes + 1] = "";
-  char version[kMaxVersionBytes + 1] = "";
+  char name[kMaxNameBytes + 1] = {};
+  char version[kMaxVersionBytes + 1] = {};
   KeptState state = KeptState::kRunning;
   runtime::ProcessId process = {};  // the start file's
   int64_t since = 0;                // of the state, in seconds since the epoch
   int32_t starts = 0;
   int32_t stop_timeout_ms = 0;
-  int32_t exit_status = -1;  // of the start file as waitpid gives it, once it has ended; else -1
-  int32_t run_error = 0;     // why the start file could not be executed, an errno value; else 0
+  // As waitpid gives it, once the start file's process has ended; else -1. The start file's, or,
+  // when that one is 0, that of the process of its session that has ended last.
+  int32_t exit_status = -1;
+  int32_t run_error = 0;  // why the start file could not be executed, an errno value; else 0
 };
 
 }  // namespace tarviod
