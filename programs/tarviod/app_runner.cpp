@@ -12,6 +12,7 @@
 #include "base/chain.h"
 #include "base/owners.h"
 #include "boot_order.h"
+#include "runtime/run_paths.h"
 #include "settings/app_settings.h"
 #include "settings/warn.h"
 #include "tarvio/status_manager.h"
@@ -108,7 +109,11 @@ bool AppRunner::connect() {
   KeeperRequest request;
   request.ask = Ask::kWatch;
   KeeperReply reply;
-  if (requests_.open() != KeeperFound::kNone && changes_.open() != KeeperFound::kNone &&
+  const KeeperFound found = requests_.open();
+  if (found == KeeperFound::kStartedWithoutLedger) {
+    warn(runtime::kLedgerPath, "is not whole: what the keeper before this one ran may still run");
+  }
+  if (found != KeeperFound::kNone && changes_.open() != KeeperFound::kNone &&
       changes_.ask(request, reply, Deadline::after(kReplyMs)) && reply.code == 0) {
     return true;
   }
@@ -378,9 +383,9 @@ int AppRunner::reason_not_run(const char* application) const {
 void AppRunner::end_keeper() {
   KeeperRequest request = {};
   request.ask = Ask::kEnd;
-  changes_.close();
+  (void)changes_.close();
   (void)ask(request, kReplyMs);
-  requests_.close();
+  (void)requests_.close();
 }
 
 }  // namespace tarviod

@@ -172,7 +172,7 @@ int stop_for_good() {
   serve_last_clients();
   const int code_of_late = stop_applications();
   runner->end_keeper();
-  remove_published_state();
+  publisher.end();
   return code == 0 ? code_of_late : code;
 }
 

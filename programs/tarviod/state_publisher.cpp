@@ -134,7 +134,13 @@ int descriptor_limit() {
 
 }  // namespace
 
+void StatePublisher::end() {
+  has_ended_ = true;
+  (void)unlink(runtime::kStatePath);
+}
+
 void StatePublisher::publish(const AppRunsTable& runs) {
+  if (has_ended_) return;
   tarvio::CString body = compose_body(runs);
   if (body == nullptr) errno = ENOMEM;
   if (body != nullptr && written_ != nullptr && strcmp(body.get(), written_.get()) == 0) return;
@@ -181,7 +187,5 @@ tarvio::CString read_published_state() {
   }
   return text;
 }
-
-void remove_published_state() { (void)unlink(runtime::kStatePath); }
 
 }  // namespace tarviod

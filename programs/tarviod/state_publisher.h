@@ -18,6 +18,8 @@ class StatePublisher {
   // Writes the file when anything but the count of descriptors is different from what it says. A
   // failure is reported once, until it succeeds.
   void publish(const AppRunsTable& runs);
+  // Removes it for good.
+  void end();
 
  private:
   static constexpr mode_t kReadBits = 0444;
@@ -28,12 +30,12 @@ class StatePublisher {
   gid_t group_ = static_cast<gid_t>(-1);
   tarvio::CString written_;
   bool has_failed_ = false;
+  bool has_ended_ = false;
 };
 
 // The text that a manager before this one has left; null when there is none, or, reported, when it
 // cannot be read.
 tarvio::CString read_published_state();
-void remove_published_state();
 
 }  // namespace tarviod
 
