@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include "background.h"
 #include "base/owners.h"
 #include "instance.h"
+#include "keeper/keeper.h"
 #include "manager.h"
 #include "notify.h"
 #include "pid_file.h"
@@ -40,8 +42,10 @@ int main(int argc, char** argv) {
   if (argc > 0 && strcmp(argv[0], tarviod::kLogReaderName) == 0) {
     return tarviod::run_log_reader(argc, argv);
   }
+  if (argc > 0 && strcmp(argv[0], tarviod::kKeeperName) == 0) return tarviod::run_keeper();
   fill_standard_streams();
   tarviod::meet_supervisor();
+  (void)unsetenv(tarviod::kApplicationVariable);  // of the application that may have started it
   tarviod::CommandLine line = tarviod::parse_command_line(argc, argv);
   if (!line.options) return line.exit_status;
   const tarviod::Options& options = *line.options;

@@ -11,6 +11,10 @@ inline constexpr char kKeeperName[] = "tarviod-keeper";
 // Its listening socket, bound by the manager that starts it.
 inline constexpr int kKeeperListenFd = 0;
 
+// In the environment of an application: its name. What it starts inherits that, in sessions of
+// their own as well.
+inline constexpr char kApplicationVariable[] = "TARVIO_APPLICATION";
+
 // Serves managers until one asks for the end.
 int run_keeper();
 

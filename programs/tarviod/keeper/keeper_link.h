@@ -13,20 +13,23 @@ enum class KeeperFound {
   kNone,     // neither the one that ran nor a new one: errno says why
   kRunning,  // the one that a manager before this one has left
   kStarted,  // a new one; what a dead one has left behind was ended before
+  // A new one; the ledger of a dead one was not whole, so that what it has left may still run.
+  kStartedWithoutLedger,
 };
 
 // A connection to the keeper, for one thread.
 class KeeperLink {
  public:
   // Connects to the keeper that runs, else starts one under `kKeeperSocket` after ending what the
-  // ledger of a dead one names. A keeper of another protocol is asked to end first. Blocks for at
-  // most a few seconds.
+  // ledger of a dead one names. A keeper of another protocol is asked to end first, which takes as
+  // long as its applications do; else this blocks for at most a few seconds.
   KeeperFound open();
 
   [[nodiscard]] bool valid() const { return socket_.valid(); }
   void close() { socket_.reset(); }
 
-  // Asks and waits for the reply; the link is closed, and false returned with errno, when the
+  // Asks and waits for the reply. What is started with the output "inherit" gets this process's
+  // standard output and standard error. The link is closed, and false returned with errno, when the
   // keeper is gone or the deadline passes first.
   bool ask(const KeeperRequest& request, KeeperReply& reply, const tarvio::Deadline& until);
 
@@ -39,6 +42,10 @@ class KeeperLink {
   bool take_changes();
 
  private:
+  bool join();
+  bool greet();
+  bool fail();
+
   tarvio::Fd socket_;
 };
 

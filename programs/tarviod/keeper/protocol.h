@@ -20,10 +20,12 @@ inline constexpr int kMaxUserBytes = 63;
 
 enum class Ask : uint32_t {
   kApplications,  // answered with a reply, and a KeptApp for each application after it
-  kStart,         // answered when the application is recorded and runs
-  kStop,          // answered when its last process has ended
-  kWatch,         // answered, and from then on with a byte after each change of an application
-  kEnd,           // stops all applications, then answers and ends
+  // Answered when the application is recorded and runs: with EALREADY when it did before, with
+  // EBUSY while it is being stopped.
+  kStart,
+  kStop,   // answered when its last process has ended; with 0 when there was none, too
+  kWatch,  // answered, and from then on with a byte after each change of an application
+  kEnd,    // stops all applications, then answers and ends
 };
 
 // -1: as the manager's.

@@ -1,0 +1,283 @@
+#include "kept_apps.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "base/pipe.h"
+#include "ledger.h"
+
+namespace tarviod {
+
+namespace {
+
+using runtime::ProcessId;
+using tarvio::Deadline;
+
+constexpr int kMaxKillDelayMs = 5000;
+constexpr int kRepeatMs = 200;  // what has to be tried again
+constexpr int kMaxDoubtMs = 1000;
+
+// Without a table the next step has another try.
+void send_to_all(const App& app, int signal) {
+  ProcessTable table;
+  if (table.read()) (void)table.send(app.name.get(), app.leaders(), signal);
+}
+
+template <size_t Size>
+void copy_text(char (&to)[Size], const char* from) {
+  (void)snprintf(to, Size, "%s", from);
+}
+
+bool any_of(const RecordList<App>& apps, auto condition) {
+  for (const App& app : apps) {
+    if (condition(app)) return true;
+  }
+  return false;
+}
+
+// True when the first one comes before.
+bool is_sooner(const Deadline& one, const Deadline& other) {
+  return one.is_set() && (!other.is_set() || one.remaining_ms() < other.remaining_ms());
+}
+
+}  // namespace
+
+KeptApp App::facts() const {
+  KeptApp facts = {};
+  copy_text(facts.name, name.get());
+  copy_text(facts.version, run.settings.version.get());
+  facts.state = run.state;
+  facts.process = run.start.id();
+  facts.since = run.since;
+  facts.starts = run.settings.starts;
+  facts.stop_timeout_ms = run.settings.stop_timeout_ms;
+  facts.exit_status = run.start.status();
+  facts.run_error = run.start.run_error();
+  return facts;
+}
+
+// One that cannot be written is reported by the first start.
+KeptApps::KeptApps(Output& output) : output_(output) { (void)record(); }
+
+App* KeptApps::find(const char* name) const {
+  for (App& app : apps_) {
+    if (strcmp(app.name.get(), name) == 0) return &app;
+  }
+  return nullptr;
+}
+
+App* KeptApps::find_or_append(const char* name) {
+  App* app = find(name);
+  if (app != nullptr) return app;
+  tarvio::CString copy = tarvio::copy_of(name);
+  app = copy == nullptr ? nullptr : apps_.append();
+  if (app != nullptr) app->name = std::move(copy);
+  return app;
+}
+
+int KeptApps::start(const char* name, const AppSetup& setup, const Streams& streams) {
+  // A name is a word in the environment and the rest of a line in the ledger.
+  if (name[0] == '\0' || strchr(name, '\n') != nullptr) return EINVAL;
+  App* const app = find_or_append(name);
+  if (app == nullptr) return errno;
+  if (app->is_live()) return app->run.state == KeptState::kStopping ? EBUSY : EALREADY;
+  Run before = std::exchange(app->run, Run());
+  Run& run = app->run;
+  if (run.settings.take(setup)) {
+    run.stop_copy.make(setup.stop_file);
+    enter(*app, KeptState::kRunning);
+    if (launch(*app, setup.start_file, -1, streams, run.start)) return 0;
+  }
+  const int error = errno;
+  run = std::move(before);
+  return error;
+}
+
+// The program runs once it is recorded, and not before.
+bool KeptApps::launch(const App& app, const char* file, int copy_fd, const Streams& streams,
+                      Launch& into) {
+  const RunSettings& settings = app.run.settings;
+  Streams pipes;
+  tarvio::Fd read_ends[2];
+  const bool is_logged = strcmp(settings.output.get(), "syslog") == 0;
+  if (is_logged) {
+    tarvio::Pipe output;
+    tarvio::Pipe errors;
+    if (!output.valid() || !errors.valid()) return false;
+    pipes = {.output = std::move(output.write_end), .errors = std::move(errors.write_end)};
+    read_ends[0] = std::move(output.read_end);
+    read_ends[1] = std::move(errors.read_end);
+  }
+  Launch child;
+  if (!child.prepare({.application = app.name.get(),
+                      .file = file,
+                      .copy_fd = copy_fd,
+                      .settings = settings,
+                      .streams = is_logged ? pipes : streams})) {
+    return false;
+  }
+  for (const bool is_error : {false, true}) {
+    if (is_logged && !output_.add(std::move(read_ends[is_error ? 1 : 0]), app.name.get(),
+                                  child.id().pid, is_error)) {
+      return false;
+    }
+  }
+  into = std::move(child);
+  if (!record()) {
+    into = {};
+    return false;
+  }
+  into.go();
+  return true;
+}
+
+bool KeptApps::record() const {
+  LedgerWriter writer;
+  for (const App& app : apps_) {
+    if (!app.is_live()) continue;
+    for (const ProcessId& leader : app.leaders()) {
+      if (leader.pid != 0) writer.add(app.name.get(), leader);
+    }
+  }
+  return writer.finish();
+}
+
+void KeptApps::enter(App& app, KeptState state) {
+  app.run.state = state;
+  app.run.since = time(nullptr);
+  has_changed_ = true;
+}
+
+const App* KeptApps::stop(const char* name, const Streams& streams) {
+  App* const app = find(name);
+  if (app == nullptr || !app->is_live()) return nullptr;
+  if (app->run.state == KeptState::kRunning) begin_stop(*app, streams);
+  return app;
+}
+
+void KeptApps::stop_all() {
+  const Streams nowhere;
+  for (App& app : apps_) {
+    if (app.run.state == KeptState::kRunning) begin_stop(app, nowhere);
+  }
+}
+
+void KeptApps::begin_stop(App& app, const Streams& streams) {
+  Run& run = app.run;
+  const char* const file = run.settings.stop_file.get();
+  enter(app, KeptState::kStopping);
+  run.step = Run::Step::kAsk;
+  run.next_step = Deadline::after(run.settings.stop_timeout_ms);
+  if (file[0] == '\0' ||
+      !launch(app, file, run.stop_copy.replacement_of(file), streams, run.stop)) {
+    take_step(app);
+  }
+}
+
+// Once a step has not led to the end of an application.
+void KeptApps::take_step(App& app) {
+  Run& run = app.run;
+  if (run.step == Run::Step::kAsk) {
+    run.step = Run::Step::kTerminate;
+    run.next_step = Deadline::after(std::min(run.settings.stop_timeout_ms, kMaxKillDelayMs));
+    send_to_all(app, SIGTERM);
+  } else {
+    run.step = Run::Step::kKill;
+    run.next_step = Deadline::after(kRepeatMs);
+    send_to_all(app, SIGKILL);
+  }
+}
+
+void KeptApps::reap() {
+  int status = 0;
+  for (pid_t pid = 0; (pid = waitpid(-1, &status, WNOHANG)) > 0;) {
+    for (App& app : apps_) {
+      Run& run = app.run;
+      if (run.start.runs_as(pid)) {
+        run.start.end(status);
+        has_changed_ = true;
+      }
+      if (run.stop.runs_as(pid)) {
+        run.stop.end(status);
+        // A stop file that cannot run is none.
+        if (run.stop.run_error() != 0 && run.step == Run::Step::kAsk) take_step(app);
+      }
+    }
+  }
+  settle();
+}
+
+// Finds the applications that have ended.
+void KeptApps::settle() {
+  const auto may_have_ended = [](const App& app) {
+    return app.is_live() && !app.run.start.is_running() && !app.run.stop.is_running();
+  };
+  settle_due_ = Deadline::never();
+  if (!any_of(apps_, may_have_ended)) return;
+  ProcessTable table;
+  const bool has_table = table.read();
+  bool is_undecided = !has_table;
+  bool has_ended = false;
+  for (App& app : apps_) {
+    if (!has_table || !may_have_ended(app)) continue;
+    if (table.has(app.name.get(), app.leaders(), getpid())) continue;
+    if (table.is_in_doubt() && !doubt_end_.passed()) {
+      is_undecided = true;
+      continue;
+    }
+    has_ended = true;
+    enter(app, app.run.state == KeptState::kStopping ? KeptState::kStopped : KeptState::kEnded);
+    app.run.stop_copy = {};
+    app.run.next_step = Deadline::never();
+  }
+  look_again(is_undecided);
+  // One that cannot be written names processes that are gone, which does no harm.
+  if (has_ended) (void)record();
+}
+
+// A program without an environment would look as if it was just being executed for ever.
+void KeptApps::look_again(bool is_undecided) {
+  if (!is_undecided) {
+    doubt_end_ = Deadline::never();
+    return;
+  }
+  if (!doubt_end_.is_set()) doubt_end_ = Deadline::after(kMaxDoubtMs);
+  settle_due_ = Deadline::after(kRepeatMs);
+}
+
+Deadline KeptApps::due() const {
+  Deadline due = settle_due_;
+  for (const App& app : apps_) {
+    if (app.is_live() && is_sooner(app.run.next_step, due)) due = app.run.next_step;
+  }
+  return due;
+}
+
+void KeptApps::go_on() {
+  bool is_due = settle_due_.passed();
+  for (App& app : apps_) {
+    if (!app.is_live() || !app.run.next_step.passed()) continue;
+    is_due = true;
+    take_step(app);
+  }
+  if (is_due) settle();
+}
+
+int KeptApps::started_count() const {
+  int count = 0;
+  for (const App& app : apps_) count += app.was_started() ? 1 : 0;
+  return count;
+}
+
+bool KeptApps::any_is_live() const {
+  return any_of(apps_, [](const App& app) { return app.is_live(); });
+}
+
+}  // namespace tarviod

@@ -1,0 +1,57 @@
+#include "remains.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <span>
+
+#include "base/deadline.h"
+#include "ledger.h"
+#include "process_table.h"
+#include "runtime/run_paths.h"
+
+namespace tarviod {
+
+namespace {
+
+using tarvio::Deadline;
+
+constexpr int kTerminateMs = 2000;
+constexpr int kKillMs = 2000;
+constexpr int kPauseMs = 10;  // these are children of others, so nothing reports their end
+
+// How many processes there are; unknown ones count.
+int send_to_all(const RecordList<LedgerEntry>& entries, int signal) {
+  ProcessTable table;
+  if (!table.read()) return 1;
+  int count = 0;
+  for (const LedgerEntry& entry : entries) {
+    count += table.send(entry.application, std::span(&entry.leader, 1), signal);
+  }
+  return count;
+}
+
+// repeated  the signal for what has not ended after the first one; 0 for none.
+bool end_by(const RecordList<LedgerEntry>& entries, int signal, int repeated, int wait_ms) {
+  const Deadline until = Deadline::after(wait_ms);
+  for (int next = signal; send_to_all(entries, next) > 0; next = repeated) {
+    if (until.passed()) return false;
+    (void)poll(nullptr, 0, kPauseMs);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool end_remains() {
+  RecordList<LedgerEntry> entries;
+  const bool is_whole = read_ledger(entries);
+  if (is_whole && !end_by(entries, SIGTERM, 0, kTerminateMs)) {
+    (void)end_by(entries, SIGKILL, SIGKILL, kKillMs);
+  }
+  (void)unlink(runtime::kLedgerPath);
+  return is_whole;
+}
+
+}  // namespace tarviod

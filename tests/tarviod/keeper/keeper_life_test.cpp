@@ -1,0 +1,178 @@
+// The life of an application: from its start to the end of its last process.
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <string>
+
+#include "kept.h"
+#include "support/apps/applications.h"
+#include "support/children.h"
+
+namespace tarvio_test {
+namespace {
+
+using tarviod::AppSetup;
+using tarviod::Ask;
+using tarviod::KeptApp;
+using tarviod::KeptState;
+
+using Keeper = Kept;
+
+TEST_F(Keeper, RunsAnApplicationFromItsStartToItsStop) {
+  AppSetup clock = setup();
+  set_text(clock.version, "1.2-3");
+  clock.starts = 4;
+  const std::time_t before = std::time(nullptr);
+  EXPECT_EQ(start("clock", clock), 0);
+  const KeptApp running = app("clock");
+  EXPECT_EQ(running.state, KeptState::kRunning);
+  EXPECT_STREQ(running.version, "1.2-3");
+  EXPECT_EQ(running.starts, 4);
+  EXPECT_GE(running.since, before);
+  EXPECT_EQ(running.exit_status, -1);
+  EXPECT_EQ(running.run_error, 0);
+  EXPECT_TRUE(runtime::is_alive(running.process));
+  EXPECT_EQ(stop("clock"), 0);
+  EXPECT_FALSE(runtime::is_alive(running.process));
+  EXPECT_EQ(app("clock").state, KeptState::kStopped);
+}
+
+TEST_F(Keeper, KnowsNoApplicationAtFirst) { EXPECT_TRUE(applications(link_).empty()); }
+
+TEST_F(Keeper, DoesNotStartAnApplicationThatRuns) {
+  EXPECT_EQ(start("clock", setup()), 0);
+  const pid_t process = app("clock").process.pid;
+  EXPECT_EQ(start("clock", setup()), EALREADY);
+  EXPECT_EQ(app("clock").process.pid, process);
+}
+
+TEST_F(Keeper, RefusesANameThatIsNoLineOfTheLedger) {
+  EXPECT_EQ(start("", setup()), EINVAL);
+  EXPECT_EQ(start("two\nlines", setup()), EINVAL);
+  EXPECT_TRUE(applications(link_).empty());
+}
+
+TEST_F(Keeper, StopsWhatDoesNotRun) {
+  EXPECT_EQ(stop("clock"), 0);
+  EXPECT_EQ(start("clock", setup("exit 0")), 0);
+  ASSERT_TRUE(becomes("clock", KeptState::kEnded));
+  EXPECT_EQ(stop("clock"), 0);
+  EXPECT_EQ(app("clock").state, KeptState::kEnded);
+}
+
+TEST_F(Keeper, RemembersAnExitStatus) {
+  EXPECT_EQ(start("clock", setup("exit 3")), 0);
+  ASSERT_TRUE(becomes("clock", KeptState::kEnded));
+  const int status = app("clock").exit_status;
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3) << status;
+}
+
+TEST_F(Keeper, RemembersTheSignalThatEndedAnApplication) {
+  EXPECT_EQ(start("clock", setup("kill -SEGV $$")), 0);
+  ASSERT_TRUE(becomes("clock", KeptState::kEnded));
+  EXPECT_EQ(WTERMSIG(app("clock").exit_status), SIGSEGV);
+}
+
+TEST_F(Keeper, StartsAnApplicationAgainAfterItsEnd) {
+  EXPECT_EQ(start("clock", setup("exit 3")), 0);
+  ASSERT_TRUE(becomes("clock", KeptState::kEnded));
+  EXPECT_EQ(start("clock", setup()), 0);
+  EXPECT_EQ(app("clock").state, KeptState::kRunning);
+  EXPECT_EQ(app("clock").exit_status, -1);
+  EXPECT_EQ(applications(link_).size(), 1U);
+}
+
+TEST_F(Keeper, SaysWhyAStartFileCannotBeExecuted) {
+  AppSetup clock = setup();
+  set_text(clock.start_file, "/no/such/file");
+  EXPECT_EQ(start("clock", clock), 0);
+  ASSERT_TRUE(becomes("clock", KeptState::kEnded));
+  EXPECT_EQ(app("clock").run_error, ENOENT);
+  set_text(clock.start_file, "/etc/passwd");
+  EXPECT_EQ(start("clock", clock), 0);
+  EXPECT_TRUE(eventually([this] { return app("clock").run_error == EACCES; }));
+}
+
+TEST_F(Keeper, RunsAScriptWithoutAFirstLineByAShell) {
+  AppSetup clock = setup();
+  write_program(clock.start_file, "exit 5\n");
+  EXPECT_EQ(start("clock", clock), 0);
+  ASSERT_TRUE(becomes("clock", KeptState::kEnded));
+  EXPECT_EQ(WEXITSTATUS(app("clock").exit_status), 5);
+}
+
+// Start files that leave their process to others, which write their number.
+struct Leaving {
+  const char* description;
+  const char* start;
+};
+
+class LeavingApplication : public Kept, public testing::WithParamInterface<Leaving> {};
+
+TEST_P(LeavingApplication, LivesUntilItsLastProcessHasEnded) {
+  EXPECT_EQ(start("clock", setup(GetParam().start)), 0);
+  const pid_t process = process_in("process");
+  // The start file has ended by then, and was taken for no end of the application.
+  ASSERT_TRUE(eventually([this] { return app("clock").exit_status == 0; }));
+  EXPECT_EQ(app("clock").state, KeptState::kRunning);
+  EXPECT_EQ(start("clock", setup()), EALREADY);
+  ::kill(process, SIGKILL);
+  EXPECT_TRUE(becomes("clock", KeptState::kEnded));
+}
+
+TEST_P(LeavingApplication, IsStoppedWithAllItsProcesses) {
+  EXPECT_EQ(start("clock", setup(GetParam().start)), 0);
+  const pid_t process = process_in("process");
+  EXPECT_EQ(stop("clock"), 0);
+  EXPECT_TRUE(ends(process));
+  EXPECT_EQ(app("clock").state, KeptState::kStopped);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , LeavingApplication,
+    testing::Values(
+        Leaving{"InItsSession", "sh -c 'echo $$ >process; exec sleep 600' &"},
+        Leaving{"InASessionOfItsOwn", "setsid sh -c 'echo $$ >process; exec sleep 600' &"},
+        Leaving{"ByTwoForks",
+                "(setsid sh -c 'sh -c \"echo \\$\\$ >process; exec sleep 600\" & exit' &)"},
+        Leaving{"WithoutItsEnvironmentInItsSession",
+                "env -i /bin/sh -c 'echo $$ >process; exec sleep 600' &"},
+        Leaving{"WithoutItsEnvironmentInADaemonsSession",
+                "setsid sh -c 'env -i /bin/sh -c \"echo \\$\\$ >process; exec sleep 600\"' &"}),
+    [](const auto& each) { return std::string(each.param.description); });
+
+TEST_F(Keeper, KeepsApplicationsApartThatLeaveTheirSessions) {
+  const char kLeaves[] = "setsid sh -c 'echo $$ >process; exec sleep 600' &";
+  EXPECT_EQ(start("clock", setup(kLeaves)), 0);
+  const pid_t clock = process_in("process");
+  std::filesystem::remove(directory_ / "process");
+  EXPECT_EQ(start("radio", setup(kLeaves)), 0);
+  const pid_t radio = process_in("process");
+  EXPECT_EQ(stop("clock"), 0);
+  EXPECT_TRUE(ends(clock));
+  EXPECT_TRUE(is_alive(radio));
+  EXPECT_EQ(app("radio").state, KeptState::kRunning);
+}
+
+TEST_F(Keeper, StaysAsItIsAfterAThousandStarts) {
+  AppSetup clock = setup();
+  set_text(clock.start_file, "/bin/true");
+  set_text(clock.stop_file, "/bin/true");
+  set_text(clock.output, "syslog");
+  const auto start_and_end = [&] {
+    ASSERT_EQ(start("clock", clock), 0);
+    ASSERT_TRUE(becomes("clock", KeptState::kEnded));
+  };
+  start_and_end();
+  const pid_t keeper = keeper_process();
+  const int before = descriptor_count(keeper);
+  for (int starts = 0; starts < 1000; ++starts) start_and_end();
+  // The pipe of the output is closed when its last writer is gone.
+  EXPECT_TRUE(eventually([&] { return descriptor_count(keeper) <= before; }))
+      << descriptor_count(keeper);
+}
+
+}  // namespace
+}  // namespace tarvio_test
