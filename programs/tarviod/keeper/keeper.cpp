@@ -92,6 +92,7 @@ void Keeper::serve() {
     const int wait_ms = sooner(apps_.due().remaining_ms(), output_.due().remaining_ms());
     if (poll(files.data(), files.size(), wait_ms) < 0) continue;
     if (files[kSignals].revents != 0) handle_signal();
+    managers_.answer();  // before an application that was stopped is started again
     if (files[kOutput].revents != 0 || output_.due().passed()) output_.handle();
     managers_.handle(managers);
     if (files[kListen].revents != 0) managers_.accept(kKeeperListenFd);

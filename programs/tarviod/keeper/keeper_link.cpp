@@ -137,7 +137,8 @@ bool receive_record(int socket, void* record, size_t size, const Deadline& until
 // Asks a keeper of another protocol to end, and waits for it.
 void end_other_keeper() {
   const Fd socket = connect_to_keeper();
-  const KeeperRequest request = {.ask = Ask::kEnd};
+  KeeperRequest request;
+  request.ask = Ask::kEnd;
   if (!socket.valid() || !send_request(socket.get(), request)) return;
   const Deadline until = Deadline::after(kEndMs);
   char byte = 0;
@@ -173,7 +174,8 @@ bool KeeperLink::join() {
 
 bool KeeperLink::greet() {
   const Deadline until = Deadline::after(kAnswerMs);
-  const KeeperRequest request = {.ask = Ask::kApplications};
+  KeeperRequest request;
+  request.ask = Ask::kApplications;
   KeeperReply reply;
   KeptApp app;
   if (!ask(request, reply, until)) return false;

@@ -105,15 +105,14 @@ bool KeptApps::launch(const App& app, const char* file, int copy_fd, const Strea
                       Launch& into) {
   const RunSettings& settings = app.run.settings;
   Streams pipes;
-  tarvio::Fd read_ends[2];
+  Streams read_ends;
   const bool is_logged = strcmp(settings.output.get(), "syslog") == 0;
   if (is_logged) {
     tarvio::Pipe output;
     tarvio::Pipe errors;
     if (!output.valid() || !errors.valid()) return false;
     pipes = {.output = std::move(output.write_end), .errors = std::move(errors.write_end)};
-    read_ends[0] = std::move(output.read_end);
-    read_ends[1] = std::move(errors.read_end);
+    read_ends = {.output = std::move(output.read_end), .errors = std::move(errors.read_end)};
   }
   Launch child;
   if (!child.prepare({.application = app.name.get(),
@@ -123,12 +122,10 @@ bool KeptApps::launch(const App& app, const char* file, int copy_fd, const Strea
                       .streams = is_logged ? pipes : streams})) {
     return false;
   }
-  for (const bool is_error : {false, true}) {
-    if (is_logged && !output_.add(std::move(read_ends[is_error ? 1 : 0]), app.name.get(),
-                                  child.id().pid, is_error)) {
-      return false;
-    }
-  }
+  const auto log = [&](tarvio::Fd& read_end, bool is_error) {
+    return output_.add(std::move(read_end), app.name.get(), child.id().pid, is_error);
+  };
+  if (is_logged && (!log(read_ends.output, false) || !log(read_ends.errors, true))) return false;
   into = std::move(child);
   if (!record()) {
     into = {};

@@ -20,6 +20,8 @@ using runtime::ProcessFacts;
 using runtime::ProcessId;
 
 bool is_shortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
+constexpr pid_t kKernelSession = 0;
+
 bool is_refusal(int error) { return error == EACCES || error == EPERM; }
 
 // Looks for the application's name in the environment with which a process became the program that
@@ -84,8 +86,7 @@ bool ProcessTable::read() {
 // A number that another process has by now says nothing about its session.
 bool ProcessTable::is_led_by(const Row& row, const ProcessId& leader) const {
   if (row.facts.id == leader) return true;
-  constexpr pid_t kOfTheKernel = 0;  // sessions that nobody leads
-  return leader.pid != kOfTheKernel && row.facts.session == leader.pid &&
+  return leader.pid != kKernelSession && row.facts.session == leader.pid &&
          std::none_of(rows().begin(), rows().end(), [&](const Row& other) {
            return other.facts.id.pid == leader.pid && other.facts.id != leader;
          });
@@ -114,7 +115,10 @@ int ProcessTable::mark(const char* name, Leaders leaders, pid_t parent) {
     row.is_meant = std::any_of(leaders.begin(), leaders.end(), [&](const ProcessId& leader) {
       return facts.session == own_session ? facts.id == leader : is_led_by(row, leader);
     });
-    if (row.is_meant || facts.session == own_session || name[0] == '\0') continue;
+    if (row.is_meant || facts.session == own_session || facts.session == kKernelSession ||
+        name[0] == '\0') {
+      continue;
+    }
     if (parent == 0 || facts.parent == parent) row.is_meant = has_name(row, name);
   }
   // What one of them has started in its session need not show the name any more.

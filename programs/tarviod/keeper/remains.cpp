@@ -19,23 +19,26 @@ using tarvio::Deadline;
 
 constexpr int kTerminateMs = 2000;
 constexpr int kKillMs = 2000;
+constexpr int kMaxDoubtMs = 500;
 constexpr int kPauseMs = 10;  // these are children of others, so nothing reports their end
 
-// How many processes there are; unknown ones count.
-int send_to_all(const RecordList<LedgerEntry>& entries, int signal) {
+// Whether one may be left.
+bool send_to_all(const RecordList<LedgerEntry>& entries, int signal, bool doubts_count) {
   ProcessTable table;
-  if (!table.read()) return 1;
+  if (!table.read()) return true;
   int count = 0;
   for (const LedgerEntry& entry : entries) {
     count += table.send(entry.application, std::span(&entry.leader, 1), signal);
   }
-  return count;
+  return count > 0 || (doubts_count && table.is_in_doubt());
 }
 
 // repeated  the signal for what has not ended after the first one; 0 for none.
 bool end_by(const RecordList<LedgerEntry>& entries, int signal, int repeated, int wait_ms) {
   const Deadline until = Deadline::after(wait_ms);
-  for (int next = signal; send_to_all(entries, next) > 0; next = repeated) {
+  // Some process of others may have no environment to be known by, for ever.
+  const Deadline doubt_end = Deadline::after(kMaxDoubtMs);
+  for (int next = signal; send_to_all(entries, next, !doubt_end.passed()); next = repeated) {
     if (until.passed()) return false;
     (void)poll(nullptr, 0, kPauseMs);
   }

@@ -5,8 +5,10 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -91,6 +93,22 @@ TEST_F(KeeperRecovery, EndsAKeeperWhoseSocketIsGone) {
   EXPECT_FALSE(is_alive(process));
 }
 
+TEST_F(KeeperRecovery, LeavesNothingWheneverTheKeeperIsKilled) {
+  const AppSetup kinds[] = {setup(), setup("setsid sleep 600 &"), setup("exit 0", "exit 0")};
+  std::mt19937 random(12);
+  for (int round = 0; round < 20; ++round) {
+    std::thread killing([delay = std::chrono::microseconds(random() % 20000)] {
+      std::this_thread::sleep_for(delay);
+      kill_keeper();
+    });
+    for (int at = 0; start("app" + std::to_string(at), kinds[at % 3]) == 0; ++at) {
+    }
+    killing.join();
+    ASSERT_EQ(link_.open(), KeeperFound::kStarted);
+    EXPECT_TRUE(eventually([] { return !any_application_runs(); })) << round;
+  }
+}
+
 struct BrokenLedger {
   const char* description;
   const char* sed;  // what breaks it
@@ -105,6 +123,7 @@ TEST_P(KeeperWithBrokenLedger, IsReplacedAndItsApplicationsAreLeft) {
             0);
   EXPECT_EQ(link_.open(), KeeperFound::kStartedWithoutLedger);
   EXPECT_TRUE(is_alive(process));
+  ::kill(process, SIGKILL);
   EXPECT_EQ(start("clock", setup(kStays)), 0);
 }
 
@@ -121,6 +140,7 @@ TEST_F(KeeperRecovery, LeavesAloneWhatAnEarlierBootHasRun) {
   ASSERT_EQ(std::system((std::string("sed -i '1s/ [^-]*/ 01234567/' ") + kLedgerPath).c_str()), 0);
   EXPECT_EQ(link_.open(), KeeperFound::kStarted);
   EXPECT_TRUE(is_alive(process));
+  ::kill(process, SIGKILL);
 }
 
 TEST_F(KeeperRecovery, LeavesAloneAProcessWithTheNumberOfAnEarlierOne) {
@@ -131,6 +151,7 @@ TEST_F(KeeperRecovery, LeavesAloneAProcessWithTheNumberOfAnEarlierOne) {
   ASSERT_EQ(std::system(("sed -i 's/^" + line + "/&1/' " + kLedgerPath).c_str()), 0);
   EXPECT_EQ(link_.open(), KeeperFound::kStarted);
   EXPECT_TRUE(is_alive(process));
+  ::kill(process, SIGKILL);
 }
 
 TEST_F(KeeperRecovery, FindsTheLedgerWholeAtEveryMoment) {

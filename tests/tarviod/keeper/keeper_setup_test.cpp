@@ -23,6 +23,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using tarviod::AppSetup;
+using tarviod::Ask;
+using tarviod::KeeperFound;
 using tarviod::KeptState;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -71,7 +73,10 @@ TEST_F(KeeperSetup, HasOnlyItsStandardStreams) {
 
 TEST_F(KeeperSetup, HasTheManagersEnvironmentAndItsName) {
   ::setenv("TARVIO_APPLICATION", "other", 1);
+  ASSERT_EQ(ask(link_, Ask::kEnd), 0);
+  ASSERT_EQ(link_.open(), KeeperFound::kStarted);
   run(setup(), "env >variables");
+  ::unsetenv("TARVIO_APPLICATION");
   const std::string variables = "\n" + read_file(directory_ / "variables");
   EXPECT_THAT(variables, HasSubstr("\nTARVIO_APPLICATION=clock\n"));
   EXPECT_THAT(variables, HasSubstr("\nPATH=" + std::string(std::getenv("PATH")) + "\n"));
@@ -111,9 +116,10 @@ TEST_F(KeeperSetup, PrintsToTheSystemLogUnderItsNameAndProcess) {
   const int log = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   const sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = "/dev/log"};
   ASSERT_EQ(::bind(log, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  AppSetup clock = setup("echo said; exec sleep 600", "echo stopping >&2; kill -9 0");
+  AppSetup clock = setup("echo $$ >process; echo said; exec sleep 600",
+                         "echo stopping >&2; kill $(cat process)");
   set_text(clock.output, "syslog");
-  clock.stop_timeout_ms = 50;
+  clock.stop_timeout_ms = 1'000'000'000;
   EXPECT_EQ(start("clock", clock), 0);
   const auto next = [&] {
     char text[2000] = "";

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -62,6 +63,18 @@ pid_t keeper_process() {
   return process;
 }
 
+static bool is_of_an_application(const fs::path& process) {
+  std::ifstream file(process / "environ");
+  for (std::string variable; std::getline(file, variable, '\0');)
+    if (variable.starts_with("TARVIO_APPLICATION=")) return true;
+  return false;
+}
+
+bool any_application_runs() {
+  const fs::directory_iterator processes("/proc");
+  return std::any_of(begin(processes), end(processes), is_of_an_application);
+}
+
 std::string status_line(pid_t process, const std::string& key) {
   std::ifstream file("/proc/" + std::to_string(process) + "/status");
   for (std::string line; std::getline(file, line);)
@@ -72,7 +85,7 @@ std::string status_line(pid_t process, const std::string& key) {
 void Kept::SetUp() { ASSERT_EQ(link_.open(), KeeperFound::kStarted) << std::strerror(errno); }
 
 void Kept::TearDown() {
-  if (link_.open() == KeeperFound::kRunning) (void)ask(link_, Ask::kEnd);
+  if (link_.open() != KeeperFound::kNone) (void)ask(link_, Ask::kEnd);
 }
 
 std::string Kept::script(const std::string& name, const std::string& body) const {

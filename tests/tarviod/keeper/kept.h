@@ -27,6 +27,9 @@ int descriptor_count(pid_t process);
 // The keeper that runs, from its ledger.
 pid_t keeper_process();
 
+// Whether any process has the name of an application in its environment.
+bool any_application_runs();
+
 // The line of a process's status in /proc, such as "Uid:\t0\t0\t0\t0".
 std::string status_line(pid_t process, const std::string& key);
 
