@@ -11,22 +11,22 @@
 #include <optional>
 #include <utility>
 
-#include "app_runner.h"
-#include "applications.h"
+#include "apps/app_runner.h"
+#include "apps/applications.h"
+#include "apps/boot_order.h"
+#include "apps/state_publisher.h"
 #include "base/deadline.h"
 #include "base/owners.h"
-#include "boot_order.h"
-#include "notify.h"
 #include "runtime/run_paths.h"
 #include "runtime/state_file.h"
-#include "server.h"
+#include "server/server.h"
 #include "settings/app_settings.h"
 #include "settings/config.h"
 #include "settings/warn.h"
-#include "signals.h"
-#include "state_publisher.h"
+#include "supervision/notify.h"
+#include "supervision/signals.h"
+#include "supervision/watchdog.h"
 #include "tarvio/tarvio.h"
-#include "watchdog.h"
 
 namespace tarviod {
 

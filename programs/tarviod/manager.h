@@ -2,7 +2,7 @@
 #ifndef TARVIOD_MANAGER_H
 #define TARVIOD_MANAGER_H
 
-#include "app_runner.h"
+#include "apps/app_runner.h"
 #include "settings/command_line.h"
 #include "settings/config.h"
 #include "watch/log_watch.h"

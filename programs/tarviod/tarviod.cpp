@@ -8,17 +8,17 @@
 
 #include <utility>
 
-#include "app_runner.h"
-#include "background.h"
+#include "apps/app_runner.h"
 #include "base/owners.h"
-#include "instance.h"
 #include "keeper/keeper.h"
 #include "manager.h"
-#include "notify.h"
-#include "pid_file.h"
 #include "settings/command_line.h"
 #include "settings/config.h"
-#include "signals.h"
+#include "supervision/background.h"
+#include "supervision/instance.h"
+#include "supervision/notify.h"
+#include "supervision/pid_file.h"
+#include "supervision/signals.h"
 #include "tarvio/com.h"
 #include "tarvio/log.h"
 #include "watch/log_reader.h"

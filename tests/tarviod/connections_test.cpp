@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "connections.h"
+#include "server/connections.h"
 #include "support/com/sockets.h"
 #include "support/files.h"
 

@@ -7,11 +7,11 @@
 #include <cstdlib>
 #include <string>
 
-#include "notify.h"
+#include "supervision/notify.h"
+#include "supervision/watchdog.h"
 #include "support/com/manager.h"
 #include "support/programs/supervisor.h"
 #include "tarvio/app.h"
-#include "watchdog.h"
 
 namespace {
 

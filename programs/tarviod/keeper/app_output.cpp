@@ -79,7 +79,7 @@ struct Output::Stream {
 
   // Moves the begun line to the front of a room, and says how long it is.
   size_t take_begun(char* room) {
-    memcpy(room, begun.get(), begun_bytes);
+    std::copy_n(begun.get(), begun_bytes, room);
     begun.reset();
     return std::exchange(begun_bytes, 0);
   }

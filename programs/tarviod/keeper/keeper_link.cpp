@@ -6,6 +6,7 @@
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -42,11 +43,18 @@ sockaddr_un address_of(const char (&path)[Size]) {
   return address;
 }
 
-Fd new_socket(int flags) { return Fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0)); }
+Fd new_socket(int flags = 0) {
+  return Fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
+}
 
 // Not valid, with errno, when nobody listens.
 Fd connect_to_keeper() {
-  Fd client = new_socket(SOCK_NONBLOCK);
+  Fd client = new_socket();
+  // Of connecting as well, while the queue of the keeper is full.
+  const timeval limit = {.tv_sec = kAnswerMs / 1000, .tv_usec = 0};
+  if (client.valid()) {
+    (void)setsockopt(client.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  }
   const sockaddr_un address = address_of(kKeeperSocket);
   const auto* const peer = reinterpret_cast<const sockaddr*>(&address);
   if (client.valid() && connect(client.get(), peer, sizeof address) != 0) client.reset();
@@ -186,29 +194,29 @@ bool KeeperLink::greet() {
 }
 
 bool KeeperLink::ask(const KeeperRequest& request, KeeperReply& reply, const Deadline& until) {
-  if (!send_request(socket_.get(), request)) return close();
-  if (!receive_record(socket_.get(), &reply, sizeof reply, until)) return close();
+  if (!send_request(socket_.get(), request)) return fail();
+  if (!receive_record(socket_.get(), &reply, sizeof reply, until)) return fail();
   if (reply.protocol == kKeeperProtocol && reply.code != EPROTO) return true;
   errno = EPROTO;
-  return close();
+  return fail();
 }
 
 bool KeeperLink::next(KeptApp& app, const Deadline& until) {
-  return receive_record(socket_.get(), &app, sizeof app, until) || close();
+  return receive_record(socket_.get(), &app, sizeof app, until) || fail();
 }
 
 bool KeeperLink::take_changes() {
   char byte = 0;
   ssize_t count = 0;
-  do count = tarvio::retried([&] { return recv(socket_.get(), &byte, 1, 0); });
+  do count = tarvio::retried([&] { return recv(socket_.get(), &byte, 1, MSG_DONTWAIT); });
   while (count > 0);
   if (count < 0 && errno == EAGAIN) return true;
   if (count == 0) errno = ECONNRESET;
-  return close();
+  return fail();
 }
 
-bool KeeperLink::close() {
-  socket_.reset();
+bool KeeperLink::fail() {
+  close();
   return false;
 }
 

@@ -26,8 +26,7 @@ class KeeperLink {
   KeeperFound open();
 
   [[nodiscard]] bool valid() const { return socket_.valid(); }
-  // Returns false.
-  bool close();
+  void close() { socket_.reset(); }
 
   // Asks and waits for the reply. What is started with the output "inherit" gets this process's
   // standard output and standard error. The link is closed, and false returned with errno, when the
@@ -45,6 +44,7 @@ class KeeperLink {
  private:
   bool join();
   bool greet();
+  bool fail();
 
   tarvio::Fd socket_;
 };

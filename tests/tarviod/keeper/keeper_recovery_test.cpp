@@ -193,7 +193,7 @@ class KeeperThatRecordsLate : public KeeperRecovery {
  protected:
   void SetUp() override {
     write_file(go_, "");
-    with_module(TARVIOD_HELD_RECORD, go_)();
+    with_module(TARVIOD_HELD_RENAME, go_)();
     KeeperRecovery::SetUp();
     ::unsetenv("LD_PRELOAD");
     fs::remove(go_);

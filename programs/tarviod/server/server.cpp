@@ -10,15 +10,15 @@
 #include <span>
 #include <string_view>
 
+#include "apps/state_publisher.h"
 #include "base/chain.h"
 #include "base/pipe.h"
 #include "connections.h"
 #include "listening_socket.h"
 #include "settings/warn.h"
-#include "state_publisher.h"
+#include "supervision/watchdog.h"
 #include "tarvio/app.h"
 #include "tarvio/com.h"
-#include "watchdog.h"
 
 namespace tarviod {
 

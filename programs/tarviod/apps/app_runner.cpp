@@ -383,9 +383,9 @@ int AppRunner::reason_not_run(const char* application) const {
 void AppRunner::end_keeper() {
   KeeperRequest request = {};
   request.ask = Ask::kEnd;
-  (void)changes_.close();
+  changes_.close();
   (void)ask(request, kReplyMs);
-  (void)requests_.close();
+  requests_.close();
 }
 
 }  // namespace tarviod

@@ -3,7 +3,7 @@
 #ifndef TARVIOD_SERVER_H
 #define TARVIOD_SERVER_H
 
-#include "app_runner.h"
+#include "apps/app_runner.h"
 #include "settings/command_line.h"
 
 namespace tarviod {
