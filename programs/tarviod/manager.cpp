@@ -34,15 +34,12 @@ namespace {
 
 using tarvio::Deadline;
 
-constexpr int kStopSeconds = 30;
-constexpr int kStopSecondsEach = 2;
-constexpr int kMsPerSecond = 1000;
 constexpr int kNoFd = -1;
 constexpr size_t kPlaceSize = 512;
 constexpr char kStopping[] = "stopping the applications";
 
 const char* name_of(Job job) {
-  return job == stop_for_good ? "stopping the applications"
+  return job == stop_for_good ? kStopping
          : job == refresh     ? "reading the installed applications"
                               : "starting the applications";
 }
@@ -81,19 +78,13 @@ Event wait_for_event(int signal_fd, int report_fd, const Deadline& until) {
   return Event::kTimeout;
 }
 
+// Ends, since the keeper kills what does not stop in time.
 void stop_applications(int signal_fd) {
-  const int seconds = kStopSeconds + kStopSecondsEach * tq_list_size(tq_known_applications());
-  const Deadline deadline = Deadline::after(seconds * kMsPerSecond);
   run_on_server(stop_for_good);
   while (true) {
-    const Event event = wait_for_event(signal_fd, kNoFd, deadline);
+    const Event event = wait_for_event(signal_fd, kNoFd, Deadline::never());
     if (event == Event::kResult && report_result()) return;
     if (event == Event::kEnd) return warn(kStopping, "cut short by a second signal");
-    if (event == Event::kTimeout) {
-      char why[64];
-      (void)snprintf(why, sizeof why, "timed out after %d seconds", seconds);
-      return warn(kStopping, why);
-    }
   }
 }
 

@@ -87,17 +87,14 @@ TEST_F(Config, IsRefusedWhenTheNamedFileIsMissing) {
   const Ended run = run_tarviod({"--config", "/etc/tarvio/other.conf"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.errors,
-            "tarviod: /etc/tarvio/other.conf: No such file or directory: make it readable, or name "
-            "another file with --config\n");
+            "tarviod: /etc/tarvio/other.conf: No such file or directory: make it readable\n");
 }
 
 TEST_F(Config, IsRefusedWhenItCannotBeRead) {
   // A process has no memory at address 0.
   const Ended run = run_tarviod({"--config", "/proc/self/mem"});
   EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.errors,
-            "tarviod: /proc/self/mem: Input/output error: make it readable, or name another file "
-            "with --config\n");
+  EXPECT_EQ(run.errors, "tarviod: /proc/self/mem: Input/output error: make it readable\n");
 }
 
 TEST_F(Config, IsRefusedWhenItIsADirectory) {

@@ -133,36 +133,14 @@ TEST(TarviodEnd, TakesTheSameSignalWithinASecondForOne) {
   EXPECT_TRUE(ends(process));
 }
 
-// As `kill $(pidof tarviod)` sends it, since the child is still a tarviod.
-TEST(TarviodEnd, IsNotRequestedByASignalToAChild) {
-#ifdef TARVIO_THREAD_SANITIZER
-  GTEST_SKIP() << "ThreadSanitizer holds the signals of a forked child back";
-#endif
-  install_application("clock");
-  install_application("radio");
-  const TempDir directory;
-  const std::string go = directory / "go";
-  Tarviod manager({}, with_module(TARVIOD_HELD_EXEC, go));
-  ASSERT_TRUE(manager.answers());
-  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nclock\n"), "0\n\n");
-  const std::vector<pid_t> children = children_of(manager.pid());
-  ASSERT_EQ(children.size(), 1U);
-  ::kill(children[0], SIGTERM);
-  EXPECT_TRUE(ends(children[0]));
-  write_file(go, "");
-  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nradio\n"), "0\n\n");
-  const pid_t radio = process_of("radio");
-  manager.send(SIGTERM);
-  EXPECT_EQ(manager.end(), 0);
-  EXPECT_EQ(manager.errors(), "");
-  EXPECT_TRUE(ends(radio));
-}
-
 // Ten applications, each of which takes a second to stop.
 class TarviodWithManyApplications : public testing::Test {
  protected:
   TarviodWithManyApplications() {
-    for (char name = 'a'; name <= 'j'; ++name) install_application(std::string(3, name));
+    for (char name = 'a'; name <= 'j'; ++name) {
+      install_application(std::string(3, name));
+      slow_the_stop_of(std::string(3, name));
+    }
   }
   static void all_run() {
     for (char name = 'a'; name <= 'j'; ++name) process_of(std::string(3, name));
@@ -205,21 +183,23 @@ TEST_F(TarviodWithManyApplications, AreNotWaitedForAfterTheSameSignalASecondLate
   expect_no_socket();
 }
 
-TEST_F(TarviodWithManyApplications, AreWaitedForThirtySecondsAndTwoForEach) {
-  const LateClock clock;
-  Tarviod manager({"--start-all"}, clock.module());
+// Neither its stop file nor SIGTERM ends it.
+TEST(TarviodEnd, KillsAnApplicationThatDoesNotStop) {
+  install_application("clock");
+  write_program(information_file("clock", ".tqstopapp"), "#!/bin/sh\nexec sleep 600\n");
+  const fs::path process = fs::temp_directory_path() / "clock.process";
+  write_program(information_file("clock", ".tqstartapp"),
+                "#!/bin/sh\ntrap '' TERM\necho $$ >" + process.string() + ".new\nmv " +
+                    process.string() + ".new " + process.string() +
+                    "\nwhile :; do sleep 600; done\n");
+  write_file("/etc/tarvio/apps.d/clock.conf", "stop_timeout: 1\n");
+  Tarviod manager({"--start-all"});
   ASSERT_TRUE(manager.answers());
-  all_run();
+  const pid_t clock = process_of("clock");
   manager.send(SIGTERM);
-  ASSERT_TRUE(is_stopping());
-  clock.put_on("49");
-  EXPECT_TRUE(eventually([] { return was_stopped("hhh"); }));
-  EXPECT_FALSE(manager.has_ended());
-  clock.put_on("51");
   EXPECT_EQ(manager.end(), 0);
-  EXPECT_EQ(manager.errors(), "tarviod: stopping the applications: timed out after 50 seconds\n");
-  EXPECT_FALSE(was_stopped("aaa"));
-  expect_no_socket();
+  EXPECT_EQ(manager.errors(), "");
+  EXPECT_FALSE(is_alive(clock));
 }
 
 // Clients that request a start while the manager stops the applications.
@@ -243,6 +223,7 @@ class TarviodEndWithLateClients : public testing::Test {
   // Runs before the manager starts, which lists the applications once.
   static std::vector<std::string> install(const std::vector<std::string>& late) {
     install_application("clock");
+    slow_the_stop_of("clock");
     for (const std::string& name : late) install_application(name);
     return late;
   }
@@ -307,6 +288,7 @@ TEST(TarviodEnd, NeedsNoSocketToStopTheApplications) {
 
 TEST(TarviodEnd, KeepsOtherManagersFromStartingUntilTheApplicationsAreStopped) {
   install_application("clock");
+  slow_the_stop_of("clock");
   Tarviod manager({"--start-all"});
   ASSERT_TRUE(manager.answers());
   process_of("clock");

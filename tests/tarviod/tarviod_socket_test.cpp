@@ -52,7 +52,10 @@ TEST(TarviodSocket, HasAGroupWithoutAName) {
 TEST(TarviodSocket, IsClosedToOthersBeforeItIsInPlace) {
   const TempDir directory;
   const std::string go = directory / "go";
-  Tarviod manager({"--socket-mode", "600"}, with_module(TARVIOD_HELD_RENAME, go));
+  Tarviod manager({"--socket-mode", "600"}, [&] {
+    with_module(TARVIOD_HELD_RENAME, go)();
+    ::setenv("TARVIO_TEST_RENAMED", TQ_COM_SOCKET_PATH, 1);
+  });
   const std::string socket = kNewDirectory + "/ipcom";
   ASSERT_TRUE(eventually([&] { return fs::exists(socket) && mode_of(socket) == 0600; }));
   EXPECT_EQ(mode_of(kNewDirectory), 0700U);

@@ -15,6 +15,7 @@
 #include "runtime/run_paths.h"
 #include "settings/app_settings.h"
 #include "settings/warn.h"
+#include "supervision/watchdog.h"
 #include "tarvio/status_manager.h"
 
 namespace tarviod {
@@ -135,6 +136,7 @@ int AppRunner::start_operation(tq_app_info* app) {
   // A start of all tries an application until it succeeds, and would never end. `follow` says
   // afterwards that this one has failed.
   if (runs->failure != 0) return 0;
+  begin_step();
   runs->restarts.reset();
   runs->is_start = true;
   runs->failure = runner->start(*app, *runs);
@@ -145,6 +147,7 @@ int AppRunner::stop_operation(tq_app_info* app) {
   AppRuns* const runs = runner->runs_.find_or_add(app->package->name);
   if (runs == nullptr) return ENOMEM;
   if (runs->failure != 0) return 0;  // as above
+  begin_step(kStepSeconds + kStopRounds * runs->stop_timeout_ms / kMsPerSecond);
   runs->is_start = false;
   runs->failure = runner->stop(*app, *runs);
   return runs->failure;

@@ -19,16 +19,9 @@ using tarvio::Deadline;
 constexpr int kRepetitionMs = 1000;
 
 int signal_pipe = -1;
-pid_t manager = -1;
 
-// A child has this handler, and the pipe, from the fork until it becomes another program.
 void pass_on(int number) {
   const tarvio::ErrnoKeeper keeper;
-  if (getpid() != manager) {
-    (void)signal(number, SIG_DFL);
-    (void)raise(number);
-    return;
-  }
   const auto byte = static_cast<unsigned char>(number);
   // A full pipe holds enough signals already.
   while (write(signal_pipe, &byte, 1) < 0 && errno != EAGAIN) continue;
@@ -54,7 +47,6 @@ tarvio::Fd catch_signals() {
   tarvio::Pipe pipe(O_NONBLOCK);
   if (!pipe.valid()) return tarvio::Fd();
   signal_pipe = pipe.write_end.release();
-  manager = getpid();
   const bool caught = handle(SIGTERM, pass_on) && handle(SIGINT, pass_on) &&
                       handle(SIGPIPE, do_nothing) &&
                       (is_ignored(SIGHUP) || handle(SIGHUP, pass_on));

@@ -7,8 +7,7 @@
 namespace tarviod {
 
 // Catches SIGTERM, SIGINT and, unless it is ignored, SIGHUP, and ignores SIGPIPE, all by handlers:
-// a blocked or ignored signal would pass on to the applications that are started. They act in the
-// calling process alone: a child that it forks ends by the signal.
+// a blocked or ignored signal would pass on to the processes that are started.
 //
 // Returns a descriptor that becomes readable with each signal; not valid, with errno, when
 // that failed.

@@ -53,6 +53,11 @@ void install_application(const std::string& name) {
   write_program(information_file(name, ".tqstopapp"), head + kStop);
 }
 
+void slow_the_stop_of(const std::string& application) {
+  const fs::path file = information_file(application, ".tqstopapp");
+  write_program(file, read_file(file) + "sleep 1\n");
+}
+
 pid_t process_of(const std::string& application) {
   const fs::path trace = trace_of(application, "process");
   if (eventually([&] { return fs::exists(trace); })) return std::stoi(read_file(trace));
@@ -75,6 +80,13 @@ std::vector<pid_t> children_of(pid_t manager) {
     for (pid_t child; list >> child;) children.push_back(child);
   }
   return children;
+}
+
+pid_t keeper_of(pid_t manager) {
+  for (const pid_t child : children_of(manager)) {
+    if (read_file("/proc/" + std::to_string(child) + "/comm") == "tarviod-keeper\n") return child;
+  }
+  return -1;
 }
 
 uint64_t signals_of(pid_t process, const std::string& set) {

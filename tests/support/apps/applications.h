@@ -21,14 +21,20 @@ void install_package(const std::string& name, const std::string& category);
 // whose stop file ends that program and leaves a mark.
 void install_application(const std::string& name);
 
+// The stop file takes a second more, after its mark.
+void slow_the_stop_of(const std::string& application);
+
 // Waits for the application's process. -1, and the test fails, when it does not come.
 pid_t process_of(const std::string& application);
 // After a stop, so that process_of waits for the next one.
 void forget_process_of(const std::string& application);
 // A start file that is a program instead of a script, and runs until a signal.
 void replace_start_file_by_program(const std::string& application);
-// The processes that the manager has started and that run.
-std::vector<pid_t> children_of(pid_t manager);
+// The processes that one has started and that run.
+std::vector<pid_t> children_of(pid_t process);
+
+// The keeper that a manager has started; -1 when there is none.
+pid_t keeper_of(pid_t manager);
 
 // A set of signals of a process, from /proc: SigBlk, SigIgn or SigCgt.
 uint64_t signals_of(pid_t process, const std::string& set);
