@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 #include "commands/commands.h"
 #include "commands/package_change.h"
 #include "manager/manager_client.h"

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 #include "commands/arguments.h"
 #include "commands/commands.h"
 #include "manager/manager_client.h"

@@ -1,6 +1,6 @@
 // What the commands that start and stop applications share.
-#ifndef TARVIO_CLIENT_COMMANDS_APP_REQUEST_H
-#define TARVIO_CLIENT_COMMANDS_APP_REQUEST_H
+#ifndef TARVIO_CLIENT_COMMANDS_APPLICATIONS_APP_REQUEST_H
+#define TARVIO_CLIENT_COMMANDS_APPLICATIONS_APP_REQUEST_H
 
 #include <array>
 #include <cstdint>

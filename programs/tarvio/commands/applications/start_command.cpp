@@ -2,7 +2,7 @@
 #include <string>
 #include <vector>
 
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 #include "commands/commands.h"
 #include "manager/manager_client.h"
 #include "tarvio/status.h"

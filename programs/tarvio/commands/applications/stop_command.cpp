@@ -1,7 +1,7 @@
 // tarvio stop
 #include <string>
 
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 #include "commands/commands.h"
 
 namespace client {

@@ -1,5 +1,5 @@
 // tarvio start-all
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 #include "commands/commands.h"
 
 namespace client {

@@ -1,4 +1,4 @@
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 
 #include <algorithm>
 #include <cerrno>

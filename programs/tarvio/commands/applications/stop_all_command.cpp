@@ -1,5 +1,5 @@
 // tarvio stop-all
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 #include "commands/commands.h"
 
 namespace client {
