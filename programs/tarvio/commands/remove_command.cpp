@@ -99,6 +99,7 @@ const Command kRemoveCommand = {
     .operands = kPackageNames,
     .options = kOptions,
     .timeout = kToolsTimeout,
+    .need = Need::kAnswer,
     .summary = "remove installed packages",
     .description =
         "Removes installed packages with opkg, after stopping those that are started applications. "

@@ -9,6 +9,7 @@ constexpr Command kStopAllCommand = {
     .operands = kNoOperands,
     .options = {},
     .timeout = kAllTimeout,
+    .need = Need::kAnswer,
     .summary = "stop all applications",
     .description =
         "Stops all applications, one after the other, which takes a second or more for each. The "
