@@ -9,9 +9,10 @@ namespace {
 
 constexpr std::array kCommands = {
     &kStatusCommand,  &kStartCommand,     &kStopCommand,   &kRestartCommand, &kStartAllCommand,
-    &kStopAllCommand, &kIsRunningCommand, &kWaitCommand,   &kMetricsCommand, &kListCommand,
-    &kInstallCommand, &kRemoveCommand,    &kFilesCommand,  &kCheckCommand,   &kInspectCommand,
-    &kPackCommand,    &kAreasCommand,     &kBackupCommand, &kRestoreCommand, &kHelpCommand,
+    &kStopAllCommand, &kIsRunningCommand, &kWaitCommand,   &kMetricsCommand, &kRefreshCommand,
+    &kListCommand,    &kInstallCommand,   &kRemoveCommand, &kFilesCommand,   &kCheckCommand,
+    &kInspectCommand, &kPackCommand,      &kAreasCommand,  &kBackupCommand,  &kRestoreCommand,
+    &kHelpCommand,
 };
 // The build counts the files.
 static_assert(kCommands.size() == TARVIO_COMMAND_FILES,

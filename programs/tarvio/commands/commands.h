@@ -19,6 +19,7 @@ extern const Command kStopAllCommand;
 extern const Command kIsRunningCommand;
 extern const Command kWaitCommand;
 extern const Command kMetricsCommand;
+extern const Command kRefreshCommand;
 extern const Command kListCommand;
 extern const Command kInstallCommand;
 extern const Command kRemoveCommand;

@@ -64,6 +64,7 @@ const std::vector<std::pair<const Command*, Line>> kShortestLines = {
     {&kIsRunningCommand, {"is-running", "clock"}},
     {&kWaitCommand, {"wait", "clock", "--state", "running"}},
     {&kMetricsCommand, {"metrics"}},
+    {&kRefreshCommand, {"refresh"}},
     {&kListCommand, {"list"}},
     {&kInstallCommand, {"install", "x.tbx"}},
     {&kRemoveCommand, {"remove", "clock"}},

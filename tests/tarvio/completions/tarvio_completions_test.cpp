@@ -119,7 +119,7 @@ TEST_P(ClientCompletion, OffersTheOptionsOfTheCommand) {
   EXPECT_EQ(offered({"list", "-"}),
             (Words{"--json", "--quiet", "--help", "--category", "--subcategory", "--name"}));
   EXPECT_EQ(offered({"install", "-"}),
-            (Words{"--json", "--quiet", "--help", "--timeout", "--force"}));
+            (Words{"--json", "--quiet", "--help", "--timeout", "--wait-manager", "--force"}));
   EXPECT_EQ(offered({"remove", "-"}), (Words{"--json", "--quiet", "--help", "--timeout",
                                              "--wait-manager", "--force", "--keep-running"}));
   EXPECT_EQ(offered({"files", "-"}), (Words{"--json", "--quiet", "--help", "--timeout"}));

@@ -219,7 +219,8 @@ TEST_F(ClientWaitManager, WaitsForTheState) {
 }
 
 TEST_F(ClientWaitManager, GivesUp) {
-  for (const Line& line : {Line{"status"}, Line{"metrics"}, Line{"start", "clock"}}) {
+  for (const Line& line :
+       {Line{"status"}, Line{"metrics"}, Line{"start", "clock"}, Line{"refresh"}}) {
     Line waiting = line;
     waiting.emplace_back("--wait-manager=0.05");
     const Ran run = run_tarvio(waiting);
