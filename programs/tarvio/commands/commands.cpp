@@ -8,11 +8,11 @@ namespace client {
 namespace {
 
 constexpr std::array kCommands = {
-    &kStatusCommand,  &kStartCommand,     &kStopCommand,   &kRestartCommand, &kStartAllCommand,
-    &kStopAllCommand, &kIsRunningCommand, &kWaitCommand,   &kMetricsCommand, &kRefreshCommand,
-    &kListCommand,    &kInstallCommand,   &kRemoveCommand, &kFilesCommand,   &kCheckCommand,
-    &kInspectCommand, &kPackCommand,      &kAreasCommand,  &kBackupCommand,  &kRestoreCommand,
-    &kHelpCommand,
+    &kStatusCommand,  &kStartCommand,     &kStopCommand,    &kRestartCommand, &kStartAllCommand,
+    &kStopAllCommand, &kIsRunningCommand, &kWaitCommand,    &kLogsCommand,    &kMetricsCommand,
+    &kRefreshCommand, &kListCommand,      &kInstallCommand, &kRemoveCommand,  &kFilesCommand,
+    &kCheckCommand,   &kInspectCommand,   &kPackCommand,    &kAreasCommand,   &kBackupCommand,
+    &kRestoreCommand, &kHelpCommand,
 };
 // The build counts the files.
 static_assert(kCommands.size() == TARVIO_COMMAND_FILES,

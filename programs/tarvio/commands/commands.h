@@ -18,6 +18,7 @@ extern const Command kStartAllCommand;
 extern const Command kStopAllCommand;
 extern const Command kIsRunningCommand;
 extern const Command kWaitCommand;
+extern const Command kLogsCommand;
 extern const Command kMetricsCommand;
 extern const Command kRefreshCommand;
 extern const Command kListCommand;

@@ -63,6 +63,7 @@ const std::vector<std::pair<const Command*, Line>> kShortestLines = {
     {&kStopAllCommand, {"stop-all"}},
     {&kIsRunningCommand, {"is-running", "clock"}},
     {&kWaitCommand, {"wait", "clock", "--state", "running"}},
+    {&kLogsCommand, {"logs"}},
     {&kMetricsCommand, {"metrics"}},
     {&kRefreshCommand, {"refresh"}},
     {&kListCommand, {"list"}},

@@ -101,9 +101,9 @@ TEST_P(ClientCompletion, OffersTheCommands) {
   EXPECT_EQ(offered({"stop"}), (Words{"stop", "stop-all"}));
   EXPECT_EQ(offered({"help", ""}), all);
   EXPECT_EQ(offered({"help", "st"}), (Words{"start", "start-all", "status", "stop", "stop-all"}));
-  EXPECT_EQ(offered({"--json", "l"}), Words{"list"});
-  EXPECT_EQ(offered({"--timeout", "5", "l"}), Words{"list"});
-  EXPECT_EQ(offered({"--timeout=5", "l"}), Words{"list"});
+  EXPECT_EQ(offered({"--json", "l"}), (Words{"list", "logs"}));
+  EXPECT_EQ(offered({"--timeout", "5", "l"}), (Words{"list", "logs"}));
+  EXPECT_EQ(offered({"--timeout=5", "l"}), (Words{"list", "logs"}));
   EXPECT_EQ(offered({"start-all", "--wait-manager=5", "--js"}), Words{"--json"});
 }
 
@@ -149,7 +149,7 @@ TEST_P(ClientCompletion, OffersTheApplications) {
   add_package("clockwork");
   add_package("webserver");
   add_package("rootfs", "Image");
-  for (const char* command : {"start", "stop", "status", "restart", "wait", "is-running"}) {
+  for (const char* command : {"start", "stop", "status", "restart", "wait", "is-running", "logs"}) {
     EXPECT_EQ(offered({command, ""}), (Words{"clock", "clockwork", "webserver"}));
     EXPECT_EQ(offered({command, "--json", "cl"}), (Words{"clock", "clockwork"}));
     EXPECT_EQ(offered({command, "clock", ""}), Words{});
