@@ -9,6 +9,8 @@
 #include "commands/arguments.h"
 #include "commands/commands.h"
 #include "commands/help.h"
+#include "manager/manager_client.h"
+#include "manager/manager_state.h"
 #include "process/child.h"
 #include "process/failure.h"
 #include "process/last_words.h"
@@ -38,11 +40,22 @@ int finish(const Result& result, bool is_json) {
   return is_written ? result.status : kFailed;
 }
 
+void wait_for_manager(const Arguments& arguments) {
+  const double seconds = arguments.seconds_of(kWaitManager, 0);
+  if (arguments.command->need == Need::kState) {
+    await_state(seconds);
+  } else {
+    await_manager(seconds);
+  }
+}
+
 int run(Arguments& arguments) {
   if (arguments.has(kHelp)) return finish({.text = help_of(arguments.command)}, false);
   if (!arguments.wrong.empty()) throw UsageError(arguments.wrong);
   if (arguments.has(kVersion)) return finish({.text = "tarvio " TARVIO_VERSION "\n"}, false);
   check_arguments(arguments);
+  if (arguments.has(kQuiet) && !arguments.has(kJson)) silence_output();
+  if (arguments.has(kWaitManager)) wait_for_manager(arguments);
   return finish(arguments.command->run(arguments), arguments.has(kJson));
 }
 

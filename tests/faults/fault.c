@@ -277,6 +277,9 @@ CALL(int, bind, (int fd, __CONST_SOCKADDR_ARG address, socklen_t size), (fd, add
 CALL(int, connect, (int fd, __CONST_SOCKADDR_ARG address, socklen_t size), (fd, address, size), -1,
      EAGAIN)
 CALL(int, dup2, (int from, int to), (from, to), -1, EMFILE)
+CALL(int, inotify_add_watch, (int fd, const char* path, uint32_t events), (fd, path, events), -1,
+     ENOSPC)
+CALL(int, inotify_init1, (int flags), (flags), -1, EMFILE)
 CALL(int, listen, (int fd, int backlog), (fd, backlog), -1, EADDRINUSE)
 CALL(int, pipe, (int ends[2]), (ends), -1, EMFILE)
 CALL(int, pipe2, (int ends[2], int flags), (ends, flags), -1, EMFILE)

@@ -98,10 +98,13 @@ class Reader {
     }
   }
 
-  // A flag, or an option whose value is the next word, whatever that looks like.
+  // A flag, an option that is given without its value, or one whose value is the next word,
+  // whatever that looks like.
   void add_option(const Option& option, const std::string& spelling) {
     if (option.value == nullptr) {
       arguments_.options.push_back({option, spelling, ""});
+    } else if (option.fallback != nullptr) {
+      arguments_.options.push_back({option, spelling, option.fallback});
     } else if (at_ < argc_) {
       arguments_.options.push_back({option, spelling, argv_[at_++]});
     } else {
@@ -132,13 +135,13 @@ class Reader {
   Arguments arguments_;
 };
 
-double seconds_in(const std::string& text) {
+double seconds_in(const char* name, const std::string& text) {
   char* end = nullptr;
   const double seconds = strtod(text.c_str(), &end);
   const bool is_number =
       !text.empty() && text.find_first_not_of("0123456789.") == std::string::npos && *end == '\0';
   if (!is_number || seconds > kMaxTimeout) {
-    throw UsageError("timeout '" + text + "' is not a number of seconds");
+    throw UsageError(std::string(name) + " '" + text + "' is not a number of seconds");
   }
   return seconds;
 }
@@ -150,6 +153,11 @@ const std::string* Arguments::value_of(const Option& option) const {
     return std::string_view(each.option.name) == option.name;
   });
   return given == options.rend() ? nullptr : &given->value;
+}
+
+double Arguments::seconds_of(const Option& option, double otherwise) const {
+  const std::string* const given = value_of(option);
+  return given == nullptr ? otherwise : seconds_in(option.name, *given);
 }
 
 Arguments read_arguments(int argc, const char* const* argv) { return Reader(argc, argv).read(); }
@@ -164,10 +172,7 @@ void check_arguments(Arguments& arguments) {
   if (arguments.operands.size() < wanted.min) {
     throw UsageError(std::string(wanted.missing) + " is missing");
   }
-  arguments.timeout_seconds = command.timeout.seconds;
-  if (const std::string* given = arguments.value_of(command.timeout.option)) {
-    arguments.timeout_seconds = seconds_in(*given);
-  }
+  arguments.timeout_seconds = arguments.seconds_of(command.timeout.option, command.timeout.seconds);
   for (const Option& option : command.options) {
     if (!option.is_required || arguments.has(option)) continue;
     throw UsageError("option '" + short_form(option) + "' is missing");

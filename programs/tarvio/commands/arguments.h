@@ -25,6 +25,9 @@ struct Arguments {
   [[nodiscard]] bool has(const Option& option) const { return value_of(option) != nullptr; }
   // Of several the last one counts; null when it is not given.
   [[nodiscard]] const std::string* value_of(const Option& option) const;
+  // The value of an option that is a number of seconds, or what counts without it. Throws
+  // UsageError.
+  [[nodiscard]] double seconds_of(const Option& option, double otherwise) const;
 };
 
 // Options may stand anywhere before "--". Reading goes on after what is wrong, for the sake of a

@@ -25,8 +25,7 @@ constexpr Option kTo = {.name = "to",
                         .help = "the image package",
                         .is_required = true};
 constexpr Option kOverwrite = {.name = "overwrite", .help = "replace FILE if it exists"};
-constexpr std::array kOptions = {kTo,     kWorkDirectory,          kOverwrite,
-                                 kVerify, without_help(kNoVerify), kQuiet};
+constexpr std::array kOptions = {kTo, kWorkDirectory, kOverwrite, kVerify, without_help(kNoVerify)};
 
 void check_areas(const std::vector<std::string>& areas) {
   for (auto area = areas.begin(); area != areas.end(); ++area) {

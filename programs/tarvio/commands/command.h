@@ -22,6 +22,8 @@ enum class Offer {
   kAreas,
   kCategories,
   kSubcategories,
+  kWaitStates,
+  kCommands,
 };
 
 // Options of the same name have the same letter and take a value or not in every command: they may
@@ -33,6 +35,8 @@ struct Option {
   Offer offer = Offer::kNothing;
   const char* help = nullptr;  // null: accepted, but neither shown nor offered
   bool is_required = false;
+  // What counts when the value is left out, and then a value needs "="; null: it may not be.
+  const char* fallback = nullptr;
 };
 
 struct Operands {
@@ -96,6 +100,9 @@ inline constexpr Timeout kFlashTimeout = {
 // For a command that never waits: scripts may pass it to any.
 inline constexpr Timeout kNoTimeout = {0, timeout_option(nullptr)};
 
+// What a command needs of the manager before it can do its work.
+enum class Need { kNothing, kAnswer, kState };
+
 inline constexpr char kManagerStatuses[] = "0 done, 1 failed, 3 no manager, 5 no answer in time";
 inline constexpr char kToolsStatuses[] = "0 done, 1 failed for one or more, 5 a tool timed out";
 
@@ -120,6 +127,7 @@ struct Command {
   Operands operands;
   std::span<const Option> options;  // its own, beside those of every command
   Timeout timeout;
+  Need need = Need::kNothing;
   const char* summary;      // half a sentence
   const char* description;  // lines that are too long are wrapped
   const char* statuses;     // the exit statuses, without that of a wrong command line

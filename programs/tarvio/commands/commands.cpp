@@ -8,9 +8,11 @@ namespace client {
 namespace {
 
 constexpr std::array kCommands = {
-    &kStatusCommand,  &kStartCommand,   &kStopCommand,   &kStartAllCommand, &kStopAllCommand,
-    &kListCommand,    &kInstallCommand, &kRemoveCommand, &kFilesCommand,    &kCheckCommand,
-    &kInspectCommand, &kPackCommand,    &kAreasCommand,  &kBackupCommand,   &kRestoreCommand,
+    &kStatusCommand,  &kStartCommand,     &kStopCommand,    &kRestartCommand, &kStartAllCommand,
+    &kStopAllCommand, &kIsRunningCommand, &kWaitCommand,    &kLogsCommand,    &kMetricsCommand,
+    &kRefreshCommand, &kListCommand,      &kInstallCommand, &kRemoveCommand,  &kFilesCommand,
+    &kCheckCommand,   &kInspectCommand,   &kPackCommand,    &kAreasCommand,   &kBackupCommand,
+    &kRestoreCommand, &kHelpCommand,
 };
 // The build counts the files.
 static_assert(kCommands.size() == TARVIO_COMMAND_FILES,
@@ -40,12 +42,14 @@ std::vector<Option> options_of(const Command* command) {
   if (command == nullptr) {
     Option timeout = kNoTimeout.option;
     timeout.help = "give up when it takes longer; 0 waits forever";
-    return {kJson, timeout, kHelp, kVersion};
+    return {kJson, kQuiet, timeout, kHelp, kVersion};
   }
   std::vector<Option> options(command->options.begin(), command->options.end());
   Option version = kVersion;
   version.help = nullptr;  // the help of the program shows it
-  options.insert(options.end(), {kJson, command->timeout.option, kHelp, version});
+  options.insert(options.end(), {kJson, kQuiet, command->timeout.option});
+  if (command->need != Need::kNothing) options.push_back(kWaitManager);
+  options.insert(options.end(), {kHelp, version});
   return options;
 }
 

@@ -13,8 +13,14 @@ namespace client {
 extern const Command kStatusCommand;
 extern const Command kStartCommand;
 extern const Command kStopCommand;
+extern const Command kRestartCommand;
 extern const Command kStartAllCommand;
 extern const Command kStopAllCommand;
+extern const Command kIsRunningCommand;
+extern const Command kWaitCommand;
+extern const Command kLogsCommand;
+extern const Command kMetricsCommand;
+extern const Command kRefreshCommand;
 extern const Command kListCommand;
 extern const Command kInstallCommand;
 extern const Command kRemoveCommand;
@@ -25,6 +31,7 @@ extern const Command kPackCommand;
 extern const Command kAreasCommand;
 extern const Command kBackupCommand;
 extern const Command kRestoreCommand;
+extern const Command kHelpCommand;
 
 // In the order of the help.
 std::span<const Command* const> all_commands();
@@ -35,8 +42,16 @@ const Command* find_command(std::string_view word);
 // Options of every command.
 inline constexpr Option kJson = {.name = "json",
                                  .help = "print JSON for scripts instead of text for people"};
+inline constexpr Option kQuiet = {
+    .name = "quiet", .letter = 'q', .help = "print only errors, and JSON with --json"};
 inline constexpr Option kHelp = {.name = "help", .letter = 'h', .help = "print this help"};
 inline constexpr Option kVersion = {.name = "version", .letter = 'V', .help = "print the version"};
+// Of every command that uses the manager.
+inline constexpr Option kWaitManager = {
+    .name = "wait-manager",
+    .value = "SECONDS",
+    .help = "first wait so long for a manager that is not there yet; default 10, 0 waits forever",
+    .fallback = "10"};
 
 // All options that a command takes, in the order of its help; without a command, those that the
 // help of the program shows.

@@ -14,7 +14,6 @@ inline constexpr Option kWorkDirectory = {
     .value = "DIR",
     .offer = Offer::kDirectories,
     .help = "make the directory for intermediate files there; default: beside FILE"};
-inline constexpr Option kQuiet = {.name = "quiet", .help = "show no progress"};
 inline constexpr Option kVerify = {.name = "verify",
                                    .help = "read raw areas a second time and compare"};
 inline constexpr Option kNoVerify = {.name = "no-verify", .help = "do not read the areas again"};

@@ -43,7 +43,11 @@ std::string option_rows(const Command* command) {
     if (option.help == nullptr) continue;
     std::string left = option.letter == '\0' ? "      " : std::string("  -") + option.letter + ", ";
     left.append("--").append(option.name);
-    if (option.value != nullptr) left.append(" ").append(option.value);
+    if (option.fallback != nullptr) {
+      left.append("[=").append(option.value).append("]");
+    } else if (option.value != nullptr) {
+      left.append(" ").append(option.value);
+    }
     rows += row(std::move(left), kOptionColumn, option.help);
   }
   return rows;

@@ -92,6 +92,7 @@ void install(const std::string& file, const Request& request, Change& change) {
         return judge(package, before, change.now, run);
       },
       run, change);
+  if (before.is_application || change.now.is_application) refresh_manager(change);
 }
 
 Result run(const Arguments& arguments) {
@@ -109,12 +110,13 @@ const Command kInstallCommand = {
     .operands = kPackageFiles,
     .options = kOptions,
     .timeout = kToolsTimeout,
+    .need = Need::kAnswer,
     .summary = "install package files",
     .description =
         "Installs package files, whose names end in .tbx, with opkg. A damaged file is refused, "
         "and so are one without enough space for it and an image, which 'tarvio restore' writes. "
-        "The result is checked against what is actually installed. Restart tarviod to make a new "
-        "application available.",
+        "The result is checked against what is actually installed. A running manager is made to "
+        "know a new application.",
     .statuses = kToolsStatuses,
     .run = run,
 };

@@ -3,9 +3,12 @@
 #include <algorithm>
 
 #include "commands/commands.h"
+#include "manager/manager_state.h"
+#include "manager/refresh_request.h"
 #include "process/failure.h"
 #include "terminal/output.h"
 #include "terminal/printable_text.h"
+#include "terminal/words.h"
 
 namespace client {
 
@@ -19,7 +22,20 @@ Json json_of(const Change& change, const char* operand_key) {
   json["installed_version"] = change.now.version ? Json(*change.now.version) : Json();
   json["opkg_code"] = change.opkg_code;
   json["opkg_lines"] = change.opkg_lines;
+  json["refreshed"] = change.is_refreshed ? Json(*change.is_refreshed) : Json();
   return json;
+}
+
+// What the manager knows of an application after a refresh.
+std::string known_words(const Change& change) {
+  if (!change.now.version) return "the manager has dropped " + change.name;
+  std::string words = "the manager knows " + change.name + " now";
+  const std::optional<ManagerState> state = read_state();
+  const AppFacts* const app = state ? state->find_app(change.name) : nullptr;
+  if (app != nullptr && app->is_upgraded()) {
+    words += "; " + app->running + " runs until 'tarvio restart " + change.name + "'";
+  }
+  return words;
 }
 
 }  // namespace
@@ -58,6 +74,25 @@ void conclude(const std::function<Verdict()>& judge, const OpkgRun& run, Change&
   } catch (const Failure&) {
     show_words_of(run);
     throw;
+  }
+}
+
+void refresh_manager(Change& change) {
+  const std::string complaint = "the manager was not refreshed for '" + change.name + "': ";
+  try {
+    const std::optional<Refreshed> refreshed = ask_refresh(kManagerTimeout.seconds);
+    change.is_refreshed = refreshed && refreshed->code == 0;
+    if (!refreshed) {
+      complain(complaint + "it is from before this was possible; restart tarviod");
+    } else if (refreshed->code != 0) {
+      complain(complaint + result_words(refreshed->code) + "; try 'tarvio refresh'");
+    } else {
+      change.fact += "; " + known_words(change);
+    }
+  } catch (const Failure& failure) {
+    if (failure.status() == kNoManager) return;
+    change.is_refreshed = false;
+    complain(complaint + failure.what() + "; try 'tarvio refresh'");
   }
 }
 

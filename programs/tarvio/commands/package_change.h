@@ -24,6 +24,8 @@ struct Change {
   Installed now;
   int32_t opkg_code = 0;
   std::vector<std::string> opkg_lines;
+  // Of an application: whether a running manager was made to know of the change; none without one.
+  std::optional<bool> is_refreshed;
 };
 
 // Changes the packages that the operands name, one after the other. The work on each throws a
@@ -36,6 +38,10 @@ void note_run(const OpkgRun& run, Change& change);
 
 // Takes over the verdict, and shows what opkg said where that matters.
 void conclude(const std::function<Verdict()>& judge, const OpkgRun& run, Change& change);
+
+// Has a running manager learn of the change of an application. The package is as wanted already, so
+// a failure is only reported.
+void refresh_manager(Change& change);
 
 }  // namespace client
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 #include "commands/commands.h"
 #include "commands/package_change.h"
 #include "manager/manager_client.h"
@@ -20,7 +20,9 @@ namespace {
 
 constexpr Option kForce = {.name = "force", .help = "remove despite packages that depend on it"};
 constexpr Option kKeepRunning = {.name = "keep-running",
-                                 .help = "do not stop an application that was started"};
+                                 .help =
+                                     "do not stop an application that was started, nor refresh "
+                                     "the manager"};
 constexpr std::array kOptions = {kForce, kKeepRunning};
 // As the library has them.
 constexpr char kForceOptions[] = "--force-depends";
@@ -80,6 +82,8 @@ void remove(const std::string& name, const Request& request, Change& change) {
         return judge_removal(name, before, change.now, run);
       },
       run, change);
+  // It would stop what is to keep running.
+  if (before.is_application && !request.keeps_running) refresh_manager(change);
 }
 
 Result run(const Arguments& arguments) {
@@ -99,10 +103,12 @@ const Command kRemoveCommand = {
     .operands = kPackageNames,
     .options = kOptions,
     .timeout = kToolsTimeout,
+    .need = Need::kAnswer,
     .summary = "remove installed packages",
     .description =
         "Removes installed packages with opkg, after stopping those that are started applications. "
-        "The result is checked against what is actually installed.",
+        "The result is checked against what is actually installed. A running manager drops the "
+        "application.",
     .statuses = kToolsStatuses,
     .run = run,
 };

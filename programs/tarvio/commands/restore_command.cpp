@@ -17,8 +17,7 @@ namespace {
 constexpr Option kYes = {.name = "yes", .help = "do not ask for confirmation"};
 constexpr Option kForce = {.name = "force",
                            .help = "also write what the system runs from or has mounted"};
-constexpr std::array kOptions = {kYes,           kForce, kNoVerify, without_help(kVerify),
-                                 kWorkDirectory, kQuiet};
+constexpr std::array kOptions = {kYes, kForce, kNoVerify, without_help(kVerify), kWorkDirectory};
 
 const char* word_of(AreaState state) {
   switch (state) {

@@ -1,5 +1,6 @@
 #include "manager/manager_client.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -38,16 +39,23 @@ void limit_connecting(int fd, const Deadline& deadline) {
   (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 }
 
-void connect_to_manager(int fd, const Deadline& deadline) {
+tarvio::Fd make_socket() {
+  tarvio::Fd fd(tq_socket_create_unix_sock());
+  if (!fd.valid()) throw Failure::of_system("cannot make a socket");
+  return fd;
+}
+
+// Whether connecting failed because there is no manager.
+bool is_absence(int error) { return error == ENOENT || error == ECONNREFUSED; }
+
+// False when there is no manager.
+bool connect_to_manager(int fd, const Deadline& deadline) {
   limit_connecting(fd, deadline);
-  if (tq_socket_connect_unix_sock(fd, TQ_COM_SOCKET_PATH) == 0) return;
+  if (tq_socket_connect_unix_sock(fd, TQ_COM_SOCKET_PATH) == 0) return true;
+  if (is_absence(errno)) return false;
   switch (errno) {
     case EAGAIN:
       give_up();
-    case ENOENT:
-    case ECONNREFUSED:
-      throw Failure(ENOTCONN, "no manager answers on " TQ_COM_SOCKET_PATH "; is tarviod running?",
-                    kNoManager);
     case EACCES:
       throw Failure(EACCES, "no permission to use " TQ_COM_SOCKET_PATH
                             "; run tarvio as root or as a member of the socket's group");
@@ -75,13 +83,19 @@ bool read_to_end(int fd, std::string& bytes, const Deadline& deadline) {
   return false;
 }
 
+constexpr int kLookAgainMs = 50;
+
+void pause_before(const Deadline& deadline) {
+  const int left_ms = deadline.remaining_ms();
+  (void)poll(nullptr, 0, left_ms < 0 ? kLookAgainMs : std::min(left_ms, kLookAgainMs));
+}
+
 }  // namespace
 
 Answer ask_manager(const char* command, const char* name, double timeout_seconds) {
   const Deadline deadline = Deadline::after_seconds(timeout_seconds);
-  const tarvio::Fd fd(tq_socket_create_unix_sock());
-  if (!fd.valid()) throw Failure::of_system("cannot make a socket");
-  connect_to_manager(fd.get(), deadline);
+  const tarvio::Fd fd = make_socket();
+  if (!connect_to_manager(fd.get(), deadline)) throw no_manager();
   Answer answer;
   if (send_request(fd.get(), command, name, deadline) &&
       read_to_end(fd.get(), answer.bytes, deadline)) {
@@ -105,6 +119,24 @@ std::vector<Status> ask_statuses(const char* command, double timeout_seconds) {
 std::string broken_off(const Answer& answer) {
   if (answer.error == 0) return "";
   return std::string("the connection to the manager broke: ") + strerror(answer.error);
+}
+
+Failure no_manager() {
+  return {ENOTCONN, "no manager answers on " TQ_COM_SOCKET_PATH "; is tarviod running?",
+          kNoManager};
+}
+
+bool is_manager_there() {
+  const tarvio::Fd fd = make_socket();
+  (void)fcntl(fd.get(), F_SETFL, O_NONBLOCK);
+  return tq_socket_connect_unix_sock(fd.get(), TQ_COM_SOCKET_PATH) == 0 || !is_absence(errno);
+}
+
+void await_manager(double seconds) { await(is_manager_there, seconds); }
+
+void await(const std::function<bool()>& condition, double seconds) {
+  const Deadline deadline = Deadline::after_seconds(seconds);
+  while (!condition() && !deadline.passed()) pause_before(deadline);
 }
 
 }  // namespace client

@@ -2,10 +2,12 @@
 #ifndef TARVIO_CLIENT_MANAGER_MANAGER_CLIENT_H
 #define TARVIO_CLIENT_MANAGER_MANAGER_CLIENT_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "manager/manager_reply.h"
+#include "process/failure.h"
 
 namespace client {
 
@@ -26,6 +28,20 @@ std::vector<Status> ask_statuses(const char* command, double timeout_seconds);
 std::string broken_off(const Answer& answer);
 inline constexpr char kTruncated[] =
     "the manager's reply is truncated or garbled; statuses may be missing";
+
+// That no manager answers.
+Failure no_manager();
+
+// Whether a manager listens now, even if it is busy or may not be used. Throws a Failure when that
+// cannot be found out.
+bool is_manager_there();
+
+// Waits until one does. At the end of the time it is the request that fails.
+void await_manager(double seconds);
+
+// Waits until the condition holds, by looking again and again, for a positive number of seconds at
+// most.
+void await(const std::function<bool()>& condition, double seconds);
 
 }  // namespace client
 

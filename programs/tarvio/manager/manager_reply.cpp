@@ -9,14 +9,6 @@ namespace client {
 
 namespace {
 
-std::optional<int32_t> parse_number(std::string_view text) {
-  int32_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stopped_at, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stopped_at != end) return std::nullopt;
-  return number;
-}
-
 // Takes a line off the text; none when it has no line feed.
 std::optional<std::string_view> take_whole_line(std::string_view& text) {
   if (text.find('\n') == std::string_view::npos) return std::nullopt;
@@ -24,6 +16,14 @@ std::optional<std::string_view> take_whole_line(std::string_view& text) {
 }
 
 }  // namespace
+
+std::optional<int32_t> parse_number(std::string_view text) {
+  int32_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stopped_at, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stopped_at != end) return std::nullopt;
+  return number;
+}
 
 const Status* find_status(const std::vector<Status>& statuses, const std::string& name) {
   const auto status = std::find_if(statuses.begin(), statuses.end(),

@@ -26,6 +26,9 @@ struct StatusReply {
 // Null when there is none of that name.
 const Status* find_status(const std::vector<Status>& statuses, const std::string& name);
 
+// None for what is not a decimal number and nothing else.
+std::optional<int32_t> parse_number(std::string_view text);
+
 // Reads a status reply: three lines per status. Only a line feed ends a line. Of a reply that is
 // truncated or garbled, the statuses before that place are kept, and the last one as soon as its
 // state is known.

@@ -3,7 +3,6 @@
 #include "tarvio/status.h"
 #include "terminal/output.h"
 #include "terminal/printable_text.h"
-#include "terminal/text_table.h"
 #include "terminal/words.h"
 
 namespace client {
@@ -36,11 +35,12 @@ std::vector<StatusChange> changes_between(const std::vector<Status>& before,
   return changes;
 }
 
+Cell state_cell(int32_t state) { return {state_word(state), colour_of(state)}; }
+
 std::string table_of(const std::vector<Status>& statuses, size_t max_width) {
   std::vector<Row> rows = {header_of({"NAME", "STATE", "DETAIL"})};
   for (const Status& status : statuses) {
-    rows.push_back(
-        {{status.name}, {state_word(status.state), colour_of(status.state)}, {status.detail}});
+    rows.push_back({{status.name}, state_cell(status.state), {status.detail}});
   }
   return render_table(rows, wants_colour(), max_width);
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "manager/manager_reply.h"
+#include "terminal/text_table.h"
 
 namespace client {
 
@@ -20,6 +21,9 @@ struct StatusChange {
 // In the order of the later look, those that are gone first.
 std::vector<StatusChange> changes_between(const std::vector<Status>& before,
                                           const std::vector<Status>& now);
+
+// The word of a state in its colour.
+Cell state_cell(int32_t state);
 
 std::string table_of(const std::vector<Status>& statuses,
                      size_t max_width = std::numeric_limits<size_t>::max());

@@ -33,11 +33,7 @@ std::string state_of(const std::string& name, const Installed& now, const char* 
 
 std::string success_line(const std::string& name, const Installed& after) {
   std::string line = "installed " + name + " " + *after.version;
-  if (!after.is_listed) {
-    line += ", but it has no tqcontrol file, so tarvio does not manage it";
-  } else if (after.is_application) {
-    line += "; restart tarviod to make it available";
-  }
+  if (!after.is_listed) line += ", but it has no tqcontrol file, so tarvio does not manage it";
   return line;
 }
 

@@ -14,6 +14,8 @@ enum ExitStatus : int {
   kDone = 0,
   kFailed = 1,
   kNoManager = 3,
+  kNotRunning = 3,  // of is-running NAME, which has a status of its own for no manager
+  kUnknown = 4,
   kTimeout = 5,
   kStateWarning = 10,  // of status NAME
   kStateError = 11,

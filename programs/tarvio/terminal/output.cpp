@@ -18,6 +18,8 @@ namespace client {
 
 namespace {
 
+bool is_silent = false;
+
 bool is_set(const char* variable) {
   const char* value = getenv(variable);
   return value != nullptr && *value != '\0';
@@ -30,8 +32,11 @@ bool is_dumb_terminal() {
 
 }  // namespace
 
+void silence_output() noexcept { is_silent = true; }
+
 bool print(std::string_view text) noexcept {
   static bool has_failed = false;
+  if (is_silent) return !has_failed;
   if (!tarvio::write_all(STDOUT_FILENO, text) && !std::exchange(has_failed, true)) {
     write_line(STDERR_FILENO, {"tarvio: cannot write the output: ", strerror(errno)});
   }

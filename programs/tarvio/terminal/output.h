@@ -11,6 +11,9 @@ namespace client {
 // when that failed.
 bool print(std::string_view text) noexcept;
 
+// From now on print() writes nothing.
+void silence_output() noexcept;
+
 // Writes one line, "tarvio: " and the message made printable, to standard error; without the memory
 // for that, that there is none.
 void complain(std::string_view message) noexcept;

@@ -58,8 +58,14 @@ const std::vector<std::pair<const Command*, Line>> kShortestLines = {
     {&kStatusCommand, {"status"}},
     {&kStartCommand, {"start", "clock"}},
     {&kStopCommand, {"stop", "clock"}},
+    {&kRestartCommand, {"restart", "clock"}},
     {&kStartAllCommand, {"start-all"}},
     {&kStopAllCommand, {"stop-all"}},
+    {&kIsRunningCommand, {"is-running", "clock"}},
+    {&kWaitCommand, {"wait", "clock", "--state", "running"}},
+    {&kLogsCommand, {"logs"}},
+    {&kMetricsCommand, {"metrics"}},
+    {&kRefreshCommand, {"refresh"}},
     {&kListCommand, {"list"}},
     {&kInstallCommand, {"install", "x.tbx"}},
     {&kRemoveCommand, {"remove", "clock"}},
@@ -70,6 +76,7 @@ const std::vector<std::pair<const Command*, Line>> kShortestLines = {
     {&kAreasCommand, {"areas"}},
     {&kBackupCommand, {"backup", "kernel", "--to", "x.tbx"}},
     {&kRestoreCommand, {"restore", "x.tbx"}},
+    {&kHelpCommand, {"help"}},
 };
 
 TEST(ClientArguments, KnowEveryCommand) {
@@ -214,7 +221,7 @@ TEST(ClientArguments, AreRefusedWhenTheyAreUnknown) {
       {{}, "a command is missing; try 'tarvio --help'"},
       {{"--json"}, "a command is missing; try 'tarvio --help'"},
       {{""}, "unknown command ''; try 'tarvio --help'"},
-      {{"restart"}, "unknown command 'restart'; try 'tarvio --help'"},
+      {{"reboot"}, "unknown command 'reboot'; try 'tarvio --help'"},
       {{"--bogus"}, "unknown option '--bogus'; try 'tarvio --help'"},
       {{"-x", "status"}, "unknown option '-x'; try 'tarvio status --help'"},
       {{"status", "--bogus"}, "unknown option '--bogus'; try 'tarvio status --help'"},
@@ -269,8 +276,8 @@ TEST(ClientArguments, OfOneLetterMayStandTogether) {
 
 TEST(ClientArguments, AreRefusedForTheFirstThingThatIsWrong) {
   expect_complaints({
-      {{"--one", "restart", "--two"}, "unknown option '--one'; try 'tarvio --help'"},
-      {{"restart", "--two"}, "unknown command 'restart'; try 'tarvio --help'"},
+      {{"--one", "reboot", "--two"}, "unknown option '--one'; try 'tarvio --help'"},
+      {{"reboot", "--two"}, "unknown command 'reboot'; try 'tarvio --help'"},
   });
 }
 

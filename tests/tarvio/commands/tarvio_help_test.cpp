@@ -38,6 +38,16 @@ TEST(ClientHelp, IsThereForTheProgramAndForEachCommand) {
   }
 }
 
+TEST(ClientHelp, IsACommandToo) {
+  EXPECT_EQ(run_tarvio({"help"}).output, help_of(nullptr));
+  for (const Command* command : all_commands()) {
+    EXPECT_EQ(run_tarvio({"help", command->word}).output, help_of(command));
+  }
+  const Ran run = run_tarvio({"help", "reboot"});
+  EXPECT_EQ(run.status, kUsage);
+  EXPECT_EQ(run.errors, "tarvio: unknown command 'reboot'; try 'tarvio help --help'\n");
+}
+
 TEST(ClientHelp, WinsOverWhatIsWrong) {
   for (const std::vector<std::string>& line :
        {std::vector<std::string>{"start", "--bogus", "--help"},
@@ -56,6 +66,7 @@ TEST(ClientHelp, HasTheUsageOfACommand) {
   EXPECT_EQ(usage_of(kStartAllCommand), "start-all");
   EXPECT_EQ(usage_of(kInstallCommand), "install FILE...");
   EXPECT_EQ(usage_of(kPackCommand), "pack DIR -o FILE");
+  EXPECT_EQ(usage_of(kWaitCommand), "wait NAME --state STATE");
   EXPECT_EQ(usage_of(kBackupCommand), "backup AREA... --to FILE");
 }
 
@@ -70,6 +81,7 @@ TEST(ClientHelp, NamesEveryOption) {
     EXPECT_THAT(help, HasSubstr(", 64")) << command->word;
   }
   EXPECT_THAT(help_of(&kPackCommand), HasSubstr("\n  -o, --output FILE      the package file"));
+  EXPECT_THAT(help_of(&kStartCommand), HasSubstr("\n      --wait-manager[=SECONDS]\n"));
 }
 
 TEST(ClientHelp, NamesTheDefaultTimeout) {
@@ -141,8 +153,8 @@ TEST(ClientManual, HasAnEntryForEveryExitStatus) {
     documented.insert((*at)[1]);
   }
   Names statuses;
-  for (const int status :
-       {kDone, kFailed, kStateWarning, kStateError, kNoManager, kNoMatch, kTimeout, kUsage}) {
+  for (const int status : {kDone, kFailed, kNoManager, kUnknown, kTimeout, kStateWarning,
+                           kStateError, kNoMatch, kUsage}) {
     statuses.insert(std::to_string(status));
   }
   EXPECT_EQ(documented, statuses);

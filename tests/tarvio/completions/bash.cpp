@@ -88,6 +88,8 @@ _tarvio() {
     if [[ $value ]]; then
       [[ ${COMP_WORDS[at + 1]} == = ]] && ((at++))
       ((at++))
+    elif [[ ${COMP_WORDS[at]} == = ]]; then
+      ((at++))
     elif [[ ${COMP_WORDS[at]} != -* ]]; then
       given+=("${COMP_WORDS[at]}")
     fi
@@ -97,7 +99,7 @@ _tarvio() {
   if [[ $current == -* ]]; then
     _tarvio_words "$options" "$current"
   elif ((${#given[@]} == 0)); then
-    _tarvio_words '@all@' "$current"
+    _tarvio_offer commands "$current"
   elif ((${#given[@]} <= max)); then
     _tarvio_offer "$kind" "$current"
   fi
@@ -138,17 +140,11 @@ std::string command_cases() {
 
 std::string word_cases() {
   std::string cases;
-  for (const Offer offer : {Offer::kCategories, Offer::kSubcategories}) {
+  for (const Offer offer : kWordOffers) {
     cases += "    " + name_of(offer) + ") _tarvio_words '" + joined(words_of(offer), " ") +
              "' \"$2\" ;;\n";
   }
   return cases;
-}
-
-std::string command_words() {
-  std::vector<std::string> words;
-  for (const Command* command : client::all_commands()) words.emplace_back(command->word);
-  return joined(words, " ");
 }
 
 }  // namespace
@@ -157,8 +153,7 @@ std::string bash() {
   std::string text = std::string(kHead) + kTail;
   text = with(text, "@values@", value_cases());
   text = with(text, "@commands@", command_cases());
-  text = with(text, "@words@", word_cases());
-  return with(text, "@all@", command_words());
+  return with(text, "@words@", word_cases());
 }
 
 }  // namespace completions

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "manager/wait_states.h"
 #include "terminal/words.h"
 
 namespace completions {
@@ -23,7 +24,8 @@ std::vector<Option> options_with_values() {
       const auto is_same = [&](const Option& each) {
         return std::string_view(each.name) == option.name;
       };
-      if (option.value != nullptr && std::none_of(all.begin(), all.end(), is_same)) {
+      const bool takes_word = option.value != nullptr && option.fallback == nullptr;
+      if (takes_word && std::none_of(all.begin(), all.end(), is_same)) {
         all.push_back(option);
       }
     }
@@ -47,6 +49,10 @@ std::string name_of(Offer offer) {
       return "categories";
     case Offer::kSubcategories:
       return "subcategories";
+    case Offer::kWaitStates:
+      return "wait_states";
+    case Offer::kCommands:
+      return "commands";
     case Offer::kNothing:
       break;
   }
@@ -59,6 +65,10 @@ std::vector<std::string> words_of(Offer offer) {
     for (const client::Word& word : client::category_words()) words.emplace_back(word.text);
   } else if (offer == Offer::kSubcategories) {
     for (const client::Word& word : client::subcategory_words()) words.emplace_back(word.text);
+  } else if (offer == Offer::kWaitStates) {
+    for (const char* const state : client::wait_states()) words.emplace_back(state);
+  } else if (offer == Offer::kCommands) {
+    for (const Command* command : client::all_commands()) words.emplace_back(command->word);
   }
   return words;
 }

@@ -2,6 +2,7 @@
 #ifndef TARVIO_TESTS_TARVIO_COMPLETIONS_COMPLETIONS_H
 #define TARVIO_TESTS_TARVIO_COMPLETIONS_COMPLETIONS_H
 
+#include <array>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,13 +18,18 @@ std::string fish();
 // The options that the help of a command shows, or that of the program.
 std::vector<client::Option> shown_options(const client::Command* command);
 
-// All options that take a value, each once.
+// All options whose value is the next word, each once.
 std::vector<client::Option> options_with_values();
 
 // What is offered where: "applications".
 std::string name_of(client::Offer offer);
 
-// The words of an offer that is a list of words; else nothing.
+// The offers that are lists of words.
+inline constexpr std::array kWordOffers = {client::Offer::kCategories,
+                                           client::Offer::kSubcategories,
+                                           client::Offer::kWaitStates, client::Offer::kCommands};
+
+// The words of such an offer; else nothing.
 std::vector<std::string> words_of(client::Offer offer);
 
 // "-o|--output"

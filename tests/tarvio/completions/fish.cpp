@@ -90,7 +90,7 @@ std::string option_line(const std::string& condition, const Option& option) {
   std::string line = "complete -c tarvio -n " + in_quotes(condition);
   if (option.letter != '\0') line += std::string(" -s ") + option.letter;
   line += std::string(" -l ") + option.name;
-  if (option.value != nullptr) line += " -x";
+  if (option.value != nullptr && option.fallback == nullptr) line += " -x";
   if (option.offer != Offer::kNothing)
     line += " -a " + in_quotes("(__tarvio_" + name_of(option.offer) + ")");
   return line + " -d " + in_quotes(main_clause(option.help)) + '\n';
@@ -113,7 +113,7 @@ std::string lines_of(const Command& command) {
 
 std::string word_functions() {
   std::string functions;
-  for (const Offer offer : {Offer::kCategories, Offer::kSubcategories}) {
+  for (const Offer offer : kWordOffers) {
     functions += "\nfunction __tarvio_" + name_of(offer) + "\n    printf '%s\\n' " +
                  joined(words_of(offer), " ") + "\nend\n";
   }

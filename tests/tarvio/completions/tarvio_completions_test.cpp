@@ -99,27 +99,33 @@ TEST_P(ClientCompletion, OffersTheCommands) {
   for (const client::Command* command : client::all_commands()) all.insert(command->word);
   EXPECT_EQ(offered({""}), all);
   EXPECT_EQ(offered({"stop"}), (Words{"stop", "stop-all"}));
-  EXPECT_EQ(offered({"--json", "l"}), Words{"list"});
-  EXPECT_EQ(offered({"--timeout", "5", "l"}), Words{"list"});
-  EXPECT_EQ(offered({"--timeout=5", "l"}), Words{"list"});
+  EXPECT_EQ(offered({"help", ""}), all);
+  EXPECT_EQ(offered({"help", "st"}), (Words{"start", "start-all", "status", "stop", "stop-all"}));
+  EXPECT_EQ(offered({"--json", "l"}), (Words{"list", "logs"}));
+  EXPECT_EQ(offered({"--timeout", "5", "l"}), (Words{"list", "logs"}));
+  EXPECT_EQ(offered({"--timeout=5", "l"}), (Words{"list", "logs"}));
+  EXPECT_EQ(offered({"start-all", "--wait-manager=5", "--js"}), Words{"--json"});
 }
 
 TEST_P(ClientCompletion, OffersTheOptionsOfTheProgram) {
-  EXPECT_EQ(offered({"--"}), (Words{"--json", "--help", "--timeout", "--version"}));
+  EXPECT_EQ(offered({"--"}), (Words{"--json", "--quiet", "--help", "--timeout", "--version"}));
 }
 
 TEST_P(ClientCompletion, OffersTheOptionsOfTheCommand) {
-  EXPECT_EQ(offered({"status", "-"}),
-            (Words{"--json", "--help", "--timeout", "--apps", "--watch"}));
-  EXPECT_EQ(offered({"start", "-"}), (Words{"--json", "--help", "--timeout", "--match"}));
+  EXPECT_EQ(offered({"status", "-"}), (Words{"--json", "--quiet", "--help", "--timeout",
+                                             "--wait-manager", "--apps", "--watch", "--wide"}));
+  EXPECT_EQ(offered({"start", "-"}),
+            (Words{"--json", "--quiet", "--help", "--timeout", "--wait-manager", "--match"}));
   EXPECT_EQ(offered({"list", "-"}),
-            (Words{"--json", "--help", "--category", "--subcategory", "--name"}));
-  EXPECT_EQ(offered({"install", "-"}), (Words{"--json", "--help", "--timeout", "--force"}));
-  EXPECT_EQ(offered({"remove", "-"}),
-            (Words{"--json", "--help", "--timeout", "--force", "--keep-running"}));
-  EXPECT_EQ(offered({"files", "-"}), (Words{"--json", "--help", "--timeout"}));
-  EXPECT_EQ(offered({"pack", "-"}), (Words{"--json", "--help", "--timeout", "--output"}));
-  EXPECT_EQ(offered({"areas", "-"}), (Words{"--json", "--help"}));
+            (Words{"--json", "--quiet", "--help", "--category", "--subcategory", "--name"}));
+  EXPECT_EQ(offered({"install", "-"}),
+            (Words{"--json", "--quiet", "--help", "--timeout", "--wait-manager", "--force"}));
+  EXPECT_EQ(offered({"remove", "-"}), (Words{"--json", "--quiet", "--help", "--timeout",
+                                             "--wait-manager", "--force", "--keep-running"}));
+  EXPECT_EQ(offered({"files", "-"}), (Words{"--json", "--quiet", "--help", "--timeout"}));
+  EXPECT_EQ(offered({"pack", "-"}),
+            (Words{"--json", "--quiet", "--help", "--timeout", "--output"}));
+  EXPECT_EQ(offered({"areas", "-"}), (Words{"--json", "--quiet", "--help"}));
   EXPECT_EQ(offered({"backup", "-"}), (Words{"--json", "--help", "--timeout", "--to", "--workdir",
                                              "--overwrite", "--verify", "--quiet"}));
   EXPECT_EQ(offered({"restore", "-"}), (Words{"--json", "--help", "--timeout", "--yes", "--force",
@@ -134,6 +140,8 @@ TEST_P(ClientCompletion, OffersWordsForValues) {
   EXPECT_EQ(offered({"list", "--subcategory", ""}),
             (Words{"native", "java", "browser", "jsp", "other"}));
   EXPECT_EQ(offered({"status", "--timeout", ""}), Words{});
+  EXPECT_EQ(offered({"wait", "--state", ""}),
+            (Words{"normal", "warning", "error", "gone", "running", "ended"}));
 }
 
 TEST_P(ClientCompletion, OffersTheApplications) {
@@ -141,7 +149,7 @@ TEST_P(ClientCompletion, OffersTheApplications) {
   add_package("clockwork");
   add_package("webserver");
   add_package("rootfs", "Image");
-  for (const char* command : {"start", "stop", "status"}) {
+  for (const char* command : {"start", "stop", "status", "restart", "wait", "is-running", "logs"}) {
     EXPECT_EQ(offered({command, ""}), (Words{"clock", "clockwork", "webserver"}));
     EXPECT_EQ(offered({command, "--json", "cl"}), (Words{"clock", "clockwork"}));
     EXPECT_EQ(offered({command, "clock", ""}), Words{});

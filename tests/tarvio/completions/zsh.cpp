@@ -55,11 +55,12 @@ std::string explained(const Option& option) {
 // One argument of _arguments.
 std::string spec_of(const Option& option) {
   const std::string name = std::string("--") + option.name;
-  const std::string equals = option.value == nullptr ? "" : "=";
+  const bool is_optional = option.fallback != nullptr;
+  const std::string equals = option.value == nullptr ? "" : is_optional ? "=-" : "=";
   std::string rest = explained(option);
   if (option.value != nullptr) {
     const bool is_offered = option.offer != Offer::kNothing;
-    rest += std::string(":") + option.value + ":" +
+    rest += std::string(is_optional ? "::" : ":") + option.value + ":" +
             (is_offered ? "_tarvio_" + name_of(option.offer) : " ");
   }
   if (option.letter == '\0') return in_quotes(name + equals + rest);
@@ -104,7 +105,8 @@ std::string command_lines() {
 
 std::string word_functions() {
   std::string functions;
-  for (const Offer offer : {Offer::kCategories, Offer::kSubcategories}) {
+  for (const Offer offer : kWordOffers) {
+    if (offer == Offer::kCommands) continue;  // they are described
     functions +=
         "_tarvio_" + name_of(offer) + "() { compadd " + joined(words_of(offer), " ") + " }\n";
   }

@@ -23,6 +23,7 @@ namespace fs = std::filesystem;
 
 using nlohmann::json;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
@@ -66,7 +67,8 @@ TEST_F(ClientBackup, SavesAreasIntoAnImagePackage) {
 }
 
 TEST_F(ClientBackup, MayBeQuietOrReportInJson) {
-  EXPECT_THAT(back_up({"kernel", "--quiet"}).output, StartsWith("saved kernel in image.tbx, "));
+  EXPECT_EQ(back_up({"kernel", "--quiet"}).output, "");
+  EXPECT_TRUE(fs::exists("image.tbx"));
   const FlashRun ran = back_up({"kernel", "--overwrite", "--json"});
   const json image = json::parse(ran.output);
   EXPECT_EQ(image["file"], "image.tbx");
@@ -229,8 +231,8 @@ TEST_F(ClientBackup, RemovesWhatAKilledRunHasLeft) {
 // Restoring the boot settings after it would erase its information block.
 TEST_F(ClientBackup, SavesTheHibernationAreaLast) {
   device_.make_area("/dev/mtd6", 1024, std::string("\0\0\0hibernation", 14), {3, 1000});
-  EXPECT_EQ(back_up({"hibernation", "bootsetting", "--quiet"}).output,
-            "saved bootsetting, hibernation in image.tbx, 115.7 MiB\n");
+  EXPECT_THAT(back_up({"hibernation", "bootsetting"}).output,
+              EndsWith("\nsaved bootsetting, hibernation in image.tbx, 115.7 MiB\n"));
   directory_.shell("ar p image.tbx control.tar.gz | tar xzO ./tqcontrol >targets");
   EXPECT_THAT(read_file("targets"),
               HasSubstr("TqDataTarget: bootsetting\nTqDataTarget: hibernation\n"));

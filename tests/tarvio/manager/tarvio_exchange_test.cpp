@@ -229,6 +229,21 @@ TEST_F(ClientOutput, ThatCannotBeWrittenIsAFailure) {
   }
 }
 
+TEST_F(ClientOutput, MayBeOnlyErrors) {
+  for (const char* const option : {"-q", "--quiet"}) {
+    const OneReply manager("0\n\n");
+    expect(run_tarvio({"stop", "clock", option}), 0, "");
+  }
+  const OneReply manager("13\n\n");
+  expect(run_tarvio({"-q", "stop", "clock"}), 1,
+         "tarvio: cannot stop 'clock': Permission denied (13)\n");
+}
+
+TEST_F(ClientOutput, MayBeOnlyErrorsAndJson) {
+  const OneReply manager("0\n\n");
+  EXPECT_EQ(run_tarvio({"stop", "clock", "-q", "--json"}).output.front(), '{');
+}
+
 TEST_F(ClientOutput, OfARequestThatSucceededIsAFailureToo) {
   const OneReply manager("0\n\n");
   const Ran run = run_tarvio({"stop", "clock"}, [] { ::close(STDOUT_FILENO); });

@@ -86,8 +86,7 @@ TEST(ClientVerdict, OnTheSameVersionNeedsANewInstallation) {
 TEST(ClientVerdict, OnAnInstallationNamesTheKindOfPackage) {
   Installed application = at_version("2");
   application.is_application = true;
-  EXPECT_EQ(installing(kGone, application, kGood),
-            "installed clock 2; restart tarviod to make it available");
+  EXPECT_EQ(installing(kGone, application, kGood), "installed clock 2");
   Installed stranger = at_version("2");
   stranger.is_listed = false;
   EXPECT_EQ(installing(kGone, stranger, kGood),

@@ -1,4 +1,4 @@
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "manager/app_text.h"
 #include "manager/manager_client.h"
 #include "manager/manager_reply.h"
 #include "packages/package_listing.h"
@@ -17,6 +18,16 @@
 
 namespace client {
 
+std::vector<std::string> installed_applications() {
+  const Listing listing = list_packages(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr);
+  if (listing.code != 0 && !listing.lacks_directory) {
+    throw Failure(listing.code, "cannot list the installed applications: " + listing.reason);
+  }
+  std::vector<std::string> names;
+  for (const Package& package : listing.packages) names.push_back(package.name);
+  return names;
+}
+
 namespace {
 
 // The manager reads lines of at most so many bytes.
@@ -26,17 +37,6 @@ constexpr char kStartedBefore[] = "was started before; whether it still runs is 
 constexpr char kNoExactNames[] = "the running manager matches names by substring";
 
 using Names = std::vector<std::string>;
-
-// In the order in which the manager looks for them.
-Names installed_applications() {
-  const Listing listing = list_packages(TQ_CATEGORY_APPLICATION, TQ_SUBCATEGORY_ANY, nullptr);
-  if (listing.code != 0 && !listing.lacks_directory) {
-    throw Failure(listing.code, "cannot list the installed applications: " + listing.reason);
-  }
-  Names names;
-  for (const Package& package : listing.packages) names.push_back(package.name);
-  return names;
-}
 
 // The one that the manager takes for a part of a name (oddity 90).
 std::optional<std::string> first_match(const Names& names, const std::string& part) {
@@ -119,6 +119,11 @@ void include(const std::string& name, const AppRequest& request, double seconds,
   }
 }
 
+std::string message_of(const AppRequest& request, const Reached& reached) {
+  if (!reached.end.empty()) return std::string(request.done) + ", but it has ended: " + reached.end;
+  return reached.was_started.value_or(false) ? kStartedBefore : reason_of(reached);
+}
+
 }  // namespace
 
 Reached reach_app(const AppRequest& request, const std::string& name, bool is_part,
@@ -130,6 +135,15 @@ Reached reach_app(const AppRequest& request, const std::string& name, bool is_pa
   }
   if (!is_part) expect_first_match(request, name, seconds);
   return {.name = wanted, .code = code_of(request.part, name.c_str(), seconds), .is_exact = false};
+}
+
+std::string end_since(const std::optional<ManagerState>& before, const std::string& name) {
+  const std::optional<ManagerState> now = read_state();
+  const AppFacts* const app = now ? now->find_app(name) : nullptr;
+  const AppFacts* const was = before ? before->find_app(name) : nullptr;
+  // The state may still be the one from before the start.
+  if (app == nullptr || app->starts <= (was == nullptr ? 0 : was->starts)) return "";
+  return app->has_failed() ? end_words(app->exit) : "";
 }
 
 std::string reason_of(const Reached& reached) {
@@ -144,19 +158,25 @@ std::string doubt_about(const AppRequest& request, const Reached& reached) {
 
 Result result_of(const AppRequest& request, const Reached& reached, const Arguments& arguments) {
   const bool was_started = reached.was_started.value_or(false);
-  const std::string message = was_started ? kStartedBefore : reason_of(reached);
+  const std::string message = message_of(request, reached);
   Json json = {{"command", arguments.command->word},
                {"name", reached.name},
                {"exact", reached.is_exact},
                {"code", reached.code},
                {"message", message}};
   if (reached.was_started) json["was_started"] = *reached.was_started;
+  if (!reached.end.empty()) json["ended"] = reached.end;
   Result result = {.json = text_of(json)};
   if (reached.code != 0) {
     result.status = kFailed;
     result.complaint = std::string("cannot ") + request.verb + " '" + reached.name +
                        "': " + message + " (" + std::to_string(reached.code) + ")";
     if (reached.code == EINVAL) result.complaint += "; see 'tarvio list --category application'";
+    return result;
+  }
+  if (!reached.end.empty()) {
+    result.status = kFailed;
+    result.complaint = "'" + reached.name + "' was " + message;
     return result;
   }
   result.text = printable(was_started ? reached.name + ' ' + message

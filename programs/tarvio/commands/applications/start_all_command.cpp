@@ -1,5 +1,5 @@
 // tarvio start-all
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 #include "commands/commands.h"
 
 namespace client {
@@ -9,6 +9,7 @@ constexpr Command kStartAllCommand = {
     .operands = kNoOperands,
     .options = {},
     .timeout = kAllTimeout,
+    .need = Need::kAnswer,
     .summary = "start all applications",
     .description =
         "Starts all applications, one after the other. The manager retries each until it has "

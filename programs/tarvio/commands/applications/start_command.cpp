@@ -1,8 +1,9 @@
 // tarvio start
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 #include "commands/commands.h"
 #include "manager/manager_client.h"
 #include "tarvio/status.h"
@@ -30,8 +31,10 @@ Result run(const Arguments& arguments) {
   const std::string name = application_name(arguments.operands.front());
   const double seconds = arguments.timeout_seconds;
   const std::vector<Status> before = ask_statuses("status_app", seconds);
+  const std::optional<ManagerState> state = read_state();
   Reached reached = reach_app(kStartApp, name, arguments.has(kMatch), seconds);
   if (reached.code == 0) reached.was_started = was_started(before, reached.name, seconds);
+  if (reached.code == 0) reached.end = end_since(state, reached.name);
   return result_of(kStartApp, reached, arguments);
 }
 
@@ -42,11 +45,13 @@ constexpr Command kStartCommand = {
     .operands = kOneApplication,
     .options = kMatchOptions,
     .timeout = kManagerTimeout,
+    .need = Need::kAnswer,
     .summary = "start an application",
     .description =
         "Starts an application. One that was started before stays as it is, even if its process "
-        "has ended: stop it first. A start succeeds once a process exists, whether or not its "
-        "program runs well.",
+        "has ended: stop it first. A start succeeds once a process exists, unless the manager "
+        "knows "
+        "already that it has ended.",
     .statuses = kManagerStatuses,
     .run = run,
 };

@@ -1,13 +1,15 @@
 // What the commands that start and stop applications share.
-#ifndef TARVIO_CLIENT_COMMANDS_APP_REQUEST_H
-#define TARVIO_CLIENT_COMMANDS_APP_REQUEST_H
+#ifndef TARVIO_CLIENT_COMMANDS_APPLICATIONS_APP_REQUEST_H
+#define TARVIO_CLIENT_COMMANDS_APPLICATIONS_APP_REQUEST_H
 
 #include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "commands/arguments.h"
+#include "manager/manager_state.h"
 
 namespace client {
 
@@ -42,11 +44,17 @@ struct Reached {
   bool is_exact = true;  // false: by a part of its name, so that it may have been another one
   // Of a start: whether it counted as started before, so that nothing was done (oddity 95).
   std::optional<bool> was_started = {};
+  // Of a start: how it has ended already; empty as far as is known.
+  std::string end = {};
 };
 
 // Throws a Failure when there is no result, and when an older manager would come to another
 // application. A name is a part of one only when that is wanted.
 Reached reach_app(const AppRequest& request, const std::string& name, bool is_part, double seconds);
+
+// How the application has ended since the state before its start, when that end is a failure; else
+// empty.
+std::string end_since(const std::optional<ManagerState>& before, const std::string& name);
 
 // Why the manager's result is not success.
 std::string reason_of(const Reached& reached);
@@ -55,6 +63,9 @@ std::string doubt_about(const AppRequest& request, const Reached& reached);
 
 // What the command prints.
 Result result_of(const AppRequest& request, const Reached& reached, const Arguments& arguments);
+
+// In the order in which the manager looks for them. Throws a Failure.
+std::vector<std::string> installed_applications();
 
 // Starts or stops all.
 Result request_all(const AppRequest& request, const Arguments& arguments);

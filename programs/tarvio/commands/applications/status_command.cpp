@@ -8,11 +8,13 @@
 #include <utility>
 #include <vector>
 
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 #include "commands/arguments.h"
 #include "commands/commands.h"
+#include "manager/app_text.h"
 #include "manager/manager_client.h"
 #include "manager/manager_reply.h"
+#include "manager/manager_state.h"
 #include "manager/status_text.h"
 #include "process/failure.h"
 #include "tarvio/status.h"
@@ -27,7 +29,10 @@ namespace {
 constexpr Option kApps = {.name = "apps", .help = "applications only"};
 constexpr Option kWatch = {
     .name = "watch", .help = "keep running: redraw on a terminal, else print a line per change"};
-constexpr std::array kOptions = {kApps, kWatch};
+constexpr Option kWide = {
+    .name = "wide",
+    .help = "all applications, with process, starts, last exit, memory and version"};
+constexpr std::array kOptions = {kApps, kWatch, kWide};
 
 struct Request {
   std::optional<std::string> name;
@@ -49,15 +54,13 @@ Answer ask(const Request& request) {
   return ask_manager(request.command, nullptr, request.timeout_seconds);
 }
 
-Json json_of(const Status& status) {
-  return {{"name", status.name},
-          {"state", state_word(status.state)},
-          {"state_code", status.state},
-          {"detail", status.detail}};
-}
-
 Json json_of(const StatusChange& change) {
   return change.now ? json_of(*change.now) : Json{{"name", change.name}, {"state", nullptr}};
+}
+
+Result no_match(const std::string& name) {
+  return {.status = kNoMatch,
+          .complaint = "no status for '" + name + "': not started, or not an exact name"};
 }
 
 ExitStatus exit_status_of(int32_t state) {
@@ -69,6 +72,31 @@ ExitStatus exit_status_of(int32_t state) {
     default:
       return kStateWarning;
   }
+}
+
+// What the manager has written, in place of a request.
+Result show_wide(const Arguments& arguments, const Request& request) {
+  if (arguments.has(kWatch)) throw UsageError("--wide cannot be used with --watch");
+  if (arguments.has(kWaitManager)) await_state(arguments.seconds_of(kWaitManager, 0));
+  std::vector<Entry> entries = entries_of(state_of_manager());
+  std::erase_if(entries, [&](const Entry& entry) {
+    return (request.name && entry.name != *request.name) || (arguments.has(kApps) && !entry.app);
+  });
+  Result result;
+  Json json = Json::array();
+  for (const Entry& entry : entries) json.push_back(json_of(entry));
+  if (!entries.empty()) {
+    result.text = table_of(entries);
+  } else if (!request.name && !request.is_json) {
+    result.complaint = "no applications and no statuses";
+  }
+  result.json = text_of(json);
+  if (!request.name) return result;
+  if (entries.empty()) return no_match(*request.name);
+  result.json = text_of(json.front());
+  const std::optional<Status>& status = entries.front().status;
+  result.status = status ? exit_status_of(status->state) : kNoMatch;
+  return result;
 }
 
 Result all_of(const std::vector<Status>& statuses, bool is_json) {
@@ -86,10 +114,7 @@ Result all_of(const std::vector<Status>& statuses, bool is_json) {
 
 Result one_of(const std::vector<Status>& statuses, const std::string& name) {
   const Status* const status = find_status(statuses, name);
-  if (status == nullptr) {
-    return {.status = kNoMatch,
-            .complaint = "no status for '" + name + "': not started, or not an exact name"};
-  }
+  if (status == nullptr) return no_match(name);
   return {.status = exit_status_of(status->state),
           .text = table_of({*status}),
           .json = text_of(json_of(*status))};
@@ -210,6 +235,7 @@ Result watch(const Request& request, Display display) {
 
 Result run(const Arguments& arguments) {
   const Request request = request_in(arguments);
+  if (arguments.has(kWide)) return show_wide(arguments, request);
   if (!arguments.has(kWatch)) return show(request);
   return is_screen() && !request.is_json ? watch(request, Screen())
                                          : watch(request, Lines(request.is_json));
@@ -222,11 +248,13 @@ const Command kStatusCommand = {
     .operands = {.name = "NAME", .max = 1, .offer = Offer::kApplications},
     .options = kOptions,
     .timeout = kManagerTimeout,
+    .need = Need::kAnswer,
     .summary = "print all statuses, or that of one application",
     .description =
         "Prints the status of everything that the manager watches, or of the application with "
         "exactly this NAME. States: normal, warning, error. An application has a status from its "
-        "first start until it is stopped.",
+        "first start until it is stopped. --wide reads what the manager has written of all "
+        "applications, without asking it.",
     .statuses =
         "0 done, 1 failed, 3 no manager, 5 no answer in time; with NAME 0 normal, 10 warning, "
         "11 error, 12 no such status",

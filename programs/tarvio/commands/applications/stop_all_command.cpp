@@ -1,5 +1,5 @@
 // tarvio stop-all
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 #include "commands/commands.h"
 
 namespace client {
@@ -9,6 +9,7 @@ constexpr Command kStopAllCommand = {
     .operands = kNoOperands,
     .options = {},
     .timeout = kAllTimeout,
+    .need = Need::kAnswer,
     .summary = "stop all applications",
     .description =
         "Stops all applications, one after the other, which takes a second or more for each. The "

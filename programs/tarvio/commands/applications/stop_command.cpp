@@ -1,7 +1,7 @@
 // tarvio stop
 #include <string>
 
-#include "commands/app_request.h"
+#include "commands/applications/app_request.h"
 #include "commands/commands.h"
 
 namespace client {
@@ -22,6 +22,7 @@ constexpr Command kStopCommand = {
     .operands = kOneApplication,
     .options = kMatchOptions,
     .timeout = kManagerTimeout,
+    .need = Need::kAnswer,
     .summary = "stop an application",
     .description = "Stops an application. One that is already stopped stays as it is.",
     .statuses = kManagerStatuses,

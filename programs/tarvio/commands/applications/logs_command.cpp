@@ -1,0 +1,236 @@
+// tarvio logs
+#include <sys/inotify.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/deadline.h"
+#include "base/line_cutter.h"
+#include "base/owners.h"
+#include "commands/applications/app_request.h"
+#include "commands/commands.h"
+#include "manager/log_lines.h"
+#include "manager/manager_reply.h"
+#include "manager/manager_state.h"
+#include "process/child.h"
+#include "process/directory_watch.h"
+#include "process/failure.h"
+#include "process/paths.h"
+#include "process/required_tools.h"
+#include "process/work_directory.h"
+#include "terminal/json.h"
+#include "terminal/output.h"
+#include "terminal/printable_text.h"
+
+namespace client {
+
+namespace {
+
+constexpr Option kLines = {
+    .name = "lines", .letter = 'n', .value = "N", .help = "the last N lines; default 100"};
+constexpr Option kFollow = {
+    .name = "follow", .letter = 'f', .help = "keep running and print each line that comes"};
+constexpr std::array kOptions = {kLines, kFollow};
+
+constexpr size_t kDefaultLines = 100;
+// Where BusyBox and rsyslog write.
+constexpr std::array kLogFiles = {"/var/log/messages", "/var/log/syslog"};
+
+struct Request {
+  std::vector<std::string> names;
+  size_t lines;
+  bool is_json;
+};
+
+std::vector<std::string> all_names() {
+  std::vector<std::string> names = installed_applications();
+  if (const std::optional<ManagerState> state = read_state()) {
+    for (const AppFacts& app : state->apps) names.push_back(app.name);
+  }
+  names.emplace_back("tarviod");
+  return names;
+}
+
+size_t lines_in(const Arguments& arguments) {
+  const std::string* const given = arguments.value_of(kLines);
+  if (given == nullptr) return kDefaultLines;
+  const std::optional<int32_t> count = parse_number(*given);
+  if (!count || *count < 0) throw UsageError("'" + *given + "' is not a number of lines");
+  return static_cast<size_t>(*count);
+}
+
+Request request_in(const Arguments& arguments) {
+  Request request = {.names = {}, .lines = lines_in(arguments), .is_json = arguments.has(kJson)};
+  if (arguments.operands.empty()) {
+    request.names = all_names();
+  } else {
+    request.names = {application_name(arguments.operands.front())};
+  }
+  return request;
+}
+
+std::optional<Ident> wanted_ident(const Request& request, std::string_view line) {
+  const std::optional<Ident> ident = ident_of(line);
+  const auto is_it = [&](const std::string& name) { return ident->name == name; };
+  const bool is_wanted = ident && std::any_of(request.names.begin(), request.names.end(), is_it);
+  return is_wanted ? ident : std::nullopt;
+}
+
+Json json_of(const Ident& ident, std::string_view line) {
+  return {{"name", ident.name}, {"pid", ident.pid ? Json(*ident.pid) : Json()}, {"line", line}};
+}
+
+// Thrown when the output cannot be written, which is reported already.
+struct OutputEnded {};
+
+// Prints a line that came just now.
+void print_now(const Request& request, std::string_view line) {
+  const std::optional<Ident> ident = wanted_ident(request, line);
+  if (!ident) return;
+  const std::string text =
+      request.is_json ? line_of(json_of(*ident, line)) : printable(line) + '\n';
+  if (!print(text)) throw OutputEnded();
+}
+
+// The last lines that are wanted.
+class Lines {
+ public:
+  explicit Lines(const Request& request) : request_(request) {}
+
+  void add(std::string_view line) {
+    if (!wanted_ident(request_, line)) return;
+    has_any_ = true;
+    lines_.emplace_back(line);
+    if (lines_.size() > request_.lines) lines_.pop_front();
+  }
+  [[nodiscard]] bool has_any() const { return has_any_; }
+
+  [[nodiscard]] Result result() const {
+    Result result;
+    Json json = Json::array();
+    for (const std::string& line : lines_) {
+      result.text += printable(line) + '\n';
+      json.push_back(json_of(*ident_of(line), line));
+    }
+    result.json = text_of(json);
+    return result;
+  }
+  void print_all() const {
+    for (const std::string& line : lines_) print_now(request_, line);
+  }
+
+ private:
+  const Request& request_;
+  bool has_any_ = false;
+  std::deque<std::string> lines_;
+};
+
+// The file itself, where a link leads to it.
+std::string real_path(const char* path) {
+  const tarvio::CString real(realpath(path, nullptr));
+  return real == nullptr ? path : real.get();
+}
+
+// One place where lines may be, and what it holds.
+struct Place {
+  Place(const char* path, const Request& request) : name(path), file(path), lines(request) {
+    if (!file.read_new([this](std::string_view line) { lines.add(line); })) why = strerror(errno);
+  }
+
+  const char* name;
+  LogFile file;
+  Lines lines;
+  std::string why;  // why it cannot be read; empty when it can
+};
+
+// Until a signal ends the process.
+[[noreturn]] void follow(Place& place, const Request& request) {
+  const DirectoryWatch watch(directory_of(real_path(place.name)),
+                             IN_MODIFY | IN_CREATE | IN_MOVED_TO);
+  place.lines.print_all();
+  while (true) {
+    (void)place.file.read_new([&](std::string_view line) { print_now(request, line); });
+    (void)watch.wait(tarvio::Deadline::never());
+  }
+}
+
+void read_journal(const Request& request, bool follows, const LineSink& sink) {
+  require_tools({"journalctl"});
+  std::vector<std::string> words = {
+      "journalctl", "-q", "--no-pager", "-o", "short", "-n", std::to_string(request.lines)};
+  if (follows) words.emplace_back("-f");
+  for (const std::string& name : request.names) words.insert(words.end(), {"-t", name});
+  const WorkDirectory directory;
+  tarvio::LineCutter cutter(tarvio::LineEnd::kLineFeed);
+  execute(directory, words, 0, [&](std::string_view piece) { cut_lines(cutter, piece, sink); });
+}
+
+// The lines of the journal; a note of why there are none goes into the text.
+Lines lines_of_journal(const Request& request, std::string& notes) {
+  Lines lines(request);
+  try {
+    read_journal(request, false, [&](std::string_view line) { lines.add(line); });
+    if (!lines.has_any()) notes += "the journal (no such lines)";
+  } catch (const Failure& failure) {
+    notes += std::string("the journal (") + failure.what() + ')';
+  }
+  return lines;
+}
+
+Result run_with(const Request& request, bool follows) {
+  std::string notes;
+  std::deque<Place> places;
+  for (const char* path : kLogFiles) {
+    Place& place = places.emplace_back(path, request);
+    if (place.why.empty() && place.lines.has_any()) {
+      if (follows) follow(place, request);
+      return place.lines.result();
+    }
+    notes += std::string(path) + " (" + (place.why.empty() ? "no such lines" : place.why) + "), ";
+  }
+  const Lines journal = lines_of_journal(request, notes);
+  if (!follows && journal.has_any()) return journal.result();
+  for (Place& place : places) {
+    if (follows && !journal.has_any() && place.why.empty()) follow(place, request);
+  }
+  if (follows) {
+    read_journal(request, true, [&](std::string_view line) { print_now(request, line); });
+  }
+  return {.status = kNoMatch,
+          .json = text_of(Json::array()),
+          .complaint = "no lines found; looked in " + notes};
+}
+
+Result run(const Arguments& arguments) {
+  try {
+    return run_with(request_in(arguments), arguments.has(kFollow));
+  } catch (const OutputEnded&) {
+    return {.status = kFailed};
+  }
+}
+
+}  // namespace
+
+constexpr Command kLogsCommand = {
+    .word = "logs",
+    .operands = {.name = "NAME", .max = 1, .offer = Offer::kApplications},
+    .options = kOptions,
+    .timeout = kNoTimeout,
+    .summary = "print what applications have written to the system log",
+    .description =
+        "Prints the last lines of the application with exactly this NAME, or of all applications "
+        "and of tarviod, from the first of these that has some: /var/log/messages, "
+        "/var/log/syslog, the journal. A file that is rotated is followed into the new one.",
+    .statuses = "0 done, 1 failed, 12 no lines",
+    .run = run,
+};
+
+}  // namespace client

@@ -1,0 +1,28 @@
+// How much memory applications use.
+#ifndef TARVIO_CLIENT_MANAGER_SESSION_MEMORY_H
+#define TARVIO_CLIENT_MANAGER_SESSION_MEMORY_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+
+namespace client {
+
+// The resident memory of each session, at one moment.
+class SessionMemory {
+ public:
+  // Reads /proc. What cannot be read is not known.
+  SessionMemory();
+
+  // Bytes; none for a session without processes.
+  [[nodiscard]] std::optional<uint64_t> of(pid_t session) const;
+
+ private:
+  std::map<pid_t, uint64_t> bytes_;
+};
+
+}  // namespace client
+
+#endif
