@@ -29,7 +29,9 @@ typedef struct tq_com_server {
 typedef struct tq_com_word {
   const char *word; /* first line of the request */
   int (*serve)(
-      const char *name); /* gets the second line, or null; its result is the reply's code */
+      const char *name);     /* gets the second line, or null; its result is the reply's code */
+  const char *(*rest)(void); /* gives what follows the code, from its line feed on, after serve has
+                                     returned; null for two line feeds */
 } tq_com_word;
 
 TQ_BEGIN_DECLS

@@ -163,14 +163,28 @@ int answer_33(const char* name) {
   return 33;
 }
 
-constexpr tq_com_word kWords[] = {
-    {"start_exact", answer_33}, {"status_all", answer_33}, {nullptr, nullptr}};
+// It has seen the result of the word.
+const char* count_calls() {
+  binding_calls.push_back("rest");
+  return "\nadded 1\n";
+}
+
+constexpr tq_com_word kWords[] = {{"start_exact", answer_33, nullptr},
+                                  {"status_all", answer_33, nullptr},
+                                  {"refresh_apps", answer_33, count_calls},
+                                  {nullptr, nullptr, nullptr}};
 
 TEST_F(ComProtocol, WordsOfTheHostAreAnsweredLikeStartApp) {
   tq_set_com_words(kWords);
   EXPECT_EQ(serve("start_exact\nclock\nmore\n"), "33\n\n");
   EXPECT_EQ(serve("start_exact\r\n"), "33\n\n");
   EXPECT_THAT(binding_calls, ElementsAre("word clock", "word without a name"));
+}
+
+TEST_F(ComProtocol, WordsOfTheHostMayHaveMoreToSayThanACode) {
+  tq_set_com_words(kWords);
+  EXPECT_EQ(serve("refresh_apps\n"), "33\nadded 1\n");
+  EXPECT_THAT(binding_calls, ElementsAre("word without a name", "rest"));
 }
 
 TEST_F(ComProtocol, WordsOfTheHostReplaceNoneOfTheProtocol) {

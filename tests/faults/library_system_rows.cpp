@@ -291,7 +291,7 @@ bool serve(std::string_view request) {
 }
 
 bool served_requests() {
-  constexpr tq_com_word kWords[] = {{"greet", greet}, {nullptr, nullptr}};
+  constexpr tq_com_word kWords[] = {{"greet", greet, nullptr}, {nullptr, nullptr, nullptr}};
   if (tq_setup_status_manager() != 0 || tq_setup_package_manager() != 0 ||
       tq_setup_app_manager() != 1) {
     return false;

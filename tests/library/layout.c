@@ -33,7 +33,8 @@ SIZE(tq_com_server, 16, 32);
 
 FIELD(tq_com_word, word, 0, 0);
 FIELD(tq_com_word, serve, 4, 8);
-SIZE(tq_com_word, 8, 16);
+FIELD(tq_com_word, rest, 8, 16);
+SIZE(tq_com_word, 12, 24);
 
 FIELD(tq_conf_pair, name, 0, 0);
 FIELD(tq_conf_pair, value, 4, 8);

@@ -39,7 +39,10 @@ class ConnectionsOfClients : public testing::Test {
 
   // Does one of the things that can be done now; false when there is none.
   bool do_one() {
-    EXPECT_TRUE(connections_.wait({interrupted_.fd(), -1}, Deadline::never()));
+    Connections::Others others = {{{.fd = interrupted_.fd(), .events = POLLIN, .revents = 0},
+                                   {.fd = -1, .events = 0, .revents = 0}}};
+    connections_.wait(others, Deadline::never());
+    EXPECT_NE(others[0].revents, 0);
     return connections_.advance();
   }
   void advance() {

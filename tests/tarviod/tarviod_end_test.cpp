@@ -192,6 +192,7 @@ TEST(TarviodEnd, KillsAnApplicationThatDoesNotStop) {
                 "#!/bin/sh\ntrap '' TERM\necho $$ >" + process.string() + ".new\nmv " +
                     process.string() + ".new " + process.string() +
                     "\nwhile :; do sleep 600; done\n");
+  fs::create_directories("/etc/tarvio/apps.d");
   write_file("/etc/tarvio/apps.d/clock.conf", "stop_timeout: 1\n");
   Tarviod manager({"--start-all"});
   ASSERT_TRUE(manager.answers());

@@ -252,9 +252,9 @@ TEST_F(LogReader, RunsNoCommand) {
   EXPECT_TRUE(children_of(reader_of(manager())).empty());
 }
 
-// The standard streams, the lock, two each for signals, jobs and their results, the socket and the
-// reader's reports.
-constexpr long kDescriptorsOfManager = 3 + 1 + 3 * 2 + 1 + 1;
+// The standard streams, the lock, two each for the keeper, signals, jobs and their results, the
+// socket and the reader's reports.
+constexpr long kDescriptorsOfManager = 3 + 1 + 4 * 2 + 1 + 1;
 constexpr long kDescriptorsOfReader = 3;
 
 TEST_F(LogReader, HoldsNoMoreDescriptorsAfterAThousandReads) {

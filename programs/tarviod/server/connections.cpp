@@ -33,17 +33,15 @@ bool Connections::has_client() const {
   return count_ > 0 || poll(&file, 1, 0) == 1;
 }
 
-bool Connections::wait(const Others& others, const Deadline& until) {
-  for (size_t at = 0; at < others.size(); ++at) {
-    files_[kOther + at] = {.fd = others[at], .events = POLLIN, .revents = 0};
-  }
+void Connections::wait(Others& others, const Deadline& until) {
+  std::copy(others.begin(), others.end(), files_.begin() + kOther);
   files_[kListening] = {.fd = listening_fd_, .events = POLLIN, .revents = 0};
   for (size_t at = 0; at < count_; ++at) {
     files_[kFirst + at] = {.fd = all_[at].fd, .events = POLLRDHUP, .revents = 0};
   }
   const Deadline overdue = count_ == 0 ? Deadline::never() : all_[0].until;
   (void)poll(files_.data(), kFirst + count_, Deadline::sooner(until, overdue).remaining_ms());
-  return files_[kOther].revents != 0;
+  std::copy_n(files_.begin() + kOther, others.size(), others.begin());
 }
 
 bool Connections::advance() {

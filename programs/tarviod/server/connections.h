@@ -28,12 +28,11 @@ class Connections {
   // A client is connected.
   [[nodiscard]] bool has_client() const;
 
-  // Descriptors that end a wait, -1 for none.
-  using Others = std::array<int, 2>;
+  // Descriptors that end a wait as well, and what has become of them.
+  using Others = std::array<pollfd, 2>;
 
-  // Waits until there is something to do, one of the others is readable, or the time has come.
-  // Returns whether the first of the others is readable.
-  bool wait(const Others& others, const tarvio::Deadline& until);
+  // Waits until there is something to do, for these or for the others, or the time has come.
+  void wait(Others& others, const tarvio::Deadline& until);
   // Does one thing of those that were found: serves a client, accepts one, or ends the connection
   // whose time is over. False when there was nothing to do.
   bool advance();

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <stdio.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
@@ -62,6 +63,7 @@ class RecordPipe {
 constinit Connections clients;
 constinit AppRunner* runner = nullptr;
 constinit StatePublisher publisher;
+constinit tq_refresh_result refreshed = {};  // by the last refresh
 constinit RecordPipe<Job> jobs;
 constinit RecordPipe<Result> results;
 
@@ -78,23 +80,46 @@ void run_job() {
   results.write({.job = job, .code = code});
 }
 
+// A request for statuses changes nothing.
+bool asks_for_statuses(int client) {
+  constexpr std::string_view kWord = "status_";
+  std::array<char, kWord.size()> begin;
+  const ssize_t count = recv(client, begin.data(), begin.size(), MSG_PEEK | MSG_DONTWAIT);
+  return count == static_cast<ssize_t>(begin.size()) &&
+         kWord == std::string_view(begin.data(), begin.size());
+}
+
+uint32_t serve_client(int32_t client) {
+  const bool is_change = !asks_for_statuses(client);
+  const uint32_t result = tq_request_handler(client);
+  if (is_change) catch_up();
+  return result;
+}
+
 [[noreturn]] void* serve(void* /*unused*/) {
   while (true) {
     end_steps();
-    const bool has_job = clients.wait({jobs.read_end(), runner->fd()}, runner->next_restart());
+    Connections::Others own = {{
+        {.fd = jobs.read_end(), .events = POLLIN, .revents = 0},
+        {.fd = runner->fd(), .events = POLLIN, .revents = 0},
+    }};
+    clients.wait(own, runner->next_restart());
     begin_step();
-    if (has_job) {
+    if (own[0].revents != 0) {
       run_job();
+    } else if (own[1].revents != 0 || runner->next_restart().passed()) {
+      catch_up();
     } else {
       (void)clients.advance();
-      catch_up();
     }
   }
 }
 
 void serve_last_clients() {
   while (clients.has_client()) {
-    (void)clients.wait({-1, -1}, Deadline::never());
+    Connections::Others none = {
+        {{.fd = -1, .events = 0, .revents = 0}, {.fd = -1, .events = 0, .revents = 0}}};
+    clients.wait(none, Deadline::never());
     begin_step();
     (void)clients.advance();
   }
@@ -119,11 +144,20 @@ int refresh_for_client(const char* /*unused*/) {
   return code;
 }
 
+// After the code of a refresh.
+const char* counts_of_refresh() {
+  static char text[96];
+  (void)snprintf(text, sizeof text, "\nadded %d\nremoved %d\nchanged %d\n",
+                 static_cast<int>(refreshed.added), static_cast<int>(refreshed.removed),
+                 static_cast<int>(refreshed.changed));
+  return text;
+}
+
 // Beside the words of the protocol, for clients that mean exactly one application.
 constexpr std::array<tq_com_word, 4> kWords = {{
-    {.word = "start_exact", .serve = start_exact},
-    {.word = "stop_exact", .serve = stop_exact},
-    {.word = "refresh_apps", .serve = refresh_for_client},
+    {.word = "start_exact", .serve = start_exact, .rest = nullptr},
+    {.word = "stop_exact", .serve = stop_exact, .rest = nullptr},
+    {.word = "refresh_apps", .serve = refresh_for_client, .rest = counts_of_refresh},
     {},
 }};
 
@@ -147,9 +181,9 @@ bool start_server(const SocketAccess& access, AppRunner& app_runner) {
   publisher = StatePublisher(access.mode, access.group);
   publisher.publish(runner->runs());
   tq_set_com_words(kWords.data());
-  const int listening_fd = listen_for_clients(access, tq_request_handler);
+  const int listening_fd = listen_for_clients(access, serve_client);
   if (listening_fd < 0) return false;
-  clients.open(listening_fd, tq_request_handler);
+  clients.open(listening_fd, serve_client);
   pthread_t thread = {};
   errno = pthread_create(&thread, nullptr, serve, nullptr);
   if (errno != 0) return false;
@@ -181,13 +215,13 @@ int start_at_boot() { return runner->start_at_boot(); }
 int look_around() { return 0; }
 
 int refresh() {
-  tq_refresh_result result = {};
-  const int code = tq_refresh_applications(&result);
+  refreshed = {};
+  const int code = tq_refresh_applications(&refreshed);
   char text[96];
   (void)snprintf(text, sizeof text, "%d added, %d removed, %d changed",
-                 static_cast<int>(result.added), static_cast<int>(result.removed),
-                 static_cast<int>(result.changed));
-  if (result.added + result.removed + result.changed > 0) inform("applications", text);
+                 static_cast<int>(refreshed.added), static_cast<int>(refreshed.removed),
+                 static_cast<int>(refreshed.changed));
+  if (refreshed.added + refreshed.removed + refreshed.changed > 0) inform("applications", text);
   return code;
 }
 

@@ -93,7 +93,8 @@ void serve(int fd, const tarvio::Request& request) {
   }
   for (const tq_com_word* each = host_words; each != nullptr && each->word != nullptr; ++each) {
     if (strcmp(request.command(), each->word) == 0) {
-      return send_code(fd, each->serve(request.name()), kTwoLineEnds);
+      const int code = each->serve(request.name());
+      return send_code(fd, code, each->rest == nullptr ? kTwoLineEnds : each->rest());
     }
   }
 }

@@ -53,8 +53,9 @@ int fail_once(tq_app_info* /*app*/) {
   return std::exchange(has_failed, true) ? 0 : ENOEXEC;
 }
 
-constexpr tq_com_word kExactWords[] = {
-    {"start_exact", tq_start_app_exact}, {"stop_exact", tq_stop_app_exact}, {nullptr, nullptr}};
+constexpr tq_com_word kExactWords[] = {{"start_exact", tq_start_app_exact, nullptr},
+                                       {"stop_exact", tq_stop_app_exact, nullptr},
+                                       {nullptr, nullptr, nullptr}};
 
 // A manager whose starts and stops have these results, in place of processes. An older one does not
 // know exact names.

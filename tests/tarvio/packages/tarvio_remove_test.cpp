@@ -25,8 +25,9 @@ namespace {
 using nlohmann::json;
 using testing::HasSubstr;
 
-constexpr tq_com_word kExactWords[] = {
-    {"start_exact", tq_start_app_exact}, {"stop_exact", tq_stop_app_exact}, {nullptr, nullptr}};
+constexpr tq_com_word kExactWords[] = {{"start_exact", tq_start_app_exact, nullptr},
+                                       {"stop_exact", tq_stop_app_exact, nullptr},
+                                       {nullptr, nullptr, nullptr}};
 
 // An application that is installed and started, and a manager that knows it.
 class ClientRemoveOfAnApplication : public WithoutPackages {
