@@ -6,6 +6,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <new>
 #include <utility>
 
 #include "apps/app_runner.h"
@@ -34,6 +36,12 @@ void fill_standard_streams() {
     fd = open("/dev/null", O_RDWR);  // applications inherit the streams
   } while (fd >= 0 && fd <= STDERR_FILENO);
   if (fd >= 0) (void)close(fd);
+}
+
+// Never destroyed, since the com server's thread uses it to the end of the process.
+tarviod::AppRunner& make_runner() {
+  alignas(tarviod::AppRunner) static std::byte memory[sizeof(tarviod::AppRunner)];
+  return *new (memory) tarviod::AppRunner;
 }
 
 }  // namespace
@@ -70,7 +78,7 @@ int main(int argc, char** argv) {
     (void)fprintf(stderr, "tarviod: cannot catch signals: %s\n", strerror(errno));
     return tarviod::kExitFailure;
   }
-  tarviod::AppRunner runner;
+  tarviod::AppRunner& runner = make_runner();
   if (!runner.open(options.output)) return tarviod::kExitFailure;
   tarviod::LogWatch log_watch;
   log_watch.start(std::move(config));
