@@ -61,9 +61,12 @@ void Launch::end(int status) {
   channel_.reset();
 }
 
+// An executed program has closed its end: then there is nothing to wait for.
 void Launch::take_error() {
   int error = 0;
-  if (recv(channel_.get(), &error, sizeof error, MSG_DONTWAIT) == sizeof error) run_error_ = error;
+  const ssize_t count = recv(channel_.get(), &error, sizeof error, MSG_DONTWAIT);
+  if (count == sizeof error) run_error_ = error;
+  if (count >= 0) channel_.reset();
 }
 
 }  // namespace tarviod

@@ -37,6 +37,8 @@ struct AppLimits {
 
 // How an application is run. Texts end with a zero byte; an empty one is not set.
 struct AppSetup {
+  AppSetup();
+
   char start_file[kMaxFileBytes + 1] = {};
   char stop_file[kMaxFileBytes + 1] = {};
   char version[kMaxVersionBytes + 1] = {};  // of the package, to be given back
@@ -50,6 +52,8 @@ struct AppSetup {
 };
 
 struct KeeperRequest {
+  KeeperRequest();
+
   uint32_t protocol = kKeeperProtocol;
   Ask ask = Ask::kApplications;
   char name[kMaxNameBytes + 1] = {};

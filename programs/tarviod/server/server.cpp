@@ -63,7 +63,8 @@ class RecordPipe {
 constinit Connections clients;
 constinit AppRunner* runner = nullptr;
 constinit StatePublisher publisher;
-constinit tq_refresh_result refreshed = {};  // by the last refresh
+constinit Deadline restart_due = Deadline::never();  // as of the last change
+constinit tq_refresh_result refreshed = {};          // by the last refresh
 constinit RecordPipe<Job> jobs;
 constinit RecordPipe<Result> results;
 
@@ -71,6 +72,7 @@ constinit RecordPipe<Result> results;
 void catch_up() {
   runner->follow();
   publisher.publish(runner->runs());
+  restart_due = runner->next_restart();
 }
 
 void run_job() {
@@ -103,11 +105,11 @@ uint32_t serve_client(int32_t client) {
         {.fd = jobs.read_end(), .events = POLLIN, .revents = 0},
         {.fd = runner->fd(), .events = POLLIN, .revents = 0},
     }};
-    clients.wait(own, runner->next_restart());
+    clients.wait(own, restart_due);
     begin_step();
     if (own[0].revents != 0) {
       run_job();
-    } else if (own[1].revents != 0 || runner->next_restart().passed()) {
+    } else if (own[1].revents != 0 || restart_due.passed()) {
       catch_up();
     } else {
       (void)clients.advance();
@@ -179,7 +181,7 @@ bool start_server(const SocketAccess& access, AppRunner& app_runner) {
   if (!jobs.open() || !results.open()) return false;
   runner = &app_runner;
   publisher = StatePublisher(access.mode, access.group);
-  publisher.publish(runner->runs());
+  catch_up();
   tq_set_com_words(kWords.data());
   const int listening_fd = listen_for_clients(access, serve_client);
   if (listening_fd < 0) return false;
