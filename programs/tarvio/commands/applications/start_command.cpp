@@ -48,10 +48,9 @@ constexpr Command kStartCommand = {
     .need = Need::kAnswer,
     .summary = "start an application",
     .description =
-        "Starts an application. One that was started before stays as it is, even if its process "
-        "has ended: stop it first. A start succeeds once a process exists, unless the manager "
-        "knows "
-        "already that it has ended.",
+        "Starts an application. One that runs, or is about to be restarted, stays as it is. A "
+        "start "
+        "succeeds once a process exists, unless the manager knows already that it has ended.",
     .statuses = kManagerStatuses,
     .run = run,
 };
