@@ -65,8 +65,9 @@ constexpr Command kStartCommand = {
     .need = Need::kAnswer,
     .summary = "start an application",
     .description =
-        "Starts an application. One that runs stays as it is. A start fails when the start file "
-        "cannot be run, and when the manager knows already that it has ended.",
+        "Starts an application. One that runs, or is about to be restarted, stays as it is. A "
+        "start fails when the start file cannot be run, and when the manager knows already that it "
+        "has ended.",
     .statuses = kManagerStatuses,
     .run = run,
 };
