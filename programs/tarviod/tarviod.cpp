@@ -36,6 +36,13 @@ void fill_standard_streams() {
   if (fd >= 0) (void)close(fd);
 }
 
+// The thread that answers uses it to the end of the process, so nobody destroys it.
+union LastingRunner {
+  LastingRunner() : runner() {}
+  ~LastingRunner() {}
+  tarviod::AppRunner runner;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -70,7 +77,8 @@ int main(int argc, char** argv) {
     (void)fprintf(stderr, "tarviod: cannot catch signals: %s\n", strerror(errno));
     return tarviod::kExitFailure;
   }
-  tarviod::AppRunner runner;
+  static LastingRunner lasting;
+  tarviod::AppRunner& runner = lasting.runner;
   if (!runner.open(options.output)) return tarviod::kExitFailure;
   tarviod::LogWatch log_watch;
   log_watch.start(std::move(config));
