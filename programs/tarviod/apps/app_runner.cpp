@@ -42,10 +42,10 @@ bool is_readable(int fd) {
   return poll(&file, 1, 0) > 0;
 }
 
-template <size_t size>
-bool copy_text(char (&target)[size], const char* text) {
-  const int length = snprintf(target, size, "%s", text);
-  return length >= 0 && static_cast<size_t>(length) < size;
+template <size_t Size>
+bool copy_text(char (&target)[Size], const char* text) {
+  const int length = snprintf(target, Size, "%s", text);
+  return length >= 0 && static_cast<size_t>(length) < Size;
 }
 
 bool mark_started(tq_app_info& app, pid_t pid) {
@@ -103,12 +103,11 @@ bool restarts_after(const char* application, const runtime::AppExit& exit) {
 bool AppRunner::open(const char* output) {
   output_ = output;
   runner = this;
-  return connect();
+  return connect() != KeeperFound::kNone;
 }
 
-bool AppRunner::connect() {
-  KeeperRequest request;
-  request.ask = Ask::kWatch;
+KeeperFound AppRunner::connect() {
+  KeeperRequest request = request_for(Ask::kWatch);
   KeeperReply reply;
   const KeeperFound found = requests_.open();
   if (found == KeeperFound::kStartedWithoutLedger) {
@@ -116,10 +115,10 @@ bool AppRunner::connect() {
   }
   if (found != KeeperFound::kNone && changes_.open() != KeeperFound::kNone &&
       changes_.ask(request, reply, Deadline::after(kReplyMs)) && reply.code == 0) {
-    return true;
+    return found;
   }
   warn(kKeeper, strerror(errno));
-  return false;
+  return KeeperFound::kNone;
 }
 
 // 0 or an error code; kGone when the keeper is gone.
@@ -159,15 +158,15 @@ int AppRunner::start(tq_app_info& app, AppRuns& runs) {
 }
 
 int AppRunner::start_with_keeper(tq_app_info& app, AppRuns& runs) {
-  KeeperRequest request = {};
-  request.ask = Ask::kStart;
+  KeeperRequest request = request_for(Ask::kStart);
   AppSettings settings;
   if (!read_app_settings(app.package->name, settings)) return EINVAL;
   const int mistake = describe_start(app, settings, output_, request);
   if (mistake != 0) return mistake;
   request.setup.starts = runs.starts + 1;
   const int code = ask(request, kReplyMs);
-  if (code != 0) return code;
+  // It runs already when the reply to a start before this one was lost.
+  if (code != 0 && code != EALREADY) return code;
   runs.restart_due = Deadline::never();
   return take_notes() ? 0 : kGone;
 }
@@ -176,23 +175,31 @@ int AppRunner::stop(tq_app_info& app, AppRuns& runs) {
   const bool runs_now = !runs.restart_due.is_set();
   runs.restart_due = Deadline::never();
   runs.restarts.reset();
-  if (runs_now) {
-    KeeperRequest request = {};
-    request.ask = Ask::kStop;
-    (void)copy_text(request.name, app.package->name);
-    const int code = ask(request, kReplyMs + kStopRounds * runs.stop_timeout_ms);
-    if (code != 0 && code != kGone) return code;
+  int code = runs_now ? stop_with_keeper(runs) : 0;
+  if (code == kGone) {
+    mark_stopped(app);  // so that it is not started again after the keeper
+    code = replace_keeper() ? stop_with_keeper(runs) : kGone;
   }
-  // Nothing of it is left when the keeper is gone: the one that follows has ended it.
+  if (code != 0) return code;
   mark_stopped(app);
   runs.state = AppState::kStopped;
-  return requests_.valid() || replace_keeper() ? 0 : kGone;
+  return 0;
 }
 
-// Starts a keeper in the place of one that has died, and what that one ran.
+int AppRunner::stop_with_keeper(const AppRuns& runs) {
+  KeeperRequest request = request_for(Ask::kStop);
+  (void)copy_text(request.name, runs.name);
+  return ask(request, kReplyMs + kStopRounds * runs.stop_timeout_ms);
+}
+
+// Starts a keeper in the place of one that has died, and what that one ran. When it was the
+// connection alone that failed, the keeper is found again, with all that it runs.
 bool AppRunner::replace_keeper() {
-  warn(kKeeper, "has died: its applications are ended and started again");
-  if (!connect() || !take_notes()) return false;
+  const KeeperFound found = connect();
+  if (found != KeeperFound::kRunning) {
+    warn(kKeeper, "has died: its applications are ended and started again");
+  }
+  if (found == KeeperFound::kNone || !take_notes()) return false;
   start_lost_ones();
   return true;
 }
@@ -218,7 +225,7 @@ void AppRunner::start_again(tq_app_info& app, AppRuns& runs, const char* detail)
 // False when the keeper is gone.
 bool AppRunner::take_notes() {
   const Deadline until = Deadline::after(kReplyMs);
-  const KeeperRequest request;
+  const KeeperRequest request = request_for(Ask::kApplications);
   KeeperReply reply;
   if (!requests_.valid() || !requests_.ask(request, reply, until)) return false;
   for (AppRuns& runs : runs_.all()) runs.is_kept = false;
@@ -369,12 +376,7 @@ void AppRunner::restore(const runtime::StateFile& previous) {
 void AppRunner::stop_unknown_ones() {
   for (const AppRuns& runs : runs_.all()) {
     if (runs.state != AppState::kRunning || find_application(runs.name) != nullptr) continue;
-    KeeperRequest request = {};
-    request.ask = Ask::kStop;
-    (void)copy_text(request.name, runs.name);
-    if (ask(request, kReplyMs + kStopRounds * runs.stop_timeout_ms) == 0) {
-      warn(runs.name, "stopped: its package was removed");
-    }
+    if (stop_with_keeper(runs) == 0) warn(runs.name, "stopped: its package was removed");
   }
 }
 
@@ -384,8 +386,7 @@ int AppRunner::reason_not_run(const char* application) const {
 }
 
 void AppRunner::end_keeper() {
-  KeeperRequest request = {};
-  request.ask = Ask::kEnd;
+  KeeperRequest request = request_for(Ask::kEnd);
   changes_.close();
   (void)ask(request, kReplyMs);
   requests_.close();

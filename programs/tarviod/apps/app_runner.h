@@ -55,11 +55,12 @@ class AppRunner {
   static int start_operation(tq_app_info* app);
   static int stop_operation(tq_app_info* app);
 
-  bool connect();
+  KeeperFound connect();
   int ask(const KeeperRequest& request, int within_ms);
   int start(tq_app_info& app, AppRuns& runs);
   int start_with_keeper(tq_app_info& app, AppRuns& runs);
   int stop(tq_app_info& app, AppRuns& runs);
+  int stop_with_keeper(const AppRuns& runs);
   bool replace_keeper();
 
   bool take_notes();
