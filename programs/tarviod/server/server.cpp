@@ -15,6 +15,7 @@
 #include "base/chain.h"
 #include "base/pipe.h"
 #include "connections.h"
+#include "descriptor_warning.h"
 #include "listening_socket.h"
 #include "settings/warn.h"
 #include "supervision/watchdog.h"
@@ -71,6 +72,7 @@ constinit RecordPipe<Result> results;
 void catch_up() {
   runner->follow();
   publisher.publish(runner->runs());
+  watch_descriptors();
 }
 
 void run_job() {
@@ -103,11 +105,11 @@ uint32_t serve_client(int32_t client) {
         {.fd = jobs.read_end(), .events = POLLIN, .revents = 0},
         {.fd = runner->fd(), .events = POLLIN, .revents = 0},
     }};
-    clients.wait(own, runner->next_restart());
+    clients.wait(own, runner->next_due());
     begin_step();
     if (own[0].revents != 0) {
       run_job();
-    } else if (own[1].revents != 0 || runner->next_restart().passed()) {
+    } else if (own[1].revents != 0 || runner->next_due().passed()) {
       catch_up();
     } else {
       (void)clients.advance();
