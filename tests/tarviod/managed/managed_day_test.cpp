@@ -1,0 +1,1 @@
+#include "managed.h"
