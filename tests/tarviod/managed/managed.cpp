@@ -59,6 +59,7 @@ void Managed::TearDown() {
   if (manager_ != nullptr && !manager_->has_ended()) kill_manager();
   ::kill(keeper, SIGTERM);
   EXPECT_TRUE(ends(keeper));
+  fs::remove_all(runtime::kRunDirectory);
 }
 
 void Managed::start_manager(const std::vector<std::string>& arguments,

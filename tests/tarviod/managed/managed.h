@@ -1,4 +1,5 @@
-// A manager of a test's own, with the keeper that it leaves when it is killed, and what it publishes.
+// A manager of a test's own, with the keeper that it leaves when it is killed, and what it
+// publishes.
 #ifndef TARVIO_TESTS_TARVIOD_MANAGED_MANAGED_H
 #define TARVIO_TESTS_TARVIOD_MANAGED_MANAGED_H
 
@@ -47,7 +48,9 @@ class Managed : public testing::Test {
   static void kill_keeper();
   static std::string request(const std::string& lines);
   // A request for exactly this application; the code of its reply.
-  static std::string start(const std::string& name) { return request("start_exact\n" + name + "\n"); }
+  static std::string start(const std::string& name) {
+    return request("start_exact\n" + name + "\n");
+  }
   static std::string stop(const std::string& name) { return request("stop_exact\n" + name + "\n"); }
   // Waits until an application has exactly one process, which it returns.
   static pid_t only_process_of(const std::string& name);

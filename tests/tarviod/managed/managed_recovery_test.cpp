@@ -166,7 +166,8 @@ TEST_F(ManagedRecovery, FindsAStopThatWasNotPublished) {
 }
 
 TEST_F(ManagedRecovery, EndsAStopThatHasBegun) {
-  install("clock", kStays, "until [ -e " + (directory_ / "go").string() + " ]; do sleep 0.01; done");
+  install("clock", kStays,
+          "until [ -e " + (directory_ / "go").string() + " ]; do sleep 0.01; done");
   configure("clock", "stop_timeout: 1\n");
   start_manager();
   EXPECT_EQ(start("clock"), kDone);
@@ -198,8 +199,9 @@ TEST_F(ManagedRecovery, GoesOnAfterAnEndThatKeepsTheApplications) {
 }
 
 TEST_F(ManagedRecovery, StopsWhatWasRemovedMeanwhile) {
-  install("clock", kStays, ": >" + (directory_ / "stopped").string() + "; kill $(cat " +
-                               (directory_ / "process").string() + ")");
+  install("clock", kStays,
+          ": >" + (directory_ / "stopped").string() + "; kill $(cat " +
+              (directory_ / "process").string() + ")");
   write_program(information_file("clock", ".tqstartapp"),
                 "#!/bin/sh\necho $$ >" + (directory_ / "process").string() + "\nexec sleep 600\n");
   start_manager();

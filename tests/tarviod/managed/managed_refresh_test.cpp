@@ -24,7 +24,7 @@ TEST_F(ManagedRefresh, FindsANewApplication) {
   start_manager();
   install("clock", kStays);
   EXPECT_EQ(start("clock"), "22\n\n");
-  EXPECT_EQ(request(kRefresh), "0\n\nadded 1\nremoved 0\nchanged 0\n");
+  EXPECT_EQ(request(kRefresh), "0\nadded 1\nremoved 0\nchanged 0\n");
   EXPECT_EQ(published("clock").state, "stopped");
   EXPECT_EQ(status_of("clock"), "");
   EXPECT_EQ(start("clock"), kDone);
@@ -49,7 +49,7 @@ TEST_F(ManagedRefresh, StopsWhatIsGoneWithItsKeptStopFile) {
   const pid_t clock = only_process_of("clock");
   EXPECT_TRUE(eventually([&] { return fs::exists(process); }));
   uninstall("clock");
-  EXPECT_EQ(request(kRefresh), "0\n\nadded 0\nremoved 1\nchanged 0\n");
+  EXPECT_EQ(request(kRefresh), "0\nadded 0\nremoved 1\nchanged 0\n");
   EXPECT_FALSE(is_alive(clock));
   EXPECT_TRUE(fs::exists(directory_ / "stopped"));
   EXPECT_EQ(published("clock").state, "");
@@ -63,7 +63,7 @@ TEST_F(ManagedRefresh, TakesBackTheRestartOfWhatIsGone) {
   EXPECT_EQ(start("clock"), kDone);
   EXPECT_TRUE(becomes("clock", "restarting"));
   uninstall("clock");
-  EXPECT_EQ(request(kRefresh), "0\n\nadded 0\nremoved 1\nchanged 0\n");
+  EXPECT_EQ(request(kRefresh), "0\nadded 0\nremoved 1\nchanged 0\n");
   EXPECT_EQ(request("status_all\n"), "");
   EXPECT_TRUE(processes_of("clock").empty());
 }
@@ -74,7 +74,7 @@ TEST_F(ManagedRefresh, LeavesWhatWasUpgradedUntilItIsRestarted) {
   EXPECT_EQ(start("clock"), kDone);
   const pid_t clock = only_process_of("clock");
   upgrade("clock", "2.0");
-  EXPECT_EQ(request(kRefresh), "0\n\nadded 0\nremoved 0\nchanged 1\n");
+  EXPECT_EQ(request(kRefresh), "0\nadded 0\nremoved 0\nchanged 1\n");
   EXPECT_EQ(only_process_of("clock"), clock);
   EXPECT_EQ(status_of("clock"), kStarted);
   EXPECT_EQ(published("clock").installed, "2.0");

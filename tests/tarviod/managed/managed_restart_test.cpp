@@ -19,8 +19,8 @@ class ManagedRestart : public Managed {
   // A start file that ends as `ends` says, and stays from its third start on.
   void install_failing(const std::string& ends) const {
     const std::string count = directory_ / "count";
-    install("clock", "echo >>" + count + "; [ $(wc -l <" + count + ") -gt 2 ] && exec sleep 600\n" +
-                         ends);
+    install("clock",
+            "echo >>" + count + "; [ $(wc -l <" + count + ") -gt 2 ] && exec sleep 600\n" + ends);
   }
 };
 
@@ -96,9 +96,8 @@ TEST_F(ManagedRestart, IsAnnouncedAndTakenBackByAStop) {
   start_manager();
   EXPECT_EQ(start("clock"), kDone);
   // The third pause is a second long.
-  EXPECT_TRUE(eventually([] {
-    return published("clock").starts == 3 && published("clock").state == "restarting";
-  }));
+  EXPECT_TRUE(eventually(
+      [] { return published("clock").starts == 3 && published("clock").state == "restarting"; }));
   EXPECT_EQ(status_of("clock"), "1\nended with status 3, starting it again\n");
   EXPECT_EQ(stop("clock"), kDone);
   EXPECT_EQ(published("clock").state, "stopped");
@@ -106,7 +105,7 @@ TEST_F(ManagedRestart, IsAnnouncedAndTakenBackByAStop) {
   // Another application's restart shows that the time has passed.
   install("radio", "exit 3");
   configure("radio", "restart: always\n");
-  EXPECT_EQ(request("refresh_apps\n"), "0\n\nadded 1\nremoved 0\nchanged 0\n");
+  EXPECT_EQ(request("refresh_apps\n"), "0\nadded 1\nremoved 0\nchanged 0\n");
   EXPECT_EQ(start("radio"), kDone);
   EXPECT_TRUE(eventually([] { return published("radio").starts == 4; }));
   EXPECT_EQ(published("clock").starts, 3);

@@ -97,14 +97,15 @@ TEST_P(ManagedStateLeft, IsReportedAndIgnored) {
   EXPECT_EQ(published("clock").starts, 0);
 }
 
-constexpr char kRan[] = "app\tclock\trunning\t1\t1\t7\t-\t1.0\t1.0\nstatus\t0\tclock\tstarted app\n";
+constexpr char kRan[] =
+    "app\tclock\trunning\t1\t1\t7\t-\t1.0\t1.0\nstatus\t0\tclock\tstarted app\n";
 
-INSTANTIATE_TEST_SUITE_P(, ManagedStateLeft,
-                         testing::Values(LeftFile{"Empty", ""}, LeftFile{"OfAnotherKind", "hello\n"},
-                                         LeftFile{"WithoutAnEnd",
-                                                  std::string("tarvio-state\t1\n") + kRan},
-                                         LeftFile{"WithAZero", std::string("\0\0\nend\n", 7)}),
-                         [](const auto& each) { return std::string(each.param.description); });
+INSTANTIATE_TEST_SUITE_P(
+    , ManagedStateLeft,
+    testing::Values(LeftFile{"Empty", ""}, LeftFile{"OfAnotherKind", "hello\n"},
+                    LeftFile{"WithoutAnEnd", std::string("tarvio-state\t1\n") + kRan},
+                    LeftFile{"WithAZero", std::string("\0\0\nend\n", 7)}),
+    [](const auto& each) { return std::string(each.param.description); });
 
 TEST_F(ManagedState, OfAnotherBootIsOfNoUse) {
   install("clock", kStays);
@@ -150,7 +151,8 @@ TEST_F(ManagedState, ShortOfDescriptorsIsReportedOnce) {
     std::vector<Socket> clients;
     for (int count = 0; count < 20; ++count) clients.push_back(connect_to(TQ_COM_SOCKET_PATH));
     EXPECT_TRUE(eventually([&] { return count_descriptors(manager_->pid()) == before + 20; }));
-    for (int again = 0; again < 2; ++again) EXPECT_EQ(request("refresh_apps\n").substr(0, 2), "0\n");
+    for (int again = 0; again < 2; ++again)
+      EXPECT_EQ(request("refresh_apps\n").substr(0, 2), "0\n");
     EXPECT_EQ(count_warnings(), round);
     clients.clear();
     EXPECT_TRUE(eventually([&] { return count_descriptors(manager_->pid()) == before; }));
