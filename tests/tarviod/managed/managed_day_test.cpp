@@ -99,6 +99,8 @@ class ManagedDay : public Managed, public testing::WithParamInterface<Victims> {
   }
 
   void set_running(DayApp& app, bool runs) {
+    // Until the manager has heard of the crash, it counts as started.
+    if (app.wanted == Wanted::kEnded && published(app.name).state != "ended") return;
     const std::string word = runs ? "start_exact\n" : "stop_exact\n";
     const std::string reply = request_if_possible(word + app.name + "\n");
     if (reply.empty()) {
@@ -111,14 +113,15 @@ class ManagedDay : public Managed, public testing::WithParamInterface<Victims> {
   }
 
   void crash(DayApp& app) {
+    const bool restarts = app.settings.starts_with("restart");
     if (app.wanted != Wanted::kRunning || app.crashes == 2) return;
+    // A manager that has not heard of the crash when the keeper dies starts it again.
+    if (!restarts && GetParam().keeper) return;
     const std::vector<pid_t> processes = processes_of(app.name);
     if (processes.empty()) return;
     for (const pid_t process : processes) ::kill(process, SIGKILL);
     ++app.crashes;
-    // A manager that has not heard of it when the keeper dies starts it again.
-    if (app.settings.find("restart") == std::string::npos)
-      app.wanted = GetParam().keeper ? Wanted::kUnknown : Wanted::kEnded;
+    if (!restarts) app.wanted = Wanted::kEnded;
   }
 
   void change(const DayApp& app) {
