@@ -31,10 +31,10 @@ constexpr char kKeeper[] = "keeper";
 // The operations of a binding get no other argument than the application.
 AppRunner* runner = nullptr;
 
-template <size_t size>
-bool copy_text(char (&target)[size], const char* text) {
-  const int length = snprintf(target, size, "%s", text);
-  return length >= 0 && static_cast<size_t>(length) < size;
+template <size_t Size>
+bool copy_text(char (&target)[Size], const char* text) {
+  const int length = snprintf(target, Size, "%s", text);
+  return length >= 0 && static_cast<size_t>(length) < Size;
 }
 
 // 0 or why the application cannot be started so.
