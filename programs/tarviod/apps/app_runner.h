@@ -3,6 +3,8 @@
 #ifndef TARVIOD_APP_RUNNER_H
 #define TARVIOD_APP_RUNNER_H
 
+#include <errno.h>
+
 #include "app_runs.h"
 #include "base/deadline.h"
 #include "keeper/keeper_link.h"
@@ -31,14 +33,14 @@ class AppRunner {
   // previous  what that manager has left, or null.
   bool take_over(const runtime::StateFile* previous);
 
-  // Starts all applications that are enabled once, each after the one that it names. Returns the
-  // last error code.
+  // Starts the applications that are enabled once, each after the one that it names; what a manager
+  // before this one has started stays as it is. Returns the last error code.
   int start_at_boot();
 
   // Becomes readable when `follow` has something to do.
   [[nodiscard]] int fd() const { return changes_.fd(); }
   // When it is to be called without that.
-  [[nodiscard]] tarvio::Deadline next_restart() const;
+  [[nodiscard]] tarvio::Deadline next_due() const;
   // Also after each request: takes note of applications that have ended, starts those again that
   // are due, and sees to a keeper that has died.
   void follow();
@@ -52,31 +54,44 @@ class AppRunner {
   [[nodiscard]] const AppRunsTable& runs() const { return runs_; }
 
  private:
+  // Error codes of a start or a stop. An unknown application has EINVAL for itself.
+  static constexpr int kKeeperGone = ECONNRESET;
+  static constexpr int kBadSettings = ECANCELED;
+  static constexpr char kStartedAgain[] = "started again";
+
   static int start_operation(tq_app_info* app);
   static int stop_operation(tq_app_info* app);
 
   KeeperFound connect();
   int ask(const KeeperRequest& request, int within_ms);
+  // Starts a keeper in the place of one that has died, and what that one ran. False when it has to
+  // be tried again later.
+  bool replace_keeper();
+  void take_operations();
   int start(tq_app_info& app, AppRuns& runs);
-  int start_with_keeper(tq_app_info& app, AppRuns& runs);
+  int start_with_keeper(const tq_app_info& app, AppRuns& runs);
   int stop(tq_app_info& app, AppRuns& runs);
   int stop_with_keeper(const AppRuns& runs);
-  bool replace_keeper();
 
-  bool take_notes();
-  void settle(const KeptApp& kept);
-  void settle_end(tq_app_info& app, AppRuns& runs);
-  void start_again(tq_app_info& app, AppRuns& runs, const char* detail);
   void report_failures();
+  bool hear_keeper();
+  bool take_notes();
+  void take_note(const KeptApp& kept);
+  void settle(tq_app_info& app, AppRuns& runs, KeptState state);
+  void settle_end(tq_app_info& app, AppRuns& runs);
+  bool start_due_ones();
+  bool start_again(tq_app_info& app, AppRuns& runs, const char* detail);
 
   void restore(const runtime::StateFile& previous);
-  void stop_unknown_ones();
-  void start_lost_ones();
+  void finish_stops();
+  bool start_lost_ones();
 
   KeeperLink requests_;
   KeeperLink changes_;
   AppRunsTable runs_;
   const char* output_ = nullptr;
+  tarvio::Deadline keeper_due_ = tarvio::Deadline::never();  // another try to start one
+  bool has_ended_ = false;
 };
 
 }  // namespace tarviod

@@ -15,6 +15,7 @@
 #include "base/chain.h"
 #include "base/pipe.h"
 #include "connections.h"
+#include "descriptor_warning.h"
 #include "listening_socket.h"
 #include "settings/warn.h"
 #include "supervision/watchdog.h"
@@ -63,8 +64,8 @@ class RecordPipe {
 constinit Connections clients;
 constinit AppRunner* runner = nullptr;
 constinit StatePublisher publisher;
-constinit Deadline restart_due = Deadline::never();  // as of the last change
-constinit tq_refresh_result refreshed = {};          // by the last refresh
+constinit Deadline due = Deadline::never();  // of the runner, as of the last change
+constinit tq_refresh_result refreshed = {};  // by the last refresh
 constinit RecordPipe<Job> jobs;
 constinit RecordPipe<Result> results;
 
@@ -72,7 +73,8 @@ constinit RecordPipe<Result> results;
 void catch_up() {
   runner->follow();
   publisher.publish(runner->runs());
-  restart_due = runner->next_restart();
+  due = runner->next_due();
+  watch_descriptors();
 }
 
 void run_job() {
@@ -105,11 +107,11 @@ uint32_t serve_client(int32_t client) {
         {.fd = jobs.read_end(), .events = POLLIN, .revents = 0},
         {.fd = runner->fd(), .events = POLLIN, .revents = 0},
     }};
-    clients.wait(own, restart_due);
+    clients.wait(own, due);
     begin_step();
     if (own[0].revents != 0) {
       run_job();
-    } else if (own[1].revents != 0 || restart_due.passed()) {
+    } else if (own[1].revents != 0 || due.passed()) {
       catch_up();
     } else {
       (void)clients.advance();

@@ -4,6 +4,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
+#include <fstream>
 #include <sstream>
 
 #include "support/children.h"
@@ -87,6 +89,31 @@ pid_t keeper_of(pid_t manager) {
     if (read_file("/proc/" + std::to_string(child) + "/comm") == "tarviod-keeper\n") return child;
   }
   return -1;
+}
+
+pid_t keeper_process() {
+  std::ifstream ledger("/run/tarvio/processes");
+  std::string word;
+  pid_t process = -1;
+  if (!(ledger >> word >> word >> word >> process)) ADD_FAILURE() << "the ledger names no keeper";
+  return process;
+}
+
+static bool has_variable(const fs::path& process, const std::string& wanted) {
+  std::ifstream file(process / "environ");
+  for (std::string variable; std::getline(file, variable, '\0');)
+    if (variable == wanted) return true;
+  return false;
+}
+
+std::vector<pid_t> processes_of(const std::string& application) {
+  std::vector<pid_t> processes;
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    const pid_t process = std::atoi(entry.path().filename().c_str());
+    if (process > 0 && has_variable(entry.path(), "TARVIO_APPLICATION=" + application))
+      processes.push_back(process);
+  }
+  return processes;
 }
 
 uint64_t signals_of(pid_t process, const std::string& set) {

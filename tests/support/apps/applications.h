@@ -35,6 +35,10 @@ std::vector<pid_t> children_of(pid_t process);
 
 // The keeper that a manager has started; -1 when there is none.
 pid_t keeper_of(pid_t manager);
+// The keeper that runs, from its ledger.
+pid_t keeper_process();
+// The processes that have the name of this application in their environment.
+std::vector<pid_t> processes_of(const std::string& application);
 
 // A set of signals of a process, from /proc: SigBlk, SigIgn or SigCgt.
 uint64_t signals_of(pid_t process, const std::string& set);

@@ -54,14 +54,6 @@ int descriptor_count(pid_t process) {
   return static_cast<int>(std::distance(begin(list), end(list)));
 }
 
-pid_t keeper_process() {
-  std::ifstream ledger(runtime::kLedgerPath);
-  std::string word;
-  pid_t process = -1;
-  if (!(ledger >> word >> word >> word >> process)) ADD_FAILURE() << "the ledger names no keeper";
-  return process;
-}
-
 static bool is_of_an_application(const fs::path& process) {
   std::ifstream file(process / "environ");
   for (std::string variable; std::getline(file, variable, '\0');)

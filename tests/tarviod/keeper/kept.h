@@ -24,9 +24,6 @@ std::vector<tarviod::KeptApp> applications(tarviod::KeeperLink& link);
 void set_text(char* text, const std::string& value);
 int descriptor_count(pid_t process);
 
-// The keeper that runs, from its ledger.
-pid_t keeper_process();
-
 // Whether any process has the name of an application in its environment.
 bool any_application_runs();
 

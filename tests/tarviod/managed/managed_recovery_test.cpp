@@ -1,0 +1,320 @@
+// After a manager, a keeper, or both, were killed.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+
+#include "managed.h"
+#include "runtime/run_paths.h"
+#include "support/apps/applications.h"
+#include "support/children.h"
+#include "support/com/sockets.h"
+#include "tarvio/com.h"
+
+namespace tarvio_test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+constexpr char kAfterKeeper[] =
+    "tarviod: keeper: has died: its applications are ended and started again\n";
+
+class ManagedRecovery : public Managed {
+ protected:
+  // Sends a request whose reply nobody waits for, as the manager is killed meanwhile.
+  static Socket send_request(const std::string& lines) {
+    Socket client = connect_to(TQ_COM_SOCKET_PATH);
+    client.send(lines);
+    client.end_sending();
+    return client;
+  }
+  // From now on no change is published, as if the manager was killed before.
+  static void hold_state() { fs::create_directories("/run/tarvio/state.new/in-the-way"); }
+  void kill_manager_with_held_state() {
+    kill_manager();
+    fs::remove_all("/run/tarvio/state.new");
+  }
+};
+
+TEST_F(ManagedRecovery, GoesOnWithWhatRuns) {
+  install("clock", kStays);
+  install("radio", kStays);
+  install("web", kStays);
+  start_manager({"--start-all"});
+  EXPECT_TRUE(says("clock", kStarted) && says("radio", kStarted) && says("web", kStarted));
+  EXPECT_EQ(stop("radio"), kDone);
+  const pid_t clock = only_process_of("clock");
+  ::kill(only_process_of("web"), SIGKILL);
+  EXPECT_TRUE(says("web", "2\nended by signal 9 (Killed)\n"));
+  const std::string statuses = request("status_all\n");
+  const PublishedApp before = published("clock");
+  kill_manager();
+  EXPECT_TRUE(is_alive(clock));
+  start_manager({"--start-all"});
+  EXPECT_EQ(request("status_all\n"), statuses);
+  EXPECT_EQ(only_process_of("clock"), clock);
+  EXPECT_EQ(published("clock").starts, before.starts);
+  EXPECT_EQ(published("radio").state, "stopped");
+  EXPECT_EQ(published("web").state, "ended");
+  EXPECT_EQ(manager_->errors(), "");
+  EXPECT_EQ(stop("clock"), kDone);
+  EXPECT_FALSE(is_alive(clock));
+}
+
+TEST_F(ManagedRecovery, FindsOutWhatHasEndedMeanwhile) {
+  install("clock", kStays);
+  install("radio", kStays);
+  configure("radio", "restart: always\n");
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  EXPECT_EQ(start("radio"), kDone);
+  const pid_t clock = only_process_of("clock");
+  const pid_t radio = only_process_of("radio");
+  kill_manager();
+  ::kill(clock, SIGKILL);
+  ::kill(radio, SIGKILL);
+  EXPECT_TRUE(ends(clock) && ends(radio));
+  start_manager();
+  EXPECT_TRUE(says("clock", "2\nended by signal 9 (Killed)\n"));
+  EXPECT_EQ(published("clock").state, "ended");
+  EXPECT_TRUE(says("radio", kStartedAgain));
+  EXPECT_NE(only_process_of("radio"), radio);
+}
+
+TEST_F(ManagedRecovery, EndsThePauseOfARestart) {
+  install("clock", "[ -e " + (directory_ / "stay").string() + " ] && exec sleep 600; exit 3");
+  configure("clock", "restart: always\n");
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  EXPECT_TRUE(becomes("clock", "restarting"));
+  kill_manager();
+  const int starts = published("clock").starts;
+  write_file(directory_ / "stay", "");
+  start_manager();
+  EXPECT_TRUE(says("clock", kStartedAgain));
+  EXPECT_EQ(published("clock").starts, starts + 1);
+  (void)only_process_of("clock");
+}
+
+TEST_F(ManagedRecovery, FindsAStartThatWasNotPublished) {
+  install("clock", kStays);
+  start_manager();
+  hold_state();
+  EXPECT_EQ(start("clock"), kDone);
+  const pid_t clock = only_process_of("clock");
+  kill_manager_with_held_state();
+  EXPECT_EQ(published("clock").state, "stopped");
+  start_manager();
+  EXPECT_EQ(only_process_of("clock"), clock);
+  EXPECT_EQ(status_of("clock"), kStarted);
+  EXPECT_EQ(published("clock").state, "running");
+  EXPECT_EQ(start("clock"), kDone);
+  EXPECT_EQ(only_process_of("clock"), clock);
+}
+
+TEST_F(ManagedRecovery, FindsAnEndWhoseStartWasNotPublished) {
+  install("clock", "exit 3");
+  install("radio", "[ -e " + (directory_ / "stay").string() + " ] && exec sleep 600; exit 3");
+  configure("radio", "restart: on-failure\n");
+  start_manager();
+  hold_state();
+  EXPECT_EQ(start("clock"), kDone);
+  EXPECT_EQ(start("radio"), kDone);
+  EXPECT_TRUE(says("clock", "2\nended with status 3\n"));
+  kill_manager_with_held_state();
+  write_file(directory_ / "stay", "");
+  start_manager();
+  EXPECT_TRUE(says("clock", "2\nended with status 3\n"));
+  EXPECT_EQ(published("clock").starts, 1);
+  EXPECT_TRUE(says("radio", kStartedAgain));
+  (void)only_process_of("radio");
+}
+
+TEST_F(ManagedRecovery, FindsARestartThatWasNotPublished) {
+  install("clock", kStays);
+  configure("clock", "restart: always\n");
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  ::kill(only_process_of("clock"), SIGKILL);
+  EXPECT_TRUE(becomes("clock", "restarting"));
+  hold_state();
+  EXPECT_TRUE(says("clock", kStartedAgain));
+  const pid_t clock = only_process_of("clock");
+  kill_manager_with_held_state();
+  EXPECT_EQ(published("clock").state, "restarting");
+  start_manager();
+  EXPECT_EQ(only_process_of("clock"), clock);
+  EXPECT_EQ(status_of("clock"), kStartedAgain);
+  EXPECT_EQ(published("clock").starts, 2);
+}
+
+TEST_F(ManagedRecovery, FindsAStopThatWasNotPublished) {
+  install("clock", kStays);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  hold_state();
+  EXPECT_EQ(stop("clock"), kDone);
+  kill_manager_with_held_state();
+  EXPECT_EQ(published("clock").state, "running");
+  start_manager();
+  EXPECT_EQ(status_of("clock"), "");
+  EXPECT_EQ(published("clock").state, "stopped");
+  EXPECT_TRUE(processes_of("clock").empty());
+}
+
+TEST_F(ManagedRecovery, EndsAStopThatHasBegun) {
+  install("clock", kStays,
+          "until [ -e " + (directory_ / "go").string() + " ]; do sleep 0.01; done");
+  configure("clock", "stop_timeout: 1\n");
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  const Socket client = send_request("stop_exact\nclock\n");
+  EXPECT_TRUE(eventually([] { return processes_of("clock").size() > 1; }));
+  kill_manager();
+  write_file(directory_ / "go", "");
+  start_manager();
+  EXPECT_EQ(status_of("clock"), "");
+  EXPECT_EQ(published("clock").state, "stopped");
+  EXPECT_TRUE(processes_of("clock").empty());
+  EXPECT_EQ(start("clock"), kDone);
+  (void)only_process_of("clock");
+}
+
+TEST_F(ManagedRecovery, GoesOnAfterAnEndThatKeepsTheApplications) {
+  install("clock", kStays);
+  start_manager({"--keep-applications"});
+  EXPECT_EQ(start("clock"), kDone);
+  const pid_t clock = only_process_of("clock");
+  manager_->send(SIGTERM);
+  EXPECT_EQ(manager_->end(), 0);
+  start_manager({"--start-all"});
+  EXPECT_EQ(status_of("clock"), kStarted);
+  EXPECT_EQ(only_process_of("clock"), clock);
+  manager_->send(SIGTERM);
+  EXPECT_EQ(manager_->end(), 0);
+  EXPECT_FALSE(is_alive(clock));
+}
+
+TEST_F(ManagedRecovery, StopsWhatWasRemovedMeanwhile) {
+  install("clock", kStays,
+          ": >" + (directory_ / "stopped").string() + "; kill $(cat " +
+              (directory_ / "process").string() + ")");
+  write_program(information_file("clock", ".tqstartapp"),
+                "#!/bin/sh\necho $$ >" + (directory_ / "process").string() + "\nexec sleep 600\n");
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  const pid_t clock = only_process_of("clock");
+  kill_manager();
+  uninstall("clock");
+  start_manager();
+  EXPECT_FALSE(is_alive(clock));
+  EXPECT_TRUE(fs::exists(directory_ / "stopped"));
+  EXPECT_THAT(manager_->errors(), HasSubstr("clock: stopped: its package was removed"));
+  EXPECT_EQ(request("status_all\n"), "");
+}
+
+TEST_F(ManagedRecovery, StartsAllAgainUnderANewKeeper) {
+  for (const char* name : {"clock", "radio", "web"}) install(name, kStays);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  EXPECT_EQ(start("radio"), kDone);
+  const pid_t clock = only_process_of("clock");
+  kill_keeper();
+  EXPECT_TRUE(says("clock", kStartedAfterKeeper));
+  EXPECT_TRUE(says("radio", kStartedAfterKeeper));
+  EXPECT_NE(only_process_of("clock"), clock);
+  (void)only_process_of("radio");
+  EXPECT_TRUE(processes_of("web").empty());
+  EXPECT_EQ(status_of("web"), "");
+  EXPECT_TRUE(eventually([] { return published("clock").pid == only_process_of("clock"); }));
+  EXPECT_EQ(published("clock").starts, 2);
+  EXPECT_EQ(manager_->errors(), kAfterKeeper);
+}
+
+TEST_F(ManagedRecovery, AnswersAStartThatFindsTheKeeperDead) {
+  install("clock", kStays);
+  install("radio", kStays);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  ::kill(manager_->pid(), SIGSTOP);
+  const Socket client = send_request("start_exact\nradio\n");
+  kill_keeper();
+  ::kill(manager_->pid(), SIGCONT);
+  EXPECT_EQ(client.read_to_end(), kDone);
+  (void)only_process_of("radio");
+  (void)only_process_of("clock");
+  EXPECT_EQ(status_of("radio"), kStarted);
+  EXPECT_EQ(published("clock").pid, only_process_of("clock"));
+}
+
+TEST_F(ManagedRecovery, EndsTheApplicationThatWasToBeStopped) {
+  install("clock", kStays, "sleep 600");
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  const Socket client = send_request("stop_exact\nclock\n");
+  EXPECT_TRUE(eventually([] { return processes_of("clock").size() > 1; }));
+  kill_keeper();
+  EXPECT_EQ(client.read_to_end(), kDone);
+  EXPECT_TRUE(processes_of("clock").empty());
+  EXPECT_EQ(status_of("clock"), "");
+}
+
+TEST_F(ManagedRecovery, StartsAllAgainWhenBothWereKilled) {
+  install("clock", kStays);
+  install("radio", kStays);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  const pid_t clock = only_process_of("clock");
+  kill_manager();
+  kill_keeper();
+  EXPECT_TRUE(is_alive(clock));
+  start_manager();
+  EXPECT_FALSE(is_alive(clock));
+  EXPECT_EQ(status_of("clock"), kStartedAfterKeeper);
+  EXPECT_EQ(published("clock").pid, only_process_of("clock"));
+  EXPECT_TRUE(processes_of("radio").empty());
+}
+
+TEST_F(ManagedRecovery, NamesABrokenLedger) {
+  start_manager();
+  kill_manager();
+  EXPECT_TRUE(eventually([] { return !fs::exists(runtime::kLedgerPath); }));
+  write_file(runtime::kLedgerPath, "app 1 1 clock\n");
+  start_manager();
+  EXPECT_EQ(manager_->errors(),
+            "tarviod: /run/tarvio/processes: is not whole: what the keeper before this one ran may "
+            "still run\n");
+}
+
+// The directory of the keeper's socket is in the way of a new one for a while.
+TEST_F(ManagedRecovery, TriesUntilThereIsAKeeper) {
+  install("clock", kStays);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  fs::create_directories("/run/tarvio/keeper.new/in-the-way");
+  kill_keeper();
+  EXPECT_TRUE(eventually([&] { return manager_->errors().find("keeper: ") != std::string::npos; }));
+  EXPECT_EQ(request("status_all\n").substr(0, 5), "clock");
+  fs::remove_all("/run/tarvio/keeper.new");
+  EXPECT_TRUE(says("clock", kStartedAfterKeeper));
+  (void)only_process_of("clock");
+}
+
+TEST_F(ManagedRecovery, IsNotDoneBesideAManagerThatRuns) {
+  install("clock", kStays);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  const pid_t clock = only_process_of("clock");
+  const PublishedApp before = published("clock");
+  const Ended other = run_tarviod({"--start-all"});
+  EXPECT_EQ(other.status, 1);
+  EXPECT_EQ(only_process_of("clock"), clock);
+  EXPECT_EQ(published("clock").pid, before.pid);
+  EXPECT_EQ(stop("clock"), kDone);
+}
+
+}  // namespace
+}  // namespace tarvio_test
