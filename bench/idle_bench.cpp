@@ -77,6 +77,7 @@ int main() {
   if (processes.size() != 3) die("not all processes of the manager are there");
   std::this_thread::sleep_for(kSettled);
   std::vector<long> counts;
+  counts.reserve(processes.size());
   for (const pid_t pid : processes) counts.push_back(-wake_ups_of(pid));
   std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
   for (size_t at = 0; at < processes.size(); ++at) counts[at] += wake_ups_of(processes[at]);

@@ -70,6 +70,7 @@ int main(int argc, char** argv) {
   const std::vector<pid_t> processes = manager.processes();
   // Idle, before the first start.
   std::vector<long> before;
+  before.reserve(processes.size());
   for (const pid_t pid : processes) before.push_back(count_descriptors(pid));
   const auto begin = std::chrono::steady_clock::now();
   int count = 0;
