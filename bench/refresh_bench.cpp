@@ -4,6 +4,7 @@
 
 #include "support/figures.h"
 #include "support/installed.h"
+#include "support/manager.h"
 #include "support/say.h"
 #include "tarvio/app.h"
 #include "tarvio/package.h"
@@ -29,6 +30,13 @@ void refresh(benchmark::State& state) {
   }
 }
 
+void refresh_by_manager(benchmark::State& state) {
+  for (auto _ : state) {
+    if (!tarvio_bench::ask_manager("refresh_apps").starts_with("0\n"))
+      state.SkipWithError("no refresh");
+  }
+}
+
 void nothing(benchmark::State& state) {
   for (auto _ : state) benchmark::ClobberMemory();
 }
@@ -36,6 +44,7 @@ void nothing(benchmark::State& state) {
 BENCHMARK(nothing)->Unit(benchmark::kMillisecond);
 BENCHMARK(list_packages)->Unit(benchmark::kMillisecond);
 BENCHMARK(refresh)->Unit(benchmark::kMillisecond);
+BENCHMARK(refresh_by_manager)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 
@@ -45,8 +54,13 @@ int main(int argc, char** argv) {
   (void)tq_setup_package_manager();
   if (tq_setup_app_manager() != 1 || tq_list_size(tq_known_applications()) != kPackages)
     tarvio_bench::die("the set-up failed");
+  const tarvio_bench::Manager manager(0);
   return tarvio_bench::run_figures(argc, argv,
-                                   {{.title = "refresh of 200 packages",
+                                   {{.title = "refresh of 200 packages by the manager",
+                                     .ours = "refresh_by_manager",
+                                     .floor = "nothing",
+                                     .seconds_more = kMaxSeconds},
+                                    {.title = "refresh of 200 packages",
                                      .ours = "refresh",
                                      .floor = "nothing",
                                      .seconds_more = kMaxSeconds},

@@ -39,14 +39,6 @@ sockaddr_un address_of(const char* path) {
   return address;
 }
 
-std::string read_to_end(int fd) {
-  std::string all;
-  char bytes[4096];
-  for (ssize_t count = 0; (count = read(fd, bytes, sizeof bytes)) > 0;)
-    all.append(bytes, static_cast<size_t>(count));
-  return all;
-}
-
 // Reads the reply into one buffer and returns the number of its bytes.
 size_t request_bare(const sockaddr_un& address) {
   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -72,14 +64,6 @@ void serve_bare(int listener, const std::string& reply) {
     if (write(fd, reply.data(), reply.size()) != static_cast<ssize_t>(reply.size())) _exit(1);
     (void)close(fd);
   }
-}
-
-// What the manager sends, so that the bare server sends the same.
-std::string manager_reply() {
-  const int fd = tq_request_com(TQ_COM_SOCKET_PATH, "status_all", 0, nullptr);
-  std::string reply = read_to_end(fd);
-  (void)close(fd);
-  return reply;
 }
 
 class BareServer {
@@ -156,7 +140,7 @@ bool report_silent_clients(size_t expected) {
 int main(int argc, char** argv) {
   tarvio_bench::install_applications(kApplications);
   const tarvio_bench::Manager manager(kApplications);
-  const std::string reply = manager_reply();
+  const std::string reply = tarvio_bench::ask_manager("status_all");
   const BareServer bare(reply);
   benchmark::RegisterBenchmark("status_request", status_request)->UseRealTime();
   benchmark::RegisterBenchmark("bare_exchange", bare_exchange, kBarePath, reply.size())

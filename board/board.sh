@@ -162,6 +162,7 @@ emulate() {
 # Carries the flash over to the next boot: its file, and from its log the runs of written pages, as AREA FIRST-PAGE
 # PAGES FIRST-PAGE-OF-AREA. The file itself does not show what is erased.
 carry_flash() {
+  [ -e "$1/share/flash" ] || return 0
   mv "$1/share/flash" "$1/share/flash.before"
   awk '
     BEGIN { areas = split("0 8 10 26 42 522 1034 2058", starts) }

@@ -41,12 +41,14 @@ eventually() {
   return 1
 }
 
-# make_package NAME: NAME.tbx, an application that runs until it is told to stop.
+# make_package NAME [VERSION]: NAME.tbx, an application that runs until it is told to stop, and prints what is appended
+# to its file /opt/NAME/name.
 make_package() {
   mkdir -p "$1/control" "$1/data/opt/$1"
-  printf '%s\n' "Package: $1" 'Version: 1.0' 'Architecture: all' 'Maintainer: Board' >"$1/control/control"
+  printf '%s\n' "Package: $1" "Version: ${2:-1.0}" 'Architecture: all' 'Maintainer: Board' >"$1/control/control"
   printf '%s\n' 'TqPackageCategory: Application' 'TqPackageSubCategory: Application_Native' >"$1/control/tqcontrol"
-  printf '%s\n' '#!/bin/sh' "echo \$\$ >/var/run/$1.pid" 'exec sleep 3600' >"$1/control/tqstartapp"
+  printf '%s\n' '#!/bin/sh' "echo \$\$ >/var/run/$1.pid" "echo $1 begins" \
+    "exec tail -n 0 -f /opt/$1/name" >"$1/control/tqstartapp"
   printf '%s\n' '#!/bin/sh' "kill \$(cat /var/run/$1.pid)" >"$1/control/tqstopapp"
   chmod +x "$1"/control/tqst*
   echo "$1" >"$1/data/opt/$1/name"
@@ -54,6 +56,23 @@ make_package() {
   tar -C "$1/control" -czf "$1/control.tar.gz" .
   tar -C "$1/data" -czf "$1/data.tar.gz" .
   (cd "$1" && ar rc "../$1.tbx" debian-binary control.tar.gz data.tar.gz)
+}
+
+service() { /etc/init.d/tarviod "$1"; }
+manager() { cat /run/tarviod.pid; }
+keeper() { pidof tarviod-keeper; }
+
+# instances NAME: the processes of an application, by what make_package lets it run.
+instances() {
+  grep -lzE "^/usr/lib/opkg/info/$1.tqstartapp\$|^/opt/$1/name\$" /proc/[0-9]*/cmdline 2>/dev/null | cut -d/ -f3
+}
+runs() { [ -n "$(instances "$1")" ]; }
+runs_once() { [ "$(instances "$1" | wc -l)" = 1 ]; }
+is_gone() { ! runs "$1"; }
+# logged NAME TEXT [TIMES]: whether the system log has what the application has printed so often.
+logged() {
+  tarvio logs "$1" >/tmp/logged && cat /tmp/logged
+  [ "$(grep -c " $1\[.*\]: $2\$" /tmp/logged)" = "${3:-1}" ]
 }
 
 is_not_listed() { tarvio list >/tmp/list && cat /tmp/list && ! grep -q "$1" /tmp/list; }

@@ -42,7 +42,7 @@ if(TARGET tarvio-client)
 endif()
 
 # Of the programs that are built.
-file(GLOB manuals docs/man/*.[18])
+file(GLOB manuals docs/man/*.[158])
 foreach(manual ${manuals})
   get_filename_component(program ${manual} NAME_WE)
   string(REGEX MATCH ".$" section ${manual})

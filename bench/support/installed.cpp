@@ -37,7 +37,9 @@ std::string control_text(const std::string& name) {
 
 std::string package_name(int number) { return text_of("clock-%04d", number); }
 
-void install_applications(int count) {
+const char* const kSleeper = BENCH_SLEEPER;
+
+void install_applications(int count, const char* program) {
   const fs::path directory = kInfoDirectory;
   // Only the sandbox has this directory, and has it empty.
   if (!fs::is_directory(directory) || !fs::is_empty(directory))
@@ -49,9 +51,15 @@ void install_applications(int count) {
                "TqPackageCategory: Application\nTqPackageSubCategory: Application_Native\n");
     write_file(directory / (name + ".list"), "/usr/bin/" + name + "\n");
     const fs::path start_file = directory / (name + ".tqstartapp");
-    write_file(start_file, "#!" BENCH_SLEEPER "\n");
+    write_file(start_file, text_of("#!%s\n", program));
     fs::permissions(start_file, fs::perms::owner_exec, fs::perm_options::add);
   }
+}
+
+void watch_a_log() {
+  write_file("/var/log/messages", "");
+  fs::create_directories("/etc/tarvio");
+  write_file("/etc/tarvio/tarviod.conf", "hook.clock: " + package_name(0) + "\n");
 }
 
 }  // namespace tarvio_bench

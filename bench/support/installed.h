@@ -11,9 +11,15 @@ inline constexpr char kInfoDirectory[] = "/usr/lib/opkg/info";
 // "clock-0007"
 std::string package_name(int number);
 
-// Writes what the installation of `count` applications leaves there. Each starts a program that
-// keeps running until its parent ends. Ends the process outside of the sandbox.
-void install_applications(int count);
+// A program that keeps running until its parent ends.
+extern const char* const kSleeper;
+
+// Writes what the installation of `count` applications leaves there. Ends the process outside of
+// the sandbox.
+void install_applications(int count, const char* program = kSleeper);
+
+// Lets the manager watch a log, which needs its log reader.
+void watch_a_log();
 
 }  // namespace tarvio_bench
 

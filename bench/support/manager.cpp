@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -65,6 +66,26 @@ void check_statuses(int expected) {
   if (started != expected) die("the manager does not report the expected statuses");
 }
 
+// The keeper that runs, as its ledger says.
+pid_t find_keeper() {
+  std::ifstream ledger("/run/tarvio/processes");
+  for (std::string line; std::getline(ledger, line);) {
+    pid_t pid = -1;
+    if (std::sscanf(line.c_str(), "keeper %d ", &pid) == 1) return pid;
+  }
+  die("no keeper runs");
+}
+
+std::vector<pid_t> children_of(pid_t parent) {
+  std::vector<pid_t> found;
+  for (const auto& task :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(parent) + "/task")) {
+    std::ifstream children(task.path() / "children");
+    for (pid_t child = 0; children >> child;) found.push_back(child);
+  }
+  return found;
+}
+
 }  // namespace
 
 Manager::Manager(int applications, std::vector<std::string> tool) {
@@ -72,15 +93,19 @@ Manager::Manager(int applications, std::vector<std::string> tool) {
   tool.insert(tool.end(), {BENCH_MANAGER, "--keep-applications"});
   pid_ = start(std::move(tool));
   wait_until_it_answers();
+  keeper_ = find_keeper();
+  if (applications == 0) return;
   tq_lib_start_all_app();
   check_statuses(applications);
   if (running() != applications) die("the applications do not run");
 }
 
 Manager::~Manager() {
-  if (has_ended_) return;
-  kill(pid_, SIGKILL);
-  waitpid(pid_, nullptr, 0);
+  if (!has_ended_) kill(pid_, SIGKILL);
+  if (!has_ended_) waitpid(pid_, nullptr, 0);
+  kill(keeper_, SIGKILL);
+  // Else the next manager would start the applications again.
+  std::filesystem::remove_all("/run/tarvio");
 }
 
 void Manager::end() {
@@ -89,14 +114,23 @@ void Manager::end() {
   has_ended_ = true;
 }
 
-int Manager::running() const {
-  int count = 0;
-  const std::string tasks = "/proc/" + std::to_string(pid_) + "/task";
-  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
-    std::ifstream children(task.path() / "children");
-    for (pid_t child = 0; children >> child;) ++count;
-  }
-  return count;
+std::vector<pid_t> Manager::processes() const {
+  std::vector<pid_t> all = {pid_, keeper_};
+  for (const pid_t child : children_of(pid_))
+    if (child != keeper_) all.push_back(child);
+  return all;
+}
+
+int Manager::running() const { return static_cast<int>(children_of(keeper_).size()); }
+
+std::string ask_manager(const char* word) {
+  const int fd = tq_request_com(TQ_COM_SOCKET_PATH, word, 0, nullptr);
+  std::string reply;
+  char bytes[4096];
+  for (ssize_t count = 0; (count = read(fd, bytes, sizeof bytes)) > 0;)
+    reply.append(bytes, static_cast<size_t>(count));
+  (void)close(fd);
+  return reply;
 }
 
 }  // namespace tarvio_bench

@@ -39,6 +39,7 @@ void clear_device() {
   fs::create_directory("/usr/lib/opkg/info");
   clear(kTemporaryDirectory);
   clear(kWorkDirectory);
+  fs::remove_all("/run/tarvio");
 }
 
 void save_installed(const std::string& name) {

@@ -12,6 +12,7 @@
 #include <grp.h>
 #include <poll.h>
 #include <pthread.h>
+#include <pwd.h>
 #include <spawn.h>
 #include <stdarg.h>
 #include <stdbool.h>
@@ -22,6 +23,7 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/sendfile.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
@@ -219,6 +221,7 @@ CALL(char*, mkdtemp, (char* path), (path), NULL, ENOSPC)
 CALL(DIR*, opendir, (const char* path), (path), NULL, EMFILE)
 CALL(struct dirent64*, readdir64, (DIR * directory), (directory), NULL, EIO)
 CALL(char*, realpath, (const char* path, char* resolved), (path, resolved), NULL, EACCES)
+CALL(struct passwd*, getpwnam, (const char* name), (name), NULL, ENOMEM)
 CALL(struct group*, getgrnam, (const char* name), (name), NULL, ENOMEM)
 CALL(int, chown, (const char* path, uid_t user, gid_t group), (path, user, group), -1, EPERM)
 CALL(int, fchmod, (int fd, mode_t mode), (fd, mode), -1, EPERM)
@@ -256,7 +259,10 @@ CALL_IF(!is_program || fd != STDERR_FILENO, ssize_t, write,
         (int fd, const void* bytes, size_t size), (fd, bytes, size), -1, ENOSPC)
 CALL(ssize_t, sendfile64, (int out, int in, off64_t* offset, size_t size), (out, in, offset, size),
      -1, EIO)
+CALL(FILE*, fdopen, (int fd, const char* mode), (fd, mode), NULL, ENOMEM)
 CALL(FILE*, fopen64, (const char* path, const char* mode), (path, mode), NULL, EMFILE)
+STREAM_CALL(ssize_t, getdelim, (char** text, size_t* size, int end, FILE* stream),
+            (text, size, end, stream), -1, EIO)
 STREAM_CALL(char*, fgets, (char* line, int size, FILE* stream), (line, size, stream), NULL, EIO)
 STREAM_CALL(size_t, fread, (void* bytes, size_t size, size_t count, FILE* stream),
             (bytes, size, count, stream), 0, EIO)
@@ -277,16 +283,21 @@ CALL(int, bind, (int fd, __CONST_SOCKADDR_ARG address, socklen_t size), (fd, add
 CALL(int, connect, (int fd, __CONST_SOCKADDR_ARG address, socklen_t size), (fd, address, size), -1,
      EAGAIN)
 CALL(int, dup2, (int from, int to), (from, to), -1, EMFILE)
+CALL(int, getsockopt, (int fd, int level, int name, void* value, socklen_t* size),
+     (fd, level, name, value, size), -1, ENOBUFS)
 CALL(int, inotify_add_watch, (int fd, const char* path, uint32_t events), (fd, path, events), -1,
      ENOSPC)
 CALL(int, inotify_init1, (int flags), (flags), -1, EMFILE)
 CALL(int, listen, (int fd, int backlog), (fd, backlog), -1, EADDRINUSE)
+CALL(int, memfd_create, (const char* name, unsigned flags), (name, flags), -1, EMFILE)
 CALL(int, pipe, (int ends[2]), (ends), -1, EMFILE)
 CALL(int, pipe2, (int ends[2], int flags), (ends, flags), -1, EMFILE)
 CALL(int, poll, (struct pollfd * files, nfds_t count, int timeout), (files, count, timeout), -1,
      ENOMEM)
 CALL(ssize_t, recv, (int fd, void* bytes, size_t size, int flags), (fd, bytes, size, flags), -1,
      ECONNRESET)
+CALL(ssize_t, recvmsg, (int fd, struct msghdr* message, int flags), (fd, message, flags), -1,
+     ENOBUFS)
 CALL(int, epoll_create1, (int flags), (flags), -1, EMFILE)
 CALL(int, epoll_ctl, (int set, int operation, int fd, struct epoll_event* event),
      (set, operation, fd, event), -1, ENOMEM)
@@ -296,10 +307,20 @@ CALL(int, sendmmsg, (int fd, struct mmsghdr* messages, unsigned count, int flags
      (fd, messages, count, flags), -1, ENOBUFS)
 CALL(ssize_t, send, (int fd, const void* bytes, size_t size, int flags), (fd, bytes, size, flags),
      -1, ECONNRESET)
+CALL(ssize_t, sendmsg, (int fd, const struct msghdr* message, int flags), (fd, message, flags), -1,
+     ENOBUFS)
 CALL(int, signalfd, (int fd, const sigset_t* signals, int flags), (fd, signals, flags), -1, EMFILE)
 CALL(int, socket, (int domain, int type, int protocol), (domain, type, protocol), -1, EMFILE)
 
+CALL(int, socketpair, (int domain, int type, int protocol, int ends[2]),
+     (domain, type, protocol, ends), -1, EMFILE)
+
 /* Processes and threads. */
+CALL(int, initgroups, (const char* user, gid_t group), (user, group), -1, EPERM)
+CALL(int, setgid, (gid_t group), (group), -1, EPERM)
+CALL(int, setpriority, (__priority_which_t which, id_t id, int value), (which, id, value), -1,
+     EACCES)
+CALL(int, setuid, (uid_t user), (user), -1, EAGAIN)
 CALL(int, execvp, (const char* file, char* const* arguments), (file, arguments), -1, ENOMEM)
 CALL(FILE*, popen, (const char* command, const char* mode), (command, mode), NULL, EAGAIN)
 REAL(int, posix_spawn,

@@ -36,7 +36,8 @@ void end_manager() {
   if (manager < 0) return;
   end_process(manager);
   manager = -1;
-  for (const pid_t process : own_children()) end_process(process);
+  // The keeper outlives it, and what the keeper runs outlives that one.
+  for (auto left = own_children(); !left.empty(); left = own_children()) end_process(left.front());
 }
 
 void start_manager() {
@@ -108,7 +109,7 @@ std::string state_of_manager() {
   const auto started = static_cast<size_t>(std::count(statuses.begin(), statuses.end(), '\n') / 3);
   size_t running = 0;
   eventually([&] {
-    running = tarvio_test::children_of(manager).size();
+    running = tarvio_test::children_of(tarvio_test::keeper_of(manager)).size();
     return running == started;
   });
   return statuses + std::to_string(running) + " run\n";
@@ -116,8 +117,32 @@ std::string state_of_manager() {
 
 std::string state_of_device_and_manager() { return state_of_device() + state_of_manager(); }
 
+// A line of the system log from each of the applications, and one from neither.
+void prepare_log() {
+  clear_device();
+  write_file("/var/log/messages",
+             "Nov 22 06:34:58 board clock[12]: tick\n"
+             "Nov 22 06:34:58 board other[13]: nothing\n"
+             "Nov 22 06:34:59 board radio[14]: on the air\n");
+}
+
+// Another application is installed, and one of those that run is removed.
+void prepare_other_applications() {
+  prepare_started_applications();
+  tarvio_test::install_application("lamp");
+  tarvio_test::forget_process_of("lamp");
+  for (const char* const extension : {".control", ".tqcontrol", ".tqstartapp", ".tqstopapp"}) {
+    fs::remove(tarvio_test::information_file("radio", extension));
+  }
+}
+
 // Which application it was may not be known then.
 std::string first_word(const std::string& output) { return output.substr(0, output.find(' ')); }
+
+std::string without_digits(std::string output) {
+  std::erase_if(output, [](char c) { return (c >= '0' && c <= '9') || c == ' '; });
+  return output;
+}
 
 Subject subject(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
   return {.name = name,
@@ -125,6 +150,13 @@ Subject subject(const std::string& name, const std::vector<std::string>& words, 
           .set_up = [] {},
           .prepare = prepare,
           .state = state_of_manager};
+}
+
+// What is printed has process numbers and times in it.
+Subject varying(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
+  Subject made = subject(name, words, prepare);
+  made.said = without_digits;
+  return made;
 }
 
 Subject change(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
@@ -145,6 +177,18 @@ std::vector<Subject> manager_subjects() {
       change("stop", {"stop", "clock"}, prepare_started_applications),
       subject("start-all", {"start-all"}, prepare_stopped),
       subject("stop-all", {"stop-all"}, prepare_started_applications),
+      change("restart", {"restart", "clock"}, prepare_started_applications),
+      subject("wait", {"wait", "clock", "--state", "running"}, prepare_started_applications),
+      varying("is-running", {"is-running", "clock"}, prepare_started_applications),
+      varying("status-wide", {"status", "--wide"}, prepare_started_applications),
+      varying("status-wide-json", {"status", "--wide", "--json"}, prepare_started_applications),
+      varying("metrics", {"metrics"}, prepare_started_applications),
+      subject("refresh", {"refresh"}, prepare_other_applications),
+      {.name = "logs",
+       .program = client({"logs", "clock"}),
+       .set_up = [] {},
+       .prepare = prepare_log,
+       .state = [] { return std::string(); }},
       {.name = "remove-started",
        .program = client({"remove", "app"}),
        .set_up = save_packages,

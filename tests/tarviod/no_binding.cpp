@@ -17,6 +17,7 @@ int accepts(tq_app_info* app) { return app->package->name[0] == 'x' ? 0 : 1; }
 extern "C" sighandler_t signal(int number, sighandler_t handler) noexcept {
   using Function = sighandler_t (*)(int, sighandler_t);
   static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "signal"));
-  if (&linux_app_binding != nullptr && linux_app_binding != nullptr) linux_app_binding->is_mine = accepts;
+  if (&linux_app_binding != nullptr && linux_app_binding != nullptr)
+    linux_app_binding->is_mine = accepts;
   return real(number, handler);
 }

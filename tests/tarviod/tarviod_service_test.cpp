@@ -24,14 +24,17 @@ namespace fs = std::filesystem;
 
 const std::string kPackaging = TARVIO_SANDBOX_TOOLS "/../../packaging/";
 
-// The init script, with a start-stop-daemon that finds the manager as many times as the file "left"
-// says, and a sleep that leaves a mark in place of waiting.
+// The init script, with a start-stop-daemon that finds a process as many times as the file "left"
+// says, but none by the pid file when that manager has died, and notes what it is called with; and
+// with a sleep that leaves a mark in place of waiting.
 class InitScript : public testing::Test {
  protected:
   InitScript() {
     write_program(directory_ / "start-stop-daemon",
-                  "#!/bin/sh\nread -r left <" + left_ +
+                  "#!/bin/sh\necho \"$*\" >>" + calls_ + "\n[ -e " + manager_ +
+                      " ] || case $* in *' -p '*) exit 1 ;; esac\nread -r left <" + left_ +
                       "\n[ $left -gt 0 ] && echo $((left - 1)) >" + left_ + "\n");
+    write_file(manager_, "");
     write_program(directory_ / "sleep", "#!/bin/sh\nprintf . >>" + sleeps_ + "\n");
     write_file(sleeps_, "");
   }
@@ -42,12 +45,16 @@ class InitScript : public testing::Test {
                                 "init.d/tarviod.in stop 2>" + errors_;
     return WEXITSTATUS(std::system(command.c_str()));
   }
+  void manager_dies() { fs::remove(manager_); }
+  std::string calls() const { return read_file(calls_); }
   size_t seconds_waited() const { return read_file(sleeps_).size(); }
   std::string errors() const { return read_file(errors_); }
 
  private:
   const TempDir directory_;
   const std::string left_ = directory_ / "left";
+  const std::string manager_ = directory_ / "manager";
+  const std::string calls_ = directory_ / "calls";
   const std::string sleeps_ = directory_ / "sleeps";
   const std::string errors_ = directory_ / "errors";
 };
@@ -58,12 +65,25 @@ TEST_F(InitScript, WaitsAsLongAsTheManagerIsStopping) {
   EXPECT_EQ(errors(), "");
 }
 
+TEST_F(InitScript, AsksTheManagerAlone) {
+  EXPECT_EQ(stop(1), 0);
+  EXPECT_THAT(calls(), testing::StartsWith("-K -q -s TERM -p /run/tarviod.pid -x "));
+  EXPECT_THAT(calls(), testing::Not(testing::HasSubstr("-s TERM -x ")));
+}
+
+TEST_F(InitScript, StopsWhatAManagerThatHasDiedLeaves) {
+  manager_dies();
+  EXPECT_EQ(stop(3), 0);
+  EXPECT_THAT(calls(), testing::HasSubstr("\n-K -q -s TERM -x "));
+  EXPECT_EQ(seconds_waited(), 2U);
+}
+
 TEST_F(InitScript, WaitsLongerThanTheManagerDoesForEachPackage) {
   for (int package = 0; package < 100; ++package)
     install_package("p" + std::to_string(package), "Application");
-  EXPECT_EQ(stop(1000), 1);
-  EXPECT_GT(seconds_waited(), 30U + 2 * 100);
-  EXPECT_LT(seconds_waited(), 30U + 2 * 100 + 30);
+  EXPECT_EQ(stop(10'000), 1);
+  EXPECT_GT(seconds_waited(), 30U + 15 * 100);
+  EXPECT_LT(seconds_waited(), 30U + 15 * 100 + 150);
   EXPECT_EQ(errors(), "tarviod does not stop\n");
 }
 
@@ -71,6 +91,12 @@ TEST_F(InitScript, WaitsLongerThanTheManagerDoesForEachPackage) {
 TEST(SystemdService, SetsNoLimitToTheStop) {
   EXPECT_THAT(read_file(kPackaging + "systemd/tarviod.service.in"),
               testing::HasSubstr("\nTimeoutStopSec=infinity\n"));
+}
+
+// Killing the control group would end the applications that the next manager is to find.
+TEST(SystemdService, SignalsTheManagerAlone) {
+  EXPECT_THAT(read_file(kPackaging + "systemd/tarviod.service.in"),
+              testing::HasSubstr("\nKillMode=process\n"));
 }
 
 TEST(SystemdService, WaitsForTheReportsOfTheManager) {
@@ -95,6 +121,7 @@ void expect_accepted(std::istringstream words) {
   EXPECT_THAT(arguments.front(), testing::EndsWith("/tarviod"));
   arguments.front() = "--check-config";
   EXPECT_THAT(arguments, testing::Contains("--start-all"));
+  EXPECT_THAT(arguments, testing::IsSupersetOf({"--output", "syslog"}));
   const Ended run = run_tarviod(arguments);
   EXPECT_EQ(run.status, 0) << run.errors;
 }

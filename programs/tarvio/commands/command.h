@@ -88,8 +88,8 @@ inline constexpr Timeout kManagerTimeout = {
     30, timeout_option("give up when the manager has not answered by then; default 30, 0 waits "
                        "forever")};
 inline constexpr Timeout kAllTimeout = {
-    30, timeout_option("give up when the manager has not answered by then; default 30, and 2 more "
-                       "for each application; 0 waits forever")};
+    30, timeout_option("give up when the manager has not answered by then; default 30, and 16 "
+                       "more for each application; 0 waits forever")};
 // An installation may take its time, and should not be interrupted early.
 inline constexpr Timeout kToolsTimeout = {
     600, timeout_option("stop a tool that is not done by then, and fail; default 600, 0 waits "

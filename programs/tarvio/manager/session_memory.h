@@ -13,7 +13,7 @@ namespace client {
 // The resident memory of each session, at one moment.
 class SessionMemory {
  public:
-  // Reads /proc. What cannot be read is not known.
+  // Reads /proc, or throws a Failure.
   SessionMemory();
 
   // Bytes; none for a session without processes.

@@ -75,7 +75,7 @@ bool AppRunner::hear_keeper() {
 // False when the keeper is gone.
 bool AppRunner::take_notes() {
   const Deadline until = Deadline::after(kNotesMs);
-  const KeeperRequest request;
+  const KeeperRequest request = request_for(Ask::kApplications);
   KeeperReply reply;
   if (!requests_.valid() || !requests_.ask(request, reply, until)) return false;
   for (AppRuns& runs : runs_.all()) runs.is_kept = false;

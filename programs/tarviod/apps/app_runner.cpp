@@ -5,6 +5,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <utility>
+
 #include "app_marks.h"
 #include "base/chain.h"
 #include "boot_order.h"
@@ -60,7 +62,7 @@ int describe_start(const tq_app_info& app, const AppSettings& settings, const ch
 bool AppRunner::open(const char* output) {
   output_ = output;
   runner = this;
-  return connect();
+  return connect() != KeeperFound::kNone;
 }
 
 void AppRunner::take_operations() {
@@ -68,9 +70,8 @@ void AppRunner::take_operations() {
   linux_app_binding->stop = stop_operation;
 }
 
-bool AppRunner::connect() {
-  KeeperRequest request;
-  request.ask = Ask::kWatch;
+KeeperFound AppRunner::connect() {
+  KeeperRequest request = request_for(Ask::kWatch);
   KeeperReply reply;
   const KeeperFound found = requests_.open();
   if (found == KeeperFound::kStartedWithoutLedger) {
@@ -78,10 +79,10 @@ bool AppRunner::connect() {
   }
   if (found != KeeperFound::kNone && changes_.open() != KeeperFound::kNone &&
       changes_.ask(request, reply, Deadline::after(kReplyMs)) && reply.code == 0) {
-    return true;
+    return found;
   }
   warn(kKeeper, strerror(errno));
-  return false;
+  return KeeperFound::kNone;
 }
 
 // 0 or an error code; kKeeperGone.
@@ -93,14 +94,18 @@ int AppRunner::ask(const KeeperRequest& request, int within_ms) {
   return reply.code;
 }
 
-// The next one may die as well meanwhile.
+// The next one may die as well meanwhile. When the connection alone has failed, the keeper is found
+// again, with all that it runs.
 bool AppRunner::replace_keeper() {
   if (has_ended_) return false;
-  if (!keeper_due_.is_set())
-    warn(kKeeper, "has died: its applications are ended and started again");
+  bool is_reported = keeper_due_.is_set();
   keeper_due_ = Deadline::never();
   for (int tries = 0; tries < kMaxTries; ++tries) {
-    if (connect() && take_notes() && start_lost_ones()) return true;
+    const KeeperFound found = connect();
+    if (found != KeeperFound::kRunning && !std::exchange(is_reported, true)) {
+      warn(kKeeper, "has died: its applications are ended and started again");
+    }
+    if (found != KeeperFound::kNone && take_notes() && start_lost_ones()) return true;
   }
   requests_.close();
   changes_.close();
@@ -137,33 +142,36 @@ int AppRunner::start(tq_app_info& app, AppRuns& runs) {
 }
 
 int AppRunner::start_with_keeper(const tq_app_info& app, AppRuns& runs) {
-  KeeperRequest request = {};
-  request.ask = Ask::kStart;
+  KeeperRequest request = request_for(Ask::kStart);
   AppSettings settings;
   if (!read_app_settings(app.package->name, settings)) return kBadSettings;
   const int mistake = describe_start(app, settings, output_, request);
   if (mistake != 0) return mistake;
   request.setup.starts = runs.starts + 1;
   const int code = ask(request, kReplyMs);
-  if (code == 0) runs.restart_due = Deadline::never();
-  return code;
+  // It runs already when the reply to a start before this one was lost.
+  if (code != 0 && code != EALREADY) return code;
+  runs.restart_due = Deadline::never();
+  return 0;
 }
 
 int AppRunner::stop(tq_app_info& app, AppRuns& runs) {
   const bool runs_now = !runs.restart_due.is_set();
   runs.restart_due = Deadline::never();
   runs.restarts.reset();
-  const int code = runs_now ? stop_with_keeper(runs) : 0;
-  if (code != 0 && code != kKeeperGone) return code;
-  // Nothing of it is left when the keeper is gone: the one that follows has ended it.
+  int code = runs_now ? stop_with_keeper(runs) : 0;
+  if (code == kKeeperGone) {
+    mark_stopped(app);  // so that it is not started again after the keeper
+    code = replace_keeper() ? stop_with_keeper(runs) : kKeeperGone;
+  }
+  if (code != 0) return code;
   mark_stopped(app);
   runs.state = AppState::kStopped;
-  return requests_.valid() || replace_keeper() ? 0 : kKeeperGone;
+  return 0;
 }
 
 int AppRunner::stop_with_keeper(const AppRuns& runs) {
-  KeeperRequest request = {};
-  request.ask = Ask::kStop;
+  KeeperRequest request = request_for(Ask::kStop);
   (void)copy_text(request.name, runs.name);
   return ask(request, kReplyMs + kStopRounds * runs.stop_timeout_ms);
 }
@@ -190,8 +198,7 @@ int AppRunner::reason_not_run(const char* application) const {
 }
 
 void AppRunner::end_keeper() {
-  KeeperRequest request = {};
-  request.ask = Ask::kEnd;
+  KeeperRequest request = request_for(Ask::kEnd);
   has_ended_ = true;
   changes_.close();
   (void)ask(request, kReplyMs);

@@ -62,7 +62,7 @@ class AppRunner {
   static int start_operation(tq_app_info* app);
   static int stop_operation(tq_app_info* app);
 
-  bool connect();
+  KeeperFound connect();
   int ask(const KeeperRequest& request, int within_ms);
   // Starts a keeper in the place of one that has died, and what that one ran. False when it has to
   // be tried again later.

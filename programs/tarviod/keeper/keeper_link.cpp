@@ -100,18 +100,6 @@ int spawn_keeper(int listening) {
   return error;
 }
 
-// False, with errno, when that failed.
-bool start_keeper() {
-  if (!make_directory()) return false;
-  const Fd listening = listen_for_managers();
-  if (!listening.valid()) return false;
-  errno = spawn_keeper(listening.get());
-  if (errno == 0) return true;
-  const tarvio::ErrnoKeeper keeper;
-  (void)unlink(kKeeperSocket);
-  return false;
-}
-
 bool nobody_listens(int error) { return error == ENOENT || error == ECONNREFUSED; }
 bool has_gone(int error) { return error == ECONNRESET || error == EPIPE; }
 
@@ -145,8 +133,7 @@ bool receive_record(int socket, void* record, size_t size, const Deadline& until
 // Asks a keeper of another protocol to end, and waits for it.
 void end_other_keeper() {
   const Fd socket = connect_to_keeper();
-  KeeperRequest request;
-  request.ask = Ask::kEnd;
+  KeeperRequest request = request_for(Ask::kEnd);
   if (!socket.valid() || !send_request(socket.get(), request)) return;
   const Deadline until = Deadline::after(kEndMs);
   char byte = 0;
@@ -161,7 +148,7 @@ KeeperFound KeeperLink::open() {
   if (join()) return KeeperFound::kRunning;
   if (!nobody_listens(errno)) return KeeperFound::kNone;
   const bool had_ledger = end_remains();
-  if (!start_keeper() || !join()) return KeeperFound::kNone;
+  if (!start()) return KeeperFound::kNone;
   return had_ledger ? KeeperFound::kStarted : KeeperFound::kStartedWithoutLedger;
 }
 
@@ -180,10 +167,24 @@ bool KeeperLink::join() {
   return false;
 }
 
+// Connects before there is a keeper: one that no manager ever reached would not end.
+bool KeeperLink::start() {
+  if (!make_directory()) return false;
+  const Fd listening = listen_for_managers();
+  if (!listening.valid()) return false;
+  socket_ = connect_to_keeper();
+  if (socket_.valid()) {
+    errno = spawn_keeper(listening.get());
+    if (errno == 0 && greet()) return true;
+  }
+  const tarvio::ErrnoKeeper keeper;
+  (void)unlink(kKeeperSocket);
+  return fail();
+}
+
 bool KeeperLink::greet() {
   const Deadline until = Deadline::after(kAnswerMs);
-  KeeperRequest request;
-  request.ask = Ask::kApplications;
+  KeeperRequest request = request_for(Ask::kApplications);
   KeeperReply reply;
   KeptApp app;
   if (!ask(request, reply, until)) return false;

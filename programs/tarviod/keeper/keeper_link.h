@@ -43,6 +43,7 @@ class KeeperLink {
 
  private:
   bool join();
+  bool start();
   bool greet();
   bool fail();
 

@@ -1,10 +1,12 @@
 #include "launch.h"
 
+#include <errno.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "base/deadline.h"
+#include "base/pipe.h"
 #include "run_program.h"
 
 namespace tarviod {
@@ -12,6 +14,7 @@ namespace tarviod {
 using tarvio::copy_of;
 using tarvio::Deadline;
 using tarvio::Fd;
+using tarvio::retried;
 
 namespace {
 
@@ -51,7 +54,11 @@ bool Launch::prepare(const Program& program) {
 }
 
 void Launch::go() {
-  (void)send(channel_.get(), "", 1, MSG_NOSIGNAL);
+  if (retried([this] { return send(channel_.get(), "", 1, MSG_NOSIGNAL); }) != 1) {
+    run_error_ = errno;
+    channel_.reset();  // which ends the process
+    return;
+  }
   if (tarvio::wait_for(channel_.get(), POLLIN, Deadline::after(kExecMs))) take_error();
 }
 
@@ -61,9 +68,12 @@ void Launch::end(int status) {
   channel_.reset();
 }
 
+// An executed program has closed its end: then there is nothing to wait for.
 void Launch::take_error() {
   int error = 0;
-  if (recv(channel_.get(), &error, sizeof error, MSG_DONTWAIT) == sizeof error) run_error_ = error;
+  const ssize_t count = recv(channel_.get(), &error, sizeof error, MSG_DONTWAIT);
+  if (count == sizeof error) run_error_ = error;
+  if (count >= 0) channel_.reset();
 }
 
 }  // namespace tarviod

@@ -28,33 +28,41 @@ enum class Ask : uint32_t {
   kEnd,    // stops all applications, then answers and ends
 };
 
-// -1: as the manager's.
+// 0: as the manager's.
 struct AppLimits {
-  int64_t memory_bytes = -1;  // address space
-  int64_t open_files = -1;
-  int64_t processes = -1;  // of the user
+  int64_t memory_bytes;  // address space
+  int64_t open_files;
+  int64_t processes;  // of the user
 };
 
-// How an application is run. Texts end with a zero byte; an empty one is not set.
+// How an application is run. Texts end with a zero byte; an empty one is not set. It is made with
+// all bytes 0: initial values would be an image of it in each place that makes one.
 struct AppSetup {
-  char start_file[kMaxFileBytes + 1] = {};
-  char stop_file[kMaxFileBytes + 1] = {};
-  char version[kMaxVersionBytes + 1] = {};  // of the package, to be given back
-  char output[kMaxFileBytes + 1] = {};      // "syslog", a file's absolute path, or "inherit"
-  char user[kMaxUserBytes + 1] = {};
-  char group[kMaxUserBytes + 1] = {};
-  int32_t nice = 0;
-  int32_t stop_timeout_ms = 10'000;  // until SIGTERM, and from there until SIGKILL
-  int32_t starts = 1;                // this one included; given back
-  AppLimits limits = {};
+  char start_file[kMaxFileBytes + 1];
+  char stop_file[kMaxFileBytes + 1];
+  char version[kMaxVersionBytes + 1];  // of the package, to be given back
+  char output[kMaxFileBytes + 1];      // "syslog", a file's absolute path, or "inherit"
+  char user[kMaxUserBytes + 1];
+  char group[kMaxUserBytes + 1];
+  int32_t nice;
+  int32_t stop_timeout_ms;  // until SIGTERM, and from there until SIGKILL
+  int32_t starts;           // this one included; given back
+  AppLimits limits;
 };
 
 struct KeeperRequest {
-  uint32_t protocol = kKeeperProtocol;
-  Ask ask = Ask::kApplications;
-  char name[kMaxNameBytes + 1] = {};
-  AppSetup setup = {};  // of a start
+  uint32_t protocol;
+  Ask ask;
+  char name[kMaxNameBytes + 1];
+  AppSetup setup;  // of a start
 };
+
+inline KeeperRequest request_for(Ask ask) {
+  KeeperRequest request = {};
+  request.protocol = kKeeperProtocol;
+  request.ask = ask;
+  return request;
+}
 
 struct KeeperReply {
   uint32_t protocol = kKeeperProtocol;

@@ -72,11 +72,11 @@ bool open_output(const char* output) {
          become_stream(file.get(), STDERR_FILENO);
 }
 
-// Values below 0 leave the priority and the limits as they are; so does 0 for the priority.
+// 0 leaves the priority and the limits as they are.
 bool set_priority(int nice) { return nice == 0 || setpriority(PRIO_PROCESS, 0, nice) == 0; }
 
 bool limit(auto resource, int64_t value) {
-  if (value < 0) return true;
+  if (value == 0) return true;
   const auto most = static_cast<rlim_t>(value);
   const rlimit both = {.rlim_cur = most, .rlim_max = most};
   return setrlimit(resource, &both) == 0;

@@ -64,6 +64,7 @@ class RecordPipe {
 constinit Connections clients;
 constinit AppRunner* runner = nullptr;
 constinit StatePublisher publisher;
+constinit Deadline due = Deadline::never();  // of the runner, as of the last change
 constinit tq_refresh_result refreshed = {};  // by the last refresh
 constinit RecordPipe<Job> jobs;
 constinit RecordPipe<Result> results;
@@ -72,6 +73,7 @@ constinit RecordPipe<Result> results;
 void catch_up() {
   runner->follow();
   publisher.publish(runner->runs());
+  due = runner->next_due();
   watch_descriptors();
 }
 
@@ -105,11 +107,11 @@ uint32_t serve_client(int32_t client) {
         {.fd = jobs.read_end(), .events = POLLIN, .revents = 0},
         {.fd = runner->fd(), .events = POLLIN, .revents = 0},
     }};
-    clients.wait(own, runner->next_due());
+    clients.wait(own, due);
     begin_step();
     if (own[0].revents != 0) {
       run_job();
-    } else if (own[1].revents != 0 || runner->next_due().passed()) {
+    } else if (own[1].revents != 0 || due.passed()) {
       catch_up();
     } else {
       (void)clients.advance();
@@ -181,7 +183,7 @@ bool start_server(const SocketAccess& access, AppRunner& app_runner) {
   if (!jobs.open() || !results.open()) return false;
   runner = &app_runner;
   publisher = StatePublisher(access.mode, access.group);
-  publisher.publish(runner->runs());
+  catch_up();
   tq_set_com_words(kWords.data());
   const int listening_fd = listen_for_clients(access, serve_client);
   if (listening_fd < 0) return false;

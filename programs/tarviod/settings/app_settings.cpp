@@ -79,10 +79,10 @@ bool store_max_processes(const char* text, AppSettings& settings) {
   return settings.max_processes > 0;
 }
 
-template <size_t size>
-bool store_text(const char* text, char (&target)[size]) {
+template <size_t Size>
+bool store_text(const char* text, char (&target)[Size]) {
   const size_t length = strlen(text);
-  if (length == 0 || length >= size) return false;
+  if (length == 0 || length >= Size) return false;
   memcpy(target, text, length + 1);
   return true;
 }

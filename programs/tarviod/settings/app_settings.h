@@ -15,7 +15,7 @@ inline constexpr int kMaxUserNameBytes = 63;
 // When an application that has ended by itself is started again.
 enum class RestartPolicy : uint8_t { kNo, kOnFailure, kAlways };
 
-inline constexpr int64_t kNoLimit = -1;
+inline constexpr int64_t kNoLimit = 0;
 
 struct AppSettings {
   RestartPolicy restart = RestartPolicy::kNo;

@@ -107,14 +107,18 @@ class Manager {
 
 // A line of the state file, with the start after another one.
 std::string app_line(const std::string& state, int starts, const std::string& exit) {
-  return "app\tclock\t" + state + "\t0\t1700000000\t" + std::to_string(starts) + "\t" + exit +
+  const std::string pid = state == "running" ? "99" : "0";
+  return "app\tclock\t" + state + "\t" + pid + "\t1700000000\t" + std::to_string(starts) + "\t" + exit +
          "\t1.0\t-\n";
 }
 
 Ran start_with(const std::string& before, const std::string& after,
                const std::vector<std::string>& more = {}) {
+  std::vector<std::string> replies = {"0\n\n"};
+  // Without figures the client asks for the statuses first.
+  if (before.empty()) replies.insert(replies.begin(), "");
   if (!before.empty()) write_state(before);
-  const Manager manager({"", "0\n\n"}, after);
+  const Manager manager(replies, after);
   std::vector<std::string> line = {"start", "clock"};
   line.insert(line.end(), more.begin(), more.end());
   return run_tarvio(line);
@@ -134,6 +138,18 @@ TEST(ClientStartOfWhatEnds, SaysHowItHasEnded) {
                 std::string("tarvio: 'clock' was started, but it has ended: ") + words + "\n");
     }
   }
+}
+
+TEST(ClientStartOfWhatRuns, SaysSo) {
+  const Ran run = start_with(app_line("running", 1, "-"), app_line("running", 1, "-"));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.output, "clock runs already\n");
+}
+
+TEST(ClientStartOfWhatRuns, SaysThatItWasStartedWhenItHadEnded) {
+  const Ran run = start_with(app_line("ended", 1, "status 0"), app_line("running", 2, "-"));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.output, "started clock\n");
 }
 
 TEST(ClientStartOfWhatEnds, SaysSoInJson) {

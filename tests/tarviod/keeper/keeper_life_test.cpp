@@ -156,6 +156,19 @@ TEST_F(Keeper, KeepsApplicationsApartThatLeaveTheirSessions) {
   EXPECT_EQ(app("radio").state, KeptState::kRunning);
 }
 
+// What reports a failed start is of no use once the program runs.
+TEST_F(Keeper, HoldsNothingOpenForAnApplicationButItsOutput) {
+  const int before = descriptor_count(keeper_process());
+  ASSERT_EQ(start("clock", setup()), 0);
+  EXPECT_TRUE(eventually([&] { return descriptor_count(keeper_process()) == before; }))
+      << descriptor_count(keeper_process());
+  AppSetup radio = setup();
+  set_text(radio.output, "syslog");
+  ASSERT_EQ(start("radio", radio), 0);
+  EXPECT_TRUE(eventually([&] { return descriptor_count(keeper_process()) == before + 2; }))
+      << descriptor_count(keeper_process());
+}
+
 TEST_F(Keeper, StaysAsItIsAfterAThousandStarts) {
   AppSetup clock = setup();
   set_text(clock.start_file, "/bin/true");

@@ -27,6 +27,7 @@ using tarviod::KeeperLink;
 using tarviod::KeeperReply;
 using tarviod::KeeperRequest;
 using tarviod::KeptState;
+using tarviod::request_for;
 
 sockaddr_un keeper_address() {
   sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = ""};
@@ -106,8 +107,7 @@ TEST_F(KeeperManagers, LearnOfManyApplications) {
 
 TEST_F(KeeperManagers, DoNotHoldUpOthersWhenTheyHang) {
   const Fd hung = connection();
-  KeeperRequest request;
-  request.ask = Ask::kStop;
+  const KeeperRequest request = request_for(Ask::kStop);
   // Until the keeper has closed it, since its replies are not taken.
   while (::send(hung.get(), &request, sizeof request, MSG_NOSIGNAL) > 0) {
   }
@@ -124,8 +124,7 @@ TEST_F(KeeperManagers, AreReplacedByLaterOnesWhenTheyAreMany) {
 }
 
 TEST_F(KeeperManagers, MayHaveAnyMistakeInTheirRequests) {
-  KeeperRequest request;
-  request.ask = static_cast<Ask>(99);
+  KeeperRequest request = request_for(static_cast<Ask>(99));
   Fd socket = connection();
   send(socket, request);
   EXPECT_EQ(code_from(socket), EINVAL);
@@ -158,7 +157,7 @@ TEST_F(KeeperManagers, AreOfRootAlone) {
 }
 
 TEST_F(KeeperManagers, OfAnotherReleaseCanOnlyEndIt) {
-  KeeperRequest request;
+  KeeperRequest request = request_for(Ask::kApplications);
   request.protocol = tarviod::kKeeperProtocol + 1;
   const Fd socket = connection();
   send(socket, request);
@@ -183,7 +182,7 @@ void be_keeper_of_another_release() {
   if (child != 0) return;
   while (true) {
     const Fd manager(::accept(listening.get(), nullptr, nullptr));
-    KeeperRequest request;
+    KeeperRequest request = {};
     while (::recv(manager.get(), &request, sizeof request, 0) > 0) {
       if (request.ask == Ask::kEnd) ::unlink(runtime::kKeeperSocket);
       const KeeperReply reply = {.protocol = 99, .code = EPROTO, .count = 0};

@@ -31,8 +31,7 @@ tarvio::Deadline patience() { return tarvio::Deadline::after(static_cast<int>(kP
 void set_text(char* text, const std::string& value) { std::strcpy(text, value.c_str()); }
 
 int ask(KeeperLink& link, Ask ask, const std::string& application, const AppSetup& setup) {
-  KeeperRequest request;
-  request.ask = ask;
+  KeeperRequest request = tarviod::request_for(ask);
   request.setup = setup;
   set_text(request.name, application);
   KeeperReply reply;
@@ -89,10 +88,12 @@ std::string Kept::script(const std::string& name, const std::string& body) const
 AppSetup Kept::setup(const std::string& start, const std::string& stop) const {
   static int files = 0;
   const std::string number = std::to_string(++files);
-  AppSetup setup;
+  AppSetup setup = {};
   set_text(setup.start_file, script("start" + number, start));
   if (!stop.empty()) set_text(setup.stop_file, script("stop" + number, stop));
   set_text(setup.output, "inherit");
+  setup.stop_timeout_ms = 10'000;
+  setup.starts = 1;
   return setup;
 }
 

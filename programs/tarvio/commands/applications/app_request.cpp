@@ -32,8 +32,10 @@ namespace {
 
 // The manager reads lines of at most so many bytes.
 constexpr size_t kMaxName = 254;
-constexpr double kSecondsPerApplication = 2;  // a stop takes one
+// What a stop takes at most, unless its settings say otherwise, and a second more.
+constexpr double kSecondsPerApplication = 16;
 constexpr char kStartedBefore[] = "was started before; whether it still runs is not known";
+constexpr char kRunsAlready[] = "runs already";
 constexpr char kNoExactNames[] = "the running manager matches names by substring";
 
 using Names = std::vector<std::string>;
@@ -121,7 +123,8 @@ void include(const std::string& name, const AppRequest& request, double seconds,
 
 std::string message_of(const AppRequest& request, const Reached& reached) {
   if (!reached.end.empty()) return std::string(request.done) + ", but it has ended: " + reached.end;
-  return reached.was_started.value_or(false) ? kStartedBefore : reason_of(reached);
+  if (!reached.was_started.value_or(false)) return reason_of(reached);
+  return reached.is_running ? kRunsAlready : kStartedBefore;
 }
 
 }  // namespace

@@ -12,8 +12,8 @@ constexpr Command kStartAllCommand = {
     .need = Need::kAnswer,
     .summary = "start all applications",
     .description =
-        "Starts all applications, one after the other. The manager retries each until it has "
-        "started, and answers no other request meanwhile.",
+        "Starts all applications, one after the other. The manager answers no other request "
+        "meanwhile.",
     .statuses = kManagerStatuses,
     .run = [](const Arguments& arguments) { return request_all(kStartApp, arguments); },
 };

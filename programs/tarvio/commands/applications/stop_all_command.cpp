@@ -12,8 +12,8 @@ constexpr Command kStopAllCommand = {
     .need = Need::kAnswer,
     .summary = "stop all applications",
     .description =
-        "Stops all applications, one after the other, which takes a second or more for each. The "
-        "manager answers no other request meanwhile.",
+        "Stops all applications, one after the other. The manager answers no other request "
+        "meanwhile.",
     .statuses = kManagerStatuses,
     .run = [](const Arguments& arguments) { return request_all(kStopApp, arguments); },
 };

@@ -24,7 +24,9 @@ constexpr Command kStopCommand = {
     .timeout = kManagerTimeout,
     .need = Need::kAnswer,
     .summary = "stop an application",
-    .description = "Stops an application. One that is already stopped stays as it is.",
+    .description =
+        "Stops an application, and returns when its last process has ended. One that is already "
+        "stopped stays as it is.",
     .statuses = kManagerStatuses,
     .run = run,
 };
