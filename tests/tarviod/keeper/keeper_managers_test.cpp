@@ -13,6 +13,7 @@
 
 #include "kept.h"
 #include "runtime/run_paths.h"
+#include "support/apps/applications.h"
 #include "support/children.h"
 
 namespace tarvio_test {
