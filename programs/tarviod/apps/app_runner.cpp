@@ -388,7 +388,9 @@ int AppRunner::reason_not_run(const char* application) const {
 void AppRunner::end_keeper() {
   KeeperRequest request = request_for(Ask::kEnd);
   changes_.close();
-  (void)ask(request, kReplyMs);
+  if (ask(request, kReplyMs) == kGone && requests_.open() != KeeperFound::kNone) {
+    (void)ask(request, kReplyMs);
+  }
   requests_.close();
 }
 
