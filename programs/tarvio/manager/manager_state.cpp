@@ -54,19 +54,24 @@ std::optional<ManagerState> read_state() {
   return state;
 }
 
-ManagerState state_of_manager() {
+std::optional<ManagerState> state_if_any() {
   errno = 0;
-  if (std::optional<ManagerState> state = read_state()) return *std::move(state);
+  std::optional<ManagerState> state = read_state();
   const std::string path = runtime::kStatePath;
-  if (errno == EACCES) {
+  if (!state && errno == EACCES) {
     throw Failure(EACCES, "no permission to read " + path + "; run tarvio as root");
   }
   // A file or a process that is gone is no manager.
-  if (errno != 0 && errno != ENOENT && errno != ESRCH)
+  if (!state && errno != 0 && errno != ENOENT && errno != ESRCH)
     throw Failure::of_system("cannot read " + path);
+  return state;
+}
+
+ManagerState state_of_manager() {
+  if (std::optional<ManagerState> state = state_if_any()) return *std::move(state);
   if (!is_manager_there()) throw no_manager();
-  throw Failure(EPROTO, "the running manager has not written a whole " + path +
-                            "; update or restart tarviod");
+  throw Failure(EPROTO, std::string("the running manager has not written a whole ") +
+                            runtime::kStatePath + "; update or restart tarviod");
 }
 
 void await_state(double seconds) {

@@ -44,6 +44,9 @@ struct ManagerState {
 // None when no running manager has written it whole, or it cannot be read.
 std::optional<ManagerState> read_state();
 
+// The same, but throws a Failure when there is a file that cannot be read.
+std::optional<ManagerState> state_if_any();
+
 // Throws a Failure, of kNoManager when there is none, where nothing can be read.
 ManagerState state_of_manager();
 

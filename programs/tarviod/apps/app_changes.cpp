@@ -80,7 +80,7 @@ bool AppRunner::take_notes() {
   if (!requests_.valid() || !requests_.ask(request, reply, until)) return false;
   for (AppRuns& runs : runs_.all()) runs.is_kept = false;
   for (int i = 0; i < reply.count; ++i) {
-    KeptApp kept;
+    KeptApp kept = {};
     if (!requests_.next(kept, until)) return false;
     take_note(kept);
   }

@@ -201,7 +201,9 @@ void AppRunner::end_keeper() {
   KeeperRequest request = request_for(Ask::kEnd);
   has_ended_ = true;
   changes_.close();
-  (void)ask(request, kReplyMs);
+  if (ask(request, kReplyMs) == kGone && requests_.open() != KeeperFound::kNone) {
+    (void)ask(request, kReplyMs);
+  }
   requests_.close();
 }
 

@@ -170,11 +170,12 @@ bool KeeperLink::join() {
 // Connects before there is a keeper: one that no manager ever reached would not end.
 bool KeeperLink::start() {
   if (!make_directory()) return false;
-  const Fd listening = listen_for_managers();
+  Fd listening = listen_for_managers();
   if (!listening.valid()) return false;
   socket_ = connect_to_keeper();
   if (socket_.valid()) {
     errno = spawn_keeper(listening.get());
+    listening.reset();  // else a keeper that cannot serve would not show
     if (errno == 0 && greet()) return true;
   }
   const tarvio::ErrnoKeeper keeper;
@@ -186,7 +187,7 @@ bool KeeperLink::greet() {
   const Deadline until = Deadline::after(kAnswerMs);
   KeeperRequest request = request_for(Ask::kApplications);
   KeeperReply reply;
-  KeptApp app;
+  KeptApp app = {};
   if (!ask(request, reply, until)) return false;
   while (reply.count-- > 0) {
     if (!next(app, until)) return false;

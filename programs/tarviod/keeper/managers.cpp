@@ -109,11 +109,13 @@ Managers::Manager& Managers::place() {
 
 void Managers::accept(int listening) {
   Fd client(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (!client.valid() || !is_from_own_user(client.get())) return;
+  if (!client.valid()) return;
+  ++count_;
+  if (!is_from_own_user(client.get())) return;
   Manager& manager = place();
   manager = Manager();
   manager.socket = std::move(client);
-  manager.number = ++count_;
+  manager.number = count_;
 }
 
 bool Managers::all_have_left() const {

@@ -77,19 +77,19 @@ enum class KeptState : int32_t {
   kEnded,     // ended by itself
 };
 
-// An application that the keeper has started at least once.
+// An application that the keeper has started at least once. Made as a setup is.
 struct KeptApp {
-  char name[kMaxNameBytes + 1] = {};
-  char version[kMaxVersionBytes + 1] = {};
-  KeptState state = KeptState::kRunning;
-  runtime::ProcessId process = {};  // the start file's
-  int64_t since = 0;                // of the state, in seconds since the epoch
-  int32_t starts = 0;
-  int32_t stop_timeout_ms = 0;
+  char name[kMaxNameBytes + 1];
+  char version[kMaxVersionBytes + 1];
+  KeptState state;
+  runtime::ProcessId process;  // the start file's
+  int64_t since;               // of the state, in seconds since the epoch
+  int32_t starts;
+  int32_t stop_timeout_ms;
   // As waitpid gives it, once the start file's process has ended; else -1. The start file's, or,
   // when that one is 0, that of the process of its session that has ended last.
-  int32_t exit_status = -1;
-  int32_t run_error = 0;  // why the start file could not be executed, an errno value; else 0
+  int32_t exit_status;
+  int32_t run_error;  // why the start file could not be executed, an errno value; else 0
 };
 
 }  // namespace tarviod

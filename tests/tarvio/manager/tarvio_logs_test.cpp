@@ -16,6 +16,7 @@
 #include "support/children.h"
 #include "support/files.h"
 #include "support/packages/package_listing.h"
+#include "support/packages/tarvio_packages.h"
 #include "support/programs/tarvio.h"
 #include "support/programs/written_state.h"
 
@@ -106,6 +107,8 @@ class ClientLogs : public WithoutPackages {
     fs::create_directories("/var/log");
     fs::remove(kMessages);
     fs::remove(kSyslog);
+    // It runs the client where it is emulated.
+    shell(tools_.path(), "tool=$(command -v qemu-arm) && ln -s $tool .; true");
     ::setenv("PATH", tools_.path().c_str(), 1);
   }
 

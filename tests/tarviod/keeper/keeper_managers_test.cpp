@@ -101,7 +101,7 @@ TEST_F(KeeperManagers, LearnOfManyApplications) {
   for (size_t started = 0; started < kApplications; ++started)
     ASSERT_EQ(start("app" + std::to_string(started), quick), 0);
   const Fd idle = connection();
-  send(idle, {});  // takes none of its records, and holds up nobody
+  send(idle, request_for(Ask::kApplications));  // takes none of its records, and holds up nobody
   EXPECT_EQ(applications(link_).size(), kApplications);
 }
 

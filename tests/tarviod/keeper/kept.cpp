@@ -40,7 +40,7 @@ int ask(KeeperLink& link, Ask ask, const std::string& application, const AppSetu
 
 std::vector<KeptApp> applications(KeeperLink& link) {
   KeeperReply reply;
-  if (!link.ask({}, reply, patience())) {
+  if (!link.ask(tarviod::request_for(Ask::kApplications), reply, patience())) {
     ADD_FAILURE() << "the keeper is gone: " << std::strerror(errno);
     return {};
   }

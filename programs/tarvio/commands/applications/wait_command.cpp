@@ -42,7 +42,7 @@ void wait_for(const std::string& name, const std::string& wanted, double seconds
   std::optional<ManagerState> state;
   const DirectoryWatch watch = watch_state();
   do {
-    state = read_state();
+    state = state_if_any();
     if (state && is_in_state(*state, name, wanted)) return;
   } while (watch.wait(deadline));
   state = state_of_manager();
