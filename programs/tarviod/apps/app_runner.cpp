@@ -201,7 +201,7 @@ void AppRunner::end_keeper() {
   KeeperRequest request = request_for(Ask::kEnd);
   has_ended_ = true;
   changes_.close();
-  if (ask(request, kReplyMs) == kGone && requests_.open() != KeeperFound::kNone) {
+  if (ask(request, kReplyMs) == kKeeperGone && requests_.open() != KeeperFound::kNone) {
     (void)ask(request, kReplyMs);
   }
   requests_.close();
