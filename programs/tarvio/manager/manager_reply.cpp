@@ -1,21 +1,13 @@
 #include "manager/manager_reply.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "base/line_cutter.h"
+#include "process/text_pieces.h"
 
 namespace client {
 
 namespace {
-
-std::optional<int32_t> parse_number(std::string_view text) {
-  int32_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stopped_at, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stopped_at != end) return std::nullopt;
-  return number;
-}
 
 // Takes a line off the text; none when it has no line feed.
 std::optional<std::string_view> take_whole_line(std::string_view& text) {
@@ -36,7 +28,8 @@ StatusReply parse_statuses(std::string_view bytes) {
   while (reply.complete && !bytes.empty()) {
     const std::optional<std::string_view> name = take_whole_line(bytes);
     const std::optional<std::string_view> state_text = take_whole_line(bytes);
-    const std::optional<int32_t> state = state_text ? parse_number(*state_text) : std::nullopt;
+    const std::optional<int32_t> state =
+        state_text ? parse_number<int32_t>(*state_text) : std::nullopt;
     if (!name || !state) {
       reply.complete = false;
       break;
@@ -51,7 +44,7 @@ StatusReply parse_statuses(std::string_view bytes) {
 std::optional<int32_t> parse_result_code(std::string_view bytes) {
   const std::optional<std::string_view> line = take_whole_line(bytes);
   if (!line || (!bytes.empty() && bytes != "\n")) return std::nullopt;
-  return parse_number(*line);
+  return parse_number<int32_t>(*line);
 }
 
 }  // namespace client
