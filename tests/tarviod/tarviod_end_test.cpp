@@ -133,6 +133,14 @@ TEST(TarviodEnd, TakesTheSameSignalWithinASecondForOne) {
   EXPECT_TRUE(ends(process));
 }
 
+// Nobody takes signals any more then.
+TEST(TarviodEnd, IsNotHeldUpByASignalAtTheLastMoment) {
+  Tarviod manager({}, with_module(TARVIOD_LATE_SIGNAL));
+  ASSERT_TRUE(manager.answers());
+  manager.send(SIGTERM);
+  EXPECT_EQ(manager.end(), 0);
+}
+
 // Ten applications, each of which takes a second to stop.
 class TarviodWithManyApplications : public testing::Test {
  protected:

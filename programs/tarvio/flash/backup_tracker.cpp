@@ -39,7 +39,7 @@ std::vector<ExpectedDump> expected_of(const FlashArea& area, const FlashJobs& jo
   return expected;
 }
 
-// The tqcontrol of a package with these areas.
+// The tqcontrol of a package with these areas; two blanks in it are the library's (oddity 146).
 std::string targets_of(const std::vector<const FlashArea*>& areas) {
   std::string text = "TqPackageCategory:  Image\nTqPackageSubCategory: Image_Other\n";
   for (const FlashArea* const area : areas) text += area->target_line;

@@ -1,9 +1,9 @@
 #include "manager/manager_reply.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "base/line_cutter.h"
+#include "process/text_pieces.h"
 
 namespace client {
 
@@ -36,7 +36,8 @@ StatusReply parse_statuses(std::string_view bytes) {
   while (reply.complete && !bytes.empty()) {
     const std::optional<std::string_view> name = take_whole_line(bytes);
     const std::optional<std::string_view> state_text = take_whole_line(bytes);
-    const std::optional<int32_t> state = state_text ? parse_number(*state_text) : std::nullopt;
+    const std::optional<int32_t> state =
+        state_text ? parse_number<int32_t>(*state_text) : std::nullopt;
     if (!name || !state) {
       reply.complete = false;
       break;
@@ -51,7 +52,7 @@ StatusReply parse_statuses(std::string_view bytes) {
 std::optional<int32_t> parse_result_code(std::string_view bytes) {
   const std::optional<std::string_view> line = take_whole_line(bytes);
   if (!line || (!bytes.empty() && bytes != "\n")) return std::nullopt;
-  return parse_number(*line);
+  return parse_number<int32_t>(*line);
 }
 
 }  // namespace client

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 
 #include "packages/opkg_information.h"
 #include "packages/package_file.h"
@@ -22,20 +21,12 @@ struct ListedFile {
   std::string name;
 };
 
-std::optional<uint64_t> number_of(std::string_view text) {
-  uint64_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stopped_at, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stopped_at != end) return std::nullopt;
-  return number;
-}
-
 // The file in a line such as "-rw-r--r-- 0/0 3000 2024-01-01 00:00 ./opt/clock/face", its name up
 // to a blank; none when its size cannot be parsed.
 std::optional<ListedFile> listed_file(std::string_view line) {
   std::array<std::string_view, 6> words;  // mode, owner, size, date, time, name
   for (std::string_view& word : words) word = take_word(line);
-  const std::optional<uint64_t> bytes = number_of(words[2]);
+  const std::optional<uint64_t> bytes = parse_number<uint64_t>(words[2]);
   if (!bytes) return std::nullopt;
   return ListedFile{*bytes, std::string(words[5].substr(words[5].starts_with("./") ? 2 : 0))};
 }

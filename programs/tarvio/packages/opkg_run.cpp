@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
-#include <utility>
 
 #include "base/chain.h"
 #include "base/owners.h"
@@ -40,12 +39,14 @@ std::string quoted(std::string_view word) {
 }
 
 constexpr int kCannotInstall = 3;  // the row of that message in the table of opkg's
+constexpr std::string_view kStatusWord = "tarvio-status ";
 
-// In a process of its own: the code, opkg's lines, an empty one, and opkg's exit status as the
+// In a process of its own: the code, opkg's lines, and a last one with opkg's exit status as the
 // shell has it. The library looks at opkg's words only (oddity 57), and takes a read error for
 // their end.
 std::string run(const std::string& opkg_line) {
-  const std::string line = opkg_line + "; printf '\\n%s\\n' $?";
+  // opkg's last line may have no end.
+  const std::string line = opkg_line + "; printf '\\n" + std::string(kStatusWord) + "%s\\n' $?";
   const tarvio::StringList lines(tq_list_create());
   const int code = lines == nullptr ? ENOMEM : tq_opkg_run_command(line.c_str(), lines.get());
   std::string result = std::to_string(code) + '\n';
@@ -56,9 +57,10 @@ std::string run(const std::string& opkg_line) {
 
 // Empty when the lines do not end with it.
 std::string take_status(std::vector<std::string>& lines) {
-  if (lines.size() < 2 || !lines[lines.size() - 2].empty()) return "";
-  std::string status = std::move(lines.back());
-  lines.resize(lines.size() - 2);
+  if (lines.empty() || !lines.back().starts_with(kStatusWord)) return "";
+  std::string status = lines.back().substr(kStatusWord.size());
+  lines.pop_back();
+  if (!lines.empty() && lines.back().empty()) lines.pop_back();
   return status;
 }
 

@@ -286,6 +286,23 @@ TEST_F(ClientChangeByAnyOpkg, IsNotMisledByAComplaintAboutASuccess) {
   EXPECT_EQ(run.errors, "tarvio: opkg: No packages removed.\n");
 }
 
+// A script of the package may print the last words, and need not end their line.
+TEST_F(ClientChangeByAnyOpkg, MayEndWithoutALineEnd) {
+  const TempDir tools;
+  write_program(tools / "opkg", "#!/bin/sh\nrm /usr/lib/opkg/info/$2.*\nprintf 'Good bye'\n");
+  ::setenv("PATH", (tools.path().string() + ":" + ::getenv("PATH")).c_str(), 1);
+  add_package("clock");
+  const Ran run = run_tarvio({"remove", "clock"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.output, "removed clock\n");
+  EXPECT_EQ(run.errors, "");
+  add_package("clock");
+  write_program(tools / "opkg", "#!/bin/sh\nprintf 'Good bye'\nexit 7\n");
+  EXPECT_EQ(run_tarvio({"remove", "clock"}).errors,
+            "tarvio: opkg: Good bye\ntarvio: cannot remove 'clock': opkg failed with status 7, and "
+            "clock 1.0 is still installed (5)\n");
+}
+
 // opkg runs in the directory itself.
 TEST_F(ClientChangeByAnyOpkg, TakesATemporaryDirectoryByARelativePath) {
   const OpkgTool opkg;
