@@ -108,8 +108,8 @@ class Manager {
 // A line of the state file, with the start after another one.
 std::string app_line(const std::string& state, int starts, const std::string& exit) {
   const std::string pid = state == "running" ? "99" : "0";
-  return "app\tclock\t" + state + "\t" + pid + "\t1700000000\t" + std::to_string(starts) + "\t" + exit +
-         "\t1.0\t-\n";
+  return "app\tclock\t" + state + "\t" + pid + "\t1700000000\t" + std::to_string(starts) + "\t" +
+         exit + "\t1.0\t-\n";
 }
 
 Ran start_with(const std::string& before, const std::string& after,
@@ -146,6 +146,11 @@ TEST(ClientStartOfWhatRuns, SaysSo) {
   EXPECT_EQ(run.output, "clock runs already\n");
 }
 
+TEST(ClientStartOfWhatRuns, SaysThatItIsAboutToBeRestarted) {
+  const std::string state = app_line("restarting", 1, "status 1");
+  EXPECT_EQ(start_with(state, state).output, "clock is about to be restarted\n");
+}
+
 TEST(ClientStartOfWhatRuns, SaysThatItWasStartedWhenItHadEnded) {
   const Ran run = start_with(app_line("ended", 1, "status 0"), app_line("running", 2, "-"));
   EXPECT_EQ(run.status, 0);
@@ -176,7 +181,8 @@ TEST(ClientStartOfWhatEnds, IsASuccessWithStatus0) {
 }
 
 TEST(ClientStartOfWhatEnds, DoesNotTakeTheRunBeforeForIt) {
-  EXPECT_EQ(start_with(app_line("ended", 1, "status 1"), "").output, "started clock\n");
+  EXPECT_EQ(start_with(app_line("ended", 1, "status 1"), "").output,
+            "clock was started before; whether it still runs is not known\n");
   EXPECT_EQ(start_with(app_line("ended", 1, "status 1"), app_line("running", 2, "status 1")).output,
             "started clock\n");
 }

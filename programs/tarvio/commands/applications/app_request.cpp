@@ -34,8 +34,6 @@ namespace {
 constexpr size_t kMaxName = 254;
 // What a stop takes at most, unless its settings say otherwise, and a second more.
 constexpr double kSecondsPerApplication = 16;
-constexpr char kStartedBefore[] = "was started before; whether it still runs is not known";
-constexpr char kRunsAlready[] = "runs already";
 constexpr char kNoExactNames[] = "the running manager matches names by substring";
 
 using Names = std::vector<std::string>;
@@ -124,7 +122,9 @@ void include(const std::string& name, const AppRequest& request, double seconds,
 std::string message_of(const AppRequest& request, const Reached& reached) {
   if (!reached.end.empty()) return std::string(request.done) + ", but it has ended: " + reached.end;
   if (!reached.was_started.value_or(false)) return reason_of(reached);
-  return reached.is_running ? kRunsAlready : kStartedBefore;
+  if (reached.state == runtime::AppState::kRunning) return "runs already";
+  if (reached.state == runtime::AppState::kRestarting) return "is about to be restarted";
+  return "was started before; whether it still runs is not known";
 }
 
 }  // namespace

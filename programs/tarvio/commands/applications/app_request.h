@@ -44,7 +44,7 @@ struct Reached {
   bool is_exact = true;  // false: by a part of its name, so that it may have been another one
   // Of a start: whether it counted as started before, so that nothing was done (oddity 95).
   std::optional<bool> was_started = {};
-  bool is_running = false;  // as the manager's figures say
+  std::optional<runtime::AppState> state = {};  // as the manager's figures say
   // Of a start: how it has ended already; empty as far as is known.
   std::string end = {};
 };

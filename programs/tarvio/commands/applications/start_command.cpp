@@ -35,7 +35,7 @@ void judge_by(const ManagerState& before, Reached& reached) {
   const AppFacts* const app = now ? now->find_app(reached.name) : nullptr;
   if (app == nullptr) return;
   reached.was_started = app->starts == starts_of(before.find_app(reached.name));
-  reached.is_running = app->is_running();
+  reached.state = app->state;
 }
 
 Result run(const Arguments& arguments) {
