@@ -18,6 +18,9 @@ class StatePublisher {
   // Writes the file when anything but the count of descriptors is different from what it says. A
   // failure is reported once, until it succeeds.
   void publish(const AppRunsTable& runs);
+  // Has the next call write it in any case: somebody may have removed it, or the count of
+  // descriptors matters.
+  void forget() { written_.reset(); }
   // Removes it for good.
   void end();
 

@@ -15,9 +15,10 @@
 #include "base/chain.h"
 #include "base/pipe.h"
 #include "connections.h"
-#include "descriptor_warning.h"
 #include "listening_socket.h"
 #include "settings/warn.h"
+#include "supervision/descriptors.h"
+#include "supervision/notify.h"
 #include "supervision/watchdog.h"
 #include "tarvio/app.h"
 #include "tarvio/com.h"
@@ -74,7 +75,6 @@ void catch_up() {
   runner->follow();
   publisher.publish(runner->runs());
   due = runner->next_due();
-  watch_descriptors();
 }
 
 void run_job() {
@@ -115,6 +115,10 @@ uint32_t serve_client(int32_t client) {
       catch_up();
     } else {
       (void)clients.advance();
+    }
+    if (watch_descriptors()) {
+      publisher.forget();
+      publisher.publish(runner->runs());
     }
   }
 }
@@ -219,6 +223,7 @@ int start_at_boot() { return runner->start_at_boot(); }
 int look_around() { return 0; }
 
 int refresh() {
+  publisher.forget();
   refreshed = {};
   const int code = tq_refresh_applications(&refreshed);
   char text[96];
@@ -226,6 +231,11 @@ int refresh() {
                  static_cast<int>(refreshed.added), static_cast<int>(refreshed.removed),
                  static_cast<int>(refreshed.changed));
   if (refreshed.added + refreshed.removed + refreshed.changed > 0) inform("applications", text);
+  int count = 0;
+  for (const tq_app_info* app : tarvio::Elements<const tq_app_info>(tq_known_applications())) {
+    count += app != nullptr ? 1 : 0;
+  }
+  notify_installed(count);
   return code;
 }
 

@@ -114,6 +114,10 @@ const char* absolute(const char* path, char (&joined)[PATH_MAX]) {
 using Status = std::optional<int>;
 
 Status set_path(const char*& path, char (&joined)[PATH_MAX]) {
+  if (optarg[0] == '\0') {
+    (void)fputs("tarviod: the name of a file must not be empty\n", stderr);
+    return refuse_line();
+  }
   path = absolute(optarg, joined);
   return path == nullptr ? Status(kExitFailure) : std::nullopt;
 }
@@ -133,6 +137,12 @@ Status set_output(Options& options) {
   options.output = optarg;
   if (strcmp(optarg, kSyslogOutput) == 0 || strcmp(optarg, kInheritedOutput) == 0) {
     return std::nullopt;
+  }
+  // More likely a mistyped word than a file in the current directory.
+  if (optarg[0] != '\0' && strchr(optarg, '/') == nullptr) {
+    (void)fprintf(
+        stderr, "tarviod: --output: '%s' is not syslog, inherit, or a path with a slash\n", optarg);
+    return refuse_line();
   }
   const Status status = set_path(options.output, joined);
   if (status || strlen(options.output) <= kMaxOutputBytes) return status;
