@@ -79,11 +79,9 @@ TEST_F(TarviodClients, AreNotObeyedBeforeTheEndOfTheirRequest) {
   EXPECT_EQ(status_of("clock"), "");
 }
 
-TEST_F(TarviodClients, AreServedWithoutTheEndOfALongRequestWhenTheirTimeIsOver) {
+TEST_F(TarviodClients, AreServedAtOnceWithoutTheEndOfALongRequest) {
   const Socket endless = connect_to(TQ_COM_SOCKET_PATH);
   endless.send("start_app\nclock\n" + std::string(508, '\n'));
-  expect_answer();
-  set_clock(5);
   EXPECT_EQ(endless.read_to_end(), "0\n\n");
 }
 
@@ -94,8 +92,6 @@ TEST_F(TarviodClients, MaySendMoreThanTheSocketHolds) {
     (void)::send(client.fd(), "start_app\nclock\n", 16, MSG_NOSIGNAL);
     while (::send(client.fd(), line.data(), line.size(), MSG_NOSIGNAL) >= 0) continue;
   });
-  expect_answer();
-  set_clock(5);
   EXPECT_EQ(client.read_to_end(), "0\n\n");
   sender.join();
 }

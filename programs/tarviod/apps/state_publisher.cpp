@@ -122,6 +122,8 @@ void StatePublisher::publish(const AppRunsTable& runs) {
   }
   if (!has_failed_) warn(runtime::kStatePath, strerror(errno));
   has_failed_ = true;
+  forget();
+  (void)unlink(runtime::kStatePath);  // it would say what was true before
 }
 
 bool StatePublisher::write(const char* body) {
@@ -141,7 +143,7 @@ bool StatePublisher::write(const char* body) {
 }
 
 tarvio::CString read_published_state() {
-  const tarvio::Fd file(open(runtime::kStatePath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  const tarvio::Fd file(open(runtime::kStatePath, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
   struct stat info = {};
   if (!file.valid() && errno == ENOENT) return nullptr;
   if (!file.valid() || fstat(file.get(), &info) != 0) {

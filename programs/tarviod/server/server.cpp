@@ -74,7 +74,7 @@ constinit RecordPipe<Result> results;
 void catch_up() {
   runner->follow();
   publisher.publish(runner->runs());
-  due = runner->next_due();
+  due = Deadline::sooner(runner->next_due(), publisher.due());
 }
 
 void run_job() {

@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <string_view>
 
@@ -99,9 +100,13 @@ bool refuse_line(const char* path, const char* number, const char* why, int line
 
 bool read_conf_file(const char* path, MissingFile missing, Complaint complaint_about,
                     ConfFile& file) {
-  const tarvio::Fd opened(open(path, O_RDONLY | O_CLOEXEC));
+  const tarvio::Fd opened(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!opened.valid()) {
     return (errno == ENOENT && missing == MissingFile::kEmpty) || refuse_unreadable(path, errno);
+  }
+  struct stat info = {};
+  if (fstat(opened.get(), &info) == 0 && S_ISFIFO(info.st_mode)) {
+    return refuse(path, "is a pipe: name a file");
   }
   return parse(path, opened.get(), file) && check(path, file, complaint_about);
 }

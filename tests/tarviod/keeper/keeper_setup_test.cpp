@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
@@ -19,6 +18,7 @@
 #include "kept.h"
 #include "support/apps/applications.h"
 #include "support/children.h"
+#include "support/users.h"
 
 namespace tarvio_test {
 namespace {
@@ -165,16 +165,6 @@ TEST_F(KeeperSetup, HasTheManagersLimitsElse) {
   ASSERT_EQ(::prlimit(process, RLIMIT_NOFILE, nullptr, &limit), 0);
   EXPECT_EQ(limit.rlim_cur, own.rlim_cur);
   EXPECT_EQ(limit.rlim_max, own.rlim_max);
-}
-
-// An ordinary user's sandbox has no other users.
-bool has_other_users() {
-  std::ifstream map("/proc/self/uid_map");
-  unsigned inside = 0;
-  unsigned outside = 0;
-  unsigned count = 0;
-  map >> inside >> outside >> count;
-  return count > 1;
 }
 
 std::string ids(unsigned id) {
