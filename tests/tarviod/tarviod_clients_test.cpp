@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <deque>
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -28,6 +29,7 @@ class TarviodClients : public testing::Test {
   TarviodClients() { EXPECT_TRUE(manager_.answers()); }
 
   void set_clock(int seconds) const { write_file(clock_, std::to_string(seconds)); }
+  void let_clock_run() const { std::filesystem::remove(clock_); }
   // The manager has seen everything that came before.
   static void expect_answer() { EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nno\n"), "22\n\n"); }
 
@@ -86,6 +88,7 @@ TEST_F(TarviodClients, AreServedAtOnceWithoutTheEndOfALongRequest) {
 }
 
 TEST_F(TarviodClients, MaySendMoreThanTheSocketHolds) {
+  let_clock_run();
   const Socket client = connect_to(TQ_COM_SOCKET_PATH);
   std::thread sender([&] {
     const std::string line(4096, '\n');

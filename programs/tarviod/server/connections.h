@@ -26,6 +26,8 @@ class Connections {
   // handler  takes a connection over and closes it.
   void open(int listening_fd, tq_com_handler_func handler);
 
+  // Of those whose requests are not complete.
+  [[nodiscard]] size_t count() const { return count_; }
   // A client is connected.
   [[nodiscard]] bool has_client() const;
 

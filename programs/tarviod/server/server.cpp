@@ -70,11 +70,19 @@ constinit tq_refresh_result refreshed = {};  // by the last refresh
 constinit RecordPipe<Job> jobs;
 constinit RecordPipe<Result> results;
 
+// The file of states has their number.
+void see_to_descriptors() {
+  if (!watch_descriptors()) return;
+  publisher.forget();
+  publisher.publish(runner->runs());
+}
+
 // After everything that may have changed an application or a status.
 void catch_up() {
   runner->follow();
   publisher.publish(runner->runs());
   due = Deadline::sooner(runner->next_due(), publisher.due());
+  see_to_descriptors();
 }
 
 void run_job() {
@@ -114,11 +122,9 @@ uint32_t serve_client(int32_t client) {
     } else if (own[1].revents != 0 || due.passed()) {
       catch_up();
     } else {
+      const size_t before = clients.count();
       (void)clients.advance();
-    }
-    if (watch_descriptors()) {
-      publisher.forget();
-      publisher.publish(runner->runs());
+      if (clients.count() > before) see_to_descriptors();
     }
   }
 }
