@@ -120,7 +120,8 @@ constexpr char kSample[] =
     "Nov 22 06:34:58 board user.info other[13]: two\n"
     "Nov 22 06:34:59 board local6.notice radio[14]: three\x1b\n"
     "Nov 22 06:35:00 board local6.info clock[12]: four\n"
-    "Nov 22 06:35:01 board daemon.notice tarviod[1]: five\n";
+    "Nov 22 06:35:01 board daemon.notice tarviod[1]: five\n"
+    "Nov 22 06:35:02 board user.warning tarvio[1]: six\n";
 
 TEST_F(ClientLogs, AreThoseOfAnApplication) {
   write_file(kMessages, kSample);
@@ -143,7 +144,8 @@ TEST_F(ClientLogs, AreThoseOfAllApplicationsAndOfTheManager) {
             "Nov 22 06:34:58 board local6.info clock[12]: one\n"
             "Nov 22 06:34:59 board local6.notice radio[14]: three\\x1b\n"
             "Nov 22 06:35:00 board local6.info clock[12]: four\n"
-            "Nov 22 06:35:01 board daemon.notice tarviod[1]: five\n");
+            "Nov 22 06:35:01 board daemon.notice tarviod[1]: five\n"
+            "Nov 22 06:35:02 board user.warning tarvio[1]: six\n");
 }
 
 TEST_F(ClientLogs, AreJsonForScripts) {
@@ -151,7 +153,10 @@ TEST_F(ClientLogs, AreJsonForScripts) {
   EXPECT_EQ(json::parse(run_tarvio({"logs", "tarviod", "--json"}).output),
             json::array({{{"name", "tarviod"},
                           {"pid", 1},
-                          {"line", "Nov 22 06:35:01 board daemon.notice tarviod[1]: five"}}}));
+                          {"line", "Nov 22 06:35:01 board daemon.notice tarviod[1]: five"}},
+                         {{"name", "tarvio"},
+                          {"pid", 1},
+                          {"line", "Nov 22 06:35:02 board user.warning tarvio[1]: six"}}}));
 }
 
 TEST_F(ClientLogs, SayWhereTheyWereLookedFor) {

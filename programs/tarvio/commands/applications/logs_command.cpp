@@ -45,17 +45,26 @@ constexpr size_t kDefaultLines = 100;
 constexpr std::array kLogFiles = {"/var/log/messages", "/var/log/syslog"};
 
 struct Request {
-  std::vector<std::string> names;
+  std::vector<std::string> idents;
   size_t lines;
   bool is_json;
 };
 
-std::vector<std::string> all_names() {
+// The manager logs under the library's name, and under its own what a supervisor passes on for it.
+constexpr char kManager[] = "tarviod";
+constexpr std::array kManagerIdents = {"tarvio", kManager};
+
+std::vector<std::string> idents_of(const std::string& name) {
+  if (name == kManager) return {kManagerIdents.begin(), kManagerIdents.end()};
+  return {name};
+}
+
+std::vector<std::string> all_idents() {
   std::vector<std::string> names = installed_applications();
   if (const std::optional<ManagerState> state = read_state()) {
     for (const AppFacts& app : state->apps) names.push_back(app.name);
   }
-  names.emplace_back("tarviod");
+  names.insert(names.end(), kManagerIdents.begin(), kManagerIdents.end());
   return names;
 }
 
@@ -68,19 +77,18 @@ size_t lines_in(const Arguments& arguments) {
 }
 
 Request request_in(const Arguments& arguments) {
-  Request request = {.names = {}, .lines = lines_in(arguments), .is_json = arguments.has(kJson)};
-  if (arguments.operands.empty()) {
-    request.names = all_names();
-  } else {
-    request.names = {application_name(arguments.operands.front())};
-  }
-  return request;
+  const size_t lines = lines_in(arguments);
+  return {.idents = arguments.operands.empty()
+                        ? all_idents()
+                        : idents_of(application_name(arguments.operands.front())),
+          .lines = lines,
+          .is_json = arguments.has(kJson)};
 }
 
 std::optional<Ident> wanted_ident(const Request& request, std::string_view line) {
   const std::optional<Ident> ident = ident_of(line);
   const auto is_it = [&](const std::string& name) { return ident->name == name; };
-  const bool is_wanted = ident && std::any_of(request.names.begin(), request.names.end(), is_it);
+  const bool is_wanted = ident && std::any_of(request.idents.begin(), request.idents.end(), is_it);
   return is_wanted ? ident : std::nullopt;
 }
 
@@ -167,7 +175,7 @@ void read_journal(const Request& request, bool follows, const LineSink& sink) {
   std::vector<std::string> words = {
       "journalctl", "-q", "--no-pager", "-o", "short", "-n", std::to_string(request.lines)};
   if (follows) words.emplace_back("-f");
-  for (const std::string& name : request.names) words.insert(words.end(), {"-t", name});
+  for (const std::string& ident : request.idents) words.insert(words.end(), {"-t", ident});
   const WorkDirectory directory;
   tarvio::LineCutter cutter(tarvio::LineEnd::kLineFeed);
   execute(directory, words, 0, [&](std::string_view piece) { cut_lines(cutter, piece, sink); });
@@ -226,8 +234,8 @@ constexpr Command kLogsCommand = {
     .timeout = kNoTimeout,
     .summary = "print what applications have written to the system log",
     .description =
-        "Prints the last lines of the application with exactly this NAME, or of all applications "
-        "and of tarviod, from the first of these that has some: /var/log/messages, "
+        "Prints the last lines of the application with exactly this NAME, of the manager for the "
+        "NAME tarviod, or of all applications and the manager, from the first of these that has some: /var/log/messages, "
         "/var/log/syslog, the journal. A file that is rotated is followed into the new one.",
     .statuses = "0 done, 1 failed, 12 no lines",
     .run = run,
