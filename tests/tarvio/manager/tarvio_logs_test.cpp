@@ -32,6 +32,7 @@ using testing::HasSubstr;
 
 using Line = std::vector<std::string>;
 
+constexpr char kPrinted[] = "/var/log/applications";
 constexpr char kMessages[] = "/var/log/messages";
 constexpr char kSyslog[] = "/var/log/syslog";
 
@@ -48,8 +49,12 @@ TEST(ClientLogLine, NamesWhoWroteIt) {
   EXPECT_EQ(name_in("2026-11-22T06:34:58.123456+00:00 board clock[12]: tick"), "clock 12");
   EXPECT_EQ(name_in("Nov 22 06:34:58 board clock: tick"), "clock -1");
   EXPECT_EQ(name_in("Nov 22 06:34:58 board a clock[12]: tick"), "clock 12");
-  for (const char* const line : {"", "x", "Nov 22 06:34:58", "Nov 22 06:34:58 a b c d clock: x",
-                                 "Nov 22 06:34:58 board clock]: x"}) {
+  EXPECT_EQ(name_in("<182>1 2026-11-22T06:34:58.123456+00:00 board clock 12 - -  a: b"),
+            "clock 12");
+  EXPECT_EQ(name_in("<13>1 2026-11-22T06:34:58+00:00 board clock - - [a b=\"c\"] d"), "clock -1");
+  for (const char* const line :
+       {"", "x", "Nov 22 06:34:58", "Nov 22 06:34:58 a b c d clock: x",
+        "Nov 22 06:34:58 board clock]: x", "<13>1 2026-11-22 board clock"}) {
     EXPECT_EQ(name_in(line), "none") << line;
   }
 }
@@ -105,8 +110,7 @@ class ClientLogs : public WithoutPackages {
  protected:
   ClientLogs() {
     fs::create_directories("/var/log");
-    fs::remove(kMessages);
-    fs::remove(kSyslog);
+    for (const char* const path : {kPrinted, kMessages, kSyslog}) fs::remove(path);
     // It runs the client where it is emulated.
     shell(tools_.path(), "tool=$(command -v qemu-arm) && ln -s $tool .; true");
     ::setenv("PATH", tools_.path().c_str(), 1);
@@ -165,9 +169,31 @@ TEST_F(ClientLogs, SayWhereTheyWereLookedFor) {
   EXPECT_EQ(run.status, 12);
   EXPECT_EQ(run.output, "");
   EXPECT_EQ(run.errors,
-            "tarvio: no lines found; looked in /var/log/messages (No such file or directory), "
-            "/var/log/syslog (no such lines), the journal (the tool journalctl is missing; install "
+            "tarvio: no lines found; looked in /var/log/applications (No such file or directory), "
+            "/var/log/messages (No such file or directory), /var/log/syslog (no such lines), the "
+            "journal (the tool journalctl is missing; install "
             "it, or add its directory to PATH)\n");
+}
+
+// A file of their own, as in docs/manager.md, is not hidden by what they log by themselves.
+TEST_F(ClientLogs, AreWhatAnApplicationHasPrinted) {
+  write_file(kPrinted, "<182>1 2026-11-22T06:34:58.123456+00:00 board clock 12 - -  printed\n");
+  write_file(kMessages, kSample);
+  EXPECT_EQ(run_tarvio({"logs", "clock"}).output,
+            "<182>1 2026-11-22T06:34:58.123456+00:00 board clock 12 - -  printed\n");
+  EXPECT_THAT(run_tarvio({"logs", "tarviod"}).output, HasSubstr("six\n"));
+}
+
+TEST_F(ClientLogs, ComeFromTheFileOfTheManagersConfiguration) {
+  const fs::path log = tools_ / "log";
+  fs::create_directories("/etc/tarvio");
+  write_file("/etc/tarvio/tarviod.conf", "log_file: " + log.string() + "  # here\n");
+  write_file(log, "Nov 22 06:34:58 board clock[12]: here\n");
+  write_file(kPrinted, kSample);
+  EXPECT_EQ(run_tarvio({"logs", "clock"}).output, "Nov 22 06:34:58 board clock[12]: here\n");
+  EXPECT_THAT(
+      run_tarvio({"logs", "alarm"}).errors,
+      HasSubstr("looked in " + log.string() + " (no such lines), /var/log/applications (no "));
 }
 
 TEST_F(ClientLogs, ComeFromTheJournal) {

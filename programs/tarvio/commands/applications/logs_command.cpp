@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,6 +27,7 @@
 #include "process/paths.h"
 #include "process/required_tools.h"
 #include "process/work_directory.h"
+#include "tarvio/conf.h"
 #include "terminal/json.h"
 #include "terminal/output.h"
 #include "terminal/printable_text.h"
@@ -41,8 +43,10 @@ constexpr Option kFollow = {
 constexpr std::array kOptions = {kLines, kFollow};
 
 constexpr size_t kDefaultLines = 100;
-// Where BusyBox and rsyslog write.
-constexpr std::array kLogFiles = {"/var/log/messages", "/var/log/syslog"};
+// Where rsyslog writes what applications print, if they have a file of their own; where BusyBox and
+// rsyslog write everything.
+constexpr std::array kLogFiles = {"/var/log/applications", "/var/log/messages", "/var/log/syslog"};
+constexpr char kManagerConfig[] = "/etc/tarvio/tarviod.conf";
 
 struct Request {
   std::vector<std::string> idents;
@@ -142,18 +146,34 @@ class Lines {
 };
 
 // The file itself, where a link leads to it.
-std::string real_path(const char* path) {
-  const tarvio::CString real(realpath(path, nullptr));
+std::string real_path(const std::string& path) {
+  const tarvio::CString real(realpath(path.c_str(), nullptr));
   return real == nullptr ? path : real.get();
+}
+
+struct CloseConfig {
+  void operator()(tq_conf* config) const { (void)tq_conf_close(config); }
+};
+
+// That of the manager's configuration comes first, unless it is one of the others.
+std::vector<std::string> log_files() {
+  const std::unique_ptr<tq_conf, CloseConfig> config(tq_conf_open2(kManagerConfig));
+  const std::string set = tq_conf_read(config.get(), "log_file");
+  std::vector<std::string> files;
+  if (!set.empty() && std::find(kLogFiles.begin(), kLogFiles.end(), set) == kLogFiles.end()) {
+    files.push_back(set);
+  }
+  files.insert(files.end(), kLogFiles.begin(), kLogFiles.end());
+  return files;
 }
 
 // One place where lines may be, and what it holds.
 struct Place {
-  Place(const char* path, const Request& request) : name(path), file(path), lines(request) {
+  Place(const std::string& path, const Request& request) : name(path), file(path), lines(request) {
     if (!file.read_new([this](std::string_view line) { lines.add(line); })) why = strerror(errno);
   }
 
-  const char* name;
+  std::string name;
   LogFile file;
   Lines lines;
   std::string why;  // why it cannot be read; empty when it can
@@ -196,13 +216,13 @@ Lines lines_of_journal(const Request& request, std::string& notes) {
 Result run_with(const Request& request, bool follows) {
   std::string notes;
   std::deque<Place> places;
-  for (const char* path : kLogFiles) {
+  for (const std::string& path : log_files()) {
     Place& place = places.emplace_back(path, request);
     if (place.why.empty() && place.lines.has_any()) {
       if (follows) follow(place, request);
       return place.lines.result();
     }
-    notes += std::string(path) + " (" + (place.why.empty() ? "no such lines" : place.why) + "), ";
+    notes += path + " (" + (place.why.empty() ? "no such lines" : place.why) + "), ";
   }
   const Lines journal = lines_of_journal(request, notes);
   if (!follows && journal.has_any()) return journal.result();
@@ -235,8 +255,10 @@ constexpr Command kLogsCommand = {
     .summary = "print what applications have written to the system log",
     .description =
         "Prints the last lines of the application with exactly this NAME, of the manager for the "
-        "NAME tarviod, or of all applications and the manager, from the first of these that has some: /var/log/messages, "
-        "/var/log/syslog, the journal. A file that is rotated is followed into the new one.",
+        "NAME tarviod, or of all applications and the manager, from the first of these "
+        "that has some: the log_file of /etc/tarvio/tarviod.conf, /var/log/applications, "
+        "/var/log/messages, /var/log/syslog, the journal. A file that is rotated is followed into "
+        "the new one.",
     .statuses = "0 done, 1 failed, 12 no lines",
     .run = run,
 };
