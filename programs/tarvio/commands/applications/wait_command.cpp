@@ -28,7 +28,7 @@ constexpr Option kState = {.name = "state",
 constexpr std::array kOptions = {kState};
 
 std::string state_in(const Arguments& arguments) {
-  const std::string state = *arguments.value_of(kState);
+  std::string state = *arguments.value_of(kState);
   const auto states = wait_states();
   if (std::find(states.begin(), states.end(), state) != states.end()) return state;
   throw UsageError("unknown state '" + state +
