@@ -1,10 +1,8 @@
 // tarvio logs
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +15,7 @@
 #include "support/files.h"
 #include "support/packages/package_listing.h"
 #include "support/packages/tarvio_packages.h"
+#include "support/programs/following.h"
 #include "support/programs/tarvio.h"
 #include "support/programs/written_state.h"
 
@@ -196,6 +195,18 @@ TEST_F(ClientLogs, ComeFromTheFileOfTheManagersConfiguration) {
       HasSubstr("looked in " + log.string() + " (no such lines), /var/log/applications (no "));
 }
 
+// The lines may be in there.
+TEST_F(ClientLogs, AreNotUnknownWhereALogCannotBeRead) {
+  fs::create_directory(kMessages);
+  for (const Line& line : {Line{"logs", "clock", "--json"}, Line{"logs", "clock", "-f"}}) {
+    const Ran run = run_tarvio(line);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.output, "");
+    EXPECT_THAT(run.errors, HasSubstr("/var/log/messages (Is a directory), "));
+  }
+  fs::remove(kMessages);
+}
+
 TEST_F(ClientLogs, ComeFromTheJournal) {
   write_program(tools_ / "journalctl",
                 "#!/bin/sh\necho \"Nov 22 06:34:58 board clock[12]: $*\"\necho 'x clock[1]: y'");
@@ -221,50 +232,6 @@ TEST_F(ClientLogs, NeedANumberOfLines) {
   }
 }
 
-// The client, as it follows, and what it has printed so far.
-class Following {
- public:
-  explicit Following(const Line& line) {
-    int ends[2];
-    EXPECT_EQ(::pipe(ends), 0);
-    output_ = ends[0];
-    client_ = ::fork();
-    if (client_ == 0) {
-      ::dup2(ends[1], STDOUT_FILENO);
-      std::vector<char*> argv = {const_cast<char*>("tarvio")};
-      for (const std::string& word : line) argv.push_back(const_cast<char*>(word.c_str()));
-      argv.push_back(nullptr);
-      ::execv(TARVIO_CLIENT, argv.data());
-      ::_exit(126);
-    }
-    ::close(ends[1]);
-  }
-  ~Following() {
-    ::kill(client_, SIGTERM);
-    ::waitpid(client_, nullptr, 0);
-    ::close(output_);
-  }
-  Following(const Following&) = delete;
-  Following& operator=(const Following&) = delete;
-
-  std::string next_line() const {
-    std::string line;
-    for (char byte = '\0'; byte != '\n'; line += byte) {
-      pollfd ready = {.fd = output_, .events = POLLIN, .revents = 0};
-      if (::poll(&ready, 1, static_cast<int>(kPatience.count())) != 1 ||
-          ::read(output_, &byte, 1) != 1) {
-        ADD_FAILURE() << "no whole line came, only: " << line;
-        break;
-      }
-    }
-    return line;
-  }
-
- private:
-  int output_ = -1;
-  pid_t client_ = -1;
-};
-
 TEST_F(ClientLogs, AreFollowedAcrossARotation) {
   write_file(kMessages, kSample);
   const Following client({"logs", "clock", "-f", "-n", "1"});
@@ -283,6 +250,17 @@ TEST_F(ClientLogs, AreFollowedFromTheFirstOne) {
   const Following client({"logs", "clock", "--follow", "--json"});
   append(kMessages, "Nov 22 06:35:02 board clock[12]: one\n");
   EXPECT_EQ(json::parse(client.next_line())["pid"], 12);
+}
+
+TEST_F(ClientLogs, AreFollowedInAFileThatComes) {
+  write_program(tools_ / "journalctl", "#!/bin/sh\n: >/var/log/is_asked\nexit 1\n");
+  const Following client({"logs", "clock", "-f"});
+  ASSERT_TRUE(eventually([] { return fs::exists("/var/log/is_asked"); }));
+  write_file(kMessages, kSample);
+  EXPECT_THAT(client.next_line(), HasSubstr("one\n"));
+  EXPECT_THAT(client.next_line(), HasSubstr("four\n"));
+  append(kMessages, "Nov 22 06:35:02 board clock[12]: six\n");
+  EXPECT_THAT(client.next_line(), HasSubstr("six\n"));
 }
 
 TEST_F(ClientLogs, AreFollowedInTheDirectoryThatALinkLeadsTo) {
