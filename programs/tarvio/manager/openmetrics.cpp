@@ -58,8 +58,8 @@ class Exposition {
 };
 
 void add_manager(const ManagerState& state, Exposition& to) {
-  to.begin(
-      {"tarvio_manager_open_descriptors", "gauge", "", "Descriptors that the manager has open."});
+  to.begin({"tarvio_manager_open_descriptors", "gauge", "",
+            "Descriptors that the manager had open at the last change."});
   to.add({}, state.descriptors_used);
   to.begin({"tarvio_manager_max_descriptors", "gauge", "", "Descriptors that it may have open."});
   to.add({}, state.descriptor_limit);
