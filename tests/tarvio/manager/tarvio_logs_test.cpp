@@ -16,8 +16,10 @@
 #include "support/packages/package_listing.h"
 #include "support/packages/tarvio_packages.h"
 #include "support/programs/following.h"
+#include "support/programs/system_log.h"
 #include "support/programs/tarvio.h"
 #include "support/programs/written_state.h"
+#include "tarvio/log.h"
 
 namespace tarvio_test {
 namespace {
@@ -149,6 +151,17 @@ TEST_F(ClientLogs, AreThoseOfAllApplicationsAndOfTheManager) {
             "Nov 22 06:35:00 board local6.info clock[12]: four\n"
             "Nov 22 06:35:01 board daemon.notice tarviod[1]: five\n"
             "Nov 22 06:35:02 board user.warning tarvio[1]: six\n");
+}
+
+TEST_F(ClientLogs, AreWhatTheManagerLogs) {
+  const SystemLog log;
+  tq_log_init();
+  tq_log_func(TQ_LOG_WARNING, "tarviod", 1, "disk full");
+  const std::string logged = log.text();
+  const std::string line = logged.substr(logged.find('>') + 1);
+  EXPECT_THAT(line, HasSubstr("disk full"));
+  write_file(kMessages, line);
+  EXPECT_EQ(run_tarvio({"logs", "tarviod"}).output, line);
 }
 
 TEST_F(ClientLogs, AreJsonForScripts) {
