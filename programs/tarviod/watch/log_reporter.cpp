@@ -19,10 +19,10 @@ namespace {
 
 constexpr char kOtherForm[] =
     "no line has the form 'Jan 12 00:00:12 board user.err webapp[12]: disk full' or another one "
-    "of tarviod(8), so none counts: change the format of the log as it says";
+    "of tarviod.conf(5), so none counts: change the format of the log as it says";
 constexpr char kNoLevel[] =
     "the lines have no level, so those of hooks without one do not count: add 'level.TEXT: err' "
-    "for each hook.TEXT, or change the format of the log as tarviod(8) says";
+    "for each hook.TEXT, or change the format of the log as tarviod.conf(5) says";
 static_assert(sizeof kOtherForm <= kMaxDetailBytes && sizeof kNoLevel <= kMaxDetailBytes);
 
 struct FreeParsed {
