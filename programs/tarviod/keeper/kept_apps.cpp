@@ -90,7 +90,10 @@ int KeptApps::start(const char* name, const AppSetup& setup, const Streams& stre
   if (run.settings.take(setup)) {
     run.stop_copy.make(setup.stop_file);
     enter(*app, KeptState::kRunning);
-    if (launch(*app, setup.start_file, -1, streams, run.start)) return 0;
+    if (launch(*app, setup.start_file, -1, streams, run.start)) {
+      if (!run.start.is_running()) settle();
+      return 0;
+    }
   }
   const int error = errno;
   run = std::move(before);
@@ -169,10 +172,10 @@ void KeptApps::begin_stop(App& app, const Streams& streams) {
   enter(app, KeptState::kStopping);
   run.step = Run::Step::kAsk;
   run.next_step = Deadline::after(run.settings.stop_timeout_ms);
-  if (file[0] == '\0' ||
-      !launch(app, file, run.stop_copy.replacement_of(file), streams, run.stop)) {
-    take_step(app);
+  if (file[0] != '\0') {
+    (void)launch(app, file, run.stop_copy.replacement_of(file), streams, run.stop);
   }
+  if (!run.stop.is_running()) take_step(app);  // a stop file that cannot run is none
 }
 
 // Once a step has not led to the end of an application.
@@ -209,7 +212,6 @@ void KeptApps::reap() {
       }
       if (run.stop.runs_as(pid)) {
         run.stop.end(status);
-        // A stop file that cannot run is none.
         if (run.stop.failure().is_not_run() && run.step == Run::Step::kAsk) take_step(app);
       }
     }
@@ -236,7 +238,8 @@ void KeptApps::settle() {
       app.run.oldest = oldest;
       continue;
     }
-    if (table.is_in_doubt() && !doubt_end_.passed()) {
+    // One that was not run has left nothing that could not be seen.
+    if (table.is_in_doubt() && !doubt_end_.passed() && !app.run.start.failure().is_not_run()) {
       is_undecided = true;
       continue;
     }

@@ -45,7 +45,8 @@ class Launch {
   // Forks a child that waits for `go`, and ends when this object or its process is gone before.
   // False, with errno, when that failed.
   bool prepare(const Program& program);
-  // Returns once the program is executed or could not be, or takes longer than it should.
+  // Returns once the program is executed, or could not be and the process has ended, or takes
+  // longer than it should.
   void go();
 
   // Whether it has this process id and has not ended yet.
@@ -62,6 +63,7 @@ class Launch {
  private:
   static constexpr int kNone = -1;
 
+  void reap();
   void take_failure();
 
   runtime::ProcessId id_;
