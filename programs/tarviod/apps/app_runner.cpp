@@ -81,6 +81,7 @@ void AppRunner::take_operations() {
 KeeperFound AppRunner::connect() {
   KeeperRequest request = request_for(Ask::kWatch);
   KeeperReply reply;
+  changes_.close();  // one that is to be replaced takes its manager for gone
   const KeeperFound found = requests_.open();
   if (found == KeeperFound::kStartedWithoutLedger) {
     warn(runtime::kLedgerPath, "is not whole: what the keeper before this one ran may still run");

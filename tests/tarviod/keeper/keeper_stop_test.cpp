@@ -205,9 +205,16 @@ TEST_F(KeeperEnd, StopsAllApplications) {
   expect_end();
 }
 
-TEST_F(KeeperEnd, IsAskedForBySigtermToo) {
+TEST_F(KeeperEnd, IsAskedForBySigtermWithoutAManager) {
+  link_.close();
   ::kill(keeper_, SIGTERM);
   expect_end();
+}
+
+TEST_F(KeeperEnd, IsNotAskedForBySigtermBesideAManager) {
+  ::kill(keeper_, SIGTERM);
+  EXPECT_EQ(app("clock").state, KeptState::kRunning);
+  EXPECT_EQ(start("web", setup()), 0);
 }
 
 TEST_F(KeeperEnd, IsNotAskedForByATerminal) {

@@ -263,6 +263,30 @@ TEST_F(ManagedRecovery, EndsTheApplicationThatWasToBeStopped) {
   EXPECT_EQ(status_of("clock"), "");
 }
 
+TEST_F(ManagedRecovery, IsNotDoneAfterATerminationThatWasMeantForTheManager) {
+  install("clock", kStays);
+  install("radio", kStays);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  EXPECT_EQ(start("radio"), kDone);
+  const pid_t clock = only_process_of("clock");
+  const pid_t radio = only_process_of("radio");
+  const pid_t keeper = keeper_process();
+  ::kill(keeper, SIGTERM);
+  EXPECT_EQ(stop("radio"), kDone);
+  EXPECT_EQ(only_process_of("clock"), clock);
+  EXPECT_EQ(status_of("clock"), kStarted);
+  EXPECT_EQ(keeper_process(), keeper);
+  EXPECT_EQ(manager_->errors(), "");
+  // As `killall tarviod` does.
+  ::kill(keeper, SIGTERM);
+  manager_->send(SIGTERM);
+  EXPECT_EQ(manager_->end(), 0);
+  EXPECT_TRUE(ends(keeper));
+  EXPECT_FALSE(is_alive(clock) || is_alive(radio));
+  EXPECT_EQ(manager_->errors(), "");
+}
+
 TEST_F(ManagedRecovery, StartsAllAgainWhenBothWereKilled) {
   install("clock", kStays);
   install("radio", kStays);
