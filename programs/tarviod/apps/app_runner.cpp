@@ -29,7 +29,6 @@ constexpr int kRetryMs = 1000;
 constexpr int kMaxTries = 3;
 // The keeper kills what a stop has left after twice the timeout.
 constexpr int kStopRounds = 2;
-constexpr char kKeeper[] = "keeper";
 
 // The operations of a binding get no other argument than the application.
 AppRunner* runner = nullptr;
@@ -70,7 +69,9 @@ bool AppRunner::open(const char* output) {
   if (output[0] == '/' && !can_open(output)) return refuse_file(output);
   output_ = output;
   runner = this;
-  return connect() != KeeperFound::kNone;
+  const KeeperFound found = connect();
+  if (found != KeeperFound::kStarted) report(found);
+  return found != KeeperFound::kNone;
 }
 
 void AppRunner::take_operations() {
@@ -83,15 +84,24 @@ KeeperFound AppRunner::connect() {
   KeeperReply reply;
   changes_.close();  // one that is to be replaced takes its manager for gone
   const KeeperFound found = requests_.open();
+  const bool is_watched = found != KeeperFound::kNone && changes_.open() != KeeperFound::kNone &&
+                          changes_.ask(request, reply, Deadline::after(kReplyMs));
+  return is_watched && reply.code == 0 ? found : KeeperFound::kNone;
+}
+
+void AppRunner::report(KeeperFound found) {
+  const int error = found == KeeperFound::kNone ? errno : 0;
+  const bool is_new = std::exchange(keeper_error_, error) != error;
+  if (error != 0 && is_new) warn(runtime::kKeeperSocket, strerror(error));
   if (found == KeeperFound::kStartedWithoutLedger) {
     warn(runtime::kLedgerPath, "is not whole: what the keeper before this one ran may still run");
   }
-  if (found != KeeperFound::kNone && changes_.open() != KeeperFound::kNone &&
-      changes_.ask(request, reply, Deadline::after(kReplyMs)) && reply.code == 0) {
-    return found;
+  if (found == KeeperFound::kStarted) {
+    warn("keeper", "has died: its applications are ended and started again");
   }
-  warn(kKeeper, strerror(errno));
-  return KeeperFound::kNone;
+  if (found == KeeperFound::kReplaced) {
+    warn("keeper", "does not answer: it is killed, its applications are ended and started again");
+  }
 }
 
 // 0 or an error code; kKeeperGone.
@@ -107,13 +117,10 @@ int AppRunner::ask(const KeeperRequest& request, int within_ms) {
 // again, with all that it runs.
 bool AppRunner::replace_keeper() {
   if (has_ended_) return false;
-  bool is_reported = keeper_due_.is_set();
   keeper_due_ = Deadline::never();
   for (int tries = 0; tries < kMaxTries; ++tries) {
     const KeeperFound found = connect();
-    if (found != KeeperFound::kRunning && !std::exchange(is_reported, true)) {
-      warn(kKeeper, "has died: its applications are ended and started again");
-    }
+    report(found);
     if (found != KeeperFound::kNone && take_notes() && start_lost_ones()) return true;
   }
   requests_.close();

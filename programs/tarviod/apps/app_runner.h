@@ -63,6 +63,8 @@ class AppRunner {
   static int stop_operation(tq_app_info* app);
 
   KeeperFound connect();
+  // A failure once, until it is another one.
+  void report(KeeperFound found);
   int ask(const KeeperRequest& request, int within_ms);
   // Starts a keeper in the place of one that has died, and what that one ran. False when it has to
   // be tried again later.
@@ -91,6 +93,7 @@ class AppRunner {
   AppRunsTable runs_;
   const char* output_ = nullptr;
   tarvio::Deadline keeper_due_ = tarvio::Deadline::never();  // another try to start one
+  int keeper_error_ = 0;
   bool has_ended_ = false;
 };
 

@@ -101,6 +101,8 @@ int spawn_keeper(int listening) {
 }
 
 bool nobody_listens(int error) { return error == ENOENT || error == ECONNREFUSED; }
+// A connection that is not taken ends with EAGAIN.
+bool has_timed_out(int error) { return error == ETIMEDOUT || error == EAGAIN; }
 bool has_gone(int error) { return error == ECONNRESET || error == EPIPE; }
 
 // Sends the request, and with it this process's output and errors for what is started.
@@ -146,10 +148,12 @@ void end_other_keeper() {
 
 KeeperFound KeeperLink::open() {
   if (join()) return KeeperFound::kRunning;
-  if (!nobody_listens(errno)) return KeeperFound::kNone;
+  const bool is_silent = has_timed_out(errno);
+  if (!is_silent && !nobody_listens(errno)) return KeeperFound::kNone;
   const bool had_ledger = end_remains();
   if (!start()) return KeeperFound::kNone;
-  return had_ledger ? KeeperFound::kStarted : KeeperFound::kStartedWithoutLedger;
+  if (!had_ledger) return KeeperFound::kStartedWithoutLedger;
+  return is_silent ? KeeperFound::kReplaced : KeeperFound::kStarted;
 }
 
 // False, with errno, when that failed: nobody may listen.

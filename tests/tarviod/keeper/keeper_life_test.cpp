@@ -197,7 +197,10 @@ TEST_F(Keeper, KeepsApplicationsApartThatLeaveTheirSessions) {
 
 // What reports a failed start is of no use once the program runs.
 TEST_F(Keeper, HoldsNothingOpenForAnApplicationButItsOutput) {
-  const int before = descriptor_count(keeper_process());
+  // It closes what came with a request after its answer.
+  const pid_t keeper = keeper_process();
+  ASSERT_TRUE(eventually([&] { return status_line(keeper, "State") == "State:\tS (sleeping)"; }));
+  const int before = descriptor_count(keeper);
   ASSERT_EQ(start("clock", setup()), 0);
   EXPECT_TRUE(eventually([&] { return descriptor_count(keeper_process()) == before; }))
       << descriptor_count(keeper_process());

@@ -146,6 +146,7 @@ TEST_F(KeeperRecovery, LeavesAloneWhatAnEarlierBootHasRun) {
 TEST_F(KeeperRecovery, LeavesAloneAProcessWithTheNumberOfAnEarlierOne) {
   EXPECT_EQ(start("clock", setup("exec env -i sleep 600")), 0);
   const pid_t process = app("clock").process.pid;
+  EXPECT_TRUE(eventually([&] { return status_line(process, "Name") == "Name:\tsleep"; }));
   kill_keeper();
   const std::string line = "app " + std::to_string(process) + " ";
   ASSERT_EQ(std::system(("sed -i 's/^" + line + "/&1/' " + kLedgerPath).c_str()), 0);

@@ -22,6 +22,10 @@ using testing::HasSubstr;
 constexpr char kAfterKeeper[] =
     "tarviod: keeper: has died: its applications are ended and started again\n";
 
+constexpr char kAfterSilence[] =
+    "tarviod: keeper: does not answer: it is killed, its applications are ended and started "
+    "again\n";
+
 class ManagedRecovery : public Managed {
  protected:
   // Sends a request whose reply nobody waits for, as the manager is killed meanwhile.
@@ -321,11 +325,45 @@ TEST_F(ManagedRecovery, TriesUntilThereIsAKeeper) {
   EXPECT_EQ(start("clock"), kDone);
   fs::create_directories("/run/tarvio/keeper.new/in-the-way");
   kill_keeper();
-  EXPECT_TRUE(eventually([&] { return manager_->errors().find("keeper: ") != std::string::npos; }));
+  const std::string error = "tarviod: /run/tarvio/keeper: Address already in use\n";
+  EXPECT_TRUE(eventually([&] { return manager_->errors() == error; }));
   EXPECT_EQ(request("status_all\n").substr(0, 5), "clock");
   fs::remove_all("/run/tarvio/keeper.new");
   EXPECT_TRUE(says("clock", kStartedAfterKeeper));
   (void)only_process_of("clock");
+  EXPECT_EQ(manager_->errors(), error + kAfterKeeper);
+}
+
+TEST_F(ManagedRecovery, ReplacesAKeeperThatDoesNotAnswer) {
+  install("clock", kStays);
+  install("radio", kStays);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  const pid_t clock = only_process_of("clock");
+  const pid_t keeper = keeper_process();
+  ::kill(keeper, SIGSTOP);
+  const Socket client = send_request("start_exact\nradio\n");
+  EXPECT_TRUE(eventually([&] { return manager_->errors() == kAfterSilence; }));
+  EXPECT_EQ(client.read_to_end(), kDone);
+  EXPECT_FALSE(is_alive(keeper) || is_alive(clock));
+  EXPECT_EQ(status_of("clock"), kStartedAfterKeeper);
+  (void)only_process_of("clock");
+  (void)only_process_of("radio");
+}
+
+TEST_F(ManagedRecovery, ReplacesAKeeperThatDoesNotAnswerTheNextManager) {
+  install("clock", kStays);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  const pid_t clock = only_process_of("clock");
+  const pid_t keeper = keeper_process();
+  kill_manager();
+  ::kill(keeper, SIGSTOP);
+  start_manager();
+  EXPECT_FALSE(is_alive(keeper) || is_alive(clock));
+  EXPECT_EQ(status_of("clock"), kStartedAfterKeeper);
+  (void)only_process_of("clock");
+  EXPECT_EQ(manager_->errors(), kAfterSilence);
 }
 
 TEST_F(ManagedRecovery, IsNotDoneBesideAManagerThatRuns) {
