@@ -96,12 +96,12 @@ void AppRunner::report(KeeperFound found) {
   if (found == KeeperFound::kStartedWithoutLedger) {
     warn(runtime::kLedgerPath, "is not whole: what the keeper before this one ran may still run");
   }
-  if (found == KeeperFound::kStarted) {
-    warn("keeper", "has died: its applications are ended and started again");
-  }
-  if (found == KeeperFound::kReplaced) {
-    warn("keeper", "does not answer: it is killed, its applications are ended and started again");
-  }
+  if (found != KeeperFound::kStarted && found != KeeperFound::kReplaced) return;
+  char why[96];
+  (void)snprintf(why, sizeof why, "%s: its applications are ended%s",
+                 found == KeeperFound::kStarted ? "has died" : "does not answer, so it is killed",
+                 is_ending_ ? "" : " and started again");
+  warn("keeper", why);
 }
 
 // 0 or an error code; kKeeperGone.
@@ -121,7 +121,9 @@ bool AppRunner::replace_keeper() {
   for (int tries = 0; tries < kMaxTries; ++tries) {
     const KeeperFound found = connect();
     report(found);
-    if (found != KeeperFound::kNone && take_notes() && start_lost_ones()) return true;
+    if (found != KeeperFound::kNone && take_notes() && (is_ending_ || start_lost_ones())) {
+      return true;
+    }
   }
   requests_.close();
   changes_.close();

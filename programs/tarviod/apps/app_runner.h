@@ -48,6 +48,9 @@ class AppRunner {
   // Why the start file of an application could not be run, an error code; 0 when it could.
   [[nodiscard]] int reason_not_run(const char* application) const;
 
+  // All applications are going to be stopped: from now on, none is started again after a keeper
+  // that has died.
+  void begin_end() { is_ending_ = true; }
   // Ends the keeper, and with it whatever still runs.
   void end_keeper();
 
@@ -94,6 +97,7 @@ class AppRunner {
   const char* output_ = nullptr;
   tarvio::Deadline keeper_due_ = tarvio::Deadline::never();  // another try to start one
   int keeper_error_ = 0;
+  bool is_ending_ = false;
   bool has_ended_ = false;
 };
 

@@ -209,6 +209,7 @@ Result read_result() { return results.read(); }
 // the manager, no client finds the socket from then on, those that wait are answered, and a second
 // stop follows them.
 int stop_for_good() {
+  runner->begin_end();
   const int code = stop_applications();
   (void)unlink(TQ_COM_SOCKET_PATH);
   serve_last_clients();

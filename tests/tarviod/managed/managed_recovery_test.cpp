@@ -2,9 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "managed.h"
 #include "runtime/run_paths.h"
@@ -23,7 +25,7 @@ constexpr char kAfterKeeper[] =
     "tarviod: keeper: has died: its applications are ended and started again\n";
 
 constexpr char kAfterSilence[] =
-    "tarviod: keeper: does not answer: it is killed, its applications are ended and started "
+    "tarviod: keeper: does not answer, so it is killed: its applications are ended and started "
     "again\n";
 
 class ManagedRecovery : public Managed {
@@ -253,6 +255,29 @@ TEST_F(ManagedRecovery, AnswersAStartThatFindsTheKeeperDead) {
   (void)only_process_of("clock");
   EXPECT_EQ(status_of("radio"), kStarted);
   EXPECT_EQ(published("clock").pid, only_process_of("clock"));
+}
+
+TEST_F(ManagedRecovery, StartsNothingAtTheManagersEnd) {
+  const std::string starts = directory_ / "starts";
+  const std::vector<std::string> names = {"clock", "radio", "web"};
+  for (const std::string& name : names)
+    install(name, "echo >>" + starts + "; exec sleep 600", "sleep 600");
+  start_manager();
+  for (const std::string& name : names) {
+    EXPECT_EQ(start(name), kDone);
+    (void)only_process_of(name);
+  }
+  const auto is_being_stopped = [](const std::string& name) {
+    return processes_of(name).size() > 1;
+  };
+  EXPECT_TRUE(eventually([&] { return read_file(starts) == "\n\n\n"; }));
+  manager_->send(SIGTERM);
+  EXPECT_TRUE(eventually([&] { return std::ranges::any_of(names, is_being_stopped); }));
+  kill_keeper();
+  EXPECT_EQ(manager_->end(), 0);
+  EXPECT_EQ(read_file(starts), "\n\n\n");
+  for (const std::string& name : names) EXPECT_TRUE(processes_of(name).empty());
+  EXPECT_EQ(manager_->errors(), "tarviod: keeper: has died: its applications are ended\n");
 }
 
 TEST_F(ManagedRecovery, EndsTheApplicationThatWasToBeStopped) {
