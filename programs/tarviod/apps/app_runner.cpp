@@ -162,7 +162,7 @@ int AppRunner::start(tq_app_info& app, AppRuns& runs) {
 int AppRunner::start_with_keeper(const tq_app_info& app, AppRuns& runs) {
   KeeperRequest request = request_for(Ask::kStart);
   AppSettings settings;
-  if (!read_app_settings(app.package->name, settings)) return kBadSettings;
+  if (!read_app_settings(app.package->name, settings)) return runtime::kBadSettings;
   const int mistake = describe_start(app, settings, output_, request);
   if (mistake != 0) return mistake;
   request.setup.starts = runs.starts + 1;

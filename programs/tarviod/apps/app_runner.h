@@ -59,7 +59,6 @@ class AppRunner {
  private:
   // Error codes of a start or a stop. An unknown application has EINVAL for itself.
   static constexpr int kKeeperGone = ECONNRESET;
-  static constexpr int kBadSettings = ECANCELED;
   static constexpr char kStartedAgain[] = "started again";
 
   static int start_operation(tq_app_info* app);

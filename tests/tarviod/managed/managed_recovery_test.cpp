@@ -10,6 +10,7 @@
 
 #include "managed.h"
 #include "runtime/run_paths.h"
+#include "runtime/state_file.h"
 #include "support/apps/applications.h"
 #include "support/children.h"
 #include "support/com/sockets.h"
@@ -239,6 +240,17 @@ TEST_F(ManagedRecovery, StartsAllAgainUnderANewKeeper) {
   EXPECT_TRUE(eventually([] { return published("clock").pid == only_process_of("clock"); }));
   EXPECT_EQ(published("clock").starts, 2);
   EXPECT_EQ(manager_->errors(), kAfterKeeper);
+}
+
+TEST_F(ManagedRecovery, SaysWhatKeepsAnApplicationFromBeingStartedAgain) {
+  install("clock", kStays);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  configure("clock", "restart: sometimes\n");
+  kill_keeper();
+  EXPECT_TRUE(says("clock", "2\ncannot be started: its settings have a mistake\n"));
+  EXPECT_TRUE(becomes("clock", "ended"));
+  EXPECT_EQ(published("clock").exit, "not-started " + std::to_string(runtime::kBadSettings));
 }
 
 TEST_F(ManagedRecovery, AnswersAStartThatFindsTheKeeperDead) {

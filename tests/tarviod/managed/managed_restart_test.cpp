@@ -129,7 +129,11 @@ TEST_F(ManagedRestart, WaitsForTheLastProcessOfAnApplicationThatForks) {
   install("clock", "sleep 600 & exit 0");
   start_manager();
   EXPECT_EQ(start("clock"), kDone);
-  const pid_t process = only_process_of("clock");
+  pid_t process = -1;
+  EXPECT_TRUE(eventually([&] {
+    process = only_process_of("clock");
+    return read_file("/proc/" + std::to_string(process) + "/comm") == "sleep\n";
+  }));
   EXPECT_EQ(published("clock").state, "running");
   EXPECT_EQ(status_of("clock"), kStarted);
   ::kill(process, SIGKILL);
