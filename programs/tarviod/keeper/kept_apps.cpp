@@ -202,10 +202,12 @@ void KeptApps::reap() {
     int status = 0;
     (void)waitpid(pid, &status, 0);
     for (App& app : apps_) {
-      if (is_known && facts.session == app.run.start.id().pid && facts.session != pid) {
-        app.run.other_status = status;
-      }
       Run& run = app.run;
+      // A session that has ended may have left its number to another one.
+      if (is_known && app.is_live() && facts.session == run.start.id().pid &&
+          facts.session != pid) {
+        run.other_status = status;
+      }
       if (run.start.runs_as(pid)) {
         run.start.end(status);
         has_changed_ = true;
