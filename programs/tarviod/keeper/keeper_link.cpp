@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <poll.h>
 #include <spawn.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -66,7 +67,7 @@ Fd listen_for_managers() {
   Fd listening = new_socket(SOCK_NONBLOCK);
   const sockaddr_un address = address_of(kNewSocket);
   const auto* const own = reinterpret_cast<const sockaddr*>(&address);
-  (void)unlink(kNewSocket);
+  for (const char* path : {kNewSocket, kKeeperSocket}) (void)remove(path);
   if (!listening.valid() || fchmod(listening.get(), kSocketMode) != 0 ||
       bind(listening.get(), own, sizeof address) != 0 || listen(listening.get(), kBacklog) != 0 ||
       rename(kNewSocket, kKeeperSocket) != 0) {

@@ -2,7 +2,7 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <unistd.h>
+#include <stdio.h>
 
 #include <span>
 
@@ -53,7 +53,7 @@ bool end_remains() {
   if (is_whole && !end_by(entries, SIGTERM, 0, kTerminateMs)) {
     (void)end_by(entries, SIGKILL, SIGKILL, kKillMs);
   }
-  (void)unlink(runtime::kLedgerPath);
+  (void)remove(runtime::kLedgerPath);  // an empty directory, too
   return is_whole;
 }
 

@@ -135,6 +135,21 @@ INSTANTIATE_TEST_SUITE_P(, KeeperWithBrokenLedger,
                                          BrokenLedger{"WithAnUnknownLine", "2s/^/x/"}),
                          [](const auto& each) { return std::string(each.param.description); });
 
+// A FIFO would hold whoever opens it, and no file can take the place of a directory.
+TEST_F(KeeperRecovery, IsNotHinderedByWhatIsInThePlaceOfItsFiles) {
+  for (const std::string path : {"processes", "processes.new", "keeper", "keeper.new"}) {
+    for (const char* const command : {"mkfifo", "mkdir"}) {
+      EXPECT_EQ(ask(link_, Ask::kEnd), 0);
+      const std::string make = command + (" /run/tarvio/" + path);
+      ASSERT_EQ(std::system(make.c_str()), 0);
+      EXPECT_EQ(link_.open(),
+                path == "processes" ? KeeperFound::kStartedWithoutLedger : KeeperFound::kStarted)
+          << make;
+      EXPECT_EQ(start("clock", setup()), 0) << make;
+    }
+  }
+}
+
 TEST_F(KeeperRecovery, LeavesAloneWhatAnEarlierBootHasRun) {
   const pid_t process = left_by(setup(kStays));
   ASSERT_EQ(std::system((std::string("sed -i '1s/ [^-]*/ 01234567/' ") + kLedgerPath).c_str()), 0);
