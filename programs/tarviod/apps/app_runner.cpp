@@ -110,7 +110,9 @@ int AppRunner::ask(const KeeperRequest& request, int within_ms) {
   if (!requests_.valid() || !requests_.ask(request, reply, Deadline::after(within_ms))) {
     return kKeeperGone;
   }
-  return reply.code;
+  if (reply.code >= 0) return reply.code;
+  warn(runtime::kLedgerPath, strerror(-reply.code));
+  return -reply.code;
 }
 
 // The next one may die as well meanwhile. When the connection alone has failed, the keeper is found

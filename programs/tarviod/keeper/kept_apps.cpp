@@ -129,6 +129,7 @@ bool KeptApps::launch(const App& app, const char* file, int copy_fd, const Strea
   into = std::move(child);
   if (!record()) {
     into = {};
+    errno = -errno;
     return false;
   }
   into.go();

@@ -70,7 +70,7 @@ inline KeeperRequest request_for(Ask ask) {
 
 struct KeeperReply {
   uint32_t protocol = kKeeperProtocol;
-  int32_t code = 0;   // 0 or an error code
+  int32_t code = 0;   // 0 or an error code; below 0, the negative one of the ledger
   int32_t count = 0;  // of the records that follow
 };
 

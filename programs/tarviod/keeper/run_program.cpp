@@ -67,9 +67,11 @@ void reset_signals() {
 // As root, and not as the application's user.
 bool open_output(const char* output) {
   if (output[0] != '/') return true;
-  const Fd file(open(output, O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_CLOEXEC, kOutputMode));
-  return file.valid() && become_stream(file.get(), STDOUT_FILENO) &&
-         become_stream(file.get(), STDERR_FILENO);
+  // Without O_NONBLOCK a FIFO would hold the call until somebody reads from it.
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
+  const Fd file(open(output, kFlags, kOutputMode));
+  return file.valid() && fcntl(file.get(), F_SETFL, O_APPEND) == 0 &&
+         become_stream(file.get(), STDOUT_FILENO) && become_stream(file.get(), STDERR_FILENO);
 }
 
 // 0 leaves the priority and the limits as they are.

@@ -197,7 +197,7 @@ TEST_F(KeeperRecovery, FindsALedgerOfRootAlone) {
 TEST_F(KeeperRecovery, DoesNotMissAnApplicationSinceUnrecordedOnesDoNotRun) {
   EXPECT_EQ(start("radio", setup("exec sleep 600")), 0);
   fs::create_directories("/run/tarvio/processes.new/in-the-way");
-  EXPECT_EQ(start("clock", setup(": >ran")), EEXIST);
+  EXPECT_EQ(start("clock", setup(": >ran")), -EEXIST);
   EXPECT_EQ(applications(link_).size(), 1U);
   fs::remove_all("/run/tarvio/processes.new");
   EXPECT_EQ(start("clock", setup("exec sleep 600")), 0);

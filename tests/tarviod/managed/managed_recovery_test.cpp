@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <string>
@@ -353,6 +354,18 @@ TEST_F(ManagedRecovery, NamesABrokenLedger) {
   EXPECT_EQ(manager_->errors(),
             "tarviod: /run/tarvio/processes: is not whole: what the keeper before this one ran may "
             "still run\n");
+}
+
+TEST_F(ManagedRecovery, NamesALedgerThatCannotBeWritten) {
+  install("clock", kStays);
+  start_manager();
+  fs::create_directories("/run/tarvio/processes.new/in-the-way");
+  EXPECT_EQ(start("clock"), std::to_string(EEXIST) + "\n\n");
+  EXPECT_EQ(status_of("clock"), "2\ncannot be started: File exists\n");
+  EXPECT_EQ(manager_->errors(), "tarviod: /run/tarvio/processes: File exists\n");
+  fs::remove_all("/run/tarvio/processes.new");
+  EXPECT_EQ(start("clock"), kDone);
+  (void)only_process_of("clock");
 }
 
 // The directory of the keeper's socket is in the way of a new one for a while.
