@@ -94,7 +94,8 @@ void AppRunner::report(KeeperFound found) {
   const bool is_new = std::exchange(keeper_error_, error) != error;
   if (error != 0 && is_new) warn(runtime::kKeeperSocket, strerror(error));
   if (found == KeeperFound::kStartedWithoutLedger) {
-    warn(runtime::kLedgerPath, "is not whole: what the keeper before this one ran may still run");
+    warn(runtime::kLedgerPath,
+         "is not whole: all processes with TARVIO_APPLICATION in their environment are ended");
   }
   if (found != KeeperFound::kStarted && found != KeeperFound::kReplaced) return;
   char why[96];

@@ -14,7 +14,8 @@ enum class KeeperFound {
   kRunning,   // the one that a manager before this one has left
   kStarted,   // a new one; what a dead one has left was ended before
   kReplaced,  // as above; the one before did not answer, and was killed
-  // A new one; the ledger of a dead one was not whole, so that what it has left may still run.
+  // A new one; the ledger of a dead one was not whole. What shows the name of an application was
+  // ended.
   kStartedWithoutLedger,
 };
 

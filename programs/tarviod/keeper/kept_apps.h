@@ -61,7 +61,7 @@ class KeptApps {
   const App* stop(const char* name, const Streams& streams);
   void stop_all();
 
-  // After SIGCHLD: takes down who has ended.
+  // After SIGCHLD: notes who has ended.
   void reap();
   // Does what is due by the time that `due` says.
   void go_on();

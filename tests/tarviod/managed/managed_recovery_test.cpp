@@ -351,9 +351,23 @@ TEST_F(ManagedRecovery, NamesABrokenLedger) {
   EXPECT_TRUE(eventually([] { return !fs::exists(runtime::kLedgerPath); }));
   write_file(runtime::kLedgerPath, "app 1 1 clock\n");
   start_manager();
-  EXPECT_EQ(manager_->errors(),
-            "tarviod: /run/tarvio/processes: is not whole: what the keeper before this one ran may "
-            "still run\n");
+  EXPECT_EQ(
+      manager_->errors(),
+      "tarviod: /run/tarvio/processes: is not whole: all processes with TARVIO_APPLICATION in "
+      "their environment are ended\n");
+}
+
+TEST_F(ManagedRecovery, RunsNothingTwiceAfterABrokenLedger) {
+  install("clock", kStays);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  const pid_t clock = only_process_of("clock");
+  kill_manager();
+  kill_keeper();
+  write_file(runtime::kLedgerPath, "junk\n");
+  start_manager();
+  EXPECT_NE(only_process_of("clock"), clock);
+  EXPECT_EQ(status_of("clock"), kStartedAfterKeeper);
 }
 
 TEST_F(ManagedRecovery, NamesALedgerThatCannotBeWritten) {
