@@ -194,7 +194,12 @@ int AppRunner::stop(tq_app_info& app, AppRuns& runs) {
 int AppRunner::stop_with_keeper(const AppRuns& runs) {
   KeeperRequest request = request_for(Ask::kStop);
   (void)copy_text(request.name, runs.name);
-  return ask(request, kReplyMs + kStopRounds * runs.stop_timeout_ms);
+  const int code = ask(request, kReplyMs + kStopRounds * runs.stop_timeout_ms);
+  if (code == 0 || code == kKeeperGone) return code;
+  char why[128];
+  (void)snprintf(why, sizeof why, "cannot run its stop file: %s: sent SIGTERM", strerror(code));
+  warn(runs.name, why);
+  return 0;
 }
 
 int AppRunner::start_at_boot() {

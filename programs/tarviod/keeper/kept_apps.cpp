@@ -173,8 +173,9 @@ void KeptApps::begin_stop(App& app, const Streams& streams) {
   enter(app, KeptState::kStopping);
   run.step = Run::Step::kAsk;
   run.next_step = Deadline::after(run.settings.stop_timeout_ms);
-  if (file[0] != '\0') {
-    (void)launch(app, file, run.stop_copy.replacement_of(file), streams, run.stop);
+  if (file[0] != '\0' &&
+      !launch(app, file, run.stop_copy.replacement_of(file), streams, run.stop)) {
+    run.stop.fail(errno);
   }
   if (!run.stop.is_running()) take_step(app);  // a stop file that cannot run is none
 }

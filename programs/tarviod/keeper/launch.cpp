@@ -57,7 +57,7 @@ bool Launch::prepare(const Program& program) {
 
 void Launch::go() {
   if (retried([this] { return send(channel_.get(), "", 1, MSG_NOSIGNAL); }) != 1) {
-    failure_ = {.kind = runtime::ExitKind::kNotRun, .number = errno};
+    fail(errno);
   }
   if (tarvio::wait_for(channel_.get(), POLLIN, Deadline::after(kExecMs))) take_failure();
   if (failure_.is_not_run()) reap();

@@ -49,6 +49,9 @@ class Launch {
   // longer than it should.
   void go();
 
+  // In the place of `go`, when what leads to it has failed.
+  void fail(int error) { failure_ = {.kind = runtime::ExitKind::kNotRun, .number = error}; }
+
   // Whether it has this process id and has not ended yet.
   [[nodiscard]] bool runs_as(pid_t pid) const { return is_running() && id_.pid == pid; }
   [[nodiscard]] bool is_running() const { return id_.pid != 0 && status_ == kNone; }

@@ -124,7 +124,7 @@ TEST_F(KeeperWithHeldExits, GoesOnAfterAStopFileThatCannotRun) {
   set_text(clock.stop_file, "/no/such/file");
   clock.stop_timeout_ms = 1'000'000'000;
   EXPECT_EQ(start("clock", clock), 0);
-  EXPECT_EQ(stop("clock"), 0);
+  EXPECT_EQ(stop("clock"), ENOENT);
   EXPECT_EQ(WTERMSIG(app("clock").exit_status), SIGTERM);
 }
 

@@ -61,7 +61,7 @@ TEST_F(KeeperStop, TerminatesAtOnceWhenTheStopFileCannotRun) {
   set_text(clock.stop_file, "/no/such/file");
   EXPECT_EQ(start("clock", clock), 0);
   (void)process_in("process");
-  EXPECT_EQ(stop("clock"), 0);
+  EXPECT_EQ(stop("clock"), ENOENT);
   EXPECT_EQ(WTERMSIG(app("clock").exit_status), SIGTERM);
 }
 

@@ -371,15 +371,23 @@ TEST_F(ManagedRecovery, RunsNothingTwiceAfterABrokenLedger) {
 }
 
 TEST_F(ManagedRecovery, NamesALedgerThatCannotBeWritten) {
-  install("clock", kStays);
+  install("clock", kStays, "sleep 600");
   start_manager();
   fs::create_directories("/run/tarvio/processes.new/in-the-way");
   EXPECT_EQ(start("clock"), std::to_string(EEXIST) + "\n\n");
   EXPECT_EQ(status_of("clock"), "2\ncannot be started: File exists\n");
-  EXPECT_EQ(manager_->errors(), "tarviod: /run/tarvio/processes: File exists\n");
+  const std::string error = "tarviod: /run/tarvio/processes: File exists\n";
+  EXPECT_EQ(manager_->errors(), error);
   fs::remove_all("/run/tarvio/processes.new");
   EXPECT_EQ(start("clock"), kDone);
   (void)only_process_of("clock");
+  fs::create_directories("/run/tarvio/processes.new/in-the-way");
+  EXPECT_EQ(stop("clock"), kDone);
+  EXPECT_TRUE(processes_of("clock").empty());
+  EXPECT_EQ(
+      manager_->errors(),
+      error + error + "tarviod: clock: cannot run its stop file: File exists: sent SIGTERM\n");
+  fs::remove_all("/run/tarvio/processes.new");
 }
 
 // The directory of the keeper's socket is in the way of a new one for a while.

@@ -140,6 +140,19 @@ TEST_F(ManagedRestart, WaitsForTheLastProcessOfAnApplicationThatForks) {
   EXPECT_TRUE(says("clock", "2\nended by signal 9 (Killed)\n"));
 }
 
+TEST_F(ManagedRestart, IsPossibleAfterAStopFileThatCannotRun) {
+  install("clock", kStays, "exit 0");
+  fs::permissions(information_file("clock", ".tqstopapp"), fs::perms::owner_read);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  const pid_t before = only_process_of("clock");
+  EXPECT_EQ(stop("clock"), kDone);
+  EXPECT_FALSE(is_alive(before));
+  EXPECT_EQ(manager_->errors(),
+            "tarviod: clock: cannot run its stop file: Permission denied: sent SIGTERM\n");
+  EXPECT_EQ(start("clock"), kDone);
+}
+
 TEST_F(ManagedRestart, IsNotTriedWithAStartFileThatCannotRun) {
   install("clock", kStays);
   fs::permissions(information_file("clock", ".tqstartapp"), fs::perms::owner_read);
