@@ -211,6 +211,24 @@ TEST_F(Keeper, HoldsNothingOpenForAnApplicationButItsOutput) {
       << descriptor_count(keeper_process());
 }
 
+TEST_F(Keeper, KeepsAnApplicationThatClosesItsOutput) {
+  const pid_t keeper = keeper_process();
+  ASSERT_TRUE(eventually([&] { return status_line(keeper, "State") == "State:\tS (sleeping)"; }));
+  const int before = descriptor_count(keeper);
+  AppSetup clock = setup("exec >&- 2>&-; echo $$ >process; until [ -e go ]; do sleep 0.01; done");
+  set_text(clock.output, "syslog");
+  ASSERT_EQ(start("clock", clock), 0);
+  const pid_t process = process_in("process");
+  EXPECT_TRUE(eventually([&] { return descriptor_count(keeper) == before; }));
+  EXPECT_EQ(app("clock").state, KeptState::kRunning);
+  EXPECT_EQ(app("clock").process.pid, process);
+  write_file(directory_ / "go", "");
+  ASSERT_TRUE(becomes("clock", KeptState::kEnded));
+  EXPECT_EQ(app("clock").exit_status, 0);
+  EXPECT_EQ(start("clock", clock), 0);
+  EXPECT_EQ(stop("clock"), 0);
+}
+
 TEST_F(Keeper, StaysAsItIsAfterAThousandStarts) {
   AppSetup clock = setup();
   set_text(clock.start_file, "/bin/true");
