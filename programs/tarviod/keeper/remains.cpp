@@ -3,7 +3,6 @@
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
-#include <string.h>
 
 #include <span>
 
@@ -52,7 +51,7 @@ bool end_remains() {
   RecordList<LedgerEntry> named;
   RecordList<LedgerEntry> unknown;
   const bool is_whole = read_ledger(named);
-  if (LedgerEntry* const any = unknown.append()) strcpy(any->application, kAnyApplication);
+  if (LedgerEntry* const any = unknown.append()) any->application[0] = kAnyApplication[0];
   const RecordList<LedgerEntry>& entries = is_whole ? named : unknown;
   if (!end_by(entries, SIGTERM, 0, kTerminateMs)) {
     (void)end_by(entries, SIGKILL, SIGKILL, kKillMs);
