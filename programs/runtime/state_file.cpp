@@ -1,5 +1,7 @@
 #include "runtime/state_file.h"
 
+#include <string.h>
+
 #include <algorithm>
 #include <charconv>
 #include <span>
@@ -119,6 +121,10 @@ bool StateFile::take_head(std::string_view line) {
   descriptors_used_ = descriptors.number<int>();
   descriptor_limit_ = descriptors.number<int>();
   return descriptors.done();
+}
+
+const char* describe_error(int code) {
+  return code == kBadSettings ? "its settings have a mistake" : strerror(code);
 }
 
 std::optional<StateFile> StateFile::parse(std::string_view text) {

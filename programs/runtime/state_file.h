@@ -11,6 +11,7 @@
 #ifndef TARVIO_RUNTIME_STATE_FILE_H
 #define TARVIO_RUNTIME_STATE_FILE_H
 
+#include <errno.h>
 #include <stdint.h>
 
 #include <array>
@@ -31,9 +32,24 @@ constexpr std::string_view word_for(AppState state) {
 
 // How an application has ended, or what kept its start file from running. The names in the file are
 // those of kExitWords.
-enum class ExitKind : uint8_t { kNone, kStatus, kSignal, kNotRun, kNoOutput, kNoLimits, kNoUser };
-inline constexpr std::array<std::string_view, 7> kExitWords = {
-    "-", "status", "signal", "not-run", "no-output", "no-limits", "no-user"};
+enum class ExitKind : uint8_t {
+  kNone,
+  kStatus,
+  kSignal,
+  kNotRun,
+  kNoOutput,
+  kNoLimits,
+  kNoUser,
+  kNotStarted  // again
+};
+inline constexpr std::array<std::string_view, 8> kExitWords = {
+    "-", "status", "signal", "not-run", "no-output", "no-limits", "no-user", "not-started"};
+
+// The error code of an application whose settings have a mistake.
+inline constexpr int kBadSettings = ECANCELED;
+// Why something could not be done with an application: that mistake, or as strerror.
+const char* describe_error(int code);
+
 struct AppExit {
   ExitKind kind = ExitKind::kNone;
   int number = 0;  // exit status, signal, or the errno value of what kept it from running
@@ -41,10 +57,11 @@ struct AppExit {
   [[nodiscard]] bool is_not_run() const { return kind >= ExitKind::kNotRun; }
   // What could not be done, for one that was not run.
   [[nodiscard]] const char* failed_step() const {
-    return kind == ExitKind::kNoOutput   ? "cannot open its output"
-           : kind == ExitKind::kNoLimits ? "cannot set its priority and limits"
-           : kind == ExitKind::kNoUser   ? "cannot become its user"
-                                         : "cannot run its start file";
+    return kind == ExitKind::kNoOutput     ? "cannot open its output"
+           : kind == ExitKind::kNoLimits   ? "cannot set its priority and limits"
+           : kind == ExitKind::kNoUser     ? "cannot become its user"
+           : kind == ExitKind::kNotStarted ? "cannot be started"
+                                           : "cannot run its start file";
   }
 };
 

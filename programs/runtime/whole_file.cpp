@@ -17,9 +17,10 @@ namespace {
 constexpr mode_t kPrivateMode = 0600;
 constexpr uid_t kOwnUser = static_cast<uid_t>(-1);
 
+// What is in its place may be a FIFO, which would hold the call.
 bool write_new_file(const char* path, std::string_view text, mode_t mode, gid_t group) {
-  const tarvio::Fd file(
-      open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, kPrivateMode));
+  (void)remove(path);
+  const tarvio::Fd file(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kPrivateMode));
   return file.valid() && (group == kOwnGroup || fchown(file.get(), kOwnUser, group) == 0) &&
          fchmod(file.get(), mode) == 0 && tarvio::write_all(file.get(), text);
 }

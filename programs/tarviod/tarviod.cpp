@@ -6,8 +6,6 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <cstddef>
-#include <new>
 #include <utility>
 
 #include "apps/app_runner.h"
@@ -37,12 +35,6 @@ void fill_standard_streams() {
     fd = open("/dev/null", O_RDWR);  // applications inherit the streams
   } while (fd >= 0 && fd <= STDERR_FILENO);
   if (fd >= 0) (void)close(fd);
-}
-
-// Never destroyed, since the com server's thread uses it to the end of the process.
-tarviod::AppRunner& make_runner() {
-  alignas(tarviod::AppRunner) static std::byte memory[sizeof(tarviod::AppRunner)];
-  return *new (memory) tarviod::AppRunner;
 }
 
 }  // namespace
@@ -81,7 +73,8 @@ int main(int argc, char** argv) {
     (void)fprintf(stderr, "tarviod: cannot catch signals: %s\n", strerror(errno));
     return tarviod::kExitFailure;
   }
-  tarviod::AppRunner& runner = make_runner();
+  static tarvio::Undestroyed<tarviod::AppRunner> kept_runner;  // the com server's thread uses it
+  tarviod::AppRunner& runner = kept_runner.object;
   if (!runner.open(options.output)) return tarviod::kExitFailure;
   tarviod::LogWatch log_watch;
   log_watch.start(std::move(config));

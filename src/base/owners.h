@@ -18,6 +18,14 @@
 
 namespace tarvio {
 
+// For an object that a thread uses to the end of the process: it is never destroyed.
+template <typename Object>
+union Undestroyed {
+  constexpr Undestroyed() : object() {}
+  ~Undestroyed() {}
+  Object object;
+};
+
 class ErrnoKeeper {
  public:
   ErrnoKeeper() noexcept : saved_(errno) {}

@@ -79,11 +79,12 @@ TEST(StateFile, KnowsHowAnApplicationHasEnded) {
                            "app\tb\trestarting\t0\t1\t1\tnot-run 13\t1\t-\n" +
                            "app\tc\tended\t0\t1\t1\tno-output 2\t1\t-\n" +
                            "app\td\tended\t0\t1\t1\tno-limits 1\t1\t-\n" +
-                           "app\te\tended\t0\t1\t1\tno-user 22\t1\t-\nend\n";
+                           "app\te\tended\t0\t1\t1\tno-user 22\t1\t-\n" +
+                           "app\tf\tended\t0\t1\t1\tnot-started 125\t1\t-\nend\n";
   const auto file = StateFile::parse(text);
   ASSERT_TRUE(file);
   const std::vector<runtime::AppLine> apps = apps_of(*file);
-  ASSERT_EQ(apps.size(), 5U);
+  ASSERT_EQ(apps.size(), 6U);
   EXPECT_EQ(apps[0].exit.kind, ExitKind::kSignal);
   EXPECT_EQ(apps[0].exit.number, 11);
   EXPECT_EQ(apps[1].exit.kind, ExitKind::kNotRun);
@@ -95,6 +96,12 @@ TEST(StateFile, KnowsHowAnApplicationHasEnded) {
   EXPECT_STREQ(apps[3].exit.failed_step(), "cannot set its priority and limits");
   EXPECT_STREQ(apps[4].exit.failed_step(), "cannot become its user");
   EXPECT_EQ(apps[4].exit.number, 22);
+  EXPECT_STREQ(apps[5].exit.failed_step(), "cannot be started");
+}
+
+TEST(StateFile, SaysWhatAnErrorMeans) {
+  EXPECT_STREQ(runtime::describe_error(runtime::kBadSettings), "its settings have a mistake");
+  EXPECT_STREQ(runtime::describe_error(ENOENT), "No such file or directory");
 }
 
 TEST(StateFile, HasTheStatuses) {

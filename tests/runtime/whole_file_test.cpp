@@ -42,10 +42,21 @@ TEST(WholeFile, LeavesWhatWasThereWhenItCannotBeWritten) {
   const TempDir directory;
   const fs::path file = directory / "state";
   write_file(file, "before");
-  fs::create_directory(directory / "state.new");
+  fs::create_directories(directory / "state.new/full");
   EXPECT_FALSE(runtime::write_whole_file(file.c_str(), "after", 0600));
-  EXPECT_EQ(errno, EISDIR);
+  EXPECT_EQ(errno, EEXIST);
   EXPECT_EQ(read_file(file), "before");
+}
+
+TEST(WholeFile, IsWrittenWhateverIsInItsWay) {
+  const TempDir directory;
+  const fs::path file = directory / "state";
+  const fs::path temporary = directory / "state.new";
+  fs::create_directory(temporary);
+  EXPECT_TRUE(runtime::write_whole_file(file.c_str(), "one", 0600));
+  ASSERT_EQ(mkfifo(temporary.c_str(), 0600), 0);
+  EXPECT_TRUE(runtime::write_whole_file(file.c_str(), "two", 0600));
+  EXPECT_EQ(read_file(file), "two");
 }
 
 TEST(WholeFile, LeavesNothingBehind) {

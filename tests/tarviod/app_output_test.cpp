@@ -25,7 +25,9 @@ namespace {
 using std::string_literals::operator""s;
 using std::string_view_literals::operator""sv;
 using tarviod::Output;
+using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 
@@ -241,12 +243,12 @@ struct Arrived {
 Arrived split_by_loss(const Messages& texts) {
   Arrived arrived;
   for (const std::string& text : texts) {
-    const size_t reason = text.find(" lines lost: ");
+    const size_t reason = text.find(" lost: ");
     if (reason == std::string::npos) {
       arrived.lines.push_back(text);
     } else {
       arrived.lost += std::stol(text.substr(text.find(": ") + 2));
-      arrived.reasons.push_back(text.substr(reason + 13));
+      arrived.reasons.push_back(text.substr(reason + 7));
     }
   }
   return arrived;
@@ -261,6 +263,14 @@ TEST_F(OutputTest, IsCutBeyond20000LinesASecond) {
   EXPECT_EQ(static_cast<long>(arrived.lines.size()) + arrived.lost, kLines);
   for (const std::string& reason : arrived.reasons)
     EXPECT_EQ(reason, "more than 20000 in a second");
+}
+
+TEST_F(OutputTest, SaysSoOfOneLine) {
+  Messages texts;
+  // It is taken if the second ends in between.
+  for (int tries = 0; tries < 10 && split_by_loss(texts).lost == 0; ++tries)
+    texts = texts_of(std::string(20'001, '\n'));
+  EXPECT_THAT(texts, Contains(HasSubstr(": 1 line lost: more than 20000 in a second")));
 }
 
 TEST_F(OutputTest, SaysHowMuchWasCutWithoutAFurtherLine) {

@@ -99,7 +99,7 @@ std::string end_words(const runtime::AppExit& exit) {
     case ExitKind::kNone:
       return "";
     default:
-      return std::string(exit.failed_step()) + ": " + strerror(exit.number);
+      return std::string(exit.failed_step()) + ": " + runtime::describe_error(exit.number);
   }
 }
 

@@ -61,7 +61,7 @@ void AppRunner::report_failures() {
     if (code == 0 || app == nullptr) continue;
     char detail[256];
     (void)snprintf(detail, sizeof detail, "cannot be %s: %s", runs.is_start ? "started" : "stopped",
-                   code == kBadSettings ? "its settings have a mistake" : strerror(code));
+                   runtime::describe_error(code));
     set_status(runs.name, TQ_STATE_ERROR, detail);
     if (runs.is_start) mark_stopped(*app);
     if (!runs.is_start) (void)mark_started(*app, runs.process.pid);
@@ -175,7 +175,7 @@ bool AppRunner::start_again(tq_app_info& app, AppRuns& runs, const char* detail)
     set_status(runs.name, TQ_STATE_NORMAL, detail);
   } else {
     runs.restart_due = Deadline::never();
-    runs.exit = {.kind = runtime::ExitKind::kNotRun, .number = code};
+    runs.exit = {.kind = runtime::ExitKind::kNotStarted, .number = code};
     settle_end(app, runs);
   }
   return true;

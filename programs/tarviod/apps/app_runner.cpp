@@ -29,7 +29,6 @@ constexpr int kRetryMs = 1000;
 constexpr int kMaxTries = 3;
 // The keeper kills what a stop has left after twice the timeout.
 constexpr int kStopRounds = 2;
-constexpr char kKeeper[] = "keeper";
 
 // The operations of a binding get no other argument than the application.
 AppRunner* runner = nullptr;
@@ -70,7 +69,9 @@ bool AppRunner::open(const char* output) {
   if (output[0] == '/' && !can_open(output)) return refuse_file(output);
   output_ = output;
   runner = this;
-  return connect() != KeeperFound::kNone;
+  const KeeperFound found = connect();
+  if (found != KeeperFound::kStarted) report(found);
+  return found != KeeperFound::kNone;
 }
 
 void AppRunner::take_operations() {
@@ -81,16 +82,27 @@ void AppRunner::take_operations() {
 KeeperFound AppRunner::connect() {
   KeeperRequest request = request_for(Ask::kWatch);
   KeeperReply reply;
+  changes_.close();  // one that is to be replaced takes its manager for gone
   const KeeperFound found = requests_.open();
+  const bool is_watched = found != KeeperFound::kNone && changes_.open() != KeeperFound::kNone &&
+                          changes_.ask(request, reply, Deadline::after(kReplyMs));
+  return is_watched && reply.code == 0 ? found : KeeperFound::kNone;
+}
+
+void AppRunner::report(KeeperFound found) {
+  const int error = found == KeeperFound::kNone ? errno : 0;
+  const bool is_new = std::exchange(keeper_error_, error) != error;
+  if (error != 0 && is_new) warn(runtime::kKeeperSocket, strerror(error));
   if (found == KeeperFound::kStartedWithoutLedger) {
-    warn(runtime::kLedgerPath, "is not whole: what the keeper before this one ran may still run");
+    warn(runtime::kLedgerPath,
+         "is not whole: all processes with TARVIO_APPLICATION in their environment are ended");
   }
-  if (found != KeeperFound::kNone && changes_.open() != KeeperFound::kNone &&
-      changes_.ask(request, reply, Deadline::after(kReplyMs)) && reply.code == 0) {
-    return found;
-  }
-  warn(kKeeper, strerror(errno));
-  return KeeperFound::kNone;
+  if (found != KeeperFound::kStarted && found != KeeperFound::kReplaced) return;
+  char why[96];
+  (void)snprintf(why, sizeof why, "%s: its applications are ended%s",
+                 found == KeeperFound::kStarted ? "has died" : "does not answer, so it is killed",
+                 is_ending_ ? "" : " and started again");
+  warn("keeper", why);
 }
 
 // 0 or an error code; kKeeperGone.
@@ -99,21 +111,22 @@ int AppRunner::ask(const KeeperRequest& request, int within_ms) {
   if (!requests_.valid() || !requests_.ask(request, reply, Deadline::after(within_ms))) {
     return kKeeperGone;
   }
-  return reply.code;
+  if (reply.code >= 0) return reply.code;
+  warn(runtime::kLedgerPath, strerror(-reply.code));
+  return -reply.code;
 }
 
 // The next one may die as well meanwhile. When the connection alone has failed, the keeper is found
 // again, with all that it runs.
 bool AppRunner::replace_keeper() {
   if (has_ended_) return false;
-  bool is_reported = keeper_due_.is_set();
   keeper_due_ = Deadline::never();
   for (int tries = 0; tries < kMaxTries; ++tries) {
     const KeeperFound found = connect();
-    if (found != KeeperFound::kRunning && !std::exchange(is_reported, true)) {
-      warn(kKeeper, "has died: its applications are ended and started again");
+    report(found);
+    if (found != KeeperFound::kNone && take_notes() && (is_ending_ || start_lost_ones())) {
+      return true;
     }
-    if (found != KeeperFound::kNone && take_notes() && start_lost_ones()) return true;
   }
   requests_.close();
   changes_.close();
@@ -152,7 +165,7 @@ int AppRunner::start(tq_app_info& app, AppRuns& runs) {
 int AppRunner::start_with_keeper(const tq_app_info& app, AppRuns& runs) {
   KeeperRequest request = request_for(Ask::kStart);
   AppSettings settings;
-  if (!read_app_settings(app.package->name, settings)) return kBadSettings;
+  if (!read_app_settings(app.package->name, settings)) return runtime::kBadSettings;
   const int mistake = describe_start(app, settings, output_, request);
   if (mistake != 0) return mistake;
   request.setup.starts = runs.starts + 1;
@@ -181,7 +194,12 @@ int AppRunner::stop(tq_app_info& app, AppRuns& runs) {
 int AppRunner::stop_with_keeper(const AppRuns& runs) {
   KeeperRequest request = request_for(Ask::kStop);
   (void)copy_text(request.name, runs.name);
-  return ask(request, kReplyMs + kStopRounds * runs.stop_timeout_ms);
+  const int code = ask(request, kReplyMs + kStopRounds * runs.stop_timeout_ms);
+  if (code == 0 || code == kKeeperGone) return code;
+  char why[128];
+  (void)snprintf(why, sizeof why, "cannot run its stop file: %s: sent SIGTERM", strerror(code));
+  warn(runs.name, why);
+  return 0;
 }
 
 int AppRunner::start_at_boot() {

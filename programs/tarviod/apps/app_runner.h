@@ -48,6 +48,9 @@ class AppRunner {
   // Why the start file of an application could not be run, an error code; 0 when it could.
   [[nodiscard]] int reason_not_run(const char* application) const;
 
+  // All applications are going to be stopped: from now on, none is started again after a keeper
+  // that has died.
+  void begin_end() { is_ending_ = true; }
   // Ends the keeper, and with it whatever still runs.
   void end_keeper();
 
@@ -56,13 +59,14 @@ class AppRunner {
  private:
   // Error codes of a start or a stop. An unknown application has EINVAL for itself.
   static constexpr int kKeeperGone = ECONNRESET;
-  static constexpr int kBadSettings = ECANCELED;
   static constexpr char kStartedAgain[] = "started again";
 
   static int start_operation(tq_app_info* app);
   static int stop_operation(tq_app_info* app);
 
   KeeperFound connect();
+  // A failure once, until it is another one.
+  void report(KeeperFound found);
   int ask(const KeeperRequest& request, int within_ms);
   // Starts a keeper in the place of one that has died, and what that one ran. False when it has to
   // be tried again later.
@@ -91,6 +95,8 @@ class AppRunner {
   AppRunsTable runs_;
   const char* output_ = nullptr;
   tarvio::Deadline keeper_due_ = tarvio::Deadline::never();  // another try to start one
+  int keeper_error_ = 0;
+  bool is_ending_ = false;
   bool has_ended_ = false;
 };
 

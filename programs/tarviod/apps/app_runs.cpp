@@ -58,7 +58,8 @@ ExitText describe(const AppExit& exit) {
                      strsignal(exit.number));
       break;
     default:
-      (void)snprintf(text.data(), text.size(), "%s: %s", exit.failed_step(), strerror(exit.number));
+      (void)snprintf(text.data(), text.size(), "%s: %s", exit.failed_step(),
+                     runtime::describe_error(exit.number));
       break;
   }
   return text;

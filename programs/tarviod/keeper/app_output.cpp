@@ -187,7 +187,8 @@ void Output::lose(Stream& stream, const char* why) {
 bool Output::report_loss(Stream& stream, Limit limit) {
   if (stream.lost == 0) return true;
   char text[96];
-  (void)snprintf(text, sizeof text, "%u lines lost: %s", stream.lost, stream.lost_because);
+  (void)snprintf(text, sizeof text, "%u line%s lost: %s", stream.lost, stream.lost == 1 ? "" : "s",
+                 stream.lost_because);
   if (!put(kNotice, stream, text, limit)) return false;
   stream.lost = 0;
   return true;

@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <span>
 
@@ -53,7 +54,8 @@ class Keeper {
  public:
   // False, with errno, when that failed.
   bool open();
-  // Until a manager or SIGTERM asks for the end, and all applications are stopped.
+  // Until a manager asks for the end, or SIGTERM does while there is none, and all applications are
+  // stopped.
   void serve();
   // So that a manager that connects from now on starts another keeper.
   void end();
@@ -61,7 +63,7 @@ class Keeper {
  private:
   enum File : size_t { kListen, kSignals, kOutput, kManagers };
 
-  void handle_signal();
+  void handle_signal(std::span<const pollfd> managers);
   void drain_output();
 
   Fd signals_;
@@ -85,7 +87,7 @@ void Keeper::serve() {
     managers_.list(managers);
     const int wait_ms = Deadline::sooner(apps_.due(), output_.due()).remaining_ms();
     if (poll(files.data(), files.size(), wait_ms) < 0) continue;
-    if (files[kSignals].revents != 0) handle_signal();
+    if (files[kSignals].revents != 0) handle_signal(managers);
     managers_.answer();  // before an application that was stopped is started again
     if (files[kOutput].revents != 0 || output_.due().passed()) output_.handle();
     managers_.handle(managers);
@@ -98,11 +100,16 @@ void Keeper::serve() {
   }
 }
 
-void Keeper::handle_signal() {
+// A manager decides what is stopped: the signal may have been meant for it, under the name that
+// both have.
+void Keeper::handle_signal(std::span<const pollfd> managers) {
   signalfd_siginfo signal = {};
   if (read(signals_.get(), &signal, sizeof signal) != sizeof signal) return;
   if (signal.ssi_signo == SIGCHLD) apps_.reap();
-  if (signal.ssi_signo == SIGTERM) managers_.begin_end();
+  const bool has_manager = std::any_of(managers.begin(), managers.end(), [](const pollfd& each) {
+    return each.fd >= 0 && (each.revents & POLLHUP) == 0;
+  });
+  if (signal.ssi_signo == SIGTERM && !has_manager) managers_.begin_end();
 }
 
 // The last lines of what has ended.

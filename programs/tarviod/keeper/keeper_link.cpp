@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <poll.h>
 #include <spawn.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -66,7 +67,7 @@ Fd listen_for_managers() {
   Fd listening = new_socket(SOCK_NONBLOCK);
   const sockaddr_un address = address_of(kNewSocket);
   const auto* const own = reinterpret_cast<const sockaddr*>(&address);
-  (void)unlink(kNewSocket);
+  for (const char* path : {kNewSocket, kKeeperSocket}) (void)remove(path);
   if (!listening.valid() || fchmod(listening.get(), kSocketMode) != 0 ||
       bind(listening.get(), own, sizeof address) != 0 || listen(listening.get(), kBacklog) != 0 ||
       rename(kNewSocket, kKeeperSocket) != 0) {
@@ -101,6 +102,8 @@ int spawn_keeper(int listening) {
 }
 
 bool nobody_listens(int error) { return error == ENOENT || error == ECONNREFUSED; }
+// A connection that is not taken ends with EAGAIN.
+bool has_timed_out(int error) { return error == ETIMEDOUT || error == EAGAIN; }
 bool has_gone(int error) { return error == ECONNRESET || error == EPIPE; }
 
 // Sends the request, and with it this process's output and errors for what is started.
@@ -146,10 +149,12 @@ void end_other_keeper() {
 
 KeeperFound KeeperLink::open() {
   if (join()) return KeeperFound::kRunning;
-  if (!nobody_listens(errno)) return KeeperFound::kNone;
+  const bool is_silent = has_timed_out(errno);
+  if (!is_silent && !nobody_listens(errno)) return KeeperFound::kNone;
   const bool had_ledger = end_remains();
   if (!start()) return KeeperFound::kNone;
-  return had_ledger ? KeeperFound::kStarted : KeeperFound::kStartedWithoutLedger;
+  if (!had_ledger) return KeeperFound::kStartedWithoutLedger;
+  return is_silent ? KeeperFound::kReplaced : KeeperFound::kStarted;
 }
 
 // False, with errno, when that failed: nobody may listen.

@@ -10,10 +10,12 @@ namespace tarviod {
 
 // How a keeper was found.
 enum class KeeperFound {
-  kNone,     // neither the one that ran nor a new one: errno says why
-  kRunning,  // the one that a manager before this one has left
-  kStarted,  // a new one; what a dead one has left behind was ended before
-  // A new one; the ledger of a dead one was not whole, so that what it has left may still run.
+  kNone,      // neither the one that ran nor a new one: errno says why
+  kRunning,   // the one that a manager before this one has left
+  kStarted,   // a new one; what a dead one has left was ended before
+  kReplaced,  // as above; the one before did not answer, and was killed
+  // A new one; the ledger of a dead one was not whole. What shows the name of an application was
+  // ended.
   kStartedWithoutLedger,
 };
 
@@ -21,8 +23,9 @@ enum class KeeperFound {
 class KeeperLink {
  public:
   // Connects to the keeper that runs, else starts one under `kKeeperSocket` after ending what the
-  // ledger of a dead one names. A keeper of another protocol is asked to end first, which takes as
-  // long as its applications do; else this blocks for at most a few seconds.
+  // ledger of one that is dead, or does not answer, names. A keeper of another protocol is asked to
+  // end first, which takes as long as its applications do; else this blocks for at most a few
+  // seconds.
   KeeperFound open();
 
   [[nodiscard]] bool valid() const { return socket_.valid(); }

@@ -90,7 +90,10 @@ int KeptApps::start(const char* name, const AppSetup& setup, const Streams& stre
   if (run.settings.take(setup)) {
     run.stop_copy.make(setup.stop_file);
     enter(*app, KeptState::kRunning);
-    if (launch(*app, setup.start_file, -1, streams, run.start)) return 0;
+    if (launch(*app, setup.start_file, -1, streams, run.start)) {
+      if (!run.start.is_running()) settle();
+      return 0;
+    }
   }
   const int error = errno;
   run = std::move(before);
@@ -126,6 +129,7 @@ bool KeptApps::launch(const App& app, const char* file, int copy_fd, const Strea
   into = std::move(child);
   if (!record()) {
     into = {};
+    errno = -errno;
     return false;
   }
   into.go();
@@ -169,10 +173,11 @@ void KeptApps::begin_stop(App& app, const Streams& streams) {
   enter(app, KeptState::kStopping);
   run.step = Run::Step::kAsk;
   run.next_step = Deadline::after(run.settings.stop_timeout_ms);
-  if (file[0] == '\0' ||
+  if (file[0] != '\0' &&
       !launch(app, file, run.stop_copy.replacement_of(file), streams, run.stop)) {
-    take_step(app);
+    run.stop.fail(errno);
   }
+  if (!run.stop.is_running()) take_step(app);  // a stop file that cannot run is none
 }
 
 // Once a step has not led to the end of an application.
@@ -199,17 +204,18 @@ void KeptApps::reap() {
     int status = 0;
     (void)waitpid(pid, &status, 0);
     for (App& app : apps_) {
-      if (is_known && facts.session == app.run.start.id().pid && facts.session != pid) {
-        app.run.other_status = status;
-      }
       Run& run = app.run;
+      // A session that has ended may have left its number to another one.
+      if (is_known && app.is_live() && facts.session == run.start.id().pid &&
+          facts.session != pid) {
+        run.other_status = status;
+      }
       if (run.start.runs_as(pid)) {
         run.start.end(status);
         has_changed_ = true;
       }
       if (run.stop.runs_as(pid)) {
         run.stop.end(status);
-        // A stop file that cannot run is none.
         if (run.stop.failure().is_not_run() && run.step == Run::Step::kAsk) take_step(app);
       }
     }
@@ -236,7 +242,8 @@ void KeptApps::settle() {
       app.run.oldest = oldest;
       continue;
     }
-    if (table.is_in_doubt() && !doubt_end_.passed()) {
+    // One that was not run has left nothing that could not be seen.
+    if (table.is_in_doubt() && !doubt_end_.passed() && !app.run.start.failure().is_not_run()) {
       is_undecided = true;
       continue;
     }

@@ -55,13 +55,13 @@ class KeptApps {
   // Writes the ledger, so that what runs without applications is known as well.
   explicit KeptApps(Output& output);
 
-  // 0 or the error: EALREADY when it runs, EBUSY when it is being stopped.
+  // The code of the reply: EALREADY when it runs, EBUSY when it is being stopped.
   int start(const char* name, const AppSetup& setup, const Streams& streams);
   // Begins to stop an application. Null when it does not run.
   const App* stop(const char* name, const Streams& streams);
   void stop_all();
 
-  // After SIGCHLD: takes down who has ended.
+  // After SIGCHLD: notes who has ended.
   void reap();
   // Does what is due by the time that `due` says.
   void go_on();

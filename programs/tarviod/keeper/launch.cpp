@@ -2,7 +2,9 @@
 
 #include <errno.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "base/deadline.h"
@@ -55,11 +57,17 @@ bool Launch::prepare(const Program& program) {
 
 void Launch::go() {
   if (retried([this] { return send(channel_.get(), "", 1, MSG_NOSIGNAL); }) != 1) {
-    failure_ = {.kind = runtime::ExitKind::kNotRun, .number = errno};
-    channel_.reset();  // which ends the process
-    return;
+    fail(errno);
   }
   if (tarvio::wait_for(channel_.get(), POLLIN, Deadline::after(kExecMs))) take_failure();
+  if (failure_.is_not_run()) reap();
+}
+
+// It is about to end, and its end is part of what the start has led to.
+void Launch::reap() {
+  int status = 0;
+  (void)kill(id_.pid, SIGKILL);
+  if (retried([&] { return waitpid(id_.pid, &status, 0); }) == id_.pid) end(status);
 }
 
 void Launch::end(int status) {

@@ -45,8 +45,12 @@ class Launch {
   // Forks a child that waits for `go`, and ends when this object or its process is gone before.
   // False, with errno, when that failed.
   bool prepare(const Program& program);
-  // Returns once the program is executed or could not be, or takes longer than it should.
+  // Returns once the program is executed, or could not be and the process has ended, or takes
+  // longer than it should.
   void go();
+
+  // In the place of `go`, when what leads to it has failed.
+  void fail(int error) { failure_ = {.kind = runtime::ExitKind::kNotRun, .number = error}; }
 
   // Whether it has this process id and has not ended yet.
   [[nodiscard]] bool runs_as(pid_t pid) const { return is_running() && id_.pid == pid; }
@@ -62,6 +66,7 @@ class Launch {
  private:
   static constexpr int kNone = -1;
 
+  void reap();
   void take_failure();
 
   runtime::ProcessId id_;

@@ -9,10 +9,10 @@
 #include <inttypes.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "runtime/run_paths.h"
+#include "runtime/whole_file.h"
 
 namespace tarviod {
 
@@ -21,18 +21,9 @@ namespace {
 using runtime::kLedgerPath;
 using runtime::ProcessId;
 
-constexpr char kNewPath[] = "/run/tarvio/processes.new";
 constexpr mode_t kMode = 0600;
 constexpr int kMaxLineBytes = 256;
 static_assert(kMaxNameBytes == 127);  // as in the format of read_entry
-
-tarvio::File create() {
-  (void)unlink(kNewPath);
-  tarvio::Fd fd(open(kNewPath, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kMode));
-  tarvio::File file(fd.valid() ? fdopen(fd.get(), "w") : nullptr);
-  if (file != nullptr) (void)fd.release();
-  return file;
-}
 
 bool read_entry(const char* line, LedgerEntry& entry) {
   ProcessId& id = entry.leader;
@@ -42,7 +33,7 @@ bool read_entry(const char* line, LedgerEntry& entry) {
 
 }  // namespace
 
-LedgerWriter::LedgerWriter() : file_(create()) {
+LedgerWriter::LedgerWriter() : file_(open_memstream(&text_, &size_)) {
   runtime::BootId boot;
   runtime::ProcessFacts keeper;
   if (file_ == nullptr || !runtime::read_boot_id(boot) ||
@@ -61,15 +52,21 @@ void LedgerWriter::add(const char* application, const ProcessId& leader) {
 }
 
 bool LedgerWriter::finish() {
+  if (file_ != nullptr) (void)fputs("end\n", file_.get());
+  if (error_ == 0 && (fflush(file_.get()) != 0 || ferror(file_.get()) != 0)) error_ = ENOMEM;
+  file_.reset();
+  const tarvio::CString text(text_);
   errno = error_;
-  if (error_ != 0) return false;
-  (void)fputs("end\n", file_.get());
-  return fflush(file_.get()) == 0 && ferror(file_.get()) == 0 && rename(kNewPath, kLedgerPath) == 0;
+  return error_ == 0 && runtime::write_whole_file(kLedgerPath, {text.get(), size_}, kMode);
 }
 
 bool read_ledger(RecordList<LedgerEntry>& entries) {
-  const tarvio::File file(fopen(kLedgerPath, "re"));
-  if (file == nullptr) return errno == ENOENT;
+  // Without O_NONBLOCK a FIFO would hold the call.
+  tarvio::Fd fd(open(kLedgerPath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!fd.valid()) return errno == ENOENT;
+  const tarvio::File file(fdopen(fd.get(), "r"));
+  if (file == nullptr) return false;
+  (void)fd.release();
   char line[kMaxLineBytes];
   runtime::BootId then = {};
   runtime::BootId now;

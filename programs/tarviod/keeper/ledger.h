@@ -13,12 +13,17 @@ class LedgerWriter {
  public:
   // Begins with the keeper itself, which is the calling process.
   LedgerWriter();
+  LedgerWriter(const LedgerWriter&) = delete;
+  LedgerWriter& operator=(const LedgerWriter&) = delete;
   // A process of an application, at the head of its session.
   void add(const char* application, const runtime::ProcessId& leader);
-  // False, with errno, when something could not be written: the file is as it was then.
+  // To be called once. False, with errno, when something could not be written: the file is as it
+  // was then.
   bool finish();
 
  private:
+  char* text_ = nullptr;
+  size_t size_ = 0;
   tarvio::File file_;
   int error_ = 0;
 };

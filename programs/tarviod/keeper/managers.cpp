@@ -185,8 +185,7 @@ void Managers::answer() {
   const bool has_changed = apps_.take_change();
   for (Manager& manager : managers_) {
     if (manager.stopping != nullptr && !manager.stopping->is_live()) {
-      manager.stopping = nullptr;
-      reply(manager, 0);
+      reply(manager, std::exchange(manager.stopping, nullptr)->run.stop.failure().number);
     }
     // One that has not taken what came before will see this change with it.
     if (manager.watches && has_changed) (void)send_packet(manager.socket.get(), "", 1);

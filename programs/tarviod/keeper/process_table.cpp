@@ -96,7 +96,8 @@ bool ProcessTable::is_led_by(const Row& row, const ProcessId& leader) const {
 bool ProcessTable::has_name(Row& row, const char* name) {
   if (!row.is_read && !find_application(row.facts.id.pid, row.application)) is_in_doubt_ = true;
   row.is_read = true;
-  return row.application != nullptr && strcmp(row.application, name) == 0;
+  return row.application != nullptr &&
+         (strcmp(name, kAnyApplication) == 0 || strcmp(row.application, name) == 0);
 }
 
 // Marks the processes of an application, and returns how many there are.
@@ -108,7 +109,7 @@ int ProcessTable::mark(const char* name, Leaders leaders, pid_t parent) {
     const ProcessFacts& facts = row.facts;
     row.is_meant = false;
     if (facts.state == 'Z') {
-      // What it has left to the parent may have been taken down before that.
+      // What it has left to the parent may have been listed before that.
       if (facts.parent == parent) is_in_doubt_ = true;
       continue;
     }

@@ -11,6 +11,9 @@
 
 namespace tarviod {
 
+// In the place of a name: whatever name is in the environment. No application can be called so.
+inline constexpr char kAnyApplication[] = "\n";
+
 class ProcessTable {
  public:
   ProcessTable() = default;
@@ -18,7 +21,7 @@ class ProcessTable {
   ProcessTable& operator=(const ProcessTable&) = delete;
   ~ProcessTable();
 
-  // Takes down all processes that run now, once. False, with errno, when that failed.
+  // Lists the processes that run now, once. False, with errno, when that failed.
   bool read();
 
   // The processes of an application are those in its sessions, and those with its name in their

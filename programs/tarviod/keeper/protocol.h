@@ -24,7 +24,9 @@ enum class Ask : uint32_t {
   // Answered when the application is recorded and runs: with EALREADY when it did before, with
   // EBUSY while it is being stopped.
   kStart,
-  kStop,   // answered when its last process has ended; with 0 when there was none, too
+  // Answered when its last process has ended, with what kept its stop file from running; with 0
+  // when there was none, too.
+  kStop,
   kWatch,  // answered, and from then on with a byte after each change of an application
   kEnd,    // stops all applications, then answers and ends
 };
@@ -70,7 +72,7 @@ inline KeeperRequest request_for(Ask ask) {
 
 struct KeeperReply {
   uint32_t protocol = kKeeperProtocol;
-  int32_t code = 0;   // 0 or an error code
+  int32_t code = 0;   // 0 or an error code; below 0, the negative one of the ledger
   int32_t count = 0;  // of the records that follow
 };
 

@@ -2,7 +2,7 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <unistd.h>
+#include <stdio.h>
 
 #include <span>
 
@@ -48,12 +48,15 @@ bool end_by(const RecordList<LedgerEntry>& entries, int signal, int repeated, in
 }  // namespace
 
 bool end_remains() {
-  RecordList<LedgerEntry> entries;
-  const bool is_whole = read_ledger(entries);
-  if (is_whole && !end_by(entries, SIGTERM, 0, kTerminateMs)) {
+  RecordList<LedgerEntry> named;
+  RecordList<LedgerEntry> unknown;
+  const bool is_whole = read_ledger(named);
+  if (LedgerEntry* const any = unknown.append()) any->application[0] = kAnyApplication[0];
+  const RecordList<LedgerEntry>& entries = is_whole ? named : unknown;
+  if (!end_by(entries, SIGTERM, 0, kTerminateMs)) {
     (void)end_by(entries, SIGKILL, SIGKILL, kKillMs);
   }
-  (void)unlink(runtime::kLedgerPath);
+  (void)remove(runtime::kLedgerPath);  // an empty directory, too
   return is_whole;
 }
 

@@ -5,7 +5,8 @@
 namespace tarviod {
 
 // Ends the processes that the ledger names, and removes it. Blocks for at most a few seconds. False
-// when the ledger is not whole: it is ignored then.
+// when the ledger is not whole: it is ignored then, and the processes of all applications are ended
+// that their environment shows.
 bool end_remains();
 
 }  // namespace tarviod

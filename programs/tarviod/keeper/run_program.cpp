@@ -67,9 +67,11 @@ void reset_signals() {
 // As root, and not as the application's user.
 bool open_output(const char* output) {
   if (output[0] != '/') return true;
-  const Fd file(open(output, O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_CLOEXEC, kOutputMode));
-  return file.valid() && become_stream(file.get(), STDOUT_FILENO) &&
-         become_stream(file.get(), STDERR_FILENO);
+  // Without O_NONBLOCK a FIFO would hold the call until somebody reads from it.
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
+  const Fd file(open(output, kFlags, kOutputMode));
+  return file.valid() && fcntl(file.get(), F_SETFL, O_APPEND) == 0 &&
+         become_stream(file.get(), STDOUT_FILENO) && become_stream(file.get(), STDERR_FILENO);
 }
 
 // 0 leaves the priority and the limits as they are.
@@ -110,7 +112,6 @@ bool take_user_and_group(const char* name, const char* group) {
 // Of no kind, or, with errno, of what cannot be had.
 ExitKind become(const Program& program) {
   const RunSettings& settings = program.settings;
-  reset_signals();
   if (setsid() < 0 || setenv(kApplicationVariable, program.application, 1) != 0) {
     return ExitKind::kNotRun;
   }
@@ -139,6 +140,8 @@ void run_program(const Program& program, int channel) {
     if (tarvio::read_some(channel, {&byte, 1}) != 1) _exit(kCannotRun);
     kind = become(program);
     if (kind == ExitKind::kNone) {
+      reset_signals();  // not before: where there are threads, the C library changes the user by
+                        // one
       execute(program.file, program.copy_fd);
       kind = ExitKind::kNotRun;
     }

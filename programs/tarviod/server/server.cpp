@@ -61,10 +61,11 @@ class RecordPipe {
   int write_end_ = -1;
 };
 
-// The thread uses them to the end of the process, so nobody closes them.
+// The thread uses them to the end of the process, so nobody closes or destroys them.
 constinit Connections clients;
 constinit AppRunner* runner = nullptr;
-constinit StatePublisher publisher;
+constinit tarvio::Undestroyed<StatePublisher> kept_publisher;
+constinit StatePublisher& publisher = kept_publisher.object;
 constinit Deadline due = Deadline::never();  // of the runner, as of the last change
 constinit tq_refresh_result refreshed = {};  // by the last refresh
 constinit RecordPipe<Job> jobs;
@@ -215,6 +216,7 @@ Result read_result() { return results.read(); }
 // the manager, no client finds the socket from then on, those that wait are answered, and a second
 // stop follows them.
 int stop_for_good() {
+  runner->begin_end();
   const int code = stop_applications();
   (void)unlink(TQ_COM_SOCKET_PATH);
   serve_last_clients();

@@ -3,12 +3,14 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <ctime>
 #include <string>
 
 #include "kept.h"
 #include "support/apps/applications.h"
 #include "support/children.h"
+#include "support/programs/tarviod.h"
 
 namespace tarvio_test {
 namespace {
@@ -89,12 +91,41 @@ TEST_F(Keeper, SaysWhyAStartFileCannotBeExecuted) {
   AppSetup clock = setup();
   set_text(clock.start_file, "/no/such/file");
   EXPECT_EQ(start("clock", clock), 0);
-  ASSERT_TRUE(becomes("clock", KeptState::kEnded));
+  EXPECT_EQ(app("clock").state, KeptState::kEnded);
   EXPECT_EQ(app("clock").not_run.kind, ExitKind::kNotRun);
   EXPECT_EQ(app("clock").not_run.number, ENOENT);
   set_text(clock.start_file, "/etc/passwd");
   EXPECT_EQ(start("clock", clock), 0);
-  EXPECT_TRUE(eventually([this] { return app("clock").not_run.number == EACCES; }));
+  EXPECT_EQ(app("clock").not_run.number, EACCES);
+}
+
+// Preloads a keeper whose children do not end by themselves once they have said what failed.
+class KeeperWithHeldExits : public Kept {
+ protected:
+  void SetUp() override {
+    with_module(TARVIOD_HELD_EXIT, "")();
+    Kept::SetUp();
+    ::unsetenv("LD_PRELOAD");
+  }
+};
+
+TEST_F(KeeperWithHeldExits, HasSettledAFailedStartBeforeItAnswers) {
+  AppSetup clock = setup();
+  set_text(clock.start_file, "/no/such/file");
+  EXPECT_EQ(start("clock", clock), 0);
+  EXPECT_EQ(app("clock").state, KeptState::kEnded);
+  EXPECT_EQ(app("clock").not_run.number, ENOENT);
+}
+
+TEST_F(KeeperWithHeldExits, GoesOnAfterAStopFileThatCannotRun) {
+  AppSetup clock = setup();
+  set_text(clock.start_file, "/usr/bin/yes");
+  set_text(clock.output, "/dev/null");
+  set_text(clock.stop_file, "/no/such/file");
+  clock.stop_timeout_ms = 1'000'000'000;
+  EXPECT_EQ(start("clock", clock), 0);
+  EXPECT_EQ(stop("clock"), ENOENT);
+  EXPECT_EQ(WTERMSIG(app("clock").exit_status), SIGTERM);
 }
 
 TEST_F(Keeper, RunsAScriptWithoutAFirstLineByAShell) {
@@ -166,7 +197,10 @@ TEST_F(Keeper, KeepsApplicationsApartThatLeaveTheirSessions) {
 
 // What reports a failed start is of no use once the program runs.
 TEST_F(Keeper, HoldsNothingOpenForAnApplicationButItsOutput) {
-  const int before = descriptor_count(keeper_process());
+  // It closes what came with a request after its answer.
+  const pid_t keeper = keeper_process();
+  ASSERT_TRUE(eventually([&] { return status_line(keeper, "State") == "State:\tS (sleeping)"; }));
+  const int before = descriptor_count(keeper);
   ASSERT_EQ(start("clock", setup()), 0);
   EXPECT_TRUE(eventually([&] { return descriptor_count(keeper_process()) == before; }))
       << descriptor_count(keeper_process());
@@ -175,6 +209,24 @@ TEST_F(Keeper, HoldsNothingOpenForAnApplicationButItsOutput) {
   ASSERT_EQ(start("radio", radio), 0);
   EXPECT_TRUE(eventually([&] { return descriptor_count(keeper_process()) == before + 2; }))
       << descriptor_count(keeper_process());
+}
+
+TEST_F(Keeper, KeepsAnApplicationThatClosesItsOutput) {
+  const pid_t keeper = keeper_process();
+  ASSERT_TRUE(eventually([&] { return status_line(keeper, "State") == "State:\tS (sleeping)"; }));
+  const int before = descriptor_count(keeper);
+  AppSetup clock = setup("exec >&- 2>&-; echo $$ >process; until [ -e go ]; do sleep 0.01; done");
+  set_text(clock.output, "syslog");
+  ASSERT_EQ(start("clock", clock), 0);
+  const pid_t process = process_in("process");
+  EXPECT_TRUE(eventually([&] { return descriptor_count(keeper) == before; }));
+  EXPECT_EQ(app("clock").state, KeptState::kRunning);
+  EXPECT_EQ(app("clock").process.pid, process);
+  write_file(directory_ / "go", "");
+  ASSERT_TRUE(becomes("clock", KeptState::kEnded));
+  EXPECT_EQ(app("clock").exit_status, 0);
+  EXPECT_EQ(start("clock", clock), 0);
+  EXPECT_EQ(stop("clock"), 0);
 }
 
 TEST_F(Keeper, StaysAsItIsAfterAThousandStarts) {

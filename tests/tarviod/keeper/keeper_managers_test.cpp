@@ -68,7 +68,7 @@ TEST_F(KeeperManagers, ComeAndGo) {
   EXPECT_EQ(app("clock").state, KeptState::kRunning);
 }
 
-TEST_F(KeeperManagers, AreToldOfEachChange) {
+TEST_F(KeeperManagers, HearOfEachChange) {
   KeeperLink watch;
   ASSERT_EQ(watch.open(), KeeperFound::kRunning);
   EXPECT_EQ(ask(watch, Ask::kWatch), 0);
@@ -81,7 +81,7 @@ TEST_F(KeeperManagers, AreToldOfEachChange) {
   EXPECT_TRUE(tarvio::wait_for(watch.fd(), POLLIN, patience()));
 }
 
-TEST_F(KeeperManagers, AreToldOfTheKeepersEnd) {
+TEST_F(KeeperManagers, HearOfTheKeepersEnd) {
   KeeperLink watch;
   ASSERT_EQ(watch.open(), KeeperFound::kRunning);
   EXPECT_EQ(ask(watch, Ask::kWatch), 0);

@@ -1,9 +1,11 @@
 // What an application gets from the keeper.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -114,6 +116,28 @@ TEST_F(KeeperSetup, DoesNotRunWithoutItsFile) {
   EXPECT_EQ(app("clock").not_run.kind, ExitKind::kNoOutput);
   EXPECT_EQ(app("clock").not_run.number, ENOENT);
   EXPECT_FALSE(has("ran"));
+}
+
+TEST_F(KeeperSetup, PrintsToAFifoThatIsReadAndDoesNotRunElse) {
+  const fs::path fifo = directory_ / "log";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  AppSetup clock = setup(": >ran");
+  set_text(clock.output, fifo);
+  EXPECT_EQ(start("clock", clock), 0);
+  EXPECT_EQ(app("clock").state, KeptState::kEnded);
+  EXPECT_EQ(app("clock").not_run.kind, ExitKind::kNoOutput);
+  EXPECT_EQ(app("clock").not_run.number, ENXIO);
+  EXPECT_FALSE(has("ran"));
+  const tarvio::Fd reader(::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  run(clock, "echo said");
+  char text[10] = "";
+  EXPECT_EQ(::read(reader.get(), text, sizeof text), 5);
+  EXPECT_STREQ(text, "said\n");
+  // A writer waits for room, as it does with any other FIFO.
+  set_text(clock.start_file, "/usr/bin/yes");
+  EXPECT_EQ(start("clock", clock), 0);
+  const pid_t process = app("clock").process.pid;
+  EXPECT_TRUE(eventually([&] { return status_line(process, "State") == "State:\tS (sleeping)"; }));
 }
 
 TEST_F(KeeperSetup, PrintsToTheSystemLogUnderItsNameAndProcess) {

@@ -61,7 +61,7 @@ TEST_F(KeeperStop, TerminatesAtOnceWhenTheStopFileCannotRun) {
   set_text(clock.stop_file, "/no/such/file");
   EXPECT_EQ(start("clock", clock), 0);
   (void)process_in("process");
-  EXPECT_EQ(stop("clock"), 0);
+  EXPECT_EQ(stop("clock"), ENOENT);
   EXPECT_EQ(WTERMSIG(app("clock").exit_status), SIGTERM);
 }
 
@@ -205,9 +205,16 @@ TEST_F(KeeperEnd, StopsAllApplications) {
   expect_end();
 }
 
-TEST_F(KeeperEnd, IsAskedForBySigtermToo) {
+TEST_F(KeeperEnd, IsAskedForBySigtermWithoutAManager) {
+  link_.close();
   ::kill(keeper_, SIGTERM);
   expect_end();
+}
+
+TEST_F(KeeperEnd, IsNotAskedForBySigtermBesideAManager) {
+  ::kill(keeper_, SIGTERM);
+  EXPECT_EQ(app("clock").state, KeptState::kRunning);
+  EXPECT_EQ(start("web", setup()), 0);
 }
 
 TEST_F(KeeperEnd, IsNotAskedForByATerminal) {

@@ -129,11 +129,28 @@ TEST_F(ManagedRestart, WaitsForTheLastProcessOfAnApplicationThatForks) {
   install("clock", "sleep 600 & exit 0");
   start_manager();
   EXPECT_EQ(start("clock"), kDone);
-  const pid_t process = only_process_of("clock");
+  pid_t process = -1;
+  EXPECT_TRUE(eventually([&] {
+    process = only_process_of("clock");
+    return read_file("/proc/" + std::to_string(process) + "/comm") == "sleep\n";
+  }));
   EXPECT_EQ(published("clock").state, "running");
   EXPECT_EQ(status_of("clock"), kStarted);
   ::kill(process, SIGKILL);
   EXPECT_TRUE(says("clock", "2\nended by signal 9 (Killed)\n"));
+}
+
+TEST_F(ManagedRestart, IsPossibleAfterAStopFileThatCannotRun) {
+  install("clock", kStays, "exit 0");
+  fs::permissions(information_file("clock", ".tqstopapp"), fs::perms::owner_read);
+  start_manager();
+  EXPECT_EQ(start("clock"), kDone);
+  const pid_t before = only_process_of("clock");
+  EXPECT_EQ(stop("clock"), kDone);
+  EXPECT_FALSE(is_alive(before));
+  EXPECT_EQ(manager_->errors(),
+            "tarviod: clock: cannot run its stop file: Permission denied: sent SIGTERM\n");
+  EXPECT_EQ(start("clock"), kDone);
 }
 
 TEST_F(ManagedRestart, IsNotTriedWithAStartFileThatCannotRun) {

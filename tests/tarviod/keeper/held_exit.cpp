@@ -1,0 +1,6 @@
+// Loaded into the keeper: a child that calls _exit stays.
+#include <unistd.h>
+
+extern "C" [[noreturn]] void _exit(int /*status*/) {
+  while (true) pause();
+}
