@@ -10,8 +10,8 @@ struct Descriptors {
 };
 Descriptors count_descriptors();
 
-// Warns when 80 % of those that the manager may have are open, once until there are fewer than 70 %.
-// Returns whether one of these has just come.
+// Warns when 80 % of those that the manager may have are open, once until there are fewer than 70
+// %. Returns whether one of these has just come.
 bool watch_descriptors();
 
 }  // namespace tarviod

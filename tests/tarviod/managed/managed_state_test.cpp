@@ -100,12 +100,12 @@ TEST_F(ManagedState, IsGoneWhileItCannotBeWritten) {
   start_manager();
   EXPECT_EQ(start("clock"), kDone);
   const std::string obstacle = std::string(kStatePath) + ".new";
-  ASSERT_TRUE(fs::create_directory(obstacle));
+  ASSERT_TRUE(fs::create_directories(obstacle + "/in-the-way"));
   EXPECT_EQ(stop("clock"), kDone);
   EXPECT_FALSE(fs::exists(kStatePath));
   EXPECT_EQ(start("clock"), kDone);
-  EXPECT_EQ(manager_->errors(), "tarviod: /run/tarvio/state: Is a directory\n");
-  fs::remove(obstacle);
+  EXPECT_EQ(manager_->errors(), "tarviod: /run/tarvio/state: File exists\n");
+  fs::remove_all(obstacle);
   EXPECT_TRUE(becomes("clock", "running"));
 }
 
