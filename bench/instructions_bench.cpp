@@ -18,7 +18,7 @@ namespace {
 constexpr char kTitle[] = "instructions of a status request";
 constexpr int kApplications = 20;
 constexpr int kRequests = 1000;
-constexpr long kMaxInstructions = 28000;
+constexpr long kMaxInstructions = 28200;
 
 void request_statuses(int count) {
   for (int at = 0; at < count; ++at) {
