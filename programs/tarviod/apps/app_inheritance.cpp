@@ -16,7 +16,7 @@ bool AppRunner::take_over(const runtime::StateFile* previous) {
   take_operations();
   if (previous != nullptr) restore(*previous);
   if (!hear_keeper() && !replace_keeper()) return false;
-  finish_stops();
+  stop_removed_ones();
   if (!(hear_keeper() && start_lost_ones()) && !replace_keeper()) return false;
   follow();
   return true;
@@ -48,15 +48,12 @@ void AppRunner::restore(const runtime::StateFile& previous) {
   });
 }
 
-// Those that the manager before this one has begun, and those of applications whose package was
-// removed while no manager ran.
-void AppRunner::finish_stops() {
+// The packages were removed while no manager ran. What the manager before this one has begun to
+// stop is the keeper's, and nobody waits for it.
+void AppRunner::stop_removed_ones() {
   for (const AppRuns& runs : runs_.all()) {
-    const bool is_removed =
-        runs.state == AppState::kRunning && find_application(runs.name) == nullptr;
-    if (!is_removed && runs.state != AppState::kStopping) continue;
-    const bool is_stopped = stop_with_keeper(runs) == 0;
-    if (is_removed && is_stopped) warn(runs.name, "stopped: its package was removed");
+    if (runs.state != AppState::kRunning || find_application(runs.name) != nullptr) continue;
+    if (stop_with_keeper(runs) == 0) warn(runs.name, "stopped: its package was removed");
   }
 }
 

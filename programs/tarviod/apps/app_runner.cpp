@@ -219,8 +219,9 @@ int AppRunner::start_at_boot() {
 
 int AppRunner::reason_not_run(const char* application) const {
   const AppRuns* const runs = runs_.find(application);
-  const bool runs_now = runs == nullptr || runs->state == AppState::kRunning;
-  return !runs_now && runs->exit.is_not_run() ? runs->exit.number : 0;
+  if (runs == nullptr || runs->state == AppState::kRunning) return 0;
+  if (runs->state == AppState::kStopping) return EBUSY;  // since an earlier manager
+  return runs->exit.is_not_run() ? runs->exit.number : 0;
 }
 
 void AppRunner::end_keeper() {

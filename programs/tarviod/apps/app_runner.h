@@ -45,7 +45,8 @@ class AppRunner {
   // are due, and sees to a keeper that has died.
   void follow();
 
-  // Why the start file of an application could not be run, an error code; 0 when it could.
+  // Why an application does not run after its start, an error code: EBUSY while it is being
+  // stopped, or what kept its start file from running; else 0.
   [[nodiscard]] int reason_not_run(const char* application) const;
 
   // All applications are going to be stopped: from now on, none is started again after a keeper
@@ -87,7 +88,7 @@ class AppRunner {
   bool start_again(tq_app_info& app, AppRuns& runs, const char* detail);
 
   void restore(const runtime::StateFile& previous);
-  void finish_stops();
+  void stop_removed_ones();
   bool start_lost_ones();
 
   KeeperLink requests_;

@@ -240,6 +240,12 @@ TEST_F(ClientStart, AllSaysThatSettingsHaveAMistake) {
             "'tarviod --check-config' (125)\n");
 }
 
+TEST_F(ClientStart, SaysThatTheApplicationIsStillBeingStopped) {
+  const ManagerProcess manager = manager_with(fail_once<EBUSY>, succeed);
+  EXPECT_EQ(run_tarvio({"start", "clock"}).errors,
+            "tarvio: cannot start 'clock': it is still being stopped; try again (16)\n");
+}
+
 TEST(ClientStop, SaysWhyItFailed) {
   const ManagerProcess manager = manager_with(succeed, fail);
   ASSERT_EQ(run_tarvio({"start", "clock"}).status, 0);

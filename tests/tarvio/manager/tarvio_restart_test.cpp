@@ -140,6 +140,14 @@ TEST(ClientStartOfWhatEnds, SaysHowItHasEnded) {
   }
 }
 
+TEST(ClientStartOfWhatCannotRun, SaysWhatFailed) {
+  write_state(app_line("stopped", 1, "-"));
+  const Manager manager({"2\n\n"}, app_line("ended", 2, "no-output 2"));
+  EXPECT_EQ(
+      run_tarvio({"start", "clock"}).errors,
+      "tarvio: cannot start 'clock': cannot open its output: No such file or directory (2)\n");
+}
+
 TEST(ClientStartOfWhatRuns, SaysSo) {
   const Ran run = start_with(app_line("running", 1, "-"), app_line("running", 1, "-"));
   EXPECT_EQ(run.status, 0);

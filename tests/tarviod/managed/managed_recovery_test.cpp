@@ -181,19 +181,21 @@ TEST_F(ManagedRecovery, FindsAStopThatWasNotPublished) {
   EXPECT_TRUE(processes_of("clock").empty());
 }
 
-TEST_F(ManagedRecovery, EndsAStopThatHasBegun) {
-  install("clock", kStays,
-          "until [ -e " + (directory_ / "go").string() + " ]; do sleep 0.01; done");
-  configure("clock", "stop_timeout: 1\n");
+TEST_F(ManagedRecovery, WaitsForNoStopThatHasBegun) {
+  install("clock", "echo $$ >" + (directory_ / "process").string() + "; " + kStays,
+          "until [ -e " + (directory_ / "go").string() + " ]; do sleep 0.01; done; kill $(cat " +
+              (directory_ / "process").string() + ")");
   start_manager();
   EXPECT_EQ(start("clock"), kDone);
   const Socket client = send_request("stop_exact\nclock\n");
   EXPECT_TRUE(eventually([] { return processes_of("clock").size() > 1; }));
   kill_manager();
-  write_file(directory_ / "go", "");
   start_manager();
+  EXPECT_EQ(published("clock").state, "stopping");
+  EXPECT_EQ(start("clock"), "16\n\n");
+  write_file(directory_ / "go", "");
+  EXPECT_TRUE(becomes("clock", "stopped"));
   EXPECT_EQ(status_of("clock"), "");
-  EXPECT_EQ(published("clock").state, "stopped");
   EXPECT_TRUE(processes_of("clock").empty());
   EXPECT_EQ(start("clock"), kDone);
   (void)only_process_of("clock");

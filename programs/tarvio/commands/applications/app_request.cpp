@@ -121,6 +121,7 @@ void include(const std::string& name, const AppRequest& request, double seconds,
 }
 
 std::string words_for(int32_t code) {
+  if (code == EBUSY) return "it is still being stopped; try again";
   return code == kBadSettings ? "its settings have a mistake; see 'tarviod --check-config'"
                               : result_words(code);
 }
@@ -156,6 +157,7 @@ std::string end_since(const std::optional<ManagerState>& before, const std::stri
 }
 
 std::string reason_of(const Reached& reached) {
+  if (!reached.reason.empty()) return reached.reason;
   return reached.code == EINVAL ? "no such application" : words_for(reached.code);
 }
 

@@ -45,6 +45,8 @@ struct Reached {
   // Of a start: whether it counted as started before, so that nothing was done (oddity 95).
   std::optional<bool> was_started = {};
   std::optional<runtime::AppState> state = {};  // as the manager's figures say
+  // Of a start that failed: which step did, and why; empty when that is not known.
+  std::string reason = {};
   // Of a start: how it has ended already; empty as far as is known.
   std::string end = {};
 };

@@ -5,6 +5,7 @@
 
 #include "commands/applications/app_request.h"
 #include "commands/commands.h"
+#include "manager/app_text.h"
 #include "manager/manager_client.h"
 #include "tarvio/status.h"
 
@@ -38,6 +39,15 @@ void judge_by(const ManagerState& before, Reached& reached) {
   reached.state = app->state;
 }
 
+// Which step of a start has failed with its code.
+std::string failed_step(const Reached& reached) {
+  const std::optional<ManagerState> now = read_state();
+  const AppFacts* const app = now ? now->find_app(reached.name) : nullptr;
+  const bool is_known =
+      app != nullptr && app->exit.is_not_run() && app->exit.number == reached.code;
+  return is_known ? end_words(app->exit) : "";
+}
+
 Result run(const Arguments& arguments) {
   const std::string name = application_name(arguments.operands.front());
   const double seconds = arguments.timeout_seconds;
@@ -45,7 +55,10 @@ Result run(const Arguments& arguments) {
   std::vector<Status> before;
   if (!state) before = ask_statuses("status_app", seconds);
   Reached reached = reach_app(kStartApp, name, arguments.has(kMatch), seconds);
-  if (reached.code != 0) return result_of(kStartApp, reached, arguments);
+  if (reached.code != 0) {
+    reached.reason = failed_step(reached);
+    return result_of(kStartApp, reached, arguments);
+  }
   if (state) {
     judge_by(*state, reached);
   } else {
