@@ -38,18 +38,21 @@ passes "the manager is resident" service status
 passes "clock is installed, and known at once" prints '*the manager knows clock now*' tarvio install clock.tbx
 passes "clock is listed" prints '*clock *application*' tarvio list
 passes "clock is not running" ends_with 3 tarvio is-running clock
-passes "clock starts" tarvio start clock
+passes "clock starts" tarvio start clock --wait-manager
+passes "clock is waited for" tarvio wait clock --state running --timeout 10
 passes "clock runs" tarvio is-running clock
 passes "clock is started" prints '*clock *normal *started app*' tarvio status
 passes "what it prints is in the system log" eventually logged clock "clock begins"
 echo "it is noon" >>/opt/clock/name
 passes "and what it prints later" eventually logged clock "it is noon"
+passes "tarvio shows it" prints '*it is noon*' tarvio logs clock
 passes "which is not taken for a report about it" ends_with 0 tarvio status clock
 
 before=$(instances clock)
 kill -SEGV "$before"
 passes "clock crashes, and is started again" eventually is_another_clock "$before"
 passes "which is its second start" prints '*clock * running * 2 *started again*' tarvio status --wide
+passes "in the metrics as well" prints '*starts_total{application="clock"} 2*' tarvio metrics
 
 passes "radio is installed" tarvio install radio.tbx
 passes "radio's file is there" test -f /opt/radio/name
