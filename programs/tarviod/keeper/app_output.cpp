@@ -14,6 +14,7 @@
 
 #include "base/line_cutter.h"
 #include "base/pipe.h"
+#include "runtime/output_facility.h"
 
 namespace tarviod {
 
@@ -23,8 +24,8 @@ using Limit = DatagramQueue::Limit;
 
 constexpr char kInfo[] = "<182>";
 constexpr char kNotice[] = "<181>";
-static_assert((kOutputFacility | LOG_INFO) == 182);
-static_assert((kOutputFacility | LOG_NOTICE) == 181);
+static_assert((runtime::kOutputFacility | LOG_INFO) == 182);
+static_assert((runtime::kOutputFacility | LOG_NOTICE) == 181);
 
 constexpr char kTooMany[] = "more than 20000 in a second";
 constexpr char kQueueFull[] = "more than 1 MiB was waiting for the system log";

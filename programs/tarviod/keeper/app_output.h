@@ -15,10 +15,6 @@
 
 namespace tarviod {
 
-// Facility of these lines, so that the log watch does not take them for reports about the
-// application.
-inline constexpr int kOutputFacility = LOG_LOCAL6;
-
 // Cuts what arrives into lines and sends each as a datagram to /dev/log, under the name and the
 // process id of its application. Never waits: lines queue up while the log does not take them.
 // Those that exceed kMaxLinesPerSecond of one pipe, or the queue, are lost, and a line in their

@@ -7,14 +7,13 @@
 
 #include <algorithm>
 
+#include "runtime/output_facility.h"
 #include "tarvio/log_monitor.h"
 
 namespace tarviod {
 
 namespace {
 
-// The facility that the keeper gives to what applications print.
-constexpr int kOutputFacility = LOG_LOCAL6;
 constexpr std::string_view kOutputPrefix = "local6.";
 
 bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
@@ -153,7 +152,8 @@ void UsualLine::write(const LogMessage& message) {
                  has_pid ? "]" : "", width(message.text), message.text.data());
   std::replace(room_, room_ + strlen(room_), '\n', ' ');  // in a message of several lines
   kind_ = has_level ? LineKind::kReport : LineKind::kWithoutLevel;
-  if (has_level && (message.priority & LOG_FACMASK) == kOutputFacility) kind_ = LineKind::kOutput;
+  if (has_level && (message.priority & LOG_FACMASK) == runtime::kOutputFacility)
+    kind_ = LineKind::kOutput;
 }
 
 }  // namespace tarviod
