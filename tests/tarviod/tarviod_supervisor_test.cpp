@@ -99,8 +99,10 @@ TEST(TarviodSupervisor, DoesNotHearFromApplications) {
     ::setenv("OTHER", "stays", 1);
   });
   ASSERT_TRUE(manager.answers());
-  const std::string environment =
-      read_file("/proc/" + std::to_string(process_of("clock")) + "/environ");
+  const std::string file = "/proc/" + std::to_string(process_of("clock")) + "/environ";
+  std::string environment;
+  // Empty while the program is being executed.
+  EXPECT_TRUE(eventually([&] { return !(environment = read_file(file)).empty(); }));
   EXPECT_THAT(environment, HasSubstr("OTHER=stays"));
   EXPECT_THAT(environment, Not(HasSubstr("NOTIFY_SOCKET")));
   EXPECT_THAT(environment, Not(HasSubstr("WATCHDOG")));
