@@ -43,7 +43,7 @@ fill_place() {
 back_up_without_space() {
   fill_place /tmp/place &
   filling=$!
-  tarvio backup rootfs --to /tmp/place/image.tbx
+  nice -n 19 tarvio backup rootfs --to /tmp/place/image.tbx  # so that the other one keeps up
   status=$?
   kill $filling 2>/dev/null
   return $status

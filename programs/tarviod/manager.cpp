@@ -4,10 +4,12 @@
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <optional>
 #include <utility>
 
@@ -35,7 +37,6 @@ namespace {
 using tarvio::Deadline;
 
 constexpr int kNoFd = -1;
-constexpr size_t kPlaceSize = 512;
 constexpr char kStopping[] = "stopping the applications";
 
 const char* name_of(Job job) {
@@ -94,15 +95,34 @@ std::optional<int> set_up_applications() {
   return check_applications();
 }
 
-// Such a hook counts all the same.
-void name_unknown_applications(const Options& options, const Config& config) {
+// For each hook its application, a tab and its place: what the com thread, which the applications
+// belong to, has to look at next.
+std::atomic<char*> hooks_to_check = nullptr;
+
+void take_hooks(const Options& options, const Config& config) {
+  char* text = nullptr;
+  size_t size = 0;
+  const tarvio::File file(open_memstream(&text, &size));
+  if (file == nullptr) return;
   config.each_hook([&](const char* /*text*/, const char* application, const char* line) {
-    if (is_known_application(application)) return;
-    char place[kPlaceSize];
-    (void)snprintf(place, sizeof place, "%s:%s: %s", config_path(options.config), line,
-                   application);
-    warn(place, "no application of this name is installed: write the whole name of its package");
+    (void)fprintf(file.get(), "%s\t%s:%s: %s\n", application, config_path(options.config), line,
+                  application);
   });
+  (void)fflush(file.get());
+  free(hooks_to_check.exchange(text));
+}
+
+// Names the applications that are not installed. Their hooks count all the same.
+int check_hooks() {
+  const tarvio::CString hooks(hooks_to_check.exchange(nullptr));
+  char* rest = hooks.get();
+  while (rest != nullptr && *rest != '\0') {
+    const char* const application = strsep(&rest, "\t");
+    const char* const place = strsep(&rest, "\n");
+    if (is_known_application(application)) continue;
+    warn(place, "no application of this name is installed: write the whole name of its package");
+  }
+  return 0;
 }
 
 void report_count(int applications) {
@@ -121,14 +141,15 @@ void read_config_again(const Options& options, LogWatch& log_watch) {
   if (!read_config(options.config, config)) return;
   log_watch.start(std::move(config));
   inform(config_path(options.config), "read again");
-  name_unknown_applications(options, log_watch.config());
+  take_hooks(options, log_watch.config());
 }
 
-// Done with the result of the refresh.
+// Done with the result of the last job.
 void reload(const Options& options, LogWatch& log_watch) {
   notify_reloading();
   read_config_again(options, log_watch);
   run_on_server(refresh);
+  run_on_server(check_hooks);
 }
 
 // A file that is not whole is reported and ignored, one of another boot is of no use.
@@ -145,7 +166,8 @@ bool take_over(AppRunner& runner) {
 bool set_up(const Options& options, LogWatch& log_watch, AppRunner& runner) {
   const std::optional<int> applications = set_up_applications();
   if (!applications || !take_over(runner)) return false;
-  name_unknown_applications(options, log_watch.config());
+  take_hooks(options, log_watch.config());
+  (void)check_hooks();
   log_watch.wait_for_begin();
   if (!start_server(options.socket, runner)) {
     warn("cannot answer on " TQ_COM_SOCKET_PATH, strerror(errno));
@@ -157,7 +179,8 @@ bool set_up(const Options& options, LogWatch& log_watch, AppRunner& runner) {
 
 bool check_config(const Options& options, const Config& config) {
   if (!set_up_applications()) return false;
-  name_unknown_applications(options, config);
+  take_hooks(options, config);
+  (void)check_hooks();
   BootOrder order;
   if (!check_all_app_settings(is_known_application) || !order.read() || !order.is_right()) {
     return false;
@@ -176,7 +199,7 @@ void serve(const Options& options, int signal_fd, LogWatch& log_watch) {
     }
     if (event == Event::kTimeout) log_watch.start_reader();
     if (event == Event::kReload) reload(options, log_watch);
-    if (event == Event::kResult && report_result() == refresh) notify("READY=1");
+    if (event == Event::kResult && report_result() == check_hooks) notify("READY=1");
   }
   const bool stops = !options.keep_applications;
   notify(stops ? "STOPPING=1\nSTATUS=stopping the applications" : "STOPPING=1");

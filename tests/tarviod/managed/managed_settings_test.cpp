@@ -87,8 +87,9 @@ TEST_F(ManagedSettings, ReachTheProcess) {
   if (!has_other_users()) GTEST_SKIP() << "there is no other user in this sandbox";
   install("clock", kStays);
   // AddressSanitizer, which the process has until it is executed, needs more memory.
-  configure("clock",
-            "user: nobody\nnice: 5\nmax_open_files: 77\nmax_memory: 64000G\nmax_processes: 1000\n");
+  configure(
+      "clock",
+      "user: nobody\nnice: 5\nmax_open_files: 77\nmax_memory: 1000000G\nmax_processes: 1000\n");
   start_manager();
   EXPECT_EQ(start("clock"), kDone);
   const pid_t process = only_process_of("clock");
@@ -97,7 +98,7 @@ TEST_F(ManagedSettings, ReachTheProcess) {
   EXPECT_EQ(::getpriority(PRIO_PROCESS, static_cast<id_t>(process)), 5);
   const std::string limits = read_file("/proc/" + std::to_string(process) + "/limits");
   EXPECT_THAT(limits, ContainsRegex("Max open files +77 +77 "));
-  EXPECT_THAT(limits, ContainsRegex("Max address space +68719476736000 +68719476736000 "));
+  EXPECT_THAT(limits, ContainsRegex("Max address space +1073741824000000 +1073741824000000 "));
   EXPECT_THAT(limits, ContainsRegex("Max processes +1000 +1000 "));
 }
 
