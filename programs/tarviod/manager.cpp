@@ -17,11 +17,11 @@
 #include "apps/state_publisher.h"
 #include "base/deadline.h"
 #include "base/owners.h"
+#include "runtime/config.h"
 #include "runtime/run_paths.h"
 #include "runtime/state_file.h"
 #include "server/server.h"
 #include "settings/app_settings.h"
-#include "settings/config.h"
 #include "settings/warn.h"
 #include "supervision/notify.h"
 #include "supervision/signals.h"
@@ -96,11 +96,11 @@ std::optional<int> set_up_applications() {
 }
 
 // Such a hook counts all the same.
-void name_unknown_applications(const Options& options, const Config& config) {
+void name_unknown_applications(const Options& options, const runtime::Config& config) {
   config.each_hook([&](const char* /*text*/, const char* application, const char* line) {
     if (is_known_application(application)) return;
     char place[kPlaceSize];
-    (void)snprintf(place, sizeof place, "%s:%s: %s", config_path(options.config), line,
+    (void)snprintf(place, sizeof place, "%s:%s: %s", runtime::config_path(options.config), line,
                    application);
     warn(place, "no application of this name is installed: write the whole name of its package");
   });
@@ -120,10 +120,11 @@ void report_count(int applications) {
 
 // A file with a mistake changes nothing.
 void read_config_again(const Options& options, LogWatch& log_watch) {
-  Config config;
-  if (!read_config(options.config, config)) return;
+  runtime::Config config;
+  runtime::Mistake mistake;
+  if (!runtime::read_config(options.config, config, mistake)) return warn(mistake);
   log_watch.start(std::move(config));
-  inform(config_path(options.config), "read again");
+  inform(runtime::config_path(options.config), "read again");
   name_unknown_applications(options, log_watch.config());
 }
 
@@ -158,14 +159,14 @@ bool set_up(const Options& options, LogWatch& log_watch, AppRunner& runner) {
   return true;
 }
 
-bool check_config(const Options& options, const Config& config) {
+bool check_config(const Options& options, const runtime::Config& config) {
   if (!set_up_applications()) return false;
   name_unknown_applications(options, config);
   BootOrder order;
   if (!check_all_app_settings(is_known_application) || !order.read() || !order.is_right()) {
     return false;
   }
-  inform(config_path(options.config), "valid");
+  inform(runtime::config_path(options.config), "valid");
   return true;
 }
 
