@@ -9,13 +9,12 @@
 #include <utility>
 
 #include "base/owners.h"
+#include "runtime/descriptors.h"
 #include "settings/warn.h"
 
 namespace tarviod {
 
 namespace {
-
-constexpr uint64_t kMostPercent = 80;
 
 // The lowest number that is free says so without a look at all of them.
 uint64_t open_descriptors(uint64_t limit) {
@@ -31,7 +30,7 @@ void watch_descriptors() {
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
   const uint64_t most = limit.rlim_cur;
   const uint64_t count = open_descriptors(most);
-  const bool is_short = count >= most / 100 * kMostPercent + most % 100 * kMostPercent / 100;
+  const bool is_short = runtime::is_short_of_descriptors(count, most);
   if (!std::exchange(is_reported, is_short) && is_short) {
     char why[128];
     (void)snprintf(why, sizeof why, "%llu of %llu are in use: raise the limit of the manager",
