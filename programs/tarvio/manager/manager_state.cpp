@@ -8,6 +8,7 @@
 #include "manager/manager_client.h"
 #include "process/failure.h"
 #include "process/system_file.h"
+#include "runtime/descriptors.h"
 #include "runtime/run_paths.h"
 
 namespace client {
@@ -31,6 +32,11 @@ bool AppFacts::has_failed() const {
   using runtime::AppState;
   const bool has_ended = state == AppState::kEnded || state == AppState::kRestarting;
   return has_ended && (exit.kind != runtime::ExitKind::kStatus || exit.number != 0);
+}
+
+bool ManagerState::is_short_of_descriptors() const {
+  return runtime::is_short_of_descriptors(static_cast<uint64_t>(descriptors_used),
+                                          static_cast<uint64_t>(descriptor_limit));
 }
 
 const AppFacts* ManagerState::find_app(const std::string& name) const {
