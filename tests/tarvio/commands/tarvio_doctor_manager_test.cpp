@@ -121,9 +121,9 @@ TEST_F(Doctor, SaysWhatNeedsRoot) {
             expected("descriptors", "warning",
                      "not known: no permission to read /run/tarvio/state; run tarvio as root",
                      "run tarvio as root"));
-  EXPECT_EQ(row(rows, "system log"), expected("system log", "failed",
-                                              "/var/log/messages: Permission denied",
-                                              "run tarvio as root"));
+  EXPECT_EQ(row(rows, "system log"),
+            expected("system log", "failed", "/var/log/messages: Permission denied",
+                     "run tarvio as root"));
 }
 
 // The log.

@@ -64,6 +64,8 @@ INSTANTIATE_TEST_SUITE_P(
                   nullptr},
         OtherTool{"WithoutARelease", "gzip", "exec >/dev/null", "ok",
                   ", which does not report its release", nullptr},
+        OtherTool{"WithoutTheOption", "gzip", "echo 'usage: gzip FILE' >&2; exit 255", "ok",
+                  ", which does not report its release", nullptr},
         OtherTool{"ThatHangs", "gzip", "exec sleep 1000", "failed",
                   " was stopped, because it did not end in time", kNotRun},
         OtherTool{"ThatCrashes", "gzip", "kill -SEGV $$", "failed", " was killed by signal 11",

@@ -147,6 +147,7 @@ Findings check_backup_space(const Examination& examination) {
   const bool is_named = !examination.backup_directory.empty();
   const std::string directory = is_named ? examination.backup_directory : ".";
   std::vector<const FlashArea*> areas;
+  areas.reserve(tarvio::kFlashAreas.size());
   for (const FlashArea& area : tarvio::kFlashAreas) areas.push_back(&area);
   const BackupBytes bytes = bytes_of_backup(areas);
   try {

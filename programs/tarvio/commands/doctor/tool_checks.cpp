@@ -6,6 +6,7 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <span>
 #include <string>
@@ -142,13 +143,15 @@ Finding failed(const Tool& tool, const std::string& found, const std::string& re
 
 // What kept it from running at all; empty when it ran.
 std::string reason_not_run(const ChildEnd& end) {
-  constexpr int kCannotRun = 126;  // the shell, or this program, could not execute it: 126 or 127
+  constexpr int kNotExecutable = 126;
+  constexpr int kNotFound = 127;  // the program, or the interpreter of a script
   constexpr int kSignalled = 128;
   if (end.is_late) return "was stopped, because it did not end in time";
-  if (end.status > kSignalled) {
+  // Old tools exit with 255 when they do not know an option.
+  if (end.status > kSignalled && end.status < kSignalled + NSIG) {
     return "was killed by signal " + std::to_string(end.status - kSignalled);
   }
-  if (end.status < kCannotRun) return "";
+  if (end.status != kNotExecutable && end.status != kNotFound) return "";
   const std::vector<std::string> lines = lines_of(end.errors);
   return "cannot be run" + (lines.empty() ? "" : ": " + lines.back());
 }
