@@ -257,7 +257,7 @@ TEST_F(Doctor, MissesTheSpaceForABackup) {
             expected("backup space", "failed",
                      "for all areas: not enough space in '/run/tmp/small': up to 599.3 MiB "
                      "needed, 1.0 MiB free",
-                     "name a directory with more space"));
+                     "name a directory that exists and has more space"));
 }
 
 TEST_F(Doctor, OnlyWarnsOfADirectoryThatWasNotNamed) {

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <iterator>
 #include <memory>
 #include <utility>
 
@@ -26,7 +27,7 @@ struct Check {
 constexpr std::array<Check, 8> kChecks = {{
     {.name = "tools", .look = check_tools},
     {.name = "root", .look = check_root},
-    {.name = "packages", .look = check_packages},
+    {.name = "opkg directories", .look = check_packages},
     {.name = "flash memory", .look = check_areas},
     {.name = "backup space", .look = check_backup_space},
     {.name = "socket", .look = check_socket},
@@ -48,14 +49,6 @@ constexpr std::array<VerdictWord, 3> kVerdictWords = {
 
 const VerdictWord& word_of(Verdict verdict) {
   return kVerdictWords.at(static_cast<size_t>(verdict));
-}
-
-Finding not_checked(const char* check, const Failure& failure) {
-  const bool needs_root = failure.code() == EACCES || failure.code() == EPERM;
-  return {.check = check,
-          .verdict = Verdict::kFailed,
-          .found = std::string("cannot be checked: ") + failure.what(),
-          .remedy = needs_root ? kRunAsRoot : "solve this, and run 'tarvio doctor' again"};
 }
 
 // Null, with the row, when there can be none.
@@ -127,6 +120,14 @@ Result run(const Arguments& arguments) {
 }
 
 }  // namespace
+
+Finding not_checked(const std::string& check, const Failure& failure) {
+  const bool needs_root = failure.code() == EACCES || failure.code() == EPERM;
+  return {.check = check,
+          .verdict = Verdict::kFailed,
+          .found = std::string("cannot be checked: ") + failure.what(),
+          .remedy = needs_root ? kRunAsRoot : "solve this, and run 'tarvio doctor' again"};
+}
 
 const Command kDoctorCommand = {
     .word = "doctor",

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "process/failure.h"
 #include "process/work_directory.h"
 
 namespace client {
@@ -20,6 +21,9 @@ struct Finding {
 };
 
 using Findings = std::vector<Finding>;
+
+// The row of a check that could not be done.
+Finding not_checked(const std::string& check, const Failure& failure);
 
 struct Examination {
   const WorkDirectory* directory = nullptr;  // where tools run; null when there can be none

@@ -156,7 +156,7 @@ Findings check_backup_space(const Examination& examination) {
     return {{.check = "backup space",
              .verdict = is_named ? Verdict::kFailed : Verdict::kWarning,
              .found = std::string("for all areas: ") + failure.what(),
-             .remedy = is_named ? "name a directory with more space"
+             .remedy = is_named ? "name a directory that exists and has more space"
                                 : "name the directory of the backups: tarvio doctor DIR"}};
   }
   return {{.check = "backup space",

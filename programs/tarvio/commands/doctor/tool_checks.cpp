@@ -207,7 +207,13 @@ std::string version_of_tool(const Examination& examination, const std::string& n
 
 Findings check_tools(const Examination& examination) {
   Findings findings;
-  for (const Tool& tool : kTools) findings.push_back(check_tool(examination, tool));
+  for (const Tool& tool : kTools) {
+    try {
+      findings.push_back(check_tool(examination, tool));
+    } catch (const Failure& failure) {
+      findings.push_back(not_checked(tool.name, failure));
+    }
+  }
   return findings;
 }
 
