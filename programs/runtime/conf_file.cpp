@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <string_view>
 
@@ -15,15 +16,18 @@ namespace runtime {
 
 namespace {
 
-bool refuse_unreadable(const char* path, int error, Mistake& mistake) {
-  (void)snprintf(mistake.place, sizeof mistake.place, "%s", path);
-  const char* const cause = error == EISDIR   ? "is a directory: name a file"
-                            : error == ENOMEM ? "out of memory: free some and try again"
-                                              : strerror(error);
-  const bool has_remedy = error == EISDIR || error == ENOMEM;
-  (void)snprintf(mistake.why, sizeof mistake.why, "%s%s", cause,
-                 has_remedy ? "" : ": make it readable");
+bool refuse(const char* place, const char* why, Mistake& mistake) {
+  (void)snprintf(mistake.place, sizeof mistake.place, "%s", place);
+  (void)snprintf(mistake.why, sizeof mistake.why, "%s", why);
   return false;
+}
+
+bool refuse_unreadable(const char* path, int error, Mistake& mistake) {
+  if (error == EISDIR) return refuse(path, "is a directory: name a file", mistake);
+  if (error == ENOMEM) return refuse(path, "out of memory: free some and try again", mistake);
+  char why[sizeof mistake.why];
+  (void)snprintf(why, sizeof why, "%s: make it readable", strerror(error));
+  return refuse(path, why, mistake);
 }
 
 bool is_blank(char byte) { return byte == ' ' || byte == '\t'; }
@@ -88,17 +92,21 @@ bool check(const char* path, const ConfFile& file, Complaint complaint_about, Mi
 }  // namespace
 
 bool refuse_line(const char* path, const char* number, const char* why, Mistake& mistake) {
-  (void)snprintf(mistake.place, sizeof mistake.place, "%s:%s", path, number);
-  (void)snprintf(mistake.why, sizeof mistake.why, "%s", why);
-  return false;
+  char place[sizeof mistake.place];
+  (void)snprintf(place, sizeof place, "%s:%s", path, number);
+  return refuse(place, why, mistake);
 }
 
 bool read_conf_file(const char* path, MissingFile missing, Complaint complaint_about,
                     ConfFile& file, Mistake& mistake) {
-  const tarvio::Fd opened(open(path, O_RDONLY | O_CLOEXEC));
+  const tarvio::Fd opened(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!opened.valid()) {
     return (errno == ENOENT && missing == MissingFile::kEmpty) ||
            refuse_unreadable(path, errno, mistake);
+  }
+  struct stat info = {};
+  if (fstat(opened.get(), &info) == 0 && S_ISFIFO(info.st_mode)) {
+    return refuse(path, "is a pipe: name a file", mistake);
   }
   return parse(path, opened.get(), file, mistake) && check(path, file, complaint_about, mistake);
 }

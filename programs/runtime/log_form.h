@@ -49,10 +49,10 @@ class UsualLine {
 
 inline constexpr char kOtherForm[] =
     "no line has the form 'Jan 12 00:00:12 board user.err webapp[12]: disk full' or another one "
-    "of tarviod(8), so none counts: change the format of the log as it says";
+    "of tarviod.conf(5), so none counts: change the format of the log as it says";
 inline constexpr char kLinesWithoutLevel[] =
     "the lines have no level, so those of hooks without one do not count: add 'level.TEXT: err' "
-    "for each hook.TEXT, or change the format of the log as tarviod(8) says";
+    "for each hook.TEXT, or change the format of the log as tarviod.conf(5) says";
 
 // Whether the lines of a log can count.
 class FormJudge {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <span>
 
 namespace runtime {
 
@@ -35,29 +36,17 @@ class Fields {
     return number_of<Number>(text());
   }
 
-  AppState state() {
-    const std::string_view word = text();
-    for (size_t i = 0; i < kAppStateWords.size(); ++i) {
-      if (word == kAppStateWords[i]) return static_cast<AppState>(i);
-    }
-    ok_ = false;
-    return AppState::kStopped;
-  }
+  AppState state() { return static_cast<AppState>(index_of(text(), kAppStateWords)); }
 
   // "-", or a kind and a number with a blank between them.
   AppExit exit() {
     const std::string_view field = text();
     if (field == "-") return {};
     const size_t blank = field.find(' ');
-    const std::string_view kind = part(field, 0, blank);
-    AppExit exit;
-    exit.kind = kind == "status"   ? ExitKind::kStatus
-                : kind == "signal" ? ExitKind::kSignal
-                                   : ExitKind::kNotRun;
-    ok_ = ok_ && blank != std::string_view::npos &&
-          (exit.kind != ExitKind::kNotRun || kind == "not-run");
-    exit.number = ok_ ? number_of<int>(part(field, blank + 1, field.size())) : 0;
-    return exit;
+    const size_t kind = index_of(part(field, 0, blank), kExitWords);
+    ok_ = ok_ && blank != std::string_view::npos;
+    return {.kind = static_cast<ExitKind>(kind),
+            .number = ok_ ? number_of<int>(part(field, blank + 1, field.size())) : 0};
   }
 
   // "-" is none.
@@ -70,6 +59,13 @@ class Fields {
   [[nodiscard]] bool done() const { return ok_ && at_end_; }
 
  private:
+  size_t index_of(std::string_view word, std::span<const std::string_view> words) {
+    const size_t index = static_cast<size_t>(std::ranges::find(words, word) - words.begin());
+    if (index < words.size()) return index;
+    ok_ = false;
+    return 0;
+  }
+
   template <typename Number>
   Number number_of(std::string_view digits) {
     Number number = 0;

@@ -29,11 +29,23 @@ constexpr std::string_view word_for(AppState state) {
   return kAppStateWords[static_cast<size_t>(state)];
 }
 
-// How the start file's process has ended.
-enum class ExitKind : uint8_t { kNone, kStatus, kSignal, kNotRun };
+// How an application has ended, or what kept its start file from running. The names in the file are
+// those of kExitWords.
+enum class ExitKind : uint8_t { kNone, kStatus, kSignal, kNotRun, kNoOutput, kNoLimits, kNoUser };
+inline constexpr std::array<std::string_view, 7> kExitWords = {
+    "-", "status", "signal", "not-run", "no-output", "no-limits", "no-user"};
 struct AppExit {
   ExitKind kind = ExitKind::kNone;
   int number = 0;  // exit status, signal, or the errno value of what kept it from running
+
+  [[nodiscard]] bool is_not_run() const { return kind >= ExitKind::kNotRun; }
+  // What could not be done, for one that was not run.
+  [[nodiscard]] const char* failed_step() const {
+    return kind == ExitKind::kNoOutput   ? "cannot open its output"
+           : kind == ExitKind::kNoLimits ? "cannot set its priority and limits"
+           : kind == ExitKind::kNoUser   ? "cannot become its user"
+                                         : "cannot run its start file";
+  }
 };
 
 struct AppLine {
@@ -46,6 +58,9 @@ struct AppLine {
   std::string_view installed;  // version of the package
   std::string_view running;    // version of the package when it was started; empty for none
 };
+
+// Of the limit: so many are short of it, of which the manager warns.
+inline constexpr long long kMostDescriptorPercent = 80;
 
 struct StatusLine {
   int level = 0;

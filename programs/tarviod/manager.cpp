@@ -44,15 +44,14 @@ const char* name_of(Job job) {
                               : "starting the applications";
 }
 
-// True once the applications are stopped for good.
-bool report_result() {
+// The job that is done.
+Job report_result() {
   const Result result = read_result();
-  const bool is_stop = result.job == stop_for_good;
   if (result.code != 0) {
     const tarvio::CString text(tq_get_err_mes(result.code));
     warn(name_of(result.job), text == nullptr ? strerror(ENOMEM) : text.get());
   }
-  return is_stop;
+  return result.job;
 }
 
 enum class Event { kEnd, kReload, kResult, kReport, kTimeout };
@@ -83,7 +82,7 @@ void stop_applications(int signal_fd) {
   run_on_server(stop_for_good);
   while (true) {
     const Event event = wait_for_event(signal_fd, kNoFd, Deadline::never());
-    if (event == Event::kResult && report_result()) return;
+    if (event == Event::kResult && report_result() == stop_for_good) return;
     if (event == Event::kEnd) return warn(kStopping, "cut short by a second signal");
   }
 }
@@ -113,9 +112,7 @@ void report_count(int applications) {
   (void)fflush(stdout);
   tq_log_func(TQ_LOG_INFO, TARVIO_UNIT, __LINE__, "%d applications installed, answering on %s",
               applications, TQ_COM_SOCKET_PATH);
-  char state[64];
-  (void)snprintf(state, sizeof state, "STATUS=%d application%s installed", applications, plural);
-  notify(state);
+  notify_installed(applications);
 }
 
 // A file with a mistake changes nothing.
@@ -128,11 +125,11 @@ void read_config_again(const Options& options, LogWatch& log_watch) {
   name_unknown_applications(options, log_watch.config());
 }
 
+// Done with the result of the refresh.
 void reload(const Options& options, LogWatch& log_watch) {
   notify_reloading();
   read_config_again(options, log_watch);
   run_on_server(refresh);
-  notify("READY=1");
 }
 
 // A file that is not whole is reported and ignored, one of another boot is of no use.
@@ -180,11 +177,12 @@ void serve(const Options& options, int signal_fd, LogWatch& log_watch) {
     }
     if (event == Event::kTimeout) log_watch.start_reader();
     if (event == Event::kReload) reload(options, log_watch);
-    if (event == Event::kResult) (void)report_result();
+    if (event == Event::kResult && report_result() == refresh) notify("READY=1");
   }
-  notify("STOPPING=1\nSTATUS=stopping the applications");
+  const bool stops = !options.keep_applications;
+  notify(stops ? "STOPPING=1\nSTATUS=stopping the applications" : "STOPPING=1");
   log_watch.stop();
-  if (!options.keep_applications) stop_applications(signal_fd);
+  if (stops) stop_applications(signal_fd);
   (void)unlink(TQ_COM_SOCKET_PATH);
 }
 

@@ -15,6 +15,7 @@
 #include "keeper/keeper.h"
 #include "manager.h"
 #include "runtime/config.h"
+#include "runtime/run_paths.h"
 #include "settings/command_line.h"
 #include "settings/warn.h"
 #include "supervision/background.h"
@@ -53,6 +54,8 @@ int main(int argc, char** argv) {
   }
   if (argc > 0 && strcmp(argv[0], tarviod::kKeeperName) == 0) return tarviod::run_keeper();
   fill_standard_streams();
+  // What else it has inherited is for none of the processes that it starts.
+  (void)close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   tarviod::meet_supervisor();
   (void)unsetenv(tarviod::kApplicationVariable);  // of the application that may have started it
   tarviod::CommandLine line = tarviod::parse_command_line(argc, argv);
@@ -90,6 +93,7 @@ int main(int argc, char** argv) {
   if (!tarviod::set_up(options, log_watch, runner)) return tarviod::kExitFailure;
   if (options.pid_file != nullptr && !tarviod::write_pid_file(options.pid_file)) {
     (void)unlink(TQ_COM_SOCKET_PATH);
+    (void)unlink(runtime::kStatePath);
     return tarviod::kExitFailure;
   }
   background.ready();

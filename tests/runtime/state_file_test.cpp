@@ -76,15 +76,25 @@ TEST(StateFile, HasALineForEachApplication) {
 
 TEST(StateFile, KnowsHowAnApplicationHasEnded) {
   const std::string text = kHead + "app\ta\tended\t0\t1\t1\tsignal 11\t1\t-\n" +
-                           "app\tb\trestarting\t0\t1\t1\tnot-run 13\t1\t-\nend\n";
+                           "app\tb\trestarting\t0\t1\t1\tnot-run 13\t1\t-\n" +
+                           "app\tc\tended\t0\t1\t1\tno-output 2\t1\t-\n" +
+                           "app\td\tended\t0\t1\t1\tno-limits 1\t1\t-\n" +
+                           "app\te\tended\t0\t1\t1\tno-user 22\t1\t-\nend\n";
   const auto file = StateFile::parse(text);
   ASSERT_TRUE(file);
   const std::vector<runtime::AppLine> apps = apps_of(*file);
-  ASSERT_EQ(apps.size(), 2U);
+  ASSERT_EQ(apps.size(), 5U);
   EXPECT_EQ(apps[0].exit.kind, ExitKind::kSignal);
   EXPECT_EQ(apps[0].exit.number, 11);
   EXPECT_EQ(apps[1].exit.kind, ExitKind::kNotRun);
   EXPECT_EQ(apps[1].exit.number, 13);
+  EXPECT_STREQ(apps[1].exit.failed_step(), "cannot run its start file");
+  EXPECT_FALSE(apps[0].exit.is_not_run());
+  EXPECT_TRUE(apps[1].exit.is_not_run());
+  EXPECT_STREQ(apps[2].exit.failed_step(), "cannot open its output");
+  EXPECT_STREQ(apps[3].exit.failed_step(), "cannot set its priority and limits");
+  EXPECT_STREQ(apps[4].exit.failed_step(), "cannot become its user");
+  EXPECT_EQ(apps[4].exit.number, 22);
 }
 
 TEST(StateFile, HasTheStatuses) {

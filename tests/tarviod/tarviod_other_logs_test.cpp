@@ -57,12 +57,12 @@ TEST_F(WatchedLog, TakesTheLevelOfTheHookForLinesWithoutOne) {
 
 constexpr char kOtherForm[] =
     "tarviod: /var/log/messages: no line has the form 'Jan 12 00:00:12 board user.err webapp[12]: "
-    "disk full' or another one of tarviod(8), so none counts: change the format of the log as it "
-    "says\n";
+    "disk full' or another one of tarviod.conf(5), so none counts: change the format of the log as "
+    "it says\n";
 constexpr char kNoLevel[] =
     "tarviod: /var/log/messages: the lines have no level, so those of hooks without one do not "
     "count: add 'level.TEXT: err' for each hook.TEXT, or change the format of the log as "
-    "tarviod(8) says\n";
+    "tarviod.conf(5) says\n";
 
 struct UselessForm {
   const char* name;

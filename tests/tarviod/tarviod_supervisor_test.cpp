@@ -37,11 +37,21 @@ TEST(TarviodSupervisor, HearsOfTheWholeLife) {
   EXPECT_TRUE(manager.answers());
   manager.send(SIGHUP);
   EXPECT_THAT(supervisor.next(), MatchesRegex("RELOADING=1\nMONOTONIC_USEC=[1-9][0-9]*"));
+  EXPECT_EQ(supervisor.next(), "STATUS=1 application installed");
   EXPECT_EQ(supervisor.next(), "READY=1");
   manager.send(SIGTERM);
   EXPECT_EQ(supervisor.next(), kStopping);
   EXPECT_EQ(manager.end(), 0);
   EXPECT_EQ(supervisor.next_if_any(), "");
+}
+
+TEST(TarviodSupervisor, HearsNothingOfStopsThatAreNotMeant) {
+  const Supervisor supervisor;
+  Tarviod manager({"--keep-applications"}, supervisor.environment());
+  while (supervisor.next() != "READY=1") continue;
+  manager.send(SIGTERM);
+  EXPECT_EQ(supervisor.next(), "STOPPING=1");
+  EXPECT_EQ(manager.end(), 0);
 }
 
 TEST(TarviodSupervisor, MayHaveAnAbstractSocket) {
@@ -58,6 +68,7 @@ TEST(TarviodSupervisor, HearsThatAReloadWithAMistakeHasEnded) {
   write_file("/etc/tarvio/tarviod.conf", "nonsense\n");
   manager.send(SIGHUP);
   while (supervisor.next().find("RELOADING=1") != 0) continue;
+  EXPECT_EQ(supervisor.next(), "STATUS=0 applications installed");
   EXPECT_EQ(supervisor.next(), "READY=1");
 }
 
@@ -152,6 +163,7 @@ TEST_F(PidFile, KeepsTheManagerFromStartingWhenItCannotBeWritten) {
                             ": No such file or directory: name a file in a directory that can be "
                             "written to\n");
   EXPECT_FALSE(fs::exists(TQ_COM_SOCKET_PATH));
+  EXPECT_FALSE(fs::exists("/run/tarvio/state"));
 }
 
 }  // namespace

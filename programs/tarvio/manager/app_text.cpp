@@ -96,10 +96,10 @@ std::string end_words(const runtime::AppExit& exit) {
       return "status " + number;
     case ExitKind::kSignal:
       return "signal " + number + ": " + strsignal(exit.number);
-    case ExitKind::kNotRun:
-      return std::string("cannot run its start file: ") + strerror(exit.number);
-    default:
+    case ExitKind::kNone:
       return "";
+    default:
+      return std::string(exit.failed_step()) + ": " + strerror(exit.number);
   }
 }
 

@@ -26,9 +26,20 @@ std::optional<Ident> parse_ident(std::string_view word) {
   return Ident{.name = word.substr(0, bracket), .pid = parse_number(digits)};
 }
 
+// "<11>1 2026-11-22T06:34:58+00:00 board NAME PID - - TEXT"
+std::optional<Ident> parse_rfc5424(std::string_view line) {
+  constexpr int kFieldsBeforeName = 3;
+  for (int field = 0; field < kFieldsBeforeName; ++field) (void)take_word(line);
+  const std::string_view name = take_word(line);
+  const std::string_view pid = take_word(line);
+  if (pid.empty()) return std::nullopt;
+  return Ident{.name = name, .pid = parse_number<int32_t>(pid)};
+}
+
 }  // namespace
 
 std::optional<Ident> ident_of(std::string_view line) {
+  if (line.starts_with('<')) return parse_rfc5424(line);
   // "Nov 22 06:34:58", or one word that begins with the year; then a host and a level at most.
   const std::string_view first = take_word(line);
   if (first.empty()) return std::nullopt;

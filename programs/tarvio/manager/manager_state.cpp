@@ -8,7 +8,6 @@
 #include "manager/manager_client.h"
 #include "process/failure.h"
 #include "process/system_file.h"
-#include "runtime/descriptors.h"
 #include "runtime/run_paths.h"
 
 namespace client {
@@ -35,8 +34,7 @@ bool AppFacts::has_failed() const {
 }
 
 bool ManagerState::is_short_of_descriptors() const {
-  return runtime::is_short_of_descriptors(static_cast<uint64_t>(descriptors_used),
-                                          static_cast<uint64_t>(descriptor_limit));
+  return descriptors_used >= descriptor_limit * runtime::kMostDescriptorPercent / 100;
 }
 
 const AppFacts* ManagerState::find_app(const std::string& name) const {

@@ -58,8 +58,8 @@ class Exposition {
 };
 
 void add_manager(const ManagerState& state, Exposition& to) {
-  to.begin(
-      {"tarvio_manager_open_descriptors", "gauge", "", "Descriptors that the manager has open."});
+  to.begin({"tarvio_manager_open_descriptors", "gauge", "",
+            "Descriptors that the manager had open at the last change."});
   to.add({}, state.descriptors_used);
   to.begin({"tarvio_manager_max_descriptors", "gauge", "", "Descriptors that it may have open."});
   to.add({}, state.descriptor_limit);
@@ -86,8 +86,8 @@ void add_figures(const std::vector<Entry>& entries, Exposition& to) {
       {"tarvio_application_starts", "counter", "", "Starts since the manager's first."}, "_total",
       entries, [](const Entry& entry) -> Value { return entry.app->starts; }, to);
   add_family(
-      {"tarvio_application_memory_bytes", "gauge", "bytes", "Resident memory of its processes."},
-      "", entries,
+      {"tarvio_application_memory_bytes", "gauge", "bytes", "Resident memory of its session."}, "",
+      entries,
       [](const Entry& entry) -> Value {
         if (!entry.memory_bytes) return std::nullopt;
         return static_cast<int64_t>(*entry.memory_bytes);

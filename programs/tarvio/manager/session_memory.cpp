@@ -28,6 +28,7 @@ SessionMemory::SessionMemory() {
     const auto pid = static_cast<pid_t>(strtol(entry->d_name, nullptr, 10));
     runtime::ProcessFacts facts;
     if (pid > 0 && runtime::read_process(pid, facts)) {
+      sessions_[pid] = facts.session;
       bytes_[facts.session] += facts.memory_bytes;
     } else if (pid > 0 && !has_gone(errno)) {
       throw Failure::of_system(kCannotRead);
@@ -37,10 +38,10 @@ SessionMemory::SessionMemory() {
   if (errno != 0) throw Failure::of_system(kCannotRead);
 }
 
-std::optional<uint64_t> SessionMemory::of(pid_t session) const {
-  const auto found = bytes_.find(session);
-  if (session == 0 || found == bytes_.end()) return std::nullopt;
-  return found->second;
+std::optional<uint64_t> SessionMemory::of(pid_t pid) const {
+  const auto session = sessions_.find(pid);
+  if (session == sessions_.end()) return std::nullopt;
+  return bytes_.at(session->second);
 }
 
 }  // namespace client

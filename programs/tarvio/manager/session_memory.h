@@ -16,10 +16,11 @@ class SessionMemory {
   // Reads /proc, or throws a Failure.
   SessionMemory();
 
-  // Bytes; none for a session without processes.
-  [[nodiscard]] std::optional<uint64_t> of(pid_t session) const;
+  // Bytes, of the session that a process is in; none for a process that does not exist.
+  [[nodiscard]] std::optional<uint64_t> of(pid_t pid) const;
 
  private:
+  std::map<pid_t, pid_t> sessions_;
   std::map<pid_t, uint64_t> bytes_;
 };
 

@@ -2,6 +2,7 @@
 #include "app_runner.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -57,9 +58,16 @@ int describe_start(const tq_app_info& app, const AppSettings& settings, const ch
   return fits ? 0 : ENAMETOOLONG;
 }
 
+// A file that cannot be opened would keep every application from running.
+bool can_open(const char* output) {
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
+  return tarvio::Fd(::open(output, kFlags, kOutputMode)).valid();
+}
+
 }  // namespace
 
 bool AppRunner::open(const char* output) {
+  if (output[0] == '/' && !can_open(output)) return refuse_file(output);
   output_ = output;
   runner = this;
   return connect() != KeeperFound::kNone;
@@ -194,7 +202,7 @@ int AppRunner::start_at_boot() {
 int AppRunner::reason_not_run(const char* application) const {
   const AppRuns* const runs = runs_.find(application);
   const bool runs_now = runs == nullptr || runs->state == AppState::kRunning;
-  return !runs_now && runs->exit.kind == runtime::ExitKind::kNotRun ? runs->exit.number : 0;
+  return !runs_now && runs->exit.is_not_run() ? runs->exit.number : 0;
 }
 
 void AppRunner::end_keeper() {

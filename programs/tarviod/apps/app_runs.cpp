@@ -37,7 +37,7 @@ AppRuns* AppRunsTable::find_or_add(const char* name) {
 }
 
 AppExit exit_of(const KeptApp& kept) {
-  if (kept.run_error != 0) return {.kind = ExitKind::kNotRun, .number = kept.run_error};
+  if (kept.not_run.is_not_run()) return kept.not_run;
   if (kept.exit_status < 0) return {};
   if (WIFSIGNALED(kept.exit_status))
     return {.kind = ExitKind::kSignal, .number = WTERMSIG(kept.exit_status)};
@@ -57,9 +57,8 @@ ExitText describe(const AppExit& exit) {
       (void)snprintf(text.data(), text.size(), "ended by signal %d (%s)", exit.number,
                      strsignal(exit.number));
       break;
-    case ExitKind::kNotRun:
-      (void)snprintf(text.data(), text.size(), "cannot run its start file: %s",
-                     strerror(exit.number));
+    default:
+      (void)snprintf(text.data(), text.size(), "%s: %s", exit.failed_step(), strerror(exit.number));
       break;
   }
   return text;

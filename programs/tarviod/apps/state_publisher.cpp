@@ -1,11 +1,9 @@
 #include "state_publisher.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,6 +14,7 @@
 #include "runtime/run_paths.h"
 #include "runtime/whole_file.h"
 #include "settings/warn.h"
+#include "supervision/descriptors.h"
 #include "tarvio/app.h"
 #include "tarvio/status_manager.h"
 
@@ -62,20 +61,8 @@ void write_version(FILE* file, const char* version) {
 }
 
 void write_exit(FILE* file, const runtime::AppExit& exit) {
-  switch (exit.kind) {
-    case ExitKind::kNone:
-      (void)fputs("\t-", file);
-      return;
-    case ExitKind::kStatus:
-      (void)fprintf(file, "\tstatus %d", exit.number);
-      return;
-    case ExitKind::kSignal:
-      (void)fprintf(file, "\tsignal %d", exit.number);
-      return;
-    case ExitKind::kNotRun:
-      (void)fprintf(file, "\tnot-run %d", exit.number);
-      return;
-  }
+  write_field(file, runtime::kExitWords[static_cast<size_t>(exit.kind)].data());
+  if (exit.kind != ExitKind::kNone) (void)fprintf(file, " %d", exit.number);
 }
 
 bool is_running(runtime::AppState state) {
@@ -116,22 +103,6 @@ tarvio::CString compose_body(const AppRunsTable& table) {
   return text.take();
 }
 
-int open_descriptors() {
-  const tarvio::Directory directory(opendir("/proc/self/fd"));
-  int count = 0;
-  while (directory != nullptr) {
-    const dirent* const entry = readdir(directory.get());
-    if (entry == nullptr) break;
-    if (entry->d_name[0] != '.') ++count;
-  }
-  return count - 1;  // without the directory itself
-}
-
-int descriptor_limit() {
-  rlimit limit = {};
-  return getrlimit(RLIMIT_NOFILE, &limit) == 0 ? static_cast<int>(limit.rlim_cur) : 0;
-}
-
 }  // namespace
 
 void StatePublisher::end() {
@@ -151,6 +122,8 @@ void StatePublisher::publish(const AppRunsTable& runs) {
   }
   if (!has_failed_) warn(runtime::kStatePath, strerror(errno));
   has_failed_ = true;
+  forget();
+  (void)unlink(runtime::kStatePath);  // it would say what was true before
 }
 
 bool StatePublisher::write(const char* body) {
@@ -159,18 +132,18 @@ bool StatePublisher::write(const char* body) {
   if (!runtime::read_boot_id(boot) || !runtime::read_process(getpid(), manager)) return false;
   Text text;
   if (text.file() == nullptr) return false;
-  (void)fprintf(text.file(),
-                "tarvio-state\t1\nboot\t%s\nmanager\t%d\t%llu\ndescriptors\t%d\t%d\n%send\n",
-                boot.text, static_cast<int>(manager.id.pid),
-                static_cast<unsigned long long>(manager.id.start), open_descriptors(),
-                descriptor_limit(), body);
+  const Descriptors descriptors = count_descriptors();
+  (void)fprintf(
+      text.file(), "tarvio-state\t1\nboot\t%s\nmanager\t%d\t%llu\ndescriptors\t%d\t%d\n%send\n",
+      boot.text, static_cast<int>(manager.id.pid),
+      static_cast<unsigned long long>(manager.id.start), descriptors.used, descriptors.limit, body);
   const tarvio::CString whole = text.take();
   return whole != nullptr &&
          runtime::write_whole_file(runtime::kStatePath, whole.get(), mode_, group_);
 }
 
 tarvio::CString read_published_state() {
-  const tarvio::Fd file(open(runtime::kStatePath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  const tarvio::Fd file(open(runtime::kStatePath, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
   struct stat info = {};
   if (!file.valid() && errno == ENOENT) return nullptr;
   if (!file.valid() || fstat(file.get(), &info) != 0) {

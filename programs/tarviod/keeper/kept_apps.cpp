@@ -49,13 +49,14 @@ KeptApp App::facts() const {
   copy_text(facts.name, name.get());
   copy_text(facts.version, run.settings.version.get());
   facts.state = run.state;
-  facts.process = run.start.id();
+  facts.process = run.start.is_running() ? run.start.id() : run.oldest;
   facts.since = run.since;
   facts.starts = run.settings.starts;
   facts.stop_timeout_ms = run.settings.stop_timeout_ms;
   // A start file that leaves another process ends well before that one does.
-  facts.exit_status = run.start.status() == 0 ? run.other_status : run.start.status();
-  facts.run_error = run.start.run_error();
+  const int status = run.start.status() == 0 ? run.other_status : run.start.status();
+  facts.exit_status = is_live() ? -1 : status;
+  facts.not_run = run.start.failure();
   return facts;
 }
 
@@ -209,7 +210,7 @@ void KeptApps::reap() {
       if (run.stop.runs_as(pid)) {
         run.stop.end(status);
         // A stop file that cannot run is none.
-        if (run.stop.run_error() != 0 && run.step == Run::Step::kAsk) take_step(app);
+        if (run.stop.failure().is_not_run() && run.step == Run::Step::kAsk) take_step(app);
       }
     }
   }
@@ -229,7 +230,12 @@ void KeptApps::settle() {
   bool has_ended = false;
   for (App& app : apps_) {
     if (!has_table || !may_have_ended(app)) continue;
-    if (table.has(app.name.get(), app.leaders(), getpid())) continue;
+    if (const ProcessId oldest = table.find_oldest(app.name.get(), app.leaders(), getpid());
+        oldest.pid != 0) {
+      has_changed_ = has_changed_ || oldest != app.run.oldest;
+      app.run.oldest = oldest;
+      continue;
+    }
     if (table.is_in_doubt() && !doubt_end_.passed()) {
       is_undecided = true;
       continue;

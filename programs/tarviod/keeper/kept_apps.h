@@ -28,7 +28,8 @@ struct Run {
   StopCopy stop_copy;
   KeptState state = KeptState::kStopped;
   time_t since = 0;
-  int other_status = 0;  // of the process that has ended last, the start file's aside
+  int other_status = 0;       // of the process that has ended last, the start file's aside
+  runtime::ProcessId oldest;  // once the start file's has ended
   Step step = Step::kAsk;
   tarvio::Deadline next_step = tarvio::Deadline::never();
 };

@@ -55,24 +55,24 @@ bool Launch::prepare(const Program& program) {
 
 void Launch::go() {
   if (retried([this] { return send(channel_.get(), "", 1, MSG_NOSIGNAL); }) != 1) {
-    run_error_ = errno;
+    failure_ = {.kind = runtime::ExitKind::kNotRun, .number = errno};
     channel_.reset();  // which ends the process
     return;
   }
-  if (tarvio::wait_for(channel_.get(), POLLIN, Deadline::after(kExecMs))) take_error();
+  if (tarvio::wait_for(channel_.get(), POLLIN, Deadline::after(kExecMs))) take_failure();
 }
 
 void Launch::end(int status) {
   status_ = status;
-  take_error();
+  take_failure();
   channel_.reset();
 }
 
 // An executed program has closed its end: then there is nothing to wait for.
-void Launch::take_error() {
-  int error = 0;
-  const ssize_t count = recv(channel_.get(), &error, sizeof error, MSG_DONTWAIT);
-  if (count == sizeof error) run_error_ = error;
+void Launch::take_failure() {
+  runtime::AppExit failure;
+  const ssize_t count = recv(channel_.get(), &failure, sizeof failure, MSG_DONTWAIT);
+  if (count == sizeof failure) failure_ = failure;
   if (count >= 0) channel_.reset();
 }
 

@@ -56,18 +56,18 @@ class Launch {
 
   [[nodiscard]] const runtime::ProcessId& id() const { return id_; }  // 0 before `prepare`
   [[nodiscard]] int status() const { return status_; }                // -1 until its end
-  // Why the program could not be executed; 0 as long as nothing kept it from that.
-  [[nodiscard]] int run_error() const { return run_error_; }
+  // What kept the program from running; of no kind as long as nothing did.
+  [[nodiscard]] const runtime::AppExit& failure() const { return failure_; }
 
  private:
   static constexpr int kNone = -1;
 
-  void take_error();
+  void take_failure();
 
   runtime::ProcessId id_;
   int status_ = kNone;
-  int run_error_ = 0;
-  tarvio::Fd channel_;  // takes the word to go on, and gives the error
+  runtime::AppExit failure_;
+  tarvio::Fd channel_;  // takes the word to go on, and gives the failure
 };
 
 }  // namespace tarviod

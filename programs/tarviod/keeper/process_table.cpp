@@ -132,8 +132,14 @@ int ProcessTable::mark(const char* name, Leaders leaders, pid_t parent) {
       std::count_if(rows().begin(), rows().end(), [](const Row& row) { return row.is_meant; }));
 }
 
-bool ProcessTable::has(const char* name, Leaders leaders, pid_t parent) {
-  return mark(name, leaders, parent) > 0;
+ProcessId ProcessTable::find_oldest(const char* name, Leaders leaders, pid_t parent) {
+  ProcessId oldest;
+  (void)mark(name, leaders, parent);
+  for (const Row& row : rows()) {
+    const ProcessId& id = row.facts.id;
+    if (row.is_meant && (oldest.pid == 0 || id.start < oldest.start)) oldest = id;
+  }
+  return oldest;
 }
 
 int ProcessTable::send(const char* name, Leaders leaders, int signal) {

@@ -27,9 +27,10 @@ class ProcessTable {
   // leaders  of its sessions; some may have ended, and process id 0 is none.
   using Leaders = std::span<const runtime::ProcessId>;
 
-  // Whether the application has a process. Outside of its sessions they count once they have been
-  // left to the parent: it gets a signal at their end.
-  bool has(const char* name, Leaders leaders, pid_t parent);
+  // The oldest process of the application, which is no other one's child; with process id 0 when it
+  // has none. Outside of its sessions they count once they have been left to the parent: it gets a
+  // signal at their end.
+  runtime::ProcessId find_oldest(const char* name, Leaders leaders, pid_t parent);
 
   // Some process was ending or becoming another program just then, so that the application may have
   // processes that could not be seen.

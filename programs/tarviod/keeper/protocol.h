@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include "runtime/process_id.h"
+#include "runtime/state_file.h"
 
 namespace tarviod {
 
@@ -27,6 +28,9 @@ enum class Ask : uint32_t {
   kWatch,  // answered, and from then on with a byte after each change of an application
   kEnd,    // stops all applications, then answers and ends
 };
+
+// Of a file that applications print to.
+inline constexpr mode_t kOutputMode = 0644;
 
 // 0: as the manager's.
 struct AppLimits {
@@ -82,14 +86,15 @@ struct KeptApp {
   char name[kMaxNameBytes + 1];
   char version[kMaxVersionBytes + 1];
   KeptState state;
-  runtime::ProcessId process;  // the start file's
-  int64_t since;               // of the state, in seconds since the epoch
+  // The start file's, or, once that has ended, the oldest one of the application.
+  runtime::ProcessId process;
+  int64_t since;  // of the state, in seconds since the epoch
   int32_t starts;
   int32_t stop_timeout_ms;
-  // As waitpid gives it, once the start file's process has ended; else -1. The start file's, or,
-  // when that one is 0, that of the process of its session that has ended last.
+  // As waitpid gives it, once the application has ended; else -1. The start file's, or, when that
+  // one is 0, that of the process of its session that has ended last.
   int32_t exit_status;
-  int32_t run_error;  // why the start file could not be executed, an errno value; else 0
+  runtime::AppExit not_run;  // what kept the start file from running; of no kind when nothing did
 };
 
 }  // namespace tarviod

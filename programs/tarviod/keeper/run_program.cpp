@@ -22,10 +22,10 @@ namespace tarviod {
 
 namespace {
 
+using runtime::ExitKind;
 using tarvio::Fd;
 
 constexpr int kCannotRun = 127;
-constexpr mode_t kOutputMode = 0644;
 
 // The keeper's listening socket in a child that hangs would look like a keeper.
 void close_all_but(int channel, int copy) {
@@ -107,13 +107,17 @@ bool take_user_and_group(const char* name, const char* group) {
          (group[0] == '\0' ? setgid(user->pw_gid) == 0 : take_group(group)) && setuid(number) == 0;
 }
 
-bool become(const Program& program) {
+// Of no kind, or, with errno, of what cannot be had.
+ExitKind become(const Program& program) {
   const RunSettings& settings = program.settings;
   reset_signals();
-  return setsid() >= 0 && setenv(kApplicationVariable, program.application, 1) == 0 &&
-         open_output(settings.output.get()) && set_priority(settings.nice) &&
-         set_limits(settings.limits) &&
-         take_user_and_group(settings.user.get(), settings.group.get());
+  if (setsid() < 0 || setenv(kApplicationVariable, program.application, 1) != 0) {
+    return ExitKind::kNotRun;
+  }
+  if (!open_output(settings.output.get())) return ExitKind::kNoOutput;
+  if (!set_priority(settings.nice) || !set_limits(settings.limits)) return ExitKind::kNoLimits;
+  const bool is_user = take_user_and_group(settings.user.get(), settings.group.get());
+  return is_user ? ExitKind::kNone : ExitKind::kNoUser;
 }
 
 void execute(const char* file, int copy) {
@@ -128,14 +132,19 @@ void execute(const char* file, int copy) {
 }  // namespace
 
 void run_program(const Program& program, int channel) {
+  ExitKind kind = ExitKind::kNoOutput;
   if (take_streams(program.streams)) {
     close_all_but(channel, program.copy_fd);
     char byte = 0;
     if (tarvio::read_some(channel, {&byte, 1}) != 1) _exit(kCannotRun);
-    if (become(program)) execute(program.file, program.copy_fd);
+    kind = become(program);
+    if (kind == ExitKind::kNone) {
+      execute(program.file, program.copy_fd);
+      kind = ExitKind::kNotRun;
+    }
   }
-  const int error = errno;
-  (void)send(channel, &error, sizeof error, MSG_NOSIGNAL);
+  const runtime::AppExit failure = {.kind = kind, .number = errno};
+  (void)send(channel, &failure, sizeof failure, MSG_NOSIGNAL);
   _exit(kCannotRun);
 }
 

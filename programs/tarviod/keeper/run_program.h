@@ -7,7 +7,7 @@
 namespace tarviod {
 
 // Waits for a byte from the channel, becomes what the settings say, and executes the program. Sends
-// the error back when that fails.
+// the failure back when it cannot.
 [[noreturn]] void run_program(const Program& program, int channel);
 
 }  // namespace tarviod

@@ -14,12 +14,15 @@ using tarvio::Deadline;
 
 constexpr int kRequestTimeMs = 5000;
 constexpr int kPauseMs = 100;
+constexpr int kGrowthMs = 100;  // between looks at a request of which a part has come
 
 int unread_bytes(int client) {
   int bytes = 0;
   (void)ioctl(client, FIONREAD, &bytes);
   return bytes;
 }
+
+bool has_enough(int client) { return unread_bytes(client) >= Connections::kEnoughBytes; }
 
 }  // namespace
 
@@ -36,18 +39,25 @@ bool Connections::has_client() const {
 void Connections::wait(Others& others, const Deadline& until) {
   std::copy(others.begin(), others.end(), files_.begin() + kOther);
   files_[kListening] = {.fd = listening_fd_, .events = POLLIN, .revents = 0};
+  Deadline next = count_ == 0 ? until : Deadline::sooner(until, all_[0].until);
   for (size_t at = 0; at < count_; ++at) {
-    files_[kFirst + at] = {.fd = all_[at].fd, .events = POLLRDHUP, .revents = 0};
+    const int unread = unread_bytes(all_[at].fd);
+    // Its first bytes end the wait, and would end each one after it.
+    const short events = unread == 0 ? POLLIN | POLLRDHUP : POLLRDHUP;
+    files_[kFirst + at] = {.fd = all_[at].fd, .events = events, .revents = 0};
+    if (unread > 0) {
+      next = Deadline::sooner(next, Deadline::after(unread < kEnoughBytes ? kGrowthMs : 0));
+    }
   }
-  const Deadline overdue = count_ == 0 ? Deadline::never() : all_[0].until;
-  (void)poll(files_.data(), kFirst + count_, Deadline::sooner(until, overdue).remaining_ms());
+  (void)poll(files_.data(), kFirst + count_, next.remaining_ms());
   std::copy_n(files_.begin() + kOther, others.size(), others.begin());
 }
 
 bool Connections::advance() {
   for (size_t at = 0; at < count_; ++at) {
-    if (files_[kFirst + at].revents == 0) continue;
-    (void)handler_(remove(at));
+    const bool has_ended = (files_[kFirst + at].revents & ~POLLIN) != 0;
+    if (!has_ended && !has_enough(all_[at].fd)) continue;
+    serve(remove(at), has_ended);
     return true;
   }
   return files_[kListening].revents != 0 ? accept_one() : end_overdue();
@@ -64,16 +74,15 @@ bool Connections::accept_one() {
   return true;
 }
 
-// A client that cannot send all since nobody reads it is served without the rest.
+// The handler reads to the end of the data.
+void Connections::serve(int client, bool has_ended) {
+  if (!has_ended) (void)shutdown(client, SHUT_RD);
+  (void)handler_(client);
+}
+
 bool Connections::end_overdue() {
   if (count_ == 0 || !all_[0].until.passed()) return false;
-  const int client = remove(0);
-  if (unread_bytes(client) < kEnoughBytes) {
-    (void)close(client);
-  } else {
-    (void)shutdown(client, SHUT_RD);
-    (void)handler_(client);
-  }
+  (void)close(remove(0));
   return true;
 }
 

@@ -12,8 +12,9 @@
 
 namespace tarviod {
 
-// Hands each connection over when its request is complete, so that a client that is silent keeps
-// no other one waiting; of several, the one that connected first. For one thread, to the end of the
+// Hands each connection over when its request is complete: its sending side is shut, or enough has
+// come. So a client that is silent keeps no other one waiting; of several, the one that connected
+// first. For one thread, to the end of the
 // process: nothing is closed before.
 class Connections {
  public:
@@ -25,6 +26,8 @@ class Connections {
   // handler  takes a connection over and closes it.
   void open(int listening_fd, tq_com_handler_func handler);
 
+  // Of those whose requests are not complete.
+  [[nodiscard]] size_t count() const { return count_; }
   // A client is connected.
   [[nodiscard]] bool has_client() const;
 
@@ -46,6 +49,7 @@ class Connections {
 
   bool accept_one();
   bool end_overdue();
+  void serve(int client, bool has_ended);
   bool make_room();
   // Lets go of a connection, which is the caller's then.
   int remove(size_t at);

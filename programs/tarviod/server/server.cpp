@@ -15,9 +15,10 @@
 #include "base/chain.h"
 #include "base/pipe.h"
 #include "connections.h"
-#include "descriptor_warning.h"
 #include "listening_socket.h"
 #include "settings/warn.h"
+#include "supervision/descriptors.h"
+#include "supervision/notify.h"
 #include "supervision/watchdog.h"
 #include "tarvio/app.h"
 #include "tarvio/com.h"
@@ -69,12 +70,19 @@ constinit tq_refresh_result refreshed = {};  // by the last refresh
 constinit RecordPipe<Job> jobs;
 constinit RecordPipe<Result> results;
 
+// The file of states has their number.
+void see_to_descriptors() {
+  if (!watch_descriptors()) return;
+  publisher.forget();
+  publisher.publish(runner->runs());
+}
+
 // After everything that may have changed an application or a status.
 void catch_up() {
   runner->follow();
   publisher.publish(runner->runs());
-  due = runner->next_due();
-  watch_descriptors();
+  due = Deadline::sooner(runner->next_due(), publisher.due());
+  see_to_descriptors();
 }
 
 void run_job() {
@@ -114,7 +122,9 @@ uint32_t serve_client(int32_t client) {
     } else if (own[1].revents != 0 || due.passed()) {
       catch_up();
     } else {
+      const size_t before = clients.count();
       (void)clients.advance();
+      if (clients.count() > before) see_to_descriptors();
     }
   }
 }
@@ -225,6 +235,7 @@ int start_at_boot() { return runner->start_at_boot(); }
 int look_around() { return 0; }
 
 int refresh() {
+  publisher.forget();
   refreshed = {};
   const int code = tq_refresh_applications(&refreshed);
   char text[96];
@@ -232,6 +243,11 @@ int refresh() {
                  static_cast<int>(refreshed.added), static_cast<int>(refreshed.removed),
                  static_cast<int>(refreshed.changed));
   if (refreshed.added + refreshed.removed + refreshed.changed > 0) inform("applications", text);
+  int count = 0;
+  for (const tq_app_info* app : tarvio::Elements<const tq_app_info>(tq_known_applications())) {
+    count += app != nullptr ? 1 : 0;
+  }
+  notify_installed(count);
   return code;
 }
 

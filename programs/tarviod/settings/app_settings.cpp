@@ -131,13 +131,19 @@ constexpr std::array<Key, 10> kKeys = {{
      .complaint = "nice is not a number from -20 to 19: write one"},
     {.name = "max_memory",
      .store = store_max_memory,
-     .complaint = "max_memory is not a number of bytes: write one such as 65536K or 64M"},
+     .complaint =
+         "max_memory is not a number of bytes above 0: write one such as 65536K or 64M, or "
+         "remove the line for no limit"},
     {.name = "max_open_files",
      .store = store_max_open_files,
-     .complaint = "max_open_files is not a number: write one from 1 to 1000000"},
+     .complaint =
+         "max_open_files is not a number from 1 to 1000000: write one, or remove the line for "
+         "no limit"},
     {.name = "max_processes",
      .store = store_max_processes,
-     .complaint = "max_processes is not a number: write one from 1 to 1000000"},
+     .complaint =
+         "max_processes is not a number from 1 to 1000000: write one, or remove the line for "
+         "no limit"},
 }};
 
 const Key* find_key(const char* name) {
@@ -163,6 +169,13 @@ bool is_settings_file(const dirent& entry) {
          strcmp(entry.d_name + length - kSuffixLength, kAppSettingsSuffix) == 0;
 }
 
+bool refuse_unreadable() {
+  char why[128];
+  (void)snprintf(why, sizeof why, "%s: make it a directory that can be read", strerror(errno));
+  warn(kAppSettingsDirectory, why);
+  return false;
+}
+
 }  // namespace
 
 bool read_app_settings(const char* application, AppSettings& settings) {
@@ -186,8 +199,7 @@ bool read_app_settings(const char* application, AppSettings& settings) {
 
 bool check_all_app_settings(bool (*is_known)(const char* application)) {
   const tarvio::Directory directory(opendir(kAppSettingsDirectory));
-  bool ok = directory != nullptr || errno == ENOENT;
-  if (!ok) warn(kAppSettingsDirectory, strerror(errno));
+  bool ok = directory != nullptr || errno == ENOENT || refuse_unreadable();
   while (directory != nullptr) {
     errno = 0;
     const dirent* const entry = readdir(directory.get());
@@ -199,12 +211,11 @@ bool check_all_app_settings(bool (*is_known)(const char* application)) {
     AppSettings settings;
     ok = read_app_settings(name, settings) && ok;
     if (is_known(name)) continue;
-    warn(entry->d_name,
-         "no application of this name is installed: name the file after its package");
+    char path[PATH_MAX];
+    (void)snprintf(path, sizeof path, "%s/%s", kAppSettingsDirectory, entry->d_name);
+    warn(path, "no application of this name is installed: name the file after its package");
   }
-  if (directory == nullptr || errno == 0) return ok;
-  warn(kAppSettingsDirectory, strerror(errno));
-  return false;
+  return directory == nullptr || errno == 0 ? ok : refuse_unreadable();
 }
 
 }  // namespace tarviod

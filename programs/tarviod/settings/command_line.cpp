@@ -21,8 +21,8 @@ constexpr char kHelp[] =
     "The resident application manager: starts and stops the installed applications, keeps\n"
     "their statuses, and answers tarvio and other clients on\n"
     "/usr/local/share/tarvio/ipcom. Runs in the foreground until SIGTERM or SIGINT, then\n"
-    "stops the applications that it started and exits. SIGHUP makes it read its\n"
-    "configuration again.\n"
+    "stops the applications and exits. SIGHUP makes it read its configuration and the\n"
+    "installed applications again. tarviod.conf(5) describes the configuration.\n"
     "\n"
     "  -c, --config FILE        read FILE instead of /etc/tarvio/tarviod.conf\n"
     "      --check-config       report mistakes in the configuration and exit\n"
@@ -33,7 +33,8 @@ constexpr char kHelp[] =
     "  -s, --start-all          start all applications that are enabled\n"
     "  -k, --keep-applications  leave the applications running on exit\n"
     "      --output WHERE       where applications print to: syslog (default with --daemon),\n"
-    "                           inherit (the manager's streams; default without), or a file\n"
+    "                           inherit (the manager's streams; default without), or the\n"
+    "                           path of a file, with a slash\n"
     "      --pid-file FILE      write the manager's process id to FILE once requests are\n"
     "                           answered, and remove FILE on exit\n"
     "      --socket-mode MODE   access mode of the socket, in octal (default 0666)\n"
@@ -114,6 +115,10 @@ const char* absolute(const char* path, char (&joined)[PATH_MAX]) {
 using Status = std::optional<int>;
 
 Status set_path(const char*& path, char (&joined)[PATH_MAX]) {
+  if (optarg[0] == '\0') {
+    (void)fputs("tarviod: the name of a file must not be empty\n", stderr);
+    return refuse_line();
+  }
   path = absolute(optarg, joined);
   return path == nullptr ? Status(kExitFailure) : std::nullopt;
 }
@@ -133,6 +138,12 @@ Status set_output(Options& options) {
   options.output = optarg;
   if (strcmp(optarg, kSyslogOutput) == 0 || strcmp(optarg, kInheritedOutput) == 0) {
     return std::nullopt;
+  }
+  // More likely a mistyped word than a file in the current directory.
+  if (optarg[0] != '\0' && strchr(optarg, '/') == nullptr) {
+    (void)fprintf(
+        stderr, "tarviod: --output: '%s' is not syslog, inherit, or a path with a slash\n", optarg);
+    return refuse_line();
   }
   const Status status = set_path(options.output, joined);
   if (status || strlen(options.output) <= kMaxOutputBytes) return status;

@@ -13,6 +13,9 @@ inline void warn(const runtime::Mistake& mistake, int line = __builtin_LINE()) {
   warn(mistake.place, mistake.why, line);
 }
 
+// For a file that is to be written and cannot be opened, by errno. Returns false.
+bool refuse_file(const char* path, int line = __builtin_LINE());
+
 // What went well and was asked for: on standard output, and in the log at the level of a warning,
 // since lower ones are not kept by default.
 void inform(const char* what, const char* state, int line = __builtin_LINE());

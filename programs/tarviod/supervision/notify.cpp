@@ -71,6 +71,13 @@ void notify_reloading() {
   notify(state);
 }
 
+void notify_installed(int count) {
+  char state[64];
+  (void)snprintf(state, sizeof state, "STATUS=%d application%s installed", count,
+                 count == 1 ? "" : "s");
+  notify(state);
+}
+
 int watchdog_period_ms() { return period_ms; }
 
 }  // namespace tarviod

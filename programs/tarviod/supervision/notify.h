@@ -11,6 +11,8 @@ void meet_supervisor();
 // Sends assignments with line feeds between them, such as "READY=1". Nothing without a supervisor.
 void notify(const char* state);
 void notify_reloading();
+// For people: how many applications are installed.
+void notify_installed(int count);
 
 // Half of the time after which the supervisor takes the manager for hung; 0 for never.
 int watchdog_period_ms();

@@ -19,13 +19,9 @@ namespace {
 
 enum Argument { kLog = 1, kFormat, kPeriod, kFirstHook };
 
-// Closes the pipes that each process started so far has left open in the manager (oddity 42).
 bool receive_position(LogPosition& position) {
-  const ssize_t count =
-      tarvio::read_some(kPositionFd, {reinterpret_cast<char*>(&position), sizeof position});
-  // Where the kernel lacks the call they stay open, which does no harm.
-  (void)close_range(STDERR_FILENO + 1, ~0U, 0);
-  return count == sizeof position;
+  return tarvio::read_some(kPositionFd, {reinterpret_cast<char*>(&position), sizeof position}) ==
+         sizeof position;
 }
 
 // The manager ends the reader, by closing the pipe: signals to the whole group are not for it.

@@ -171,12 +171,13 @@ INSTANTIATE_TEST_SUITE_P(
         Log{"WithoutLevels", "hook.webapp: webapp\n", kIso, "failed",
             "/var/log/messages: the lines have no level, so those of hooks without one do not "
             "count: add 'level.TEXT: err' for each hook.TEXT, or change the format of the log as "
-            "tarviod(8) says"},
+            "tarviod.conf(5) says"},
         Log{"WithConfiguredLevels", "hook.webapp: webapp\nlevel.webapp: err\n", kIso, "ok",
             "/var/log/messages, lines of the form iso, hooks: 1"},
         Log{"OfAnotherForm", "hook.webapp: webapp\nlog_format: rfc5424\n", kReport, "failed",
             "/var/log/messages: no line has the form 'Jan 12 00:00:12 board user.err webapp[12]: "
-            "disk full' or another one of tarviod(8), so none counts: change the format of the "
+            "disk full' or another one of tarviod.conf(5), so none counts: change the format of "
+            "the "
             "log as it says"},
         Log{"Elsewhere", "hook.webapp: webapp\nlog_file: /var/log\n", kReport, "failed",
             "/var/log: not a regular file"},

@@ -48,9 +48,10 @@ constexpr int kNoStatus = 12;
 
 int succeed(tq_app_info* /*app*/) { return 0; }
 int fail(tq_app_info* /*app*/) { return EACCES; }
+template <int code>
 int fail_once(tq_app_info* /*app*/) {
   static bool has_failed = false;
-  return std::exchange(has_failed, true) ? 0 : ENOEXEC;
+  return std::exchange(has_failed, true) ? 0 : code;
 }
 
 constexpr tq_com_word kExactWords[] = {{"start_exact", tq_start_app_exact, nullptr},
@@ -223,6 +224,22 @@ TEST_F(ClientStart, SaysWhyItFailed) {
   EXPECT_EQ(run_tarvio({"status", "clock"}).status, kStateError);
 }
 
+TEST_F(ClientStart, SaysThatTheSettingsHaveAMistake) {
+  constexpr char kWords[] = "its settings have a mistake; see 'tarviod --check-config'";
+  const ManagerProcess manager = manager_with(fail_once<ECANCELED>, succeed);
+  const Ran run = run_tarvio({"start", "clock", "--json"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors, "tarvio: cannot start 'clock': " + std::string(kWords) + " (125)\n");
+  EXPECT_EQ(json::parse(run.output)["message"], kWords);
+}
+
+TEST_F(ClientStart, AllSaysThatSettingsHaveAMistake) {
+  const ManagerProcess manager = manager_with(fail_once<ECANCELED>, succeed);
+  EXPECT_EQ(run_tarvio({"start-all"}).errors,
+            "tarvio: start-all: an application failed to start: its settings have a mistake; see "
+            "'tarviod --check-config' (125)\n");
+}
+
 TEST(ClientStop, SaysWhyItFailed) {
   const ManagerProcess manager = manager_with(succeed, fail);
   ASSERT_EQ(run_tarvio({"start", "clock"}).status, 0);
@@ -313,7 +330,7 @@ TEST_F(ClientStart, AllTakesAGivenTimeAsItIs) {
 }
 
 TEST(ClientStartAll, ReportsThatAnAttemptFailed) {
-  const ManagerProcess manager = manager_with(fail_once, fail_once);
+  const ManagerProcess manager = manager_with(fail_once<ENOEXEC>, fail_once<ENOEXEC>);
   const Ran run = run_tarvio({"start-all"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.output, "");
@@ -322,7 +339,7 @@ TEST(ClientStartAll, ReportsThatAnAttemptFailed) {
 }
 
 TEST(ClientStopAll, ReportsThatAnAttemptFailed) {
-  const ManagerProcess manager = manager_with(succeed, fail_once);
+  const ManagerProcess manager = manager_with(succeed, fail_once<ENOEXEC>);
   ASSERT_EQ(run_tarvio({"start-all"}).status, 0);
   const Ran run = run_tarvio({"stop-all"});
   EXPECT_EQ(run.status, 1);
@@ -330,7 +347,7 @@ TEST(ClientStopAll, ReportsThatAnAttemptFailed) {
 }
 
 TEST(ClientResult, IsJsonForScripts) {
-  const ManagerProcess manager = manager_with(succeed, fail_once);
+  const ManagerProcess manager = manager_with(succeed, fail_once<ENOEXEC>);
   const Ran start = run_tarvio({"start", "clock", "--json"});
   EXPECT_EQ(start.status, 0);
   EXPECT_EQ(json::parse(start.output), json({{"command", "start"},

@@ -1,10 +1,8 @@
 // tarvio logs
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -17,8 +15,11 @@
 #include "support/files.h"
 #include "support/packages/package_listing.h"
 #include "support/packages/tarvio_packages.h"
+#include "support/programs/following.h"
+#include "support/programs/system_log.h"
 #include "support/programs/tarvio.h"
 #include "support/programs/written_state.h"
+#include "tarvio/log.h"
 
 namespace tarvio_test {
 namespace {
@@ -32,6 +33,7 @@ using testing::HasSubstr;
 
 using Line = std::vector<std::string>;
 
+constexpr char kPrinted[] = "/var/log/applications";
 constexpr char kMessages[] = "/var/log/messages";
 constexpr char kSyslog[] = "/var/log/syslog";
 
@@ -48,8 +50,12 @@ TEST(ClientLogLine, NamesWhoWroteIt) {
   EXPECT_EQ(name_in("2026-11-22T06:34:58.123456+00:00 board clock[12]: tick"), "clock 12");
   EXPECT_EQ(name_in("Nov 22 06:34:58 board clock: tick"), "clock -1");
   EXPECT_EQ(name_in("Nov 22 06:34:58 board a clock[12]: tick"), "clock 12");
-  for (const char* const line : {"", "x", "Nov 22 06:34:58", "Nov 22 06:34:58 a b c d clock: x",
-                                 "Nov 22 06:34:58 board clock]: x"}) {
+  EXPECT_EQ(name_in("<182>1 2026-11-22T06:34:58.123456+00:00 board clock 12 - -  a: b"),
+            "clock 12");
+  EXPECT_EQ(name_in("<13>1 2026-11-22T06:34:58+00:00 board clock - - [a b=\"c\"] d"), "clock -1");
+  for (const char* const line :
+       {"", "x", "Nov 22 06:34:58", "Nov 22 06:34:58 a b c d clock: x",
+        "Nov 22 06:34:58 board clock]: x", "<13>1 2026-11-22 board clock"}) {
     EXPECT_EQ(name_in(line), "none") << line;
   }
 }
@@ -105,8 +111,7 @@ class ClientLogs : public WithoutPackages {
  protected:
   ClientLogs() {
     fs::create_directories("/var/log");
-    fs::remove(kMessages);
-    fs::remove(kSyslog);
+    for (const char* const path : {kPrinted, kMessages, kSyslog}) fs::remove(path);
     // It runs the client where it is emulated.
     shell(tools_.path(), "tool=$(command -v qemu-arm) && ln -s $tool .; true");
     ::setenv("PATH", tools_.path().c_str(), 1);
@@ -120,7 +125,8 @@ constexpr char kSample[] =
     "Nov 22 06:34:58 board user.info other[13]: two\n"
     "Nov 22 06:34:59 board local6.notice radio[14]: three\x1b\n"
     "Nov 22 06:35:00 board local6.info clock[12]: four\n"
-    "Nov 22 06:35:01 board daemon.notice tarviod[1]: five\n";
+    "Nov 22 06:35:01 board daemon.notice tarviod[1]: five\n"
+    "Nov 22 06:35:02 board user.warning tarvio[1]: six\n";
 
 TEST_F(ClientLogs, AreThoseOfAnApplication) {
   write_file(kMessages, kSample);
@@ -143,7 +149,19 @@ TEST_F(ClientLogs, AreThoseOfAllApplicationsAndOfTheManager) {
             "Nov 22 06:34:58 board local6.info clock[12]: one\n"
             "Nov 22 06:34:59 board local6.notice radio[14]: three\\x1b\n"
             "Nov 22 06:35:00 board local6.info clock[12]: four\n"
-            "Nov 22 06:35:01 board daemon.notice tarviod[1]: five\n");
+            "Nov 22 06:35:01 board daemon.notice tarviod[1]: five\n"
+            "Nov 22 06:35:02 board user.warning tarvio[1]: six\n");
+}
+
+TEST_F(ClientLogs, AreWhatTheManagerLogs) {
+  const SystemLog log;
+  tq_log_init();
+  tq_log_func(TQ_LOG_WARNING, "tarviod", 1, "disk full");
+  const std::string logged = log.text();
+  const std::string line = logged.substr(logged.find('>') + 1);
+  EXPECT_THAT(line, HasSubstr("disk full"));
+  write_file(kMessages, line);
+  EXPECT_EQ(run_tarvio({"logs", "tarviod"}).output, line);
 }
 
 TEST_F(ClientLogs, AreJsonForScripts) {
@@ -151,7 +169,10 @@ TEST_F(ClientLogs, AreJsonForScripts) {
   EXPECT_EQ(json::parse(run_tarvio({"logs", "tarviod", "--json"}).output),
             json::array({{{"name", "tarviod"},
                           {"pid", 1},
-                          {"line", "Nov 22 06:35:01 board daemon.notice tarviod[1]: five"}}}));
+                          {"line", "Nov 22 06:35:01 board daemon.notice tarviod[1]: five"}},
+                         {{"name", "tarvio"},
+                          {"pid", 1},
+                          {"line", "Nov 22 06:35:02 board user.warning tarvio[1]: six"}}}));
 }
 
 TEST_F(ClientLogs, SayWhereTheyWereLookedFor) {
@@ -160,9 +181,43 @@ TEST_F(ClientLogs, SayWhereTheyWereLookedFor) {
   EXPECT_EQ(run.status, 12);
   EXPECT_EQ(run.output, "");
   EXPECT_EQ(run.errors,
-            "tarvio: no lines found; looked in /var/log/messages (No such file or directory), "
-            "/var/log/syslog (no such lines), the journal (the tool journalctl is missing; install "
+            "tarvio: no lines found; looked in /var/log/applications (No such file or directory), "
+            "/var/log/messages (No such file or directory), /var/log/syslog (no such lines), the "
+            "journal (the tool journalctl is missing; install "
             "it, or add its directory to PATH)\n");
+}
+
+// A file of their own, as in docs/manager.md, is not hidden by what they log by themselves.
+TEST_F(ClientLogs, AreWhatAnApplicationHasPrinted) {
+  write_file(kPrinted, "<182>1 2026-11-22T06:34:58.123456+00:00 board clock 12 - -  printed\n");
+  write_file(kMessages, kSample);
+  EXPECT_EQ(run_tarvio({"logs", "clock"}).output,
+            "<182>1 2026-11-22T06:34:58.123456+00:00 board clock 12 - -  printed\n");
+  EXPECT_THAT(run_tarvio({"logs", "tarviod"}).output, HasSubstr("six\n"));
+}
+
+TEST_F(ClientLogs, ComeFromTheFileOfTheManagersConfiguration) {
+  const fs::path log = tools_ / "log";
+  fs::create_directories("/etc/tarvio");
+  write_file("/etc/tarvio/tarviod.conf", "log_file: " + log.string() + "  # here\n");
+  write_file(log, "Nov 22 06:34:58 board clock[12]: here\n");
+  write_file(kPrinted, kSample);
+  EXPECT_EQ(run_tarvio({"logs", "clock"}).output, "Nov 22 06:34:58 board clock[12]: here\n");
+  EXPECT_THAT(
+      run_tarvio({"logs", "alarm"}).errors,
+      HasSubstr("looked in " + log.string() + " (no such lines), /var/log/applications (no "));
+}
+
+// The lines may be in there.
+TEST_F(ClientLogs, AreNotUnknownWhereALogCannotBeRead) {
+  fs::create_directory(kMessages);
+  for (const Line& line : {Line{"logs", "clock", "--json"}, Line{"logs", "clock", "-f"}}) {
+    const Ran run = run_tarvio(line);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.output, "");
+    EXPECT_THAT(run.errors, HasSubstr("/var/log/messages (Is a directory), "));
+  }
+  fs::remove(kMessages);
 }
 
 TEST_F(ClientLogs, ComeFromTheJournal) {
@@ -190,50 +245,6 @@ TEST_F(ClientLogs, NeedANumberOfLines) {
   }
 }
 
-// The client, as it follows, and what it has printed so far.
-class Following {
- public:
-  explicit Following(const Line& line) {
-    int ends[2];
-    EXPECT_EQ(::pipe(ends), 0);
-    output_ = ends[0];
-    client_ = ::fork();
-    if (client_ == 0) {
-      ::dup2(ends[1], STDOUT_FILENO);
-      std::vector<char*> argv = {const_cast<char*>("tarvio")};
-      for (const std::string& word : line) argv.push_back(const_cast<char*>(word.c_str()));
-      argv.push_back(nullptr);
-      ::execv(TARVIO_CLIENT, argv.data());
-      ::_exit(126);
-    }
-    ::close(ends[1]);
-  }
-  ~Following() {
-    ::kill(client_, SIGTERM);
-    ::waitpid(client_, nullptr, 0);
-    ::close(output_);
-  }
-  Following(const Following&) = delete;
-  Following& operator=(const Following&) = delete;
-
-  std::string next_line() const {
-    std::string line;
-    for (char byte = '\0'; byte != '\n'; line += byte) {
-      pollfd ready = {.fd = output_, .events = POLLIN, .revents = 0};
-      if (::poll(&ready, 1, static_cast<int>(kPatience.count())) != 1 ||
-          ::read(output_, &byte, 1) != 1) {
-        ADD_FAILURE() << "no whole line came, only: " << line;
-        break;
-      }
-    }
-    return line;
-  }
-
- private:
-  int output_ = -1;
-  pid_t client_ = -1;
-};
-
 TEST_F(ClientLogs, AreFollowedAcrossARotation) {
   write_file(kMessages, kSample);
   const Following client({"logs", "clock", "-f", "-n", "1"});
@@ -252,6 +263,17 @@ TEST_F(ClientLogs, AreFollowedFromTheFirstOne) {
   const Following client({"logs", "clock", "--follow", "--json"});
   append(kMessages, "Nov 22 06:35:02 board clock[12]: one\n");
   EXPECT_EQ(json::parse(client.next_line())["pid"], 12);
+}
+
+TEST_F(ClientLogs, AreFollowedInAFileThatComes) {
+  write_program(tools_ / "journalctl", "#!/bin/sh\n: >/var/log/is_asked\nexit 1\n");
+  const Following client({"logs", "clock", "-f"});
+  ASSERT_TRUE(eventually([] { return fs::exists("/var/log/is_asked"); }));
+  write_file(kMessages, kSample);
+  EXPECT_THAT(client.next_line(), HasSubstr("one\n"));
+  EXPECT_THAT(client.next_line(), HasSubstr("four\n"));
+  append(kMessages, "Nov 22 06:35:02 board clock[12]: six\n");
+  EXPECT_THAT(client.next_line(), HasSubstr("six\n"));
 }
 
 TEST_F(ClientLogs, AreFollowedInTheDirectoryThatALinkLeadsTo) {

@@ -1,6 +1,7 @@
 // What the client reads of the manager's states and figures: is-running, status --wide, metrics.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "manager/session_memory.h"
+#include "process/failure.h"
 #include "support/children.h"
 #include "support/com/sockets.h"
 #include "support/files.h"
@@ -50,6 +52,10 @@ class Session {
   }
   ~Session() {
     ::kill(-leader_, SIGKILL);
+    ::waitpid(leader_, nullptr, 0);
+  }
+  void end_leader() const {
+    ::kill(leader_, SIGKILL);
     ::waitpid(leader_, nullptr, 0);
   }
   Session(const Session&) = delete;
@@ -188,10 +194,35 @@ TEST_F(ClientState, CountsTheMemoryOfAllProcessesOfASession) {
     EXPECT_TRUE(runtime::read_process(session_.leader(), leader));
     EXPECT_TRUE(runtime::read_process(session_.second(), second));
     const uint64_t both = leader.memory_bytes + second.memory_bytes;
-    return second.memory_bytes > 0 && client::SessionMemory().of(session_.leader()) == both;
+    const client::SessionMemory memory;
+    return second.memory_bytes > 0 && memory.of(session_.leader()) == both &&
+           memory.of(session_.second()) == both;
   }));
-  EXPECT_FALSE(client::SessionMemory().of(session_.second()));
   EXPECT_FALSE(client::SessionMemory().of(0));
+}
+
+// A start file that went to the background leaves its session to others.
+TEST_F(ClientState, CountsTheMemoryOfASessionWithoutItsLeader) {
+  session_.end_leader();
+  write_state(lines_with(std::to_string(session_.second())));
+  EXPECT_FALSE(client::SessionMemory().of(session_.leader()));
+  const json clock = json::parse(run_tarvio({"status", "--wide", "clock", "--json"}).output);
+  EXPECT_GT(clock["memory"], 4096);
+}
+
+TEST(ClientMemory, IsMissedWithAReasonWhereTheProcessesCannotBeRead) {
+  rlimit limit = {};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit none = {.rlim_cur = 0, .rlim_max = limit.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  std::string reason;
+  try {
+    const client::SessionMemory memory;
+  } catch (const client::Failure& failure) {
+    reason = failure.what();
+  }
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_EQ(reason, "cannot read the processes in /proc: Too many open files");
 }
 
 // Prints what the parser makes of it, or why that is not OpenMetrics.

@@ -132,12 +132,14 @@ TEST(ClientWait, GivesUpAndSaysHowItIs) {
   const Ran run = run_tarvio({"wait", "clock", "--state", "running", "--timeout", "0.05"});
   EXPECT_EQ(run.status, 5);
   EXPECT_EQ(run.output, "");
-  EXPECT_EQ(run.errors,
-            "tarvio: 'clock' is not running in time: it is stopped, with the status error: disk "
-            "full; use --timeout SECONDS to wait longer\n");
-  EXPECT_THAT(run_tarvio({"wait", "radio", "--state", "ended", "--timeout", "0.05"}).errors,
-              HasSubstr("'radio' is not ended in time: it is not an application that the manager "
-                        "knows, without a status"));
+  EXPECT_EQ(
+      run.errors,
+      "tarvio: 'clock' did not become running in time: it is stopped, with the status error: disk "
+      "full; use --timeout SECONDS to wait longer\n");
+  EXPECT_THAT(
+      run_tarvio({"wait", "radio", "--state", "ended", "--timeout", "0.05"}).errors,
+      HasSubstr("'radio' did not become ended in time: it is not an application that the manager "
+                "knows, without a status"));
 }
 
 TEST(ClientWait, SaysThatTheManagerWent) {

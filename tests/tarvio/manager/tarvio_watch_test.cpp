@@ -1,6 +1,7 @@
 // tarvio status --watch
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <array>
@@ -11,7 +12,10 @@
 
 #include "manager/status_text.h"
 #include "support/com/replies.h"
+#include "support/com/sockets.h"
+#include "support/programs/following.h"
 #include "support/programs/tarvio.h"
+#include "support/programs/written_state.h"
 #include "tarvio/com.h"
 
 namespace tarvio_test {
@@ -104,6 +108,21 @@ TEST(ClientWatch, EndsWhenItsOutputCannotBeWritten) {
   });
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.errors, "tarvio: cannot write the output: No space left on device\n");
+}
+
+bool is_asked(const Socket& listener) {
+  pollfd ready = {.fd = listener.fd(), .events = POLLIN, .revents = 0};
+  return ::poll(&ready, 1, 0) != 0;
+}
+
+TEST(ClientWatch, AsksNoManagerThatWritesItsStatuses) {
+  const Socket manager = listen_on(TQ_COM_SOCKET_PATH);
+  write_state("status\t0\tclock\tok\nstatus\t0\tweb\tok\n");
+  const Following client({"status", "--watch", "clock"});
+  EXPECT_EQ(client.next_line(), "clock  normal  ok\n");
+  write_state("status\t2\tclock\tfull\nstatus\t1\tweb\tok\n");
+  EXPECT_EQ(client.next_line(), "clock  error  full\n");
+  EXPECT_FALSE(is_asked(manager));
 }
 
 // What the client prints while two managers go away and a third is there.

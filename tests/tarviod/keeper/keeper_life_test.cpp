@@ -13,6 +13,7 @@
 namespace tarvio_test {
 namespace {
 
+using runtime::ExitKind;
 using tarviod::AppSetup;
 using tarviod::Ask;
 using tarviod::KeptApp;
@@ -32,7 +33,7 @@ TEST_F(Keeper, RunsAnApplicationFromItsStartToItsStop) {
   EXPECT_EQ(running.starts, 4);
   EXPECT_GE(running.since, before);
   EXPECT_EQ(running.exit_status, -1);
-  EXPECT_EQ(running.run_error, 0);
+  EXPECT_EQ(running.not_run.number, 0);
   EXPECT_TRUE(runtime::is_alive(running.process));
   EXPECT_EQ(stop("clock"), 0);
   EXPECT_FALSE(runtime::is_alive(running.process));
@@ -89,10 +90,11 @@ TEST_F(Keeper, SaysWhyAStartFileCannotBeExecuted) {
   set_text(clock.start_file, "/no/such/file");
   EXPECT_EQ(start("clock", clock), 0);
   ASSERT_TRUE(becomes("clock", KeptState::kEnded));
-  EXPECT_EQ(app("clock").run_error, ENOENT);
+  EXPECT_EQ(app("clock").not_run.kind, ExitKind::kNotRun);
+  EXPECT_EQ(app("clock").not_run.number, ENOENT);
   set_text(clock.start_file, "/etc/passwd");
   EXPECT_EQ(start("clock", clock), 0);
-  EXPECT_TRUE(eventually([this] { return app("clock").run_error == EACCES; }));
+  EXPECT_TRUE(eventually([this] { return app("clock").not_run.number == EACCES; }));
 }
 
 TEST_F(Keeper, RunsAScriptWithoutAFirstLineByAShell) {
@@ -115,8 +117,14 @@ TEST_P(LeavingApplication, LivesUntilItsLastProcessHasEnded) {
   EXPECT_EQ(start("clock", setup(GetParam().start)), 0);
   const pid_t process = process_in("process");
   // The start file has ended by then, and was taken for no end of the application.
-  ASSERT_TRUE(eventually([this] { return app("clock").exit_status == 0; }));
+  runtime::ProcessFacts facts;
+  ASSERT_TRUE(runtime::read_process(process, facts));
+  ASSERT_TRUE(eventually([&] {
+    const pid_t oldest = app("clock").process.pid;
+    return oldest == process || oldest == facts.parent;
+  }));
   EXPECT_EQ(app("clock").state, KeptState::kRunning);
+  EXPECT_EQ(app("clock").exit_status, -1);
   EXPECT_EQ(start("clock", setup()), EALREADY);
   ::kill(process, SIGKILL);
   EXPECT_TRUE(becomes("clock", KeptState::kEnded));

@@ -10,18 +10,21 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "kept.h"
 #include "support/apps/applications.h"
 #include "support/children.h"
+#include "support/users.h"
 
 namespace tarvio_test {
 namespace {
 
 namespace fs = std::filesystem;
+using runtime::ExitKind;
 using tarviod::AppSetup;
 using tarviod::Ask;
 using tarviod::KeeperFound;
@@ -108,7 +111,8 @@ TEST_F(KeeperSetup, DoesNotRunWithoutItsFile) {
   set_text(clock.output, "/no/such/directory/log");
   EXPECT_EQ(start("clock", clock), 0);
   ASSERT_TRUE(becomes("clock", KeptState::kEnded));
-  EXPECT_EQ(app("clock").run_error, ENOENT);
+  EXPECT_EQ(app("clock").not_run.kind, ExitKind::kNoOutput);
+  EXPECT_EQ(app("clock").not_run.number, ENOENT);
   EXPECT_FALSE(has("ran"));
 }
 
@@ -163,19 +167,16 @@ TEST_F(KeeperSetup, HasTheManagersLimitsElse) {
   EXPECT_EQ(limit.rlim_max, own.rlim_max);
 }
 
-// An ordinary user's sandbox has no other users.
-bool has_other_users() {
-  std::ifstream map("/proc/self/uid_map");
-  unsigned inside = 0;
-  unsigned outside = 0;
-  unsigned count = 0;
-  map >> inside >> outside >> count;
-  return count > 1;
-}
-
 std::string ids(unsigned id) {
   const std::string text = "\t" + std::to_string(id);
   return text + text + text + text;
+}
+
+std::set<gid_t> groups_of(const passwd& user) {
+  gid_t groups[64];
+  int count = 64;
+  EXPECT_GT(::getgrouplist(user.pw_name, user.pw_gid, groups, &count), 0);
+  return {groups, groups + count};
 }
 
 class KeeperSetupOfUsers : public KeeperSetup {
@@ -194,7 +195,10 @@ TEST_F(KeeperSetupOfUsers, IsOfItsUserAndOfTheUsersGroups) {
   const passwd& nobody = *::getpwnam("nobody");
   EXPECT_EQ(status_line(process, "Uid"), "Uid:" + ids(nobody.pw_uid));
   EXPECT_EQ(status_line(process, "Gid"), "Gid:" + ids(nobody.pw_gid));
-  EXPECT_EQ(status_line(process, "Groups"), "Groups:\t" + std::to_string(nobody.pw_gid) + " ");
+  std::set<gid_t> groups;
+  std::istringstream line(status_line(process, "Groups").substr(sizeof "Groups:" - 1));
+  for (gid_t group; line >> group;) groups.insert(group);
+  EXPECT_EQ(groups, groups_of(nobody));
 }
 
 TEST_F(KeeperSetupOfUsers, IsOfItsGroup) {
@@ -232,6 +236,16 @@ TEST_F(KeeperSetupOfUsers, WritesToAFileOfTheManagersUser) {
   EXPECT_EQ(read_file(directory_ / "log"), "said\n");
 }
 
+TEST_F(KeeperSetup, DoesNotRunWithoutItsLimits) {
+  AppSetup clock = setup(": >ran");
+  clock.limits.open_files = int64_t{1} << 40;  // more than the kernel gives to anybody
+  EXPECT_EQ(start("clock", clock), 0);
+  ASSERT_TRUE(becomes("clock", KeptState::kEnded));
+  EXPECT_EQ(app("clock").not_run.kind, ExitKind::kNoLimits);
+  EXPECT_EQ(app("clock").not_run.number, EPERM);
+  EXPECT_FALSE(has("ran"));
+}
+
 TEST_F(KeeperSetup, DoesNotRunForAnUnknownUserOrGroup) {
   for (char(AppSetup::*const name)[tarviod::kMaxUserBytes + 1] :
        {&AppSetup::user, &AppSetup::group}) {
@@ -239,7 +253,8 @@ TEST_F(KeeperSetup, DoesNotRunForAnUnknownUserOrGroup) {
     set_text(clock.*name, "no-such-name");
     EXPECT_EQ(start("clock", clock), 0);
     ASSERT_TRUE(becomes("clock", KeptState::kEnded));
-    EXPECT_EQ(app("clock").run_error, EINVAL);
+    EXPECT_EQ(app("clock").not_run.kind, ExitKind::kNoUser);
+    EXPECT_EQ(app("clock").not_run.number, EINVAL);
   }
   EXPECT_FALSE(has("ran"));
 }

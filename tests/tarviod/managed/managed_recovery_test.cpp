@@ -32,11 +32,18 @@ class ManagedRecovery : public Managed {
     return client;
   }
   // From now on no change is published, as if the manager was killed before.
-  static void hold_state() { fs::create_directories("/run/tarvio/state.new/in-the-way"); }
+  void hold_state() {
+    held_ = read_file(runtime::kStatePath);
+    fs::create_directories("/run/tarvio/state.new/in-the-way");
+  }
   void kill_manager_with_held_state() {
     kill_manager();
     fs::remove_all("/run/tarvio/state.new");
+    write_file(runtime::kStatePath, held_);
   }
+
+ private:
+  std::string held_;
 };
 
 TEST_F(ManagedRecovery, GoesOnWithWhatRuns) {

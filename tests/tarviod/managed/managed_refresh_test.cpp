@@ -9,6 +9,9 @@
 #include "managed.h"
 #include "support/apps/applications.h"
 #include "support/children.h"
+#include "support/com/sockets.h"
+#include "support/programs/supervisor.h"
+#include "tarvio/com.h"
 
 namespace tarvio_test {
 namespace {
@@ -93,6 +96,28 @@ TEST_F(ManagedRefresh, ShowsBothVersionsAfterAManagerThatWasKilled) {
   start_manager();
   EXPECT_EQ(published("clock").installed, "2.0");
   EXPECT_EQ(published("clock").running, "1.0");
+}
+
+TEST_F(ManagedRefresh, EndsAReload) {
+  const std::string go = directory_ / "go";
+  install("clock", kStays,
+          ": >" + (directory_ / "stopping").string() + "; while [ ! -e " + go +
+              " ]; do sleep 0.1; done");
+  const Supervisor supervisor;
+  start_manager({}, supervisor.environment());
+  EXPECT_EQ(start("clock"), kDone);
+  while (supervisor.next() != "READY=1") continue;
+  const Socket client = connect_to(TQ_COM_SOCKET_PATH);
+  client.send("stop_app\nclock\n");
+  client.end_sending();
+  EXPECT_TRUE(eventually([this] { return fs::exists(directory_ / "stopping"); }));
+  manager_->send(SIGHUP);
+  EXPECT_THAT(supervisor.next(), HasSubstr("RELOADING=1"));
+  EXPECT_EQ(supervisor.next_if_any(), "");
+  install("radio", kStays);
+  write_file(go, "");
+  EXPECT_EQ(supervisor.next(), "STATUS=2 applications installed");
+  EXPECT_EQ(supervisor.next(), "READY=1");
 }
 
 }  // namespace

@@ -2,16 +2,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
+#include <filesystem>
 #include <string>
 
 #include "managed.h"
 #include "support/apps/applications.h"
 #include "support/children.h"
+#include "support/users.h"
 
 namespace tarvio_test {
 namespace {
 
+namespace fs = std::filesystem;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 
@@ -80,6 +84,7 @@ TEST_F(ManagedSettings, InACircleAreReportedAndAllAreStarted) {
 }
 
 TEST_F(ManagedSettings, ReachTheProcess) {
+  if (!has_other_users()) GTEST_SKIP() << "there is no other user in this sandbox";
   install("clock", kStays);
   // AddressSanitizer, which the process has until it is executed, needs more memory.
   configure("clock",
@@ -94,6 +99,16 @@ TEST_F(ManagedSettings, ReachTheProcess) {
   EXPECT_THAT(limits, ContainsRegex("Max open files +77 +77 "));
   EXPECT_THAT(limits, ContainsRegex("Max address space +68719476736000 +68719476736000 "));
   EXPECT_THAT(limits, ContainsRegex("Max processes +1000 +1000 "));
+}
+
+TEST_F(ManagedSettings, InAPipeAreRefused) {
+  install("clock", kStays);
+  configure("clock", "");
+  fs::remove("/etc/tarvio/apps.d/clock.conf");
+  ASSERT_EQ(::mkfifo("/etc/tarvio/apps.d/clock.conf", 0600), 0);
+  start_manager();
+  EXPECT_EQ(start("clock"), "125\n\n");
+  EXPECT_EQ(manager_->errors(), "tarviod: /etc/tarvio/apps.d/clock.conf: is a pipe: name a file\n");
 }
 
 TEST_F(ManagedSettings, EndAStopThatTakesTooLong) {

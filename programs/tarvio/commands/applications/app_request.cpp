@@ -34,6 +34,7 @@ namespace {
 constexpr size_t kMaxName = 254;
 // What a stop takes at most, unless its settings say otherwise, and a second more.
 constexpr double kSecondsPerApplication = 16;
+constexpr int32_t kBadSettings = ECANCELED;  // the manager's code for a start that it refuses
 constexpr char kNoExactNames[] = "the running manager matches names by substring";
 
 using Names = std::vector<std::string>;
@@ -119,6 +120,11 @@ void include(const std::string& name, const AppRequest& request, double seconds,
   }
 }
 
+std::string words_for(int32_t code) {
+  return code == kBadSettings ? "its settings have a mistake; see 'tarviod --check-config'"
+                              : result_words(code);
+}
+
 std::string message_of(const AppRequest& request, const Reached& reached) {
   if (!reached.end.empty()) return std::string(request.done) + ", but it has ended: " + reached.end;
   if (!reached.was_started.value_or(false)) return reason_of(reached);
@@ -150,7 +156,7 @@ std::string end_since(const std::optional<ManagerState>& before, const std::stri
 }
 
 std::string reason_of(const Reached& reached) {
-  return reached.code == EINVAL ? "no such application" : result_words(reached.code);
+  return reached.code == EINVAL ? "no such application" : words_for(reached.code);
 }
 
 std::string doubt_about(const AppRequest& request, const Reached& reached) {
@@ -197,7 +203,7 @@ Result request_all(const AppRequest& request, const Arguments& arguments) {
     include(name, request, arguments.timeout_seconds, all);
   }
   const char* const word = arguments.command->word;
-  const std::string message = result_words(all.code);
+  const std::string message = words_for(all.code);
   Result result = {.json = text_of({{"command", word}, {"code", all.code}, {"message", message}})};
   if (all.code != 0) {
     result.complaint = std::string(word) + ": an application failed to " + request.verb + ": " +

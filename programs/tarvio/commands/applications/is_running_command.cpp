@@ -57,7 +57,7 @@ constexpr Command kIsRunningCommand = {
     .summary = "test whether an application is running",
     .description =
         "Tests whether the application with exactly this NAME is running, without asking the "
-        "manager. With --quiet only the exit status says it.",
+        "manager. With --quiet the exit status says it, and only errors are printed.",
     .statuses = "0 running, 3 not running, 4 not known: no manager, or no such application",
     .run = run,
 };

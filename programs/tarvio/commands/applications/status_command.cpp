@@ -36,14 +36,14 @@ constexpr std::array kOptions = {kApps, kWatch, kWide};
 
 struct Request {
   std::optional<std::string> name;
-  const char* command;
+  bool apps_only;
   double timeout_seconds;
   bool is_json;
 };
 
 Request request_in(const Arguments& arguments) {
   Request request = {.name = std::nullopt,
-                     .command = arguments.has(kApps) ? "status_app" : "status_all",
+                     .apps_only = arguments.has(kApps),
                      .timeout_seconds = arguments.timeout_seconds,
                      .is_json = arguments.has(kJson)};
   if (!arguments.operands.empty()) request.name = application_name(arguments.operands.front());
@@ -51,7 +51,8 @@ Request request_in(const Arguments& arguments) {
 }
 
 Answer ask(const Request& request) {
-  return ask_manager(request.command, nullptr, request.timeout_seconds);
+  return ask_manager(request.apps_only ? "status_app" : "status_all", nullptr,
+                     request.timeout_seconds);
 }
 
 Json json_of(const StatusChange& change) {
@@ -209,8 +210,20 @@ std::vector<Status> only_named(const std::optional<std::string>& name,
   return statuses;
 }
 
+// What the manager would reply, without asking it: each request costs it memory. None when it has
+// to be asked all the same; which statuses are those of applications is not written down.
+std::optional<std::vector<Status>> written_statuses(const Request& request) {
+  std::optional<ManagerState> state;
+  if (!request.apps_only) state = read_state();
+  if (!state) return std::nullopt;
+  return std::move(state->statuses);
+}
+
 template <typename Display>
 bool look(const Request& request, bool is_first, Display& display) {
+  if (std::optional<std::vector<Status>> statuses = written_statuses(request)) {
+    return display.show(only_named(request.name, *std::move(statuses)));
+  }
   try {
     const Answer answer = ask(request);
     const StatusReply reply = parse_statuses(answer.bytes);

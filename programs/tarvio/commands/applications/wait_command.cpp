@@ -28,7 +28,7 @@ constexpr Option kState = {.name = "state",
 constexpr std::array kOptions = {kState};
 
 std::string state_in(const Arguments& arguments) {
-  const std::string state = *arguments.value_of(kState);
+  std::string state = *arguments.value_of(kState);
   const auto states = wait_states();
   if (std::find(states.begin(), states.end(), state) != states.end()) return state;
   throw UsageError("unknown state '" + state +
@@ -47,8 +47,8 @@ void wait_for(const std::string& name, const std::string& wanted, double seconds
   } while (watch.wait(deadline));
   state = state_of_manager();
   throw Failure(ETIMEDOUT,
-                "'" + name + "' is not " + wanted + " in time: " + present_state(*state, name) +
-                    "; use --timeout SECONDS to wait longer",
+                "'" + name + "' did not become " + wanted + " in time: " +
+                    present_state(*state, name) + "; use --timeout SECONDS to wait longer",
                 kTimeout);
 }
 
@@ -76,7 +76,8 @@ constexpr Command kWaitCommand = {
     .summary = "wait until an application has a state",
     .description =
         "Waits until the application with exactly this NAME has a state, without asking the "
-        "manager. ended: it was started, and neither runs nor is restarted.",
+        "manager. gone: it has no status, and neither has an unknown NAME. ended: it was started, "
+        "and neither runs nor is restarted.",
     .statuses = "0 the state is reached, 1 failed, 3 no manager, 5 not reached in time",
     .run = run,
 };
