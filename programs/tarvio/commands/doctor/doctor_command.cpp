@@ -39,16 +39,16 @@ constexpr Timeout kDoctorTimeout = {
     10, timeout_option("stop a tool that is not done by then, and give up on a manager that has "
                        "not answered; default 10, 0 waits forever")};
 
-struct VerdictWord {
+struct StatusWord {
   const char* text;
   Colour colour;
 };
-// In the order of the verdicts.
-constexpr std::array<VerdictWord, 3> kVerdictWords = {
+// In the order of CheckStatus.
+constexpr std::array<StatusWord, 3> kStatusWords = {
     {{"ok", Colour::kGreen}, {"warning", Colour::kYellow}, {"failed", Colour::kRed}}};
 
-const VerdictWord& word_of(Verdict verdict) {
-  return kVerdictWords.at(static_cast<size_t>(verdict));
+const StatusWord& word_of(CheckStatus status) {
+  return kStatusWords.at(static_cast<size_t>(status));
 }
 
 // Null, with the row, when there can be none.
@@ -60,7 +60,7 @@ std::unique_ptr<WorkDirectory> make_work_directory(Findings& findings) {
     return directory;
   } catch (const Failure& failure) {
     findings.push_back({.check = "work directory",
-                        .verdict = Verdict::kFailed,
+                        .status = CheckStatus::kFailed,
                         .found = failure.what(),
                         .remedy = "make room there and let this user write, or set TMPDIR"});
     return nullptr;
@@ -88,7 +88,7 @@ Findings look_at_everything(const Arguments& arguments) {
 std::string table_of(const Findings& findings) {
   std::vector<Row> rows = {header_of({"CHECK", "STATUS", "FOUND"})};
   for (const Finding& finding : findings) {
-    const VerdictWord& word = word_of(finding.verdict);
+    const StatusWord& word = word_of(finding.status);
     rows.push_back({{finding.check}, {word.text, word.colour}, {finding.found}});
     if (!finding.remedy.empty()) rows.push_back({{}, {}, {"remedy: " + finding.remedy}});
   }
@@ -97,7 +97,7 @@ std::string table_of(const Findings& findings) {
 
 Json json_of(const Finding& finding) {
   return {{"check", finding.check},
-          {"status", word_of(finding.verdict).text},
+          {"status", word_of(finding.status).text},
           {"found", finding.found},
           {"remedy", or_null(finding.remedy)}};
 }
@@ -109,7 +109,7 @@ Result run(const Arguments& arguments) {
   for (const Finding& finding : findings) json.push_back(json_of(finding));
   result.json = text_of(json);
   const auto failed = std::count_if(findings.begin(), findings.end(), [](const Finding& each) {
-    return each.verdict == Verdict::kFailed;
+    return each.status == CheckStatus::kFailed;
   });
   if (failed > 0) {
     result.status = kFailed;
@@ -124,7 +124,7 @@ Result run(const Arguments& arguments) {
 Finding not_checked(const std::string& check, const Failure& failure) {
   const bool needs_root = failure.code() == EACCES || failure.code() == EPERM;
   return {.check = check,
-          .verdict = Verdict::kFailed,
+          .status = CheckStatus::kFailed,
           .found = std::string("cannot be checked: ") + failure.what(),
           .remedy = needs_root ? kRunAsRoot : "solve this, and run 'tarvio doctor' again"};
 }

@@ -11,11 +11,11 @@
 namespace client {
 
 // Failed: something that the device needs is not there, or cannot be checked.
-enum class Verdict { kOk, kWarning, kFailed };
+enum class CheckStatus { kOk, kWarning, kFailed };
 
 struct Finding {
   std::string check;
-  Verdict verdict = Verdict::kOk;
+  CheckStatus status = CheckStatus::kOk;
   std::string found;
   std::string remedy = {};  // empty when it is ok
 };

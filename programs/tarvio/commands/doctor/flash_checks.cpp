@@ -25,7 +25,7 @@ constexpr auto kBlockBytes = static_cast<uint64_t>(tarvio::kEraseBlockBytes);
 
 // What is wrong, and what to do about it.
 struct Trouble {
-  Verdict verdict = Verdict::kOk;
+  CheckStatus status = CheckStatus::kOk;
   std::string found;
   std::string remedy;
 };
@@ -65,10 +65,10 @@ Trouble judge_size(const AreaPart& part, uint64_t bytes) {
   const std::string remedy =
       "make the partition " + std::string(is_whole_device(part) ? "" : "at least ") + size_of(end);
   if (bytes < end) {
-    return {Verdict::kFailed,
+    return {CheckStatus::kFailed,
             device + " has " + size_of(bytes) + ", and the area ends at " + size_of(end), remedy};
   }
-  return {Verdict::kWarning,
+  return {CheckStatus::kWarning,
           device + " has " + size_of(bytes) + ", and the area only " + size_of(end) +
               ": a backup leaves the rest out",
           remedy};
@@ -76,14 +76,14 @@ Trouble judge_size(const AreaPart& part, uint64_t bytes) {
 
 Trouble judge_bad_blocks(const AreaPart& part, const Device& device) {
   if (!device.bad_blocks) {
-    return {Verdict::kWarning,
+    return {CheckStatus::kWarning,
             std::string(part.device) + ": the kernel does not report the number of bad blocks",
             "use a kernel with /sys/class/mtd/mtdN/bad_blocks"};
   }
   const uint64_t bad = *device.bad_blocks * kBlockBytes;
   const uint64_t good = *device.bytes - part.start - std::min(*device.bytes - part.start, bad);
   if (good >= part.backup_bytes) return {};
-  return {Verdict::kWarning,
+  return {CheckStatus::kWarning,
           std::string(part.device) + ": bad blocks leave " + size_words(good) + " of the " +
               size_words(part.backup_bytes) + " that a backup keeps",
           "write shorter images only, or replace the flash memory"};
@@ -100,20 +100,20 @@ std::string missing_file(const FlashArea& area, const AreaPart& part) {
 // The first of them counts.
 Trouble judge(const FlashArea& area, const AreaPart& part, const Device& device) {
   if (!device.bytes || !device.block_bytes) {
-    return {Verdict::kFailed,
+    return {CheckStatus::kFailed,
             std::string("the kernel has no ") + part.device + " in /sys/class/mtd",
             "mount /sys, and name the partition in the device tree or in mtdparts="};
   }
   if (const std::string missing = missing_file(area, part); !missing.empty()) {
-    return {Verdict::kFailed, missing, "mount devtmpfs on /dev, and load mtdblock"};
+    return {CheckStatus::kFailed, missing, "mount devtmpfs on /dev, and load mtdblock"};
   }
   if (*device.block_bytes != kBlockBytes) {
-    return {Verdict::kFailed,
+    return {CheckStatus::kFailed,
             std::string(part.device) + " has erase blocks of " + size_words(*device.block_bytes),
             "use flash memory with erase blocks of " + size_words(kBlockBytes)};
   }
   const Trouble size = judge_size(part, *device.bytes);
-  return size.verdict == Verdict::kOk ? judge_bad_blocks(part, device) : size;
+  return size.status == CheckStatus::kOk ? judge_bad_blocks(part, device) : size;
 }
 
 Finding check_area(const FlashArea& area) {
@@ -121,12 +121,12 @@ Finding check_area(const FlashArea& area) {
   for (const AreaPart& part : parts_of(area)) {
     const Device device = device_of(part.device);
     const Trouble trouble = judge(area, part, device);
-    if (trouble.verdict > finding.verdict) {
-      finding.verdict = trouble.verdict;
+    if (trouble.status > finding.status) {
+      finding.status = trouble.status;
       finding.found = trouble.found;
       finding.remedy = trouble.remedy;
     }
-    if (finding.verdict != Verdict::kOk) continue;
+    if (finding.status != CheckStatus::kOk) continue;
     finding.found += (finding.found.empty() ? "" : "; ") + std::string(part.device) + ": " +
                      size_words(*device.bytes) + ", erase blocks of " +
                      size_words(*device.block_bytes) + ", " + std::to_string(*device.bad_blocks) +
@@ -154,7 +154,7 @@ Findings check_backup_space(const Examination& examination) {
     check_space({directory, bytes.work}, {directory, bytes.target});
   } catch (const Failure& failure) {
     return {{.check = "backup space",
-             .verdict = is_named ? Verdict::kFailed : Verdict::kWarning,
+             .status = is_named ? CheckStatus::kFailed : CheckStatus::kWarning,
              .found = std::string("for all areas: ") + failure.what(),
              .remedy = is_named ? "name a directory that exists and has more space"
                                 : "name the directory of the backups: tarvio doctor DIR"}};

@@ -54,20 +54,21 @@ Finding check_socket_directory(const std::string& directory) {
   if (stat(directory.c_str(), &status) != 0) {
     if (errno != ENOENT) throw Failure::of_system(directory);
     return {.check = kSocket,
-            .verdict = Verdict::kWarning,
+            .status = CheckStatus::kWarning,
             .found = directory + " does not exist",
             .remedy = "start tarviod, which makes it"};
   }
   if (!S_ISDIR(status.st_mode)) {
     return {.check = kSocket,
-            .verdict = Verdict::kFailed,
+            .status = CheckStatus::kFailed,
             .found = directory + " is not a directory",
             .remedy = "remove it, and restart tarviod"};
   }
   const std::string found = directory + ", mode " + octal(status.st_mode);
-  if ((status.st_mode & (S_IWGRP | S_IWOTH)) == 0) return {.check = kSocket, .found = found};
+  const mode_t others = S_IWOTH | (status.st_gid == 0 ? 0U : S_IWGRP);
+  if ((status.st_mode & others) == 0) return {.check = kSocket, .found = found};
   return {.check = kSocket,
-          .verdict = Verdict::kFailed,
+          .status = CheckStatus::kFailed,
           .found = found + ": others can put a socket of their own there",
           .remedy = "chmod 755 " + directory};
 }
@@ -79,7 +80,7 @@ Finding finding_of_version(const std::string& version) {
   const std::string manager =
       version.empty() ? "a manager that does not report its version" : "tarviod " + version;
   return {.check = kManager,
-          .verdict = Verdict::kWarning,
+          .status = CheckStatus::kWarning,
           .found = manager + " answers, and this is tarvio " TARVIO_VERSION,
           .remedy = kRestartManager};
 }
@@ -90,7 +91,7 @@ Finding find_manager(const Examination& examination) {
   } catch (const Failure& failure) {
     const bool is_missing = failure.status() == kNoManager;
     return {.check = kManager,
-            .verdict = Verdict::kFailed,
+            .status = CheckStatus::kFailed,
             .found = failure.what(),
             .remedy = is_missing                 ? "start tarviod"
                       : failure.code() == EACCES ? kRunAsRoot
@@ -103,7 +104,7 @@ Finding check_descriptors() {
     const std::optional<ManagerState> state = state_if_any();
     if (!state) {
       return {.check = kDescriptors,
-              .verdict = Verdict::kWarning,
+              .status = CheckStatus::kWarning,
               .found = "the manager has not written them",
               .remedy = kRestartManager};
     }
@@ -111,12 +112,12 @@ Finding check_descriptors() {
                               std::to_string(state->descriptor_limit) + " are in use";
     if (!state->is_short_of_descriptors()) return {.check = kDescriptors, .found = found};
     return {.check = kDescriptors,
-            .verdict = Verdict::kWarning,
+            .status = CheckStatus::kWarning,
             .found = found,
             .remedy = "raise the manager's limit of open files"};
   } catch (const Failure& failure) {
     return {.check = kDescriptors,
-            .verdict = Verdict::kWarning,
+            .status = CheckStatus::kWarning,
             .found = std::string("not known: ") + failure.what(),
             .remedy = failure.code() == EACCES ? kRunAsRoot : kRestartManager};
   }
@@ -132,7 +133,7 @@ std::string reason_not_watched(const WatchedLog& log) {
 Finding bad_log(const WatchedLog& log, const std::string& found, const std::string& remedy) {
   const std::string reason = reason_not_watched(log);
   return {.check = kLog,
-          .verdict = reason.empty() ? Verdict::kFailed : Verdict::kWarning,
+          .status = reason.empty() ? CheckStatus::kFailed : CheckStatus::kWarning,
           .found = found + (reason.empty() ? "" : " (" + reason + ')'),
           .remedy = remedy};
 }
@@ -195,7 +196,7 @@ Findings check_socket(const Examination& /*examination*/) {
 
 Findings check_manager(const Examination& examination) {
   const Finding manager = find_manager(examination);
-  if (manager.verdict == Verdict::kFailed) return {manager};
+  if (manager.status == CheckStatus::kFailed) return {manager};
   return {manager, check_descriptors()};
 }
 

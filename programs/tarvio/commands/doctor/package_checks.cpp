@@ -43,7 +43,7 @@ std::optional<bool> is_newer_opkg(const std::string& version) {
 }
 
 Finding failed(const std::string& found, const std::string& remedy) {
-  return {.check = kCheck, .verdict = Verdict::kFailed, .found = found, .remedy = remedy};
+  return {.check = kCheck, .status = CheckStatus::kFailed, .found = found, .remedy = remedy};
 }
 
 // Before the first package is installed only the configuration of opkg, or its release, says where
@@ -78,7 +78,7 @@ Findings check_root(const Examination& /*examination*/) {
   }
   const FlashArea& installed = *find_area("rootfs");
   return {{.check = "root",
-           .verdict = Verdict::kFailed,
+           .status = CheckStatus::kFailed,
            .found = running + ", so packages are below " + root + ", where nothing is mounted",
            .remedy = std::string("boot with root=") + installed.source +
                      ", or mount the installed root file system on " + root}};

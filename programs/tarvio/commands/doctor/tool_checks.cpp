@@ -138,7 +138,7 @@ bool refuses(const std::string& words, char letter) {
 }
 
 Finding failed(const Tool& tool, const std::string& found, const std::string& remedy) {
-  return {.check = tool.name, .verdict = Verdict::kFailed, .found = found, .remedy = remedy};
+  return {.check = tool.name, .status = CheckStatus::kFailed, .found = found, .remedy = remedy};
 }
 
 // What kept it from running at all; empty when it ran.
