@@ -227,7 +227,7 @@ std::vector<Subject> manager_subjects() {
       varying("metrics", {"metrics"}, prepare_started_applications),
       subject("refresh", {"refresh"}, prepare_other_applications),
       {.name = "doctor",
-       .program = client({"doctor", kRoom}),
+       .program = client({"doctor", kRoom, "--timeout", "300"}),
        .set_up = make_whole_device,
        .prepare = prepare_whole_device,
        .state = state_of_manager,

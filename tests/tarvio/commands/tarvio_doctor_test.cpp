@@ -251,7 +251,7 @@ TEST_F(Doctor, FindsTheSpaceForABackup) {
 TEST_F(Doctor, MissesTheSpaceForABackup) {
   const MountedMemory small("/run/tmp/small", "1m");
   const OneReply manager(kOwnVersion);
-  const Ran ran = run_tarvio({"doctor", "/run/tmp/small", "--json"});
+  const Ran ran = run_tarvio({"doctor", "/run/tmp/small", "--json", "--timeout", "300"});
   EXPECT_EQ(ran.status, 1);
   EXPECT_EQ(row(Json::parse(ran.output), "backup space"),
             expected("backup space", "failed",
@@ -263,8 +263,8 @@ TEST_F(Doctor, MissesTheSpaceForABackup) {
 TEST_F(Doctor, OnlyWarnsOfADirectoryThatWasNotNamed) {
   const MountedMemory small("/run/tmp/small", "1m");
   const OneReply manager(kOwnVersion);
-  const Ran ran =
-      run_tarvio({"doctor", "--json"}, [] { std::filesystem::current_path("/run/tmp/small"); });
+  const Ran ran = run_tarvio({"doctor", "--json", "--timeout", "300"},
+                             [] { std::filesystem::current_path("/run/tmp/small"); });
   EXPECT_EQ(ran.status, 0);
   EXPECT_EQ(row(Json::parse(ran.output), "backup space"),
             expected("backup space", "warning",
