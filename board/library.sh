@@ -31,6 +31,14 @@ ends_with() {
   [ $? = "$wanted" ]
 }
 
+# finds PATTERN: whether this is in the table of tarvio doctor, whatever else is not ok.
+finds() {
+  output=$(tarvio doctor 2>&1)
+  echo "$output"
+  # shellcheck disable=SC2254  # a pattern
+  case $output in *$1*) ;; *) return 1 ;; esac
+}
+
 # eventually COMMAND...: waits up to ten seconds for the command to succeed; the last output is shown.
 eventually() {
   for _ in $(seq 100); do

@@ -24,6 +24,8 @@ writable=$(on_area 5 describe /mnt/root)
 passes "the trees differ" [ "$rootfs" != "$writable" ]
 
 passes "the areas are listed" prints '*bootloader*/dev/mtd1 *rootfs*/dev/mtdblock4 *hibernation*' tarvio areas
+passes "the kernel's bad block is found" finds 'area kernel *ok */dev/mtd3: 2.0 MiB, *, 1 of them bad'
+passes "the boot loader has none" finds 'area bootloader *ok */dev/mtd1: 256.0 KiB, *, 0 of them bad'
 # shellcheck disable=SC2086
 passes "the areas are saved, and the raw ones read again" \
   prints '*saved bootloader, bootsetting, kernel, rootfs, writable in /tmp/image.tbx, *' \

@@ -48,6 +48,10 @@ passes "and what it prints later" eventually logged clock "it is noon"
 passes "tarvio shows it" prints '*it is noon*' tarvio logs clock
 passes "which is not taken for a report about it" ends_with 0 tarvio status clock
 
+passes "the device has what it needs" tarvio doctor
+passes "its tools say which they are" prints '*nanddump (mtd-utils) *mkfs.jffs2 (mtd-utils) *' tarvio doctor
+passes "its log has a form that counts" finds 'system log *ok *lines of the form busybox, hooks: 1'
+
 before=$(instances clock)
 kill -SEGV "$before"
 passes "clock crashes, and is started again" eventually is_another_clock "$before"
@@ -97,6 +101,7 @@ echo "tarviod, its keeper and its log reader: $used KiB of memory (PSS)," \
 passes "they need 1.1 MiB at most" is_small "$used"
 passes "the service file stops the manager" service stop
 passes "the client says that there is no manager" ends_with 3 tarvio status
+passes "which the device needs" ends_with 1 tarvio doctor
 passes "clock has gone with it" is_gone clock
 passes "and the others" [ -z "$(instances 'app[0-9]*')" ]
 passes "and the keeper" [ -z "$(keeper)" ]

@@ -3,7 +3,10 @@
 # BOARD_ROOT=/dev/mtdblock5
 . /board/library.sh
 
+passes "a root that is not mounted is found" \
+  finds 'root *failed *packages are below /mnt/root, where nothing is mounted'
 passes "the root file system is mounted" mount -t jffs2 /dev/mtdblock4 /mnt/root
+passes "the mounted one is found" finds 'root *ok *packages are below /mnt/root, where /dev/mtdblock4 is mounted'
 mkdir -p /mnt/root/usr/lib/opkg/info /usr/lib/opkg/info
 make_package clock
 make_package lost

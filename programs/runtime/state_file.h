@@ -76,6 +76,9 @@ struct AppLine {
   std::string_view running;    // version of the package when it was started; empty for none
 };
 
+// Of the limit: so many are short of it, of which the manager warns.
+inline constexpr long long kMostDescriptorPercent = 80;
+
 struct StatusLine {
   int level = 0;
   std::string_view name;

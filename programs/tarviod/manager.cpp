@@ -19,11 +19,11 @@
 #include "apps/state_publisher.h"
 #include "base/deadline.h"
 #include "base/owners.h"
+#include "runtime/config.h"
 #include "runtime/run_paths.h"
 #include "runtime/state_file.h"
 #include "server/server.h"
 #include "settings/app_settings.h"
-#include "settings/config.h"
 #include "settings/warn.h"
 #include "supervision/notify.h"
 #include "supervision/signals.h"
@@ -99,13 +99,13 @@ std::optional<int> set_up_applications() {
 // belong to, has to look at next.
 std::atomic<char*> hooks_to_check = nullptr;
 
-void take_hooks(const Options& options, const Config& config) {
+void take_hooks(const Options& options, const runtime::Config& config) {
   char* text = nullptr;
   size_t size = 0;
   const tarvio::File file(open_memstream(&text, &size));
   if (file == nullptr) return;
   config.each_hook([&](const char* /*text*/, const char* application, const char* line) {
-    (void)fprintf(file.get(), "%s\t%s:%s: %s\n", application, config_path(options.config), line,
+    (void)fprintf(file.get(), "%s\t%s:%s: %s\n", application, runtime::config_path(options.config), line,
                   application);
   });
   (void)fflush(file.get());
@@ -137,10 +137,11 @@ void report_count(int applications) {
 
 // A file with a mistake changes nothing.
 void read_config_again(const Options& options, LogWatch& log_watch) {
-  Config config;
-  if (!read_config(options.config, config)) return;
+  runtime::Config config;
+  runtime::Mistake mistake;
+  if (!runtime::read_config(options.config, config, mistake)) return warn(mistake);
   log_watch.start(std::move(config));
-  inform(config_path(options.config), "read again");
+  inform(runtime::config_path(options.config), "read again");
   take_hooks(options, log_watch.config());
 }
 
@@ -177,7 +178,7 @@ bool set_up(const Options& options, LogWatch& log_watch, AppRunner& runner) {
   return true;
 }
 
-bool check_config(const Options& options, const Config& config) {
+bool check_config(const Options& options, const runtime::Config& config) {
   if (!set_up_applications()) return false;
   take_hooks(options, config);
   (void)check_hooks();
@@ -185,7 +186,7 @@ bool check_config(const Options& options, const Config& config) {
   if (!check_all_app_settings(is_known_application) || !order.read() || !order.is_right()) {
     return false;
   }
-  inform(config_path(options.config), "valid");
+  inform(runtime::config_path(options.config), "valid");
   return true;
 }
 

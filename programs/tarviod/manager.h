@@ -3,8 +3,8 @@
 #define TARVIOD_MANAGER_H
 
 #include "apps/app_runner.h"
+#include "runtime/config.h"
 #include "settings/command_line.h"
-#include "settings/config.h"
 #include "watch/log_watch.h"
 
 namespace tarviod {
@@ -15,7 +15,7 @@ bool set_up(const Options& options, LogWatch& log_watch, AppRunner& runner);
 
 // Whether the manager would take the configuration that was read; says so, and names hooks for
 // applications that are not installed. Needs no other set-up and leaves a running manager alone.
-bool check_config(const Options& options, const Config& config);
+bool check_config(const Options& options, const runtime::Config& config);
 
 // Answers requests and watches the log until a signal ends it, then stops the applications unless
 // they are to be kept, and removes the socket.

@@ -12,9 +12,10 @@
 #include "base/owners.h"
 #include "keeper/keeper.h"
 #include "manager.h"
+#include "runtime/config.h"
 #include "runtime/run_paths.h"
 #include "settings/command_line.h"
-#include "settings/config.h"
+#include "settings/warn.h"
 #include "supervision/background.h"
 #include "supervision/instance.h"
 #include "supervision/notify.h"
@@ -60,8 +61,12 @@ int main(int argc, char** argv) {
 
   tq_log_init();
   tq_set_log_level(options.log_level);
-  tarviod::Config config;
-  if (!tarviod::read_config(options.config, config)) return tarviod::kExitFailure;
+  runtime::Config config;
+  runtime::Mistake mistake;
+  if (!runtime::read_config(options.config, config, mistake)) {
+    tarviod::warn(mistake);
+    return tarviod::kExitFailure;
+  }
   if (options.check_config) {
     return tarviod::check_config(options, config) ? 0 : tarviod::kExitFailure;
   }

@@ -1,11 +1,13 @@
 // The commands that ask the manager.
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -126,6 +128,46 @@ void prepare_log() {
              "Nov 22 06:34:59 board radio[14]: on the air\n");
 }
 
+void mount_memory(const char* directory) {
+  fs::create_directories(directory);
+  if (mount("memory", directory, "tmpfs", 0, "size=1g") != 0) throw std::runtime_error(directory);
+}
+
+constexpr char kRoom[] = "/run/faults/room";
+
+// Once: partitions as the kernel shows them, and room for a backup.
+void make_whole_device() {
+  for (const char* const directory : {"/sys/class", kRoom}) mount_memory(directory);
+  const char* const sizes[] = {"262144", "2097152", "2097152", "62914560", "67108864", "134217728"};
+  for (int number = 1; number <= 6; ++number) {
+    const std::string name = "mtd" + std::to_string(number);
+    const std::string directory = "/sys/class/mtd/" + name;
+    fs::create_directories(directory);
+    write_file(directory + "/size", sizes[number - 1]);
+    write_file(directory + "/erasesize", "131072");
+    write_file(directory + "/bad_blocks", "0");
+    write_file("/dev/" + name, "");
+  }
+  for (const char* const device : {"/dev/mtdblock4", "/dev/mtdblock5"}) write_file(device, "");
+}
+
+void prepare_whole_device() {
+  prepare_stopped();
+  write_file("/var/log/messages", "Nov 22 06:34:58 board user.info clock[12]: tick\n");
+}
+
+// The checks, each with whether it failed: what is not needed may be unknown.
+std::string checks_in(const std::string& output) {
+  std::istringstream lines(output);
+  std::string checks;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with(' ')) continue;
+    checks += line.substr(0, line.find("  "));
+    checks += line.find("  failed ") == std::string::npos ? "\n" : " failed\n";
+  }
+  return checks;
+}
+
 // Another application is installed, and one of those that run is removed.
 void prepare_other_applications() {
   prepare_started_applications();
@@ -184,6 +226,12 @@ std::vector<Subject> manager_subjects() {
       varying("status-wide-json", {"status", "--wide", "--json"}, prepare_started_applications),
       varying("metrics", {"metrics"}, prepare_started_applications),
       subject("refresh", {"refresh"}, prepare_other_applications),
+      {.name = "doctor",
+       .program = client({"doctor", kRoom, "--timeout", "300"}),
+       .set_up = make_whole_device,
+       .prepare = prepare_whole_device,
+       .state = state_of_manager,
+       .said = checks_in},
       {.name = "logs",
        .program = client({"logs", "clock"}),
        .set_up = [] {},

@@ -7,6 +7,7 @@ set -u
 export LC_ALL=C
 
 tool=${0##*/}
+case " $* " in *" --version "*) echo "$tool (mtd-utils) 2.1.5" && exit ;; esac
 block=131072
 page=2048
 

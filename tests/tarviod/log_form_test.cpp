@@ -1,5 +1,5 @@
 // The forms that lines of the system log may have, and what a line of each says.
-#include "watch/log_form.h"
+#include "runtime/log_form.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,9 +17,9 @@
 namespace tarvio_test {
 namespace {
 
-using tarviod::LineKind;
-using tarviod::LogFormat;
-using tarviod::UsualLine;
+using runtime::LineKind;
+using runtime::LogFormat;
+using runtime::UsualLine;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 

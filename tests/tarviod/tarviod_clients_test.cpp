@@ -47,6 +47,10 @@ class TarviodClients : public testing::Test {
   Tarviod manager_{{}, with_module(TARVIOD_LATE_CLOCK, clock_)};
 };
 
+TEST_F(TarviodClients, LearnItsVersion) {
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "version\n"), "0\n" TARVIO_VERSION "\n");
+}
+
 TEST_F(TarviodClients, AreAnsweredAfterThreeHundredSilentOnes) {
   std::deque<Socket> silent;
   while (silent.size() < 300) silent.push_back(connect_to(TQ_COM_SOCKET_PATH));

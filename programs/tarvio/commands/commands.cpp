@@ -12,7 +12,7 @@ constexpr std::array kCommands = {
     &kStopAllCommand, &kIsRunningCommand, &kWaitCommand,    &kLogsCommand,    &kMetricsCommand,
     &kRefreshCommand, &kListCommand,      &kInstallCommand, &kRemoveCommand,  &kFilesCommand,
     &kCheckCommand,   &kInspectCommand,   &kPackCommand,    &kAreasCommand,   &kBackupCommand,
-    &kRestoreCommand, &kHelpCommand,
+    &kRestoreCommand, &kDoctorCommand,    &kHelpCommand,
 };
 // The build counts the files.
 static_assert(kCommands.size() == TARVIO_COMMAND_FILES,

@@ -31,6 +31,7 @@ extern const Command kPackCommand;
 extern const Command kAreasCommand;
 extern const Command kBackupCommand;
 extern const Command kRestoreCommand;
+extern const Command kDoctorCommand;
 extern const Command kHelpCommand;
 
 // In the order of the help.

@@ -78,18 +78,9 @@ class BackupRun {
     throw Failure(EEXIST, "already exists; use --overwrite to replace it");
   }
 
-  // The work directory holds one area's file at a time. The package exists twice while ar adds to
-  // it.
   void check_room() const {
-    uint64_t sum = 0;
-    uint64_t largest = 0;
-    for (const FlashArea* const area : areas_) {
-      uint64_t bytes = 0;
-      for (const AreaPart& part : parts_of(*area)) bytes += part.backup_bytes;
-      sum += bytes;
-      largest = std::max(largest, bytes);
-    }
-    check_space({work_place_, largest}, {target_directory_, 2 * sum});
+    const BackupBytes bytes = bytes_of_backup(areas_);
+    check_space({work_place_, bytes.work}, {target_directory_, bytes.target});
   }
 
   void run_in(const WorkDirectory& directory, const FlashLock& lock) {

@@ -8,11 +8,10 @@
 
 #include <cerrno>
 #include <string>
-#include <string_view>
 
 #include "process/failure.h"
+#include "process/kernel_text.h"
 #include "process/system_file.h"
-#include "process/text_pieces.h"
 
 namespace client {
 
@@ -47,20 +46,13 @@ std::string block_device_of(const tarvio::FlashArea& area) {
 }
 
 bool is_root(const std::string& device) {
-  const std::string line = known_text_of("/proc/cmdline");
-  std::string_view rest = line;
-  std::string_view root;
-  for (auto word = take_word(rest); !word.empty(); word = take_word(rest)) {
-    if (word.starts_with("root=")) root = word;  // the last one counts
-  }
-  return root == "root=" + device;
+  return root_in(known_text_of("/proc/cmdline")) == device;
 }
 
 // Where it is mounted; empty when it is not.
 std::string mount_point_of(const std::string& device) {
-  for (const std::string& line : lines_of(known_text_of("/proc/self/mounts"))) {
-    std::string_view rest = line;
-    if (take_word(rest) == device) return std::string(take_word(rest));
+  for (const Mount& mount : mounts_in(known_text_of("/proc/self/mounts"))) {
+    if (mount.device == device) return mount.directory;
   }
   return "";
 }

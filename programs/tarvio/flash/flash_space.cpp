@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "process/failure.h"
@@ -37,6 +38,18 @@ void check(const Need& need, const Space& space) {
 
 std::string work_directory_in(const std::string& directory) {
   return directory + "/.tarvio-flash.";
+}
+
+// The work directory holds one area's file at a time. The package exists twice while ar adds to it.
+BackupBytes bytes_of_backup(std::span<const FlashArea* const> areas) {
+  BackupBytes sum;
+  for (const FlashArea* const area : areas) {
+    uint64_t bytes = 0;
+    for (const AreaPart& part : parts_of(*area)) bytes += part.backup_bytes;
+    sum.work = std::max(sum.work, bytes);
+    sum.target += 2 * bytes;
+  }
+  return sum;
 }
 
 void check_space(const Need& one, const Need& other) {

@@ -15,6 +15,7 @@
 #include "base/owners.h"
 #include "base/pipe.h"
 #include "process/failure.h"
+#include "process/text_pieces.h"
 #include "tarvio/com.h"
 
 namespace client {
@@ -106,12 +107,26 @@ Answer ask_manager(const char* command, const char* name, double timeout_seconds
   return answer;
 }
 
-std::vector<Status> ask_statuses(const char* command, double timeout_seconds) {
-  const Answer answer = ask_manager(command, nullptr, timeout_seconds);
+std::string ask_whole(const char* command, double timeout_seconds) {
+  Answer answer = ask_manager(command, nullptr, timeout_seconds);
   if (const std::string broken = broken_off(answer); !broken.empty()) {
     throw Failure(answer.error, broken);
   }
-  StatusReply reply = parse_statuses(answer.bytes);
+  return std::move(answer.bytes);
+}
+
+std::string ask_version(double timeout_seconds) {
+  const std::string bytes = ask_whole("version", timeout_seconds);
+  const std::vector<std::string> lines = lines_of(bytes);
+  if (bytes.empty()) return "";
+  if (lines.size() != 2 || lines[0] != "0" || !bytes.ends_with('\n')) {
+    throw Failure(EPROTO, "the manager's reply about its version is truncated or garbled");
+  }
+  return lines[1];
+}
+
+std::vector<Status> ask_statuses(const char* command, double timeout_seconds) {
+  StatusReply reply = parse_statuses(ask_whole(command, timeout_seconds));
   if (!reply.complete) throw Failure(EPROTO, kTruncated);
   return std::move(reply.statuses);
 }

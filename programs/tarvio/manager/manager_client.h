@@ -24,6 +24,12 @@ Answer ask_manager(const char* command, const char* name, double timeout_seconds
 // All statuses that a command asks for. Throws a Failure for anything but a whole reply.
 std::vector<Status> ask_statuses(const char* command, double timeout_seconds);
 
+// The bytes of a reply that came to its end. Throws as ask_manager, and when it was broken off.
+std::string ask_whole(const char* command, double timeout_seconds);
+
+// The version of the manager; empty for one that does not know the request. Throws as ask_whole.
+std::string ask_version(double timeout_seconds);
+
 // What broke the exchange off, for people; empty after a clean end.
 std::string broken_off(const Answer& answer);
 inline constexpr char kTruncated[] =

@@ -33,6 +33,10 @@ bool AppFacts::has_failed() const {
   return has_ended && (exit.kind != runtime::ExitKind::kStatus || exit.number != 0);
 }
 
+bool ManagerState::is_short_of_descriptors() const {
+  return descriptors_used >= descriptor_limit * runtime::kMostDescriptorPercent / 100;
+}
+
 const AppFacts* ManagerState::find_app(const std::string& name) const {
   const auto app = std::find_if(apps.begin(), apps.end(),
                                 [&](const AppFacts& each) { return each.name == name; });

@@ -37,6 +37,8 @@ struct ManagerState {
   std::vector<AppFacts> apps;
   std::vector<Status> statuses;
 
+  [[nodiscard]] bool is_short_of_descriptors() const;
+
   // Null for an application that the manager does not know.
   [[nodiscard]] const AppFacts* find_app(const std::string& name) const;
 };

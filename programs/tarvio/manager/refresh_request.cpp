@@ -26,12 +26,9 @@ int take_count(std::string_view& text, std::string_view word) {
 }  // namespace
 
 std::optional<Refreshed> ask_refresh(double timeout_seconds) {
-  const Answer answer = ask_manager("refresh_apps", nullptr, timeout_seconds);
-  if (const std::string broken = broken_off(answer); !broken.empty()) {
-    throw Failure(answer.error, broken);
-  }
-  if (answer.bytes.empty()) return std::nullopt;
-  std::string_view text = answer.bytes;
+  const std::string reply = ask_whole("refresh_apps", timeout_seconds);
+  if (reply.empty()) return std::nullopt;
+  std::string_view text = reply;
   Refreshed refreshed = {.code = take_count(text, "")};
   if (refreshed.code != 0) return refreshed;
   refreshed.added = take_count(text, "added ");

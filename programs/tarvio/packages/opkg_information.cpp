@@ -87,13 +87,27 @@ std::optional<std::string> read_information(const std::string& path) {
   }
 }
 
-void check_place_of_information(const std::string& name, const std::string& state) {
+std::string other_place_of_information(const std::string& name) {
   const std::string root = root_of_packages();
-  const std::string elsewhere = information_of_newer_opkg(root);
-  if (knows(root + kInformation, name) || !knows(elsewhere, name)) return;
-  throw Failure(ENOENT, state + "opkg keeps its information in " + elsewhere +
-                            "; add 'option info_dir " + kInformation + "' to " + root +
-                            kConfiguration + "/opkg.conf");
+  std::string other = information_of_newer_opkg(root);
+  return knows(root + kInformation, name) || !knows(other, name) ? "" : other;
+}
+
+bool is_place_configured() {
+  const std::string root = root_of_packages();
+  return information_of_newer_opkg(root) == root + kInformation;
+}
+
+std::string remedy_for_other_place() {
+  return std::string("add 'option info_dir ") + kInformation + "' to " + root_of_packages() +
+         kConfiguration + "/opkg.conf";
+}
+
+void check_place_of_information(const std::string& name, const std::string& state) {
+  const std::string other = other_place_of_information(name);
+  if (other.empty()) return;
+  throw Failure(ENOENT,
+                state + "opkg keeps its information in " + other + "; " + remedy_for_other_place());
 }
 
 }  // namespace client

@@ -23,7 +23,19 @@ std::vector<std::string> control_files_in(const std::string& directory);
 // it cannot be read.
 std::optional<std::string> read_information(const std::string& path);
 
-// Releases of opkg differ in where they keep their files. Throws a Failure with the remedy when
+// Releases of opkg differ in where they keep their files.
+
+// Where opkg knows the package, or any package for an empty name, when it knows none in the
+// directory where the library looks; else empty.
+std::string other_place_of_information(const std::string& name);
+
+// Whether its configuration names the directory where the library looks. Old releases need none.
+bool is_place_configured();
+
+// For an opkg that uses another directory.
+std::string remedy_for_other_place();
+
+// Throws a Failure with the remedy when
 // opkg knows the package, or any package for an empty name, in another directory and none here;
 // `state` says what is installed.
 void check_place_of_information(const std::string& name, const std::string& state = "");

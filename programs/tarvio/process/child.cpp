@@ -23,12 +23,6 @@ using tarvio::Deadline;
 using tarvio::Pipe;
 using Work = std::function<void(int output)>;
 
-struct ChildEnd {
-  int status = 0;  // its exit status; 128 and the number of the signal that ended it
-  bool is_late = false;
-  std::string errors;  // what it wrote on standard error, at least the beginning
-};
-
 constexpr size_t kMaxErrors = 65536;
 constexpr int kCannotRun = 127;
 constexpr int kSignalled = 128;
@@ -206,6 +200,15 @@ void check(const WorkDirectory& directory, const std::string& what, const ChildE
   throw Failure(EIO, cause);
 }
 
+[[noreturn]] void become_program(const std::vector<std::string>& words) {
+  std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
+  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  execvp(arguments[0], arguments.data());
+  throw Failure::of_system("cannot run it");
+}
+
 // What a job writes: the code of its failure or 0, a line feed, and the message or the result.
 std::string report_of(const std::function<std::string()>& job) {
   try {
@@ -220,15 +223,17 @@ std::string report_of(const std::function<std::string()>& job) {
 void execute(const WorkDirectory& directory, const std::vector<std::string>& words, double seconds,
              const Sink& sink) {
   Child child(directory, [&words](int output) {
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
-    for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
-    if (dup2(output, STDOUT_FILENO) >= 0) execvp(arguments[0], arguments.data());
-    throw Failure::of_system("cannot run it");
+    if (dup2(output, STDOUT_FILENO) < 0) throw Failure::of_system("cannot run it");
+    become_program(words);
   });
   // A tool names the cause first, and at last says that it gives up.
   check(directory, words[0], child.wait(seconds, sink), first_line);
+}
+
+ChildEnd run_tool(const WorkDirectory& directory, const std::vector<std::string>& words,
+                  double seconds) {
+  Child child(directory, [&words](int /*output*/) { become_program(words); });
+  return child.wait(seconds, [](std::string_view /*piece*/) {});
 }
 
 std::string run_apart(const WorkDirectory& directory, const char* tools, const Work& work,

@@ -33,6 +33,17 @@ struct Tick {
 void execute(const WorkDirectory& directory, const std::vector<std::string>& words, double seconds,
              const Sink& sink);
 
+struct ChildEnd {
+  int status = 0;  // its exit status; 128 and the number of the signal that ended it
+  bool is_late = false;
+  std::string errors;  // what it wrote on standard error, at least the beginning
+};
+
+// Runs a program, without a shell, whatever comes of it. What it writes on standard output counts
+// as written on standard error.
+ChildEnd run_tool(const WorkDirectory& directory, const std::vector<std::string>& words,
+                  double seconds);
+
 // Runs a function, for calls into the library that make it run tools: `tools` names these in
 // messages. What it writes to its descriptor goes to the sink; what is written on standard output
 // and standard error is returned. Throws a Failure with the last line of that when the function

@@ -55,7 +55,7 @@ BootOrder::Entry* BootOrder::find(const char* name) {
 }
 
 void BootOrder::report(const Entry& entry, const char* why) {
-  char place[2 * kMaxApplicationBytes + 64];
+  char place[2 * runtime::kMaxApplicationBytes + 64];
   (void)snprintf(place, sizeof place, "%s/%s%s: after %s", kAppSettingsDirectory,
                  entry.app->package->name, kAppSettingsSuffix, entry.settings.after);
   warn(place, why);

@@ -168,11 +168,17 @@ const char* counts_of_refresh() {
   return text;
 }
 
-// Beside the words of the protocol, for clients that mean exactly one application.
-constexpr std::array<tq_com_word, 4> kWords = {{
+int do_nothing(const char* /*unused*/) { return 0; }
+
+// After the code.
+const char* own_version() { return "\n" TARVIO_VERSION "\n"; }
+
+// Beside the words of the protocol.
+constexpr std::array<tq_com_word, 5> kWords = {{
     {.word = "start_exact", .serve = start_exact, .rest = nullptr},
     {.word = "stop_exact", .serve = stop_exact, .rest = nullptr},
     {.word = "refresh_apps", .serve = refresh_for_client, .rest = counts_of_refresh},
+    {.word = "version", .serve = do_nothing, .rest = own_version},
     {},
 }};
 

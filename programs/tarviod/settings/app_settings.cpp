@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "base/owners.h"
-#include "conf_file.h"
+#include "runtime/conf_file.h"
 #include "warn.h"
 
 namespace tarviod {
@@ -44,13 +44,14 @@ bool store_enabled(const char* text, AppSettings& settings) {
 }
 
 bool store_stop_timeout(const char* text, AppSettings& settings) {
-  settings.stop_timeout_s = static_cast<int>(number_of(text, kMaxStopSeconds));
+  settings.stop_timeout_s = static_cast<int>(runtime::number_of(text, kMaxStopSeconds));
   return settings.stop_timeout_s >= 0;
 }
 
 bool store_nice(const char* text, AppSettings& settings) {
   const bool is_negative = text[0] == '-';
-  const long number = number_of(is_negative ? text + 1 : text, is_negative ? -kMinNice : kMaxNice);
+  const long number =
+      runtime::number_of(is_negative ? text + 1 : text, is_negative ? -kMinNice : kMaxNice);
   settings.nice = static_cast<int>(is_negative ? -number : number);
   return number >= 0;
 }
@@ -64,18 +65,19 @@ bool store_max_memory(const char* text, AppSettings& settings) {
   const bool ends = text[length] == '\0' || text[length + 1] == '\0';
   if (length >= sizeof digits || !ends || (unit == 0 && text[length] != '\0')) return false;
   (void)snprintf(digits, sizeof digits, "%.*s", static_cast<int>(length), text);
-  settings.max_memory = static_cast<int64_t>(number_of(digits, unit == 0 ? LONG_MAX : kMaxUnits))
-                        << (10 * unit);
+  settings.max_memory =
+      static_cast<int64_t>(runtime::number_of(digits, unit == 0 ? LONG_MAX : kMaxUnits))
+      << (10 * unit);
   return settings.max_memory > 0;
 }
 
 bool store_max_open_files(const char* text, AppSettings& settings) {
-  settings.max_open_files = number_of(text, kMaxCount);
+  settings.max_open_files = runtime::number_of(text, kMaxCount);
   return settings.max_open_files > 0;
 }
 
 bool store_max_processes(const char* text, AppSettings& settings) {
-  settings.max_processes = number_of(text, kMaxCount);
+  settings.max_processes = runtime::number_of(text, kMaxCount);
   return settings.max_processes > 0;
 }
 
@@ -180,8 +182,13 @@ bool read_app_settings(const char* application, AppSettings& settings) {
   char path[PATH_MAX];
   (void)snprintf(path, sizeof path, "%s/%s%s", kAppSettingsDirectory, application,
                  kAppSettingsSuffix);
-  ConfFile file;
-  if (!read_conf_file(path, MissingFile::kEmpty, complaint_about, file)) return false;
+  runtime::ConfFile file;
+  runtime::Mistake mistake;
+  if (!runtime::read_conf_file(path, runtime::MissingFile::kEmpty, complaint_about, file,
+                               mistake)) {
+    warn(mistake);
+    return false;
+  }
   settings = {};
   for (int i = 0; i < tq_count_variables(file.pairs.get()); ++i) {
     const Key* const key = find_key(tq_find_name(file.pairs.get(), i));

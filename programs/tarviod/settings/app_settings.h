@@ -4,7 +4,7 @@
 
 #include <stdint.h>
 
-#include "config.h"
+#include "runtime/config.h"
 
 namespace tarviod {
 
@@ -25,9 +25,10 @@ struct AppSettings {
   int64_t max_memory = kNoLimit;  // in bytes
   int64_t max_open_files = kNoLimit;
   int64_t max_processes = kNoLimit;
-  char after[kMaxApplicationBytes + 1] = "";  // started after this one, when the manager starts
-  char user[kMaxUserNameBytes + 1] = "";      // empty: the manager's
-  char group[kMaxUserNameBytes + 1] = "";     // empty: the user's
+  char after[runtime::kMaxApplicationBytes + 1] =
+      "";                                  // started after this one, when the manager starts
+  char user[kMaxUserNameBytes + 1] = "";   // empty: the manager's
+  char group[kMaxUserNameBytes + 1] = "";  // empty: the user's
 };
 
 // Reads the settings of an application; a missing file is the same as an empty one. False when the

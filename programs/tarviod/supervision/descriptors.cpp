@@ -11,13 +11,13 @@
 #include <utility>
 
 #include "base/owners.h"
+#include "runtime/state_file.h"
 #include "settings/warn.h"
 
 namespace tarviod {
 
 namespace {
 
-constexpr long long kMostPercent = 80;
 constexpr long long kFewPercent = 70;
 
 int descriptor_limit() {
@@ -49,7 +49,8 @@ Descriptors count_descriptors() {
 bool watch_descriptors() {
   static bool is_short = false;
   const int limit = descriptor_limit();
-  const auto most = static_cast<int>(limit * (is_short ? kFewPercent : kMostPercent) / 100);
+  const auto most =
+      static_cast<int>(limit * (is_short ? kFewPercent : runtime::kMostDescriptorPercent) / 100);
   const int used = is_short ? count_descriptors().used : at_least_open();
   const bool was_short = std::exchange(is_short, used >= most);
   if (is_short && !was_short) {

@@ -135,7 +135,7 @@ void Journal::take(char* line) {
   reporter_.complain_about_log(nullptr);
   last.length = entry.cursor.size();
   memcpy(last.bytes, entry.cursor.data(), last.length);
-  reporter_.count(UsualLine(entry.message));
+  reporter_.count(runtime::UsualLine(entry.message));
   position.known = true;
 }
 

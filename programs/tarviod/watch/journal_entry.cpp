@@ -87,7 +87,7 @@ class Json {
 }  // namespace
 
 bool parse_entry(char* line, JournalEntry& entry) {
-  LogMessage& message = entry.message;
+  runtime::LogMessage& message = entry.message;
   std::string_view level;
   std::string_view facility;
   std::string_view command;

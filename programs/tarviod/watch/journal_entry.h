@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-#include "log_form.h"
+#include "runtime/log_form.h"
 
 namespace tarviod {
 
@@ -14,7 +14,7 @@ inline constexpr char kJournalFields[] =
 
 struct JournalEntry {
   std::string_view cursor;
-  LogMessage message;
+  runtime::LogMessage message;
 };
 
 // Takes a line apart in place; the entry points into it. False when the line is damaged or lacks

@@ -31,7 +31,7 @@ void remember(LogLine& line, uint64_t at, std::string_view bytes) {
 
 }  // namespace
 
-LogFile::LogFile(const char* path, LogFormat format, LogReporter& reporter)
+LogFile::LogFile(const char* path, runtime::LogFormat format, LogReporter& reporter)
     : path_(path), format_(format), reporter_(reporter), position_(reporter.position()) {
   std::string_view begun(position_.begun.bytes, position_.begun.length);
   (void)lines_.feed(begun);
@@ -76,7 +76,7 @@ void LogFile::find_position(int log, const struct stat& info) {
   } else {
     position_ = {.known = position_.known, .device = info.st_dev, .inode = info.st_ino};
     // A line that had no end when its log was replaced counts as it is.
-    if (has_begun) reporter_.count(UsualLine(format_, lines_.text()));
+    if (has_begun) reporter_.count(runtime::UsualLine(format_, lines_.text()));
   }
 }
 
@@ -106,7 +106,7 @@ void LogFile::cut_lines(std::string_view bytes) {
     position_.offset = end - bytes.size();
     remember(position_.last, position_.begun.at, lines_.line());
     remember(position_.begun, position_.offset, {});
-    reporter_.count(UsualLine(format_, lines_.text()));
+    reporter_.count(runtime::UsualLine(format_, lines_.text()));
   }
   position_.offset = end;
   remember(position_.begun, position_.begun.at, lines_.line());

@@ -9,15 +9,15 @@
 #include <string_view>
 
 #include "base/line_cutter.h"
-#include "log_form.h"
 #include "log_report.h"
 #include "log_reporter.h"
+#include "runtime/log_form.h"
 
 namespace tarviod {
 
 class LogFile {
  public:
-  LogFile(const char* path, LogFormat format, LogReporter& reporter);
+  LogFile(const char* path, runtime::LogFormat format, LogReporter& reporter);
 
   // Reports what is new in the log, and once, until the log can be read again, why it cannot.
   void look();
@@ -32,7 +32,7 @@ class LogFile {
   void cut_lines(std::string_view bytes);
 
   const char* path_;
-  LogFormat format_;
+  runtime::LogFormat format_;
   LogReporter& reporter_;
   LogPosition& position_;
   char line_[kMaxLineBytes + 1];

@@ -42,7 +42,7 @@ bool manager_is_gone_after(int wait_ms) {
   return tarvio::wait_for(kReportFd, 0, tarvio::Deadline::after(wait_ms));
 }
 
-void watch_file(const char* path, LogFormat format, LogReporter& reporter, int period_ms) {
+void watch_file(const char* path, runtime::LogFormat format, LogReporter& reporter, int period_ms) {
   LogFile log(path, format, reporter);
   log.look();
   reporter.send(ReportKind::kPosition);  // even without news: the manager waits for it
@@ -58,10 +58,11 @@ int run_log_reader(int argc, char** argv) {
   if (!set_hooks(argv + kFirstHook)) return EXIT_FAILURE;
   LogReporter reporter(begin, argv + kFirstHook);
   const int period_ms = atoi(argv[kPeriod]) * 1000;
-  if (strcmp(argv[kLog], kJournal) == 0) {
+  if (strcmp(argv[kLog], runtime::kJournal) == 0) {
     follow_journal(reporter, period_ms);
   } else {
-    const auto format = static_cast<LogFormat>(index_of(argv[kFormat], kLogFormats));
+    const auto format =
+        static_cast<runtime::LogFormat>(runtime::index_of(argv[kFormat], runtime::kLogFormats));
     watch_file(argv[kLog], format, reporter, period_ms);
   }
   return 0;

@@ -6,7 +6,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "settings/config.h"
+#include "runtime/config.h"
 
 namespace tarviod {
 
@@ -43,7 +43,7 @@ struct LogReport {
   LogPosition position;
   ReportKind kind;
   int32_t level;
-  char application[kMaxApplicationBytes + 1];
+  char application[runtime::kMaxApplicationBytes + 1];
   char detail[kMaxDetailBytes + 1];
 };
 // Written and read as a whole.

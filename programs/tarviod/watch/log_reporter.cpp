@@ -17,13 +17,8 @@ namespace tarviod {
 
 namespace {
 
-constexpr char kOtherForm[] =
-    "no line has the form 'Jan 12 00:00:12 board user.err webapp[12]: disk full' or another one "
-    "of tarviod.conf(5), so none counts: change the format of the log as it says";
-constexpr char kNoLevel[] =
-    "the lines have no level, so those of hooks without one do not count: add 'level.TEXT: err' "
-    "for each hook.TEXT, or change the format of the log as tarviod.conf(5) says";
-static_assert(sizeof kOtherForm <= kMaxDetailBytes && sizeof kNoLevel <= kMaxDetailBytes);
+static_assert(sizeof runtime::kOtherForm <= kMaxDetailBytes &&
+              sizeof runtime::kLinesWithoutLevel <= kMaxDetailBytes);
 
 struct FreeParsed {
   void operator()(tq_syslog_line* line) const {
@@ -56,15 +51,20 @@ int state_of(int severity) {
 }
 
 // The number of a level, or -1 for none.
-int level_of_hook(char* const* hook) { return index_of(hook[2], kSeverities); }
+int level_of_hook(char* const* hook) { return runtime::index_of(hook[2], runtime::kSeverities); }
+
+bool all_have_levels(char** hooks) {
+  for (char** hook = hooks; *hook != nullptr; hook += kWordsOfHook) {
+    if (level_of_hook(hook) < 0) return false;
+  }
+  return true;
+}
 
 }  // namespace
 
-LogReporter::LogReporter(const LogPosition& begin, char** hooks) : hooks_(hooks) {
+LogReporter::LogReporter(const LogPosition& begin, char** hooks)
+    : hooks_(hooks), form_(all_have_levels(hooks)) {
   report_.position = begin;
-  for (char** hook = hooks; *hook != nullptr; hook += kWordsOfHook) {
-    all_have_levels_ = all_have_levels_ && level_of_hook(hook) >= 0;
-  }
 }
 
 void LogReporter::send(ReportKind kind) {
@@ -83,29 +83,22 @@ void LogReporter::complain_about_log(const char* why) {
 }
 
 void LogReporter::complain_about_form() {
-  if (is_form_good_ || is_form_reported_ || form_complaint_ == nullptr) return;
+  if (is_form_reported_ || form_.complaint() == nullptr) return;
   is_form_reported_ = true;
-  complain(form_complaint_);
+  complain(form_.complaint());
 }
 
-// One good line is enough, for good: some lines of a log may have any form.
-void LogReporter::judge_form(LineKind kind) {
-  const bool is_without_level = kind == LineKind::kWithoutLevel && !all_have_levels_;
-  if (is_without_level) form_complaint_ = kNoLevel;
-  if (kind == LineKind::kOther && form_complaint_ == nullptr) form_complaint_ = kOtherForm;
-  is_form_good_ = is_form_good_ || (kind != LineKind::kOther && !is_without_level);
-}
-
-void LogReporter::count(const UsualLine& line) {
-  judge_form(line.kind());
-  const bool is_report = line.kind() == LineKind::kReport || line.kind() == LineKind::kWithoutLevel;
+void LogReporter::count(const runtime::UsualLine& line) {
+  form_.see(line.kind());
+  const bool is_report =
+      line.kind() == runtime::LineKind::kReport || line.kind() == runtime::LineKind::kWithoutLevel;
   if (!is_report || !report_.position.known) return;
   const Parsed parsed(tq_parse_syslog(line.text()));
   const char* text = tq_check_log_hook(parsed.get());
   if (text == nullptr) return;
   char** hook = hooks_;
   while (*hook != text) hook += kWordsOfHook;  // the argument itself (oddity 102)
-  if (line.kind() == LineKind::kWithoutLevel) {
+  if (line.kind() == runtime::LineKind::kWithoutLevel) {
     if (level_of_hook(hook) < 0) return;
     parsed->level = state_of(level_of_hook(hook));
   }

@@ -2,8 +2,8 @@
 #ifndef TARVIOD_LOG_REPORTER_H
 #define TARVIOD_LOG_REPORTER_H
 
-#include "log_form.h"
 #include "log_report.h"
+#include "runtime/log_form.h"
 
 namespace tarviod {
 
@@ -20,7 +20,7 @@ class LogReporter {
   LogPosition& position() { return report_.position; }
 
   // Reports the change that a line makes. What was in the log when the manager started makes none.
-  void count(const UsualLine& line);
+  void count(const runtime::UsualLine& line);
 
   // Reports once, until nothing is wrong any more, which is null.
   void complain_about_log(const char* why);
@@ -32,13 +32,10 @@ class LogReporter {
 
  private:
   void complain(const char* why);
-  void judge_form(LineKind kind);
 
   char** hooks_;
-  bool all_have_levels_ = true;
+  runtime::FormJudge form_;
   bool is_log_bad_ = false;
-  bool is_form_good_ = false;
-  const char* form_complaint_ = nullptr;
   bool is_form_reported_ = false;
   LogReport report_ = {};
 };

@@ -32,7 +32,7 @@ constexpr char kOwnProgram[] = "/proc/self/exe";
 
 // The arguments of a log reader; the strings are borrowed. Null when memory runs out.
 using Words = std::unique_ptr<const char*[], tarvio::Free>;
-Words arguments_of_reader(const Config& config, const char* period) {
+Words arguments_of_reader(const runtime::Config& config, const char* period) {
   constexpr size_t kFixed = 4;
   const size_t count = kFixed + kWordsOfHook * config.hook_count() + 1;
   Words words(static_cast<const char**>(malloc(count * sizeof(char*))));
@@ -67,7 +67,7 @@ int spawn_reader(const char* const* arguments, int position_fd, int report_fd) {
   return error;
 }
 
-int start_process(const Config& config, const LogPosition& position, int report_fd) {
+int start_process(const runtime::Config& config, const LogPosition& position, int report_fd) {
   char period[12];
   (void)snprintf(period, sizeof period, "%d", config.log_period_s());
   const Words arguments = arguments_of_reader(config, period);
@@ -81,7 +81,7 @@ int start_process(const Config& config, const LogPosition& position, int report_
 
 }  // namespace
 
-void LogWatch::start(Config config) {
+void LogWatch::start(runtime::Config config) {
   stop();
   if (strcmp(config.log(), config_.log()) != 0) position_ = {};
   config_ = std::move(config);

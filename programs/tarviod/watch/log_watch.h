@@ -5,7 +5,7 @@
 #include "base/deadline.h"
 #include "base/owners.h"
 #include "log_report.h"
-#include "settings/config.h"
+#include "runtime/config.h"
 
 namespace tarviod {
 
@@ -13,9 +13,9 @@ class LogWatch {
  public:
   // Watches as configured: from the present end of the log, or from where reading stopped if that
   // log was watched before.
-  void start(Config config);
+  void start(runtime::Config config);
 
-  [[nodiscard]] const Config& config() const { return config_; }
+  [[nodiscard]] const runtime::Config& config() const { return config_; }
 
   // Waits until the present end of the log is known, at most a few seconds.
   void wait_for_begin();
@@ -34,7 +34,7 @@ class LogWatch {
  private:
   void retry_after_period();
 
-  Config config_;
+  runtime::Config config_;
   LogPosition position_ = {};
   tarvio::Fd report_;
   tarvio::Deadline reader_due_ = tarvio::Deadline::never();

@@ -76,6 +76,7 @@ const std::vector<std::pair<const Command*, Line>> kShortestLines = {
     {&kAreasCommand, {"areas"}},
     {&kBackupCommand, {"backup", "kernel", "--to", "x.tbx"}},
     {&kRestoreCommand, {"restore", "x.tbx"}},
+    {&kDoctorCommand, {"doctor"}},
     {&kHelpCommand, {"help"}},
 };
 

@@ -128,6 +128,7 @@ TEST_P(ClientCompletion, OffersTheOptionsOfTheCommand) {
   EXPECT_EQ(offered({"areas", "-"}), (Words{"--json", "--quiet", "--help"}));
   EXPECT_EQ(offered({"backup", "-"}), (Words{"--json", "--help", "--timeout", "--to", "--workdir",
                                              "--overwrite", "--verify", "--quiet"}));
+  EXPECT_EQ(offered({"doctor", "-"}), (Words{"--json", "--quiet", "--help", "--timeout"}));
   EXPECT_EQ(offered({"restore", "-"}), (Words{"--json", "--help", "--timeout", "--yes", "--force",
                                               "--no-verify", "--workdir", "--quiet"}));
 }

@@ -1,4 +1,4 @@
-#include "conf_file.h"
+#include "runtime/conf_file.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -11,25 +11,23 @@
 
 #include "base/line_cutter.h"
 #include "base/line_reader.h"
-#include "warn.h"
 
-namespace tarviod {
+namespace runtime {
 
 namespace {
 
-constexpr size_t kPlaceSize = 512;
-
-bool refuse(const char* path, const char* why, int line = __builtin_LINE()) {
-  warn(path, why, line);
+bool refuse(const char* place, const char* why, Mistake& mistake) {
+  (void)snprintf(mistake.place, sizeof mistake.place, "%s", place);
+  (void)snprintf(mistake.why, sizeof mistake.why, "%s", why);
   return false;
 }
 
-bool refuse_unreadable(const char* path, int error, int line = __builtin_LINE()) {
-  if (error == EISDIR) return refuse(path, "is a directory: name a file", line);
-  if (error == ENOMEM) return refuse(path, "out of memory: free some and try again", line);
-  char why[kPlaceSize];
+bool refuse_unreadable(const char* path, int error, Mistake& mistake) {
+  if (error == EISDIR) return refuse(path, "is a directory: name a file", mistake);
+  if (error == ENOMEM) return refuse(path, "out of memory: free some and try again", mistake);
+  char why[sizeof mistake.why];
   (void)snprintf(why, sizeof why, "%s: make it readable", strerror(error));
-  return refuse(path, why, line);
+  return refuse(path, why, mistake);
 }
 
 bool is_blank(char byte) { return byte == ' ' || byte == '\t'; }
@@ -50,7 +48,7 @@ bool store(const ConfFile& file, const char* key, const char* value, const char*
 
 // Takes lines apart as tq_conf_open2 does, which does not say in which line a pair stands, and
 // takes the last of several words.
-bool parse(const char* path, int fd, const ConfFile& file) {
+bool parse(const char* path, int fd, const ConfFile& file, Mistake& mistake) {
   tarvio::ReadAhead ahead;
   tarvio::LineCutter line(tarvio::LineEnd::kAny);
   tarvio::LineReader reader(fd, ahead, line);
@@ -59,56 +57,58 @@ bool parse(const char* path, int fd, const ConfFile& file) {
     char* text = line.text();
     (void)snprintf(number, sizeof number, "%d", count);
     if (line.line().find('\0') != std::string_view::npos) {
-      return refuse_line(path, number, "NUL byte in the line: write the file as plain text");
+      return refuse_line(path, number, "NUL byte in the line: write the file as plain text",
+                         mistake);
     }
     text[strcspn(text, "#;")] = '\0';
     if (text[strspn(text, " \t")] == '\0') continue;
     char* colon = strchr(text, ':');
     if (colon == nullptr) {
-      return refuse_line(path, number, "no colon in the line: write KEY: VALUE");
+      return refuse_line(path, number, "no colon in the line: write KEY: VALUE", mistake);
     }
     *colon = '\0';
     char* value = colon + 1 + strspn(colon + 1, " \t");
     if (last_word(value) != value) {
-      return refuse_line(path, number, "value of several words: write one word");
+      return refuse_line(path, number, "value of several words: write one word", mistake);
     }
     if (!store(file, last_word(text), value, number)) {
-      return refuse_unreadable(path, ENOMEM);
+      return refuse_unreadable(path, ENOMEM, mistake);
     }
   }
-  return reader.error() == 0 || refuse_unreadable(path, reader.error());
+  return reader.error() == 0 || refuse_unreadable(path, reader.error(), mistake);
 }
 
 // Of pairs with the same key the last one alone counts, so they are checked when all are known.
-bool check(const char* path, const ConfFile& file, Complaint complaint_about) {
+bool check(const char* path, const ConfFile& file, Complaint complaint_about, Mistake& mistake) {
   for (int i = 0; i < tq_count_variables(file.pairs.get()); ++i) {
     const char* complaint =
         complaint_about(tq_find_name(file.pairs.get(), i), tq_find_value(file.pairs.get(), i));
     if (complaint != nullptr)
-      return refuse_line(path, tq_find_value(file.lines.get(), i), complaint);
+      return refuse_line(path, tq_find_value(file.lines.get(), i), complaint, mistake);
   }
   return true;
 }
 
 }  // namespace
 
-bool refuse_line(const char* path, const char* number, const char* why, int line) {
-  char place[kPlaceSize];
+bool refuse_line(const char* path, const char* number, const char* why, Mistake& mistake) {
+  char place[sizeof mistake.place];
   (void)snprintf(place, sizeof place, "%s:%s", path, number);
-  return refuse(place, why, line);
+  return refuse(place, why, mistake);
 }
 
 bool read_conf_file(const char* path, MissingFile missing, Complaint complaint_about,
-                    ConfFile& file) {
+                    ConfFile& file, Mistake& mistake) {
   const tarvio::Fd opened(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!opened.valid()) {
-    return (errno == ENOENT && missing == MissingFile::kEmpty) || refuse_unreadable(path, errno);
+    return (errno == ENOENT && missing == MissingFile::kEmpty) ||
+           refuse_unreadable(path, errno, mistake);
   }
   struct stat info = {};
   if (fstat(opened.get(), &info) == 0 && S_ISFIFO(info.st_mode)) {
-    return refuse(path, "is a pipe: name a file");
+    return refuse(path, "is a pipe: name a file", mistake);
   }
-  return parse(path, opened.get(), file) && check(path, file, complaint_about);
+  return parse(path, opened.get(), file, mistake) && check(path, file, complaint_about, mistake);
 }
 
 long number_of(const char* text, long maximum) {
@@ -119,4 +119,4 @@ long number_of(const char* text, long maximum) {
   return is_number && number <= maximum ? number : -1;
 }
 
-}  // namespace tarviod
+}  // namespace runtime

@@ -1,13 +1,13 @@
-#include "config.h"
+#include "runtime/config.h"
 
 #include <string.h>
 
 #include <utility>
 
-#include "conf_file.h"
-#include "log_format.h"
+#include "runtime/conf_file.h"
+#include "runtime/log_format.h"
 
-namespace tarviod {
+namespace runtime {
 
 namespace {
 
@@ -79,12 +79,13 @@ const char* complaint_about(const char* key, const char* value) {
 }
 
 // A level of a text that no hook has is a misspelling.
-bool levels_have_hooks(const char* path, const ConfFile& file) {
+bool levels_have_hooks(const char* path, const ConfFile& file, Mistake& mistake) {
   for (int i = 0; i < tq_count_variables(file.pairs.get()); ++i) {
     const char* text = after(kLevelPrefix, tq_find_name(file.pairs.get(), i));
     if (text == nullptr || find_value(file.pairs.get(), kHookPrefix, text) != nullptr) continue;
     return refuse_line(path, tq_find_value(file.lines.get(), i),
-                       "level without a hook of the same text: add hook.TEXT: APPLICATION");
+                       "level without a hook of the same text: add hook.TEXT: APPLICATION",
+                       mistake);
   }
   return true;
 }
@@ -114,15 +115,16 @@ const char* Config::level_of(const char* text) const {
   return level == nullptr ? kNoLevel : level;
 }
 
-bool read_config(const char* path, Config& config) {
+bool read_config(const char* path, Config& config, Mistake& mistake) {
   ConfFile file;
   const char* name = config_path(path);
   const MissingFile missing = path == nullptr ? MissingFile::kEmpty : MissingFile::kRefused;
-  if (!read_conf_file(name, missing, complaint_about, file) || !levels_have_hooks(name, file)) {
+  if (!read_conf_file(name, missing, complaint_about, file, mistake) ||
+      !levels_have_hooks(name, file, mistake)) {
     return false;
   }
   config = Config(std::move(file.pairs), std::move(file.lines));
   return true;
 }
 
-}  // namespace tarviod
+}  // namespace runtime

@@ -1,12 +1,12 @@
 // The words of the configuration for what a system log looks like.
-#ifndef TARVIOD_LOG_FORMAT_H
-#define TARVIOD_LOG_FORMAT_H
+#ifndef TARVIO_RUNTIME_LOG_FORMAT_H
+#define TARVIO_RUNTIME_LOG_FORMAT_H
 
 #include <string.h>
 
 #include <array>
 
-namespace tarviod {
+namespace runtime {
 
 // In place of the path of a log file.
 inline constexpr char kJournal[] = "journal";
@@ -36,6 +36,6 @@ int index_of(const char* word, const std::array<const char*, Count>& words) {
   return -1;
 }
 
-}  // namespace tarviod
+}  // namespace runtime
 
 #endif

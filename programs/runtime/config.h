@@ -1,15 +1,16 @@
-// The configuration file.
-#ifndef TARVIOD_CONFIG_H
-#define TARVIOD_CONFIG_H
+// The configuration file of the manager.
+#ifndef TARVIO_RUNTIME_CONFIG_H
+#define TARVIO_RUNTIME_CONFIG_H
 
 #include <stddef.h>
 
 #include <utility>
 
 #include "base/owners.h"
+#include "runtime/conf_file.h"
 #include "tarvio/conf.h"
 
-namespace tarviod {
+namespace runtime {
 
 inline constexpr char kDefaultConfigPath[] = "/etc/tarvio/tarviod.conf";
 inline constexpr int kMaxApplicationBytes = 127;
@@ -58,12 +59,11 @@ class Config {
   tarvio::Conf lines_;
 };
 
-// Reads a file. False when it cannot be used, with file, line, cause and remedy on standard error
-// and in the log.
+// Reads a file. False, with the mistake, when it cannot be used.
 //
 // path  null for the default path, where a missing file counts as an empty one.
-bool read_config(const char* path, Config& config);
+bool read_config(const char* path, Config& config, Mistake& mistake);
 
-}  // namespace tarviod
+}  // namespace runtime
 
 #endif

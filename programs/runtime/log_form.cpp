@@ -1,4 +1,4 @@
-#include "log_form.h"
+#include "runtime/log_form.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -10,7 +10,7 @@
 #include "runtime/output_facility.h"
 #include "tarvio/log_monitor.h"
 
-namespace tarviod {
+namespace runtime {
 
 namespace {
 
@@ -131,15 +131,15 @@ int width(std::string_view text) { return static_cast<int>(text.size()); }
 
 }  // namespace
 
-UsualLine::UsualLine(LogFormat format, const char* line) {
-  if (format == LogFormat::kAuto) format = guess_format(line);
-  if (format == LogFormat::kBusybox) {
+UsualLine::UsualLine(LogFormat format, const char* line)
+    : format_(format == LogFormat::kAuto ? guess_format(line) : format) {
+  if (format_ == LogFormat::kBusybox) {
     kind_ = kind_of_usual(line);
     text_ = line;
     return;
   }
   LogMessage message;
-  if (parse(format, line, message)) write(message);
+  if (parse(format_, line, message)) write(message);
 }
 
 void UsualLine::write(const LogMessage& message) {
@@ -156,4 +156,11 @@ void UsualLine::write(const LogMessage& message) {
     kind_ = LineKind::kOutput;
 }
 
-}  // namespace tarviod
+void FormJudge::see(LineKind kind) {
+  const bool is_without_level = kind == LineKind::kWithoutLevel && !all_have_levels_;
+  if (is_without_level) complaint_ = kLinesWithoutLevel;
+  if (kind == LineKind::kOther && complaint_ == nullptr) complaint_ = kOtherForm;
+  is_good_ = is_good_ || (kind != LineKind::kOther && !is_without_level);
+}
+
+}  // namespace runtime

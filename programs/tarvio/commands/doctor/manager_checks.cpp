@@ -1,0 +1,208 @@
+// The manager: its socket, itself, and the log that it watches.
+#include <grp.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "commands/doctor/finding.h"
+#include "manager/manager_client.h"
+#include "manager/manager_state.h"
+#include "manager/watched_log.h"
+#include "process/child.h"
+#include "process/failure.h"
+#include "process/paths.h"
+#include "process/required_tools.h"
+#include "tarvio/com.h"
+
+namespace client {
+
+namespace {
+
+constexpr char kSocket[] = "socket";
+constexpr char kManager[] = "manager";
+constexpr char kDescriptors[] = "descriptors";
+constexpr char kLog[] = "system log";
+constexpr char kRestartManager[] = "restart or update tarviod";
+
+std::string octal(mode_t mode) {
+  char text[16];
+  (void)snprintf(text, sizeof text, "%04o", static_cast<unsigned>(mode & 07777U));
+  return text;
+}
+
+std::string group_name(gid_t id) {
+  const group* const entry = getgrgid(id);
+  return entry == nullptr ? std::to_string(id) : entry->gr_name;
+}
+
+// Connecting takes the right to write.
+std::string users_of(const struct stat& socket) {
+  if ((socket.st_mode & S_IWOTH) != 0) return "every user may connect";
+  if ((socket.st_mode & S_IWGRP) != 0) {
+    return "root and group " + group_name(socket.st_gid) + " may connect";
+  }
+  return "only its owner and root may connect";
+}
+
+// Whoever may write in it can answer in place of the manager.
+Finding check_socket_directory(const std::string& directory) {
+  struct stat status = {};
+  if (stat(directory.c_str(), &status) != 0) {
+    if (errno != ENOENT) throw Failure::of_system(directory);
+    return {.check = kSocket,
+            .status = CheckStatus::kWarning,
+            .found = directory + " does not exist",
+            .remedy = "start tarviod, which makes it"};
+  }
+  if (!S_ISDIR(status.st_mode)) {
+    return {.check = kSocket,
+            .status = CheckStatus::kFailed,
+            .found = directory + " is not a directory",
+            .remedy = "remove it, and restart tarviod"};
+  }
+  const std::string found = directory + ", mode " + octal(status.st_mode);
+  const mode_t others = S_IWOTH | (status.st_gid == 0 ? 0U : S_IWGRP);
+  if ((status.st_mode & others) == 0) return {.check = kSocket, .found = found};
+  return {.check = kSocket,
+          .status = CheckStatus::kFailed,
+          .found = found + ": others can put a socket of their own there",
+          .remedy = "chmod 755 " + directory};
+}
+
+Finding finding_of_version(const std::string& version) {
+  if (version == TARVIO_VERSION) {
+    return {.check = kManager, .found = "tarviod " + version + " answers"};
+  }
+  const std::string manager =
+      version.empty() ? "a manager that does not report its version" : "tarviod " + version;
+  return {.check = kManager,
+          .status = CheckStatus::kWarning,
+          .found = manager + " answers, and this is tarvio " TARVIO_VERSION,
+          .remedy = kRestartManager};
+}
+
+Finding find_manager(const Examination& examination) {
+  try {
+    return finding_of_version(ask_version(examination.seconds));
+  } catch (const Failure& failure) {
+    const bool is_missing = failure.status() == kNoManager;
+    return {.check = kManager,
+            .status = CheckStatus::kFailed,
+            .found = failure.what(),
+            .remedy = is_missing                 ? "start tarviod"
+                      : failure.code() == EACCES ? kRunAsRoot
+                                                 : kRestartManager};
+  }
+}
+
+Finding check_descriptors() {
+  try {
+    const std::optional<ManagerState> state = state_if_any();
+    if (!state) {
+      return {.check = kDescriptors,
+              .status = CheckStatus::kWarning,
+              .found = "the manager has not written them",
+              .remedy = kRestartManager};
+    }
+    const std::string found = std::to_string(state->descriptors_used) + " of " +
+                              std::to_string(state->descriptor_limit) + " are in use";
+    if (!state->is_short_of_descriptors()) return {.check = kDescriptors, .found = found};
+    return {.check = kDescriptors,
+            .status = CheckStatus::kWarning,
+            .found = found,
+            .remedy = "raise the manager's limit of open files"};
+  } catch (const Failure& failure) {
+    return {.check = kDescriptors,
+            .status = CheckStatus::kWarning,
+            .found = std::string("not known: ") + failure.what(),
+            .remedy = failure.code() == EACCES ? kRunAsRoot : kRestartManager};
+  }
+}
+
+// Why the manager does not watch it; empty when it does.
+std::string reason_not_watched(const WatchedLog& log) {
+  if (log.hooks == 0) return "not watched: no hook is configured";
+  return log.is_disabled ? "not watched: log_period is 0" : "";
+}
+
+// What is not watched is not needed.
+Finding bad_log(const WatchedLog& log, const std::string& found, const std::string& remedy) {
+  const std::string reason = reason_not_watched(log);
+  return {.check = kLog,
+          .status = reason.empty() ? CheckStatus::kFailed : CheckStatus::kWarning,
+          .found = found + (reason.empty() ? "" : " (" + reason + ')'),
+          .remedy = remedy};
+}
+
+Finding good_log(const WatchedLog& log, const std::string& found) {
+  const std::string reason = reason_not_watched(log);
+  return {
+      .check = kLog,
+      .found = found + ", " + (reason.empty() ? "hooks: " + std::to_string(log.hooks) : reason)};
+}
+
+Finding check_file(const WatchedLog& log) {
+  try {
+    const LogForm form = form_of(log);
+    if (form.is_empty) {
+      return bad_log(log, log.path + " is empty, so the form of its lines is not known",
+                     "write a line with 'logger test', and run 'tarvio doctor' again");
+    }
+    if (!form.complaint.empty()) {
+      return bad_log(log, log.path + ": " + form.complaint, "see tarviod.conf(5), THE SYSTEM LOG");
+    }
+    return good_log(log, log.path + ", lines of the form " + form.name);
+  } catch (const Failure& failure) {
+    return bad_log(log, log.path + ": " + failure.what(),
+                   failure.code() == EACCES
+                       ? kRunAsRoot
+                       : "start the log daemon, or set log_file or log_source in "
+                         "/etc/tarvio/tarviod.conf");
+  }
+}
+
+Finding check_journal(const Examination& examination, const WatchedLog& log) {
+  if (path_of_tool("journalctl").empty()) {
+    return bad_log(log, "the journal: journalctl is not on PATH", kRemedyForMissingTool);
+  }
+  if (examination.directory == nullptr) {
+    return bad_log(log, "the journal, which needs a work directory to be checked",
+                   "see 'work directory' above");
+  }
+  const ChildEnd end =
+      run_tool(*examination.directory, {"journalctl", "-q", "--no-pager", "-n", "1", "-o", "short"},
+               examination.seconds);
+  if (end.status == 0 && !end.is_late && !end.errors.empty()) {
+    return good_log(log, "the journal, which journalctl prints");
+  }
+  return bad_log(log, "the journal: journalctl prints no line",
+                 "start systemd-journald, or run tarvio as root");
+}
+
+}  // namespace
+
+Findings check_socket(const Examination& /*examination*/) {
+  Finding finding = check_socket_directory(directory_of(TQ_COM_SOCKET_PATH));
+  struct stat socket = {};
+  if (stat(TQ_COM_SOCKET_PATH, &socket) == 0) {
+    finding.found += "; " + users_of(socket) + " (mode " + octal(socket.st_mode) + ')';
+  }
+  return {finding};
+}
+
+Findings check_manager(const Examination& examination) {
+  const Finding manager = find_manager(examination);
+  if (manager.status == CheckStatus::kFailed) return {manager};
+  return {manager, check_descriptors()};
+}
+
+Findings check_log(const Examination& examination) {
+  const WatchedLog log = configured_log();
+  return {log.is_journal ? check_journal(examination, log) : check_file(log)};
+}
+
+}  // namespace client

@@ -1,0 +1,26 @@
+#include "process/kernel_text.h"
+
+#include "process/text_pieces.h"
+
+namespace client {
+
+std::string root_in(std::string_view command_line) {
+  constexpr std::string_view kKey = "root=";
+  std::string root;
+  for (auto word = take_word(command_line); !word.empty(); word = take_word(command_line)) {
+    if (word.starts_with(kKey)) root = word.substr(kKey.size());  // the last one counts
+  }
+  return root;
+}
+
+std::vector<Mount> mounts_in(std::string_view text) {
+  std::vector<Mount> mounts;
+  for (const std::string& line : lines_of(text)) {
+    std::string_view rest = line;
+    std::string device(take_word(rest));
+    mounts.push_back({std::move(device), std::string(take_word(rest))});
+  }
+  return mounts;
+}
+
+}  // namespace client

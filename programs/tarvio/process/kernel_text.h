@@ -1,0 +1,24 @@
+// What texts of the kernel say.
+#ifndef TARVIO_CLIENT_PROCESS_KERNEL_TEXT_H
+#define TARVIO_CLIENT_PROCESS_KERNEL_TEXT_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace client {
+
+// The root on a kernel's command line; empty when it names none.
+std::string root_in(std::string_view command_line);
+
+struct Mount {
+  std::string device;
+  std::string directory;
+};
+
+// In /proc/self/mounts, in the order of the file.
+std::vector<Mount> mounts_in(std::string_view text);
+
+}  // namespace client
+
+#endif

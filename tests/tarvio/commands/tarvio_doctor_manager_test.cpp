@@ -1,0 +1,204 @@
+// tarvio doctor: the manager, its socket and the log that it watches.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <ostream>
+#include <string>
+
+#include "doctor.h"
+#include "runtime/run_paths.h"
+#include "support/children.h"
+#include "support/com/sockets.h"
+#include "support/files.h"
+#include "support/work_directory.h"
+#include "tarvio/com.h"
+
+namespace tarvio_test {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr char kSocketDirectory[] = "/usr/local/share/tarvio";
+constexpr char kConfiguration[] = "/etc/tarvio/tarviod.conf";
+constexpr char kRestart[] = "restart or update tarviod";
+
+// The socket.
+
+TEST_F(Doctor, SaysWhoMayUseTheSocket) {
+  ::umask(0);
+  EXPECT_EQ(row_of("socket"), expected("socket", "ok",
+                                       "/usr/local/share/tarvio, mode 0755; every user may connect "
+                                       "(mode 0777)"));
+  ::umask(007);
+  EXPECT_THAT(std::string(row_of("socket")["found"]),
+              HasSubstr("; root and group root may connect (mode 0770)"));
+  ::umask(077);
+  EXPECT_THAT(std::string(row_of("socket")["found"]),
+              HasSubstr("; only its owner and root may connect (mode 0700)"));
+}
+
+TEST_F(Doctor, RefusesASocketThatOthersCanReplace) {
+  ::chmod(kSocketDirectory, 0777);
+  const Json row = row_of("socket");
+  ::chmod(kSocketDirectory, 0755);
+  EXPECT_EQ(row["status"], "failed");
+  EXPECT_EQ(row["remedy"], "chmod 755 /usr/local/share/tarvio");
+}
+
+// The manager.
+
+TEST_F(Doctor, FindsTheManager) {
+  const Json rows = look();
+  EXPECT_EQ(row(rows, "manager"), expected("manager", "ok", "tarviod " TARVIO_VERSION " answers"));
+  EXPECT_EQ(row(rows, "descriptors"), expected("descriptors", "ok", "23 of 1024 are in use"));
+}
+
+TEST_F(Doctor, MissesTheManager) {
+  const Ran ran = run_tarvio({"doctor", kRoom, "--json"});
+  EXPECT_EQ(ran.status, 1);
+  const Json rows = Json::parse(ran.output);
+  EXPECT_EQ(row(rows, "manager"),
+            expected("manager", "failed",
+                     "no manager answers on /usr/local/share/tarvio/ipcom; is tarviod running?",
+                     "start tarviod"));
+  EXPECT_EQ(rows.size(), 24U);  // nothing is said of descriptors
+}
+
+TEST_F(Doctor, WarnsOfAManagerOfAnotherVersion) {
+  EXPECT_EQ(row(look(
+                    {}, [] {}, "0\n0.9.0\n"),
+                "manager"),
+            expected("manager", "warning",
+                     "tarviod 0.9.0 answers, and this is tarvio " TARVIO_VERSION, kRestart));
+  EXPECT_EQ(row(look(
+                    {}, [] {}, ""),
+                "manager"),
+            expected("manager", "warning",
+                     "a manager that does not report its version answers, and this is "
+                     "tarvio " TARVIO_VERSION,
+                     kRestart));
+}
+
+TEST_F(Doctor, NeedsAWholeAnswerOfTheManager) {
+  for (const char* const answer : {"0\n", "0\n1.0", "22\n1.0.0\n", "0\n1.0.0\nx\n"}) {
+    EXPECT_EQ(row(look(
+                      {}, [] {}, answer),
+                  "manager"),
+              expected("manager", "failed",
+                       "the manager's reply about its version is truncated or garbled", kRestart))
+        << answer;
+  }
+}
+
+TEST_F(Doctor, DoesNotWaitForASilentManager) {
+  const Socket silent = listen_on(TQ_COM_SOCKET_PATH);
+  const Ran ran = run_tarvio({"doctor", kRoom, "--json", "--timeout", "1"});
+  std::filesystem::remove(TQ_COM_SOCKET_PATH);
+  EXPECT_EQ(ran.status, 1);
+  EXPECT_THAT(std::string(row(Json::parse(ran.output), "manager")["found"]),
+              HasSubstr("no answer from the manager in time"));
+}
+
+TEST_F(Doctor, WarnsOfDescriptorsThatRunShort) {
+  std::string state = state_text("");
+  state.replace(state.find("23\t1024"), 7, "820\t1024");
+  put_state(state);
+  EXPECT_EQ(row_of("descriptors"), expected("descriptors", "warning", "820 of 1024 are in use",
+                                            "raise the manager's limit of open files"));
+  std::filesystem::remove(runtime::kStatePath);
+  EXPECT_EQ(row_of("descriptors"),
+            expected("descriptors", "warning", "the manager has not written them", kRestart));
+}
+
+TEST_F(Doctor, SaysWhatNeedsRoot) {
+  write_file(kConfiguration, "hook.webapp: webapp\n");
+  for (const char* const path : {runtime::kStatePath, "/var/log/messages"}) ::chmod(path, 0);
+  const Json rows = look({}, give_up_file_permissions);
+  std::filesystem::remove(kConfiguration);
+  EXPECT_EQ(row(rows, "descriptors"),
+            expected("descriptors", "warning",
+                     "not known: no permission to read /run/tarvio/state; run tarvio as root",
+                     "run tarvio as root"));
+  EXPECT_EQ(row(rows, "system log"),
+            expected("system log", "failed", "/var/log/messages: Permission denied",
+                     "run tarvio as root"));
+}
+
+// The log.
+
+struct Log {
+  const char* name;
+  const char* configuration;
+  const char* lines;  // null for no file
+  const char* status;
+  const char* found;
+};
+
+void PrintTo(const Log& log, std::ostream* out) { *out << log.name; }
+
+class DoctorOfLogs : public Doctor, public testing::WithParamInterface<Log> {};
+
+TEST_P(DoctorOfLogs, SaysWhetherItsLinesCount) {
+  write_file(kConfiguration, GetParam().configuration);
+  std::filesystem::remove("/var/log/messages");
+  if (GetParam().lines != nullptr) write_file("/var/log/messages", GetParam().lines);
+  const Json row = row_of("system log");
+  std::filesystem::remove(kConfiguration);
+  EXPECT_EQ(row["status"], GetParam().status);
+  EXPECT_EQ(row["found"], GetParam().found);
+  EXPECT_EQ(row["remedy"] == nullptr, row["status"] == "ok");
+}
+
+constexpr char kIso[] = "2026-01-12T00:00:12.123456+00:00 board webapp[12]: disk full\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Doctor, DoctorOfLogs,
+    testing::Values(
+        Log{"Watched", "hook.webapp: webapp\n", kReport, "ok",
+            "/var/log/messages, lines of the form busybox, hooks: 1"},
+        Log{"NotWatched", "", kReport, "ok",
+            "/var/log/messages, lines of the form busybox, not watched: no hook is configured"},
+        Log{"Disabled", "hook.webapp: webapp\nlog_period: 0\n", kReport, "ok",
+            "/var/log/messages, lines of the form busybox, not watched: log_period is 0"},
+        Log{"Missing", "hook.webapp: webapp\n", nullptr, "failed",
+            "/var/log/messages: No such file or directory"},
+        Log{"NotNeeded", "", nullptr, "warning",
+            "/var/log/messages: No such file or directory (not watched: no hook is configured)"},
+        Log{"Empty", "hook.webapp: webapp\n", "", "failed",
+            "/var/log/messages is empty, so the form of its lines is not known"},
+        Log{"WithoutLevels", "hook.webapp: webapp\n", kIso, "failed",
+            "/var/log/messages: the lines have no level, so those of hooks without one do not "
+            "count: add 'level.TEXT: err' for each hook.TEXT, or change the format of the log as "
+            "tarviod.conf(5) says"},
+        Log{"WithConfiguredLevels", "hook.webapp: webapp\nlevel.webapp: err\n", kIso, "ok",
+            "/var/log/messages, lines of the form iso, hooks: 1"},
+        Log{"OfAnotherForm", "hook.webapp: webapp\nlog_format: rfc5424\n", kReport, "failed",
+            "/var/log/messages: no line has the form 'Jan 12 00:00:12 board user.err webapp[12]: "
+            "disk full' or another one of tarviod.conf(5), so none counts: change the format of "
+            "the "
+            "log as it says"},
+        Log{"Elsewhere", "hook.webapp: webapp\nlog_file: /var/log\n", kReport, "failed",
+            "/var/log: not a regular file"},
+        Log{"Mistaken", "log_source: files\n", kReport, "failed",
+            "cannot be checked: /etc/tarvio/tarviod.conf:1: unknown log_source: write file or "
+            "journal"}),
+    [](const auto& log) { return log.param.name; });
+
+TEST_F(Doctor, LooksIntoTheJournal) {
+  write_file(kConfiguration, "log_source: journal\nhook.webapp: webapp\n");
+  {
+    const Tool journal("journalctl", "echo 'Jan 12 00:00:12 board webapp[12]: disk full'");
+    EXPECT_EQ(row_of("system log"),
+              expected("system log", "ok", "the journal, which journalctl prints, hooks: 1"));
+  }
+  const Tool journal("journalctl", "exit 1");
+  const Json row = row_of("system log");
+  std::filesystem::remove(kConfiguration);
+  EXPECT_EQ(row["status"], "failed");
+  EXPECT_EQ(row["found"], "the journal: journalctl prints no line");
+}
+
+}  // namespace
+}  // namespace tarvio_test
