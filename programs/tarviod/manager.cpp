@@ -102,13 +102,13 @@ std::atomic<char*> hooks_to_check = nullptr;
 void take_hooks(const Options& options, const runtime::Config& config) {
   char* text = nullptr;
   size_t size = 0;
-  const tarvio::File file(open_memstream(&text, &size));
+  tarvio::File file(open_memstream(&text, &size));
   if (file == nullptr) return;
   config.each_hook([&](const char* /*text*/, const char* application, const char* line) {
     (void)fprintf(file.get(), "%s\t%s:%s: %s\n", application, runtime::config_path(options.config), line,
                   application);
   });
-  (void)fflush(file.get());
+  file.reset();  // makes the text what it is to be
   free(hooks_to_check.exchange(text));
 }
 
