@@ -12,7 +12,8 @@ install(
   DIRECTORY include/tarvio
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   FILES_MATCHING
-  PATTERN "*.h")
+  PATTERN "*.h"
+  PATTERN "*.hpp")
 
 install(
   EXPORT tarvioTargets
