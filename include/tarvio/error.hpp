@@ -51,13 +51,18 @@ inline std::error_code error_of(int code) noexcept {
   return {code, error_category()};
 }
 
+// Makes an Errc a std::error_code wherever one is expected.
 inline std::error_code make_error_code(Errc code) noexcept {
   return error_of(static_cast<int>(code));
 }
 
 }  // namespace tarvio
 
+namespace std {
+
 template <>
-struct std::is_error_code_enum<tarvio::Errc> : std::true_type {};
+struct is_error_code_enum<tarvio::Errc> : true_type {};
+
+}  // namespace std
 
 #endif

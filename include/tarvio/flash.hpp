@@ -15,8 +15,10 @@
 
 namespace tarvio {
 
+// An area of the flash memory.
 enum class Area { kBootloader, kBootsetting, kKernel, kRootfs, kWritable, kHibernation };
 
+// The name of an area, as the C calls know it.
 inline const char *name_of(Area area) noexcept {
   constexpr const char *kNames[] = {"bootloader", "bootsetting", "kernel",
                                     "rootfs",     "writable",    "hibernation"};

@@ -23,14 +23,16 @@
 
 namespace tarvio {
 
+// What a status says of an application.
 enum class State : std::int32_t {
   kNormal = TQ_STATE_NORMAL,
   kWarning = TQ_STATE_THIRD,
   kError = TQ_STATE_ERROR
 };
 
+// A status that the manager keeps.
 struct Status {
-  std::string name;
+  std::string name;              // of an application: that of its package
   State state = State::kNormal;  // a host may set other numbers
   std::string detail;            // explains the state
 };
@@ -130,6 +132,8 @@ class Manager {
   // manager knows none. Unlike those of tq_lib_start_app (oddity 124), the result is the manager's.
   std::error_code start(const std::string &name) const { return request("start_exact", name); }
   std::error_code stop(const std::string &name) const { return request("stop_exact", name); }
+
+  // Start, or stop, every application. One that keeps failing may make this time out.
   std::error_code start_all() const { return request("start_all\n"); }
   std::error_code stop_all() const { return request("stop_all\n"); }
 

@@ -17,12 +17,14 @@
 
 namespace tarvio {
 
+// What a package is.
 enum class Category : std::int32_t {
   kImage = TQ_CATEGORY_IMAGE,
   kApplication = TQ_CATEGORY_APPLICATION,
   kOther = TQ_CATEGORY_OTHER
 };
 
+// Which kind of application it is.
 enum class Subcategory : std::int32_t {
   kNative = TQ_SUBCATEGORY_NATIVE,
   kJava = TQ_SUBCATEGORY_JAVA,
@@ -33,13 +35,13 @@ enum class Subcategory : std::int32_t {
 
 // An installed package.
 struct Package {
-  std::string name;
-  std::string version;
-  Category category = Category::kOther;
-  Subcategory subcategory = Subcategory::kOther;
-  std::string maintainer;
-  std::string start_file;  // empty when the package has none
-  std::string stop_file;
+  std::string name;                               // "Package" of its control file
+  std::string version;                            // "Version"
+  Category category = Category::kOther;           // "TqPackageCategory" of its tqcontrol file
+  Subcategory subcategory = Subcategory::kOther;  // "TqPackageSubCategory"
+  std::string maintainer;                         // "Maintainer"
+  std::string start_file;                         // path; empty when the package has none
+  std::string stop_file;                          // the same
 };
 
 // Whether opkg is to pass over what it would refuse, see tq_tbx_install and tq_tbx_remove.
