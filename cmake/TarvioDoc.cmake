@@ -2,7 +2,7 @@
 # and installed when it was built.
 
 find_package(Doxygen QUIET)
-find_package(Python3 QUIET COMPONENTS Interpreter)
+find_package(Python3 3.9 QUIET COMPONENTS Interpreter)
 if(NOT DOXYGEN_FOUND OR NOT Python3_FOUND)
   add_custom_target(
     doc
