@@ -43,7 +43,8 @@ fill_place() {
 back_up_without_space() {
   fill_place /tmp/place &
   filling=$!
-  nice -n 19 tarvio backup rootfs --to /tmp/place/image.tbx  # so that the other one keeps up
+  renice -n -20 -p $filling  # it is to keep up with the backup
+  tarvio backup rootfs --to /tmp/place/image.tbx
   status=$?
   kill $filling 2>/dev/null
   return $status

@@ -20,6 +20,7 @@
 #include "base/deadline.h"
 #include "base/owners.h"
 #include "runtime/config.h"
+#include "runtime/growing_text.h"
 #include "runtime/run_paths.h"
 #include "runtime/state_file.h"
 #include "server/server.h"
@@ -100,16 +101,13 @@ std::optional<int> set_up_applications() {
 std::atomic<char*> hooks_to_check = nullptr;
 
 void take_hooks(const Options& options, const runtime::Config& config) {
-  char* text = nullptr;
-  size_t size = 0;
-  tarvio::File file(open_memstream(&text, &size));
-  if (file == nullptr) return;
+  runtime::GrowingText text;
+  if (text.file() == nullptr) return;
   config.each_hook([&](const char* /*text*/, const char* application, const char* line) {
-    (void)fprintf(file.get(), "%s\t%s:%s: %s\n", application, runtime::config_path(options.config), line,
-                  application);
+    (void)fprintf(text.file(), "%s\t%s:%s: %s\n", application, runtime::config_path(options.config),
+                  line, application);
   });
-  file.reset();  // makes the text what it is to be
-  free(hooks_to_check.exchange(text));
+  free(hooks_to_check.exchange(text.take().release()));
 }
 
 // Names the applications that are not installed. Their hooks count all the same.

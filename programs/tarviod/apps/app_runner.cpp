@@ -59,8 +59,7 @@ int describe_start(const tq_app_info& app, const AppSettings& settings, const ch
 
 // A file that cannot be opened would keep every application from running.
 bool can_open(const char* output) {
-  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
-  return tarvio::Fd(::open(output, kFlags, kOutputMode)).valid();
+  return tarvio::Fd(::open(output, kOutputFlags, kOutputMode)).valid();
 }
 
 }  // namespace

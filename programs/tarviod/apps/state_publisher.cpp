@@ -11,6 +11,7 @@
 
 #include "base/chain.h"
 #include "base/pipe.h"
+#include "runtime/growing_text.h"
 #include "runtime/run_paths.h"
 #include "runtime/whole_file.h"
 #include "settings/warn.h"
@@ -28,25 +29,6 @@ constexpr long kMaxStateBytes = 1 << 20;
 
 struct FreeStatuses {
   void operator()(tq_list_t* list) const { (void)tq_status_list_free(list); }
-};
-
-// A text that grows; null when memory runs out.
-class Text {
- public:
-  Text() : file_(open_memstream(&bytes_, &size_)) {}
-  [[nodiscard]] FILE* file() const { return file_.get(); }
-  tarvio::CString take() {
-    const bool whole = file_ != nullptr && fflush(file_.get()) == 0 && ferror(file_.get()) == 0;
-    file_.reset();
-    tarvio::CString text(bytes_);
-    bytes_ = nullptr;
-    return whole ? std::move(text) : nullptr;
-  }
-
- private:
-  char* bytes_ = nullptr;
-  size_t size_ = 0;
-  tarvio::File file_;
 };
 
 // A field must not hold what separates fields and lines.
@@ -83,7 +65,7 @@ void write_app(FILE* file, const tq_app_info& app, const AppRuns& runs) {
 }
 
 tarvio::CString compose_body(const AppRunsTable& table) {
-  Text text;
+  runtime::GrowingText text;
   if (text.file() == nullptr) return nullptr;
   const AppRuns never_started = {};
   for (const tq_app_info* app : tarvio::Elements<const tq_app_info>(tq_known_applications())) {
@@ -130,7 +112,7 @@ bool StatePublisher::write(const char* body) {
   runtime::BootId boot;
   runtime::ProcessFacts manager;
   if (!runtime::read_boot_id(boot) || !runtime::read_process(getpid(), manager)) return false;
-  Text text;
+  runtime::GrowingText text;
   if (text.file() == nullptr) return false;
   const Descriptors descriptors = count_descriptors();
   (void)fprintf(

@@ -129,7 +129,7 @@ bool KeptApps::launch(const App& app, const char* file, int copy_fd, const Strea
   into = std::move(child);
   if (!record()) {
     into = {};
-    errno = -errno;
+    errno = -errno;  // as in the reply
     return false;
   }
   into.go();

@@ -33,31 +33,30 @@ bool read_entry(const char* line, LedgerEntry& entry) {
 
 }  // namespace
 
-LedgerWriter::LedgerWriter() : file_(open_memstream(&text_, &size_)) {
+LedgerWriter::LedgerWriter() {
   runtime::BootId boot;
   runtime::ProcessFacts keeper;
-  if (file_ == nullptr || !runtime::read_boot_id(boot) ||
+  if (text_.file() == nullptr || !runtime::read_boot_id(boot) ||
       !runtime::read_process(getpid(), keeper)) {
     error_ = errno;
     return;
   }
-  (void)fprintf(file_.get(), "boot %s\nkeeper %d %" PRIu64 "\n", boot.text,
+  (void)fprintf(text_.file(), "boot %s\nkeeper %d %" PRIu64 "\n", boot.text,
                 static_cast<int>(keeper.id.pid), keeper.id.start);
 }
 
 void LedgerWriter::add(const char* application, const ProcessId& leader) {
-  if (file_ == nullptr) return;
-  (void)fprintf(file_.get(), "app %d %" PRIu64 " %s\n", static_cast<int>(leader.pid), leader.start,
+  if (text_.file() == nullptr) return;
+  (void)fprintf(text_.file(), "app %d %" PRIu64 " %s\n", static_cast<int>(leader.pid), leader.start,
                 application);
 }
 
 bool LedgerWriter::finish() {
-  if (file_ != nullptr) (void)fputs("end\n", file_.get());
-  if (error_ == 0 && (fflush(file_.get()) != 0 || ferror(file_.get()) != 0)) error_ = ENOMEM;
-  file_.reset();
-  const tarvio::CString text(text_);
-  errno = error_;
-  return error_ == 0 && runtime::write_whole_file(kLedgerPath, {text.get(), size_}, kMode);
+  if (text_.file() != nullptr) (void)fputs("end\n", text_.file());
+  const tarvio::CString text = text_.take();
+  errno = error_ != 0 ? error_ : ENOMEM;
+  return error_ == 0 && text != nullptr &&
+         runtime::write_whole_file(kLedgerPath, text.get(), kMode);
 }
 
 bool read_ledger(RecordList<LedgerEntry>& entries) {

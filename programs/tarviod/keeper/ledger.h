@@ -2,9 +2,9 @@
 #ifndef TARVIOD_LEDGER_H
 #define TARVIOD_LEDGER_H
 
-#include "base/owners.h"
 #include "keeper/protocol.h"
 #include "keeper/record_list.h"
+#include "runtime/growing_text.h"
 
 namespace tarviod {
 
@@ -22,9 +22,7 @@ class LedgerWriter {
   bool finish();
 
  private:
-  char* text_ = nullptr;
-  size_t size_ = 0;
-  tarvio::File file_;
+  runtime::GrowingText text_;
   int error_ = 0;
 };
 

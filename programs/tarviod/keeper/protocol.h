@@ -3,6 +3,7 @@
 #ifndef TARVIOD_PROTOCOL_H
 #define TARVIOD_PROTOCOL_H
 
+#include <fcntl.h>
 #include <stdint.h>
 
 #include "runtime/process_id.h"
@@ -31,7 +32,10 @@ enum class Ask : uint32_t {
   kEnd,    // stops all applications, then answers and ends
 };
 
-// Of a file that applications print to.
+// Of a file that applications print to. Without O_NONBLOCK a FIFO would hold the call until
+// somebody reads from it.
+inline constexpr int kOutputFlags =
+    O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
 inline constexpr mode_t kOutputMode = 0644;
 
 // 0: as the manager's.

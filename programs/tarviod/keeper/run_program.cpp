@@ -67,9 +67,7 @@ void reset_signals() {
 // As root, and not as the application's user.
 bool open_output(const char* output) {
   if (output[0] != '/') return true;
-  // Without O_NONBLOCK a FIFO would hold the call until somebody reads from it.
-  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
-  const Fd file(open(output, kFlags, kOutputMode));
+  const Fd file(open(output, kOutputFlags, kOutputMode));
   return file.valid() && fcntl(file.get(), F_SETFL, O_APPEND) == 0 &&
          become_stream(file.get(), STDOUT_FILENO) && become_stream(file.get(), STDERR_FILENO);
 }
@@ -140,8 +138,8 @@ void run_program(const Program& program, int channel) {
     if (tarvio::read_some(channel, {&byte, 1}) != 1) _exit(kCannotRun);
     kind = become(program);
     if (kind == ExitKind::kNone) {
-      reset_signals();  // not before: where there are threads, the C library changes the user by
-                        // one
+      // Not before: where there are threads, the C library changes the user by a signal.
+      reset_signals();
       execute(program.file, program.copy_fd);
       kind = ExitKind::kNotRun;
     }

@@ -22,8 +22,6 @@ int unread_bytes(int client) {
   return bytes;
 }
 
-bool has_enough(int client) { return unread_bytes(client) >= Connections::kEnoughBytes; }
-
 }  // namespace
 
 void Connections::open(int listening_fd, tq_com_handler_func handler) {
@@ -45,8 +43,9 @@ void Connections::wait(Others& others, const Deadline& until) {
     // Its first bytes end the wait, and would end each one after it.
     const short events = unread == 0 ? POLLIN | POLLRDHUP : POLLRDHUP;
     files_[kFirst + at] = {.fd = all_[at].fd, .events = events, .revents = 0};
+    all_[at].has_enough = unread >= kEnoughBytes;
     if (unread > 0) {
-      next = Deadline::sooner(next, Deadline::after(unread < kEnoughBytes ? kGrowthMs : 0));
+      next = Deadline::sooner(next, Deadline::after(all_[at].has_enough ? 0 : kGrowthMs));
     }
   }
   (void)poll(files_.data(), kFirst + count_, next.remaining_ms());
@@ -56,7 +55,7 @@ void Connections::wait(Others& others, const Deadline& until) {
 bool Connections::advance() {
   for (size_t at = 0; at < count_; ++at) {
     const bool has_ended = (files_[kFirst + at].revents & ~POLLIN) != 0;
-    if (!has_ended && !has_enough(all_[at].fd)) continue;
+    if (!has_ended && !all_[at].has_enough) continue;
     serve(remove(at), has_ended);
     return true;
   }
@@ -67,7 +66,7 @@ bool Connections::accept_one() {
   if (count_ == kMax) (void)make_room();
   const int client = tq_socket_accept_unix_sock(listening_fd_);
   if (client >= 0) {
-    all_[count_++] = {.fd = client, .until = Deadline::after(kRequestTimeMs)};
+    all_[count_++] = {.fd = client, .until = Deadline::after(kRequestTimeMs), .has_enough = false};
   } else if (!make_room()) {
     (void)poll(nullptr, 0, kPauseMs);  // until something frees the descriptor that is short
   }

@@ -14,8 +14,7 @@ namespace tarviod {
 
 // Hands each connection over when its request is complete: its sending side is shut, or enough has
 // come. So a client that is silent keeps no other one waiting; of several, the one that connected
-// first. For one thread, to the end of the
-// process: nothing is closed before.
+// first. For one thread, to the end of the process: nothing is closed before.
 class Connections {
  public:
   static constexpr size_t kMax = 64;
@@ -44,6 +43,7 @@ class Connections {
   struct Connection {
     int fd = -1;
     tarvio::Deadline until = tarvio::Deadline::never();
+    bool has_enough = false;
   };
   enum : size_t { kOther, kListening = kOther + std::tuple_size_v<Others>, kFirst };  // in files_
 

@@ -245,11 +245,7 @@ int refresh() {
                  static_cast<int>(refreshed.added), static_cast<int>(refreshed.removed),
                  static_cast<int>(refreshed.changed));
   if (refreshed.added + refreshed.removed + refreshed.changed > 0) inform("applications", text);
-  int count = 0;
-  for (const tq_app_info* app : tarvio::Elements<const tq_app_info>(tq_known_applications())) {
-    count += app != nullptr ? 1 : 0;
-  }
-  notify_installed(count);
+  notify_installed(tq_list_size(tq_known_applications()));
   return code;
 }
 

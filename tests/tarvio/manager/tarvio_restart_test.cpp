@@ -148,6 +148,20 @@ TEST(ClientStartOfWhatCannotRun, SaysWhatFailed) {
       "tarvio: cannot start 'clock': cannot open its output: No such file or directory (2)\n");
 }
 
+TEST(ClientStartOfWhatCannotRun, SaysWhatFailedInARestart) {
+  write_state(app_line("running", 1, "-"));
+  const Manager manager({"0\n\n", "22\n\n"}, app_line("ended", 2, "no-user 22"));
+  EXPECT_EQ(run_tarvio({"restart", "clock"}).errors,
+            "tarvio: cannot restart 'clock': cannot become its user: Invalid argument (22)\n");
+}
+
+TEST(ClientStartOfWhatCannotRun, DoesNotTakeTheRunBeforeForIt) {
+  write_state(app_line("ended", 1, "no-output 2"));
+  const Manager manager({"2\n\n"}, "");
+  EXPECT_EQ(run_tarvio({"start", "clock"}).errors,
+            "tarvio: cannot start 'clock': No such file or directory (2)\n");
+}
+
 TEST(ClientStartOfWhatRuns, SaysSo) {
   const Ran run = start_with(app_line("running", 1, "-"), app_line("running", 1, "-"));
   EXPECT_EQ(run.status, 0);

@@ -34,7 +34,6 @@ namespace {
 constexpr size_t kMaxName = 254;
 // What a stop takes at most, unless its settings say otherwise, and a second more.
 constexpr double kSecondsPerApplication = 16;
-constexpr int32_t kBadSettings = ECANCELED;  // the manager's code for a start that it refuses
 constexpr char kNoExactNames[] = "the running manager matches names by substring";
 
 using Names = std::vector<std::string>;
@@ -122,8 +121,8 @@ void include(const std::string& name, const AppRequest& request, double seconds,
 
 std::string words_for(int32_t code) {
   if (code == EBUSY) return "it is still being stopped; try again";
-  return code == kBadSettings ? "its settings have a mistake; see 'tarviod --check-config'"
-                              : result_words(code);
+  return code == runtime::kBadSettings ? "its settings have a mistake; see 'tarviod --check-config'"
+                                       : result_words(code);
 }
 
 std::string message_of(const AppRequest& request, const Reached& reached) {
@@ -147,13 +146,17 @@ Reached reach_app(const AppRequest& request, const std::string& name, bool is_pa
   return {.name = wanted, .code = code_of(request.part, name.c_str(), seconds), .is_exact = false};
 }
 
-std::string end_since(const std::optional<ManagerState>& before, const std::string& name) {
+void explain_start(const std::optional<ManagerState>& before, Reached& reached) {
   const std::optional<ManagerState> now = read_state();
-  const AppFacts* const app = now ? now->find_app(name) : nullptr;
-  const AppFacts* const was = before ? before->find_app(name) : nullptr;
+  const AppFacts* const app = now ? now->find_app(reached.name) : nullptr;
+  if (app == nullptr) return;
+  const AppFacts* const was = before ? before->find_app(reached.name) : nullptr;
+  reached.state = app->state;
   // The state may still be the one from before the start.
-  if (app == nullptr || app->starts <= (was == nullptr ? 0 : was->starts)) return "";
-  return app->has_failed() ? end_words(app->exit) : "";
+  reached.is_new_run = app->starts > (was == nullptr ? 0 : was->starts);
+  if (!*reached.is_new_run) return;
+  if (reached.code == 0 && app->has_failed()) reached.end = end_words(app->exit);
+  if (reached.code != 0 && app->exit.is_not_run()) reached.reason = end_words(app->exit);
 }
 
 std::string reason_of(const Reached& reached) {
@@ -182,7 +185,8 @@ Result result_of(const AppRequest& request, const Reached& reached, const Argume
     result.status = kFailed;
     result.complaint = std::string("cannot ") + request.verb + " '" + reached.name +
                        "': " + message + " (" + std::to_string(reached.code) + ")";
-    if (reached.code == EINVAL) result.complaint += "; see 'tarvio list --category application'";
+    if (reached.code == EINVAL && reached.reason.empty())
+      result.complaint += "; see 'tarvio list --category application'";
     return result;
   }
   if (!reached.end.empty()) {

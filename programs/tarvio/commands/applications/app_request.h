@@ -44,7 +44,9 @@ struct Reached {
   bool is_exact = true;  // false: by a part of its name, so that it may have been another one
   // Of a start: whether it counted as started before, so that nothing was done (oddity 95).
   std::optional<bool> was_started = {};
-  std::optional<runtime::AppState> state = {};  // as the manager's figures say
+  // Of a start, as the manager's figures say: its state, and whether it was run once more.
+  std::optional<runtime::AppState> state = {};
+  std::optional<bool> is_new_run = {};
   // Of a start that failed: which step did, and why; empty when that is not known.
   std::string reason = {};
   // Of a start: how it has ended already; empty as far as is known.
@@ -55,9 +57,8 @@ struct Reached {
 // application. A name is a part of one only when that is wanted.
 Reached reach_app(const AppRequest& request, const std::string& name, bool is_part, double seconds);
 
-// How the application has ended since the state before its start, when that end is a failure; else
-// empty.
-std::string end_since(const std::optional<ManagerState>& before, const std::string& name);
+// What the manager's figures say of a start, against those before it.
+void explain_start(const std::optional<ManagerState>& before, Reached& reached);
 
 // Why the manager's result is not success.
 std::string reason_of(const Reached& reached);

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -154,13 +153,9 @@ std::string real_path(const std::string& path) {
   return real == nullptr ? path : real.get();
 }
 
-struct CloseConfig {
-  void operator()(tq_conf* config) const { (void)tq_conf_close(config); }
-};
-
 // That of the manager's configuration comes first, unless it is one of the others.
 std::vector<std::string> log_files() {
-  const std::unique_ptr<tq_conf, CloseConfig> config(tq_conf_open2(kManagerConfig));
+  const tarvio::Conf config(tq_conf_open2(kManagerConfig));
   const std::string set = tq_conf_read(config.get(), "log_file");
   std::vector<std::string> files;
   if (!set.empty() && std::find(kLogFiles.begin(), kLogFiles.end(), set) == kLogFiles.end()) {

@@ -21,7 +21,7 @@ Result run(const Arguments& arguments) {
   if (reached.code != 0) return result_of(kRestartApp, reached, arguments);
   const std::optional<ManagerState> before = read_state();
   reached = reach_app(kStartApp, name, is_part, seconds);
-  reached.end = end_since(before, reached.name);
+  explain_start(before, reached);
   return result_of(kRestartApp, reached, arguments);
 }
 

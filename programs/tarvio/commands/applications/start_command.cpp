@@ -5,7 +5,6 @@
 
 #include "commands/applications/app_request.h"
 #include "commands/commands.h"
-#include "manager/app_text.h"
 #include "manager/manager_client.h"
 #include "tarvio/status.h"
 
@@ -28,26 +27,6 @@ bool was_started(const std::vector<Status>& before, const std::string& name, dou
   return is != nullptr && *is == *was;
 }
 
-int starts_of(const AppFacts* app) { return app == nullptr ? 0 : app->starts; }
-
-// The same by the figures of the manager, which cost it no request.
-void judge_by(const ManagerState& before, Reached& reached) {
-  const std::optional<ManagerState> now = read_state();
-  const AppFacts* const app = now ? now->find_app(reached.name) : nullptr;
-  if (app == nullptr) return;
-  reached.was_started = app->starts == starts_of(before.find_app(reached.name));
-  reached.state = app->state;
-}
-
-// Which step of a start has failed with its code.
-std::string failed_step(const Reached& reached) {
-  const std::optional<ManagerState> now = read_state();
-  const AppFacts* const app = now ? now->find_app(reached.name) : nullptr;
-  const bool is_known =
-      app != nullptr && app->exit.is_not_run() && app->exit.number == reached.code;
-  return is_known ? end_words(app->exit) : "";
-}
-
 Result run(const Arguments& arguments) {
   const std::string name = application_name(arguments.operands.front());
   const double seconds = arguments.timeout_seconds;
@@ -55,16 +34,13 @@ Result run(const Arguments& arguments) {
   std::vector<Status> before;
   if (!state) before = ask_statuses("status_app", seconds);
   Reached reached = reach_app(kStartApp, name, arguments.has(kMatch), seconds);
-  if (reached.code != 0) {
-    reached.reason = failed_step(reached);
-    return result_of(kStartApp, reached, arguments);
-  }
-  if (state) {
-    judge_by(*state, reached);
-  } else {
+  explain_start(state, reached);
+  if (reached.code != 0) return result_of(kStartApp, reached, arguments);
+  if (!state) {
     reached.was_started = was_started(before, reached.name, seconds);
+  } else if (reached.is_new_run) {
+    reached.was_started = !*reached.is_new_run;
   }
-  reached.end = end_since(state, reached.name);
   return result_of(kStartApp, reached, arguments);
 }
 
