@@ -12,7 +12,8 @@ install(
   DIRECTORY include/tarvio
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   FILES_MATCHING
-  PATTERN "*.h")
+  PATTERN "*.h"
+  PATTERN "*.hpp")
 
 install(
   EXPORT tarvioTargets
@@ -51,9 +52,13 @@ foreach(manual ${manuals})
   endif()
 endforeach()
 
-install(FILES examples/statuses.c examples/backup_progress.c packaging/tarviod.conf
-              packaging/busybox/inittab
+install(FILES packaging/tarviod.conf packaging/busybox/inittab
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(
+  DIRECTORY examples/
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
+  USE_SOURCE_PERMISSIONS
+  REGEX "examples/CMakeLists.txt$" EXCLUDE)
 
 # Written at installation: it contains the manager's path, which depends on `cmake --install --prefix`.
 set(TARVIO_SERVICE "" CACHE STRING "Service file to install: systemd, init.d, openrc, procd or nothing")

@@ -13,7 +13,7 @@ struct tq_app_info;
 
 /* The operations of an application binding, in their fixed order. */
 typedef struct tq_app_binding {
-  int (*setup)(void);
+  int (*setup)(void);                      /* called once, by the set-up of the manager */
   int (*is_mine)(struct tq_app_info *app); /* not 0 when the binding takes the application */
   int (*start)(struct tq_app_info *app);   /* 0 or an error code */
   int (*stop)(struct tq_app_info *app);    /* 0 or an error code */
@@ -29,8 +29,8 @@ typedef struct tq_app_info {
 
 /* What a refresh changed: numbers of applications. */
 typedef struct tq_refresh_result {
-  int32_t added;
-  int32_t removed;
+  int32_t added;   /* new ones */
+  int32_t removed; /* whose package went */
   int32_t changed; /* another version, maintainer, subcategory, start file or stop file */
 } tq_refresh_result;
 

@@ -12,8 +12,8 @@
 
 /* The lines that a command printed, each without its line end; null where memory ran out for a copy. */
 typedef struct tq_pkg_data {
-  int32_t count;
-  char **lines; /* null while count is 0 */
+  int32_t count; /* number of lines */
+  char **lines;  /* null while count is 0 */
 } tq_pkg_data;
 
 TQ_BEGIN_DECLS

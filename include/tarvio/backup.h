@@ -63,9 +63,10 @@ typedef struct tq_flash_event {
  * Returns 0 to go on; any other number stops the work, and becomes the result of the call. */
 typedef int (*tq_flash_observe)(const tq_flash_event *event, void *user);
 
+/* An observer of the work on the flash, see tq_set_flash_observer. */
 typedef struct tq_flash_observer {
-  tq_flash_observe observe;
-  void *user; /* handed to each call of observe as it is */
+  tq_flash_observe observe; /* null for none */
+  void *user;               /* handed to each call of observe as it is */
 } tq_flash_observer;
 
 TQ_BEGIN_DECLS

@@ -9,13 +9,13 @@
 
 /* A pair; both strings belong to the object. */
 typedef struct tq_conf_pair {
-  char *name;
-  char *value;
+  char *name;  /* unique in the object */
+  char *value; /* may be empty */
 } tq_conf_pair;
 
 /* The pairs of one file, in the order in which their names were first stored; names are unique. */
 typedef struct tq_conf {
-  int32_t count;
+  int32_t count;       /* number of pairs */
   tq_conf_pair *pairs; /* null while count is 0 */
 } tq_conf;
 

@@ -36,8 +36,8 @@ enum {
 
 /* A code of the library and its message. */
 typedef struct tq_err_code {
-  int32_t code;
-  const char *message;
+  int32_t code;        /* 10000 or above */
+  const char *message; /* for people */
 } tq_err_code;
 
 TQ_BEGIN_DECLS

@@ -7,6 +7,7 @@
 
 #include "tarvio/base.h"
 
+/* A place in a list. */
 typedef struct tq_list_node {
   struct tq_list_node *next; /* null at the tail */
   void *element;             /* the caller's */

@@ -26,11 +26,11 @@ typedef struct tq_syslog_line {
 
 /* The operations of a log binding, in their fixed order. */
 typedef struct tq_log_binding {
-  int (*setup)(void);
-  int (*start_monitor)(void *argument);
-  int (*stop_monitor)(void *argument);
-  int (*set_log_hook)(char *hook);
-  int (*remove_log_hook)(const char *hook);
+  int (*setup)(void);                       /* called by tq_setup_log_manager */
+  int (*start_monitor)(void *argument);     /* what tq_start_monitor does */
+  int (*stop_monitor)(void *argument);      /* what tq_stop_monitor does */
+  int (*set_log_hook)(char *hook);          /* what tq_set_log_hook does */
+  int (*remove_log_hook)(const char *hook); /* what tq_remove_log_hook does */
 } tq_log_binding;
 
 TQ_BEGIN_DECLS

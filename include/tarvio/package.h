@@ -30,27 +30,28 @@ enum {
  * created is released with tq_delete_tq_package_info_recurse, what the copy and filter calls created
  * with tq_free_package_info. Do not read start_app and stop_app in a copy. */
 typedef struct tq_package_info {
-  char *name;
-  char *version;
-  int32_t type;    /* category */
-  int32_t subtype; /* subcategory */
-  char *maintainer;
-  char *start_app; /* path of the file that starts the application, or empty */
-  char *stop_app;  /* path of the file that stops it, or empty */
-  struct tq_package_info *next;
+  char *name;                   /* "Package" of its control file */
+  char *version;                /* "Version" */
+  int32_t type;                 /* category */
+  int32_t subtype;              /* subcategory */
+  char *maintainer;             /* "Maintainer" */
+  char *start_app;              /* path of the file that starts the application, or empty */
+  char *stop_app;               /* path of the file that stops it, or empty */
+  struct tq_package_info *next; /* null at the end */
 } tq_package_info;
 
 /* The operations of a package binding, in their fixed order. */
 typedef struct tq_package_binding {
-  int (*setup)(void);
-  int (*list)(uint32_t type, uint32_t subtype, const char *name, tq_package_info **out);
-  int (*install)(const char *path, int force);
-  int (*files)(const char *name, tq_list_t *files);
-  int (*remove)(const char *name, int force);
-  int (*check_file_sign)(void);
-  int (*check_file_size)(const char *path);
-  int (*check_dependency)(void);
-  int (*file_corruption)(void);
+  int (*setup)(void); /* nothing calls it */
+  int (*list)(uint32_t type, uint32_t subtype, const char *name,
+              tq_package_info **out);               /* what tq_list does */
+  int (*install)(const char *path, int force);      /* what tq_install does */
+  int (*files)(const char *name, tq_list_t *files); /* what tq_files does */
+  int (*remove)(const char *name, int force);       /* what tq_remove does */
+  int (*check_file_sign)(void);                     /* nothing calls it */
+  int (*check_file_size)(const char *path);         /* what tq_check_file_size does */
+  int (*check_dependency)(void);                    /* nothing calls it */
+  int (*file_corruption)(void);                     /* nothing calls it */
 } tq_package_binding;
 
 TQ_BEGIN_DECLS

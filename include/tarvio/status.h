@@ -17,6 +17,7 @@ enum {
   TQ_STATE_ERROR = 2  /* kept until a forced change */
 };
 
+/* A status record. */
 typedef struct tq_status {
   int32_t type;           /* kind of item; 0 is an application */
   int32_t id;             /* 0 in a new record */

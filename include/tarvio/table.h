@@ -8,11 +8,13 @@
 #include "tarvio/base.h"
 #include "tarvio/list.h"
 
+/* A key and its value. */
 typedef struct tq_table_pair {
-  char *key;
-  void *value;
+  char *key;   /* as given to tq_table_put */
+  void *value; /* the same */
 } tq_table_pair;
 
+/* A table. */
 typedef struct tq_table {
   tq_list_t *pairs; /* elements are tq_table_pair; its cursor is the table's */
 } tq_table;
