@@ -42,13 +42,14 @@ if(TARGET tarvio-client)
           DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 endif()
 
-# Of the programs that are built.
-file(GLOB manuals docs/man/*.[158])
+# Of the programs that are built, with the version in the first line.
+file(GLOB manuals RELATIVE ${PROJECT_SOURCE_DIR}/docs docs/man/*.[158])
 foreach(manual ${manuals})
   get_filename_component(program ${manual} NAME_WE)
   string(REGEX MATCH ".$" section ${manual})
   if(TARGET ${program} OR TARGET ${program}-client)
-    install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+    configure_file(docs/${manual} ${manual} @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
   endif()
 endforeach()
 

@@ -38,13 +38,14 @@ class InitScript : public testing::Test {
     write_program(directory_ / "sleep", "#!/bin/sh\nprintf . >>" + sleeps_ + "\n");
     write_file(sleeps_, "");
   }
-  // The exit status of `tarviod stop`.
-  int stop(int signals_received) {
+  // The exit status of `tarviod ACTION`.
+  int act(const std::string& action, int signals_received) {
     write_file(left_, std::to_string(signals_received) + "\n");
     const std::string command = "PATH=" + directory_.path().string() + ":$PATH sh " + kPackaging +
-                                "init.d/tarviod.in stop 2>" + errors_;
+                                "init.d/tarviod.in " + action + " 2>" + errors_;
     return WEXITSTATUS(std::system(command.c_str()));
   }
+  int stop(int signals_received) { return act("stop", signals_received); }
   void manager_dies() { fs::remove(manager_); }
   std::string calls() const { return read_file(calls_); }
   size_t seconds_waited() const { return read_file(sleeps_).size(); }
@@ -75,6 +76,13 @@ TEST_F(InitScript, StopsWhatAManagerThatHasDiedLeaves) {
   manager_dies();
   EXPECT_EQ(stop(3), 0);
   EXPECT_THAT(calls(), testing::HasSubstr("\n-K -q -s TERM -x "));
+  EXPECT_EQ(seconds_waited(), 2U);
+}
+
+TEST_F(InitScript, ReplacesTheManagerAlone) {
+  act("replace", 2);
+  EXPECT_THAT(calls(), testing::StartsWith("-K -q -s KILL -p /run/tarviod.pid -x "));
+  EXPECT_THAT(calls(), testing::Not(testing::HasSubstr("-s KILL -x ")));
   EXPECT_EQ(seconds_waited(), 2U);
 }
 
