@@ -61,11 +61,15 @@ use_packages() {
   passes "nothing is left of them" nothing_is_left
 
   passes "opkg installs them again" opkg install "$(package libtarvio1 ipk)" "$(package tarviod ipk)" "$(package tarvio ipk)"
-  passes "the manager runs at once" prints '*no applications*' tarvio status
+  passes "the manager runs at once" tarvio refresh
   passes "opkg removes them" opkg remove tarvio tarviod libtarvio1
   passes "nothing is left of them" nothing_is_left
 }
 
+if [ "$(head -c 2 "$(command -v opkg)")" = '#!' ]; then
+  echo "skipped: packages on the board, since the stand-in for opkg runs no scripts of packages"
+  finish
+fi
 # The board that the case sees is then that root file system.
 if [ "${1-}" = inside ]; then
   use_packages
