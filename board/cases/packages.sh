@@ -7,21 +7,21 @@
 . /board/library.sh
 . /board/flash.sh
 
-area=/mnt/root
+root=/mnt/root
 
 # The root file system as it is without the product.
 make_root() {
   for directory in board dev host packages proc run sys tmp usr/lib/opkg/info var/log var/run; do
-    mkdir -p $area/$directory
+    mkdir -p $root/$directory
   done
   tar -c -C / --exclude=./lib/modules --exclude=./etc/init.d --exclude=./usr/lib/libtarvio.so\* \
-    --exclude=./usr/bin/tarvio --exclude=./usr/sbin/tarviod ./bin ./etc ./lib ./opt ./usr | tar -x -C $area
+    --exclude=./usr/bin/tarvio --exclude=./usr/sbin/tarviod ./bin ./etc ./lib ./opt ./usr | tar -x -C $root
 }
 
 # What a system that boots from the area has mounted there.
 enter_root() {
-  for directory in board dev host packages proc sys tmp; do mount --bind /$directory $area/$directory || return; done
-  mount -t tmpfs run $area/run
+  for directory in board dev host packages proc sys tmp; do mount --bind /$directory $root/$directory || return; done
+  mount -t tmpfs run $root/run
 }
 
 files() { find / -xdev ! -type d ! -path '/usr/lib/opkg/*' ! -path '/var/log/*' ! -path '/opt/clock/*' | sort; }
@@ -47,7 +47,7 @@ use_packages() {
   passes "clock is stopped" tarvio stop clock
   passes "and started" tarvio start clock
   passes "its status says so" prints '*clock *normal*' tarvio status
-  passes "the packages are listed" prints '*libtarvio1 *System*tarvio *System*tarviod *System*' tarvio list
+  passes "the packages are listed" prints '*libtarvio1 *other*tarvio *other*tarviod *other*' tarvio list
 
   echo 'log_period: 1' >>/etc/tarvio/tarviod.conf
   cp /etc/tarvio/tarviod.conf /tmp/edited
@@ -79,19 +79,19 @@ fi
 keep_flash
 if [ "$(cat /host/boot)" = 2 ]; then
   passes "the flash holds what it held" load_flash
-  passes "the root area is mounted" mount -t jffs2 /dev/mtdblock4 $area
+  passes "the root area is mounted" mount -t jffs2 /dev/mtdblock4 $root
   passes "it gets what the kernel and init mount" enter_root
-  exec chroot $area sh /board/packages.sh inside
+  exec chroot $root sh /board/packages.sh inside
 fi
 
-passes "the root area is mounted" mount -t jffs2 /dev/mtdblock4 $area
+passes "the root area is mounted" mount -t jffs2 /dev/mtdblock4 $root
 passes "it holds a system without the product" make_root
-find $area -xdev ! -type d ! -path "$area/usr/lib/opkg/*" | sed "s|^$area||" | sort >/host/files
+find $root -xdev ! -type d ! -path "$root/usr/lib/opkg/*" | sed "s|^$root||" | sort >/host/files
 make_package clock
 passes "the packages are installed, and an application" tarvio install "$(package libtarvio1 tbx)" \
   "$(package tarviod tbx)" "$(package tarvio tbx)" clock.tbx
-passes "the manager's file is in the area" cmp /usr/sbin/tarviod $area/usr/sbin/tarviod
-passes "the area is unmounted" umount $area
+passes "the manager's file is in the area" cmp /usr/sbin/tarviod $root/usr/sbin/tarviod
+passes "the area is unmounted" umount $root
 echo /dev/mtdblock4 >/host/root
 echo "BOARD cuts the power at now"
 sleep 0.3
