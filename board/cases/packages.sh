@@ -11,9 +11,10 @@ root=/mnt/root
 
 # The root file system as it is without the product.
 make_root() {
-  for directory in board dev host packages proc run sys tmp usr/lib/opkg/info var/log var/run; do
+  for directory in board dev host packages proc run sys tmp usr/lib/opkg/info var/log; do
     mkdir -p $root/$directory
   done
+  ln -s ../run $root/var/run
   tar -c -C / --exclude=./lib/modules --exclude=./etc/init.d --exclude=./usr/lib/libtarvio.so\* \
     --exclude=./usr/bin/tarvio --exclude=./usr/sbin/tarviod ./bin ./etc ./lib ./opt ./usr | tar -x -C $root
 }
@@ -31,10 +32,22 @@ nothing_is_left() {
 }
 package() { echo /packages/"$1"_*."$2"; }
 is_from_package() { cmp /proc/"$(manager)"/exe /usr/sbin/tarviod; }
-# upgrade: the manager is another one, and clock the same process.
+# The manager's package with a higher version.
+make_next() {
+  mkdir -p /tmp/next/control
+  (
+    cd /tmp/next || exit
+    ar x "$(package tarviod tbx)"
+    tar -xzf control.tar.gz -C control
+    sed -i 's/^Version: .*/&.1/' control/control
+    tar -C control -czf control.tar.gz .
+    ar rc /tmp/next.tbx debian-binary control.tar.gz data.tar.gz
+  )
+}
+# The manager is another one then, and clock the same process.
 upgrade() {
   before="$(manager) $(instances clock)"
-  tarvio install "$(package tarviod tbx)" && runs_once clock &&
+  tarvio install /tmp/next.tbx && runs_once clock &&
     [ "${before#* }" = "$(instances clock)" ] && [ "${before% *}" != "$(manager)" ]
 }
 
@@ -51,6 +64,7 @@ use_packages() {
 
   echo 'log_period: 1' >>/etc/tarvio/tarviod.conf
   cp /etc/tarvio/tarviod.conf /tmp/edited
+  make_next
   passes "an upgrade replaces the manager, and clock runs on" upgrade
   passes "the configuration is still the edited one" cmp /tmp/edited /etc/tarvio/tarviod.conf
   sed -i '$d' /etc/tarvio/tarviod.conf
@@ -81,7 +95,7 @@ if [ "$(cat /host/boot)" = 2 ]; then
   passes "the flash holds what it held" load_flash
   passes "the root area is mounted" mount -t jffs2 /dev/mtdblock4 $root
   passes "it gets what the kernel and init mount" enter_root
-  exec chroot $root sh /board/packages.sh inside
+  exec chroot $root /bin/sh /board/packages.sh inside
 fi
 
 passes "the root area is mounted" mount -t jffs2 /dev/mtdblock4 $root
