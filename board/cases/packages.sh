@@ -74,7 +74,8 @@ use_packages() {
   passes "the packages are removed" tarvio remove tarviod tarvio libtarvio1
   passes "nothing is left of them" nothing_is_left
 
-  passes "opkg installs them again" opkg install "$(package libtarvio1 ipk)" "$(package tarviod ipk)" "$(package tarvio ipk)"
+  passes "opkg installs them again" opkg install "$(package libtarvio1 ipk)" \
+    "$(package tarviod ipk)" "$(package tarvio ipk)"
   passes "the manager runs at once" tarvio refresh
   passes "opkg removes them" opkg remove tarvio tarviod libtarvio1
   passes "nothing is left of them" nothing_is_left
