@@ -110,7 +110,7 @@ add_opkg() {
   [ -e "$real" ] || real=$here/../tests/sandbox/opkg
   cp "$real" "$1/usr/local/bin/opkg"
   mkdir -p "$1/etc/opkg"
-  printf '%s\n' 'dest root /' 'arch all 1' >"$1/etc/opkg/opkg.conf"
+  printf '%s\n' 'dest root /' 'arch all 1' 'arch armv7l 2' >"$1/etc/opkg/opkg.conf"
 }
 
 # What is under test, installed and stripped, and what runs it.
@@ -124,6 +124,7 @@ product() {
   cp "$here"/{library,flash}.sh "$here"/cases/* "$root/board/"
   cp "$here"/bin/* "$root/usr/local/bin/"
   add_opkg "$root"
+  [ -z "${BOARD_PACKAGES:-}" ] || "$here/../scripts/package-board" "$2" "$root/packages" >/dev/null
   pack "$root"
 }
 
@@ -149,7 +150,7 @@ watch() {
 
 emulate() {
   local append
-  append="console=ttyAMA0 quiet panic=-1 root=${BOARD_ROOT:-/dev/mtdblock4} nand=\"${BOARD_NAND:-}\""
+  append="console=ttyAMA0 quiet panic=-1 root=$(cat "$1/share/root") nand=\"${BOARD_NAND:-}\""
   # The outer redirection hides the shell's message about the killed emulator.
   # shellcheck disable=SC2016
   { timeout -k 5 "${BOARD_SECONDS:-400}" sh -c 'echo $$ >"$0"/emulator && exec qemu-system-arm "$@"' "$1" \
@@ -193,8 +194,9 @@ run() {
   trap "rm -rf '$boot'" EXIT
   mkdir "$boot/share"
   echo "$case" >"$boot/share/case"
-  # The case states the flash and the root that it needs.
+  # The case states what it needs. It may write another root there for the next boot.
   eval "$(sed -n 's/^# \(BOARD_[A-Z]*=.*\)/\1/p' "$here/cases/$case.sh")"
+  echo "${BOARD_ROOT:-/dev/mtdblock4}" >"$boot/share/root"
   product "$boot" "$build" | cat initrd.gz - >"$boot/initrd.gz"
   : >"console-$case.log"
   while true; do

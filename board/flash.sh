@@ -84,3 +84,21 @@ fails_with() {
 }
 
 leaves_nothing() { [ -z "$(ls -d "${1:-/tmp}"/.tarvio* 2>/dev/null)" ]; }
+
+log_flash() { echo "module nandsim format \"log: $1\" +p" >/proc/dynamic_debug/control; }
+
+# keep_flash: from now on the host reads on the console what the flash holds, and keeps it for the next boot. This needs
+# BOARD_NAND="cache_file=/host/flash log=1".
+keep_flash() {
+  log_flash erase
+  log_flash programm
+  dmesg -n 8
+}
+
+# load_flash: what the flash held when the power was cut.
+load_flash() {
+  while read -r area first pages begin; do
+    dd if=/host/flash.before bs=2112 skip="$first" count="$pages" 2>/dev/null |
+      nandwrite -q -n -o -s $(((first - begin) * 2048)) "/dev/mtd$area" - || return
+  done </host/flash.runs
+}

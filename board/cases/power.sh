@@ -6,16 +6,6 @@
 
 package=/host/card/image.tbx
 
-# load_flash: what the flash held when the power was cut.
-load_flash() {
-  while read -r area first pages begin; do
-    dd if=/host/flash.before bs=2112 skip="$first" count="$pages" 2>/dev/null |
-      nandwrite -q -n -o -s $(((first - begin) * 2048)) "/dev/mtd$area" - || return
-  done </host/flash.runs
-}
-
-log_flash() { echo "module nandsim format \"log: $1\" +p" >/proc/dynamic_debug/control; }
-
 # cut_at TEXT COMMAND...: the power is cut when a line on the console ends with the text, which the command must
 # bring about.
 cut_at() {
@@ -60,10 +50,7 @@ watch_package() {
   echo "BOARD sees the package grow"
 }
 
-# The host reads the flash's log on the console.
-log_flash erase
-log_flash programm
-dmesg -n 8
+keep_flash
 boot=$(cat /host/boot)
 [ "$boot" = 1 ] || passes "boot $boot: the flash holds what it held" load_flash
 case $boot in

@@ -1,0 +1,48 @@
+SUMMARY = "Application and package manager of a device"
+DESCRIPTION = "A library, a resident manager and a command-line client, which start and stop applications, keep their \
+statuses, install packages through opkg, and save and restore the flash memory."
+SECTION = "base"
+LICENSE = "MIT"
+LIC_FILES_CHKSUM = "file://LICENSE;md5=8e008f9275d339e58da6660b80f65d5c"
+
+# The sources, and with them the version, are those of the tree that this layer is part of.
+TARVIO_TREE := "${@os.path.realpath(d.getVar('THISDIR') + '/../../../..')}"
+
+def tarvio_version(d):
+    import re
+    with open(d.getVar('TARVIO_TREE') + '/CMakeLists.txt') as file:
+        return re.search(r'^ *VERSION ([0-9.]+)$', file.read(), re.MULTILINE).group(1)
+
+PV = "${@tarvio_version(d)}"
+
+inherit externalsrc cmake systemd update-rc.d bash-completion
+
+EXTERNALSRC = "${TARVIO_TREE}"
+EXTERNALSRC_BUILD = "${WORKDIR}/build"
+DEPENDS = "nlohmann-json"
+EXTRA_OECMAKE = "-DCMAKE_BUILD_TYPE=MinSizeRel -DCMAKE_SKIP_INSTALL_RPATH=ON"
+
+do_install:append() {
+    install -d ${D}${sysconfdir}/tarvio/apps.d ${D}${sysconfdir}/init.d ${D}${systemd_system_unitdir}
+    install -m 0644 ${S}/packaging/tarviod.conf ${D}${sysconfdir}/tarvio/
+    # The classes keep the one that the distribution's init takes.
+    sed 's|@sbindir@|${sbindir}|' ${S}/packaging/init.d/tarviod.in >${D}${sysconfdir}/init.d/tarviod
+    chmod 0755 ${D}${sysconfdir}/init.d/tarviod
+    sed 's|@sbindir@|${sbindir}|' ${S}/packaging/systemd/tarviod.service.in \
+        >${D}${systemd_system_unitdir}/tarviod.service
+}
+
+PACKAGES =+ "libtarvio tarviod"
+FILES:libtarvio = "${libdir}/libtarvio.so.*"
+FILES:tarviod = "${sbindir}/tarviod ${sysconfdir}/tarvio ${sysconfdir}/init.d/tarviod \
+    ${systemd_system_unitdir}/tarviod.service"
+CONFFILES:tarviod = "${sysconfdir}/tarvio/tarviod.conf"
+FILES:${PN} += "${datadir}/fish ${datadir}/zsh"
+# What the client runs.
+RDEPENDS:${PN} = "opkg binutils tar gzip coreutils"
+RRECOMMENDS:${PN} = "tarviod mtd-utils mtd-utils-jffs2"
+
+SYSTEMD_PACKAGES = "tarviod"
+SYSTEMD_SERVICE:tarviod = "tarviod.service"
+INITSCRIPT_PACKAGES = "tarviod"
+INITSCRIPT_NAME:tarviod = "tarviod"
