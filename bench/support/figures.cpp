@@ -47,7 +47,7 @@ void print_row(const std::string& title, const std::string& limit, const std::st
   (void)std::printf("figure\t%s\t%s\t%s\t%s", title.c_str(), limit.c_str(), measured.c_str(),
                     verdict);
   if (comparison.floor > 0) {
-    (void)std::printf("\t%.9f\t%.9f\t%.9f", comparison.ours, comparison.floor, comparison.limit);
+    (void)std::printf("\t%.4g\t%.4g\t%.4g", comparison.ours, comparison.floor, comparison.limit);
   }
   (void)std::printf("\n");
   (void)std::fflush(stdout);
