@@ -43,9 +43,13 @@ std::string time_text(double seconds) {
 }
 
 void print_row(const std::string& title, const std::string& limit, const std::string& measured,
-               const char* verdict) {
-  (void)std::printf("figure\t%s\t%s\t%s\t%s\n", title.c_str(), limit.c_str(), measured.c_str(),
+               const char* verdict, const Comparison& comparison) {
+  (void)std::printf("figure\t%s\t%s\t%s\t%s", title.c_str(), limit.c_str(), measured.c_str(),
                     verdict);
+  if (comparison.floor > 0) {
+    (void)std::printf("\t%.4g\t%.4g\t%.4g", comparison.ours, comparison.floor, comparison.limit);
+  }
+  (void)std::printf("\n");
   (void)std::fflush(stdout);
 }
 
@@ -58,21 +62,22 @@ bool report_figure(const Figure& figure, const MedianReporter& reporter) {
   if (ours <= 0 || floor <= 0) return report(figure.title, limit, "not measured", false);
   const std::string measured =
       is_difference ? time_text(ours - floor) + " more" : text_of("%.2f times", ours / floor);
+  const double most = floor * figure.times + figure.seconds_more;
   return report(figure.title, limit,
-                measured + " (" + time_text(ours) + " / " + time_text(floor) + ")",
-                ours <= floor * figure.times + figure.seconds_more);
+                measured + " (" + time_text(ours) + " / " + time_text(floor) + ")", ours <= most,
+                {.ours = ours, .floor = floor, .limit = most});
 }
 
 }  // namespace
 
 bool report(const std::string& title, const std::string& limit, const std::string& measured,
-            bool holds) {
-  print_row(title, limit, measured, holds ? "pass" : "FAIL");
+            bool holds, const Comparison& comparison) {
+  print_row(title, limit, measured, holds ? "pass" : "FAIL", comparison);
   return holds;
 }
 
 void report_skipped(const std::string& title, const std::string& limit, const std::string& why) {
-  print_row(title, limit, why, "skipped");
+  print_row(title, limit, why, "skipped", {});
 }
 
 int run_figures(int argc, char** argv, const std::vector<Figure>& figures) {

@@ -17,10 +17,17 @@ struct Figure {
   double seconds_more = 0;  // on top of that
 };
 
+// What was measured beside its floor or peer, and the most that it may be; in seconds.
+struct Comparison {
+  double ours = 0;
+  double floor = 0;
+  double limit = 0;
+};
+
 // Prints one row of the table that bench/run makes: title, limit, what was measured, and whether it
 // holds. Returns that.
 bool report(const std::string& title, const std::string& limit, const std::string& measured,
-            bool holds);
+            bool holds, const Comparison& comparison = {});
 
 // The same for a figure that cannot be measured here, and why.
 void report_skipped(const std::string& title, const std::string& limit, const std::string& why);
