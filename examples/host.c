@@ -43,6 +43,7 @@ int main(void) {
   signal(SIGINT, end);
 
   tq_log_init();
+  tq_set_repairs(TQ_REPAIR_ALL);
   tq_setup_status_manager();
   tq_setup_package_manager();
   if (tq_setup_app_manager() == 0) { /* 1 is success here */

@@ -116,7 +116,8 @@ void *tq_monitor_syslog(void *value);
  * Prints " dup " and the line for every line that it reads, and " this line is match!" after one that
  * equals `last`, on standard output. Waits for the end of the output, not for the command: a host that
  * does not ignore SIGCHLD must wait for the ended child. Every call leaves two descriptors open, as
- * tq_create_process does. A command that cannot be run yields no lines.
+ * tq_create_process does, unless TQ_REPAIR_PROCESSES is set (see repairs.h). A command that cannot be run
+ * yields no lines.
  *
  * Returns 0; the result of tq_create_process; ENOMEM (12) if memory runs out; EINVAL (22) for a null
  * command or list. On failure the list and tq_last_syslog are unchanged.

@@ -13,7 +13,8 @@ TQ_BEGIN_DECLS
  * online  receives 1 or 0; unchanged on failure, so set it before the call.
  *
  * Returns 0, EINVAL (22) for a null argument, or the errno value of the failed open or read (0 if the
- * file is empty). A failed read leaves its descriptor open.
+ * file is empty). A failed read leaves its descriptor open, unless TQ_REPAIR_BOOT_TEST is set (see
+ * repairs.h).
  * Source: util/tq_opkg_util */
 int tq_is_boot_online(int *online);
 

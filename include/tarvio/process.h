@@ -23,12 +23,14 @@ TQ_BEGIN_DECLS
  * stdin_fd, stdout_fd, stderr_fd
  *            receive the caller's ends (close-on-exec) for the bits set; may be null otherwise.
  *
- * Every call leaves two further descriptors open for good, in the caller and in the child: raise
- * RLIMIT_NOFILE accordingly. A program that cannot be executed ends the child with the errno value of
- * execvp as its exit status, an empty command with 22; the caller does not see it.
+ * Every call leaves two further descriptors open for good, in the caller and in the child, unless
+ * TQ_REPAIR_PROCESSES is set (see repairs.h): raise RLIMIT_NOFILE accordingly. A program that cannot be
+ * executed ends the child with the errno value of execvp as its exit status, an empty command with 22;
+ * the caller does not see it.
  *
- * Returns 0, even if fork failed; the errno value of a failed pipe (pipes made before it stay open);
- * EINVAL (22) for a null command, pid, or descriptor that a bit asks for.
+ * Returns 0, even if fork failed; the errno value of a failed pipe (pipes made before it stay open,
+ * unless TQ_REPAIR_PROCESSES is set); EINVAL (22) for a null command, pid, or descriptor that a bit asks
+ * for.
  * Source: util/tq_unix_process */
 int tq_create_process(const char *command, unsigned flags, int *pid, int *stdin_fd, int *stdout_fd,
                       int *stderr_fd);

@@ -18,6 +18,7 @@
 #include "tarvio/opkg.h"
 #include "tarvio/package.h"
 #include "tarvio/process.h"
+#include "tarvio/repairs.h"
 #include "tarvio/status.h"
 #include "tarvio/status_manager.h"
 #include "tarvio/table.h"

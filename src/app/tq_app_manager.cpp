@@ -1,6 +1,7 @@
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "base/chain.h"
@@ -10,6 +11,7 @@
 #include "tarvio/app.h"
 #include "tarvio/status_manager.h"
 #include "util/log_macros.h"
+#include "util/tq_repairs.h"
 
 static_assert(sizeof(tq_app_binding) == 4 * sizeof(void*));
 static_assert(offsetof(tq_app_info, stopped) == 2 * sizeof(void*));
@@ -97,6 +99,16 @@ int stop_app(const char* name, Match match) {
   return app == nullptr ? EINVAL : stop(*app);
 }
 
+constexpr int kMaxTries = 3;
+
+// Whether it has been tried often enough for a host that wants an end.
+bool is_given_up(const char* name, int failures, int code) {
+  if (failures < kMaxTries || !tarvio::is_repaired(TQ_REPAIR_RETRIES)) return false;
+  TQ_WARNING("Application %s failed %d times: going on without it, last code %d", name, failures,
+             code);
+  return true;
+}
+
 // Tries each application until it succeeds, at once and without limit (oddity 91). The operation
 // looks each name up in the same list again, so a name inside an earlier one is not reached
 // (oddity 93).
@@ -104,9 +116,12 @@ int for_each_app(int (*operation)(const char* name)) {
   int last_failure = 0;
   if (manager.tq_app_list == nullptr) return last_failure;
   for (const tq_app_info* app : Apps(manager.tq_app_list)) {
-    for (int code = operation(app->package->name); code != 0;
-         code = operation(app->package->name)) {
+    const char* name = app->package->name;
+    int failures = 0;
+    for (int code = operation(name); code != 0; code = operation(name)) {
       last_failure = code;  // stays the result after a success (oddity 92)
+      failures = std::min(failures + 1, kMaxTries);
+      if (is_given_up(name, failures, code)) break;
     }
   }
   return last_failure;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <span>
 
 #include "base/line_reader.h"
 #include "base/list_appender.h"
@@ -13,6 +14,7 @@
 #include "tarvio/process.h"
 #include "tarvio/text.h"
 #include "util/log_macros.h"
+#include "util/tq_repairs.h"
 
 namespace {
 
@@ -29,6 +31,14 @@ struct StreamPipe {
   [[nodiscard]] int child_fd() const { return ends[child_reads ? 0 : 1]; }
   [[nodiscard]] int caller_fd() const { return ends[child_reads ? 1 : 0]; }
 };
+
+void take_back(std::span<const StreamPipe> pipes) {
+  for (const StreamPipe& pipe : pipes) {
+    if (pipe.ends[0] < 0) continue;
+    for (const int end : pipe.ends) (void)close(end);
+    *pipe.caller_end = -1;
+  }
+}
 
 // Runs in the child.
 void become_stream(const StreamPipe& pipe) {
@@ -54,11 +64,16 @@ int tq_create_process(const char* command, unsigned flags, int* pid, int* stdin_
   // Never used and never closed, here and in the child: each start costs two descriptors (oddity
   // 42).
   int unused[2];
-  if (::pipe(unused) != 0) return errno;
+  const bool is_repaired = tarvio::is_repaired(TQ_REPAIR_PROCESSES);
+  if (!is_repaired && ::pipe(unused) != 0) return errno;
 
   for (StreamPipe& pipe : pipes) {
     if ((flags & pipe.flag) == 0) continue;
-    if (pipe2(pipe.ends, O_CLOEXEC) != 0) return errno;  // the pipes so far stay open (oddity 43)
+    if (pipe2(pipe.ends, O_CLOEXEC) != 0) {
+      const int error = errno;
+      if (is_repaired) take_back(pipes);  // else the pipes so far stay open (oddity 43)
+      return error;
+    }
     *pipe.caller_end = pipe.caller_fd();
   }
 

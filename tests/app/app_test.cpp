@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "support/apps/app_manager.h"
+#include "support/repairs.h"
 #include "tarvio/app.h"
 #include "tarvio/status_manager.h"
 
@@ -14,7 +15,9 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 TEST_F(AppManager, StartsAnApplication) {
   set_up({"web"});
@@ -284,6 +287,42 @@ TEST_F(AppManager, TriesEachStopUntilItSucceedsAndReturnsTheLastFailure) {
   EXPECT_EQ(tq_stop_all_app(), 7);
   EXPECT_THAT(calls_, ElementsAre("stop beta", "stop beta", "stop beta", "stop alpha"));
   EXPECT_THAT(all_statuses(), IsEmpty());
+}
+
+TEST_F(AppManager, GivesAFailingStartThreeTriesOnceRetriesAreRepaired) {
+  const Repairs repairs(TQ_REPAIR_RETRIES);
+  set_up({"beta", "alpha"});
+  answers_ = {5, 6, 7};
+  EXPECT_EQ(tq_start_all_app(), 7);
+  EXPECT_THAT(calls_, ElementsAre("start beta", "start beta", "start beta", "start alpha"));
+  EXPECT_THAT(all_statuses(), ElementsAre("beta 2 start app failed.", "alpha 0 started app"));
+  EXPECT_THAT(logged(),
+              Contains("warning: Application beta failed 3 times: going on without it, last code 7")
+                  .Times(1));
+}
+
+TEST_F(AppManager, CountsTheTriesOfEachApplicationOnceRetriesAreRepaired) {
+  const Repairs repairs(TQ_REPAIR_RETRIES);
+  set_up({"beta", "alpha"});
+  answers_ = {5, 7, 0, 9, 11, 0};
+  EXPECT_EQ(tq_start_all_app(), 11);
+  EXPECT_THAT(all_statuses(), ElementsAre("beta 0 started app", "alpha 0 started app"));
+  EXPECT_THAT(logged(), Not(Contains(HasSubstr("going on without it"))));
+}
+
+TEST_F(AppManager, GivesAFailingStopThreeTriesOnceRetriesAreRepaired) {
+  const Repairs repairs(TQ_REPAIR_RETRIES);
+  set_up({"beta", "alpha"});
+  tq_start_all_app();
+  calls_.clear();
+  answers_ = {0, 5, 6, 7};
+  EXPECT_EQ(tq_stop_all_app(), 7);
+  EXPECT_THAT(calls_, ElementsAre("stop beta", "stop alpha", "stop alpha", "stop alpha"));
+  EXPECT_EQ(app_->stopped, 0);
+  EXPECT_THAT(all_statuses(), ElementsAre("alpha 2 Stop App Failed"));
+  EXPECT_THAT(
+      logged(),
+      Contains("warning: Application alpha failed 3 times: going on without it, last code 7"));
 }
 
 TEST_F(AppManager, HandlesTheEarlierOfTwoNestedNamesTwice) {

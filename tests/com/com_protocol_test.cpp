@@ -10,6 +10,7 @@
 #include "support/com/request_handler.h"
 #include "support/hooks/live_allocations.h"
 #include "support/hooks/log_capture.h"
+#include "support/repairs.h"
 #include "support/unit_messages.h"
 
 namespace tarvio_test {
@@ -324,6 +325,17 @@ TEST_F(ComProtocol, StatusRequestLeavesItsFirstRecordAllocated) {
   EXPECT_EQ(live.count(), 3);  // record, name and detail
   serve("status_app\n");
   EXPECT_EQ(live.count(), 6);
+}
+
+TEST_F(ComProtocol, StatusRequestLeavesNothingAllocatedOnceThatIsRepaired) {
+  const Repairs repairs(TQ_REPAIR_STATUS_RECORDS);
+  set_three_statuses();
+  const LiveAllocations live;
+  EXPECT_EQ(serve("status_all\n"),
+            "web\n0\nstarted app\ndisk\n1\nnearly full\nclock\n2\nstart app failed.\n");
+  EXPECT_EQ(live.count(), 0);
+  serve("status_app\n");
+  EXPECT_EQ(live.count(), 0);
 }
 
 TEST_F(ComProtocol, OtherRequestsLeaveNothingAllocated) {

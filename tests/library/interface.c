@@ -157,6 +157,7 @@ FUNCTION(void, tq_set_com_words, (const tq_com_word*));
 FUNCTION(void, tq_set_flash_observer, (const tq_flash_observer*));
 FUNCTION(int, tq_set_log_hook, (char*));
 FUNCTION(void, tq_set_log_level, (int));
+FUNCTION(int, tq_set_repairs, (unsigned int));
 FUNCTION(int, tq_set_status2, (const tq_status*, int32_t));
 FUNCTION(int, tq_setup_app_manager, (void));
 FUNCTION(int, tq_setup_com_manager, (void));

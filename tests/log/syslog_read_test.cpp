@@ -20,6 +20,7 @@
 #include "support/hooks/live_allocations.h"
 #include "support/hooks/log_capture.h"
 #include "support/hooks/stdout_capture.h"
+#include "support/repairs.h"
 #include "support/string_list.h"
 #include "support/unit_messages.h"
 #include "tarvio/log.h"
@@ -283,6 +284,14 @@ TEST_F(SyslogRead, LeavesTwoDescriptorsOpen) {
   EXPECT_THAT(opened_since(before), SizeIs(2));
   read(nullptr);
   EXPECT_THAT(opened_since(before), SizeIs(4));
+}
+
+TEST_F(SyslogRead, LeavesNoDescriptorOpenOnceProcessesAreRepaired) {
+  const Repairs repairs(TQ_REPAIR_PROCESSES);
+  log_holds("a\n");
+  const Descriptors before = open_descriptors();
+  EXPECT_THAT(read(nullptr), ElementsAre("a\n"));
+  EXPECT_THAT(opened_since(before), IsEmpty());
 }
 
 TEST_F(SyslogRead, ReturnsTheErrorOfAPipe) {

@@ -7,6 +7,7 @@
 #include "base/decimal.h"
 #include "tarvio/status.h"
 #include "util/log_macros.h"
+#include "util/tq_repairs.h"
 
 namespace tarvio {
 
@@ -16,9 +17,9 @@ constexpr int kWriteTimeMs = 5000;
 
 // The first record of every list stays allocated (oddity 122).
 void free_statuses(tq_list_t* list) {
-  if (list->head != nullptr) {
-    for (tq_status* record : Elements<tq_status>(list->head->next)) tq_delete_tq_status(&record);
-  }
+  tq_list_node* node = list->head;
+  if (node != nullptr && !is_repaired(TQ_REPAIR_STATUS_RECORDS)) node = node->next;
+  for (tq_status* record : Elements<tq_status>(node)) tq_delete_tq_status(&record);
   tq_list_free(list, 0);
 }
 

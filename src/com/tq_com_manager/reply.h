@@ -36,7 +36,8 @@ class Reply {
   std::array<char, 4096> bytes_;
 };
 
-// Sends a status block per record, and releases the list and all its records but the first.
+// Sends a status block per record, and releases the list and its records, the first one only with
+// TQ_REPAIR_STATUS_RECORDS.
 void tq_send_status_list(int fd, tq_list_t* list);
 
 }  // namespace tarvio
