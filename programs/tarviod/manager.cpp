@@ -90,6 +90,7 @@ void stop_applications(int signal_fd) {
 }
 
 std::optional<int> set_up_applications() {
+  (void)tq_set_repairs(TQ_REPAIR_ALL);
   (void)tq_setup_status_manager();
   (void)tq_setup_package_manager();
   (void)tq_setup_app_manager();

@@ -104,7 +104,6 @@ TEST(Tarviod, NamesApplicationsThatFindNoBinding) {
   EXPECT_EQ(manager.output(), ready_line("3 applications"));
 }
 
-// Each is tried once, while a start of all on request would never end (oddity 91).
 TEST(Tarviod, StartsTheApplicationsThatFindABinding) {
   for (const char* name : {"xeyes", "clock"}) install_application(name);
   Tarviod manager({"--start-all"}, with_module(TARVIOD_NO_BINDING));
@@ -112,6 +111,8 @@ TEST(Tarviod, StartsTheApplicationsThatFindABinding) {
   EXPECT_EQ(manager.errors(), "tarviod: xeyes: no binding accepts this application\n");
   process_of("clock");
   EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_app\nxeyes\n"), "22\n\n");
+  EXPECT_EQ(ask(TQ_COM_SOCKET_PATH, "start_all\n"), "22\n\n");
+  EXPECT_EQ(status_of("xeyes"), "2\nstart app failed.\n");
   manager.send(SIGTERM);
   EXPECT_EQ(manager.end(), 0);
 }

@@ -53,18 +53,15 @@ void AppRunner::follow() {
   }
 }
 
-// The library has set a status that does not say why, or that hides a failure which it tried again.
+// The library has set a status that does not say why.
 void AppRunner::report_failures() {
   for (AppRuns& runs : runs_.all()) {
     const int code = std::exchange(runs.failure, 0);
-    tq_app_info* const app = find_application(runs.name);
-    if (code == 0 || app == nullptr) continue;
+    if (code == 0 || find_application(runs.name) == nullptr) continue;
     char detail[256];
     (void)snprintf(detail, sizeof detail, "cannot be %s: %s", runs.is_start ? "started" : "stopped",
                    runtime::describe_error(code));
     set_status(runs.name, TQ_STATE_ERROR, detail);
-    if (runs.is_start) mark_stopped(*app);
-    if (!runs.is_start) (void)mark_started(*app, runs.process.pid);
   }
 }
 

@@ -136,9 +136,6 @@ bool AppRunner::replace_keeper() {
 int AppRunner::start_operation(tq_app_info* app) {
   AppRuns* const runs = runner->runs_.find_or_add(app->package->name);
   if (runs == nullptr) return ENOMEM;
-  // A start of all tries an application until it succeeds, and would never end. `follow` says
-  // afterwards that this one has failed.
-  if (runs->failure != 0) return 0;
   begin_step();
   runs->restarts.reset();
   runs->is_start = true;
@@ -149,7 +146,6 @@ int AppRunner::start_operation(tq_app_info* app) {
 int AppRunner::stop_operation(tq_app_info* app) {
   AppRuns* const runs = runner->runs_.find_or_add(app->package->name);
   if (runs == nullptr) return ENOMEM;
-  if (runs->failure != 0) return 0;  // as above
   begin_step(kStepSeconds + kStopRounds * runs->stop_timeout_ms / kMsPerSecond);
   runs->is_start = false;
   runs->failure = runner->stop(*app, *runs);
@@ -184,7 +180,10 @@ int AppRunner::stop(tq_app_info& app, AppRuns& runs) {
     mark_stopped(app);  // so that it is not started again after the keeper
     code = replace_keeper() ? stop_with_keeper(runs) : kKeeperGone;
   }
-  if (code != 0) return code;
+  if (code != 0) {
+    (void)mark_started(app, runs.process.pid);
+    return code;
+  }
   mark_stopped(app);
   runs.state = AppState::kStopped;
   return 0;

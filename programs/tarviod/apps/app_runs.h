@@ -25,7 +25,7 @@ struct AppRuns {
   runtime::AppExit exit;
   Restarts restarts;
   tarvio::Deadline restart_due = tarvio::Deadline::never();
-  // Of a start or a stop in the present request: an error code, and which of them failed.
+  // Of the last start or stop in the present request: an error code, and which of them failed.
   int failure = 0;
   bool is_start = false;
   bool is_kept = false;  // the keeper knows it
