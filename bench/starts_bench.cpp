@@ -3,28 +3,27 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/figures.h"
 #include "support/installed.h"
 #include "support/manager.h"
+#include "support/processes.h"
 #include "support/say.h"
 #include "tarvio/tarvio.h"
 
 namespace {
 
 using tarvio_bench::die;
+using tarvio_bench::kRoundingKib;
+using tarvio_bench::report;
 using tarvio_bench::text_of;
 
 constexpr int kApplications = 50;
 constexpr int kStarts = 100'000;
-constexpr int kTries = 100;
-constexpr std::chrono::milliseconds kPause(20);
+constexpr int kWarmUp = 1000;
 
 // Of all applications together, as the manager says.
 int started() {
@@ -46,20 +45,10 @@ int start_each() {
   return started();
 }
 
-long count_descriptors(pid_t pid) {
-  const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid) + "/fd");
-  return std::distance(begin(entries), end(entries));
-}
-
-// Waits for what is about to end; the last number counts.
-bool has_at_most(pid_t pid, long limit, long& count) {
-  for (int tries = 0; tries < kTries; ++tries) {
-    count = count_descriptors(pid);
-    if (count <= limit) return true;
-    std::this_thread::sleep_for(kPause);
-  }
-  return false;
-}
+struct Figures {
+  long descriptors = 0;  // before the first start
+  long own_kib = 0;      // after the first ones
+};
 
 }  // namespace
 
@@ -68,10 +57,12 @@ int main(int argc, char** argv) {
   tarvio_bench::install_applications(kApplications, "/bin/true");
   const tarvio_bench::Manager manager(0, {});
   const std::vector<pid_t> processes = manager.processes();
-  // Idle, before the first start.
-  std::vector<long> before;
-  before.reserve(processes.size());
-  for (const pid_t pid : processes) before.push_back(count_descriptors(pid));
+  std::vector<Figures> before(processes.size());
+  for (size_t at = 0; at < before.size(); ++at)
+    before[at].descriptors = tarvio_bench::descriptors_of(processes[at]);
+  while (start_each() < kWarmUp) continue;
+  for (size_t at = 0; at < before.size(); ++at)
+    before[at].own_kib = tarvio_bench::memory_of({processes[at]}).own_kib;
   const auto begin = std::chrono::steady_clock::now();
   int count = 0;
   do count = start_each();
@@ -80,14 +71,19 @@ int main(int argc, char** argv) {
   bool holds = true;
   constexpr const char* kNames[] = {"manager", "keeper"};
   for (size_t at = 0; at < before.size(); ++at) {
-    long after = 0;
-    const bool is_as_before = has_at_most(processes[at], before[at], after);
-    holds =
-        tarvio_bench::report(text_of("descriptors of the %s after %d starts", kNames[at], count),
-                             text_of("%ld, as before", before[at]),
-                             text_of("%ld (%.2f ms a start)", after, taken.count() * 1000 / count),
-                             is_as_before) &&
-        holds;
+    const Figures& was = before[at];
+    const long descriptors = tarvio_bench::descriptors_of(processes[at]);
+    const long own_kib = tarvio_bench::memory_of({processes[at]}).own_kib;
+    const bool is_closed =
+        report(text_of("descriptors of the %s after %d starts", kNames[at], count),
+               text_of("%ld, as before", was.descriptors),
+               text_of("%ld (%.2f ms a start)", descriptors, taken.count() * 1000 / count),
+               descriptors <= was.descriptors);
+    const bool is_freed =
+        report(text_of("memory of the %s after %d starts", kNames[at], count),
+               text_of("%ld KiB + %ld", was.own_kib, kRoundingKib), text_of("%ld KiB", own_kib),
+               own_kib <= was.own_kib + kRoundingKib);
+    holds = holds && is_closed && is_freed;
   }
   return holds ? 0 : 1;
 }
