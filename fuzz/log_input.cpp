@@ -1,15 +1,15 @@
-#include "log_input.h"
-
-#include <sys/mman.h>
+// Lines of the system log, and its reader.
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 
+#include "fuzzer.h"
+#include "memory_file.h"
+#include "models.h"
+#include "support/repairs.h"
 #include "tarvio/list.h"
 #include "tarvio/log_monitor.h"
 
@@ -18,22 +18,13 @@ namespace {
 
 constexpr size_t kPieceBytes = 254;
 
-using Pieces = std::vector<std::string>;
-
-// What fgets makes of the log, as strings of C.
-Pieces pieces_of(const std::string& log) {
-  Pieces pieces;
-  for (size_t begin = 0; begin < log.size();) {
-    const size_t end = log.find('\n', begin);
-    const size_t line = (end == std::string::npos ? log.size() : end + 1) - begin;
-    const size_t length = std::min(line, kPieceBytes);
-    pieces.emplace_back(log.substr(begin, length).c_str());
-    begin += length;
-  }
-  return pieces;
+void set_hooks() {
+  if (syslog_hook != nullptr) return;
+  tq_setup_log_manager();
+  for (const char* hook : {"clock", "[", " "}) tq_set_log_hook(const_cast<char*>(hook));
 }
 
-Pieces after_last(const Pieces& pieces, const std::string& known) {
+Texts after_last(const Texts& pieces, const std::string& known) {
   for (size_t at = pieces.size(); at > 0; --at) {
     if (pieces[at - 1] == known)
       return {pieces.begin() + static_cast<std::ptrdiff_t>(at), pieces.end()};
@@ -41,55 +32,14 @@ Pieces after_last(const Pieces& pieces, const std::string& known) {
   return pieces;
 }
 
-// Closes the two descriptors that a read leaves open, and waits for its command, as there are many
-// inputs.
-class FewDescriptors {
- public:
-  FewDescriptors() : first_(dup(STDERR_FILENO)) { close(first_); }
-  ~FewDescriptors() {
-    close(first_);
-    close(first_ + 1);
-    waitpid(-1, nullptr, 0);
-  }
-  FewDescriptors(const FewDescriptors&) = delete;
-  FewDescriptors& operator=(const FewDescriptors&) = delete;
-
- private:
-  int first_;
-};
-
-class LogFile {
- public:
-  explicit LogFile(const std::string& log) : fd_(memfd_create("log", 0)) {
-    if (write(fd_, log.data(), log.size()) != static_cast<ssize_t>(log.size())) std::abort();
-  }
-  ~LogFile() { close(fd_); }
-  LogFile(const LogFile&) = delete;
-  LogFile& operator=(const LogFile&) = delete;
-
-  std::string command() const {
-    return "cat /proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(fd_);
-  }
-
- private:
-  int fd_;
-};
-
-Pieces take_strings(tq_list_t* list) {
-  Pieces strings;
-  for (void* at = tq_list_first(list); at != nullptr; at = tq_list_next(list))
-    strings.emplace_back(static_cast<const char*>(at));
-  tq_list_free(list, 1);
-  return strings;
-}
-
-std::string check_read(const LogFile& file, const char* last, const Pieces& expected) {
-  const FewDescriptors few;
+std::string check_read(const MemoryFile& file, const char* last, const Texts& expected) {
+  const tarvio_test::Repairs repairs(TQ_REPAIR_PROCESSES);  // there are many inputs
   std::free(tq_last_syslog);
   tq_last_syslog = nullptr;
   tq_list_t* lines = tq_list_create();
-  const int code = tq_log_read(file.command().c_str(), last, lines);
-  const Pieces read = take_strings(lines);
+  const int code = tq_log_read(("cat " + file.path()).c_str(), last, lines);
+  waitpid(-1, nullptr, 0);
+  const Texts read = take_strings(lines);
   if (code != 0) return "the read returned " + std::to_string(code);
   if (read != expected) return "the read lost, added or changed lines";
   if (expected.empty() != (tq_last_syslog == nullptr)) return "a last line without new lines";
@@ -120,10 +70,9 @@ std::string check_parse(const std::string& line) {
   return wrong;
 }
 
-}  // namespace
-
 std::string check_lines(const std::string& log) {
-  for (const std::string& piece : pieces_of(log)) {
+  set_hooks();
+  for (const std::string& piece : pieces_of(log, kPieceBytes)) {
     if (const std::string wrong = check_parse(piece); !wrong.empty()) return wrong;
   }
   return check_parse(log.c_str());
@@ -132,8 +81,8 @@ std::string check_lines(const std::string& log) {
 std::string check_log(const std::string& log) {
   std::string wrong = check_lines(log);
   if (!wrong.empty()) return wrong;
-  const Pieces pieces = pieces_of(log);
-  const LogFile file(log);
+  const Texts pieces = pieces_of(log, kPieceBytes);
+  const MemoryFile file(log);
   wrong = check_read(file, nullptr, pieces);
   // The first, the middle and the last one of the lines.
   for (size_t part = 0; wrong.empty() && !pieces.empty() && part <= 2; ++part) {
@@ -142,5 +91,10 @@ std::string check_log(const std::string& log) {
   }
   return wrong;
 }
+
+}  // namespace
+
+const Fuzzer kLog = {.corpus = "log", .check = check_log};
+const Fuzzer kParse = {.corpus = "log", .check = check_lines};
 
 }  // namespace tarvio_fuzz

@@ -10,6 +10,7 @@ test_packages=(libgtest-dev libgmock-dev binutils mtd-utils python3-prometheus-c
 device_packages=(g++-arm-linux-gnueabihf qemu-user qemu-system-arm cpio)
 opkg_packages=(libarchive13) # what a real opkg needs
 bench_packages=(libbenchmark-dev gnuplot-nox)
+fuzz_packages=(clang libclang-rt-14-dev llvm)
 
 # Many tests spend most of their time waiting.
 test_jobs=$((2 * $(nproc)))
