@@ -116,14 +116,14 @@ TEST_F(CppFlash, ReturnsWhatNoStepReports) {
 
 // The C calls would see another path.
 TEST_F(CppFlash, HasNoNulInItsPaths) {
-  const std::string work("work\0x", 6);
-  for (const auto& [directory, image] : {std::pair(work, std::string("image.tbx")),
-                                         std::pair(std::string("work"), "image.tbx" + work)}) {
-    EXPECT_EQ(run([&] { return tarvio::back_up({Area::kKernel}, directory, image); }),
-              std::errc::invalid_argument);
-    EXPECT_EQ(run([&] { return tarvio::restore(image, directory); }), std::errc::invalid_argument);
-    EXPECT_THAT(commands_, IsEmpty());
-  }
+  const std::string cut("work\0x", 6);
+  EXPECT_EQ(run([&] { return tarvio::back_up({Area::kKernel}, cut, "image.tbx"); }),
+            std::errc::invalid_argument);
+  EXPECT_EQ(run([&] { return tarvio::back_up({Area::kKernel}, "work", cut); }),
+            std::errc::invalid_argument);
+  EXPECT_EQ(run([&] { return tarvio::restore("image.tbx", cut); }), std::errc::invalid_argument);
+  EXPECT_EQ(run([&] { return tarvio::restore(cut, "work"); }), std::errc::invalid_argument);
+  EXPECT_THAT(commands_, IsEmpty());
 }
 
 TEST_F(CppFlash, RestoresAreas) {
