@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -181,9 +182,9 @@ void prepare_other_applications() {
 // Which application it was may not be known then.
 std::string first_word(const std::string& output) { return output.substr(0, output.find(' ')); }
 
-std::string without_digits(std::string output) {
-  std::erase_if(output, [](char c) { return (c >= '0' && c <= '9') || c == ' '; });
-  return output;
+// Nor with the units of sizes: an application that begins has less memory.
+std::string without_figures(const std::string& output) {
+  return std::regex_replace(output, std::regex("[0-9.]+ [KM]iB|[0-9 ]"), "");
 }
 
 Subject subject(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
@@ -197,7 +198,7 @@ Subject subject(const std::string& name, const std::vector<std::string>& words, 
 // What is printed has process numbers and times in it.
 Subject varying(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
   Subject made = subject(name, words, prepare);
-  made.said = without_digits;
+  made.said = without_figures;
   return made;
 }
 
