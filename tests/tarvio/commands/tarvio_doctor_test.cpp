@@ -243,11 +243,18 @@ INSTANTIATE_TEST_SUITE_P(
     Doctor, WrongFlash,
     testing::Values(
         WrongPartition{"IsMissing", [] { std::filesystem::remove_all("/sys/class/mtd/mtd3"); },
-                       "area kernel", "failed", "the kernel has no /dev/mtd3 in /sys/class/mtd",
+                       "area kernel", "failed", "no such partition: /sys/class/mtd/mtd3",
                        "mount /sys, and name the partition in the device tree or in mtdparts="},
         WrongPartition{"HasNoFile", [] { std::filesystem::remove("/dev/mtdblock4"); },
                        "area rootfs", "failed", "/dev/mtdblock4: No such file or directory",
                        "mount devtmpfs on /dev, and load mtdblock"},
+        WrongPartition{"HasARegularFile",
+                       [] {
+                         std::filesystem::remove("/dev/mtd3");
+                         write_file("/dev/mtd3", "image");
+                       },
+                       "area kernel", "failed", "/dev/mtd3 is not a device file",
+                       "remove it, mount devtmpfs on /dev, and load mtdblock"},
         WrongPartition{"IsTooSmall", [] { WrongFlash::add_partition(3, 0x1e0000); }, "area kernel",
                        "failed",
                        "/dev/mtd3 has 1.9 MiB (1966080 bytes), and the area ends at 2.0 MiB "
