@@ -48,7 +48,7 @@ Finding failed(const std::string& found, const std::string& remedy) {
 
 // Where opkg keeps its information although the library looks elsewhere; empty when it does not.
 std::string other_place(const std::string& directory) {
-  const std::string configured = configured_place_of_information();
+  std::string configured = configured_place_of_information();
   if (!configured.empty() && configured != directory) return configured;
   return other_place_of_information("");
 }
