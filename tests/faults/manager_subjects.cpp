@@ -137,6 +137,12 @@ void mount_memory(const char* directory) {
 constexpr char kRoom[] = "/run/faults/room";
 
 // Once: partitions as the kernel shows them, and room for a backup.
+// Not every sandbox may make device files of its own.
+void add_device(const std::string& path) {
+  fs::remove(path);
+  fs::create_symlink("/dev/null", path);
+}
+
 void make_whole_device() {
   for (const char* const directory : {"/sys/class", kRoom}) mount_memory(directory);
   const char* const sizes[] = {"262144", "2097152", "2097152", "62914560", "67108864", "134217728"};
@@ -147,9 +153,9 @@ void make_whole_device() {
     write_file(directory + "/size", sizes[number - 1]);
     write_file(directory + "/erasesize", "131072");
     write_file(directory + "/bad_blocks", "0");
-    write_file("/dev/" + name, "");
+    add_device("/dev/" + name);
   }
-  for (const char* const device : {"/dev/mtdblock4", "/dev/mtdblock5"}) write_file(device, "");
+  for (const char* const device : {"/dev/mtdblock4", "/dev/mtdblock5"}) add_device(device);
 }
 
 void prepare_whole_device() {
