@@ -61,8 +61,9 @@ void start_manager() {
   }
 }
 
+// The state is up to date when the reply comes.
 void start_application(const std::string& name) {
-  const std::string words = "start_app\n" + name + "\n";
+  const std::string words = "start_exact\n" + name + "\n";
   if (ask(TQ_COM_SOCKET_PATH, words) != "0\n\n") throw std::runtime_error(words);
   tarvio_test::process_of(name);
 }
