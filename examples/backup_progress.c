@@ -35,7 +35,8 @@ static const char* step_name(int32_t step) {
  * work here, and its code becomes the result. */
 static int show(const tq_flash_event* event, void* user) {
   const char** failed = user;
-  const int has_failed = event->code != 0 && event->step != TQ_FLASH_VERSION;
+  const int code = event->code == -1 ? errno : event->code; /* as the type of the event says */
+  const int has_failed = code != 0 && event->step != TQ_FLASH_VERSION;
   if (event->kind == TQ_FLASH_BEGIN) {
     printf("%s: %s", event->area != NULL ? event->area : "image", step_name(event->step));
     if (event->file != NULL) printf(" %s", event->file);
@@ -48,7 +49,7 @@ static int show(const tq_flash_event* event, void* user) {
     printf("  %llu bytes\n", (unsigned long long)event->bytes);
   }
   fflush(stdout);
-  if (has_failed) return event->code;
+  if (has_failed) return code;
   return interrupted ? ECANCELED : 0;
 }
 

@@ -2,6 +2,7 @@
 //
 // opkg fails in more ways than it has a known message for, and the code is 0 then. So what counts
 // is whether the version of the file is installed afterwards.
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -20,10 +21,16 @@ namespace {
 // A directory of our own as the current one: the archive tools unpack there.
 class WorkDirectory {
  public:
-  WorkDirectory() : before_(fs::current_path()) {
-    std::string name = fs::temp_directory_path() / "install_result.XXXXXX";
-    if (mkdtemp(name.data()) != nullptr) path_ = name;
-    if (!path_.empty()) fs::current_path(path_);
+  explicit WorkDirectory(std::error_code& error) : before_(fs::current_path(error)) {
+    if (error) return;
+    std::string name = fs::temp_directory_path(error) / "install_result.XXXXXX";
+    if (error) return;
+    if (mkdtemp(name.data()) == nullptr) {
+      error.assign(errno, std::generic_category());
+      return;
+    }
+    path_ = name;
+    fs::current_path(path_, error);
   }
   ~WorkDirectory() {
     std::error_code ignored;
@@ -47,9 +54,11 @@ struct CloseConf {
   void operator()(tq_conf* conf) const { tq_conf_close(conf); }
 };
 
-// What the package file says that it is; none when it is not a package.
-std::optional<Identity> identify(const fs::path& file) {
-  const WorkDirectory work_directory;
+// What the package file says that it is; none when it is not a package. The error is that of the
+// work directory.
+std::optional<Identity> identify(const fs::path& file, std::error_code& error) {
+  const WorkDirectory work_directory(error);
+  if (error) return std::nullopt;
   if (tq_extract_from_ar(file.c_str(), "control.tar.gz") != 0) return std::nullopt;
   if (tq_extract_from_tgz("control.tar.gz", "./control") != 0) return std::nullopt;
   const std::unique_ptr<tq_conf, CloseConf> control(tq_conf_open("control"));
@@ -81,7 +90,8 @@ int main(int argc, char** argv) {
   std::error_code error;
   const fs::path path = fs::canonical(file, error);
   if (error) return fail(file, error.message());
-  const std::optional<Identity> package = identify(path);
+  const std::optional<Identity> package = identify(path, error);
+  if (error) return fail(file, "no directory to unpack it in: " + error.message());
   if (!package) return fail(file, "not a package file");
 
   error = tarvio::install_package(path);

@@ -1,6 +1,6 @@
 # The packages of the library and the programs are installed into the root area, from a system that runs from another
 # one. The second boot is from that area: the installed manager and client are used, upgraded, removed, and installed
-# again with opkg itself.
+# again with opkg itself. The third boot is from what that has installed.
 # BOARD_NAND="cache_file=/host/flash log=1"
 # BOARD_ROOT=/dev/mtdblock5
 # BOARD_PACKAGES=yes
@@ -51,12 +51,16 @@ upgrade() {
     [ "${before#* }" = "$(instances clock)" ] && [ "${before% *}" != "$(manager)" ]
 }
 
-use_packages() {
+starts_as_packaged() {
   syslogd -O /var/log/messages
   passes "the init script starts the manager" service start
   passes "it is the packaged one" is_from_package
   passes "clock was started with it" tarvio wait clock --state running --timeout 10
   passes "once" runs_once clock
+}
+
+use_packages() {
+  starts_as_packaged
   passes "clock is stopped" tarvio stop clock
   passes "and started" tarvio start clock
   passes "its status says so" prints '*clock *normal*' tarvio status
@@ -77,26 +81,46 @@ use_packages() {
   passes "opkg installs them again" opkg install "$(package libtarvio1 ipk)" \
     "$(package tarviod ipk)" "$(package tarvio ipk)"
   passes "the manager runs at once" tarvio refresh
-  passes "opkg removes them" opkg remove tarvio tarviod libtarvio1
+  (cd /tmp && make_package clock)
+  passes "an application is installed" tarvio install /tmp/clock.tbx
+}
+
+use_ipk() {
+  starts_as_packaged
+  passes "clock is removed" tarvio remove clock
+  passes "opkg removes the packages" opkg remove tarvio tarviod libtarvio1
   passes "nothing is left of them" nothing_is_left
 }
 
-if [ "$(head -c 2 "$(command -v opkg)")" = '#!' ]; then
-  echo "skipped: packages on the board, since the stand-in for opkg runs no scripts of packages"
+cut_power() {
+  sync
+  echo "BOARD cuts the power at now"
+  sleep 0.3
+  echo "BOARD has its power cut now"
+  sleep 60
+  passes "the power is cut" false
   finish
-fi
-# The board that the case sees is then that root file system.
-if [ "${1-}" = inside ]; then
-  use_packages
-  finish
-fi
+}
+
+# The board that the case sees is then the file system in the root area.
+case ${1-} in
+  2)
+    use_packages
+    cut_power
+    ;;
+  3)
+    use_ipk
+    finish
+    ;;
+esac
 
 keep_flash
-if [ "$(cat /host/boot)" = 2 ]; then
-  passes "the flash holds what it held" load_flash
+boot=$(cat /host/boot)
+if [ "$boot" != 1 ]; then
+  passes "boot $boot: the flash holds what it held" load_flash
   passes "the root area is mounted" mount -t jffs2 /dev/mtdblock4 $root
   passes "it gets what the kernel and init mount" enter_root
-  exec chroot $root /bin/sh /board/packages.sh inside
+  exec chroot $root /bin/sh /board/packages.sh "$boot"
 fi
 
 passes "the root area is mounted" mount -t jffs2 /dev/mtdblock4 $root
@@ -108,7 +132,4 @@ passes "the packages are installed, and an application" tarvio install "$(packag
 passes "the manager's file is in the area" cmp /usr/sbin/tarviod $root/usr/sbin/tarviod
 passes "the area is unmounted" umount $root
 echo /dev/mtdblock4 >/host/root
-echo "BOARD cuts the power at now"
-sleep 0.3
-echo "BOARD has its power cut now"
-sleep 60
+cut_power

@@ -133,7 +133,7 @@ int tq_start_app_exact(const char *name);
 int tq_stop_app_exact(const char *name);
 
 /* Start, or stop, every application by its package name, retrying each until it succeeds: an
- * application that keeps failing blocks the call for ever, unless TQ_REPAIR_RETRIES is set (see
+ * application that keeps failing blocks the call forever, unless TQ_REPAIR_RETRIES is set (see
  * repairs.h). One whose name is contained in the name of an earlier application is not reached; the
  * earlier one is handled twice.
  *

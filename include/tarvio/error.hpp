@@ -51,6 +51,15 @@ inline std::error_code error_of(int code) noexcept {
   return {code, error_category()};
 }
 
+namespace detail {
+
+// A text with a NUL in it would be another one for the C calls.
+inline bool is_c_string(const std::string &text) noexcept {
+  return text.find('\0') == std::string::npos;
+}
+
+}  // namespace detail
+
 // Makes an Errc a std::error_code wherever one is expected.
 inline std::error_code make_error_code(Errc code) noexcept {
   return error_of(static_cast<int>(code));

@@ -80,12 +80,14 @@ class FlashWork {
 }  // namespace detail
 
 // back_up and restore change the current directory of the process while they run and mount on /mnt/root:
-// one of them at a time. Each step is reported to
+// one of them at a time, while no other thread opens or installs anything by a relative path. Each step
+// is reported to
 //
 //   std::error_code observe(const tarvio::FlashEvent& event);
 //
 // between the tools of the calling thread. What it returns ends the work as its result, unless that is no
-// error. It must not throw. It replaces the observer that tq_set_flash_observer has set for the thread.
+// error. It must not throw, work on the flash or change the current directory. It replaces the observer
+// that tq_set_flash_observer has set for the thread.
 
 // Saves areas into an image package. It stops at the first step that fails, and returns its error.
 //
@@ -94,6 +96,7 @@ class FlashWork {
 template <class Observe = detail::Unobserved>
 std::error_code back_up(const std::vector<Area> &areas, const std::string &work_directory,
                         const std::string &image, Observe observe = Observe()) {
+  if (!detail::is_c_string(work_directory) || !detail::is_c_string(image)) return error_of(EINVAL);
   const std::unique_ptr<tq_list_t, detail::FreeList> names(tq_list_create());
   if (names == nullptr) return error_of(ENOMEM);
   for (const Area area : areas) {
@@ -112,6 +115,7 @@ std::error_code back_up(const std::vector<Area> &areas, const std::string &work_
 template <class Observe = detail::Unobserved>
 std::error_code restore(const std::string &image, const std::string &work_directory,
                         Observe observe = Observe()) {
+  if (!detail::is_c_string(work_directory) || !detail::is_c_string(image)) return error_of(EINVAL);
   using Work = detail::FlashWork<Observe>;
   Work work(observe, Work::AtFailure::kGoOn);
   return work.result(tq_lib_backup_restore(image.c_str(), work_directory.c_str()));

@@ -72,9 +72,9 @@ class Connection {
   }
 
  private:
-  // 0 waits for ever.
+  // A negative time would be refused, and 0 waits forever: what is over is the least that is left.
   void set_timeout(std::chrono::milliseconds timeout) const noexcept {
-    const auto count = timeout.count();
+    const auto count = timeout.count() < 0 ? 1 : timeout.count();
     timeval limit = {};
     limit.tv_sec = static_cast<decltype(limit.tv_sec)>(count / 1000);
     limit.tv_usec = static_cast<decltype(limit.tv_usec)>(count % 1000 * 1000);
@@ -124,7 +124,7 @@ inline std::optional<std::int32_t> take_number(std::string_view &text) {
 // request (see tq_set_com_words).
 class Manager {
  public:
-  // 0 waits for ever.
+  // 0 waits forever, a negative timeout 1 ms.
   explicit Manager(std::chrono::milliseconds timeout = std::chrono::seconds(30)) noexcept
       : timeout_(timeout) {}
 
@@ -156,8 +156,9 @@ class Manager {
   }
   // A name with a line end would be another one.
   std::error_code request(const char *word, const std::string &name) const {
-    using namespace std::string_view_literals;
-    if (name.find_first_of("\n\r\0"sv) != std::string::npos) return error_of(EINVAL);
+    if (name.find_first_of("\n\r") != std::string::npos || !detail::is_c_string(name)) {
+      return error_of(EINVAL);
+    }
     return request(std::string(word) + '\n' + name + '\n');
   }
   std::vector<Status> list(const char *request, std::error_code &error) const {

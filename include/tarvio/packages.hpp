@@ -2,6 +2,7 @@
 #ifndef TARVIO_PACKAGES_HPP
 #define TARVIO_PACKAGES_HPP
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -94,8 +95,13 @@ inline std::vector<Package> packages(Category category, std::error_code &error) 
   return detail::list_packages(static_cast<std::uint32_t>(category), nullptr, error);
 }
 
-// The installed package with exactly this name.
+// The installed package with exactly this name. As everywhere below, std::errc::invalid_argument for a text
+// with a NUL in it.
 inline std::optional<Package> find_package(const std::string &name, std::error_code &error) {
+  if (!detail::is_c_string(name)) {
+    error = error_of(EINVAL);
+    return std::nullopt;
+  }
   std::vector<Package> found = detail::list_packages(TQ_CATEGORY_ANY, name.c_str(), error);
   if (found.empty()) return std::nullopt;
   return std::move(found.front());
@@ -103,6 +109,10 @@ inline std::optional<Package> find_package(const std::string &name, std::error_c
 
 // The files of an installed package, in opkg's order.
 inline std::vector<std::string> package_files(const std::string &name, std::error_code &error) {
+  if (!detail::is_c_string(name)) {
+    error = error_of(EINVAL);
+    return {};
+  }
   detail::FileNames files;
   error = error_of(tq_lib_files_pkg(name.c_str(), &files.count, &files.names));
   return {files.names, files.names + files.count};
@@ -111,9 +121,11 @@ inline std::vector<std::string> package_files(const std::string &name, std::erro
 // Installs a package file (.tbx), and removes a package. opkg fails in ways that it has no known message
 // for: find_package says what is installed then, and Manager::refresh makes the manager know it.
 inline std::error_code install_package(const std::string &path, Force force = Force::kNo) {
+  if (!detail::is_c_string(path)) return error_of(EINVAL);
   return error_of(tq_lib_install_pkg(path.c_str(), force == Force::kYes));
 }
 inline std::error_code remove_package(const std::string &name, Force force = Force::kNo) {
+  if (!detail::is_c_string(name)) return error_of(EINVAL);
   return error_of(tq_lib_remove_pkg(name.c_str(), force == Force::kYes));
 }
 

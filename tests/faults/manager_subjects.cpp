@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -60,8 +61,9 @@ void start_manager() {
   }
 }
 
+// The state is up to date when the reply comes.
 void start_application(const std::string& name) {
-  const std::string words = "start_app\n" + name + "\n";
+  const std::string words = "start_exact\n" + name + "\n";
   if (ask(TQ_COM_SOCKET_PATH, words) != "0\n\n") throw std::runtime_error(words);
   tarvio_test::process_of(name);
 }
@@ -136,6 +138,12 @@ void mount_memory(const char* directory) {
 constexpr char kRoom[] = "/run/faults/room";
 
 // Once: partitions as the kernel shows them, and room for a backup.
+// Not every sandbox may make device files of its own.
+void add_device(const std::string& path) {
+  fs::remove(path);
+  fs::create_symlink("/dev/null", path);
+}
+
 void make_whole_device() {
   for (const char* const directory : {"/sys/class", kRoom}) mount_memory(directory);
   const char* const sizes[] = {"262144", "2097152", "2097152", "62914560", "67108864", "134217728"};
@@ -146,9 +154,9 @@ void make_whole_device() {
     write_file(directory + "/size", sizes[number - 1]);
     write_file(directory + "/erasesize", "131072");
     write_file(directory + "/bad_blocks", "0");
-    write_file("/dev/" + name, "");
+    add_device("/dev/" + name);
   }
-  for (const char* const device : {"/dev/mtdblock4", "/dev/mtdblock5"}) write_file(device, "");
+  for (const char* const device : {"/dev/mtdblock4", "/dev/mtdblock5"}) add_device(device);
 }
 
 void prepare_whole_device() {
@@ -181,9 +189,9 @@ void prepare_other_applications() {
 // Which application it was may not be known then.
 std::string first_word(const std::string& output) { return output.substr(0, output.find(' ')); }
 
-std::string without_digits(std::string output) {
-  std::erase_if(output, [](char c) { return (c >= '0' && c <= '9') || c == ' '; });
-  return output;
+// Nor with the units of sizes: an application that begins has less memory.
+std::string without_figures(const std::string& output) {
+  return std::regex_replace(output, std::regex("[0-9.]+ [KM]iB|[0-9 ]"), "");
 }
 
 Subject subject(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
@@ -197,7 +205,7 @@ Subject subject(const std::string& name, const std::vector<std::string>& words, 
 // What is printed has process numbers and times in it.
 Subject varying(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
   Subject made = subject(name, words, prepare);
-  made.said = without_digits;
+  made.said = without_figures;
   return made;
 }
 

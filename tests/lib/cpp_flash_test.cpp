@@ -114,6 +114,18 @@ TEST_F(CppFlash, ReturnsWhatNoStepReports) {
   EXPECT_THAT(commands_, IsEmpty());
 }
 
+// The C calls would see another path.
+TEST_F(CppFlash, HasNoNulInItsPaths) {
+  const std::string cut("work\0x", 6);
+  EXPECT_EQ(run([&] { return tarvio::back_up({Area::kKernel}, cut, "image.tbx"); }),
+            std::errc::invalid_argument);
+  EXPECT_EQ(run([&] { return tarvio::back_up({Area::kKernel}, "work", cut); }),
+            std::errc::invalid_argument);
+  EXPECT_EQ(run([&] { return tarvio::restore("image.tbx", cut); }), std::errc::invalid_argument);
+  EXPECT_EQ(run([&] { return tarvio::restore(cut, "work"); }), std::errc::invalid_argument);
+  EXPECT_THAT(commands_, IsEmpty());
+}
+
 TEST_F(CppFlash, RestoresAreas) {
   make_image();
   EXPECT_FALSE(run([] { return tarvio::restore("image.tbx", "work"); }));

@@ -110,6 +110,20 @@ TEST_F(CppPackages, FailWithTheCodeOfWhatOpkgPrints) {
   std::filesystem::remove("/tmp/cpp.tbx");
 }
 
+// The C calls would see another text.
+TEST_F(CppPackages, HaveNoNulInTheirNames) {
+  const OpkgTool opkg;
+  const std::string name("clock\0x", 7);
+  EXPECT_FALSE(tarvio::find_package(name, error_).has_value());
+  EXPECT_EQ(error_, std::errc::invalid_argument);
+  error_.clear();
+  EXPECT_THAT(tarvio::package_files(name, error_), IsEmpty());
+  EXPECT_EQ(error_, std::errc::invalid_argument);
+  EXPECT_EQ(tarvio::remove_package(name), std::errc::invalid_argument);
+  EXPECT_EQ(tarvio::install_package(name), std::errc::invalid_argument);
+  EXPECT_THAT(opkg.arguments(), IsEmpty());
+}
+
 TEST_F(CppPackages, HaveTheirFilesInOrder) {
   const OpkgTool opkg("Package clock is installed on root and has the following files:\n/b\n/a\n");
   EXPECT_THAT(tarvio::package_files("clock", error_), ElementsAre("/b", "/a"));

@@ -1,5 +1,6 @@
 /* The types of all exported names, which linked programs have compiled in. With the layouts in
- * layout.c they are the binary interface of 1.0; what changes here breaks those programs. */
+ * layout.c and the values in constants.c they are the binary interface of 1.0; what changes here
+ * breaks those programs. */
 #include "tarvio/tarvio.h"
 
 #define FUNCTION(result, name, parameters) \

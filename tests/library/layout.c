@@ -1,7 +1,6 @@
 /* The layouts of the public records, which programs that are linked already have compiled in: where
  * each field lies and how large the record is, with pointers of 4 bytes, as on the device, and
- * of 8. With the types in interface.c they are the binary interface; a change here breaks those
- * programs. */
+ * of 8. */
 #include <stddef.h>
 
 #include "tarvio/tarvio.h"

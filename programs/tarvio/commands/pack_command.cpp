@@ -137,8 +137,7 @@ Result run(const Arguments& arguments) {
   const Request request = request_in(arguments);
   PackedFile packed;
   const Outcome outcome = attempt("pack", request.directory, [&] { pack(request, packed); });
-  // The key is older than the word that the documents have for it.
-  Json json = json_of("folder", outcome);
+  Json json = json_of("directory", outcome);
   if (outcome.code != 0) return {.status = outcome.status, .json = text_of(json)};
   json.update({{"file", request.output},
                {"name", packed.name},

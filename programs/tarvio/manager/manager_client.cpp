@@ -34,7 +34,7 @@ using tarvio::Deadline;
 // Connecting waits while the manager's backlog is full, as long as a send may wait.
 void limit_connecting(int fd, const Deadline& deadline) {
   if (!deadline.is_set()) return;
-  const int left_ms = std::max(deadline.remaining_ms(), 1);  // 0 would be for ever
+  const int left_ms = std::max(deadline.remaining_ms(), 1);  // 0 would be forever
   const timeval limit = {.tv_sec = left_ms / 1000,
                          .tv_usec = static_cast<suseconds_t>(left_ms % 1000) * 1000};
   (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);

@@ -1,6 +1,7 @@
 #include "manager/manager_state.h"
 
 #include <sys/inotify.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -76,6 +77,11 @@ ManagerState state_of_manager() {
   if (!is_manager_there()) throw no_manager();
   throw Failure(EPROTO, std::string("the running manager has not written a whole ") +
                             runtime::kStatePath + "; update or restart tarviod");
+}
+
+bool may_be_manager(uid_t user) {
+  struct stat directory = {};
+  return user == 0 || (stat(runtime::kRunDirectory, &directory) == 0 && directory.st_uid == user);
 }
 
 void await_state(double seconds) {

@@ -52,6 +52,9 @@ std::optional<ManagerState> state_if_any();
 // Throws a Failure, of kNoManager when there is none, where nothing can be read.
 ManagerState state_of_manager();
 
+// Whether the manager may run as that user: as root, or as the one whose directory holds its state.
+bool may_be_manager(uid_t user);
+
 // Waits until a manager has written it, for a positive number of seconds at most.
 void await_state(double seconds);
 

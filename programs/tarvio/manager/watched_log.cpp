@@ -29,6 +29,7 @@ WatchedLog configured_log() {
   WatchedLog log = {.is_journal = strcmp(config.log(), runtime::kJournal) == 0,
                     .path = config.log(),
                     .format = config.log_format(),
+                    .is_form_configured = strcmp(config.log_format(), runtime::kLogFormats[0]) != 0,
                     .hooks = static_cast<int>(config.hook_count()),
                     .is_disabled = config.log_period_s() == 0};
   config.each_hook([&](const char* text, const char* /*application*/, const char* /*line*/) {

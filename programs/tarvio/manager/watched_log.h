@@ -11,6 +11,7 @@ struct WatchedLog {
   bool is_journal = false;
   std::string path;    // of a file
   std::string format;  // of its lines
+  bool is_form_configured = false;
   int hooks = 0;
   bool all_hooks_have_levels = true;
   bool is_disabled = false;

@@ -36,23 +36,33 @@ std::vector<std::string> files_in(const std::string& directory, std::string_view
   return names;
 }
 
-// "option info_dir DIRECTORY" in the text; empty when it is not there.
+// What opkg's configuration says of the directory; empty when it says nothing.
+struct Configured {
+  std::string file;
+  std::string directory;  // without the root
+};
+
+// "option info_dir DIRECTORY" in the text, which opkg takes in quotes as well; empty when it is not
+// there.
 std::string information_in(std::string_view text) {
   while (!text.empty()) {
     std::string_view line = tarvio::take_line(text);
     if (take_word(line) != "option" || take_word(line) != "info_dir") continue;
-    return std::string(take_word(line));
+    std::string directory(take_word(line));
+    std::erase(directory, '"');
+    while (directory.size() > 1 && directory.ends_with('/')) directory.pop_back();
+    return directory;
   }
   return {};
 }
 
-std::string information_of_newer_opkg(const std::string& root) {
+Configured configured_below(const std::string& root) {
   const std::string directory = root + kConfiguration + '/';
   for (const std::string& file : files_in(directory, ".conf")) {
     const std::string configured = information_in(read_system_file(directory + file));
-    if (!configured.empty()) return root + configured;
+    if (!configured.empty()) return {directory + file, configured};
   }
-  return root + kNewerInformation;
+  return {};
 }
 
 bool knows(const std::string& directory, const std::string& name) {
@@ -89,18 +99,23 @@ std::optional<std::string> read_information(const std::string& path) {
 
 std::string other_place_of_information(const std::string& name) {
   const std::string root = root_of_packages();
-  std::string other = information_of_newer_opkg(root);
+  const std::string configured = configured_below(root).directory;
+  std::string other = root + (configured.empty() ? kNewerInformation : configured);
   return knows(root + kInformation, name) || !knows(other, name) ? "" : other;
 }
 
-bool is_place_configured() {
+std::string configured_place_of_information() {
   const std::string root = root_of_packages();
-  return information_of_newer_opkg(root) == root + kInformation;
+  const std::string configured = configured_below(root).directory;
+  return configured.empty() ? "" : root + configured;
 }
 
 std::string remedy_for_other_place() {
-  return std::string("add 'option info_dir ") + kInformation + "' to " + root_of_packages() +
-         kConfiguration + "/opkg.conf";
+  const std::string root = root_of_packages();
+  const std::string file = configured_below(root).file;
+  if (!file.empty()) return std::string("change info_dir to ") + kInformation + " in " + file;
+  return std::string("add 'option info_dir ") + kInformation + "' to " + root + kConfiguration +
+         "/opkg.conf";
 }
 
 void check_place_of_information(const std::string& name, const std::string& state) {

@@ -29,8 +29,9 @@ std::optional<std::string> read_information(const std::string& path);
 // directory where the library looks; else empty.
 std::string other_place_of_information(const std::string& name);
 
-// Whether its configuration names the directory where the library looks. Old releases need none.
-bool is_place_configured();
+// The directory that its configuration names; empty when it names none, which old releases need
+// not.
+std::string configured_place_of_information();
 
 // For an opkg that uses another directory.
 std::string remedy_for_other_place();

@@ -37,7 +37,7 @@ Pipe open_pipe() {
   return pipe;
 }
 
-// Of two times for poll, where a negative one is for ever.
+// Of two times for poll, where a negative one is forever.
 int sooner(int one, int other) {
   if (one < 0 || other < 0) return std::max(one, other);
   return std::min(one, other);

@@ -16,7 +16,7 @@ std::string path_of_tool(const std::string& name) {
   std::string_view path = variable == nullptr ? "/bin:/usr/bin" : variable;
   while (true) {
     const std::string_view directory = path.substr(0, path.find(':'));
-    const std::string file = std::string(directory.empty() ? "." : directory) + '/' + name;
+    std::string file = std::string(directory.empty() ? "." : directory) + '/' + name;
     if (access(file.c_str(), X_OK) == 0) return file;
     if (directory.size() == path.size()) return "";
     path.remove_prefix(directory.size() + 1);

@@ -32,6 +32,7 @@ constexpr mode_t kDirectoryMode = 0755;
 constexpr mode_t kSocketMode = 0600;
 constexpr int kBacklog = 16;
 constexpr int kAnswerMs = 3000;
+constexpr int kFirstAnswerMs = 20'000;  // of a keeper that has to be executed, on a busy device
 constexpr int kEndMs = 60'000;
 constexpr int kMaxTries = 3;  // a keeper may end between the connection and its answer
 
@@ -162,7 +163,7 @@ bool KeeperLink::join() {
   for (int tries = 0; tries < kMaxTries; ++tries) {
     socket_ = connect_to_keeper();
     if (!socket_.valid()) return false;
-    if (greet()) return true;
+    if (greet(kAnswerMs)) return true;
     if (errno == EPROTO) {
       end_other_keeper();
     } else if (!has_gone(errno)) {
@@ -181,15 +182,15 @@ bool KeeperLink::start() {
   if (socket_.valid()) {
     errno = spawn_keeper(listening.get());
     listening.reset();  // else a keeper that cannot serve would not show
-    if (errno == 0 && greet()) return true;
+    if (errno == 0 && greet(kFirstAnswerMs)) return true;
   }
   const tarvio::ErrnoKeeper keeper;
   (void)unlink(kKeeperSocket);
   return fail();
 }
 
-bool KeeperLink::greet() {
-  const Deadline until = Deadline::after(kAnswerMs);
+bool KeeperLink::greet(int milliseconds) {
+  const Deadline until = Deadline::after(milliseconds);
   KeeperRequest request = request_for(Ask::kApplications);
   KeeperReply reply;
   KeptApp app = {};

@@ -47,7 +47,7 @@ class KeeperLink {
  private:
   bool join();
   bool start();
-  bool greet();
+  bool greet(int milliseconds);
   bool fail();
 
   tarvio::Fd socket_;

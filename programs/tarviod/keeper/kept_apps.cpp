@@ -257,7 +257,7 @@ void KeptApps::settle() {
   if (has_ended) (void)record();
 }
 
-// A program without an environment would look as if it was just being executed for ever.
+// A program without an environment would look as if it was just being executed forever.
 void KeptApps::look_again(bool is_undecided) {
   if (!is_undecided) {
     doubt_end_ = Deadline::never();

@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <latch>
 #include <string>
 #include <thread>
 #include <utility>
@@ -19,10 +20,14 @@ class OneReply {
  public:
   explicit OneReply(std::string reply)
       : reply_(std::move(reply)), listener_(listen_on(TQ_COM_SOCKET_PATH)), thread_([this] {
+          began_.count_down();
           const Socket client = accept_on(listener_);
           request_ = client.read_to_end();
           client.send(reply_);
-        }) {}
+        }) {
+    // A child that is forked while a thread begins may find a lock of the sanitizers taken forever.
+    began_.wait();
+  }
   ~OneReply() {
     if (thread_.joinable()) thread_.join();
     ::unlink(TQ_COM_SOCKET_PATH);
@@ -39,6 +44,7 @@ class OneReply {
   std::string reply_;
   std::string request_;
   Socket listener_;
+  std::latch began_{1};
   std::thread thread_;
 };
 

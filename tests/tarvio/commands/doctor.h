@@ -51,8 +51,8 @@ class Doctor : public WithoutPackages {
     add_partition(4, 0x3c00000);
     add_partition(5, 0x4000000);
     add_partition(6, 0x8000000);
-    write_file("/dev/mtdblock4", "");
-    write_file("/dev/mtdblock5", "");
+    add_device("/dev/mtdblock4");
+    add_device("/dev/mtdblock5");
     write_state("");
     write_file("/var/log/messages", kReport);
   }
@@ -66,7 +66,13 @@ class Doctor : public WithoutPackages {
     write_file(directory + "/size", std::to_string(bytes) + '\n');
     write_file(directory + "/erasesize", std::to_string(block_bytes) + '\n');
     write_file(directory + "/bad_blocks", std::to_string(bad_blocks) + '\n');
-    write_file("/dev/" + name, "");
+    add_device("/dev/" + name);
+  }
+
+  // Not every sandbox may make device files of its own.
+  static void add_device(const std::string& path) {
+    std::filesystem::remove(path);
+    std::filesystem::create_symlink("/dev/null", path);
   }
 
   // With a manager that answers so.

@@ -12,6 +12,7 @@
 #include "support/children.h"
 #include "support/com/sockets.h"
 #include "support/files.h"
+#include "support/users.h"
 #include "support/work_directory.h"
 #include "tarvio/com.h"
 
@@ -45,6 +46,36 @@ TEST_F(Doctor, RefusesASocketThatOthersCanReplace) {
   ::chmod(kSocketDirectory, 0755);
   EXPECT_EQ(row["status"], "failed");
   EXPECT_EQ(row["remedy"], "chmod 755 /usr/local/share/tarvio");
+}
+
+TEST_F(Doctor, RefusesASocketOfAnotherUser) {
+  if (!has_other_users()) GTEST_SKIP() << "there is no other user in this sandbox";
+  constexpr uid_t kSomebody = 54321;
+  ASSERT_EQ(::chown(kSocketDirectory, kSomebody, 0), 0);
+  const Json of_directory = row_of("socket");
+  ASSERT_EQ(::chown(runtime::kRunDirectory, kSomebody, 0), 0);
+  const Json of_managers_directory = row_of("socket");
+  ASSERT_EQ(::chown(runtime::kRunDirectory, 0, 0), 0);
+  ASSERT_EQ(::chown(kSocketDirectory, 0, 0), 0);
+  EXPECT_EQ(of_directory, expected("socket", "failed",
+                                   "/usr/local/share/tarvio, mode 0755: its owner, user 54321, "
+                                   "can put another socket there",
+                                   "chown root /usr/local/share/tarvio"));
+  EXPECT_EQ(of_managers_directory["status"], "ok");
+  EXPECT_EQ(row_of("socket", [] { EXPECT_EQ(::chown(TQ_COM_SOCKET_PATH, kSomebody, 0), 0); }),
+            expected("socket", "failed",
+                     "/usr/local/share/tarvio/ipcom belongs to user 54321, who may answer in "
+                     "place of the manager",
+                     "restart tarviod, which replaces it"));
+}
+
+TEST_F(Doctor, RefusesAFileInPlaceOfTheSocket) {
+  write_file(TQ_COM_SOCKET_PATH, "");
+  const Ran ran = run_tarvio({"doctor", kRoom, "--json"});
+  std::filesystem::remove(TQ_COM_SOCKET_PATH);
+  EXPECT_EQ(row(Json::parse(ran.output), "socket"),
+            expected("socket", "failed", "/usr/local/share/tarvio/ipcom is not a socket",
+                     "restart tarviod, which replaces it"));
 }
 
 // The manager.
@@ -109,12 +140,16 @@ TEST_F(Doctor, WarnsOfDescriptorsThatRunShort) {
                                             "raise the manager's limit of open files"));
   std::filesystem::remove(runtime::kStatePath);
   EXPECT_EQ(row_of("descriptors"),
-            expected("descriptors", "warning", "the manager has not written them", kRestart));
+            expected("descriptors", "warning", "no figures in /run/tarvio/state", kRestart));
 }
 
 TEST_F(Doctor, SaysWhatNeedsRoot) {
   write_file(kConfiguration, "hook.webapp: webapp\n");
-  for (const char* const path : {runtime::kStatePath, "/var/log/messages"}) ::chmod(path, 0);
+  std::filesystem::remove("/dev/mtdblock4");
+  write_file("/dev/mtdblock4", "");
+  for (const char* const path : {runtime::kStatePath, "/var/log/messages", "/dev/mtdblock4"}) {
+    ::chmod(path, 0);
+  }
   const Json rows = look({}, give_up_file_permissions);
   std::filesystem::remove(kConfiguration);
   EXPECT_EQ(row(rows, "descriptors"),
@@ -124,6 +159,9 @@ TEST_F(Doctor, SaysWhatNeedsRoot) {
   EXPECT_EQ(row(rows, "system log"),
             expected("system log", "failed", "/var/log/messages: Permission denied",
                      "run tarvio as root"));
+  EXPECT_EQ(
+      row(rows, "area rootfs"),
+      expected("area rootfs", "failed", "/dev/mtdblock4: Permission denied", "run tarvio as root"));
 }
 
 // The log.
@@ -168,6 +206,8 @@ INSTANTIATE_TEST_SUITE_P(
             "/var/log/messages: No such file or directory (not watched: no hook is configured)"},
         Log{"Empty", "hook.webapp: webapp\n", "", "failed",
             "/var/log/messages is empty, so the form of its lines is not known"},
+        Log{"EmptyOfAConfiguredForm", "hook.webapp: webapp\nlog_format: busybox\n", "", "warning",
+            "/var/log/messages is empty, so lines of the form busybox are yet to come"},
         Log{"WithoutLevels", "hook.webapp: webapp\n", kIso, "failed",
             "/var/log/messages: the lines have no level, so those of hooks without one do not "
             "count: add 'level.TEXT: err' for each hook.TEXT, or change the format of the log as "
@@ -186,18 +226,41 @@ INSTANTIATE_TEST_SUITE_P(
             "journal"}),
     [](const auto& log) { return log.param.name; });
 
-TEST_F(Doctor, LooksIntoTheJournal) {
-  write_file(kConfiguration, "log_source: journal\nhook.webapp: webapp\n");
-  {
-    const Tool journal("journalctl", "echo 'Jan 12 00:00:12 board webapp[12]: disk full'");
-    EXPECT_EQ(row_of("system log"),
-              expected("system log", "ok", "the journal, which journalctl prints, hooks: 1"));
-  }
-  const Tool journal("journalctl", "exit 1");
-  const Json row = row_of("system log");
-  std::filesystem::remove(kConfiguration);
-  EXPECT_EQ(row["status"], "failed");
-  EXPECT_EQ(row["found"], "the journal: journalctl prints no line");
+class DoctorOfJournals : public Doctor {
+ protected:
+  DoctorOfJournals() { write_file(kConfiguration, "log_source: journal\nhook.webapp: webapp\n"); }
+  ~DoctorOfJournals() override { std::filesystem::remove(kConfiguration); }
+
+  static constexpr char kRemedy[] = "start systemd-journald, or run tarvio as root";
+};
+
+TEST_F(DoctorOfJournals, FindsALine) {
+  const Tool journal("journalctl", "echo 'Jan 12 00:00:12 board webapp[12]: disk full'");
+  EXPECT_EQ(row_of("system log"),
+            expected("system log", "ok", "the journal, which journalctl prints, hooks: 1"));
+}
+
+TEST_F(DoctorOfJournals, MissesALine) {
+  const Tool journal("journalctl", "echo 'Failed to open journal: Permission denied' >&2");
+  EXPECT_EQ(row_of("system log"),
+            expected("system log", "failed", "the journal: journalctl prints no line", kRemedy));
+}
+
+TEST_F(DoctorOfJournals, SaysWhyItCannotBeRead) {
+  const Tool journal("journalctl", "echo line; echo 'Failed to open journal' >&2; exit 1");
+  EXPECT_EQ(
+      row_of("system log"),
+      expected("system log", "failed",
+               "the journal: journalctl failed with status 1: Failed to open journal", kRemedy));
+}
+
+TEST_F(DoctorOfJournals, DoesNotWaitForASlowOne) {
+  const Tool journal("journalctl", "echo line; exec sleep 1000");
+  EXPECT_EQ(row(look({"--timeout", "2"}), "system log"),
+            expected("system log", "failed",
+                     "the journal: journalctl timed out and was stopped (use --timeout SECONDS to "
+                     "wait longer)",
+                     "make the journal smaller: journalctl --vacuum-size=SIZE"));
 }
 
 }  // namespace

@@ -121,6 +121,30 @@ TEST_F(DoctorOfPackages, CountsThem) {
             expected("opkg directories", "ok", "/mnt/root/usr/lib/opkg/info, 1 package"));
 }
 
+TEST_F(DoctorOfPackages, WarnsOfAReleaseThatWillNotAddToThem) {
+  make("usr/lib/opkg/info");
+  write_file("/mnt/root/usr/lib/opkg/info/clock.control", "Package: clock\n");
+  EXPECT_EQ(of_release("0.3.6"),
+            expected("opkg directories", "warning",
+                     "/mnt/root/usr/lib/opkg/info, 1 package, and opkg 0.3.6 will keep new ones "
+                     "elsewhere",
+                     kRemedy));
+  EXPECT_EQ(of_release("of-today")["status"], "ok");
+}
+
+TEST_F(DoctorOfPackages, AreConfiguredElsewhere) {
+  make("usr/lib/opkg/info");
+  make("etc/opkg");
+  write_file("/mnt/root/etc/opkg/board.conf", "option info_dir /opt/elsewhere\n");
+  const Json row = expected("opkg directories", "failed",
+                            "opkg keeps its information in /mnt/root/opt/elsewhere",
+                            "change info_dir to /usr/lib/opkg/info in "
+                            "/mnt/root/etc/opkg/board.conf");
+  EXPECT_EQ(of_release("0.2.4"), row);
+  write_file("/mnt/root/usr/lib/opkg/info/clock.control", "Package: clock\n");
+  EXPECT_EQ(of_release("0.3.6"), row);
+}
+
 TEST_F(DoctorOfPackages, FindsThemElsewhere) {
   make("usr/lib/opkg/info");
   make("var/lib/opkg/info");
@@ -149,14 +173,28 @@ TEST_F(DoctorOfPackages, KnowsWhereAReleaseWillKeepThem) {
 TEST_F(DoctorOfPackages, BelievesTheConfiguration) {
   make("usr/lib/opkg/info");
   make("etc/opkg");
-  write_file("/mnt/root/etc/opkg/opkg.conf", "option info_dir /usr/lib/opkg/info\n");
-  EXPECT_EQ(of_release("0.9.0-libsolv")["status"], "ok");
+  for (const char* const place :
+       {"/usr/lib/opkg/info", "/usr/lib/opkg/info/", "\"/usr/lib/opkg/info\""}) {
+    write_file("/mnt/root/etc/opkg/opkg.conf", std::string("option info_dir ") + place + '\n');
+    EXPECT_EQ(of_release("0.9.0-libsolv")["status"], "ok") << place;
+  }
 }
 
 TEST_F(DoctorOfPackages, MissTheirDirectory) {
   EXPECT_EQ(of_release("0.2.4"), expected("opkg directories", "failed",
                                           "/mnt/root/usr/lib/opkg/info: No such file or directory",
                                           "mkdir -p /mnt/root/usr/lib/opkg/info"));
+}
+
+TEST_F(Doctor, DoesNotAskForOpkgsDirectoriesWhereNothingIsMounted) {
+  std::filesystem::create_directories("/mnt/root/usr/lib/opkg/info");
+  write_kernel_command_line("root=/dev/mtdblock5\n");
+  const Json row = row_of("opkg directories");
+  write_kernel_command_line("root=/dev/mtdblock4\n");
+  std::filesystem::remove_all("/mnt/root/usr");
+  EXPECT_EQ(row, expected("opkg directories", "failed",
+                          "/mnt/root/usr/lib/opkg/info, where nothing is mounted on /mnt/root",
+                          "see 'root' above"));
 }
 
 TEST_F(DoctorOfPackages, MayNotBeReadOnly) {
@@ -205,11 +243,18 @@ INSTANTIATE_TEST_SUITE_P(
     Doctor, WrongFlash,
     testing::Values(
         WrongPartition{"IsMissing", [] { std::filesystem::remove_all("/sys/class/mtd/mtd3"); },
-                       "area kernel", "failed", "the kernel has no /dev/mtd3 in /sys/class/mtd",
+                       "area kernel", "failed", "no such partition: /sys/class/mtd/mtd3",
                        "mount /sys, and name the partition in the device tree or in mtdparts="},
         WrongPartition{"HasNoFile", [] { std::filesystem::remove("/dev/mtdblock4"); },
                        "area rootfs", "failed", "/dev/mtdblock4: No such file or directory",
                        "mount devtmpfs on /dev, and load mtdblock"},
+        WrongPartition{"HasARegularFile",
+                       [] {
+                         std::filesystem::remove("/dev/mtd3");
+                         write_file("/dev/mtd3", "image");
+                       },
+                       "area kernel", "failed", "/dev/mtd3 is not a device file",
+                       "remove it, mount devtmpfs on /dev, and load mtdblock"},
         WrongPartition{"IsTooSmall", [] { WrongFlash::add_partition(3, 0x1e0000); }, "area kernel",
                        "failed",
                        "/dev/mtd3 has 1.9 MiB (1966080 bytes), and the area ends at 2.0 MiB "

@@ -55,13 +55,15 @@ TEST_P(DoctorOfTools, SaysWhatTheyCannotDo) {
   EXPECT_EQ(row["remedy"], other.remedy == nullptr ? Json() : Json(other.remedy));
 }
 
-constexpr char kNotRun[] = "replace it by one that runs on this device";
+constexpr char kNotRun[] = "replace it with one that runs on this device";
+constexpr char kNoSizes[] = " cannot report free space: no size where GNU df has it";
+constexpr char kOtherDf[] = "install the df of coreutils or BusyBox";
 
 INSTANTIATE_TEST_SUITE_P(
     Doctor, DoctorOfTools,
     testing::Values(
-        OtherTool{"OfBusyBox", "df",
-                  "echo \"df: unrecognized option '--version'\" >&2\n"
+        OtherTool{"OfBusyBox", "gzip",
+                  "echo \"gzip: unrecognized option '--version'\" >&2\n"
                   "echo 'BusyBox v1.35.0 (Debian 1:1.35.0-4+deb12u1+b1) multi-call binary.' >&2\n"
                   "exit 1",
                   "ok", ": BusyBox v1.35.0 (Debian 1:1.35.0-4+deb12u1+b1) multi-call binary.",
@@ -70,6 +72,32 @@ INSTANTIATE_TEST_SUITE_P(
                   ", which does not report its release", nullptr},
         OtherTool{"WithoutTheOption", "gzip", "echo 'usage: gzip FILE' >&2; exit 255", "ok",
                   ", which does not report its release", nullptr},
+        OtherTool{"WithoutUsage", "nandwrite",
+                  "echo \"nandwrite: unrecognized option '--version'\" >&2; exit 1", "ok",
+                  ", which does not report its release", nullptr},
+        OtherTool{"TriedInAnotherWay", "dd", "[ $# != 1 ] || exit 1; exec /bin/dd \"$@\"", "ok",
+                  ", which does not report its release", nullptr},
+        OtherTool{"ThatLacksALibrary", "opkg",
+                  "echo; echo 'opkg: cannot load shared library libopkg.so.1' >&2; exit 1",
+                  "warning", " cannot be tried: opkg: cannot load shared library libopkg.so.1",
+                  "run 'opkg --version', and fix what it reports"},
+        OtherTool{"ThatIsNoApplet", "flash_erase",
+                  "echo 'flash_erase: applet not found' >&2; exit 1", "warning",
+                  " cannot be tried: flash_erase: applet not found",
+                  "run 'flash_erase --version', and fix what it reports"},
+        OtherTool{"ThatOnlyFails", "flash_eraseall", "exit 1", "warning",
+                  " cannot be tried: exit status 1",
+                  "run 'flash_eraseall --version', and fix what it reports"},
+        OtherTool{"WithoutRows", "df", "exit 1", "failed", kNoSizes, kOtherDf},
+        OtherTool{"ThatWrapsItsRows", "df",
+                  "echo 'Filesystem 1K-blocks Used Available Use% Mounted on'\n"
+                  "echo /dev/a_long_name; echo '   1024 512 512 50% /'",
+                  "failed", kNoSizes, kOtherDf},
+        OtherTool{"WithRows", "df",
+                  "[ $# = 0 ] || exit 1\n"
+                  "echo 'Filesystem 1K-blocks Used Available Use% Mounted on'\n"
+                  "echo '/dev/root 1024 512 512 50% /'; exit 1",
+                  "ok", ", which does not report its release", nullptr},
         OtherTool{"ThatHangs", "gzip", "exec sleep 1000", "failed",
                   " was stopped, because it did not end in time", kNotRun},
         OtherTool{"ThatCrashes", "gzip", "kill -SEGV $$", "failed", " was killed by signal 11",

@@ -94,7 +94,7 @@ TEST(ClientPack, WritesIntoTheCurrentDirectory) {
                              [&] { EXPECT_EQ(::chdir(place.c_str()), 0); });
   EXPECT_EQ(run.status, 0) << run.errors;
   const json result = json::parse(run.output);
-  EXPECT_EQ(result, json({{"folder", "clock"},
+  EXPECT_EQ(result, json({{"directory", "clock"},
                           {"code", 0},
                           {"message", "Success"},
                           {"file", "x.tbx"},

@@ -126,7 +126,7 @@ Finding not_checked(const std::string& check, const Failure& failure) {
   return {.check = check,
           .status = CheckStatus::kFailed,
           .found = std::string("cannot be checked: ") + failure.what(),
-          .remedy = needs_root ? kRunAsRoot : "solve this, and run 'tarvio doctor' again"};
+          .remedy = needs_root ? kRunAsRoot : "fix this, and run 'tarvio doctor' again"};
 }
 
 const Command kDoctorCommand = {

@@ -1,5 +1,6 @@
 // The flash devices against the table of areas, and the space that a backup of them takes.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -23,6 +24,8 @@ namespace {
 
 constexpr auto kBlockBytes = static_cast<uint64_t>(tarvio::kEraseBlockBytes);
 
+constexpr char kRemedyForMissingFile[] = "mount devtmpfs on /dev, and load mtdblock";
+
 // What is wrong, and what to do about it.
 struct Trouble {
   CheckStatus status = CheckStatus::kOk;
@@ -42,8 +45,12 @@ std::optional<uint64_t> number_in(const std::string& path) {
   return parse_number<uint64_t>(text.substr(0, text.find('\n')));
 }
 
+std::string directory_of_device(const std::string& path) {
+  return "/sys/class/mtd" + path.substr(path.rfind('/'));
+}
+
 Device device_of(const std::string& path) {
-  const std::string directory = "/sys/class/mtd" + path.substr(path.rfind('/')) + '/';
+  const std::string directory = directory_of_device(path) + '/';
   return {.bytes = number_in(directory + "size"),
           .block_bytes = number_in(directory + "erasesize"),
           .bad_blocks = number_in(directory + "bad_blocks")};
@@ -89,24 +96,29 @@ Trouble judge_bad_blocks(const AreaPart& part, const Device& device) {
           "write shorter images only, or replace the flash memory"};
 }
 
-std::string missing_file(const FlashArea& area, const AreaPart& part) {
+// A regular file may stay where a device was written to before its file was made.
+Trouble judge_files(const FlashArea& area, const AreaPart& part) {
   for (const std::string path : {part.device, area.source}) {
     struct stat status = {};
-    if (stat(path.c_str(), &status) != 0) return path + ": " + strerror(errno);
+    if (stat(path.c_str(), &status) != 0 || access(path.c_str(), R_OK) != 0) {
+      return {CheckStatus::kFailed, path + ": " + strerror(errno),
+              errno == EACCES ? kRunAsRoot : kRemedyForMissingFile};
+    }
+    if (!S_ISCHR(status.st_mode) && !S_ISBLK(status.st_mode)) {
+      return {CheckStatus::kFailed, path + " is not a device file",
+              std::string("remove it, ") + kRemedyForMissingFile};
+    }
   }
-  return "";
+  return {};
 }
 
 // The first of them counts.
 Trouble judge(const FlashArea& area, const AreaPart& part, const Device& device) {
   if (!device.bytes || !device.block_bytes) {
-    return {CheckStatus::kFailed,
-            std::string("the kernel has no ") + part.device + " in /sys/class/mtd",
+    return {CheckStatus::kFailed, "no such partition: " + directory_of_device(part.device),
             "mount /sys, and name the partition in the device tree or in mtdparts="};
   }
-  if (const std::string missing = missing_file(area, part); !missing.empty()) {
-    return {CheckStatus::kFailed, missing, "mount devtmpfs on /dev, and load mtdblock"};
-  }
+  if (Trouble files = judge_files(area, part); files.status != CheckStatus::kOk) return files;
   if (*device.block_bytes != kBlockBytes) {
     return {CheckStatus::kFailed,
             std::string(part.device) + " has erase blocks of " + size_words(*device.block_bytes),

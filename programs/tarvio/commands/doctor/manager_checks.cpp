@@ -7,6 +7,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "commands/doctor/finding.h"
 #include "manager/manager_client.h"
@@ -48,6 +49,10 @@ std::string users_of(const struct stat& socket) {
   return "only its owner and root may connect";
 }
 
+Finding bad_socket(const std::string& found, const std::string& remedy) {
+  return {.check = kSocket, .status = CheckStatus::kFailed, .found = found, .remedy = remedy};
+}
+
 // Whoever may write in it can answer in place of the manager.
 Finding check_socket_directory(const std::string& directory) {
   struct stat status = {};
@@ -59,18 +64,30 @@ Finding check_socket_directory(const std::string& directory) {
             .remedy = "start tarviod, which makes it"};
   }
   if (!S_ISDIR(status.st_mode)) {
-    return {.check = kSocket,
-            .status = CheckStatus::kFailed,
-            .found = directory + " is not a directory",
-            .remedy = "remove it, and restart tarviod"};
+    return bad_socket(directory + " is not a directory", "remove it, and restart tarviod");
   }
   const std::string found = directory + ", mode " + octal(status.st_mode);
+  if (!may_be_manager(status.st_uid)) {
+    return bad_socket(found + ": its owner, user " + std::to_string(status.st_uid) +
+                          ", can put another socket there",
+                      "chown root " + directory);
+  }
   const mode_t others = S_IWOTH | (status.st_gid == 0 ? 0U : S_IWGRP);
   if ((status.st_mode & others) == 0) return {.check = kSocket, .found = found};
+  return bad_socket(found + ": others can put a socket of their own there",
+                    "chmod 755 " + directory);
+}
+
+Finding check_socket_file(const std::string& directory, const struct stat& socket) {
+  constexpr char kRemedy[] = "restart tarviod, which replaces it";
+  if (!S_ISSOCK(socket.st_mode)) return bad_socket(TQ_COM_SOCKET_PATH " is not a socket", kRemedy);
+  if (!may_be_manager(socket.st_uid)) {
+    return bad_socket(TQ_COM_SOCKET_PATH " belongs to user " + std::to_string(socket.st_uid) +
+                          ", who may answer in place of the manager",
+                      kRemedy);
+  }
   return {.check = kSocket,
-          .status = CheckStatus::kFailed,
-          .found = found + ": others can put a socket of their own there",
-          .remedy = "chmod 755 " + directory};
+          .found = directory + "; " + users_of(socket) + " (mode " + octal(socket.st_mode) + ')'};
 }
 
 Finding finding_of_version(const std::string& version) {
@@ -105,7 +122,7 @@ Finding check_descriptors() {
     if (!state) {
       return {.check = kDescriptors,
               .status = CheckStatus::kWarning,
-              .found = "the manager has not written them",
+              .found = "no figures in /run/tarvio/state",
               .remedy = kRestartManager};
     }
     const std::string found = std::to_string(state->descriptors_used) + " of " +
@@ -145,13 +162,21 @@ Finding good_log(const WatchedLog& log, const std::string& found) {
       .found = found + ", " + (reason.empty() ? "hooks: " + std::to_string(log.hooks) : reason)};
 }
 
+// Also just after a rotation, when only a form that is not configured is unknown.
+Finding empty_log(const WatchedLog& log) {
+  const std::string why = log.is_form_configured
+                              ? "so lines of the form " + log.format + " are yet to come"
+                              : "so the form of its lines is not known";
+  Finding finding = bad_log(log, log.path + " is empty, " + why,
+                            "write a line with 'logger test', and run 'tarvio doctor' again");
+  if (log.is_form_configured) finding.status = CheckStatus::kWarning;
+  return finding;
+}
+
 Finding check_file(const WatchedLog& log) {
   try {
     const LogForm form = form_of(log);
-    if (form.is_empty) {
-      return bad_log(log, log.path + " is empty, so the form of its lines is not known",
-                     "write a line with 'logger test', and run 'tarvio doctor' again");
-    }
+    if (form.is_empty) return empty_log(log);
     if (!form.complaint.empty()) {
       return bad_log(log, log.path + ": " + form.complaint, "see tarviod.conf(5), THE SYSTEM LOG");
     }
@@ -173,25 +198,30 @@ Finding check_journal(const Examination& examination, const WatchedLog& log) {
     return bad_log(log, "the journal, which needs a work directory to be checked",
                    "see 'work directory' above");
   }
-  const ChildEnd end =
-      run_tool(*examination.directory, {"journalctl", "-q", "--no-pager", "-n", "1", "-o", "short"},
-               examination.seconds);
-  if (end.status == 0 && !end.is_late && !end.errors.empty()) {
-    return good_log(log, "the journal, which journalctl prints");
+  constexpr char kRemedy[] = "start systemd-journald, or run tarvio as root";
+  bool is_empty = true;
+  try {
+    execute(*examination.directory, {"journalctl", "-q", "--no-pager", "-n", "1", "-o", "short"},
+            examination.seconds, [&](std::string_view /*piece*/) { is_empty = false; });
+  } catch (const Failure& failure) {
+    return bad_log(log, std::string("the journal: ") + failure.what(),
+                   failure.status() == kTimeout
+                       ? "make the journal smaller: journalctl --vacuum-size=SIZE"
+                       : kRemedy);
   }
-  return bad_log(log, "the journal: journalctl prints no line",
-                 "start systemd-journald, or run tarvio as root");
+  if (is_empty) return bad_log(log, "the journal: journalctl prints no line", kRemedy);
+  return good_log(log, "the journal, which journalctl prints");
 }
 
 }  // namespace
 
 Findings check_socket(const Examination& /*examination*/) {
-  Finding finding = check_socket_directory(directory_of(TQ_COM_SOCKET_PATH));
+  const Finding directory = check_socket_directory(directory_of(TQ_COM_SOCKET_PATH));
   struct stat socket = {};
-  if (stat(TQ_COM_SOCKET_PATH, &socket) == 0) {
-    finding.found += "; " + users_of(socket) + " (mode " + octal(socket.st_mode) + ')';
+  if (directory.status != CheckStatus::kOk || stat(TQ_COM_SOCKET_PATH, &socket) != 0) {
+    return {directory};
   }
-  return {finding};
+  return {check_socket_file(directory.found, socket)};
 }
 
 Findings check_manager(const Examination& examination) {

@@ -46,20 +46,39 @@ Finding failed(const std::string& found, const std::string& remedy) {
   return {.check = kCheck, .status = CheckStatus::kFailed, .found = found, .remedy = remedy};
 }
 
-// Before the first package is installed only the configuration of opkg, or its release, says where
-// it will keep its information.
-Finding judge_empty(const Examination& examination, const std::string& directory) {
-  const std::string none = directory + ", no package is installed";
-  if (is_place_configured()) return {.check = kCheck, .found = none};
+// Where opkg keeps its information although the library looks elsewhere; empty when it does not.
+std::string other_place(const std::string& directory) {
+  std::string configured = configured_place_of_information();
+  if (!configured.empty() && configured != directory) return configured;
+  return other_place_of_information("");
+}
+
+std::string count_words(size_t packages) {
+  if (packages == 0) return "no package is installed";
+  return std::to_string(packages) + (packages == 1 ? " package" : " packages");
+}
+
+// Where packages will be kept that are installed from now on is what the configuration of opkg
+// says, or its release: it may have been upgraded since the last package was installed.
+Finding judge_release(const Examination& examination, const std::string& directory) {
+  const size_t count = control_files_in(directory).size();
+  const std::string found = directory + ", " + count_words(count);
+  if (!configured_place_of_information().empty()) return {.check = kCheck, .found = found};
   const std::string version = version_of_tool(examination, "opkg");
   const std::optional<bool> is_newer = is_newer_opkg(version);
-  if (is_newer && !*is_newer) return {.check = kCheck, .found = none};
-  if (is_newer) {
+  if (is_newer ? !*is_newer : count > 0) return {.check = kCheck, .found = found};
+  if (!is_newer) {
+    return failed(found + ", and where opkg will keep its information is not known",
+                  remedy_for_other_place());
+  }
+  if (count == 0) {
     return failed("opkg " + version + " does not keep its information in " + directory,
                   remedy_for_other_place());
   }
-  return failed(none + ", and where opkg will keep its information is not known",
-                remedy_for_other_place());
+  return {.check = kCheck,
+          .status = CheckStatus::kWarning,
+          .found = found + ", and opkg " + version + " will keep new ones elsewhere",
+          .remedy = remedy_for_other_place()};
 }
 
 }  // namespace
@@ -86,8 +105,12 @@ Findings check_root(const Examination& /*examination*/) {
 
 Findings check_packages(const Examination& examination) {
   const std::string directory = information_directory();
-  const size_t count = control_files_in(directory).size();
-  if (const std::string other = other_place_of_information(""); !other.empty()) {
+  const std::string root = root_of_packages();
+  // What is below it then belongs to another file system.
+  if (!root.empty() && device_on(root).empty()) {
+    return {failed(directory + ", where nothing is mounted on " + root, "see 'root' above")};
+  }
+  if (const std::string other = other_place(directory); !other.empty()) {
     return {failed("opkg keeps its information in " + other, remedy_for_other_place())};
   }
   if (access(directory.c_str(), F_OK) != 0) {
@@ -98,10 +121,7 @@ Findings check_packages(const Examination& examination) {
     return {failed(directory + " cannot be written: " + strerror(errno),
                    "mount its file system for writing")};
   }
-  if (count == 0) return {judge_empty(examination, directory)};
-  return {{.check = kCheck,
-           .found =
-               directory + ", " + std::to_string(count) + (count == 1 ? " package" : " packages")}};
+  return {judge_release(examination, directory)};
 }
 
 }  // namespace client

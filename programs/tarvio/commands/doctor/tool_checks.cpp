@@ -7,6 +7,7 @@
 #include <cctype>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <span>
 #include <string>
@@ -86,6 +87,22 @@ void try_mkfs() {
   check_made(tq_mkfs_jffs2("tree", "image"), "image", 1);
 }
 
+// The library takes the free space from the fourth word of the first row.
+void try_df() {
+  constexpr int kWordsBefore = 3;
+  const tarvio::Stream output(popen("df", "re"));
+  if (output == nullptr) throw Failure::of_system("cannot start a process");
+  char row[1024] = "";
+  for (int line = 0; line < 2; ++line) {
+    if (fgets(row, sizeof row, output.get()) == nullptr) row[0] = '\0';
+  }
+  std::string_view words = row;
+  for (int word = 0; word < kWordsBefore; ++word) (void)take_word(words);
+  if (!parse_number<uint64_t>(take_word(words))) {
+    throw Failure(EIO, "no size where GNU df has it");
+  }
+}
+
 constexpr std::array<Tool, 11> kTools = {{
     {.name = "opkg"},
     {.name = "ar",
@@ -94,7 +111,8 @@ constexpr std::array<Tool, 11> kTools = {{
     {.name = "tar",
      .trial = {try_tar, "make and read a compressed archive", "install GNU tar and gzip"}},
     {.name = "gzip"},
-    {.name = "df"},
+    {.name = "df",
+     .trial = {try_df, "report free space", "install the df of coreutils or BusyBox"}},
     {.name = "dd", .trial = {try_dd, "copy a file", "install the dd of coreutils"}},
     {.name = "nanddump", .options = "bo"},
     {.name = "nandwrite"},
@@ -141,6 +159,21 @@ Finding failed(const Tool& tool, const std::string& found, const std::string& re
   return {.check = tool.name, .status = CheckStatus::kFailed, .found = found, .remedy = remedy};
 }
 
+// Also without a release, as some builds of BusyBox are: "df: unrecognized option '--version'",
+// "usage: gzip FILE".
+bool explains_usage(const std::string& words, const std::string& name) {
+  const std::vector<std::string> lines = lines_of(words);
+  return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+    return line.find(name) != std::string::npos &&
+           (line.find("sage:") != std::string::npos || line.find(" option ") != std::string::npos);
+  });
+}
+
+std::string last_line_of(const std::string& words) {
+  const std::vector<std::string> lines = lines_of(words);
+  return lines.empty() ? "" : lines.back();
+}
+
 // What kept it from running at all; empty when it ran.
 std::string reason_not_run(const ChildEnd& end) {
   constexpr int kNotExecutable = 126;
@@ -152,8 +185,8 @@ std::string reason_not_run(const ChildEnd& end) {
     return "was killed by signal " + std::to_string(end.status - kSignalled);
   }
   if (end.status != kNotExecutable && end.status != kNotFound) return "";
-  const std::vector<std::string> lines = lines_of(end.errors);
-  return "cannot be run" + (lines.empty() ? "" : ": " + lines.back());
+  const std::string line = last_line_of(end.errors);
+  return "cannot be run" + (line.empty() ? "" : ": " + line);
 }
 
 // Empty when it does what it is needed for, as far as that can be tried.
@@ -171,6 +204,22 @@ std::string reason_not_used(const Examination& examination, const Tool& tool) {
   }
 }
 
+// Of a tool that runs. One that only fails may do so whatever it is asked, unless a trial has shown
+// that it does not.
+Finding report_release(const Tool& tool, const std::string& path, const ChildEnd& end) {
+  const std::string version = line_of_version(end.errors);
+  if (!version.empty()) return {.check = tool.name, .found = path + ": " + version};
+  if (end.status == 0 || tool.trial.run != nullptr || explains_usage(end.errors, tool.name)) {
+    return {.check = tool.name, .found = path + ", which does not report its release"};
+  }
+  const std::string line = last_line_of(end.errors);
+  return {.check = tool.name,
+          .status = CheckStatus::kWarning,
+          .found = path + " cannot be tried: " +
+                   (line.empty() ? "exit status " + std::to_string(end.status) : line),
+          .remedy = std::string("run '") + tool.name + " --version', and fix what it reports"};
+}
+
 Finding check_tool(const Examination& examination, const Tool& tool) {
   const std::string path = path_of_tool(tool.name);
   if (path.empty()) return failed(tool, "not on PATH", kRemedyForMissingTool);
@@ -180,7 +229,7 @@ Finding check_tool(const Examination& examination, const Tool& tool) {
   }
   const ChildEnd end = ask_tool(examination, tool);
   if (const std::string reason = reason_not_run(end); !reason.empty()) {
-    return failed(tool, path + ' ' + reason, "replace it by one that runs on this device");
+    return failed(tool, path + ' ' + reason, "replace it with one that runs on this device");
   }
   for (const char letter : tool.options) {
     if (!refuses(end.errors, letter)) continue;
@@ -191,10 +240,7 @@ Finding check_tool(const Examination& examination, const Tool& tool) {
   if (const std::string reason = reason_not_used(examination, tool); !reason.empty()) {
     return failed(tool, path + ' ' + reason, tool.trial.remedy);
   }
-  const std::string version = line_of_version(end.errors);
-  return {
-      .check = tool.name,
-      .found = path + (version.empty() ? ", which does not report its release" : ": " + version)};
+  return report_release(tool, path, end);
 }
 
 }  // namespace
