@@ -25,6 +25,11 @@ void check_absent(const std::string& path) {
   throw Failure(EEXIST, "'" + path + "' already exists; use --force to replace it");
 }
 
+void remove(const std::string& path) {
+  const tarvio::ErrnoKeeper keeper;
+  (void)unlink(path.c_str());
+}
+
 void write_new(const std::string& path, std::string_view text, mode_t mode, bool replaces) {
   const std::string complaint = "cannot write '" + path + "'";
   if (replaces) {
@@ -33,10 +38,11 @@ void write_new(const std::string& path, std::string_view text, mode_t mode, bool
   }
   const tarvio::Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
   if (!file.valid()) throw Failure::of_system(complaint);
-  if (tarvio::write_all(file.get(), text) && fsync(file.get()) == 0) return;
-  const Failure failure = Failure::of_system(complaint);
-  (void)unlink(path.c_str());
-  throw failure;
+  const bool is_written = fchmod(file.get(), mode) == 0 && tarvio::write_all(file.get(), text) &&
+                          fsync(file.get()) == 0;
+  if (is_written) return;
+  remove(path);
+  throw Failure::of_system(complaint);
 }
 
 }  // namespace
@@ -74,7 +80,12 @@ PublicKey make_keys(const NewKey& wanted) {
   SecretText text;
   key.write_to(text, password.text());
   write_new(wanted.secret_file, text.text(), kOwnerOnly, wanted.replaces);
-  write_new(wanted.public_file, text_of(key.public_key()), kForAll, wanted.replaces);
+  try {
+    write_new(wanted.public_file, text_of(key.public_key()), kForAll, wanted.replaces);
+  } catch (const Failure&) {
+    if (!wanted.replaces) remove(wanted.secret_file);
+    throw;
+  }
   return key.public_key();
 }
 

@@ -15,16 +15,16 @@ constexpr Bytes<2> kPrehashed = {'E', 'D'};
 
 [[noreturn]] void refuse(const std::string& what) { throw Failure(EBADMSG, what); }
 
-template <size_t size>
-void append(std::string& bytes, const Bytes<size>& more) {
+template <size_t Size>
+void append(std::string& bytes, const Bytes<Size>& more) {
   bytes.append(more.begin(), more.end());
 }
 
 // Takes an array off the beginning of the bytes, which hold it.
-template <size_t size>
-void take(const unsigned char*& at, Bytes<size>& array) {
-  std::copy_n(at, size, array.begin());
-  at += size;
+template <size_t Size>
+void take(const unsigned char*& at, Bytes<Size>& array) {
+  std::copy_n(at, Size, array.begin());
+  at += Size;
 }
 
 const unsigned char* bytes_of(const std::string& text) {

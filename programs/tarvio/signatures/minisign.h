@@ -12,8 +12,8 @@
 
 namespace client {
 
-template <size_t size>
-using Bytes = std::array<unsigned char, size>;
+template <size_t Size>
+using Bytes = std::array<unsigned char, Size>;
 
 using KeyId = Bytes<8>;
 using Hash = Bytes<crypto_generichash_BYTES_MAX>;  // BLAKE2b of a whole file

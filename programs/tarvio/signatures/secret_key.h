@@ -14,21 +14,21 @@
 namespace client {
 
 // Room for a secret, wiped at the end.
-template <size_t size>
+template <size_t Size>
 class SecretBytes {
  public:
   SecretBytes() = default;
-  ~SecretBytes() { sodium_memzero(bytes_.data(), size); }
+  ~SecretBytes() { sodium_memzero(bytes_.data(), Size); }
   SecretBytes(const SecretBytes&) = delete;
   SecretBytes& operator=(const SecretBytes&) = delete;
 
-  Bytes<size>& operator*() { return bytes_; }
-  Bytes<size>* operator->() { return &bytes_; }
-  const Bytes<size>& operator*() const { return bytes_; }
-  const Bytes<size>* operator->() const { return &bytes_; }
+  Bytes<Size>& operator*() { return bytes_; }
+  Bytes<Size>* operator->() { return &bytes_; }
+  const Bytes<Size>& operator*() const { return bytes_; }
+  const Bytes<Size>* operator->() const { return &bytes_; }
 
  private:
-  Bytes<size> bytes_ = {};
+  Bytes<Size> bytes_ = {};
 };
 
 // A text that is wiped at the end. It never moves, so that no copy is left.

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "process/failure.h"
+#include "signatures/minisign.h"
 #include "signed_packages.h"
 
 namespace tarvio_test {
@@ -258,6 +260,35 @@ TEST_F(ClientSign, RefusesASignatureThatIsTruncated) {
   }
   write_file(signature(), whole.substr(0, whole.size() - 1));
   expect_good();  // only the last line feed is missing
+}
+
+TEST_F(ClientSign, RefusesASignatureOfWhichAnyBitIsChanged) {
+  sign();
+  client::prepare_cryptography();
+  const client::PublicKey key = client::public_key_in(read_file(this->key("vendor") + ".pub"));
+  const std::string package = read_file(file());
+  client::Hash hash;
+  crypto_generichash(hash.data(), hash.size(),
+                     reinterpret_cast<const unsigned char*>(package.data()), package.size(),
+                     nullptr, 0);
+  const auto is_good = [&](const std::string& text) {
+    try {
+      const client::Signature signature = client::signature_in(text);
+      return signature.key_id == key.id && client::is_signed_by(key, signature, hash);
+    } catch (const client::Failure&) {
+      return false;
+    }
+  };
+  std::string text = read_file(signature());
+  ASSERT_TRUE(is_good(text));
+  // The untrusted comment and the last line feed may be anything.
+  for (size_t at = text.find('\n'); at + 1 < text.size(); ++at) {
+    for (int bit = 0; bit < 8; ++bit) {
+      text[at] = static_cast<char>(text[at] ^ 1 << bit);
+      EXPECT_FALSE(is_good(text)) << "byte " << at << ", bit " << bit;
+      text[at] = static_cast<char>(text[at] ^ 1 << bit);
+    }
+  }
 }
 
 TEST_F(ClientSign, RefusesASignatureThatIsMoreThanThat) {
