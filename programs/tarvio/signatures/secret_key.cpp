@@ -24,7 +24,7 @@ using Checksum = Bytes<kChecksumSize>;
 using Salt = Bytes<crypto_pwhash_scryptsalsa208sha256_SALTBYTES>;
 
 // The beginning of a file: three names, the salt and the two costs.
-constexpr size_t kHeaderSize = 3 * 2 + std::tuple_size_v<Salt> + 2 * sizeof(uint64_t);
+constexpr size_t kHeaderSize = 3 * kEd25519.size() + std::tuple_size_v<Salt> + 2 * sizeof(uint64_t);
 using FileBytes = SecretBytes<kHeaderSize + kEncryptedSize>;
 
 // How expensive it is to guess a password.

@@ -70,15 +70,26 @@ bool check_owned_by_root(const std::string& path, mode_t type) {
 }
 
 void check_place(const std::string& directory, const std::string& remedy) {
+  const auto refuse = [&](const std::string& path, const char* why) {
+    std::string what = "cannot keep a copy in '" + directory_of(directory);
+    what.append("' that nobody else can change: others can ").append(why).append(" '");
+    what.append(path).append("'; ").append(remedy);
+    throw Failure(EPERM, what);
+  };
+  struct stat own = {};
+  if (lstat(directory.c_str(), &own) != 0)
+    throw Failure::of_system("cannot examine '" + directory + "'");
+  // As a file system without owners and modes shows it, such as that of an USB stick.
+  if (own.st_uid != geteuid() || (own.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+    refuse(directory, "open");
+  }
   for (std::string path = directory_of(directory); path != "/"; path = directory_of(path)) {
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) throw Failure::of_system("cannot examine '" + path + "'");
     const bool is_own = status.st_uid == 0 || status.st_uid == geteuid();
     const bool is_sticky = (status.st_mode & S_ISVTX) != 0;
     if (is_own && (is_sticky || !is_open_to_others(status))) continue;
-    throw Failure(EPERM, "cannot keep a copy in '" + directory_of(directory) +
-                             "' that nobody else can change: others can rename files in '" + path +
-                             "'; " + remedy);
+    refuse(path, "rename files in");
   }
 }
 

@@ -21,8 +21,8 @@ std::string weakness_of(const struct stat& status);
 // there.
 bool check_owned_by_root(const std::string& path, mode_t type);
 
-// Throws a Failure, with the remedy, when others can put something else in the place of a
-// directory.
+// Throws a Failure, with the remedy, when others can enter a directory, of which the path has no
+// links, or put something else in its place.
 void check_place(const std::string& directory, const std::string& remedy);
 
 }  // namespace client

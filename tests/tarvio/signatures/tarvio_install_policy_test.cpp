@@ -191,6 +191,10 @@ TEST_F(ClientInstallPolicy, KeepsNoCopyWhereOthersCanReplaceIt) {
                                       open.path().string() + "'; set TMPDIR (1)"));
   }
   EXPECT_EQ(installed_version(), "");
+  // A link that others can change counts once, at the beginning.
+  const TempDir closed;
+  fs::create_directory_symlink(closed.path(), open / "link");
+  EXPECT_EQ(install_in(open / "link").status, 0);
   fs::permissions(open.path(), fs::perms(01777));
   EXPECT_EQ(install_in(open.path()).status, 0);
   if (!has_other_users()) return;
