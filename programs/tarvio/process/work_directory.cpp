@@ -60,7 +60,7 @@ std::string real_path(const std::string& path) {
   const tarvio::CString real(realpath(path.c_str(), nullptr));
   if (real != nullptr) return real.get();
   const tarvio::ErrnoKeeper keeper;
-  (void)rmdir(path.c_str());
+  (void)remove(path.c_str());
   return "";
 }
 
