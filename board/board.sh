@@ -2,6 +2,7 @@
 # An emulated board: 32-bit ARM with NAND flash, made from Debian's packages. It needs no root and leaves the host's
 # packages alone: all files are in one work directory, $TARVIO_BOARD or ~/.cache/tarvio-board.
 #
+#   board.sh libraries          get what programs of the board are linked with, for cmake/armhf.cmake
 #   board.sh fetch              get the board's packages
 #   board.sh image              make the kernel and the root file system from them
 #   board.sh run BUILD CASE     boot with the armhf build in directory BUILD, and run cases/CASE.sh on the board
@@ -17,11 +18,12 @@ triplet=arm-linux-gnueabihf
 # emulator flush its TLB: flash is two to three times as slow there.
 kernel_package=linux-image-armmp-lpae
 packages=(busybox-static dash mtd-utils binutils-$triplet libbinutils tar gzip coreutils libc6 libgcc-s1 libstdc++6
-  liblzo2-2 zlib1g libzstd1 libacl1 libselinux1 libpcre2-8-0)
+  liblzo2-2 zlib1g libzstd1 libacl1 libselinux1 libpcre2-8-0 libsodium23)
+libraries=(libsodium23 libsodium-dev)
 # In load order.
 modules=(virtio_mmio netfs fscache 9pnet 9pnet_virtio 9p mtd_blkdevs mtdblock jffs2 nandsim)
 tools=(bin/dash bin/tar bin/gzip bin/dd bin/df usr/bin/$triplet-ar usr/sbin/nanddump usr/sbin/nandwrite
-  usr/sbin/flash_erase usr/sbin/mkfs.jffs2 usr/sbin/mtdinfo)
+  usr/sbin/flash_erase usr/sbin/mkfs.jffs2 usr/sbin/mtdinfo usr/lib/$triplet/libsodium.so.23)
 
 skip() {
   echo "skipped: $1"
@@ -50,13 +52,29 @@ Acquire::Languages "none";
 END
 }
 
-fetch() {
-  local wanted="$kernel_package ${packages[*]}" kernel
-  [ ! -e fetched ] || [ "$(cat fetched)" != "$wanted" ] || return 0
+use_board_packages() {
   write_apt_configuration
   export APT_CONFIG=$PWD/apt/apt.conf
   # An index that cannot be loaded does not matter by itself: a package that is missing for it shows below.
   apt-get -qq update || true
+}
+
+# The compiler brings the C library alone.
+libraries() {
+  local package
+  [ ! -e libraries/list ] || [ "$(cat libraries/list)" != "${libraries[*]}" ] || return 0
+  use_board_packages
+  rm -rf libraries
+  mkdir libraries
+  (cd libraries && apt-get -qq download "${libraries[@]}")
+  for package in libraries/*.deb; do dpkg -x "$package" libraries; done
+  echo "${libraries[*]}" >libraries/list
+}
+
+fetch() {
+  local wanted="$kernel_package ${packages[*]}" kernel
+  [ ! -e fetched ] || [ "$(cat fetched)" != "$wanted" ] || return 0
+  use_board_packages
   kernel=$(apt-cache depends $kernel_package | sed -n 's/.*Depends: *\(linux-image-[0-9].*\)/\1/p' | head -n 1)
   rm -rf deb
   mkdir deb
@@ -221,7 +239,7 @@ command=${1:-}
 [ $# = 0 ] || shift
 case $command in
   run) set -- "$(cd "$1" && pwd)" "$2" ;;
-  fetch | image) ;;
+  libraries | fetch | image) ;;
   *) sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "$0" >&2 && exit 64 ;;
 esac
 cd "$work"

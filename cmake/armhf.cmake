@@ -11,6 +11,16 @@ set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 set(CMAKE_C_FLAGS_INIT -D_FILE_OFFSET_BITS=64)
 set(CMAKE_CXX_FLAGS_INIT "-D_FILE_OFFSET_BITS=64 -Wno-psabi")
 
+# What board.sh has got.
+if(DEFINED ENV{TARVIO_BOARD})
+  set(board $ENV{TARVIO_BOARD})
+elseif(DEFINED ENV{XDG_CACHE_HOME})
+  set(board $ENV{XDG_CACHE_HOME}/tarvio-board)
+else()
+  set(board $ENV{HOME}/.cache/tarvio-board)
+endif()
+list(APPEND CMAKE_PREFIX_PATH ${board}/libraries/usr)
+
 execute_process(
   COMMAND ${CMAKE_C_COMPILER} -print-file-name=libc.so.6
   OUTPUT_VARIABLE libc

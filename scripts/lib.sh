@@ -4,12 +4,12 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 build_packages=(cmake g++ make)
-client_packages=(nlohmann-json3-dev)
+client_packages=(nlohmann-json3-dev libsodium-dev)
 demo_packages=(busybox)
-test_packages=(libgtest-dev libgmock-dev binutils mtd-utils python3-prometheus-client socat "${demo_packages[@]}")
+test_packages=(libgtest-dev libgmock-dev binutils minisign mtd-utils python3-prometheus-client socat "${demo_packages[@]}")
 device_packages=(g++-arm-linux-gnueabihf qemu-user qemu-system-arm cpio)
 opkg_packages=(libarchive13) # what a real opkg needs
-bench_packages=(libbenchmark-dev gnuplot-nox)
+bench_packages=(libbenchmark-dev gnuplot-nox minisign)
 fuzz_packages=(clang libclang-rt-14-dev llvm)
 
 # Many tests spend most of their time waiting.

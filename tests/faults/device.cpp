@@ -40,6 +40,8 @@ void clear_device() {
   clear(kTemporaryDirectory);
   clear(kWorkDirectory);
   fs::remove_all("/run/tarvio");
+  fs::remove_all("/etc/tarvio/keys");
+  fs::remove("/etc/tarvio/tarvio.conf");
 }
 
 void save_installed(const std::string& name) {

@@ -30,6 +30,7 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "fault_record.h"
@@ -233,6 +234,8 @@ CALL(int, scandir64,
       int (*compare)(const struct dirent64**, const struct dirent64**)),
      (path, names, filter, compare), -1, EMFILE)
 CALL(int, stat64, (const char* path, struct stat64* status), (path, status), -1, EACCES)
+CALL(int, tcgetattr, (int fd, struct termios* mode), (fd, mode), -1, EIO)
+CALL(int, tcsetattr, (int fd, int when, const struct termios* mode), (fd, when, mode), -1, EIO)
 CALL(int, statvfs64, (const char* path, struct statvfs64* status), (path, status), -1, EIO)
 CALL(int, symlink, (const char* to, const char* path), (to, path), -1, ENOSPC)
 CALL(int, truncate64, (const char* path, off64_t size), (path, size), -1, EIO)

@@ -55,6 +55,34 @@ void prepare_source() {
   fs::create_directory(kWork + "/built");
 }
 
+const std::string kKeys = TARVIO_TEST_DATA "/minisign/";
+
+// Signed, on a device that demands that.
+void prepare_signed_package() {
+  prepare_package_files();
+  fs::copy_file(kKeys + "app-1.0.tbx.minisig", kWork + "/app-1.0.tbx.minisig");
+  fs::create_directories("/etc/tarvio/keys");
+  fs::copy_file(kKeys + "plain.pub", "/etc/tarvio/keys/plain.pub");
+  write_file("/etc/tarvio/tarvio.conf", "require_signature: all\n");
+}
+
+// The bytes of a new key are random.
+std::string names_of_keys() {
+  std::string names;
+  for (const char* name : {"new.key", "new.pub"}) {
+    const fs::path path = kWork + "/" + name;
+    names +=
+        std::string(name) + (fs::exists(path) && fs::file_size(path) > 100 ? " is there\n" : "\n");
+  }
+  return names;
+}
+
+Subject key_subject(Subject subject) {
+  subject.state = names_of_keys;
+  subject.said = [](const std::string& output) { return output.substr(0, 9); };
+  return subject;
+}
+
 Subject subject(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
   return {.name = name,
           .program = client(words),
@@ -81,6 +109,13 @@ std::vector<Subject> package_subjects() {
       subject("inspect-json", {"inspect", "--json", "app-1.0.tbx"}, prepare_package_files),
       subject("check", {"check", "app-1.0.tbx"}, prepare_package_files),
       subject("pack", {"pack", "clock", "-o", "built/clock.tbx"}, prepare_source),
+      subject("pack-sign",
+              {"pack", "clock", "-o", "built/clock.tbx", "--sign", kKeys + "plain.key"},
+              prepare_source),
+      key_subject(subject("keygen", {"keygen", "new", "--no-password"}, clear_device)),
+      subject("sign", {"sign", "app-1.0.tbx", "--key", kKeys + "plain.key"}, prepare_package_files),
+      subject("verify", {"verify", "app-1.0.tbx"}, prepare_signed_package),
+      subject("install-signed", {"install", "app-1.0.tbx"}, prepare_signed_package),
   };
 }
 

@@ -18,6 +18,7 @@ enum class Offer {
   kApplications,
   kPackages,
   kPackageFiles,
+  kFiles,
   kDirectories,
   kAreas,
   kCategories,
@@ -105,6 +106,9 @@ enum class Need { kNothing, kAnswer, kState };
 
 inline constexpr char kManagerStatuses[] = "0 done, 1 failed, 3 no manager, 5 no answer in time";
 inline constexpr char kToolsStatuses[] = "0 done, 1 failed for one or more, 5 a tool timed out";
+inline constexpr char kGuardedStatuses[] =
+    "0 done, 1 failed for one or more, 5 a tool timed out, 6 the signature or the version of one "
+    "or more is not accepted";
 
 // A command line that is wrong; the program adds where to find help.
 class UsageError : public std::runtime_error {

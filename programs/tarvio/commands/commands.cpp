@@ -11,8 +11,9 @@ constexpr std::array kCommands = {
     &kStatusCommand,  &kStartCommand,     &kStopCommand,    &kRestartCommand, &kStartAllCommand,
     &kStopAllCommand, &kIsRunningCommand, &kWaitCommand,    &kLogsCommand,    &kMetricsCommand,
     &kRefreshCommand, &kListCommand,      &kInstallCommand, &kRemoveCommand,  &kFilesCommand,
-    &kCheckCommand,   &kInspectCommand,   &kPackCommand,    &kAreasCommand,   &kBackupCommand,
-    &kRestoreCommand, &kDoctorCommand,    &kHelpCommand,
+    &kCheckCommand,   &kInspectCommand,   &kPackCommand,    &kKeygenCommand,  &kSignCommand,
+    &kVerifyCommand,  &kAreasCommand,     &kBackupCommand,  &kRestoreCommand, &kDoctorCommand,
+    &kHelpCommand,
 };
 // The build counts the files.
 static_assert(kCommands.size() == TARVIO_COMMAND_FILES,

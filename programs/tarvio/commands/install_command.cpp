@@ -13,6 +13,7 @@
 #include "packages/package_file.h"
 #include "process/failure.h"
 #include "process/required_tools.h"
+#include "signatures/package_guard.h"
 #include "terminal/words.h"
 
 namespace client {
@@ -66,13 +67,16 @@ Verdict judge(const PackageFile& package, const Installed& before, const Install
 }
 
 void install(const std::string& file, const Request& request, Change& change) {
-  const std::string path = readable_file(file);
+  (void)readable_file(file);
   if (!is_package_file_name(file)) throw Failure(EINVAL, "package file names must end in .tbx");
   require_tools({"opkg"});
   const WorkDirectory directory;
-  const PackageFile package = read_whole_package(directory, path, request.timeout_seconds);
+  const PackageGuard guard(directory, file, Use::kInstall, "set TMPDIR", request.timeout_seconds);
+  const PackageFile package = read_whole_package(directory, guard.path(), request.timeout_seconds);
+  guard.check_identity(package);
   check_place_of_information(package.name);
   const Installed before = look_up(package.name);
+  guard.check_version(package, before.version);
   change.name = package.name;
   change.now = before;
   // Releases of opkg differ in what they do then.
@@ -82,7 +86,7 @@ void install(const std::string& file, const Request& request, Change& change) {
   }
   const OpkgRun run = run_opkg(directory,
                                {.word = "install",
-                                .operand = link_for_opkg(directory, path, package.name),
+                                .operand = link_for_opkg(directory, guard.path(), package.name),
                                 .force_options = request.is_forced ? kForceOptions : nullptr},
                                request.timeout_seconds);
   note_run(run, change);
@@ -114,10 +118,11 @@ const Command kInstallCommand = {
     .summary = "install package files",
     .description =
         "Installs package files, whose names end in .tbx, with opkg. A damaged file is refused, "
-        "and so are one without enough space for it and an image, which 'tarvio restore' writes. "
+        "and so are one without enough space for it, one without the signature that "
+        "/etc/tarvio/tarvio.conf demands, and an image, which 'tarvio restore' writes. "
         "The result is checked against what is actually installed. A running manager is made to "
         "know a new application.",
-    .statuses = kToolsStatuses,
+    .statuses = kGuardedStatuses,
     .run = run,
 };
 

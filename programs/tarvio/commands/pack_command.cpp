@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,12 +12,14 @@
 #include "base/pipe.h"
 #include "commands/arguments.h"
 #include "commands/commands.h"
+#include "commands/signatures/key_options.h"
 #include "packages/package_directory.h"
 #include "packages/package_file.h"
 #include "process/child.h"
 #include "process/failure.h"
 #include "process/paths.h"
 #include "process/required_tools.h"
+#include "signatures/package_signature.h"
 #include "terminal/outcome.h"
 #include "terminal/printable_text.h"
 #include "terminal/words.h"
@@ -31,7 +34,11 @@ constexpr Option kOutput = {.name = "output",
                             .offer = Offer::kPackageFiles,
                             .help = "the package file; an existing one is replaced",
                             .is_required = true};
-constexpr std::array kOptions = {kOutput};
+constexpr Option kSign = {.name = "sign",
+                          .value = "KEY",
+                          .offer = Offer::kFiles,
+                          .help = "also write FILE.minisig, the signature by this secret key"};
+constexpr std::array kOptions = {kOutput, kSign, kPasswordFile};
 
 constexpr char kArchive[] = "package.tbx";
 constexpr char kFormatVersion[] = "2.0\n";
@@ -41,6 +48,8 @@ using Words = std::vector<std::string>;
 struct Request {
   std::string directory;
   std::string output;
+  std::string key_file;  // empty: without a signature
+  PasswordFile password_file;
   double timeout_seconds;
 };
 
@@ -48,14 +57,20 @@ struct PackedFile {
   std::string name;
   std::string version;
   uint64_t size_bytes = 0;
+  std::string key_id;  // empty without a signature
 };
 
 Request request_in(const Arguments& arguments) {
   Request request = {.directory = arguments.operands.front(),
                      .output = *arguments.value_of(kOutput),
+                     .key_file = arguments.has(kSign) ? *arguments.value_of(kSign) : "",
+                     .password_file = password_file_in(arguments),
                      .timeout_seconds = arguments.timeout_seconds};
   if (!is_package_file_name(request.output)) {
     throw UsageError("'" + request.output + "': package file names must end in .tbx");
+  }
+  if (arguments.has(kPasswordFile) && !arguments.has(kSign)) {
+    throw UsageError("option '--password-file' needs '--sign'");
   }
   return request;
 }
@@ -122,15 +137,28 @@ void check_outside(const std::string& output, const std::string& directory) {
   }
 }
 
+void sign(const WorkDirectory& directory, const Request& request, const SecretKey& key,
+          PackedFile& packed) {
+  const Signature signature = sign_package(
+      directory, directory / kArchive, key,
+      {.name = packed.name, .version = packed.version, .kind = {}}, request.timeout_seconds);
+  packed.key_id = text_of(key.id());
+  packed.size_bytes = put_in_place(directory / kArchive, request.output);
+  write_signature(request.output, signature);
+}
+
 void pack(const Request& request, PackedFile& packed) {
   require_tools({"ar", "tar", "gzip"});
   const PackageDirectory package = check_package_directory(request.directory);
   check_outside(request.output, package.path);
+  const std::unique_ptr<SecretKey> key =
+      request.key_file.empty() ? nullptr : open_secret_key(request.key_file, request.password_file);
   const WorkDirectory directory(directory_of(request.output) + "/.tarvio.");
   Packer(directory, request.timeout_seconds).pack(package);
-  packed.size_bytes = put_in_place(directory / kArchive, request.output);
   packed.name = package.name;
   packed.version = package.version;
+  if (key != nullptr) return sign(directory, request, *key, packed);
+  packed.size_bytes = put_in_place(directory / kArchive, request.output);
 }
 
 Result run(const Arguments& arguments) {
@@ -143,8 +171,12 @@ Result run(const Arguments& arguments) {
                {"name", packed.name},
                {"version", packed.version},
                {"size_bytes", packed.size_bytes}});
+  if (!packed.key_id.empty()) {
+    json.update({{"signature", signature_path(request.output)}, {"key_id", packed.key_id}});
+  }
   return {.text = printable("packed " + packed.name + " " + packed.version + " into " +
-                            request.output + ", " + size_words(packed.size_bytes)) +
+                            request.output + ", " + size_words(packed.size_bytes) +
+                            (packed.key_id.empty() ? "" : ", signed with key " + packed.key_id)) +
                   '\n',
           .json = text_of(json)};
 }

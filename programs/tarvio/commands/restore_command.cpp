@@ -76,9 +76,10 @@ const Command kRestoreCommand = {
     .summary = "write an image package to the flash memory",
     .description =
         "Erases the areas of the flash memory that an image package holds, and rewrites them. The "
-        "package is checked first. If one area fails, the others are still written. Each area is "
+        "package and, as /etc/tarvio/tarvio.conf demands, its signature are checked first. If one "
+        "area fails, the others are still written. Each area is "
         "read again and compared.",
-    .statuses = "0 done, 1 failed for one or more, 5 a step timed out",
+    .statuses = kGuardedStatuses,
     .run = run,
 };
 

@@ -12,11 +12,13 @@
 #include "flash/flash_space.h"
 #include "flash/image_archive.h"
 #include "flash/image_check.h"
+#include "packages/installed.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
 #include "process/last_words.h"
 #include "process/paths.h"
 #include "process/required_tools.h"
+#include "signatures/package_guard.h"
 #include "terminal/output.h"
 #include "terminal/question.h"
 #include "terminal/text_table.h"
@@ -113,12 +115,12 @@ class RestoreRun {
         progress_(request.progress) {}
 
   void run() {
-    const std::string path = readable_file(file_);
+    (void)readable_file(file_);
     const FlashLock lock;
     WorkDirectory::remove_left_over(work_directory_in(work_place_));
     const WorkDirectory directory(work_directory_in(work_place_));
     try {
-      run_in(directory, path, lock);
+      run_in(directory, lock);
     } catch (const Interrupted&) {
       progress_.give_up();
       complain("interrupted: " + state_of(restored_));
@@ -137,9 +139,11 @@ class RestoreRun {
                   failure.status());
   }
 
-  void run_in(const WorkDirectory& directory, const std::string& path, const FlashLock& lock) {
-    const ArchiveFile package(path);
-    areas_ = areas_of(read_package_file(directory, path, request_.timeout_seconds));
+  void run_in(const WorkDirectory& directory, const FlashLock& lock) {
+    const PackageGuard guard(directory, file_, Use::kRestore, "use --workdir",
+                             request_.timeout_seconds);
+    const ArchiveFile package(guard.path());
+    areas_ = areas_of(guarded(guard, directory));
     require_flash_tools(areas_);
     const FlashJobs jobs(directory, lock, progress_, request_.timeout_seconds);
     for (const FlashArea* const area : areas_) restored_.push_back({.name = area->name});
@@ -151,6 +155,14 @@ class RestoreRun {
     RestoreTracker(jobs, restored_).run();
     if (request_.verify) verify_areas(package, jobs);
     judge();
+  }
+
+  [[nodiscard]] PackageFile guarded(const PackageGuard& guard,
+                                    const WorkDirectory& directory) const {
+    PackageFile package = read_package_file(directory, guard.path(), request_.timeout_seconds);
+    guard.check_identity(package);
+    if (!guard.allows_downgrade()) guard.check_version(package, system_version());
+    return package;
   }
 
   void check(const ArchiveFile& package, const FlashJobs& jobs) {

@@ -6,8 +6,15 @@
 #include "packages/opkg_information.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
+#include "process/text_pieces.h"
 
 namespace client {
+
+namespace {
+
+constexpr char kSystemFile[] = "/etc/systemversion";
+
+}  // namespace
 
 Installed look_up(const std::string& name) {
   Installed installed;
@@ -23,6 +30,18 @@ Installed look_up(const std::string& name) {
   installed.is_application =
       tqcontrol && value_in(*tqcontrol, "TqPackageCategory") == kApplicationCategory;
   return installed;
+}
+
+std::string system_version() {
+  const std::string file = root_of_packages() + kSystemFile;
+  const std::string text = read_information(file).value_or("");
+  std::string_view rest = text;
+  const std::string name(take_word(rest));
+  const std::optional<std::string> version = name.empty() ? std::nullopt : look_up(name).version;
+  if (version) return *version;
+  throw Failure(ENODATA, "the version of the installed system is not known: " +
+                             (name.empty() ? "'" + file + "' names no package"
+                                           : "its package " + name + " is not installed"));
 }
 
 bool is_reinstalled(const Installed& before, const Installed& after) {

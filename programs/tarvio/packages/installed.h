@@ -20,6 +20,10 @@ struct Installed {
 // Throws a Failure when it cannot be found out.
 Installed look_up(const std::string& name);
 
+// The version of the installed system: that of the package which its file names. Throws a Failure
+// when it is not known.
+std::string system_version();
+
 // Whether a package that was there both times was installed again in between.
 bool is_reinstalled(const Installed& before, const Installed& after);
 

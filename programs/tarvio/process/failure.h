@@ -17,6 +17,7 @@ enum ExitStatus : int {
   kNotRunning = 3,  // of is-running NAME, which has a status of its own for no manager
   kUnknown = 4,
   kTimeout = 5,
+  kNotTrusted = 6,     // a signature or a version that the policy does not allow
   kStateWarning = 10,  // of status NAME
   kStateError = 11,
   kNoMatch = 12,  // nothing has the NAME that was looked for

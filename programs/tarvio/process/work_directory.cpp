@@ -54,20 +54,22 @@ bool is_own_directory(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
 }
 
-// Tools run in the directory itself, where a relative path would lead elsewhere.
-std::string absolute(const std::string& path) {
-  if (path.starts_with('/')) return path;
-  const tarvio::CString current(getcwd(nullptr, 0));
-  if (current == nullptr) throw Failure::of_system("cannot find the current directory");
-  return std::string(current.get()) + "/" + path;
+// Tools run in the directory itself, where a relative path would lead elsewhere; and links that
+// lead to it may be changed.
+std::string real_path(const std::string& path) {
+  const tarvio::CString real(realpath(path.c_str(), nullptr));
+  if (real != nullptr) return real.get();
+  const tarvio::ErrnoKeeper keeper;
+  (void)remove(path.c_str());
+  return "";
 }
 
 }  // namespace
 
 WorkDirectory::WorkDirectory() : WorkDirectory(temporary_beginning()) {}
 
-WorkDirectory::WorkDirectory(const std::string& beginning) : path_(absolute(beginning) + "XXXXXX") {
-  if (mkdtemp(path_.data()) == nullptr) {
+WorkDirectory::WorkDirectory(const std::string& beginning) : path_(beginning + "XXXXXX") {
+  if (mkdtemp(path_.data()) == nullptr || (path_ = real_path(path_)).empty()) {
     throw Failure::of_system("cannot create a work directory '" + beginning + "XXXXXX'");
   }
 }

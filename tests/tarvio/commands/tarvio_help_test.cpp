@@ -153,8 +153,8 @@ TEST(ClientManual, HasAnEntryForEveryExitStatus) {
     documented.insert((*at)[1]);
   }
   Names statuses;
-  for (const int status : {kDone, kFailed, kNoManager, kUnknown, kTimeout, kStateWarning,
-                           kStateError, kNoMatch, kUsage}) {
+  for (const int status : {kDone, kFailed, kNoManager, kUnknown, kTimeout, kNotTrusted,
+                           kStateWarning, kStateError, kNoMatch, kUsage}) {
     statuses.insert(std::to_string(status));
   }
   EXPECT_EQ(documented, statuses);

@@ -58,6 +58,7 @@ _tarvio_offer() {
     packages) _tarvio_names "$2" list ;;
     areas) _tarvio_names "$2" areas ;;
     package_files) _tarvio_files "$2" '*.tbx' ;;
+    files) _tarvio_files "$2" '*' ;;
     directories) _tarvio_files "$2" ;;
 @words@  esac
 }

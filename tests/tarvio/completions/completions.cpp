@@ -41,6 +41,8 @@ std::string name_of(Offer offer) {
       return "packages";
     case Offer::kPackageFiles:
       return "package_files";
+    case Offer::kFiles:
+      return "files";
     case Offer::kDirectories:
       return "directories";
     case Offer::kAreas:

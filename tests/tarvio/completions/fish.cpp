@@ -72,6 +72,13 @@ function __tarvio_package_files
     end
 end
 
+function __tarvio_files
+    set -l begin (string replace -r -- '^--[a-z-]+=' '' (commandline -ct))
+    for file in $begin*
+        echo -- $file
+    end
+end
+
 function __tarvio_directories
     set -l begin (string replace -r -- '^--[a-z-]+=' '' (commandline -ct))
     for directory in $begin*/

@@ -123,8 +123,8 @@ TEST_P(ClientCompletion, OffersTheOptionsOfTheCommand) {
   EXPECT_EQ(offered({"remove", "-"}), (Words{"--json", "--quiet", "--help", "--timeout",
                                              "--wait-manager", "--force", "--keep-running"}));
   EXPECT_EQ(offered({"files", "-"}), (Words{"--json", "--quiet", "--help", "--timeout"}));
-  EXPECT_EQ(offered({"pack", "-"}),
-            (Words{"--json", "--quiet", "--help", "--timeout", "--output"}));
+  EXPECT_EQ(offered({"pack", "-"}), (Words{"--json", "--quiet", "--help", "--timeout", "--output",
+                                           "--sign", "--password-file"}));
   EXPECT_EQ(offered({"areas", "-"}), (Words{"--json", "--quiet", "--help"}));
   EXPECT_EQ(offered({"backup", "-"}), (Words{"--json", "--help", "--timeout", "--to", "--workdir",
                                              "--overwrite", "--verify", "--quiet"}));

@@ -23,6 +23,7 @@ _tarvio_applications() { _tarvio_names list --category application }
 _tarvio_packages() { _tarvio_names list }
 _tarvio_areas() { _tarvio_names areas }
 _tarvio_package_files() { _files -g '*.tbx' }
+_tarvio_files() { _files }
 _tarvio_directories() { _files -/ }
 @words@
 _tarvio_commands() {

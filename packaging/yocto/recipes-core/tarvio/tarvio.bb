@@ -19,7 +19,7 @@ inherit externalsrc cmake systemd update-rc.d bash-completion
 
 EXTERNALSRC = "${TARVIO_TREE}"
 EXTERNALSRC_BUILD = "${WORKDIR}/build"
-DEPENDS = "nlohmann-json"
+DEPENDS = "libsodium nlohmann-json"
 EXTRA_OECMAKE = "-DCMAKE_BUILD_TYPE=MinSizeRel -DCMAKE_SKIP_INSTALL_RPATH=ON"
 
 do_install:append() {

@@ -24,10 +24,12 @@ struct Check {
   Findings (*look)(const Examination& examination);
 };
 
-constexpr std::array<Check, 8> kChecks = {{
+constexpr std::array<Check, 10> kChecks = {{
     {.name = "tools", .look = check_tools},
     {.name = "root", .look = check_root},
     {.name = "opkg directories", .look = check_packages},
+    {.name = "package policy", .look = check_policy},
+    {.name = "keys", .look = check_keys},
     {.name = "flash memory", .look = check_areas},
     {.name = "backup space", .look = check_backup_space},
     {.name = "socket", .look = check_socket},

@@ -35,6 +35,8 @@ struct Examination {
 Findings check_tools(const Examination& examination);
 Findings check_root(const Examination& examination);
 Findings check_packages(const Examination& examination);
+Findings check_policy(const Examination& examination);
+Findings check_keys(const Examination& examination);
 Findings check_areas(const Examination& examination);
 Findings check_backup_space(const Examination& examination);
 Findings check_socket(const Examination& examination);

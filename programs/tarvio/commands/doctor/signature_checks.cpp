@@ -1,0 +1,59 @@
+// The keys of signatures, and what the administrator demands.
+#include <algorithm>
+#include <string>
+
+#include "commands/doctor/finding.h"
+#include "signatures/key_ring.h"
+#include "signatures/policy.h"
+
+namespace client {
+
+namespace {
+
+constexpr char kKeysRow[] = "keys";
+
+size_t count_of_valid(const KeyRing& ring) {
+  return static_cast<size_t>(
+      std::count_if(ring.keys.begin(), ring.keys.end(), [&](const PublicKey& key) {
+        return std::find(ring.revoked.begin(), ring.revoked.end(), key.id) == ring.revoked.end();
+      }));
+}
+
+Finding finding_of(const KeyRing& ring) {
+  const size_t valid = count_of_valid(ring);
+  const std::string found = std::to_string(valid) + " valid, " +
+                            std::to_string(ring.revoked.size()) + " revoked, in " + kKeyDirectory;
+  if (valid == 0 && read_policy().require_signature != "no") {
+    return {.check = kKeysRow,
+            .status = CheckStatus::kFailed,
+            .found = found + ", so no package is accepted",
+            .remedy = "put the public key of your packages there"};
+  }
+  return {.check = kKeysRow, .found = found};
+}
+
+// A file that is not used, with what is wrong with it before its remedy.
+Finding finding_of(const std::string& refused) {
+  return {.check = kKeysRow,
+          .status = CheckStatus::kWarning,
+          .found = "not used: " + refused,
+          .remedy = "replace the file, or remove it"};
+}
+
+}  // namespace
+
+Findings check_policy(const Examination& /*examination*/) {
+  const Policy policy = read_policy();
+  return {{.check = "package policy",
+           .found = "require_signature is " + policy.require_signature + ", allow_downgrade is " +
+                    (policy.allow_downgrade ? "yes" : "no")}};
+}
+
+Findings check_keys(const Examination& /*examination*/) {
+  const KeyRing ring = read_key_ring();
+  Findings findings = {finding_of(ring)};
+  for (const std::string& refused : ring.refused) findings.push_back(finding_of(refused));
+  return findings;
+}
+
+}  // namespace client

@@ -1,0 +1,21 @@
+// The hash of a file that is too large for the memory.
+#ifndef TARVIO_CLIENT_SIGNATURES_FILE_HASH_H
+#define TARVIO_CLIENT_SIGNATURES_FILE_HASH_H
+
+#include <cstdint>
+#include <string>
+
+#include "process/work_directory.h"
+#include "signatures/minisign.h"
+
+namespace client {
+
+// Reads so many bytes of an open file, in a child process, and hashes them. With the path of a
+// copy, what is hashed is also written there, into a new file that nobody else may open. Throws a
+// Failure.
+Hash hash_file(const WorkDirectory& directory, int file, uint64_t bytes, const std::string& copy,
+               double seconds);
+
+}  // namespace client
+
+#endif

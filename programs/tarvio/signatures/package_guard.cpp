@@ -1,0 +1,53 @@
+#include "signatures/package_guard.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "packages/version_order.h"
+#include "process/failure.h"
+#include "signatures/key_ring.h"
+#include "signatures/package_signature.h"
+#include "signatures/small_file.h"
+
+namespace client {
+
+namespace {
+
+constexpr char kCopy[] = "signed.tbx";
+
+bool is_there(const std::string& path) {
+  struct stat status = {};
+  return lstat(path.c_str(), &status) == 0;
+}
+
+}  // namespace
+
+PackageGuard::PackageGuard(const WorkDirectory& directory, const std::string& file, Use use,
+                           const std::string& remedy, double seconds)
+    : policy_(read_policy()), path_(readable_file(file)) {
+  const bool is_required = policy_.requires_signature(use);
+  if (!is_required && !is_there(signature_path(file))) return;
+  const KeyRing ring = read_key_ring();
+  if (!is_required && ring.keys.empty()) return;
+  check_place(directory.path(), remedy);
+  const Signature signature = read_signature(file);
+  path_ = directory / kCopy;
+  check_signature(directory, file, signature, ring, path_, seconds);
+  signature_ = signature;
+}
+
+void PackageGuard::check_identity(const PackageFile& package) const {
+  if (signature_) check_comment(signature_->comment, package);
+}
+
+void PackageGuard::check_version(const PackageFile& package,
+                                 const std::optional<std::string>& installed) const {
+  if (policy_.allow_downgrade || !installed || !is_older(package.version, *installed)) return;
+  throw Failure(EPERM,
+                "its version " + package.version + " is older than the installed " + *installed +
+                    "; set allow_downgrade: yes in " + kPolicyFile + " to go back",
+                kNotTrusted);
+}
+
+}  // namespace client
