@@ -189,9 +189,9 @@ void prepare_other_applications() {
 // Which application it was may not be known then.
 std::string first_word(const std::string& output) { return output.substr(0, output.find(' ')); }
 
-// Nor with the units of sizes: an application that begins has less memory.
+// Nor with the units of sizes: an application that is being executed has less memory, or none.
 std::string without_figures(const std::string& output) {
-  return std::regex_replace(output, std::regex("[0-9.]+ [KM]iB|[0-9 ]"), "");
+  return std::regex_replace(output, std::regex("[0-9.]+ ([KM]iB|bytes)|[0-9 ]"), "");
 }
 
 Subject subject(const std::string& name, const std::vector<std::string>& words, void (*prepare)()) {
