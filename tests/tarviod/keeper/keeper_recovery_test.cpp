@@ -122,7 +122,7 @@ TEST_P(KeeperWithBrokenLedger, IsReplacedAndItsApplicationsAreEnded) {
   ASSERT_EQ(std::system((std::string("sed -i '") + GetParam().sed + "' " + kLedgerPath).c_str()),
             0);
   EXPECT_EQ(link_.open(), KeeperFound::kStartedWithoutLedger);
-  EXPECT_FALSE(is_alive(process));
+  EXPECT_TRUE(ends(process));
   EXPECT_EQ(start("clock", setup(kStays)), 0);
 }
 
