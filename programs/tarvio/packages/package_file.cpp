@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -69,10 +70,11 @@ void bound_files() {
   (void)signal(SIGXFSZ, SIG_IGN);
 }
 
-// tar unpacks all that lies in a directory of the name that it looks for. A damaged archive is left
-// to it.
+// tar unpacks all that lies in a directory of the name that it looks for. A damaged archive, with
+// which gzip ends in one of its own ways, is left to it.
 void check_unpacked_bytes() {
-  const tarvio::Stream content(popen("gzip -dc control.tar.gz 2>/dev/null", "re"));
+  constexpr int kWarning = 2;
+  tarvio::Stream content(popen("exec gzip -dc control.tar.gz 2>/dev/null", "re"));
   if (content == nullptr) throw Failure::of_system("cannot run gzip");
   std::array<char, 16384> piece;
   size_t bytes = 0;
@@ -81,6 +83,11 @@ void check_unpacked_bytes() {
     if (bytes > kMaxBytes) {
       throw Failure(EFBIG, "its control.tar.gz unpacks to more than " + size_words(kMaxBytes));
     }
+  }
+  if (ferror(content.get()) != 0) throw Failure::of_system("cannot read what gzip unpacks");
+  const int status = pclose(content.release());
+  if (!WIFEXITED(status) || WEXITSTATUS(status) > kWarning) {
+    throw Failure(EIO, "gzip failed, so the size of its control.tar.gz is not known");
   }
 }
 
