@@ -154,6 +154,7 @@ TEST_F(ClientRefusal, WantsDataBelowItsDirectory) {
 
 // Twice 12 MiB, in a directory that tar takes for the control file.
 TEST_F(ClientRefusal, UnpacksNoMoreThan16MiBOfControlFiles) {
+  const OpkgTool opkg;
   const HandMadePackage package;
   package.shell(
       "mkdir bomb bomb/control && truncate -s 12M bomb/control/a bomb/control/b && "
