@@ -6,7 +6,7 @@
 
 #include "flash/area_parts.h"
 #include "flash/flash_job.h"
-#include "flash/image_archive.h"
+#include "packages/ar_archive.h"
 
 namespace client {
 

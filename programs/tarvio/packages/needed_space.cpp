@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "packages/member_names.h"
 #include "packages/opkg_information.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
@@ -84,13 +85,21 @@ PackageSpace measure_package(const WorkDirectory& directory, const std::string& 
   const std::string information = information_directory();
   NeededSpace needed;
   PackageSpace space;
+  MemberNames control(is_control_member);
+  MemberNames data(is_data_member);
   check_archives(
       directory, absolute_path, seconds,
       [&](std::string_view piece) {
+        control.add(piece);
         needed.add(information, piece);
         space.control_bytes = needed.listed_bytes();
       },
-      [&](std::string_view piece) { needed.add(root, piece); });
+      [&](std::string_view piece) {
+        data.add(piece);
+        needed.add(root, piece);
+      });
+  control.check("control.tar.gz");
+  data.check("data.tar.gz");
   space.data_bytes = needed.listed_bytes() - space.control_bytes;
   space.decisive = needed.decisive();
   return space;

@@ -4,14 +4,18 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <vector>
 
 #include "base/chain.h"
 #include "base/owners.h"
+#include "packages/ar_archive.h"
 #include "packages/control_fields.h"
 #include "process/failure.h"
 #include "process/required_tools.h"
@@ -36,6 +40,8 @@ constexpr char kTqControl[] = "./tqcontrol";
 
 // Control files are a few lines: what a hostile archive may write is bounded.
 constexpr rlim_t kMaxBytes = 16UL << 20;
+// For tar, which holds the longest name that the archive claims.
+constexpr char kMaxMemoryKiB[] = "65536";
 
 enum class Found { kNothing, kRegularFile, kOther };
 
@@ -62,6 +68,27 @@ void bound_files() {
   const rlimit limit = {kMaxBytes, kMaxBytes};
   (void)setrlimit(RLIMIT_FSIZE, &limit);
   (void)signal(SIGXFSZ, SIG_IGN);
+}
+
+// tar unpacks all that lies in a directory of the name that it looks for. A damaged archive, with
+// which gzip ends in one of its own ways, is left to it.
+void check_unpacked_bytes() {
+  constexpr int kWarning = 2;
+  tarvio::Stream content(popen("exec gzip -dc control.tar.gz 2>/dev/null", "re"));
+  if (content == nullptr) throw Failure::of_system("cannot run gzip");
+  std::array<char, 16384> piece;
+  size_t bytes = 0;
+  while (const size_t count = fread(piece.data(), 1, piece.size(), content.get())) {
+    bytes += count;
+    if (bytes > kMaxBytes) {
+      throw Failure(EFBIG, "its control.tar.gz unpacks to more than " + size_words(kMaxBytes));
+    }
+  }
+  if (ferror(content.get()) != 0) throw Failure::of_system("cannot read what gzip unpacks");
+  const int status = pclose(content.release());
+  if (!WIFEXITED(status) || WEXITSTATUS(status) > kWarning) {
+    throw Failure(EIO, "gzip failed, so the size of its control.tar.gz is not known");
+  }
 }
 
 std::string kind_lines() {
@@ -102,6 +129,7 @@ std::string read_control_files(const std::string& path) {
   if (look_for(kControlArchive) == Found::kNothing) {
     throw Failure(EINVAL, "it has no control.tar.gz: damaged, or not a package file");
   }
+  check_unpacked_bytes();
   check_extracted(tq_extract_from_tgz(kControlArchive, kControl), "its control.tar.gz");
   check_regular(kControl);
   const std::string control = read_control_text(kControl).value_or("");
@@ -169,8 +197,11 @@ void check_archives(const WorkDirectory& directory, const std::string& absolute_
   read("control.tar.gz", {"tar", "-tvz", "--numeric-owner", "-f", "control.tar.gz"},
        control_listing);
   read("data.tar.gz",
-       {"sh", "-c", "ar p \"$0\" data.tar.gz | tar -tvz --numeric-owner -f -", absolute_path},
+       {"sh", "-c", "ulimit -v \"$1\"; ar p \"$0\" data.tar.gz | tar -tvz --numeric-owner -f -",
+        absolute_path, kMaxMemoryKiB},
        data_listing);
+  // Where there are several to choose from, opkg may take others than the tools here.
+  ArchiveFile(absolute_path).check_only({"debian-binary", "control.tar.gz", "data.tar.gz"});
 }
 
 std::string target_in(std::string_view line) {

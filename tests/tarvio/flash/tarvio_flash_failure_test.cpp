@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "flash/image_archive.h"
+#include "packages/ar_archive.h"
 #include "support/flash/flash_client.h"
 #include "support/hooks/got_hook.h"
 

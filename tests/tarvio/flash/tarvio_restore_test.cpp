@@ -210,11 +210,11 @@ TEST_F(ClientRestore, WritesWhatFitsButForTheFill) {
 TEST_F(ClientRestore, RefusesADamagedPackage) {
   lose({"kernel"});
   directory_.shell("truncate -s -1000000 image.tbx");
-  expect_refused(restore(), "damaged or not an image package");
+  expect_refused(restore(), "damaged or not a package file");
   write_file("image.tbx", "no archive");
-  expect_refused(restore(), "not an image package");
+  expect_refused(restore(), "not a package file");
   write_file("image.tbx", "");
-  expect_refused(restore(), "not an image package");
+  expect_refused(restore(), "not a package file");
   fs::remove("image.tbx");
   EXPECT_THAT(restore().errors, HasSubstr("No such file or directory"));
 }

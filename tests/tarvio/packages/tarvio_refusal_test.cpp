@@ -99,6 +99,73 @@ TEST_F(ClientRefusal, NamesTheArchiveThatIsDamaged) {
   EXPECT_EQ(opkg.arguments(), Names());
 }
 
+// Else opkg might take others than those that were checked.
+TEST_F(ClientRefusal, WantsEachMemberOnceAndNoOthers) {
+  const OpkgTool opkg;
+  const HandMadePackage package;
+  package.shell("ar q clock.tbx data.tar.gz");
+  EXPECT_EQ(complaint_of(package), "member data.tar.gz occurs more than once (22)\n");
+  package.build();
+  package.shell("ar q clock.tbx control");
+  EXPECT_EQ(complaint_of(package), "it has another member, 'control' (22)\n");
+  package.build();
+  package.shell("ar d clock.tbx debian-binary");
+  EXPECT_EQ(complaint_of(package), "member debian-binary is missing (2)\n");
+  EXPECT_EQ(opkg.arguments(), Names());
+}
+
+TEST_F(ClientRefusal, WantsControlFilesOfTheirKind) {
+  const OpkgTool opkg;
+  for (const auto& [line, name] : {std::pair<std::string, std::string>{"ln -s /run link", "./link"},
+                                   {"mkfifo pipe", "./pipe"},
+                                   {"mkdir sub", "./sub/"},
+                                   {"touch -- -x", "./-x"},
+                                   {"touch 'a b'", "./a b"}}) {
+    const HandMadePackage package;
+    package.shell("mkdir more && cd more && cp ../control ../tqcontrol . && " + line +
+                  " && tar czf ../control.tar.gz ./*");
+    package.build();
+    EXPECT_THAT(complaint_of(package), testing::StartsWith("its control.tar.gz has '" + name))
+        << line;
+  }
+  EXPECT_EQ(opkg.arguments(), Names());
+}
+
+TEST_F(ClientRefusal, WantsDataBelowItsDirectory) {
+  const OpkgTool opkg;
+  for (const char* transform : {"s|face|../face|", "s|^./face|/opt/../face|", "s|face|face/..|"}) {
+    const HandMadePackage package;
+    package.shell(std::string("tar czPf data.tar.gz -C data --transform='") + transform +
+                  "' ./face");
+    package.build();
+    EXPECT_THAT(
+        complaint_of(package),
+        testing::MatchesRegex(
+            "its data.tar.gz has '[^']*\\.\\.[^']*', which does not belong there \\(22\\)\n"));
+  }
+  EXPECT_EQ(opkg.arguments(), Names());
+  const Script taken(lines_that_install());
+  const HandMadePackage package;
+  package.shell("ln -s ../../etc/face data/link && touch 'data/a..' data/...");
+  package.shell("tar czf data.tar.gz -C data .");
+  package.build();
+  EXPECT_EQ(run_tarvio({"install", package.path()}).errors, "");
+}
+
+// Twice 12 MiB, in a directory that tar takes for the control file.
+TEST_F(ClientRefusal, UnpacksNoMoreThan16MiBOfControlFiles) {
+  const OpkgTool opkg;
+  const HandMadePackage package;
+  package.shell(
+      "mkdir bomb bomb/control && truncate -s 12M bomb/control/a bomb/control/b && "
+      "tar czf control.tar.gz -C bomb ./control");
+  package.build();
+  for (const char* command : {"inspect", "check", "install"}) {
+    EXPECT_THAT(run_tarvio({command, package.path()}).errors,
+                EndsWith("its control.tar.gz unpacks to more than 16.0 MiB (27)\n"));
+  }
+}
+
 TEST_F(ClientRefusal, WantsANameAndAVersion) {
   const OpkgTool opkg;
   for (const char* control : {"Package: clock\nArchitecture: all\n", "Version: 1.0\n"}) {

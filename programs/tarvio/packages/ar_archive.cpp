@@ -1,4 +1,4 @@
-#include "flash/image_archive.h"
+#include "packages/ar_archive.h"
 
 #include <ar.h>
 #include <fcntl.h>
@@ -19,11 +19,11 @@ namespace client {
 namespace {
 
 constexpr size_t kPiece = 65536;
-constexpr size_t kMaxMembers = 1000;  // image packages have eight at most
+constexpr size_t kMaxMembers = 1000;  // package files have eight at most
 constexpr mode_t kOwnerOnly = 0600;
 
-[[noreturn]] void fail_damaged() {
-  throw Failure(EINVAL, "damaged or not an image package: a member is truncated");
+[[noreturn]] void fail_damaged(const char* why = "a member is truncated") {
+  throw Failure(EINVAL, std::string("damaged or not a package file: ") + why);
 }
 
 // As many bytes as there are up to the size.
@@ -67,11 +67,12 @@ ArchiveFile::ArchiveFile(const std::string& path)
   if (!file_.valid() || fstat(file_.get(), &status) != 0) {
     throw Failure::of_system("cannot open it");
   }
-  if (read_at(file_.get(), 0, SARMAG) != ARMAG) throw Failure(EINVAL, "not an image package");
+  if (read_at(file_.get(), 0, SARMAG) != ARMAG) throw Failure(EINVAL, "not a package file");
   for (off_t at = SARMAG; at < status.st_size;) {
     const std::string bytes = read_at(file_.get(), at, sizeof(ar_hdr));
     ar_hdr header = {};
-    if (bytes.size() != sizeof header || members_.size() == kMaxMembers) fail_damaged();
+    if (bytes.size() != sizeof header) fail_damaged();
+    if (members_.size() == kMaxMembers) fail_damaged("it has more than 1000 members");
     memcpy(&header, bytes.data(), sizeof header);
     at += static_cast<off_t>(sizeof header);
     const std::optional<uint64_t> size = size_in(header);
@@ -91,6 +92,15 @@ const ArchiveFile::Member& ArchiveFile::find(std::string_view name) const {
     throw Failure(EINVAL, "member " + std::string(name) + " occurs more than once");
   }
   return *found;
+}
+
+void ArchiveFile::check_only(std::initializer_list<std::string_view> names) const {
+  for (const std::string_view name : names) (void)find(name);
+  for (const Member& member : members_) {
+    if (std::find(names.begin(), names.end(), member.name) == names.end()) {
+      throw Failure(EINVAL, "it has another member, '" + member.name + "'");
+    }
+  }
 }
 
 std::string ArchiveFile::read(const Member& member, uint64_t from, size_t size) const {

@@ -1,0 +1,203 @@
+// The client's commands on hostile package files.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "hostile_packages.h"
+#include "support/flash/flash_device.h"
+#include "support/packages/opkg_tool.h"
+#include "support/packages/package_listing.h"
+#include "support/packages/tarvio_packages.h"
+#include "support/programs/tarvio.h"
+#include "support/work_directory.h"
+#include "terminal/printable_text.h"
+
+namespace tarvio_test {
+namespace {
+
+using nlohmann::json;
+
+constexpr char kTemporaryBytes[] = "size=96m";
+#ifndef TARVIO_ADDRESS_SANITIZER
+constexpr long kMaxResidentKiB = 96 * 1024;
+#endif
+
+// Whether a command took the package, by its code and its message.
+bool is_done(const json& outcome) { return outcome["code"] == 0; }
+
+// The script that stands for opkg installs nothing.
+bool was_handed_to_opkg(const json& outcome) {
+  return outcome["message"].get<std::string>().starts_with("opkg reported no recognised error, ");
+}
+
+bool has_written(const json& outcome) {
+  return !outcome["message"].get<std::string>().ends_with("; nothing was written");
+}
+
+std::string only_an_image(const HostilePackage& package) {
+  return package.is_image() || package.is_random() ? "any" : "no";
+}
+
+// How a command is tried: what it must make of a package, and how that shows.
+struct Trial {
+  std::vector<std::string> words;
+  bool takes_many;
+  std::string (*expected)(const HostilePackage& package);
+  bool (*has_taken)(const json& outcome);
+};
+const Trial kTrials[] = {
+    {{"inspect"}, true, [](const auto& package) { return package.is_readable; }, is_done},
+    {{"check"}, true, [](const auto& package) { return package.is_taken; }, is_done},
+    {{"install"}, true, [](const auto& package) { return package.is_taken; }, was_handed_to_opkg},
+    {{"restore", "--yes"}, false, only_an_image, has_written},
+};
+
+// Nothing that a terminal would take for more than text.
+void expect_printable(const std::string& text) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) EXPECT_EQ(line, client::printable(line));
+}
+
+class HostileClient : public WithoutPackages, public testing::WithParamInterface<int> {
+ protected:
+  HostileClient() {
+    EXPECT_EQ(::mount("tmpfs", temporary_.path().c_str(), "tmpfs", 0, kTemporaryBytes), 0);
+    device_.make_area("/dev/mtd1", 2, "boot loader ");
+    device_.make_area("/dev/mtd3", 16, "kernel ");
+  }
+  ~HostileClient() override { EXPECT_EQ(::umount2(temporary_.path().c_str(), MNT_DETACH), 0); }
+
+  // Without where the script that stands for opkg keeps its arguments.
+  [[nodiscard]] Surroundings around() const {
+    const std::string path = std::getenv("PATH");
+    return surroundings({temporary_.path(), path.substr(0, path.find(':')), "/run/tarvio",
+                         "/run/tarvio-flash.lock"});
+  }
+
+  // The outcome that the program reports for each file.
+  json outcomes_of(const Trial& trial, const std::vector<std::string>& files) const {
+    if (trial.takes_many) return json::parse(run(trial, {"--json"}, files));
+    json outcomes;
+    for (const std::string& file : files) {
+      outcomes.push_back(
+          json::parse(run(trial, {"--json", "--workdir", temporary_.path()}, {file})));
+    }
+    return outcomes;
+  }
+
+  // Its output.
+  std::string run(const Trial& trial, const std::vector<std::string>& options,
+                  const std::vector<std::string>& files) const {
+    std::vector<std::string> arguments = trial.words;
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    arguments.insert(arguments.end(), files.begin(), files.end());
+    const Ran ran = run_tarvio(arguments);
+    EXPECT_THAT(ran.status, testing::AnyOf(0, 1)) << ran.errors;
+    expect_printable(ran.output);
+    expect_printable(ran.errors);
+    EXPECT_EQ(temporary_.entries(), std::vector<std::string>());
+    return ran.output;
+  }
+
+  const FlashDevice device_;
+  const OpkgTool opkg_;
+  const PrivateTemporaryDirectory temporary_;
+};
+
+TEST_P(HostileClient, TakesNoHarm) {
+  const std::vector<HostilePackage> packages = hostile_packages(GetParam());
+  const Surroundings before = around();
+  for (const Trial& trial : kTrials) {
+    SCOPED_TRACE(trial.words.front());
+    std::vector<std::string> files;
+    for (const HostilePackage& package : packages) files.push_back(package.file);
+    const json outcomes = outcomes_of(trial, files);
+    std::vector<std::string> shown;
+    for (size_t at = 0; at < packages.size(); ++at) {
+      const bool has_taken = trial.has_taken(outcomes.at(at));
+      const std::string expected = trial.expected(packages[at]);
+      EXPECT_THAT(expected, testing::AnyOf("any", has_taken ? "yes" : "no"))
+          << files[at] << ": " << outcomes[at];
+      if (is_done(outcomes[at])) shown.push_back(files[at]);
+    }
+    if (trial.takes_many && !shown.empty()) (void)run(trial, {}, shown);
+  }
+  EXPECT_EQ(changes(before, around()), std::vector<std::string>());
+#ifndef TARVIO_ADDRESS_SANITIZER
+  rusage used = {};
+  EXPECT_EQ(::getrusage(RUSAGE_CHILDREN, &used), 0);
+  EXPECT_LE(used.ru_maxrss, kMaxResidentKiB);
+#endif
+}
+
+// Names that the shell, printf or a terminal would take for more than names.
+const std::vector<std::string> kWords = {"a b",
+                                         "a\nb",
+                                         "-rf",
+                                         "--help",
+                                         "%n%n%s",
+                                         "\x1b[31mred",
+                                         "\x9b"
+                                         "31m",
+                                         "'",
+                                         "\"",
+                                         "$(touch hostile-file)",
+                                         "`touch hostile-file`",
+                                         ";touch hostile-file",
+                                         "\xff\xfe",
+                                         "\xe2\x80\xae",
+                                         "*"};
+
+class HostileNames : public WithoutPackages {
+ protected:
+  const OpkgTool opkg_;
+};
+
+TEST_F(HostileNames, OfFilesAreNamesAndNothingElse) {
+  const WorkDirectory directory;
+  for (const std::string& word : kWords) {
+    const std::string file = word + ".tbx";
+    std::filesystem::copy_file(hostile_packages(0).front().file, file);
+    for (const char* command : {"inspect", "check", "install"}) {
+      const Ran ran = run_tarvio({command, "--", file});
+      EXPECT_EQ(ran.status, std::string(command) == "install" ? 1 : 0) << ran.errors;
+      expect_printable(ran.output);
+      expect_printable(ran.errors);
+    }
+    EXPECT_EQ(directory.names(), std::vector<std::string>({file}));
+    std::filesystem::remove(file);
+  }
+}
+
+TEST_F(HostileNames, OfPackagesDoNotReachOpkg) {
+  for (const std::string& word : kWords) {
+    const Ran ran = run_tarvio({"files", "--", word});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_THAT(ran.errors, testing::EndsWith("': not a valid package name (22)\n"));
+    expect_printable(ran.errors);
+  }
+  EXPECT_EQ(opkg_.arguments(), std::vector<std::string>());
+}
+
+TEST_F(HostileNames, OfInstalledFilesAreShownWithoutTheirEscapes) {
+  add_package("clock");
+  std::string listing = "Package clock (1.0) is installed on root and has the following files:\n";
+  for (const std::string& word : kWords) listing += "/opt/" + word + '\n';
+  opkg_.prints(listing);
+  const Ran ran = run_tarvio({"files", "clock"});
+  EXPECT_EQ(ran.status, 0) << ran.errors;
+  EXPECT_THAT(ran.output, testing::HasSubstr("/opt/\\x1b[31mred\n"));
+  expect_printable(ran.output);
+}
+
+INSTANTIATE_TEST_SUITE_P(Part, HostileClient, testing::Range(0, kParts));
+
+}  // namespace
+}  // namespace tarvio_test
