@@ -38,10 +38,10 @@ TEST_F(Doctor, FindsNothingWrongWithADeviceThatHasAll) {
   }
   EXPECT_THAT(checks,
               ElementsAre("work directory", "opkg", "ar", "tar", "gzip", "df", "dd", "nanddump",
-                          "nandwrite", "flash_erase", "flash_eraseall", "mkfs.jffs2", "root",
-                          "opkg directories", "area bootloader", "area bootsetting", "area kernel",
-                          "area rootfs", "area writable", "area hibernation", "backup space",
-                          "socket", "manager", "descriptors", "system log"));
+                          "nandwrite", "flash_erase", "flash_eraseall", "mkfs.jffs2", "isolation",
+                          "root", "opkg directories", "area bootloader", "area bootsetting",
+                          "area kernel", "area rootfs", "area writable", "area hibernation",
+                          "backup space", "socket", "manager", "descriptors", "system log"));
 }
 
 TEST_F(Doctor, PrintsATableWithTheRemedies) {
@@ -57,7 +57,7 @@ TEST_F(Doctor, PrintsATableWithTheRemedies) {
                         "                          remedy: boot with root=/dev/mtdblock4, or "
                         "mount the installed root file system on /mnt/root\n"));
   EXPECT_THAT(ran.errors, StartsWith("tarvio: "));
-  EXPECT_THAT(ran.errors, EndsWith(" of 25 checks failed\n"));
+  EXPECT_THAT(ran.errors, EndsWith(" of 26 checks failed\n"));
 }
 
 TEST_F(Doctor, LeavesNothingBehind) {
