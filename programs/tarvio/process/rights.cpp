@@ -43,7 +43,7 @@ void bound(__rlimit_resource resource, rlim_t most) {
 // Of this process, which may be larger than all that it runs.
 rlim_t own_memory() {
   const std::string pages = read_system_file("/proc/self/statm");
-  return strtoul(pages.c_str(), nullptr, 10) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+  return strtoull(pages.c_str(), nullptr, 10) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 
 // The kernel counts all processes of the user, which cannot be more than there are: "0.20 0.18 0.12
@@ -52,7 +52,7 @@ rlim_t most_processes() {
   const std::string load = read_system_file("/proc/loadavg");
   const size_t slash = load.find('/');
   if (slash == std::string::npos) return RLIM_INFINITY;
-  return strtoul(load.c_str() + slash + 1, nullptr, 10) + kMaxMoreProcesses;
+  return strtoull(load.c_str() + slash + 1, nullptr, 10) + kMaxMoreProcesses;
 }
 
 void bound_resources(rlim_t max_file_bytes) {
