@@ -1,16 +1,11 @@
 // What tools can do that read packages.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/audit.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstddef>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -18,6 +13,7 @@
 #include "process/child.h"
 #include "support/files.h"
 #include "support/packages/tarvio_packages.h"
+#include "support/programs/old_kernel.h"
 #include "support/programs/tarvio.h"
 
 namespace tarvio_test {
@@ -35,28 +31,6 @@ constexpr size_t kMiB = 1U << 20;
 bool has_filters() { return ::prctl(PR_GET_SECCOMP, 0, 0, 0, 0) >= 0; }
 
 bool has_landlock() { return ::syscall(444, nullptr, 0, 1) >= 3; }
-
-// The system call gets the error from now on, in this process and those that it starts, when its
-// first argument has the value.
-void let_fail(uint32_t call, uint32_t argument, uint32_t error) {
-  sock_filter filter[] = {
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 3),
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, argument, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-  };
-  const sock_fprog program = {.len = std::size(filter), .filter = filter};
-  (void)::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-  (void)::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0);
-}
-
-// A kernel without Landlock and filters.
-void become_old() {
-  let_fail(444, 0, ENOSYS);
-  let_fail(SYS_prctl, PR_SET_SECCOMP, EINVAL);
-}
 
 class LimitedRights : public testing::Test {
  protected:
