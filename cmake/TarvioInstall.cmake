@@ -56,6 +56,10 @@ endforeach()
 install(FILES packaging/tarviod.conf packaging/busybox/inittab
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(
+  FILES packaging/systemd/hardening.conf
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
+  RENAME tarviod-hardening.conf)
+install(
   DIRECTORY examples/
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
   USE_SOURCE_PERMISSIONS

@@ -113,6 +113,21 @@ TEST(SystemdService, WaitsForTheReportsOfTheManager) {
   EXPECT_THAT(service, testing::HasSubstr("\nWatchdogSec="));
 }
 
+// Each setting of the drop-in says which applications cannot work with it.
+TEST(SystemdService, ExplainsEachSettingOfTheDropIn) {
+  std::istringstream lines(read_file(kPackaging + "systemd/hardening.conf"));
+  std::string before;
+  int settings = 0;
+  for (std::string line; std::getline(lines, line); before = line) {
+    if (line.empty() || line.front() == '#' || line.front() == '[') continue;
+    ++settings;
+    EXPECT_THAT(before,
+                testing::AnyOf(testing::StartsWith("# "), testing::StartsWith("SystemCall")))
+        << line;
+  }
+  EXPECT_GT(settings, 5);
+}
+
 // What a shell prints.
 std::string output_of(const std::string& shell, const std::string& script) {
   FILE* const output = ::popen((shell + " -c '" + script + "'").c_str(), "re");

@@ -122,7 +122,7 @@ class Packer {
   }
 
   void run(const Words& words) const {
-    execute(directory_, words, seconds_, [](std::string_view) {});
+    execute(directory_, Rights::of_caller(), words, seconds_, [](std::string_view) {});
   }
 
   const WorkDirectory& directory_;

@@ -70,7 +70,7 @@ void FlashJobs::run(const char* tools, const std::function<int()>& call,
     lock_.share_with_tools();
     write_record(output, observed(call, output));
   };
-  (void)run_apart(directory_, tools, work, seconds_,
+  (void)run_apart(directory_, Rights::of_caller(), tools, work, seconds_,
                   [&records](std::string_view piece) { records.feed(piece); },
                   {on_tick, progress_.tick_ms()});
   if (!result) throw Failure(EIO, std::string(tools) + " ended without a result");
@@ -89,7 +89,8 @@ uint64_t FlashJobs::good_bytes(const char* device) const {
     }
     return std::to_string(bad_blocks);
   };
-  const std::string counted = run_job(directory_, "nanddump", count, seconds_).result;
+  const std::string counted =
+      run_job(directory_, Rights::of_caller(), "nanddump", count, seconds_).result;
   const uint64_t bad = std::strtoull(counted.c_str(), nullptr, 10) * tarvio::kEraseBlockBytes;
   return bad < bytes ? bytes - bad : 0;
 }

@@ -116,7 +116,7 @@ OpkgRun run_opkg(const WorkDirectory& directory, const OpkgCommand& command, dou
   OpkgRun opkg;
   try {
     const JobEnd end = run_job(
-        directory, "opkg", [&line] { return run(line); }, seconds);
+        directory, Rights::of_caller(), "opkg", [&line] { return run(line); }, seconds);
     opkg.lines = lines_of(end.result);
     opkg.errors = lines_of(end.errors);
     opkg.code = static_cast<int32_t>(strtol(opkg.lines.at(0).c_str(), nullptr, 10));

@@ -1,8 +1,6 @@
 #include "packages/package_file.h"
 
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -39,9 +37,7 @@ constexpr char kControl[] = "./control";
 constexpr char kTqControl[] = "./tqcontrol";
 
 // Control files are a few lines: what a hostile archive may write is bounded.
-constexpr rlim_t kMaxBytes = 16UL << 20;
-// For tar, which holds the longest name that the archive claims.
-constexpr char kMaxMemoryKiB[] = "65536";
+constexpr uint64_t kMaxBytes = 16UL << 20;
 
 enum class Found { kNothing, kRegularFile, kOther };
 
@@ -63,11 +59,11 @@ void check_extracted(int code, const char* archive) {
   }
 }
 
-// Tools get a write error before they fill the memory or the flash.
-void bound_files() {
-  const rlimit limit = {kMaxBytes, kMaxBytes};
-  (void)setrlimit(RLIMIT_FSIZE, &limit);
-  (void)signal(SIGXFSZ, SIG_IGN);
+// What it turns out to be says more than that tar could not unpack it.
+void unpack_control_file(const char* file) {
+  const int code = tq_extract_from_tgz(kControlArchive, file);
+  check_regular(file);
+  check_extracted(code, "its control.tar.gz");
 }
 
 // tar unpacks all that lies in a directory of the name that it looks for. A damaged archive, with
@@ -123,20 +119,17 @@ void check_identity(const PackageFile& package) {
 // when there is a tqcontrol, category, subcategory and targets.
 std::string read_control_files(const std::string& path) {
   if (symlink(path.c_str(), kLink) != 0) throw Failure::of_system("cannot make a link");
-  bound_files();
   check_extracted(tq_extract_from_ar(kLink, kControlArchive), "it");
   check_regular(kControlArchive);
   if (look_for(kControlArchive) == Found::kNothing) {
     throw Failure(EINVAL, "it has no control.tar.gz: damaged, or not a package file");
   }
   check_unpacked_bytes();
-  check_extracted(tq_extract_from_tgz(kControlArchive, kControl), "its control.tar.gz");
-  check_regular(kControl);
+  unpack_control_file(kControl);
   const std::string control = read_control_text(kControl).value_or("");
   const std::string name = value_in(control, "Package");
   const std::string version = value_in(control, "Version");
-  check_extracted(tq_extract_from_tgz(kControlArchive, kTqControl), "its control.tar.gz");
-  check_regular(kTqControl);
+  unpack_control_file(kTqControl);
   const bool has_kind = look_for(kTqControl) == Found::kRegularFile;
   return name + '\n' + version + '\n' + (has_kind ? kind_lines() : "");
 }
@@ -162,10 +155,11 @@ std::string readable_file(const std::string& path) {
 PackageFile read_package_file(const WorkDirectory& directory, const std::string& absolute_path,
                               double seconds) {
   require_tools({"ar", "tar", "gzip"});
-  const std::vector<std::string> lines = lines_of(
-      run_job(
-          directory, "ar or tar", [&] { return read_control_files(absolute_path); }, seconds)
-          .result);
+  const std::vector<std::string> lines =
+      lines_of(run_job(
+                   directory, Rights::to_read(absolute_path, kMaxBytes), "ar or tar",
+                   [&] { return read_control_files(absolute_path); }, seconds)
+                   .result);
   PackageFile package = {.name = lines.at(0), .version = lines.at(1), .kind = std::nullopt};
   if (lines.size() > 2) {
     package.kind = PackageKind{.category = lines.at(2),
@@ -183,10 +177,11 @@ PackageFile read_package_file(const WorkDirectory& directory, const std::string&
 
 void check_archives(const WorkDirectory& directory, const std::string& absolute_path,
                     double seconds, const Sink& control_listing, const Sink& data_listing) {
+  const Rights rights = Rights::to_read(absolute_path, 0);
   const auto read = [&](const char* archive, const std::vector<std::string>& words,
                         const Sink& sink) {
     try {
-      execute(directory, words, seconds, sink);
+      execute(directory, rights, words, seconds, sink);
     } catch (const Failure& failure) {
       const bool is_of_system = failure.code() == ENOSPC || failure.code() == ENOMEM;
       if (failure.status() != kFailed || is_of_system) throw;
@@ -197,8 +192,7 @@ void check_archives(const WorkDirectory& directory, const std::string& absolute_
   read("control.tar.gz", {"tar", "-tvz", "--numeric-owner", "-f", "control.tar.gz"},
        control_listing);
   read("data.tar.gz",
-       {"sh", "-c", "ulimit -v \"$1\"; ar p \"$0\" data.tar.gz | tar -tvz --numeric-owner -f -",
-        absolute_path, kMaxMemoryKiB},
+       {"sh", "-c", "ar p \"$0\" data.tar.gz | tar -tvz --numeric-owner -f -", absolute_path},
        data_listing);
   // Where there are several to choose from, opkg may take others than the tools here.
   ArchiveFile(absolute_path).check_only({"debian-binary", "control.tar.gz", "data.tar.gz"});

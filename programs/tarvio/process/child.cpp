@@ -47,10 +47,10 @@ int sooner(int one, int other) {
 class Child {
  public:
   // The work writes to the descriptor that it is given.
-  Child(const WorkDirectory& directory, const Work& work)
+  Child(const WorkDirectory& directory, const Rights& rights, const Work& work)
       : signals_(directory.signals()), pid_(fork()) {
     if (pid_ < 0) throw Failure::of_system("cannot start a process");
-    if (pid_ == 0) become_child(directory, work);
+    if (pid_ == 0) become_child(directory, rights, work);
     (void)setpgid(pid_, pid_);  // whoever of the two comes first
     output_.write_end.reset();
     errors_.write_end.reset();
@@ -83,7 +83,8 @@ class Child {
 
  private:
   // What is thrown here must not reach the parent's code.
-  [[noreturn]] void become_child(const WorkDirectory& directory, const Work& work) noexcept {
+  [[noreturn]] void become_child(const WorkDirectory& directory, const Rights& rights,
+                                 const Work& work) noexcept {
     (void)setpgid(0, 0);
     signals_.release_in_child();
     // A user's own defaults for the tools would change what they do.
@@ -96,6 +97,7 @@ class Child {
       give_up({"cannot set up a process: ", strerror(errno)});
     }
     try {
+      limit_to(rights);
       work(output_.write_end.get());
       _exit(EXIT_SUCCESS);
     } catch (const std::exception& error) {
@@ -220,9 +222,9 @@ std::string report_of(const std::function<std::string()>& job) {
 
 }  // namespace
 
-void execute(const WorkDirectory& directory, const std::vector<std::string>& words, double seconds,
-             const Sink& sink) {
-  Child child(directory, [&words](int output) {
+void execute(const WorkDirectory& directory, const Rights& rights,
+             const std::vector<std::string>& words, double seconds, const Sink& sink) {
+  Child child(directory, rights, [&words](int output) {
     if (dup2(output, STDOUT_FILENO) < 0) throw Failure::of_system("cannot run it");
     become_program(words);
   });
@@ -230,26 +232,26 @@ void execute(const WorkDirectory& directory, const std::vector<std::string>& wor
   check(directory, words[0], child.wait(seconds, sink), first_line);
 }
 
-ChildEnd run_tool(const WorkDirectory& directory, const std::vector<std::string>& words,
-                  double seconds) {
-  Child child(directory, [&words](int /*output*/) { become_program(words); });
+ChildEnd run_tool(const WorkDirectory& directory, const Rights& rights,
+                  const std::vector<std::string>& words, double seconds) {
+  Child child(directory, rights, [&words](int /*output*/) { become_program(words); });
   return child.wait(seconds, [](std::string_view /*piece*/) {});
 }
 
-std::string run_apart(const WorkDirectory& directory, const char* tools, const Work& work,
-                      double seconds, const Sink& sink, const Tick& tick) {
-  Child child(directory, work);
+std::string run_apart(const WorkDirectory& directory, const Rights& rights, const char* tools,
+                      const Work& work, double seconds, const Sink& sink, const Tick& tick) {
+  Child child(directory, rights, work);
   ChildEnd end = child.wait(seconds, sink, tick);
   check(directory, tools, end,
         last_line);  // tools may have complained before the work itself failed
   return std::move(end.errors);
 }
 
-JobEnd run_job(const WorkDirectory& directory, const char* tools,
+JobEnd run_job(const WorkDirectory& directory, const Rights& rights, const char* tools,
                const std::function<std::string()>& job, double seconds) {
   std::string report;
   std::string errors = run_apart(
-      directory, tools,
+      directory, rights, tools,
       [&job](int output) {
         if (!tarvio::write_all(output, report_of(job))) {
           throw Failure::of_system("cannot report the result");

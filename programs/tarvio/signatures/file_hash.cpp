@@ -52,7 +52,8 @@ Hash hash_file(const WorkDirectory& directory, int file, uint64_t bytes, const s
                double seconds) {
   const std::string result =
       run_job(
-          directory, "reading the file", [&] { return hash_and_copy(file, bytes, copy); }, seconds)
+          directory, Rights::to_read("", bytes), "reading the file",
+          [&] { return hash_and_copy(file, bytes, copy); }, seconds)
           .result;
   Hash hash;
   if (result.size() != hash.size()) throw Failure(EIO, "reading the file ended without a result");

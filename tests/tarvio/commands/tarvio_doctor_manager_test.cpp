@@ -94,7 +94,7 @@ TEST_F(Doctor, MissesTheManager) {
             expected("manager", "failed",
                      "no manager answers on /usr/local/share/tarvio/ipcom; is tarviod running?",
                      "start tarviod"));
-  EXPECT_EQ(rows.size(), 26U);  // nothing is said of descriptors
+  EXPECT_EQ(rows.size(), 27U);  // nothing is said of descriptors
 }
 
 TEST_F(Doctor, WarnsOfAManagerOfAnotherVersion) {

@@ -38,8 +38,8 @@ TEST_F(Doctor, FindsNothingWrongWithADeviceThatHasAll) {
   }
   EXPECT_THAT(checks,
               ElementsAre("work directory", "opkg", "ar", "tar", "gzip", "df", "dd", "nanddump",
-                          "nandwrite", "flash_erase", "flash_eraseall", "mkfs.jffs2", "root",
-                          "opkg directories", "package policy", "keys", "area bootloader",
+                          "nandwrite", "flash_erase", "flash_eraseall", "mkfs.jffs2", "isolation",
+                          "root", "opkg directories", "package policy", "keys", "area bootloader",
                           "area bootsetting", "area kernel", "area rootfs", "area writable",
                           "area hibernation", "backup space", "socket", "manager", "descriptors",
                           "system log"));
@@ -58,7 +58,7 @@ TEST_F(Doctor, PrintsATableWithTheRemedies) {
                         "                          remedy: boot with root=/dev/mtdblock4, or "
                         "mount the installed root file system on /mnt/root\n"));
   EXPECT_THAT(ran.errors, StartsWith("tarvio: "));
-  EXPECT_THAT(ran.errors, EndsWith(" of 27 checks failed\n"));
+  EXPECT_THAT(ran.errors, EndsWith(" of 28 checks failed\n"));
 }
 
 TEST_F(Doctor, LeavesNothingBehind) {

@@ -6,6 +6,9 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -13,6 +16,7 @@
 #include "base/pipe.h"
 #include "flash/backup_tracker.h"
 #include "flash/flash_record.h"
+#include "flash/image_archive.h"
 #include "flash/read_position.h"
 #include "support/files.h"
 #include "support/work_directory.h"
@@ -34,6 +38,29 @@ constexpr tq_flash_event kEvent = {.kind = TQ_FLASH_END,
                                    .file = "./uImage",
                                    .device = "/dev/mtd3",
                                    .line = nullptr};
+
+// A member whose size has no place in 31 bits, and one after it. The file is sparse.
+TEST(ArchiveFile, FindsWhatComesAfterTwoGiB) {
+  constexpr uint64_t kLarge = (uint64_t{3} << 30) + 2;
+  constexpr uint64_t kHeader = 60;
+  const TempDir directory;
+  const std::string path = directory / "image.tbx";
+  const auto header = [](const std::string& name, uint64_t size) {
+    char text[kHeader + 1];
+    (void)std::snprintf(text, sizeof text, "%-16s%-12d%-6d%-6d%-8o%-10llu`\n", name.c_str(), 0, 0,
+                        0, 0100644U, static_cast<unsigned long long>(size));
+    return std::string(text);
+  };
+  write_file(path, "!<arch>\n" + header("rootfs.img", kLarge));
+  std::filesystem::resize_file(path, 8 + kHeader + kLarge);
+  std::ofstream(path, std::ios::app) << header("last", 4) << "end\n";
+  const client::ArchiveFile archive(path);
+  EXPECT_EQ(archive.find("rootfs.img").bytes, kLarge);
+  const auto& last = archive.find("last");
+  EXPECT_EQ(last.bytes, 4U);
+  EXPECT_EQ(archive.read(last, 0, 100), "end\n");
+  EXPECT_EQ(archive.read(archive.find("rootfs.img"), kLarge - 1, 100), std::string(1, '\0'));
+}
 
 TEST(FlashRecord, HasWhatTheLibraryReports) {
   const FlashRecord record = client::record_of(kEvent);

@@ -218,7 +218,8 @@ void read_journal(const Request& request, bool follows, const LineSink& sink) {
   for (const std::string& ident : request.idents) words.insert(words.end(), {"-t", ident});
   const WorkDirectory directory;
   tarvio::LineCutter cutter(tarvio::LineEnd::kLineFeed);
-  execute(directory, words, 0, [&](std::string_view piece) { cut_lines(cutter, piece, sink); });
+  execute(directory, Rights::of_caller(), words, 0,
+          [&](std::string_view piece) { cut_lines(cutter, piece, sink); });
 }
 
 // What the journal holds.

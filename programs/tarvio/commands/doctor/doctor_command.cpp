@@ -24,8 +24,9 @@ struct Check {
   Findings (*look)(const Examination& examination);
 };
 
-constexpr std::array<Check, 10> kChecks = {{
+constexpr std::array<Check, 11> kChecks = {{
     {.name = "tools", .look = check_tools},
+    {.name = "isolation", .look = check_isolation},
     {.name = "root", .look = check_root},
     {.name = "opkg directories", .look = check_packages},
     {.name = "package policy", .look = check_policy},
@@ -142,7 +143,8 @@ const Command kDoctorCommand = {
     .timeout = kDoctorTimeout,
     .summary = "check whether this device has what it needs",
     .description =
-        "Checks tools, directories, flash memory, socket, manager and system log, and prints what "
+        "Checks tools, their isolation, directories, flash memory, socket, manager and system log, "
+        "and prints what "
         "was found and, where it is not ok, the remedy. What cannot be checked is not ok: some of "
         "it needs root. Changes nothing.",
     .statuses = "0 no check failed, 1 something that is needed is missing or cannot be checked",

@@ -33,6 +33,7 @@ struct Examination {
 
 // The checks, each of one subject. A Failure that one throws becomes a failed row.
 Findings check_tools(const Examination& examination);
+Findings check_isolation(const Examination& examination);
 Findings check_root(const Examination& examination);
 Findings check_packages(const Examination& examination);
 Findings check_policy(const Examination& examination);

@@ -201,8 +201,9 @@ Finding check_journal(const Examination& examination, const WatchedLog& log) {
   constexpr char kRemedy[] = "start systemd-journald, or run tarvio as root";
   bool is_empty = true;
   try {
-    execute(*examination.directory, {"journalctl", "-q", "--no-pager", "-n", "1", "-o", "short"},
-            examination.seconds, [&](std::string_view /*piece*/) { is_empty = false; });
+    execute(*examination.directory, Rights::of_caller(),
+            {"journalctl", "-q", "--no-pager", "-n", "1", "-o", "short"}, examination.seconds,
+            [&](std::string_view /*piece*/) { is_empty = false; });
   } catch (const Failure& failure) {
     return bad_log(log, std::string("the journal: ") + failure.what(),
                    failure.status() == kTimeout

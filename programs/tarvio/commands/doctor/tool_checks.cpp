@@ -146,7 +146,7 @@ ChildEnd ask_tool(const Examination& examination, const Tool& tool) {
   std::vector<std::string> words = {path_of_tool(tool.name)};
   for (const char letter : tool.options) words.push_back(std::string("-") + letter);
   words.emplace_back("--version");
-  return run_tool(*examination.directory, words, examination.seconds);
+  return run_tool(*examination.directory, Rights::of_caller(), words, examination.seconds);
 }
 
 // Tools say that of an option: "invalid option -- 'b'", "invalid option -- b".
@@ -197,7 +197,7 @@ std::string reason_not_used(const Examination& examination, const Tool& tool) {
       tool.trial.run();
       return std::string();
     };
-    (void)run_job(*examination.directory, tool.name, job, examination.seconds);
+    (void)run_job(*examination.directory, Rights::of_caller(), tool.name, job, examination.seconds);
     return "";
   } catch (const Failure& failure) {
     return std::string("cannot ") + tool.trial.what + ": " + failure.what();

@@ -1,0 +1,148 @@
+// What tools can do that read packages.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "process/child.h"
+#include "support/files.h"
+#include "support/packages/tarvio_packages.h"
+#include "support/programs/old_kernel.h"
+#include "support/programs/tarvio.h"
+
+namespace tarvio_test {
+namespace {
+
+using client::Rights;
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr double kSeconds = 300;
+constexpr size_t kMiB = 1U << 20;
+
+bool has_filters() { return ::prctl(PR_GET_SECCOMP, 0, 0, 0, 0) >= 0; }
+
+bool has_landlock() { return ::syscall(444, nullptr, 0, 1) >= 3; }
+
+class LimitedRights : public testing::Test {
+ protected:
+  LimitedRights() {
+    write_file(outside_ / "file", "content\n");
+    ::chmod((outside_ / "file").c_str(), 0600);
+    ::setenv("OUTSIDE", outside_.path().c_str(), 1);
+  }
+
+  // What the captive prints.
+  static std::string tries() {
+    const client::WorkDirectory directory;
+    std::string output;
+    client::execute(directory, Rights::to_read("", kMiB), {TARVIO_CAPTIVE}, kSeconds,
+                    [&output](std::string_view piece) { output += piece; });
+    return output;
+  }
+
+  const TempDir outside_;
+};
+
+TEST_F(LimitedRights, BoundFiles) {
+  EXPECT_THAT(tries(), AllOf(HasSubstr("write: done\n"), HasSubstr("write nothing: done\n"),
+                             HasSubstr("bytes: File too large\n"),
+                             HasSubstr("files: Too many open files\n")));
+}
+
+TEST_F(LimitedRights, BoundMemory) {
+  if (!has_filters()) GTEST_SKIP() << "the emulator bounds no memory";
+  EXPECT_THAT(tries(), AllOf(HasSubstr("\nmemory: done\n"),
+                             HasSubstr("much memory: Cannot allocate memory\n")));
+}
+
+TEST_F(LimitedRights, IncludeNoCapabilities) {
+  EXPECT_THAT(tries(),
+              AllOf(HasSubstr("CapPrm:\t0000000000000000\n"),
+                    HasSubstr("CapEff:\t0000000000000000\n"), HasSubstr("NoNewPrivs:\t1\n")));
+}
+
+TEST_F(LimitedRights, IncludeNoSystemCallThatNoReaderNeeds) {
+  if (!has_filters()) GTEST_SKIP() << "the kernel has no system call filters";
+  const std::string lines = tries();
+  for (const std::string trial :
+       {"network", "local socket", "trace", "leave the group", "namespace",
+        "process in a namespace", "mount", "keys", "filters", "module", "personality",
+        "shared memory", "terminal", "truncate outside"}) {
+    EXPECT_THAT(lines, HasSubstr(trial + ": Operation not permitted\n"));
+  }
+  EXPECT_THAT(lines, HasSubstr("rings: Function not implemented\n"));
+}
+
+TEST_F(LimitedRights, KeepFilesOutsideAsTheyAre) {
+  if (!has_landlock()) GTEST_SKIP() << "the kernel has no Landlock";
+  const std::string lines = tries();
+  for (const std::string trial : {"write outside", "create outside", "remove outside"}) {
+    EXPECT_THAT(lines, HasSubstr(trial + ": Permission denied\n"));
+  }
+  EXPECT_THAT(lines, Not(HasSubstr("rename to outside: done")));
+  struct stat status = {};
+  EXPECT_EQ(::stat((outside_ / "file").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0600U);
+  EXPECT_EQ(read_file(outside_ / "file"), "content\n");
+  EXPECT_FALSE(std::filesystem::exists(outside_ / "new"));
+  EXPECT_FALSE(std::filesystem::exists(outside_ / "here"));
+}
+
+// The kernel does not count those of root.
+TEST_F(LimitedRights, BoundProcesses) {
+  std::string limits;
+  const client::WorkDirectory directory;
+  client::execute(directory, Rights::to_read("", 0), {"grep", "Max processes", "/proc/self/limits"},
+                  kSeconds, [&limits](std::string_view piece) { limits += piece; });
+  EXPECT_THAT(limits, ContainsRegex("Max processes +[0-9]+ +[0-9]+ "));
+}
+
+// The tool that reads a package is limited, as the user runs it.
+TEST_F(LimitedRights, AreThoseOfToolsThatReadPackages) {
+  const HandMadePackage package;
+  const TempDir tools;
+  write_program(
+      tools / "tar",
+      "#!/bin/sh\ncase $* in *-tvz*) grep NoNewPrivs /proc/self/status >&2; exit 3; esac\n"
+      "PATH=${PATH#*:} exec tar \"$@\"\n");
+  ::setenv("PATH", (tools.path().string() + ":" + ::getenv("PATH")).c_str(), 1);
+  EXPECT_THAT(run_tarvio({"check", package.path()}).errors, HasSubstr("NoNewPrivs:"));
+}
+
+TEST_F(LimitedRights, LetPackagesOfOtherOwnersBeRead) {
+  const HandMadePackage package;
+  package.shell(
+      "tar czf control.tar.gz --owner=4711 --group=4711 --mode=u+s ./control ./tqcontrol");
+  package.build();
+  const Ran ran = run_tarvio({"inspect", package.path()});
+  EXPECT_EQ(ran.errors, "");
+  EXPECT_EQ(ran.status, 0);
+}
+
+TEST_F(LimitedRights, FallBackToThoseThatAnOldKernelHas) {
+  const HandMadePackage package;
+  const Ran ran = run_tarvio({"inspect", package.path()}, become_old);
+  EXPECT_EQ(ran.errors, "");
+  EXPECT_EQ(ran.status, 0);
+}
+
+TEST_F(LimitedRights, AreReportedWhereAKernelDoesNotHaveThem) {
+  if (!has_filters())
+    GTEST_SKIP() << "the emulator has no filters, with which the test needs to begin";
+  const std::string table = run_tarvio({"doctor"}, become_old).output;
+  EXPECT_THAT(table,
+              HasSubstr("isolation         warning  the kernel does not keep what reads packages "
+                        "from opening sockets, writing outside of the work directory\n"));
+}
+
+}  // namespace
+}  // namespace tarvio_test
