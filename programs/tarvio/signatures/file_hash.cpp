@@ -50,11 +50,10 @@ std::string hash_and_copy(int file, uint64_t bytes, const std::string& path) {
 
 Hash hash_file(const WorkDirectory& directory, int file, uint64_t bytes, const std::string& copy,
                double seconds) {
-  const std::string result =
-      run_job(
-          directory, Rights::to_read("", bytes), "reading the file",
-          [&] { return hash_and_copy(file, bytes, copy); }, seconds)
-          .result;
+  const std::string result = run_job(
+                                 directory, Rights::to_read("", bytes), "reading the file",
+                                 [&] { return hash_and_copy(file, bytes, copy); }, seconds)
+                                 .result;
   Hash hash;
   if (result.size() != hash.size()) throw Failure(EIO, "reading the file ended without a result");
   std::copy(result.begin(), result.end(), hash.begin());
