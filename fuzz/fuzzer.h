@@ -22,6 +22,7 @@ extern const Fuzzer kPackage;     // package files, by several processes for eac
 extern const Fuzzer kParse;       // lines of logs
 extern const Fuzzer kReply;       // replies to a client
 extern const Fuzzer kRequest;     // requests to the manager
+extern const Fuzzer kSignature;   // signatures and keys
 extern const Fuzzer kTools;       // what opkg, df, tar and the flash tools print
 
 }  // namespace tarvio_fuzz

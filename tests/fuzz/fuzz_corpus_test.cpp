@@ -47,6 +47,7 @@ INSTANTIATE_TEST_SUITE_P(Inputs, FuzzCorpus,
                                          Row{"Package", &tarvio_fuzz::kPackage, 10},
                                          Row{"Reply", &tarvio_fuzz::kReply, 10},
                                          Row{"Request", &tarvio_fuzz::kRequest, 10},
+                                         Row{"Signature", &tarvio_fuzz::kSignature, 10},
                                          Row{"Tools", &tarvio_fuzz::kTools, 10}),
                          [](const auto& row) { return std::string(row.param.name); });
 

@@ -117,7 +117,7 @@ TEST_F(DoctorOfSignatures, MissesAKeyWhereSignaturesAreRequired) {
 TEST_F(DoctorOfSignatures, FindsWhatIsNotUsed) {
   write_file(std::string(kKeys) + "/damaged.pub", "");
   Json rows = look();
-  EXPECT_EQ(rows[16], expected("keys", "warning",
+  EXPECT_EQ(rows[17], expected("keys", "warning",
                                "not used: public key '/etc/tarvio/keys/damaged.pub' is truncated: "
                                "line 1 is missing",
                                "replace the file, or remove it"));

@@ -11,6 +11,7 @@
 #include "signed_packages.h"
 #include "support/packages/package_listing.h"
 #include "support/packages/stand_in_opkg.h"
+#include "support/programs/old_kernel.h"
 #include "support/users.h"
 #include "support/work_directory.h"
 
@@ -30,12 +31,14 @@ class ClientInstallPolicy : public SignedPackages {
   // Nothing is left of any run.
   ~ClientInstallPolicy() override { EXPECT_EQ(temporary_.entries(), std::vector<std::string>()); }
 
-  Ran install(std::vector<std::string> options = {}) const {
+  Ran install(
+      std::vector<std::string> options = {}, void (*before)() = [] {}) const {
     options.insert(options.begin(), {"install", file()});
-    return run_tarvio(options);
+    return run_tarvio(options, before);
   }
-  void expect_installed(const std::string& version = "1.0") const {
-    const Ran run = install();
+  void expect_installed(
+      const std::string& version = "1.0", void (*before)() = [] {}) const {
+    const Ran run = install({}, before);
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_EQ(installed_version(), version);
   }
@@ -125,7 +128,8 @@ TEST_F(ClientInstallPolicy, RefusesTheSignatureOfAnotherPackage) {
   expect_refused("its signature is of radio 1.0, and it is clock 1.0");
 }
 
-// The first tool that reads the package finds another one in its place.
+// The first tool that reads the package puts another one in its place, as somebody else could: an
+// isolated tool cannot.
 TEST_F(ClientInstallPolicy, UsesWhatItHasChecked) {
   set_policy("require_signature: install\n");
   trust();
@@ -135,7 +139,7 @@ TEST_F(ClientInstallPolicy, UsesWhatItHasChecked) {
   {
     const Tool ar("ar", "cat " + beside("evil.tbx").string() + " >" + file() +
                             "\nPATH=${PATH#*:}\nexec ar \"$@\"");
-    expect_installed();
+    expect_installed("1.0", become_old);
     EXPECT_NE(ar.runs(), "");
   }
   EXPECT_EQ(read_file(file()), read_file(beside("evil.tbx")));
