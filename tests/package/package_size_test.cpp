@@ -1,69 +1,27 @@
-#include <errno.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "package_size.h"
 #include "support/children.h"
-#include "support/descriptors.h"
 #include "support/files.h"
-#include "support/hooks/fail_alloc.h"
-#include "support/hooks/got_hook.h"
 #include "support/hooks/log_capture.h"
-#include "support/interruption.h"
 #include "support/unit_messages.h"
-#include "support/work_directory.h"
 #include "tarvio/log.h"
 #include "tarvio/package.h"
 
 namespace tarvio_test {
 namespace {
 
-namespace fs = std::filesystem;
-
-using testing::AnyOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 constexpr char kUnit[] = "package/tq_tbx_package_binding";
 constexpr int64_t kGiB = int64_t{1} << 30;
-
-// A df that reports this many free blocks of 1024 bytes.
-std::string df_of(const std::string& blocks) {
-  return "echo 'Filesystem 1K-blocks Used Available Use% Mounted on'\n"
-         "echo '/dev/mtdblock4  99999999   1000   " +
-         blocks + "  1% /'\necho '/dev/other 1 1 1 1% /other'";
-}
-
-class SizeCheck : public testing::Test {
- protected:
-  // Builds app.tbx with this many bytes of control files and of data.
-  void build(size_t control_bytes, size_t data_bytes) const {
-    write_file("control", std::string(control_bytes, 'c'));
-    write_file("data", std::string(data_bytes, 'd'));
-    work_.shell(
-        "tar czf control.tar.gz ./control; tar czf data.tar.gz ./data; echo 2.0 >debian-binary; "
-        "ar rc app.tbx debian-binary control.tar.gz data.tar.gz; "
-        "rm control data control.tar.gz data.tar.gz debian-binary");
-  }
-  static int check() {
-    std::fflush(stdout);
-    return tq_tbx_check_file_size("app.tbx");
-  }
-  static int check_with_free(int64_t bytes) {
-    const Tool df("df", df_of(std::to_string(bytes / 1024)));
-    return check();
-  }
-
-  const WorkDirectory work_;
-};
 
 TEST_F(SizeCheck, PassesWhenTheContentsFit) {
   build(100, 2000);
@@ -131,16 +89,6 @@ TEST_F(SizeCheck, WrapsAroundAt4GiB) {
   EXPECT_EQ(disk_of(5 * kGiB, 0), before + "1073741824] bytes ");
 }
 
-TEST_F(SizeCheck, UsesTheRealDf) {
-  build(100, 2000);
-  FILE* df = ::popen("df | awk 'NR == 2 { print $4 }'", "r");
-  long long blocks = 0;
-  ASSERT_EQ(std::fscanf(df, "%lld", &blocks), 1);
-  ::pclose(df);
-  const auto bytes = static_cast<int32_t>(static_cast<uint32_t>(blocks * 1024));
-  EXPECT_EQ(check(), bytes >= 2100 ? 0 : -1);
-}
-
 TEST_F(SizeCheck, TakesTheFirstFileSystemOnly) {
   build(100, 2000);
   const Tool df("df", "echo heading; echo a 1 1 1 1% /; echo b 1 1 100000 1% /b");
@@ -170,47 +118,6 @@ TEST_F(SizeCheck, NeedsAPath) {
   EXPECT_EQ(tq_tbx_check_file_size(nullptr), -1);
   EXPECT_THAT(unit_messages(log, kUnit),
               ElementsAre("debug: tq_tbx_check_file_size: parameter is null "));
-}
-
-TEST_F(SizeCheck, UnpacksWithArWithoutAShell) {
-  const Tool ar("ar", "exit 3");
-  const LogCapture log(TQ_LOG_DEBUG);
-  EXPECT_EQ(tq_tbx_check_file_size("a b;$(id).tbx"), 3);
-  EXPECT_EQ(ar.runs(), "x a b;$(id).tbx\n");
-  EXPECT_THAT(unit_messages(log, kUnit),
-              ElementsAre("debug: tq_tbx_check_file_size: tbx extract error - 3 "));
-}
-
-TEST_F(SizeCheck, ReturnsHowArEnds) {
-  const Redirect errors(STDERR_FILENO, "/dev/null");
-  const LogCapture log(TQ_LOG_DEBUG);
-  EXPECT_EQ(check(), 9);  // no such file
-  write_file("app.tbx", "text");
-  EXPECT_EQ(check(), 1);  // not an archive
-  EXPECT_THAT(unit_messages(log, kUnit),
-              ElementsAre("debug: tq_tbx_check_file_size: tbx extract error - 9 ",
-                          "debug: tq_tbx_check_file_size: tbx extract error - 1 "));
-  const Tool killed("ar", "kill -9 $$");
-  EXPECT_EQ(check(), 9);
-}
-
-TEST_F(SizeCheck, FailsInAProcessThatIgnoresSigchld) {
-  build(100, 2000);
-  ::signal(SIGCHLD, SIG_IGN);
-  EXPECT_EQ(check_with_free(1 << 20), ECHILD);
-  ::signal(SIGCHLD, SIG_DFL);
-  EXPECT_THAT(work_.names(), ElementsAre("app.tbx"));
-}
-
-TEST_F(SizeCheck, RunsTheToolsByTheirNames) {
-  build(1, 1);
-  std::vector<std::string> commands;
-  Hook popen("popen", [&](const char* command, const char* mode) {
-    commands.emplace_back(command);
-    return ::popen(command, mode);
-  });
-  check();
-  EXPECT_THAT(commands, ElementsAre("tar ztvf control.tar.gz", "tar ztvf data.tar.gz", "df"));
 }
 
 TEST_F(SizeCheck, MeasuresAMissingMemberAs0) {
@@ -305,22 +212,6 @@ TEST_F(SizeCheck, WrapsTheFreeSpaceOfALargeDisk) {
       ElementsAre(before + "1048576] bytes ", before + "0] bytes ", before + "1048576] bytes "));
 }
 
-TEST_F(SizeCheck, ReadsOnAfterASignal) {
-  build(1, 1);
-  const Interruption interruption;
-  const std::string interrupt = Interruption::commands();
-  {
-    const Tool df("df", df_of("1"));
-    const Tool tar("tar", "[ $2 = control.tar.gz ] || echo -rw root/root 1000 date time name; " +
-                              interrupt + "echo -rw root/root 2000 date time name");
-    EXPECT_EQ(check(), -1);
-    EXPECT_EQ(Interruption::count, 2);
-  }
-  const Tool df("df", "echo heading; " + interrupt + "echo a 1 1 100 1% /");
-  EXPECT_EQ(check(), 0);
-  EXPECT_EQ(Interruption::count, 3);
-}
-
 TEST_F(SizeCheck, PassesWhenTheTotalWrapsAround) {
   build(1, 1);
   const Tool df("df", df_of("1"));
@@ -343,95 +234,6 @@ TEST_F(SizeCheck, ReadsAWordThatIsNotANumberAs0) {
   EXPECT_THAT(unit_messages(log, kUnit),
               ElementsAre("debug: tq_tbx_check_file_size: total=[14] bytes, control=[7] bytes, "
                           "data=[7] bytes, disk=[1024] bytes "));
-}
-
-TEST_F(SizeCheck, FailsWhenAToolCannotBeStarted) {
-  build(0, 0);
-  const Tool df("df", df_of("1000"));
-  for (int failing = 1; failing <= 3; ++failing) {
-    int call = 0;
-    Hook popen("popen", [&](const char* command, const char* mode) -> FILE* {
-      return ++call == failing ? nullptr : ::popen(command, mode);
-    });
-    EXPECT_EQ(check(), -1);
-    EXPECT_EQ(call, failing);
-  }
-}
-
-TEST_F(SizeCheck, FailsWhenAToolsOutputCannotBeRead) {
-  build(1, 1);
-  const Tool df("df", df_of("1000"));
-  bool happened = true;
-  for (int failing = 1; happened; ++failing) {
-    int call = 0;
-    Hook read("read", [&](int fd, void* buffer, size_t size) -> ssize_t {
-      if (++call != failing) return ::read(fd, buffer, size);
-      errno = EIO;
-      return -1;
-    });
-    const int result = check();
-    happened = call >= failing;
-    EXPECT_EQ(result, happened ? -1 : 0) << failing;
-  }
-}
-
-TEST_F(SizeCheck, FailsWithoutMemory) {
-  build(1, 1);
-  const Tool df("df", df_of("1000"));
-  int n = 1;
-  for (bool happened = true; happened; ++n) {
-    const FailAlloc fail(n);
-    const int result = check();
-    happened = fail.happened();
-    EXPECT_EQ(result, happened ? -1 : 0) << n;
-    EXPECT_THAT(work_.names(), ElementsAre("app.tbx"));
-  }
-  EXPECT_EQ(n, 8);  // two for each of three lines; the seventh run succeeds
-}
-
-TEST_F(SizeCheck, RemovesItsThreeMembersInEveryCase) {
-  build(100, 2000);
-  const Redirect errors(STDERR_FILENO, "/dev/null");
-  const auto leaves_nothing = [&](const std::string& path) {
-    for (const char* member : {"control.tar.gz", "data.tar.gz", "debian-binary"}) {
-      write_file(member, "from before");
-    }
-    tq_tbx_check_file_size(path.c_str());
-    EXPECT_THAT(work_.names(), ElementsAre("app.tbx"));
-  };
-  leaves_nothing("app.tbx");
-  leaves_nothing("missing.tbx");
-  {
-    const Tool df("df", "true");
-    leaves_nothing("app.tbx");
-  }
-  {
-    const Tool df("df", df_of("3000000"));
-    leaves_nothing("app.tbx");
-  }
-  const Tool tar("tar", "echo one");
-  leaves_nothing("app.tbx");
-}
-
-TEST_F(SizeCheck, RemovesNothingWithoutAPath) {
-  write_file("data.tar.gz", "from before");
-  tq_tbx_check_file_size(nullptr);
-  EXPECT_TRUE(work_.has("data.tar.gz"));
-}
-
-TEST_F(SizeCheck, EndsWhileAToolIsStillPrinting) {
-  build(1, 1);
-  const Tool tar("tar", "echo one; while echo two words; do :; done");
-  EXPECT_EQ(check(), -1);
-}
-
-TEST_F(SizeCheck, LeavesNoDescriptorOpen) {
-  build(1, 1);
-  const Descriptors before = open_descriptors();
-  check();
-  const Tool tar("tar", "echo one");
-  check();
-  EXPECT_THAT(opened_since(before), IsEmpty());
 }
 
 }  // namespace

@@ -81,6 +81,13 @@ void Managed::kill_keeper() {
 
 std::string Managed::request(const std::string& lines) { return ask(TQ_COM_SOCKET_PATH, lines); }
 
+Socket Managed::send_request(const std::string& lines) {
+  Socket client = connect_to(TQ_COM_SOCKET_PATH);
+  client.send(lines);
+  client.end_sending();
+  return client;
+}
+
 pid_t Managed::only_process_of(const std::string& name) {
   std::vector<pid_t> processes;
   const bool is_one = eventually([&] {

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "support/com/sockets.h"
 #include "support/files.h"
 #include "support/programs/tarviod.h"
 
@@ -47,6 +48,8 @@ class Managed : public testing::Test {
   void kill_manager();
   static void kill_keeper();
   static std::string request(const std::string& lines);
+  // One whose reply comes later.
+  static Socket send_request(const std::string& lines);
   // A request for exactly this application; the code of its reply.
   static std::string start(const std::string& name) {
     return request("start_exact\n" + name + "\n");
