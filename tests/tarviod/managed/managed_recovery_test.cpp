@@ -207,6 +207,8 @@ TEST_F(ManagedRecovery, StopsWhatWasRemovedMeanwhile) {
   start_manager();
   EXPECT_EQ(start("clock"), kDone);
   const pid_t clock = only_process_of("clock");
+  // Its shell reads the start file, which goes away.
+  EXPECT_TRUE(eventually([&] { return fs::exists(directory_ / "process"); }));
   kill_manager();
   uninstall("clock");
   start_manager();
