@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -111,6 +112,27 @@ TEST(SystemdService, WaitsForTheReportsOfTheManager) {
   const std::string service = read_file(kPackaging + "systemd/tarviod.service.in");
   EXPECT_THAT(service, testing::HasSubstr("\nType=notify\n"));
   EXPECT_THAT(service, testing::HasSubstr("\nWatchdogSec="));
+}
+
+// The shell has kill built in; the program is of a package that small systems leave out.
+TEST(SystemdService, ReloadsWithNothingButAShell) {
+  const std::string service = read_file(kPackaging + "systemd/tarviod.service.in");
+  const size_t begin = service.find("ExecReload=") + 11;
+  std::string command = service.substr(begin, service.find('\n', begin) - begin);
+  EXPECT_THAT(command, testing::StartsWith("/bin/sh -c "));
+
+  const pid_t manager = ::fork();
+  if (manager == 0) {
+    ::signal(SIGHUP, SIG_DFL);
+    while (true) ::pause();
+  }
+  const std::string variable = "${MAINPID}";
+  const size_t place = command.find(variable);
+  ASSERT_NE(place, std::string::npos);
+  command.replace(place, variable.size(), std::to_string(manager));
+  EXPECT_EQ(std::system(command.c_str()), 0) << command;
+  const int end = end_of(manager);
+  EXPECT_TRUE(WIFSIGNALED(end) && WTERMSIG(end) == SIGHUP) << end;
 }
 
 // Each setting of the drop-in says which applications cannot work with it.

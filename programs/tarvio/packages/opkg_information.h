@@ -36,9 +36,8 @@ std::string configured_place_of_information();
 // For an opkg that uses another directory.
 std::string remedy_for_other_place();
 
-// Throws a Failure with the remedy when
-// opkg knows the package, or any package for an empty name, in another directory and none here;
-// `state` says what is installed.
+// Throws a Failure, with the remedy, when opkg knows the package, or any package for an empty name,
+// in another directory and none here; `state` says what is installed.
 void check_place_of_information(const std::string& name, const std::string& state = "");
 
 }  // namespace client

@@ -40,6 +40,54 @@ TEST_F(Doctor, SaysWhoMayUseTheSocket) {
               HasSubstr("; only its owner and root may connect (mode 0700)"));
 }
 
+class DoctorOfSockets : public Doctor {
+ protected:
+  Json row_in_directory(mode_t mode) const {
+    ::chmod(kSocketDirectory, mode);
+    Json row = row_of("socket");
+    ::chmod(kSocketDirectory, 0755);
+    return row;
+  }
+};
+
+// Whatever the mode of the socket.
+TEST_F(DoctorOfSockets, SaysWhoMayEnterTheDirectory) {
+  ::umask(0);
+  EXPECT_EQ(row_in_directory(0700)["found"],
+            "/usr/local/share/tarvio, mode 0700; only its owner and root may connect (mode 0777)");
+  EXPECT_EQ(row_in_directory(0750)["found"],
+            "/usr/local/share/tarvio, mode 0750; root and group root may connect (mode 0777)");
+  ::umask(077);
+  EXPECT_EQ(row_in_directory(0750)["found"],
+            "/usr/local/share/tarvio, mode 0750; only its owner and root may connect (mode 0700)");
+}
+
+TEST_F(DoctorOfSockets, SaysThatConnectingTakesBothGroups) {
+  if (!has_other_users()) GTEST_SKIP() << "there is no other group in this sandbox";
+  ::umask(007);
+  ASSERT_EQ(::chown(kSocketDirectory, 0, 54321), 0);
+  EXPECT_THAT(std::string(row_in_directory(0750)["found"]),
+              HasSubstr("; root and members of both 54321 and root may connect (mode 0770)"));
+  EXPECT_THAT(std::string(row_in_directory(0751)["found"]),
+              HasSubstr("; root and group root may connect (mode 0770)"));
+  ::umask(0);
+  EXPECT_THAT(std::string(row_in_directory(0750)["found"]),
+              HasSubstr("; root and group 54321 may connect (mode 0777)"));
+  ASSERT_EQ(::chown(kSocketDirectory, 0, 0), 0);
+}
+
+TEST_F(Doctor, NeedsToSeeTheSocket) {
+  const Socket manager = listen_on(TQ_COM_SOCKET_PATH);
+  ::chmod(kSocketDirectory, 0);
+  const Ran ran = run_tarvio({"doctor", kRoom, "--json"}, give_up_file_permissions);
+  ::chmod(kSocketDirectory, 0755);
+  std::filesystem::remove(TQ_COM_SOCKET_PATH);
+  EXPECT_EQ(row(Json::parse(ran.output), "socket"),
+            expected("socket", "failed",
+                     "cannot be checked: /usr/local/share/tarvio/ipcom: Permission denied",
+                     "run tarvio as root"));
+}
+
 TEST_F(Doctor, RefusesASocketThatOthersCanReplace) {
   ::chmod(kSocketDirectory, 0777);
   const Json row = row_of("socket");

@@ -57,7 +57,8 @@ TEST_P(DoctorOfTools, SaysWhatTheyCannotDo) {
 
 constexpr char kNotRun[] = "replace it with one that runs on this device";
 constexpr char kNoSizes[] = " cannot report free space: no size where GNU df has it";
-constexpr char kOtherDf[] = "install the df of coreutils or BusyBox";
+constexpr char kOtherDf[] =
+    "install the df of coreutils: BusyBox's wraps rows of long device names";
 
 INSTANTIATE_TEST_SUITE_P(
     Doctor, DoctorOfTools,
@@ -96,8 +97,14 @@ INSTANTIATE_TEST_SUITE_P(
         OtherTool{"WithRows", "df",
                   "[ $# = 0 ] || exit 1\n"
                   "echo 'Filesystem 1K-blocks Used Available Use% Mounted on'\n"
-                  "echo '/dev/root 1024 512 512 50% /'; exit 1",
+                  "echo '/dev/root 1024 512 512 50% /'",
                   "ok", ", which does not report its release", nullptr},
+        OtherTool{"ThatFailsAfterItsRows", "df",
+                  "echo 'Filesystem 1K-blocks Used Available Use% Mounted on'\n"
+                  "echo '/dev/root 1024 512 512 50% /'\n"
+                  "echo 'df: /mnt: Permission denied' >&2; exit 1",
+                  "warning", " reports free space, but fails: df: /mnt: Permission denied",
+                  "run 'df', and fix what it reports"},
         OtherTool{"ThatHangs", "gzip", "exec sleep 1000", "failed",
                   " was stopped, because it did not end in time", kNotRun},
         OtherTool{"ThatCrashes", "gzip", "kill -SEGV $$", "failed", " was killed by signal 11",

@@ -40,29 +40,36 @@ std::string group_name(gid_t id) {
   return entry == nullptr ? std::to_string(id) : entry->gr_name;
 }
 
-// Connecting takes the right to write.
-std::string users_of(const struct stat& socket) {
-  if ((socket.st_mode & S_IWOTH) != 0) return "every user may connect";
-  if ((socket.st_mode & S_IWGRP) != 0) {
-    return "root and group " + group_name(socket.st_gid) + " may connect";
-  }
-  return "only its owner and root may connect";
+// Connecting takes the right to write to the socket and that to enter its directory: of both, all
+// users, a group or only the owner may have it.
+std::string users_of(const struct stat& directory, const struct stat& socket) {
+  const bool all_enter = (directory.st_mode & S_IXOTH) != 0;
+  const bool all_write = (socket.st_mode & S_IWOTH) != 0;
+  if (all_enter && all_write) return "every user may connect";
+  const bool group_enters = all_enter || (directory.st_mode & S_IXGRP) != 0;
+  const bool group_writes = all_write || (socket.st_mode & S_IWGRP) != 0;
+  if (!group_enters || !group_writes) return "only its owner and root may connect";
+  const std::string entering = group_name(directory.st_gid);
+  const std::string writing = group_name(socket.st_gid);
+  if (all_enter || entering == writing) return "root and group " + writing + " may connect";
+  if (all_write) return "root and group " + entering + " may connect";
+  return "root and members of both " + entering + " and " + writing + " may connect";
 }
 
 Finding bad_socket(const std::string& found, const std::string& remedy) {
   return {.check = kSocket, .status = CheckStatus::kFailed, .found = found, .remedy = remedy};
 }
 
-// Whoever may write in it can answer in place of the manager.
-Finding check_socket_directory(const std::string& directory) {
+// None when there is no such file.
+std::optional<struct stat> status_of(const std::string& path) {
   struct stat status = {};
-  if (stat(directory.c_str(), &status) != 0) {
-    if (errno != ENOENT) throw Failure::of_system(directory);
-    return {.check = kSocket,
-            .status = CheckStatus::kWarning,
-            .found = directory + " does not exist",
-            .remedy = "start tarviod, which makes it"};
-  }
+  if (stat(path.c_str(), &status) == 0) return status;
+  if (errno != ENOENT) throw Failure::of_system(path);
+  return std::nullopt;
+}
+
+// Whoever may write in it can answer in place of the manager.
+Finding check_socket_directory(const std::string& directory, const struct stat& status) {
   if (!S_ISDIR(status.st_mode)) {
     return bad_socket(directory + " is not a directory", "remove it, and restart tarviod");
   }
@@ -78,7 +85,7 @@ Finding check_socket_directory(const std::string& directory) {
                     "chmod 755 " + directory);
 }
 
-Finding check_socket_file(const std::string& directory, const struct stat& socket) {
+Finding check_socket_file(const struct stat& directory, const struct stat& socket) {
   constexpr char kRemedy[] = "restart tarviod, which replaces it";
   if (!S_ISSOCK(socket.st_mode)) return bad_socket(TQ_COM_SOCKET_PATH " is not a socket", kRemedy);
   if (!may_be_manager(socket.st_uid)) {
@@ -87,7 +94,7 @@ Finding check_socket_file(const std::string& directory, const struct stat& socke
                       kRemedy);
   }
   return {.check = kSocket,
-          .found = directory + "; " + users_of(socket) + " (mode " + octal(socket.st_mode) + ')'};
+          .found = users_of(directory, socket) + " (mode " + octal(socket.st_mode) + ')'};
 }
 
 Finding finding_of_version(const std::string& version) {
@@ -217,12 +224,22 @@ Finding check_journal(const Examination& examination, const WatchedLog& log) {
 }  // namespace
 
 Findings check_socket(const Examination& /*examination*/) {
-  const Finding directory = check_socket_directory(directory_of(TQ_COM_SOCKET_PATH));
-  struct stat socket = {};
-  if (directory.status != CheckStatus::kOk || stat(TQ_COM_SOCKET_PATH, &socket) != 0) {
-    return {directory};
+  const std::string path = directory_of(TQ_COM_SOCKET_PATH);
+  const std::optional<struct stat> directory = status_of(path);
+  if (!directory) {
+    return {{.check = kSocket,
+             .status = CheckStatus::kWarning,
+             .found = path + " does not exist",
+             .remedy = "start tarviod, which makes it"}};
   }
-  return {check_socket_file(directory.found, socket)};
+  Finding finding = check_socket_directory(path, *directory);
+  if (finding.status != CheckStatus::kOk) return {finding};
+  const std::optional<struct stat> socket = status_of(TQ_COM_SOCKET_PATH);
+  if (!socket) return {finding};
+  const Finding of_file = check_socket_file(*directory, *socket);
+  if (of_file.status != CheckStatus::kOk) return {of_file};
+  finding.found += "; " + of_file.found;
+  return {finding};
 }
 
 Findings check_manager(const Examination& examination) {

@@ -9,7 +9,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <span>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,8 +31,9 @@ namespace client {
 namespace {
 
 struct Trial {
-  void (*run)() = nullptr;  // in the work directory; throws a Failure
-  const char* what = "";    // that it cannot do
+  // In the work directory: returns what is wrong though it works, mostly nothing; throws a Failure.
+  std::string (*run)() = nullptr;
+  const char* what = "";  // that it cannot do
   const char* remedy = "";
 };
 
@@ -53,54 +54,61 @@ void make_sample() {
 }
 
 // The library judges what tools print; what counts here is what they leave.
-void check_made(int code, const std::string& file, uint64_t bytes) {
+std::string check_made(int code, const std::string& file, uint64_t bytes) {
   if (code != 0) throw Failure(code, result_words(code));
   if (size_of_file(file) < bytes) throw Failure(EIO, "no result");
+  return "";
 }
 
-void try_ar() {
+std::string try_ar() {
   make_sample();
   const char* const files[] = {kSample};
-  check_made(tq_archive_ar("sample.a", 1, files), "sample.a", kContent.size());
+  (void)check_made(tq_archive_ar("sample.a", 1, files), "sample.a", kContent.size());
   (void)remove(kSample);
-  check_made(tq_extract_from_ar("sample.a", kSample), kSample, kContent.size());
+  return check_made(tq_extract_from_ar("sample.a", kSample), kSample, kContent.size());
 }
 
-void try_tar() {
+std::string try_tar() {
   make_sample();
   const char* const files[] = {kSample};
-  check_made(tq_archive_tgz("sample.tar.gz", 1, files), "sample.tar.gz", 1);
+  (void)check_made(tq_archive_tgz("sample.tar.gz", 1, files), "sample.tar.gz", 1);
   (void)remove(kSample);
-  check_made(tq_extract_from_tgz("sample.tar.gz", kSample), kSample, kContent.size());
+  return check_made(tq_extract_from_tgz("sample.tar.gz", kSample), kSample, kContent.size());
 }
 
-void try_dd() {
+std::string try_dd() {
   make_sample();
-  check_made(tq_dd(kSample, "copy", 1, static_cast<int>(kContent.size())), "copy", kContent.size());
+  return check_made(tq_dd(kSample, "copy", 1, static_cast<int>(kContent.size())), "copy",
+                    kContent.size());
 }
 
-void try_mkfs() {
+std::string try_mkfs() {
   make_sample();
   if (mkdir("tree", 0700) != 0 || rename(kSample, "tree/sample") != 0) {
     throw Failure::of_system("cannot write in the work directory");
   }
-  check_made(tq_mkfs_jffs2("tree", "image"), "image", 1);
+  return check_made(tq_mkfs_jffs2("tree", "image"), "image", 1);
 }
 
-// The library takes the free space from the fourth word of the first row.
-void try_df() {
+// The library takes the free space from the fourth word of the first row, whatever the status is. A
+// row that is wrapped has none there.
+std::string try_df() {
+  constexpr int kRow = 2;
   constexpr int kWordsBefore = 3;
-  const tarvio::Stream output(popen("df", "re"));
+  tarvio::Stream output(popen("df", "re"));
   if (output == nullptr) throw Failure::of_system("cannot start a process");
-  char row[1024] = "";
-  for (int line = 0; line < 2; ++line) {
-    if (fgets(row, sizeof row, output.get()) == nullptr) row[0] = '\0';
+  std::string row;
+  std::array<char, 1024> line = {};
+  for (int number = 1; fgets(line.data(), line.size(), output.get()) != nullptr; ++number) {
+    if (number == kRow) row = line.data();
   }
+  const int status = pclose(output.release());
   std::string_view words = row;
   for (int word = 0; word < kWordsBefore; ++word) (void)take_word(words);
   if (!parse_number<uint64_t>(take_word(words))) {
     throw Failure(EIO, "no size where GNU df has it");
   }
+  return status == 0 ? "" : "reports free space, but fails";
 }
 
 constexpr std::array<Tool, 11> kTools = {{
@@ -112,7 +120,8 @@ constexpr std::array<Tool, 11> kTools = {{
      .trial = {try_tar, "make and read a compressed archive", "install GNU tar and gzip"}},
     {.name = "gzip"},
     {.name = "df",
-     .trial = {try_df, "report free space", "install the df of coreutils or BusyBox"}},
+     .trial = {try_df, "report free space",
+               "install the df of coreutils: BusyBox's wraps rows of long device names"}},
     {.name = "dd", .trial = {try_dd, "copy a file", "install the dd of coreutils"}},
     {.name = "nanddump", .options = "bo"},
     {.name = "nandwrite"},
@@ -159,6 +168,13 @@ Finding failed(const Tool& tool, const std::string& found, const std::string& re
   return {.check = tool.name, .status = CheckStatus::kFailed, .found = found, .remedy = remedy};
 }
 
+Finding warning(const Tool& tool, const std::string& found, const std::string& command) {
+  return {.check = tool.name,
+          .status = CheckStatus::kWarning,
+          .found = found,
+          .remedy = "run '" + command + "', and fix what it reports"};
+}
+
 // Also without a release, as some builds of BusyBox are: "df: unrecognized option '--version'",
 // "usage: gzip FILE".
 bool explains_usage(const std::string& words, const std::string& name) {
@@ -189,18 +205,19 @@ std::string reason_not_run(const ChildEnd& end) {
   return "cannot be run" + (line.empty() ? "" : ": " + line);
 }
 
-// Empty when it does what it is needed for, as far as that can be tried.
-std::string reason_not_used(const Examination& examination, const Tool& tool) {
-  if (tool.trial.run == nullptr) return "";
+// None when it does what it is needed for without a complaint, as far as that can be tried.
+std::optional<Finding> try_out(const Examination& examination, const Tool& tool,
+                               const std::string& path) {
+  if (tool.trial.run == nullptr) return std::nullopt;
   try {
-    const auto job = [&] {
-      tool.trial.run();
-      return std::string();
-    };
-    (void)run_job(*examination.directory, Rights::of_caller(), tool.name, job, examination.seconds);
-    return "";
+    const JobEnd end = run_job(*examination.directory, Rights::of_caller(), tool.name,
+                               tool.trial.run, examination.seconds);
+    if (end.result.empty()) return std::nullopt;
+    const std::string line = last_line_of(end.errors);
+    return warning(tool, path + ' ' + end.result + (line.empty() ? "" : ": " + line), tool.name);
   } catch (const Failure& failure) {
-    return std::string("cannot ") + tool.trial.what + ": " + failure.what();
+    return failed(tool, path + " cannot " + tool.trial.what + ": " + failure.what(),
+                  tool.trial.remedy);
   }
 }
 
@@ -213,11 +230,10 @@ Finding report_release(const Tool& tool, const std::string& path, const ChildEnd
     return {.check = tool.name, .found = path + ", which does not report its release"};
   }
   const std::string line = last_line_of(end.errors);
-  return {.check = tool.name,
-          .status = CheckStatus::kWarning,
-          .found = path + " cannot be tried: " +
-                   (line.empty() ? "exit status " + std::to_string(end.status) : line),
-          .remedy = std::string("run '") + tool.name + " --version', and fix what it reports"};
+  return warning(tool,
+                 path + " cannot be tried: " +
+                     (line.empty() ? "exit status " + std::to_string(end.status) : line),
+                 std::string(tool.name) + " --version");
 }
 
 Finding check_tool(const Examination& examination, const Tool& tool) {
@@ -237,10 +253,8 @@ Finding check_tool(const Examination& examination, const Tool& tool) {
                   "put a script of its name before it on PATH that turns -b into --bb=skipbad and "
                   "-o into --omitoob");
   }
-  if (const std::string reason = reason_not_used(examination, tool); !reason.empty()) {
-    return failed(tool, path + ' ' + reason, tool.trial.remedy);
-  }
-  return report_release(tool, path, end);
+  const std::optional<Finding> complaint = try_out(examination, tool, path);
+  return complaint ? *complaint : report_release(tool, path, end);
 }
 
 }  // namespace
