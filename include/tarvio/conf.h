@@ -23,15 +23,15 @@ TQ_BEGIN_DECLS
 
 /* Reads a package control file.
  *
- * path  a regular file.
+ * path  a regular file of at most 128 MiB.
  *
  * A line counts when it is longer than one character and holds a colon followed by a blank; it is split
  * at colons and blanks, its first word is the name and its second the value, so that a value is one
  * word ("Description: two words" gives "two") and "Installed Size: 100" gives "Installed" the value
  * "Size". Lines are read in pieces of at most 255 bytes, each a line of its own. A repeated name
- * replaces the value.
+ * replaces the value. Reading ends after 10000 pairs.
  *
- * Returns a new object for tq_conf_close; null if the path is not a regular file, cannot be opened or
+ * Returns a new object for tq_conf_close; null if the path is not such a file, cannot be opened or
  * holds no pair, and if memory runs out for the object. A pair for which memory runs out is omitted.
  * Source: util/tq_load_conf */
 tq_conf *tq_conf_open(const char *path);

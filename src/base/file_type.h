@@ -1,18 +1,15 @@
-// What a path leads to; links are followed, and a path that leads nowhere is neither.
+// What a path leads to; links are followed, and a path that leads nowhere is none of these.
 #ifndef TARVIO_SRC_BASE_FILE_TYPE_H
 #define TARVIO_SRC_BASE_FILE_TYPE_H
 
-#include <sys/stat.h>
-
 namespace tarvio {
 
-inline bool has_type(const char* path, mode_t type) noexcept {
-  struct stat status = {};
-  return path != nullptr && stat(path, &status) == 0 && (status.st_mode & S_IFMT) == type;
-}
+bool is_regular_file(const char* path) noexcept;
+bool is_directory(const char* path) noexcept;
 
-inline bool is_regular_file(const char* path) noexcept { return has_type(path, S_IFREG); }
-inline bool is_directory(const char* path) noexcept { return has_type(path, S_IFDIR); }
+// A regular file of at most 128 MiB: that of a hostile package may be sparse, and without an end
+// that a reader would ever see.
+bool is_control_file(const char* path) noexcept;
 
 }  // namespace tarvio
 

@@ -29,10 +29,13 @@ bool leads_up(std::string_view path) {
 
 }  // namespace
 
+// Editors leave ".x" and "x~" beside the others, which opkg keeps without harm.
 bool is_control_member(std::string_view line) {
   std::string_view name = name_in(line);
   if (line.starts_with('d')) return name == "./";
   if (name.starts_with("./")) name.remove_prefix(2);
+  name.remove_prefix(std::min(name.size(), name.find_first_not_of('.')));
+  if (name.ends_with('~')) name.remove_suffix(1);
   return line.starts_with('-') && is_package_name(name);
 }
 

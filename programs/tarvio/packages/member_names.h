@@ -13,8 +13,8 @@ namespace client {
 // Whether a member is where it belongs, by its line in a verbose listing of tar.
 using MemberRule = bool (*)(std::string_view line);
 
-// A regular file right in the archive, with a name such as opkg gives it; or the archive's own
-// directory.
+// A regular file right in the archive, with a name such as opkg gives it or an editor makes of it;
+// or the archive's own directory.
 bool is_control_member(std::string_view line);
 
 // Anything below the directory into which it is unpacked.

@@ -17,6 +17,9 @@ namespace client {
 
 namespace {
 
+constexpr uint64_t kFarTooMuch = 1 << 30;
+struct Exceeded {};  // ends a listing
+
 struct ListedFile {
   uint64_t bytes;
   std::string name;
@@ -66,6 +69,11 @@ void NeededSpace::add_line(const std::string& directory, std::string_view line) 
   Space& space = spaces_.try_emplace(status.st_dev, Space{path}).first->second;
   if (path.size() < space.directory.size()) space.directory = path;
   space.needed_bytes += file->bytes - std::min(file->bytes, replaced);
+  if (space.needed_bytes <= kFarTooMuch) return;
+  space.free_bytes = free_bytes_in(space.directory);
+  if (space.free_bytes && space.needed_bytes - kFarTooMuch > *space.free_bytes) {
+    exceeded_ = space;
+  }
 }
 
 Space NeededSpace::decisive() {
@@ -87,21 +95,27 @@ PackageSpace measure_package(const WorkDirectory& directory, const std::string& 
   PackageSpace space;
   MemberNames control(is_control_member);
   MemberNames data(is_data_member);
-  check_archives(
-      directory, absolute_path, seconds,
-      [&](std::string_view piece) {
-        control.add(piece);
-        needed.add(information, piece);
-        space.control_bytes = needed.listed_bytes();
-      },
-      [&](std::string_view piece) {
-        data.add(piece);
-        needed.add(root, piece);
-      });
-  control.check("control.tar.gz");
-  data.check("data.tar.gz");
+  try {
+    check_archives(
+        directory, absolute_path, seconds,
+        [&](std::string_view piece) {
+          control.add(piece);
+          needed.add(information, piece);
+          space.control_bytes = needed.listed_bytes();
+          if (needed.exceeded()) throw Exceeded();
+        },
+        [&](std::string_view piece) {
+          data.add(piece);
+          needed.add(root, piece);
+          if (needed.exceeded()) throw Exceeded();
+        });
+    control.check("control.tar.gz");
+    data.check("data.tar.gz");
+    space.decisive = needed.decisive();
+  } catch (const Exceeded&) {
+    space.decisive = *needed.exceeded();
+  }
   space.data_bytes = needed.listed_bytes() - space.control_bytes;
-  space.decisive = needed.decisive();
   return space;
 }
 

@@ -36,6 +36,9 @@ class NeededSpace {
   // All files so far, on any file system, as if they replaced none.
   [[nodiscard]] uint64_t listed_bytes() const { return listed_bytes_; }
 
+  // Where the files so far exceed the space by far. A hostile listing may have no end.
+  [[nodiscard]] const std::optional<Space>& exceeded() const { return exceeded_; }
+
   // At the end: where they do not fit, else where most of them go. Throws a Failure for a line that
   // is not one of such a listing.
   Space decisive();
@@ -44,6 +47,7 @@ class NeededSpace {
   void add_line(const std::string& directory, std::string_view line);
 
   std::map<dev_t, Space> spaces_;
+  std::optional<Space> exceeded_;
   uint64_t listed_bytes_ = 0;
   bool is_wrong_ = false;
   // A name that is longer counts for the directories that the beginning leads to.
@@ -58,7 +62,8 @@ struct PackageSpace {
 };
 
 // After read_package_file, in the same directory: reads both archives of the package file to the
-// end. Throws a Failure that names the one that is damaged.
+// end, unless their files exceed the space by far before it. Throws a Failure that names the one
+// that is damaged.
 PackageSpace measure_package(const WorkDirectory& directory, const std::string& absolute_path,
                              double seconds);
 

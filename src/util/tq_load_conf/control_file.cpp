@@ -12,6 +12,8 @@ using tarvio::Conf;
 namespace {
 
 constexpr char kSeparators[] = ": ";
+// Far more than any package has: each is compared with all before it.
+constexpr int32_t kMaxPairs = 10000;
 
 // Stores the first two words of a line as name and value: only fields of one word are ever looked
 // up (oddity 24). False when the line holds no pair.
@@ -37,7 +39,7 @@ tq_conf* tq_conf_open(const char* path) {
     return nullptr;
   }
   // Before it is opened: opening a pipe waits for a writer.
-  if (!tarvio::is_regular_file(path)) return nullptr;
+  if (!tarvio::is_control_file(path)) return nullptr;
   const tarvio::File file(fopen(path, "rbe"));
   if (file == nullptr) {
     TQ_DEBUG("%s: fopen error %s ", "tq_conf_open", path);
@@ -46,7 +48,7 @@ tq_conf* tq_conf_open(const char* path) {
 
   bool found = false;
   tarvio::PieceReader line(fileno(file.get()));  // a longer line counts as several (oddity 25)
-  while (line.next()) {
+  while (conf->count < kMaxPairs && line.next()) {
     if (store_line(*conf, line.text())) found = true;
   }
   return found ? conf.release() : nullptr;  // unlike tq_conf_open2 (oddity 26)

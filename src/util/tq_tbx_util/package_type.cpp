@@ -83,7 +83,7 @@ void read_type(int32_t* type) {
 // Whole lines, with key and line end (oddity 86).
 int collect_targets(tq_list_t* targets) {
   // A package may hold a pipe, which nobody would ever write into, or a link to an endless device.
-  if (!tarvio::is_regular_file(kTqControl)) return ENOENT;
+  if (!tarvio::is_control_file(kTqControl)) return ENOENT;
   const tarvio::File file(fopen(kTqControl, "re"));
   if (file == nullptr) return errno;
   tarvio::ListAppender appender(*targets);

@@ -269,5 +269,18 @@ TEST(ClientCheckOfAHostilePackage, MeasuresWhatItNeverUnpacks) {
               HasSubstr(" does not fit in '/mnt/root': needs 2.0 GiB, free: 1.0 GiB\n"));
 }
 
+// To its end it would be read for hours; here that would show that it has none.
+TEST(ClientCheckOfAHostilePackage, ReadsNoMoreOfWhatCannotFitByFar) {
+  const HandMadePackage package;
+  package.shell("truncate -s 1T hole; tar c ./hole | head -c 512 | gzip >data.tar.gz; rm hole");
+  package.build();
+  const InstalledRoot root("1g");
+  const Ran run = run_tarvio({"check", package.path()});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.errors, "");
+  EXPECT_THAT(run.output,
+              HasSubstr(" does not fit in '/mnt/root': needs 1.0 TiB, free: 1.0 GiB\n"));
+}
+
 }  // namespace
 }  // namespace tarvio_test

@@ -131,6 +131,16 @@ TEST_F(ClientRefusal, WantsControlFilesOfTheirKind) {
   EXPECT_EQ(opkg.arguments(), Names());
 }
 
+TEST_F(ClientRefusal, IsNotForWhatEditorsLeaveBesideControlFiles) {
+  const Script taken(lines_that_install());
+  const HandMadePackage package;
+  package.shell(
+      "mkdir more && cd more && cp ../control ../tqcontrol . && touch .hidden postinst~ .x.swp && "
+      "tar czf ../control.tar.gz .");
+  package.build();
+  EXPECT_EQ(run_tarvio({"install", package.path()}).errors, "");
+}
+
 TEST_F(ClientRefusal, WantsDataBelowItsDirectory) {
   const OpkgTool opkg;
   for (const char* transform : {"s|face|../face|", "s|^./face|/opt/../face|", "s|face|face/..|"}) {
@@ -146,7 +156,9 @@ TEST_F(ClientRefusal, WantsDataBelowItsDirectory) {
   EXPECT_EQ(opkg.arguments(), Names());
   const Script taken(lines_that_install());
   const HandMadePackage package;
-  package.shell("ln -s ../../etc/face data/link && touch 'data/a..' data/...");
+  package.shell(
+      "ln -s ../../etc/face data/link; ln -s /opt/../etc/face data/absolute; touch 'data/a..' "
+      "data/...");
   package.shell("tar czf data.tar.gz -C data .");
   package.build();
   EXPECT_EQ(run_tarvio({"install", package.path()}).errors, "");

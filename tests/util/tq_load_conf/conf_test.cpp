@@ -191,6 +191,24 @@ TEST_F(ControlFile, MayHoldALineOf100MiB) {
   EXPECT_THAT(pairs_of(conf), ElementsAre(Pair("A", "b"), Pair("C", "d")));
 }
 
+// A hostile package may hold such a file, which is sparse: it would be read for years.
+TEST_F(ControlFile, GivesNoObjectWhenItIsLargerThan128MiB) {
+  for (const uintmax_t size : {(uintmax_t{128} << 20) + 1, uintmax_t{1} << 40}) {
+    write_file(path_, "A: b\n");
+    std::filesystem::resize_file(path_, size);
+    EXPECT_EQ(tq_conf_open(path_.c_str()), nullptr) << size;
+  }
+}
+
+// Each pair is compared with all before it: those of a hostile package would take days.
+TEST_F(ControlFile, IsReadUpTo10000Pairs) {
+  std::string content;
+  for (int n = 0; n < 1'000'000; ++n) content += "N" + std::to_string(n) + ": 1\n";
+  const Conf conf = open(content);
+  EXPECT_EQ(tq_count_variables(conf.get()), 10000);
+  EXPECT_STREQ(tq_find_name(conf.get(), 9999), "N9999");
+}
+
 TEST_F(ControlFile, IsLoggedWhenItIsOpened) {
   const LogCapture log(TQ_LOG_DEBUG);
   open("A: b\n");

@@ -115,6 +115,15 @@ TEST_F(PackageType, IsNotWrittenWithoutAnyPair) {
   EXPECT_THAT(targets_.texts(), ElementsAre("TqDataTarget:/dev/mtd1\n"));
 }
 
+// A hostile package may hold such a file, which is sparse.
+TEST_F(PackageType, IsNotReadFromAFileThatIsLargerThan128MiB) {
+  write_file("tqcontrol", "TqPackageCategory: Image\nTqDataTarget: kernel\n");
+  work_.shell("truncate -s 1T tqcontrol; tar cSzf control.tar.gz ./tqcontrol; rm tqcontrol");
+  EXPECT_EQ(ask(""), ENOENT);
+  EXPECT_EQ(type_, kUnwritten);
+  EXPECT_THAT(targets_.texts(), IsEmpty());
+}
+
 TEST_F(PackageType, ComesWithTheLinesOfTheTargets) {
   build(
       "TqDataTarget: kernel /dev/mtd3\nTqPackageCategory: Image\nTqDataTarget:rootfs\r\n"
