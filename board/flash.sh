@@ -72,16 +72,18 @@ holds_tree() {
 
 lists_members() { [ "$(ar t /tmp/image.tbx | tr '\n' ' ')" = "$1" ]; }
 
-# fails_with PATTERN COMMAND...: whether the command exits with 1 and its output matches.
-fails_with() {
-  pattern=$1
-  shift
+# exits_with STATUS PATTERN COMMAND...: whether the command exits so and its output matches.
+exits_with() {
+  wanted=$1
+  pattern=$2
+  shift 2
   output=$("$@" 2>&1)
   status=$?
   echo "$output"
   # shellcheck disable=SC2254  # a pattern
-  case $output in $pattern) [ $status = 1 ] ;; *) return 1 ;; esac
+  case $output in $pattern) [ $status = "$wanted" ] ;; *) return 1 ;; esac
 }
+fails_with() { exits_with 1 "$@"; }
 
 leaves_nothing() { [ -z "$(ls -d "${1:-/tmp}"/.tarvio* 2>/dev/null)" ]; }
 
