@@ -212,20 +212,21 @@ TEST_P(HostileClient, DoesNoHarmToRoot) {
   try_all(kTrialsOfRoot, [] {});
 }
 
-// In an ordinary user's sandbox, which has no others, it is that user who is root.
 void become_user() {
-  if (has_other_users() &&
-      (::setgroups(0, nullptr) != 0 || ::setgid(kUser) != 0 || ::setuid(kUser) != 0)) {
+  if (::setgroups(0, nullptr) != 0 || ::setgid(kUser) != 0 || ::setuid(kUser) != 0) {
     ::_exit(kCannotRun);
   }
 }
 
 TEST_P(HostileClient, DoesNoHarmToAUser) {
+  // An ordinary user is root in the sandbox, so that the other test is the one that counts.
+  if (!has_other_users()) GTEST_SKIP() << "needs another user";
   const std::string path = std::getenv("PATH");
   fs::permissions(path.substr(0, path.find(':')), fs::perms(0777));
   fs::permissions(signed_.path(), fs::perms(0755));
-  if (run_tarvio({"help"}, become_user).status != 0)
+  if (run_tarvio({"help"}, become_user).status != 0) {
     GTEST_SKIP() << "needs a build directory that others may enter";
+  }
   if (GetParam() % 2 == 1) demand_signatures();
   try_all(kTrialsOfAUser, become_user);
 }
