@@ -179,4 +179,8 @@ void check_arguments(Arguments& arguments) {
   }
 }
 
+Progress::Kind progress_in(const Arguments& arguments) {
+  return progress_kind(arguments.has(kQuiet) || arguments.has(kJson));
+}
+
 }  // namespace client

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "commands/command.h"
+#include "terminal/progress.h"
 
 namespace client {
 
@@ -36,6 +37,9 @@ Arguments read_arguments(int argc, const char* const* argv);
 
 // Whether nothing is missing and nothing is too much; takes the timeout over. Throws UsageError.
 void check_arguments(Arguments& arguments);
+
+// What it may show of the progress.
+Progress::Kind progress_in(const Arguments& arguments);
 
 }  // namespace client
 

@@ -2,8 +2,6 @@
 
 #include <string_view>
 
-#include "commands/commands.h"
-
 namespace client {
 
 std::string given_work_directory(const Arguments& arguments) {
@@ -21,10 +19,6 @@ bool wants_verification(const Arguments& arguments, bool is_default) {
     if (name == kNoVerify.name) is_wanted = false;
   }
   return is_wanted;
-}
-
-Progress::Kind progress_in(const Arguments& arguments) {
-  return progress_kind(arguments.has(kQuiet) || arguments.has(kJson));
 }
 
 }  // namespace client

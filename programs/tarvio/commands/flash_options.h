@@ -5,7 +5,6 @@
 #include <string>
 
 #include "commands/arguments.h"
-#include "terminal/progress.h"
 
 namespace client {
 
@@ -29,8 +28,6 @@ std::string given_work_directory(const Arguments& arguments);
 
 // Of --verify and --no-verify the last one counts.
 bool wants_verification(const Arguments& arguments, bool is_default);
-
-Progress::Kind progress_in(const Arguments& arguments);
 
 }  // namespace client
 

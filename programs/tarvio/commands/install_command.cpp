@@ -32,6 +32,7 @@ constexpr char kForceOptions[] =
 struct Request {
   bool is_forced;
   double timeout_seconds;
+  Progress::Kind progress;
 };
 
 // The package file under a name that opkg accepts, in the directory.
@@ -71,7 +72,9 @@ void install(const std::string& file, const Request& request, Change& change) {
   if (!is_package_file_name(file)) throw Failure(EINVAL, "package file names must end in .tbx");
   require_tools({"opkg"});
   const WorkDirectory directory;
-  const PackageGuard guard(directory, file, Use::kInstall, "set TMPDIR", request.timeout_seconds);
+  Progress progress(request.progress);
+  const PackageGuard guard(directory, file, Use::kInstall, "set TMPDIR", request.timeout_seconds,
+                           progress);
   const PackageFile package = read_whole_package(directory, guard.path(), request.timeout_seconds);
   guard.check_identity(package);
   check_place_of_information(package.name);
@@ -101,7 +104,8 @@ void install(const std::string& file, const Request& request, Change& change) {
 
 Result run(const Arguments& arguments) {
   const Request request = {.is_forced = arguments.has(kForce),
-                           .timeout_seconds = arguments.timeout_seconds};
+                           .timeout_seconds = arguments.timeout_seconds,
+                           .progress = progress_in(arguments)};
   return change_packages(arguments, "file", [&](const std::string& file, Change& change) {
     install(file, request, change);
   });

@@ -51,6 +51,7 @@ struct Request {
   std::string key_file;  // empty: without a signature
   PasswordFile password_file;
   double timeout_seconds;
+  Progress::Kind progress;
 };
 
 struct PackedFile {
@@ -65,7 +66,8 @@ Request request_in(const Arguments& arguments) {
                      .output = *arguments.value_of(kOutput),
                      .key_file = arguments.has(kSign) ? *arguments.value_of(kSign) : "",
                      .password_file = password_file_in(arguments),
-                     .timeout_seconds = arguments.timeout_seconds};
+                     .timeout_seconds = arguments.timeout_seconds,
+                     .progress = progress_in(arguments)};
   if (!is_package_file_name(request.output)) {
     throw UsageError("'" + request.output + "': package file names must end in .tbx");
   }
@@ -139,9 +141,12 @@ void check_outside(const std::string& output, const std::string& directory) {
 
 void sign(const WorkDirectory& directory, const Request& request, const SecretKey& key,
           PackedFile& packed) {
-  const Signature signature = sign_package(
-      directory, directory / kArchive, key,
-      {.name = packed.name, .version = packed.version, .kind = {}}, request.timeout_seconds);
+  Progress progress(request.progress);
+  progress.begin(request.output);
+  const Signature signature =
+      sign_package(directory, directory / kArchive, key,
+                   {.name = packed.name, .version = packed.version, .kind = {}},
+                   request.timeout_seconds, progress);
   packed.key_id = text_of(key.id());
   packed.size_bytes = put_in_place(directory / kArchive, request.output);
   write_signature(request.output, signature);

@@ -141,7 +141,7 @@ class RestoreRun {
 
   void run_in(const WorkDirectory& directory, const FlashLock& lock) {
     const PackageGuard guard(directory, file_, Use::kRestore, "use --workdir",
-                             request_.timeout_seconds);
+                             request_.timeout_seconds, progress_);
     const ArchiveFile package(guard.path());
     areas_ = areas_of(guarded(guard, directory));
     require_flash_tools(areas_);
@@ -200,12 +200,29 @@ class RestoreRun {
   }
 
   // All before the first area is erased, so that nothing can be missing after that.
-  void unpack(const ArchiveFile& package, const WorkDirectory& directory) const {
+  void unpack(const ArchiveFile& package, const WorkDirectory& directory) {
+    uint64_t bytes = 0;
+    std::vector<const char*> members;
     for (const FlashArea* const area : areas_) {
-      for (const AreaPart& part : parts_of(*area)) {
-        package.unpack(package.find(member_of(part)), directory / member_of(part));
-      }
+      for (const AreaPart& part : parts_of(*area)) members.push_back(member_of(part));
     }
+    for (const char* const member : members) bytes += package.find(member).bytes;
+    const auto work = [&] {
+      for (const char* const member : members) {
+        package.unpack(package.find(member), directory / member);
+      }
+      return std::string();
+    };
+    const auto show = [&] {
+      uint64_t done = 0;
+      for (const char* const member : members) done += size_of_file(directory / member);
+      progress_.at(done);
+    };
+    progress_.begin(file_);
+    progress_.step_if_long("unpacking", bytes);
+    (void)run_job(directory, Rights::of_caller(), "unpacking", work, request_.timeout_seconds,
+                  {show, progress_.tick_ms()});
+    progress_.clear();
   }
 
   void verify_areas(const ArchiveFile& package, const FlashJobs& jobs) {

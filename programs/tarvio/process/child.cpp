@@ -65,6 +65,7 @@ class Child {
     const Deadline deadline = Deadline::after_seconds(seconds);
     ChildEnd end;
     while (true) {
+      if (tick.call) tick.call();
       if (reap() < 0) throw Failure::of_system("cannot wait for a process");
       if (is_gone_) break;
       if (deadline.passed()) {
@@ -74,7 +75,6 @@ class Child {
       }
       wait_for_event(sooner(deadline.remaining_ms(), tick.every_ms));
       read_all(sink, end.errors);
-      if (tick.call) tick.call();
     }
     read_all(sink, end.errors);
     end.status = status_;
@@ -248,7 +248,7 @@ std::string run_apart(const WorkDirectory& directory, const Rights& rights, cons
 }
 
 JobEnd run_job(const WorkDirectory& directory, const Rights& rights, const char* tools,
-               const std::function<std::string()>& job, double seconds) {
+               const std::function<std::string()>& job, double seconds, const Tick& tick) {
   std::string report;
   std::string errors = run_apart(
       directory, rights, tools,
@@ -257,7 +257,7 @@ JobEnd run_job(const WorkDirectory& directory, const Rights& rights, const char*
           throw Failure::of_system("cannot report the result");
         }
       },
-      seconds, [&report](std::string_view piece) { report += piece; });
+      seconds, [&report](std::string_view piece) { report += piece; }, tick);
   const size_t code_end = report.find('\n');
   if (code_end == std::string::npos) {
     throw Failure(EIO, std::string(tools) + " ended without a result");

@@ -19,7 +19,7 @@ struct Interrupted {};
 // Takes what a child writes, piece by piece. What it throws ends the child.
 using Sink = std::function<void(std::string_view)>;
 
-// Called now and then while a child runs.
+// Called once at least, and now and then while a child runs.
 struct Tick {
   std::function<void()> call;
   int every_ms;  // at the latest; -1: no time is too long
@@ -61,7 +61,8 @@ struct JobEnd {
 // Runs a function of which only the result counts. Throws the Failure that the function throws, or
 // one of its own.
 JobEnd run_job(const WorkDirectory& directory, const Rights& rights, const char* tools,
-               const std::function<std::string()>& job, double seconds);
+               const std::function<std::string()>& job, double seconds,
+               const Tick& tick = {{}, -1});
 
 }  // namespace client
 

@@ -1,6 +1,7 @@
 #include "signatures/file_hash.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -49,11 +50,18 @@ std::string hash_and_copy(int file, uint64_t bytes, const std::string& path) {
 }  // namespace
 
 Hash hash_file(const WorkDirectory& directory, int file, uint64_t bytes, const std::string& copy,
-               double seconds) {
-  const std::string result = run_job(
-                                 directory, Rights::to_read("", bytes), "reading the file",
-                                 [&] { return hash_and_copy(file, bytes, copy); }, seconds)
-                                 .result;
+               double seconds, Progress& progress) {
+  // The child shares the place at which the file is read.
+  const auto show = [&] {
+    const off_t place = lseek(file, 0, SEEK_CUR);
+    progress.at(static_cast<uint64_t>(std::max<off_t>(place, 0)));
+  };
+  progress.step_if_long("reading", bytes);
+  const std::string result =
+      run_job(directory, Rights::to_read("", bytes), "reading the file",
+              [&] { return hash_and_copy(file, bytes, copy); }, seconds, {show, progress.tick_ms()})
+          .result;
+  progress.clear();
   Hash hash;
   if (result.size() != hash.size()) throw Failure(EIO, "reading the file ended without a result");
   std::copy(result.begin(), result.end(), hash.begin());

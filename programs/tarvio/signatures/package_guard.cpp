@@ -24,7 +24,7 @@ bool is_there(const std::string& path) {
 }  // namespace
 
 PackageGuard::PackageGuard(const WorkDirectory& directory, const std::string& file, Use use,
-                           const std::string& remedy, double seconds)
+                           const std::string& remedy, double seconds, Progress& progress)
     : policy_(read_policy()), path_(readable_file(file)) {
   const bool is_required = policy_.requires_signature(use);
   if (!is_required && !is_there(signature_path(file))) return;
@@ -33,7 +33,8 @@ PackageGuard::PackageGuard(const WorkDirectory& directory, const std::string& fi
   check_place(directory.path(), remedy);
   const Signature signature = read_signature(file);
   path_ = directory / kCopy;
-  check_signature(directory, file, signature, ring, path_, seconds);
+  progress.begin(file);
+  check_signature(directory, file, signature, ring, path_, seconds, progress);
   signature_ = signature;
 }
 

@@ -9,6 +9,7 @@
 #include "process/work_directory.h"
 #include "signatures/minisign.h"
 #include "signatures/policy.h"
+#include "terminal/progress.h"
 
 namespace client {
 
@@ -17,9 +18,10 @@ class PackageGuard {
   // Checks the signature if one is required, or if there is one and the device has keys. What was
   // checked is a copy in the work directory, because the file itself may change. Throws a Failure.
   //
-  // remedy  what to do when others can change the directory that the work directory is in
+  // remedy    what to do when others can change the directory that the work directory is in
+  // progress  of the copying
   PackageGuard(const WorkDirectory& directory, const std::string& file, Use use,
-               const std::string& remedy, double seconds);
+               const std::string& remedy, double seconds, Progress& progress);
 
   // The file to use, absolute: the copy, or without a check the file itself.
   [[nodiscard]] const std::string& path() const { return path_; }

@@ -129,12 +129,12 @@ Signature read_signature(const std::string& file) {
 
 void check_signature(const WorkDirectory& directory, const std::string& file,
                      const Signature& signature, const KeyRing& ring, const std::string& copy,
-                     double seconds) {
+                     double seconds, Progress& progress) {
   const std::vector<PublicKey> keys =
       of_signature(file, [&] { return ring.find(signature.key_id); });
   const OpenFile opened = open_file(file);
   if (!copy.empty()) check_room(directory.path(), opened.bytes);
-  const Hash hash = hash_file(directory, opened.fd.get(), opened.bytes, copy, seconds);
+  const Hash hash = hash_file(directory, opened.fd.get(), opened.bytes, copy, seconds, progress);
   const bool is_good = std::any_of(keys.begin(), keys.end(), [&](const PublicKey& key) {
     return is_signed_by(key, signature, hash);
   });
@@ -145,10 +145,12 @@ void check_signature(const WorkDirectory& directory, const std::string& file,
 }
 
 Signature sign_package(const WorkDirectory& directory, const std::string& file,
-                       const SecretKey& key, const PackageFile& package, double seconds) {
+                       const SecretKey& key, const PackageFile& package, double seconds,
+                       Progress& progress) {
   const std::string comment = comment_for(package);
   const OpenFile opened = open_file(file);
-  return key.sign(hash_file(directory, opened.fd.get(), opened.bytes, "", seconds), comment);
+  return key.sign(hash_file(directory, opened.fd.get(), opened.bytes, "", seconds, progress),
+                  comment);
 }
 
 void write_signature(const std::string& file, const Signature& signature) {

@@ -14,6 +14,7 @@ namespace {
 constexpr std::chrono::milliseconds kScreenTick{250};
 constexpr std::chrono::milliseconds kLinesTick{2000};
 constexpr std::chrono::seconds kBetweenLines{10};
+constexpr std::chrono::seconds kLong{1};
 constexpr double kMinSeconds = 0.05;  // before that, a rate says nothing
 constexpr char kClearLine[] = "\r\x1b[K";
 
@@ -61,22 +62,30 @@ int Progress::tick_ms() const {
 
 void Progress::begin(const std::string& area) {
   give_up();
-  area_ = area;
+  area_ = printable(area);
   area_begin_ = shown_ = Clock::now();
 }
 
 void Progress::step(const char* what, uint64_t bytes) {
-  what_ = what;
-  bytes_ = bytes;
-  step_begin_ = Clock::now();
+  step_if_long(what, bytes);
+  is_hidden_ = false;
   if (kind_ == Kind::kScreen) show(area_ + ": " + what);
 }
 
+void Progress::step_if_long(const char* what, uint64_t bytes) {
+  what_ = what;
+  bytes_ = bytes;
+  is_hidden_ = true;
+  step_begin_ = Clock::now();
+}
+
 void Progress::at(uint64_t bytes) {
-  const bool is_due =
-      kind_ == Kind::kScreen || (kind_ == Kind::kLines && Clock::now() - shown_ >= kBetweenLines);
+  const Clock::time_point now = Clock::now();
+  is_hidden_ = is_hidden_ && now - step_begin_ < kLong;
+  const bool is_due = !is_hidden_ && (kind_ == Kind::kScreen ||
+                                      (kind_ == Kind::kLines && now - shown_ >= kBetweenLines));
   if (!is_due) return;
-  shown_ = Clock::now();
+  shown_ = now;
   const std::string words =
       bytes_ == 0 ? "" : ' ' + progress_words(bytes, bytes_, seconds_since(step_begin_));
   show(area_ + ": " + what_ + words);
@@ -85,9 +94,13 @@ void Progress::at(uint64_t bytes) {
 void Progress::end(const char* what, uint64_t bytes) {
   if (kind_ == Kind::kNone) return;
   const double taken = seconds_since(area_begin_);
-  const char* const begin = std::exchange(is_unfinished_, false) ? kClearLine : "";
-  (void)print(begin + area_ + ": " + what + ' ' + size_words(bytes) + " in " + time_words(taken) +
+  clear();
+  (void)print(area_ + ": " + what + ' ' + size_words(bytes) + " in " + time_words(taken) +
               rate_words(bytes, taken) + '\n');
+}
+
+void Progress::clear() {
+  if (std::exchange(is_unfinished_, false)) (void)print(kClearLine);
 }
 
 void Progress::give_up() {

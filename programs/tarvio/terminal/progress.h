@@ -1,4 +1,4 @@
-// How far the work on each area is.
+// How far the work on each area, or on a file, is.
 #ifndef TARVIO_CLIENT_TERMINAL_PROGRESS_H
 #define TARVIO_CLIENT_TERMINAL_PROGRESS_H
 
@@ -27,10 +27,14 @@ class Progress {
   void begin(const std::string& area);
   // What is done now, and how many bytes it is; 0 when that is not known.
   void step(const char* what, uint64_t bytes);
+  // The same of what is mostly done at once: shown when it takes longer than that.
+  void step_if_long(const char* what, uint64_t bytes);
   // How many of the bytes are done.
   void at(uint64_t bytes);
   // The area is done: what was, and how many bytes.
   void end(const char* what, uint64_t bytes);
+  // Removes a line that is unfinished on the terminal.
+  void clear();
   // The area is not done, for a reason that is reported elsewhere.
   void give_up();
 
@@ -43,6 +47,7 @@ class Progress {
   std::string area_;
   const char* what_ = "";
   uint64_t bytes_ = 0;
+  bool is_hidden_ = false;  // until it takes long
   Clock::time_point area_begin_;
   Clock::time_point step_begin_;
   Clock::time_point shown_;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "support/flash/flash_client.h"
+#include "support/programs/stepping_clock.h"
 #include "support/programs/terminal.h"
 
 namespace tarvio_test {
@@ -67,6 +68,26 @@ TEST_F(FlashAtATerminal, ChangesALineInItsPlace) {
               MatchesRegex("\r\x1b.Kbootloader: reading.*\r\x1b.Kbootloader: packing.*"
                            "\r\x1b.Kbootloader: read and packed 256.0 KiB in [^\n]*\n"
                            "saved bootloader in image.tbx, 2.*\n"));
+}
+
+// Before the first area is erased, its file is unpacked.
+TEST_F(FlashAtATerminal, ShowsThatAPackageIsUnpackedIfThatTakesLong) {
+  ASSERT_EQ(back_up({"bootloader"}).status, 0);
+  const auto shown = [this](Clock clock) {
+    wipe("/dev/mtd1");
+    // As a program, which loads the clock.
+    const FlashRun ran = run({}, [prepare = at_terminal(terminal_, clock)] {
+      prepare();
+      ::execl(TARVIO_CLIENT, TARVIO_CLIENT, "restore", "image.tbx", "--yes", "--timeout", "0",
+              nullptr);
+    });
+    EXPECT_EQ(ran.status, 0) << ran.errors;
+    return terminal_.shown();
+  };
+  EXPECT_THAT(shown(Clock::kStandsStill), StartsWith("\r\x1b[Kbootloader: erasing"));
+  EXPECT_THAT(shown(Clock::kStepsAnHour),
+              MatchesRegex("(\r\x1b.Kimage.tbx: unpacking [0-9]+ %, [^\r\n]* of 256.0 KiB[^\r\n]*)+"
+                           "\r\x1b.K\r\x1b.Kbootloader: erasing.*"));
 }
 
 TEST_F(FlashAtATerminal, NeverFillsALineThatIsRedrawn) {

@@ -21,11 +21,14 @@ constexpr Option kKey = {.name = "key",
                          .is_required = true};
 constexpr std::array kOptions = {kKey, kPasswordFile};
 
-PackageFile sign(const std::string& file, const SecretKey& key, double seconds) {
+PackageFile sign(const std::string& file, const SecretKey& key, const Arguments& arguments) {
+  const double seconds = arguments.timeout_seconds;
   const std::string path = readable_file(file);
   const WorkDirectory directory;
   PackageFile package = read_package_file(directory, path, seconds);
-  write_signature(file, sign_package(directory, path, key, package, seconds));
+  Progress progress(progress_in(arguments));
+  progress.begin(file);
+  write_signature(file, sign_package(directory, path, key, package, seconds, progress));
   return package;
 }
 
@@ -36,8 +39,7 @@ Result run(const Arguments& arguments) {
   Json json = Json::array();
   for (const std::string& file : arguments.operands) {
     PackageFile package;
-    const Outcome outcome =
-        attempt("sign", file, [&] { package = sign(file, *key, arguments.timeout_seconds); });
+    const Outcome outcome = attempt("sign", file, [&] { package = sign(file, *key, arguments); });
     Json each = json_of("file", outcome);
     if (outcome.code == 0) {
       result.text += printable("signed " + file + " as " + package.name + " " + package.version +

@@ -27,11 +27,14 @@ struct Verified {
   std::string key_id;
 };
 
-Verified verify(const std::string& file, const KeyRing& ring, double seconds) {
+Verified verify(const std::string& file, const KeyRing& ring, const Arguments& arguments) {
+  const double seconds = arguments.timeout_seconds;
   const std::string path = readable_file(file);
   const WorkDirectory directory;
   const Signature signature = read_signature(file);
-  check_signature(directory, file, signature, ring, "", seconds);
+  Progress progress(progress_in(arguments));
+  progress.begin(file);
+  check_signature(directory, file, signature, ring, "", seconds, progress);
   Verified verified = {.package = read_package_file(directory, path, seconds),
                        .key_id = text_of(signature.key_id)};
   check_comment(signature.comment, verified.package);
@@ -52,7 +55,7 @@ Result run(const Arguments& arguments) {
   for (const std::string& file : arguments.operands) {
     Verified verified;
     const Outcome outcome =
-        attempt("verify", file, [&] { verified = verify(file, ring, arguments.timeout_seconds); });
+        attempt("verify", file, [&] { verified = verify(file, ring, arguments); });
     Json each = json_of("file", outcome);
     if (outcome.code == 0) {
       const PackageFile& package = verified.package;
