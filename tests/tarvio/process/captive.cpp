@@ -48,6 +48,15 @@ long open_many() {
   return result;
 }
 
+// Stays when this process has ended: for ten minutes, unless somebody kills it.
+long leave_behind() {
+  const pid_t pid = ::fork();
+  if (pid != 0) return pid;
+  ::alarm(600);
+  ::pause();
+  ::_exit(0);
+}
+
 long map(size_t size) {
   return ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) ==
                  MAP_FAILED
@@ -92,6 +101,7 @@ constexpr Trial kTrials[] = {
     {"files", open_many},
     {"memory", [] { return map(32 * kMiB); }},
     {"much memory", [] { return map(1024 * kMiB); }},
+    {"leave a process behind", leave_behind},
 };
 
 }  // namespace

@@ -4,8 +4,10 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -104,6 +106,16 @@ TEST_F(LimitedRights, BoundProcesses) {
   client::execute(directory, Rights::to_read("", 0), {"grep", "Max processes", "/proc/self/limits"},
                   kSeconds, [&limits](std::string_view piece) { limits += piece; });
   EXPECT_THAT(limits, ContainsRegex("Max processes +[0-9]+ +[0-9]+ "));
+}
+
+// A process whose parent has ended becomes this one's child, as that of an init.
+TEST_F(LimitedRights, EndWithTheTool) {
+  ASSERT_EQ(::prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0), 0);
+  EXPECT_THAT(tries(), HasSubstr("leave a process behind: done\n"));
+  int status = 0;
+  EXPECT_GT(::wait(&status), 0);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+  ::prctl(PR_SET_CHILD_SUBREAPER, 0, 0, 0, 0);
 }
 
 // The tool that reads a package is limited, as the user runs it.
