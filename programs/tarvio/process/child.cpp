@@ -126,8 +126,7 @@ class Child {
   // with limited rights; others, such as a package's scripts, may start daemons.
   void kill_what_is_left() const {
     siginfo_t end = {};
-    const int waited =
-        waitid(P_PID, static_cast<id_t>(pid_), &end, WEXITED | WNOHANG | WNOWAIT);
+    const int waited = waitid(P_PID, static_cast<id_t>(pid_), &end, WEXITED | WNOHANG | WNOWAIT);
     if (waited == 0 && end.si_pid == pid_) (void)kill(-pid_, SIGKILL);
   }
 

@@ -77,13 +77,21 @@ bool set_capabilities(uint32_t permitted, uint32_t effective) {
   return syscall(SYS_capset, &header, data.data()) == 0;
 }
 
+bool has_capabilities() {
+  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+  Capabilities data = {};
+  return syscall(SYS_capget, &header, data.data()) != 0 ||
+         (data[0].permitted | data[1].permitted) != 0;
+}
+
 // Another user's package may be one that only root's right to read everything opens.
 void drop_capabilities(const std::string& file) {
   constexpr uint32_t kReadAll = 1U << CAP_DAC_READ_SEARCH;
+  if (!has_capabilities()) return;
   if (set_capabilities(kReadAll, 0) && !file.empty() && !can_read(file) && errno == EACCES) {
     (void)set_capabilities(kReadAll, kReadAll);
-  } else if (!set_capabilities(0, 0)) {
-    throw Failure::of_system("cannot give up the capabilities");
+  } else {
+    (void)set_capabilities(0, 0);
   }
 }
 
@@ -92,13 +100,6 @@ void set_up_tools() {
   if (setenv("TAR_OPTIONS", "--no-same-owner --no-same-permissions", 1) != 0) {
     throw Failure::of_system("cannot set up a process");
   }
-}
-
-bool has_capabilities() {
-  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-  Capabilities data = {};
-  return syscall(SYS_capget, &header, data.data()) != 0 ||
-         (data[0].permitted | data[1].permitted) != 0;
 }
 
 bool can_connect() { return tarvio::Fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)).valid(); }

@@ -21,8 +21,7 @@ struct Rights {
 };
 
 // In a new process, in its work directory: gives up all but these rights, for good, and for the
-// processes that it starts. What the kernel does not offer is left out. Throws a Failure when
-// something else keeps it from that.
+// processes that it starts. What the kernel does not offer, or a container refuses, is left out.
 //
 // Limited rights are: read what this user may read, without capabilities (but for the one to read
 // the file, if it takes one); write in the work directory only, files of a bounded size; run
@@ -30,8 +29,8 @@ struct Rights {
 // and modes of files stay, though changing them seems to succeed. No sockets, no shared memory.
 void limit_to(const Rights& rights);
 
-// What limited rights should keep this process from, and do not: phrases such as "using the
-// network". Empty when all is as it should be.
+// What limited rights should keep this process from, and do not: phrases such as
+// "opening sockets". Empty when all is as it should be.
 std::string freedoms_left();
 
 }  // namespace client

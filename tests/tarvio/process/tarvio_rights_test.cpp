@@ -140,11 +140,13 @@ TEST_F(LimitedRights, LetPackagesOfOtherOwnersBeRead) {
   EXPECT_EQ(ran.status, 0);
 }
 
-TEST_F(LimitedRights, FallBackToThoseThatAnOldKernelHas) {
+TEST_F(LimitedRights, FallBackToThoseThatAreThere) {
   const HandMadePackage package;
-  const Ran ran = run_tarvio({"inspect", package.path()}, become_old);
-  EXPECT_EQ(ran.errors, "");
-  EXPECT_EQ(ran.status, 0);
+  for (const auto& become : {become_old, become_contained}) {
+    const Ran ran = run_tarvio({"inspect", package.path()}, become);
+    EXPECT_EQ(ran.errors, "");
+    EXPECT_EQ(ran.status, 0);
+  }
 }
 
 TEST_F(LimitedRights, AreReportedWhereAKernelDoesNotHaveThem) {
@@ -154,6 +156,15 @@ TEST_F(LimitedRights, AreReportedWhereAKernelDoesNotHaveThem) {
   EXPECT_THAT(table,
               HasSubstr("isolation         warning  the kernel does not keep what reads packages "
                         "from opening sockets, writing outside of the work directory\n"));
+}
+
+TEST_F(LimitedRights, AreReportedWhereAContainerRefusesThem) {
+  if (!has_filters())
+    GTEST_SKIP() << "the emulator has no filters, with which the test needs to begin";
+  const std::string capabilities = ::geteuid() == 0 ? "using capabilities, " : "";
+  EXPECT_THAT(run_tarvio({"doctor"}, become_contained).output,
+              HasSubstr("what reads packages from " + capabilities +
+                        "opening sockets, writing outside of the work directory\n"));
 }
 
 }  // namespace
