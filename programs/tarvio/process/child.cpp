@@ -97,7 +97,7 @@ class Child {
       give_up({"cannot set up a process: ", strerror(errno)});
     }
     try {
-      limit_to(rights);
+      limit_to(rights, {output_.write_end.get(), errors_.write_end.get()});
       work(output_.write_end.get());
       _exit(EXIT_SUCCESS);
     } catch (const std::exception& error) {

@@ -55,6 +55,18 @@ rlim_t most_processes() {
   return strtoull(load.c_str() + slash + 1, nullptr, 10) + kMaxMoreProcesses;
 }
 
+// Inherited ones may be open for what the rules refuse, and count as open files.
+void close_descriptors(int read, std::initializer_list<int> kept) {
+  const tarvio::Directory all(opendir("/proc/self/fd"));
+  if (all == nullptr) return;
+  while (const dirent* const entry = readdir(all.get())) {
+    const int each = static_cast<int>(strtol(entry->d_name, nullptr, 10));  // "." and "..": 0
+    const bool is_needed = each <= STDERR_FILENO || each == read || each == dirfd(all.get()) ||
+                           std::find(kept.begin(), kept.end(), each) != kept.end();
+    if (!is_needed) (void)close(each);
+  }
+}
+
 void bound_resources(rlim_t max_file_bytes) {
   bound(RLIMIT_FSIZE, max_file_bytes);
   (void)signal(SIGXFSZ,
@@ -112,8 +124,10 @@ bool can_write_elsewhere() {
 
 }  // namespace
 
-void limit_to(const Rights& rights) {
+void limit_to(const Rights& rights, std::initializer_list<int> kept) {
   if (!rights.are_limited) return;
+  closelog();
+  close_descriptors(rights.descriptor, kept);
   openlog(nullptr, LOG_NDELAY, LOG_USER);  // the library's messages take a socket
   set_up_tools();
   bound_resources(rights.max_file_bytes);

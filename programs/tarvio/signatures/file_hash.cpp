@@ -51,7 +51,7 @@ std::string hash_and_copy(int file, uint64_t bytes, const std::string& path) {
 Hash hash_file(const WorkDirectory& directory, int file, uint64_t bytes, const std::string& copy,
                double seconds) {
   const std::string result = run_job(
-                                 directory, Rights::to_read("", bytes), "reading the file",
+                                 directory, Rights::to_read(file, bytes), "reading the file",
                                  [&] { return hash_and_copy(file, bytes, copy); }, seconds)
                                  .result;
   Hash hash;

@@ -1,4 +1,5 @@
 // What tools can do that read packages.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
@@ -12,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "base/owners.h"
 #include "process/child.h"
 #include "support/files.h"
 #include "support/packages/tarvio_packages.h"
@@ -40,6 +42,7 @@ class LimitedRights : public testing::Test {
     write_file(outside_ / "file", "content\n");
     ::chmod((outside_ / "file").c_str(), 0600);
     ::setenv("OUTSIDE", outside_.path().c_str(), 1);
+    ::setenv("INHERITED", std::to_string(inherited_.get()).c_str(), 1);
   }
 
   // What the captive prints.
@@ -52,12 +55,27 @@ class LimitedRights : public testing::Test {
   }
 
   const TempDir outside_;
+  const tarvio::Fd inherited_{::fcntl(STDERR_FILENO, F_DUPFD, 300)};  // no number for others
 };
 
 TEST_F(LimitedRights, BoundFiles) {
   EXPECT_THAT(tries(), AllOf(HasSubstr("write: done\n"), HasSubstr("write nothing: done\n"),
                              HasSubstr("bytes: File too large\n"),
                              HasSubstr("files: Too many open files\n")));
+}
+
+TEST_F(LimitedRights, IncludeNoDescriptors) {
+  EXPECT_THAT(tries(), HasSubstr("inherited: Bad file descriptor\n"));
+}
+
+TEST_F(LimitedRights, LetPackagesBeReadBesideManyDescriptors) {
+  const HandMadePackage package;
+  const auto open_many = [] {
+    for (int count = 0; count < 100; ++count) (void)::open("/dev/null", O_RDONLY);
+  };
+  const Ran ran = run_tarvio({"inspect", package.path()}, open_many);
+  EXPECT_EQ(ran.errors, "");
+  EXPECT_EQ(ran.status, 0);
 }
 
 TEST_F(LimitedRights, BoundMemory) {
