@@ -34,6 +34,7 @@ struct PathBeneath {
 constexpr uint64_t kWriteFile = 1U << 1;
 constexpr uint64_t kRename = 1U << 13;  // from directory to directory
 constexpr uint64_t kTruncate = 1U << 14;
+constexpr uint64_t kDeviceControl = 1U << 15;
 // Of the first version, but for those that read: remove and make each kind of file.
 constexpr uint64_t kChange = kWriteFile | 0x1ff0U;
 constexpr uint64_t kTcp = 3;     // bind, connect
@@ -41,7 +42,8 @@ constexpr uint64_t kScopes = 3;  // abstract sockets, signals
 
 // Versions add rights, and refuse those that they do not know.
 Ruleset ruleset_of(long version) {
-  return {.files = kChange | (version >= 2 ? kRename : 0) | (version >= 3 ? kTruncate : 0),
+  return {.files = kChange | (version >= 2 ? kRename : 0) | (version >= 3 ? kTruncate : 0) |
+                   (version >= 5 ? kDeviceControl : 0),
           .network = version >= 4 ? kTcp : 0,
           .scopes = version >= 6 ? kScopes : 0};
 }
