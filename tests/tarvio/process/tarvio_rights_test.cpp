@@ -26,7 +26,6 @@ namespace {
 
 using client::Rights;
 using testing::AllOf;
-using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -186,6 +185,22 @@ TEST_F(LimitedRights, LetPackagesOfOtherOwnersBeRead) {
   const Ran ran = run_tarvio({"inspect", package.path()});
   EXPECT_EQ(ran.errors, "");
   EXPECT_EQ(ran.status, 0);
+}
+
+TEST_F(LimitedRights, LetControlFilesOfAnyModeBeRead) {
+  const HandMadePackage package;
+  package.shell("tar czf control.tar.gz --mode=000 ./control ./tqcontrol");
+  package.build();
+  EXPECT_EQ(run_tarvio({"inspect", package.path()}).errors, "");
+  EXPECT_EQ(run_tarvio({"check", package.path()}).status, 0);
+  package.shell(
+      "for members in ./control './control ./tqcontrol'; do tar rf twice --mode=000 $members; "
+      "done; "
+      "gzip -c twice >control.tar.gz");
+  package.build();
+  EXPECT_EQ(run_tarvio({"inspect", package.path()}).errors,
+            "tarvio: cannot inspect '" + package.path() +
+                "': cannot read its control: its mode forbids it (13)\n");
 }
 
 TEST_F(LimitedRights, FallBackToThoseThatAreThere) {
