@@ -35,8 +35,9 @@ struct Rights {
 //
 // Limited rights are: read what this user may read, without capabilities (but for the one to read
 // the file, if it takes one); write in the work directory only, files of a bounded size; run
-// programs, a bounded number in a bounded memory, none of which leaves the process group. Owners
-// and modes of files stay, though changing them seems to succeed. No sockets, no shared memory.
+// programs, a bounded number in a bounded memory, none of which leaves the process group. Owners,
+// modes and times of files stay, though changing them seems to succeed. No sockets, no shared
+// memory, no control of devices, no changes to other processes.
 void limit_to(const Rights& rights, std::initializer_list<int> kept);
 
 // What limited rights should keep this process from, and do not: phrases such as
