@@ -11,16 +11,16 @@
 #include <cstdio>
 #include <vector>
 
-#include "base/chain.h"
+#include "base/line_cutter.h"
 #include "base/owners.h"
 #include "packages/ar_archive.h"
 #include "packages/control_fields.h"
 #include "process/failure.h"
+#include "process/paths.h"
 #include "process/required_tools.h"
 #include "process/text_pieces.h"
 #include "tarvio/archive.h"
 #include "tarvio/conf.h"
-#include "tarvio/list.h"
 #include "tarvio/package.h"
 #include "tarvio/tbx.h"
 #include "terminal/words.h"
@@ -59,11 +59,26 @@ void check_extracted(int code, const char* archive) {
   }
 }
 
+// A mode may keep even the owner from reading a file, and modes do not change here: the bytes come
+// from the archive again. Those of a second member of the name would follow them.
+void make_readable(const char* file) {
+  constexpr char kCopy[] = "readable";
+  const tarvio::Fd unpacked(open(file, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (unpacked.valid() || errno != EACCES) return;
+  const std::string command = std::string("exec tar -xzOf control.tar.gz ") + file + " >" + kCopy;
+  tarvio::Stream tar(popen(command.c_str(), "re"));
+  if (tar == nullptr || pclose(tar.release()) != 0 || size_of_file(kCopy) != size_of_file(file) ||
+      rename(kCopy, file) != 0) {
+    throw Failure(EACCES, std::string("cannot read its ") + (file + 2) + ": its mode forbids it");
+  }
+}
+
 // What it turns out to be says more than that tar could not unpack it.
 void unpack_control_file(const char* file) {
   const int code = tq_extract_from_tgz(kControlArchive, file);
   check_regular(file);
   check_extracted(code, "its control.tar.gz");
+  make_readable(file);
 }
 
 // tar unpacks all that lies in a directory of the name that it looks for. A damaged archive, with
@@ -92,13 +107,12 @@ std::string kind_lines() {
   if (tqcontrol.find(':') == std::string::npos) {
     throw Failure(EINVAL, "its tqcontrol has no keys");
   }
-  int32_t type = 0;  // not used: of a numbering of its own
-  const tarvio::StringList targets(tq_list_create());
-  check_extracted(targets == nullptr ? ENOMEM : tq_tbx_get_package_type("", &type, targets.get()),
-                  "control.tar.gz");
   std::string lines = value_in(tqcontrol, "TqPackageCategory") + '\n' +
                       value_in(tqcontrol, "TqPackageSubCategory") + '\n';
-  for (const char* line : tarvio::Elements<char>(targets.get())) lines += target_in(line) + '\n';
+  for (std::string_view rest = tqcontrol; !rest.empty();) {
+    const std::string_view line = tarvio::take_line(rest);
+    if (line.starts_with("TqDataTarget:")) lines += target_in(line) + '\n';
+  }
   return lines;
 }
 

@@ -48,7 +48,7 @@ class Child {
  public:
   // The work writes to the descriptor that it is given.
   Child(const WorkDirectory& directory, const Rights& rights, const Work& work)
-      : signals_(directory.signals()), pid_(fork()) {
+      : signals_(directory.signals()), is_limited_(rights.are_limited), pid_(fork()) {
     if (pid_ < 0) throw Failure::of_system("cannot start a process");
     if (pid_ == 0) become_child(directory, rights, work);
     (void)setpgid(pid_, pid_);  // whoever of the two comes first
@@ -97,7 +97,7 @@ class Child {
       give_up({"cannot set up a process: ", strerror(errno)});
     }
     try {
-      limit_to(rights);
+      limit_to(rights, {output_.write_end.get(), errors_.write_end.get()});
       work(output_.write_end.get());
       _exit(EXIT_SUCCESS);
     } catch (const std::exception& error) {
@@ -112,6 +112,7 @@ class Child {
 
   // The result of waitpid: 0 while the child runs, negative when its end will never be known.
   pid_t reap() {
+    if (is_limited_) kill_what_is_left();
     int status = 0;
     const pid_t pid = waitpid(pid_, &status, WNOHANG);
     if (pid == pid_) {
@@ -119,6 +120,14 @@ class Child {
       status_ = WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);
     }
     return pid;
+  }
+
+  // Until the child is waited for, its number names no other group. Nothing leaves the group of one
+  // with limited rights; others, such as a package's scripts, may start daemons.
+  void kill_what_is_left() const {
+    siginfo_t end = {};
+    const int waited = waitid(P_PID, static_cast<id_t>(pid_), &end, WEXITED | WNOHANG | WNOWAIT);
+    if (waited == 0 && end.si_pid == pid_) (void)kill(-pid_, SIGKILL);
   }
 
   // A child's pipe may outlive it, in the hands of a daemon that it has started.
@@ -171,6 +180,7 @@ class Child {
   const SignalHold& signals_;
   Pipe output_ = open_pipe();
   Pipe errors_ = open_pipe();
+  bool is_limited_;
   pid_t pid_;
   bool is_gone_ = false;
   int status_ = 0;

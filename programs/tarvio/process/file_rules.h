@@ -5,8 +5,7 @@
 namespace client {
 
 // Below the current directory and into /dev/null only, from now on, for this process and those that
-// it starts; with a kernel that has Landlock. Throws a Failure when something else keeps it from
-// that.
+// it starts; with a kernel that has Landlock, and where it may be used.
 void write_only_here();
 
 }  // namespace client

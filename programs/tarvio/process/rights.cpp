@@ -55,6 +55,18 @@ rlim_t most_processes() {
   return strtoull(load.c_str() + slash + 1, nullptr, 10) + kMaxMoreProcesses;
 }
 
+// Inherited ones may be open for what the rules refuse, and count as open files.
+void close_descriptors(int read, std::initializer_list<int> kept) {
+  const tarvio::Directory all(opendir("/proc/self/fd"));
+  if (all == nullptr) return;
+  while (const dirent* const entry = readdir(all.get())) {
+    const int each = static_cast<int>(strtol(entry->d_name, nullptr, 10));  // "." and "..": 0
+    const bool is_needed = each <= STDERR_FILENO || each == read || each == dirfd(all.get()) ||
+                           std::find(kept.begin(), kept.end(), each) != kept.end();
+    if (!is_needed) (void)close(each);
+  }
+}
+
 void bound_resources(rlim_t max_file_bytes) {
   bound(RLIMIT_FSIZE, max_file_bytes);
   (void)signal(SIGXFSZ,
@@ -77,13 +89,21 @@ bool set_capabilities(uint32_t permitted, uint32_t effective) {
   return syscall(SYS_capset, &header, data.data()) == 0;
 }
 
+bool has_capabilities() {
+  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+  Capabilities data = {};
+  return syscall(SYS_capget, &header, data.data()) != 0 ||
+         (data[0].permitted | data[1].permitted) != 0;
+}
+
 // Another user's package may be one that only root's right to read everything opens.
 void drop_capabilities(const std::string& file) {
   constexpr uint32_t kReadAll = 1U << CAP_DAC_READ_SEARCH;
+  if (!has_capabilities()) return;
   if (set_capabilities(kReadAll, 0) && !file.empty() && !can_read(file) && errno == EACCES) {
     (void)set_capabilities(kReadAll, kReadAll);
-  } else if (!set_capabilities(0, 0)) {
-    throw Failure::of_system("cannot give up the capabilities");
+  } else {
+    (void)set_capabilities(0, 0);
   }
 }
 
@@ -92,13 +112,6 @@ void set_up_tools() {
   if (setenv("TAR_OPTIONS", "--no-same-owner --no-same-permissions", 1) != 0) {
     throw Failure::of_system("cannot set up a process");
   }
-}
-
-bool has_capabilities() {
-  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-  Capabilities data = {};
-  return syscall(SYS_capget, &header, data.data()) != 0 ||
-         (data[0].permitted | data[1].permitted) != 0;
 }
 
 bool can_connect() { return tarvio::Fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)).valid(); }
@@ -111,8 +124,10 @@ bool can_write_elsewhere() {
 
 }  // namespace
 
-void limit_to(const Rights& rights) {
+void limit_to(const Rights& rights, std::initializer_list<int> kept) {
   if (!rights.are_limited) return;
+  closelog();
+  close_descriptors(rights.descriptor, kept);
   openlog(nullptr, LOG_NDELAY, LOG_USER);  // the library's messages take a socket
   set_up_tools();
   bound_resources(rights.max_file_bytes);

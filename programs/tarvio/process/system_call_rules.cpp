@@ -4,7 +4,6 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
@@ -13,8 +12,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <vector>
-
-#include "process/failure.h"
 
 namespace client {
 
@@ -52,14 +49,32 @@ constexpr std::array kRefused = {
     SYS_process_vm_writev,
     SYS_kcmp,
     SYS_perf_event_open,
+    SYS_setpriority,
+    SYS_ioprio_set,
+    SYS_sched_setaffinity,
+    SYS_sched_setattr,
+    SYS_sched_setparam,
+    SYS_sched_setscheduler,
     // Out of the process group, which ends with the deadline.
     SYS_setsid,
     SYS_setpgid,
-    // Memory that outlives its processes.
+    // Memory that outlives its processes, and that of others: a number is enough for it.
     SYS_shmget,
+    SYS_shmat,
+    SYS_shmctl,
     SYS_msgget,
+    SYS_msgsnd,
+    SYS_msgrcv,
+    SYS_msgctl,
     SYS_semget,
+    SYS_semop,
+    SYS_semtimedop,
+    SYS_semctl,
     SYS_mq_open,
+    SYS_mq_unlink,
+#ifdef SYS_semtimedop_time64
+    SYS_semtimedop_time64,
+#endif
     // Namespaces and mounts.
     SYS_unshare,
     SYS_setns,
@@ -95,12 +110,30 @@ constexpr std::array kRefused = {
 // What tools do with each file that they unpack, and what no rule for files bounds: without
 // capabilities, root still owns the system's files.
 constexpr std::array kIgnored = {
-    SYS_fchmod,  SYS_fchmodat, SYS_fchown,   SYS_fchownat,
+    SYS_fchmod,
+    SYS_fchmodat,
+    SYS_fchown,
+    SYS_fchownat,
+    SYS_utimensat,
+#ifdef SYS_utimensat_time64
+    SYS_utimensat_time64,
+#endif
+#ifdef SYS_utime
+    SYS_utime,
+#endif
+#ifdef SYS_utimes
+    SYS_utimes,
+    SYS_futimesat,
+#endif
 #ifdef SYS_chmod
-    SYS_chmod,   SYS_chown,    SYS_lchown,
+    SYS_chmod,
+    SYS_chown,
+    SYS_lchown,
 #endif
 #ifdef SYS_chown32
-    SYS_chown32, SYS_lchown32, SYS_fchown32,
+    SYS_chown32,
+    SYS_lchown32,
+    SYS_fchown32,
 #endif
 };
 
@@ -109,12 +142,12 @@ struct RefusedArgument {
   uint32_t argument;
   uint32_t bits;  // those that count
   uint32_t value;
+  bool is_allowed = false;  // this value, and no other
 };
 
 constexpr std::array kRefusedArguments = {
-    // Typing on the terminal of the caller.
-    RefusedArgument{SYS_ioctl, 1, UINT32_MAX, TIOCSTI},
-    RefusedArgument{SYS_ioctl, 1, UINT32_MAX, TIOCLINUX},
+    // The limits of other processes.
+    RefusedArgument{SYS_prlimit64, 0, UINT32_MAX, 0, true},
     RefusedArgument{SYS_clone, 0, CLONE_NEWNS, CLONE_NEWNS},
     RefusedArgument{SYS_clone, 0, CLONE_NEWCGROUP, CLONE_NEWCGROUP},
     RefusedArgument{SYS_clone, 0, CLONE_NEWUTS, CLONE_NEWUTS},
@@ -137,6 +170,8 @@ class Filter {
     end_with(ENOSYS);
     for (const long call : kRefused) on(call, EPERM);
     for (const long call : kIgnored) on(call, 0);
+    // As of a pipe or a file: no typing on the caller's terminal, no flags of files, no devices.
+    on(SYS_ioctl, ENOTTY);
     for (const RefusedArgument& refused : kRefusedArguments) on(refused);
     add(BPF_RET | BPF_K, SECCOMP_RET_ALLOW);
   }
@@ -162,7 +197,8 @@ class Filter {
     add(BPF_JMP | BPF_JEQ | BPF_K, refused.call, 0, 5);
     load(offsetof(seccomp_data, args) + refused.argument * sizeof(uint64_t));
     add(BPF_ALU | BPF_AND | BPF_K, refused.bits);
-    add(BPF_JMP | BPF_JEQ | BPF_K, refused.value, 0, 1);
+    const bool is_allowed = refused.is_allowed;
+    add(BPF_JMP | BPF_JEQ | BPF_K, refused.value, is_allowed ? 1 : 0, is_allowed ? 0 : 1);
     end_with(EPERM);
     load(offsetof(seccomp_data, nr));
   }
@@ -176,10 +212,7 @@ void refuse_system_calls() {
   if (kMachine == 0) return;
   Filter filter;
   const sock_fprog program = filter.program();
-  if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0) == 0) return;
-  if (errno != EINVAL && errno != EACCES) {
-    throw Failure::of_system("cannot limit the system calls of a process");
-  }
+  (void)prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0);
 }
 
 }  // namespace client

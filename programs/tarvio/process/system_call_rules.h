@@ -5,8 +5,7 @@
 namespace client {
 
 // None that no tool needs to read an archive, from now on, for this process and those that it
-// starts; with a kernel that has system call filters for this machine. Throws a Failure when
-// something else keeps it from that.
+// starts; with a kernel that has system call filters for this machine, and where they may be used.
 void refuse_system_calls();
 
 }  // namespace client

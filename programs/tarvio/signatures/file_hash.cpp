@@ -58,7 +58,7 @@ Hash hash_file(const WorkDirectory& directory, int file, uint64_t bytes, const s
   };
   progress.step_if_long("reading", bytes);
   const std::string result =
-      run_job(directory, Rights::to_read("", bytes), "reading the file",
+      run_job(directory, Rights::to_read(file, bytes), "reading the file",
               [&] { return hash_and_copy(file, bytes, copy); }, seconds, {show, progress.tick_ms()})
           .result;
   progress.clear();

@@ -14,6 +14,11 @@
 
 namespace tarvio_test {
 
+inline void install(const sock_fprog& program) {
+  (void)::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  (void)::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0);
+}
+
 // The system call gets the error from now on, in this process and those that it starts, when its
 // first argument has the value.
 inline void let_fail(uint32_t call, uint32_t argument, uint32_t error) {
@@ -25,9 +30,18 @@ inline void let_fail(uint32_t call, uint32_t argument, uint32_t error) {
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };
-  const sock_fprog program = {.len = std::size(filter), .filter = filter};
-  (void)::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-  (void)::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0);
+  install({.len = std::size(filter), .filter = filter});
+}
+
+// Whatever its arguments are.
+inline void let_fail(uint32_t call, uint32_t error) {
+  sock_filter filter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  install({.len = std::size(filter), .filter = filter});
 }
 
 // As with a kernel that has neither Landlock nor, for this process, system call filters. Tools can
@@ -35,6 +49,14 @@ inline void let_fail(uint32_t call, uint32_t argument, uint32_t error) {
 inline void become_old() {
   let_fail(444, 0, ENOSYS);
   let_fail(SYS_prctl, PR_SET_SECCOMP, EINVAL);
+}
+
+// As in a container, or under a service manager, that refuses what only few programs use.
+inline void become_contained() {
+  for (const uint32_t call : {uint32_t{445}, uint32_t{446}, uint32_t{SYS_capset}}) {
+    let_fail(call, EPERM);
+  }
+  let_fail(SYS_prctl, PR_SET_SECCOMP, EPERM);
 }
 
 }  // namespace tarvio_test

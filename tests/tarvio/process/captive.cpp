@@ -8,6 +8,7 @@
 #include <sys/mount.h>
 #include <sys/personality.h>
 #include <sys/ptrace.h>
+#include <sys/resource.h>
 #include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -16,6 +17,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -48,6 +50,37 @@ long open_many() {
   return result;
 }
 
+// Stays when this process has ended: for ten minutes, unless somebody kills it.
+long leave_behind() {
+  const pid_t pid = ::fork();
+  if (pid != 0) return pid;
+  ::alarm(600);
+  ::pause();
+  ::_exit(0);
+}
+
+// Of an argument, which the kernel cuts off.
+constexpr long kUpperHalf = sizeof(long) > 4 ? static_cast<long>(uint64_t{1} << 32) : 0;
+
+long ask_limits_of_parent(long upper_half) {
+  rlimit64 limit = {};
+  return ::syscall(SYS_prlimit64, upper_half | ::getppid(), RLIMIT_NOFILE, nullptr, &limit);
+}
+
+// Of linux/fs.h, which does not go with sys/mount.h.
+constexpr unsigned long kSetFlags = _IOW('f', 2, long);
+
+long set_flags_outside() {
+  const int file = ::open(outside("file").c_str(), O_RDONLY);
+  const long flags = 0;
+  return ::ioctl(file, kSetFlags, &flags);
+}
+
+long set_time_outside() {
+  const timespec times[2] = {};
+  return ::utimensat(AT_FDCWD, outside("file").c_str(), times, 0);
+}
+
 long map(size_t size) {
   return ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) ==
                  MAP_FAILED
@@ -63,13 +96,17 @@ struct Trial {
 constexpr size_t kMiB = 1U << 20;
 
 constexpr Trial kTrials[] = {
+    {"inherited", [] { return long{::fcntl(std::atoi(::getenv("INHERITED")), F_GETFD)}; }},
     {"network", [] { return long{::socket(AF_INET, SOCK_STREAM, 0)}; }},
     {"local socket", [] { return long{::socket(AF_UNIX, SOCK_STREAM, 0)}; }},
     {"trace", [] { return ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr); }},
     {"leave the group", [] { return long{::setsid()}; }},
     {"namespace", [] { return long{::unshare(CLONE_NEWUSER)}; }},
     {"process in a namespace",
-     [] { return ::syscall(SYS_clone, CLONE_NEWUSER | SIGCHLD, nullptr, nullptr, nullptr, 0); }},
+     [] {
+       return ::syscall(SYS_clone, kUpperHalf | CLONE_NEWUSER | SIGCHLD, nullptr, nullptr, nullptr,
+                        0);
+     }},
     {"mount", [] { return long{::mount("none", ".", "tmpfs", 0, nullptr)}; }},
     {"keys",
      [] { return ::syscall(SYS_keyctl, KEYCTL_GET_KEYRING_ID, KEY_SPEC_SESSION_KEYRING, 0); }},
@@ -77,7 +114,15 @@ constexpr Trial kTrials[] = {
     {"module", [] { return ::syscall(SYS_init_module, nullptr, 0, ""); }},
     {"personality", [] { return long{::personality(0xffffffff)}; }},
     {"shared memory", [] { return long{::shmget(IPC_PRIVATE, 4096, 0600)}; }},
+    {"others' shared memory", [] { return long{::shmctl(0, IPC_STAT, nullptr)}; }},
+    {"others' limits", [] { return ask_limits_of_parent(0); }},
+    {"others' limits, longer", [] { return ask_limits_of_parent(kUpperHalf); }},
+    {"others' priority",
+     [] { return long{::setpriority(PRIO_PROCESS, static_cast<id_t>(::getppid()), 0)}; }},
+    {"device", [] { return long{::ioctl(STDIN_FILENO, FIOCLEX)}; }},
     {"terminal", [] { return long{::ioctl(STDIN_FILENO, TIOCSTI, "x")}; }},
+    {"flags outside", set_flags_outside},
+    {"change the time outside", set_time_outside},
     {"rings", [] { return ::syscall(425, 1, nullptr); }},
     {"write", [] { return long{::open("here", O_WRONLY | O_CREAT, 0600)}; }},
     {"write outside", [] { return long{::open(outside("file").c_str(), O_WRONLY)}; }},
@@ -92,6 +137,7 @@ constexpr Trial kTrials[] = {
     {"files", open_many},
     {"memory", [] { return map(32 * kMiB); }},
     {"much memory", [] { return map(1024 * kMiB); }},
+    {"leave a process behind", leave_behind},
 };
 
 }  // namespace

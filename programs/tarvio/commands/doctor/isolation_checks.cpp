@@ -26,7 +26,8 @@ Findings check_isolation(const Examination& examination) {
            .status = CheckStatus::kWarning,
            .found = "the kernel does not keep what reads packages from " + freedoms,
            .remedy = "use Linux 5.13 or later with CONFIG_SECCOMP_FILTER, and with "
-                     "CONFIG_SECURITY_LANDLOCK and landlock in CONFIG_LSM"}};
+                     "CONFIG_SECURITY_LANDLOCK and landlock in CONFIG_LSM; a container or service "
+                     "must not refuse prctl, capset and Landlock"}};
 }
 
 }  // namespace client

@@ -115,7 +115,7 @@ constexpr std::array<Tool, 11> kTools = {{
     {.name = "opkg"},
     {.name = "ar",
      .trial = {try_ar, "make and read an archive",
-               "install the ar of GNU binutils: BusyBox's may only read archives"}},
+               "install the ar of GNU binutils: BusyBox's does not find './control.tar.gz'"}},
     {.name = "tar",
      .trial = {try_tar, "make and read a compressed archive", "install GNU tar and gzip"}},
     {.name = "gzip"},
