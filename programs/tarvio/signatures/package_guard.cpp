@@ -25,11 +25,12 @@ bool is_there(const std::string& path) {
 
 PackageGuard::PackageGuard(const WorkDirectory& directory, const std::string& file, Use use,
                            const std::string& remedy, double seconds)
-    : policy_(read_policy()), path_(readable_file(file)) {
-  const bool is_required = policy_.requires_signature(use);
-  if (!is_required && !is_there(signature_path(file))) return;
+    : policy_(read_policy()),
+      is_required_(policy_.requires_signature(use)),
+      path_(readable_file(file)) {
+  if (!is_required_ && !is_there(signature_path(file))) return;
   const KeyRing ring = read_key_ring();
-  if (!is_required && ring.keys.empty()) return;
+  if (!is_required_ && ring.keys.empty()) return;
   check_place(directory.path(), remedy);
   const Signature signature = read_signature(file);
   path_ = directory / kCopy;

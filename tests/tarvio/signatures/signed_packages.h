@@ -32,10 +32,10 @@ class SignedPackages : public WithoutPackages {
   static constexpr char kSignAgain[] =
       "; sign it with 'tarvio sign', or with the trusted comment 'package:NAME version:VERSION'";
 
-  // With another version.
-  void pack(const std::string& version) const {
+  // With another version, and further lines in the control file.
+  void pack(const std::string& version, const std::string& further = "") const {
     sample_.write("control", "Package: clock\nVersion: " + version +
-                                 "\nArchitecture: all\nMaintainer: Halvern Corporation\n");
+                                 "\nArchitecture: all\nMaintainer: Halvern Corporation\n" + further);
     EXPECT_EQ(run_tarvio({"pack", sample_.path(), "-o", file()}).status, 0);
   }
   void sign(const std::string& name = "vendor") const {

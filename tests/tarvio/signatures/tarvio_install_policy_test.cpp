@@ -21,6 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 
 using testing::HasSubstr;
+using testing::Not;
 
 class ClientInstallPolicy : public SignedPackages {
  protected:
@@ -126,6 +127,38 @@ TEST_F(ClientInstallPolicy, RefusesTheSignatureOfAnotherPackage) {
   trust();
   minisign("-S -W -s vendor.key -m clock.tbx -t 'package:radio version:1.0'");
   expect_refused("its signature is of radio 1.0, and it is clock 1.0");
+}
+
+// Without a signature of their own, opkg would fetch them from a feed.
+TEST_F(ClientInstallPolicy, TakesNoDependenciesFromFeeds) {
+  pack("1.0", "Depends: lib (>= 2.0)\n");
+  sign();
+  trust();
+  const auto expect_missing = [&] {
+    expect_refused(
+        "it needs 'lib (>= 2.0)', which is not installed and would come from a feed without a "
+        "signature; install that first (10302)",
+        1);
+  };
+  set_policy("require_signature: install\n");
+  expect_missing();
+  fs::create_directories(kInformation);
+  const std::string lib = std::string(kInformation) + "/lib.control";
+  write_file(lib, "Package: lib\nVersion: 1.9\n");
+  EXPECT_EQ(install({"--force"}).status, 1);
+  write_file(lib, "Package: lib\nVersion: 2.0\n");
+  const Tool opkg("opkg", "PATH=${PATH#*:}\nexec opkg \"$@\"");
+  expect_installed();
+  EXPECT_THAT(opkg.runs(), HasSubstr("--nodeps install "));
+}
+
+TEST_F(ClientInstallPolicy, LeavesDependenciesToOpkgWhereNothingIsRequired) {
+  set_policy("require_signature: restore\n");
+  pack("1.0", "Depends: lib\n");
+  const Tool opkg("opkg", "PATH=${PATH#*:}\nexec opkg \"$@\"");
+  EXPECT_THAT(install().errors, HasSubstr("Cannot satisfy"));
+  EXPECT_EQ(install({"--force"}).status, 0);
+  EXPECT_THAT(opkg.runs(), Not(HasSubstr("--nodeps")));
 }
 
 // The first tool that reads the package puts another one in its place, as somebody else could: an
