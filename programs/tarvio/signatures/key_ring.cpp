@@ -64,8 +64,11 @@ std::vector<PublicKey> KeyRing::find(const KeyId& id) const {
 KeyRing read_key_ring() {
   prepare_cryptography();
   KeyRing ring;
-  if (!check_owned_by_root(kKeyDirectory, S_IFDIR)) return ring;
-  (void)check_owned_by_root(directory_of(kKeyDirectory), S_IFDIR);
+  // Who can change the outer one can take the inner one away.
+  if (!check_owned_by_root(directory_of(kKeyDirectory), S_IFDIR) ||
+      !check_owned_by_root(kKeyDirectory, S_IFDIR)) {
+    return ring;
+  }
   for (const std::string& name : entries_of(kKeyDirectory)) {
     if (!name.ends_with(kExtension)) continue;
     // One that a power cut has left half written must not keep the others from being used.

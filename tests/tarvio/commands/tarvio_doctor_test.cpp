@@ -131,6 +131,14 @@ TEST_F(DoctorOfSignatures, FindsWhatIsNotUsed) {
   EXPECT_EQ(row(rows, "keys")["found"],
             "cannot be checked: cannot trust '/etc/tarvio/keys': it can be changed by others (mode "
             "0777); chmod go-w it");
+  std::filesystem::permissions("/etc/tarvio", std::filesystem::perms(0777));
+  std::filesystem::remove(kPolicy);
+  EXPECT_EQ(row_of("package policy"),
+            expected("package policy", "failed",
+                     "cannot be checked: cannot trust '/etc/tarvio': it can be changed by others "
+                     "(mode 0777); chmod go-w it",
+                     "put right what the message names"));
+  std::filesystem::permissions("/etc/tarvio", std::filesystem::perms(0755));
 }
 
 // The root.

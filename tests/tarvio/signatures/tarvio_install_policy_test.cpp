@@ -290,8 +290,12 @@ TEST_F(ClientInstallPolicy, IsNotTakenFromAFileThatOthersCanChange) {
   fs::permissions(kPolicy, fs::perms(0644));
   fs::permissions("/etc/tarvio", fs::perms(0777));
   expect_refused("cannot trust '/etc/tarvio': it can be changed by others (mode 0777)", 1);
-  fs::permissions("/etc/tarvio", fs::perms(0755));
+  // Others could also have taken it away, and the keys.
   fs::rename(kPolicy, "/etc/tarvio/elsewhere");
+  expect_refused("cannot trust '/etc/tarvio': it can be changed by others (mode 0777)", 1);
+  fs::remove_all(kKeys);
+  expect_refused("cannot trust '/etc/tarvio': it can be changed by others (mode 0777)", 1);
+  fs::permissions("/etc/tarvio", fs::perms(0755));
   fs::create_symlink("/etc/tarvio/elsewhere", kPolicy);
   expect_refused("cannot trust '/etc/tarvio/tarvio.conf': it is not a regular file", 1);
 }
