@@ -44,7 +44,16 @@ void PackageGuard::check_identity(const PackageFile& package) const {
 
 void PackageGuard::check_version(const PackageFile& package,
                                  const std::optional<std::string>& installed) const {
-  if (policy_.allow_downgrade || !installed || !is_older(package.version, *installed)) return;
+  if (policy_.allow_downgrade || !installed) return;
+  // Such as an image of a backup, which may be of any age.
+  if (package.version.empty()) {
+    throw Failure(EPERM,
+                  std::string("it has no version, so allow_downgrade: no refuses it; set "
+                              "allow_downgrade: yes in ") +
+                      kPolicyFile + " to accept it",
+                  kNotTrusted);
+  }
+  if (!is_older(package.version, *installed)) return;
   throw Failure(EPERM,
                 "its version " + package.version + " is older than the installed " + *installed +
                     "; set allow_downgrade: yes in " + kPolicyFile + " to go back",

@@ -28,7 +28,7 @@ class PackageGuard {
   [[nodiscard]] bool requires_signature() const { return is_required_; }
 
   // Both throw a Failure: unless what was read from that file is what was signed; and for a version
-  // that is older than the installed one, if there is one.
+  // that is older than the installed one, if there is one, or missing.
   void check_identity(const PackageFile& package) const;
   void check_version(const PackageFile& package, const std::optional<std::string>& installed) const;
   // Before the version of the installed system is looked for.

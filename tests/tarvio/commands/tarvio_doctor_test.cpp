@@ -99,11 +99,30 @@ TEST_F(DoctorOfSignatures, ShowsThePolicyAndCountsTheKeys) {
   add_key("one", "/run/tmp/id");
   add_key("two", "");
   write_file(std::string(kKeys) + "/revoked/" + read_file("/run/tmp/id"), "");
-  write_file(kPolicy, "require_signature: all\nallow_downgrade: no\n");
+  write_file(kPolicy, "require_signature: all\nallow_downgrade: yes\n");
   const Json rows = look();
   EXPECT_EQ(row(rows, "package policy"),
-            expected("package policy", "ok", "require_signature is all, allow_downgrade is no"));
+            expected("package policy", "ok", "require_signature is all, allow_downgrade is yes"));
   EXPECT_EQ(row(rows, "keys"), expected("keys", "ok", "1 valid, 1 revoked, in /etc/tarvio/keys"));
+}
+
+TEST_F(DoctorOfSignatures, WarnsOfASystemWithoutAVersionWhereDowngradesAreOff) {
+  const MountedMemory installed("/mnt/root");
+  write_kernel_command_line("root=/dev/mtdblock5\n");
+  write_file(kPolicy, "allow_downgrade: no\n");
+  const std::string shown = "require_signature is no, allow_downgrade is no";
+  EXPECT_EQ(row_of("package policy"),
+            expected("package policy", "warning",
+                     shown + ", so restore accepts no image: the version of the installed system is "
+                             "not known: '/mnt/root/etc/systemversion' names no package",
+                     "write the name of the installed system's package into "
+                     "/mnt/root/etc/systemversion"));
+  std::filesystem::create_directories("/mnt/root/etc");
+  std::filesystem::create_directories("/mnt/root/usr/lib/opkg/info");
+  write_file("/mnt/root/etc/systemversion", "system\n");
+  write_file("/mnt/root/usr/lib/opkg/info/system.control", "Package: system\nVersion: 1\n");
+  EXPECT_EQ(row_of("package policy"), expected("package policy", "ok", shown));
+  write_kernel_command_line("root=/dev/mtdblock4\n");
 }
 
 TEST_F(DoctorOfSignatures, MissesAKeyWhereSignaturesAreRequired) {
@@ -137,7 +156,7 @@ TEST_F(DoctorOfSignatures, FindsWhatIsNotUsed) {
             expected("package policy", "failed",
                      "cannot be checked: cannot trust '/etc/tarvio': it can be changed by others "
                      "(mode 0777); chmod go-w it",
-                     "put right what the message names"));
+                     "fix this, and run 'tarvio doctor' again"));
   std::filesystem::permissions("/etc/tarvio", std::filesystem::perms(0755));
 }
 

@@ -130,6 +130,19 @@ TEST_F(ClientRestorePolicy, DoesNotGoBackToAnOlderVersionUnlessThatIsAllowed) {
   expect_restored();
 }
 
+// As a backup of the device itself is.
+TEST_F(ClientRestorePolicy, DoesNotTakeAnImageWithoutAVersionForANewerOne) {
+  write_file(kPolicy, "allow_downgrade: no\n");
+  install_system("2.1");
+  set_version("");
+  sign();
+  expect_refused(
+      "it has no version, so allow_downgrade: no refuses it; set allow_downgrade: yes in "
+      "/etc/tarvio/tarvio.conf to accept it; nothing was written (1)");
+  write_file(kPolicy, "allow_downgrade: yes\n");
+  expect_restored();
+}
+
 TEST_F(ClientRestorePolicy, CannotRuleOutAnOlderVersionOfAnUnknownOne) {
   write_file(kPolicy, "allow_downgrade: no\n");
   expect_refused(

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "commands/doctor/finding.h"
+#include "packages/installed.h"
 #include "signatures/key_ring.h"
 #include "signatures/policy.h"
 
@@ -44,9 +45,18 @@ Finding finding_of(const std::string& refused) {
 
 Findings check_policy(const Examination& /*examination*/) {
   const Policy policy = read_policy();
-  return {{.check = "package policy",
-           .found = "require_signature is " + policy.require_signature + ", allow_downgrade is " +
-                    (policy.allow_downgrade ? "yes" : "no")}};
+  Finding finding = {.check = "package policy",
+                     .found = "require_signature is " + policy.require_signature +
+                              ", allow_downgrade is " + (policy.allow_downgrade ? "yes" : "no")};
+  if (policy.allow_downgrade) return {finding};
+  try {
+    (void)system_version();
+  } catch (const Failure& failure) {
+    finding.status = CheckStatus::kWarning;
+    finding.found += std::string(", so restore accepts no image: ") + failure.what();
+    finding.remedy = "write the name of the installed system's package into " + system_file();
+  }
+  return {finding};
 }
 
 Findings check_keys(const Examination& /*examination*/) {
