@@ -21,9 +21,9 @@ std::string octal(mode_t mode) {
   return text;
 }
 
+// With an access control list, the bits of the group are what any user that it names may have.
 bool is_open_to_others(const struct stat& status) {
-  const mode_t others = S_IWOTH | (status.st_gid == 0 ? 0U : S_IWGRP);
-  return (status.st_mode & others) != 0;
+  return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
 }  // namespace

@@ -132,6 +132,16 @@ TEST_F(ClientKeyRing, DoesNotUseAFileThatOthersCanChange) {
   expect_refused(unknown + "is not a regular file) (126)");
 }
 
+// Not for its own group either: with an access control list, these bits are those of other users.
+TEST_F(ClientKeyRing, DoesNotUseAFileThatAGroupCanChange) {
+  open_to(kVendor, fs::perms::group_write);
+  expect_refused("can be changed by others (mode 0664)");
+  close_to(kVendor, fs::perms::group_write);
+  expect_trusted();
+  open_to(kKeys, fs::perms::group_write);
+  expect_refused("cannot trust '/etc/tarvio/keys': it can be changed by others (mode 0775)", 1);
+}
+
 TEST_F(ClientKeyRing, UsesTheOthersBesideADamagedKey) {
   write_file(std::string(kKeys) + "/damaged.pub", "");
   write_file(std::string(kKeys) + "/huge.pub", std::string(100000, 'x'));
@@ -149,8 +159,7 @@ TEST_F(ClientKeyRing, IsRootsAlone) {
   expect_trusted();
   open_to(kVendor, fs::perms::group_write);
   expect_refused("can be changed by others (mode 0664)");
-  ASSERT_EQ(::chown(kVendor, 0, 0), 0);
-  expect_trusted();
+  close_to(kVendor, fs::perms::group_write);
   ASSERT_EQ(::chown(kKeys, 1000, 0), 0);
   expect_refused("cannot trust '/etc/tarvio/keys': it is owned by user 1000; chown it to root", 1);
 }
