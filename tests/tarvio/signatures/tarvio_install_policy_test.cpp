@@ -239,6 +239,25 @@ TEST_F(ClientInstallPolicy, KeepsNoCopyWhereOthersCanReplaceIt) {
   EXPECT_EQ(install_in(open.path()).status, 1);
 }
 
+// A tool does here what another user could do in a directory that is open to all.
+TEST_F(ClientInstallPolicy, LeavesWhatOthersPutInPlaceOfTheWorkDirectory) {
+  if (!has_other_users()) GTEST_SKIP() << "needs another user";
+  const TempDir open;
+  const Tool ar("ar",
+                "mv \"$PWD\" " + (open / "away").string() +
+                    " && mkdir \"$PWD\" \"$PWD/theirs\" && chown 1000 \"$PWD\"; exit 1");
+  const Ran run = run_tarvio({"install", file()}, [&] {
+    ::setenv("TMPDIR", open.path().c_str(), 1);
+    become_old();
+  });
+  EXPECT_EQ(run.status, 1);
+  fs::path theirs;
+  for (const std::string& name : names_in(open.path())) {
+    if (name != "away") theirs = open / name / "theirs";
+  }
+  EXPECT_TRUE(fs::is_directory(theirs)) << theirs;
+}
+
 TEST_F(ClientInstallPolicy, DoesNotGoBackToAnOlderVersionUnlessThatIsAllowed) {
   set_policy("allow_downgrade: no\n");
   pack("2.0");
