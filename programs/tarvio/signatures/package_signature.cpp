@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -155,6 +156,13 @@ void write_signature(const std::string& file, const Signature& signature) {
   const std::string path = signature_path(file);
   if (!runtime::write_whole_file(path.c_str(), text_of(signature), kForAll)) {
     throw Failure::of_system("cannot write '" + path + "'");
+  }
+}
+
+void remove_signature(const std::string& file) {
+  const std::string path = signature_path(file);
+  if (unlink(path.c_str()) != 0 && errno != ENOENT) {
+    throw Failure::of_system("cannot remove the old signature '" + path + "'");
   }
 }
 

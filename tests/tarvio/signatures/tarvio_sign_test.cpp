@@ -89,6 +89,18 @@ TEST_F(ClientSign, GivesTheSameSignatureAgain) {
   EXPECT_EQ(read_file(signature()), first);
 }
 
+// It would be that of another file.
+TEST_F(ClientSign, LeavesNoSignatureBesideAnUnsignedPackage) {
+  sign();
+  pack("2.0");
+  EXPECT_FALSE(std::filesystem::exists(signature()));
+  // Nor after a failure the new file without a word.
+  std::filesystem::create_directory(signature());
+  const Ran run = run_tarvio({"pack", sample().path(), "-o", file()});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.errors, HasSubstr("cannot remove the old signature '" + signature() + "'"));
+}
+
 TEST_F(ClientSign, PacksNothingWithoutTheKey) {
   std::filesystem::remove(file());
   const Ran run = run_tarvio({"pack", sample().path(), "-o", file(), "--sign", beside("nowhere")});
