@@ -54,7 +54,7 @@ Policy read_policy() {
   runtime::ConfFile file;
   runtime::Mistake mistake;
   if (!runtime::read_conf_file(kPolicyFile, runtime::MissingFile::kRefused, complaint_about, file,
-                               mistake)) {
+                               mistake, runtime::WordsBeforeKey::kRefused)) {
     throw Failure(EINVAL, std::string(mistake.place) + ": " + mistake.why);
   }
   const auto value_of = [&](const char* key) { return tq_conf_read(file.pairs.get(), key); };

@@ -290,6 +290,10 @@ TEST_F(ClientInstallPolicy, IsNotGuessedFromAFileThatIsWrong) {
       {"require_signatures: all\n",
        "/etc/tarvio/tarvio.conf:1: unknown key: use require_signature or allow_downgrade"},
       {"require_signature all\n", "/etc/tarvio/tarvio.conf:1: no colon in the line"},
+      {"do not require_signature: no\n",
+       "/etc/tarvio/tarvio.conf:1: key of several words: write one word"},
+      {"require_signature: no all\n",
+       "/etc/tarvio/tarvio.conf:1: value of several words: write one word"},
       {"require_signature:\n",
        "/etc/tarvio/tarvio.conf:1: unknown require_signature: write no, install"},
   };
