@@ -75,6 +75,8 @@ TEST_F(ClientInstallPolicy, DemandsNothingUnlessItIsSet) {
   expect_installed();
   set_policy("require_signature: restore\n");
   expect_installed();
+  set_policy(read_file(TARVIO_COMPLETIONS "/../tarvio.conf"));
+  expect_installed();
 }
 
 TEST_F(ClientInstallPolicy, RefusesWhatIsNotSigned) {
