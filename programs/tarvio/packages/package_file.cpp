@@ -136,6 +136,10 @@ std::string read_control_files(const std::string& path) {
 
 }  // namespace
 
+std::string title_of(const PackageFile& package) {
+  return package.version.empty() ? package.name : package.name + ' ' + package.version;
+}
+
 bool is_package_file_name(std::string_view path) {
   const std::string_view name = path.substr(path.rfind('/') + 1);
   return name.size() > kExtension.size() && name.ends_with(kExtension);

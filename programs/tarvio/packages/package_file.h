@@ -34,6 +34,9 @@ struct PackageFile {
   [[nodiscard]] bool is_image() const { return kind && kind->category == kImageCategory; }
 };
 
+// "NAME VERSION", or the name alone of an image without a version.
+std::string title_of(const PackageFile& package);
+
 // Whether a path ends in ".tbx", with something before it.
 bool is_package_file_name(std::string_view path);
 

@@ -116,8 +116,9 @@ void check_comment(const std::string& comment, const PackageFile& package) {
   }
   if (name == package.name && version == package.version) return;
   throw Failure(EKEYREJECTED,
-                "its signature is of " + *name + " " + *version + ", and it is " + package.name +
-                    " " + package.version + kSignAgain,
+                "its signature is for " +
+                    title_of({.name = *name, .version = *version, .kind = std::nullopt}) +
+                    ", but the package is " + title_of(package) + kSignAgain,
                 kNotTrusted);
 }
 

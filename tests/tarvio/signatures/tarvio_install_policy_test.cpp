@@ -128,7 +128,7 @@ TEST_F(ClientInstallPolicy, RefusesTheSignatureOfAnotherPackage) {
   set_policy("require_signature: install\n");
   trust();
   minisign("-S -W -s vendor.key -m clock.tbx -t 'package:radio version:1.0'");
-  expect_refused("its signature is of radio 1.0, and it is clock 1.0");
+  expect_refused("its signature is for radio 1.0, but the package is clock 1.0");
 }
 
 // Without a signature of their own, opkg would fetch them from a feed.

@@ -145,9 +145,11 @@ TEST_F(ClientSign, SignsImages) {
 TEST_F(ClientSign, SignsAPackageWithoutAVersion) {
   const HandMadePackage image("Package: saved\nVersion: \n", kImageTqControl);
   trust();
-  ASSERT_EQ(run_tarvio({"sign", image.path(), "--key", key("vendor") + ".key"}).status, 0);
+  const Ran signed_as = run_tarvio({"sign", image.path(), "--key", key("vendor") + ".key"});
+  EXPECT_EQ(signed_as.output,
+            "signed " + image.path() + " as saved with key " + id_of("vendor") + "\n");
   const Ran run = run_tarvio({"verify", image.path()});
-  EXPECT_EQ(run.output, image.path() + " is saved , signed by key " + id_of("vendor") + "\n");
+  EXPECT_EQ(run.output, image.path() + " is saved, signed by key " + id_of("vendor") + "\n");
 }
 
 TEST_F(ClientSign, CannotNameAPackageWithABlankInItsVersion) {
@@ -257,9 +259,9 @@ TEST_F(ClientSign, RefusesACommentThatIsNotOfThePackage) {
         kSignAgain + " (129)");
   }
   comment("package:radio version:1.0");
-  expect_refused(std::string("its signature is of radio 1.0, and it is clock 1.0") + kSignAgain);
+  expect_refused(std::string("its signature is for radio 1.0, but the package is clock 1.0") + kSignAgain);
   comment("package:clock version:1.0.1");
-  expect_refused("its signature is of clock 1.0.1, and it is clock 1.0");
+  expect_refused("its signature is for clock 1.0.1, but the package is clock 1.0");
 }
 
 TEST_F(ClientSign, RefusesASignatureThatIsTruncated) {
@@ -335,7 +337,7 @@ TEST_F(ClientSign, ReadsLinesThatEndAsThoseOfWindows) {
 TEST_F(ClientSign, ShowsNoEscapeSequenceOfASignature) {
   trust();
   minisign("-S -W -s vendor.key -m clock.tbx -t \"$(printf 'package:\\033[2Jclock version:1.0')\"");
-  expect_refused("its signature is of \\x1b[2Jclock 1.0, and it is clock 1.0");
+  expect_refused("its signature is for \\x1b[2Jclock 1.0, but the package is clock 1.0");
 }
 
 }  // namespace
