@@ -85,7 +85,8 @@ void install(const std::string& file, const Request& request, Change& change) {
   if (!is_package_file_name(file)) throw Failure(EINVAL, "package file names must end in .tbx");
   require_tools({"opkg"});
   const WorkDirectory directory;
-  const PackageGuard guard(directory, file, Use::kInstall, "set TMPDIR", request.timeout_seconds);
+  const PackageGuard guard(directory, file, Use::kInstall, "set TMPDIR to another directory",
+                           request.timeout_seconds);
   const PackageFile package = read_whole_package(directory, guard.path(), request.timeout_seconds);
   guard.check_identity(package);
   check_place_of_information(package.name);

@@ -140,7 +140,7 @@ class RestoreRun {
   }
 
   void run_in(const WorkDirectory& directory, const FlashLock& lock) {
-    const PackageGuard guard(directory, file_, Use::kRestore, "use --workdir",
+    const PackageGuard guard(directory, file_, Use::kRestore, "name another directory with --workdir",
                              request_.timeout_seconds);
     const ArchiveFile package(guard.path());
     areas_ = areas_of(guarded(guard, directory));

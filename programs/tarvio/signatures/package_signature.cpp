@@ -70,12 +70,12 @@ void check_room(const std::string& directory, uint64_t bytes) {
   const uint64_t free_bytes = uint64_t{status.f_bavail} * status.f_frsize;
   if (bytes <= free_bytes) return;
   throw Failure(ENOSPC, "not enough space in '" + directory_of(directory) +
-                            "' for a copy that is checked: " + size_words(bytes) + " needed, " +
+                            "' for a private copy: " + size_words(bytes) + " needed, " +
                             size_words(free_bytes) + " free");
 }
 
 const char* remedy_for(int code) {
-  if (code == ENOENT) return "; fetch it, or sign with 'tarvio sign'";
+  if (code == ENOENT) return "; get it from where the package comes from";
   return code == EBADMSG || code == EFBIG ? "; fetch it again" : "";
 }
 
@@ -142,8 +142,7 @@ void check_signature(const WorkDirectory& directory, const std::string& file,
   });
   if (is_good) return;
   fail_of_signature(file, Failure(EKEYREJECTED,
-                                  "is wrong: it or the file was changed, or they do not belong "
-                                  "together; fetch both again"));
+                                  "does not match the file; fetch both again"));
 }
 
 Signature sign_package(const WorkDirectory& directory, const std::string& file,

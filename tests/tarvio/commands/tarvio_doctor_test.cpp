@@ -129,8 +129,11 @@ TEST_F(DoctorOfSignatures, MissesAKeyWhereSignaturesAreRequired) {
   write_file(kPolicy, "require_signature: install\n");
   EXPECT_EQ(row_of("keys"),
             expected("keys", "failed",
-                     "0 valid, 0 revoked, in /etc/tarvio/keys, so no package is accepted",
+                     "0 valid, 0 revoked, in /etc/tarvio/keys, so install accepts none",
                      "put the public key of your packages there"));
+  write_file(kPolicy, "require_signature: all\n");
+  EXPECT_EQ(row_of("keys")["found"],
+            "0 valid, 0 revoked, in /etc/tarvio/keys, so no package is accepted");
 }
 
 TEST_F(DoctorOfSignatures, FindsWhatIsNotUsed) {
@@ -140,6 +143,13 @@ TEST_F(DoctorOfSignatures, FindsWhatIsNotUsed) {
                                "not used: public key '/etc/tarvio/keys/damaged.pub' is truncated: "
                                "line 1 is missing",
                                "replace the file, or remove it"));
+  add_key("damaged", "");
+  std::filesystem::permissions(std::string(kKeys) + "/damaged.pub", std::filesystem::perms(0666));
+  rows = look();
+  EXPECT_EQ(rows[17], expected("keys", "warning",
+                               "not used: cannot trust '/etc/tarvio/keys/damaged.pub': it can be "
+                               "changed by others (mode 0666)",
+                               "run chmod go-w on it"));
   std::filesystem::permissions(kKeys, std::filesystem::perms(0777));
   write_file(kPolicy, "require_signature: perhaps\n");
   rows = look();
@@ -149,13 +159,13 @@ TEST_F(DoctorOfSignatures, FindsWhatIsNotUsed) {
             "install, restore or all");
   EXPECT_EQ(row(rows, "keys")["found"],
             "cannot be checked: cannot trust '/etc/tarvio/keys': it can be changed by others (mode "
-            "0777); chmod go-w it");
+            "0777); run chmod go-w on it");
   std::filesystem::permissions("/etc/tarvio", std::filesystem::perms(0777));
   std::filesystem::remove(kPolicy);
   EXPECT_EQ(row_of("package policy"),
             expected("package policy", "failed",
                      "cannot be checked: cannot trust '/etc/tarvio': it can be changed by others "
-                     "(mode 0777); chmod go-w it",
+                     "(mode 0777); run chmod go-w on it",
                      "fix this, and run 'tarvio doctor' again"));
   std::filesystem::permissions("/etc/tarvio", std::filesystem::perms(0755));
 }

@@ -32,6 +32,9 @@ class SignedPackages : public WithoutPackages {
   static constexpr char kSignAgain[] =
       "; sign it with 'tarvio sign', or with the trusted comment 'package:NAME version:VERSION'";
 
+  static constexpr char kVendorsOnly[] =
+      "; get the package from its vendor, and trust the key only if it is the vendor's";
+
   // With another version, and further lines in the control file.
   void pack(const std::string& version, const std::string& further = "") const {
     sample_.write("control", "Package: clock\nVersion: " + version +

@@ -84,11 +84,10 @@ TEST_F(ClientInstallPolicy, RefusesWhatIsNotSigned) {
   for (const char* scope : {"install", "all"}) {
     set_policy(std::string("require_signature: ") + scope + "\n");
     expect_refused("its signature '" + signature() +
-                   "' does not exist; fetch it, or sign with "
-                   "'tarvio sign' (2)");
+                   "' does not exist; get it from where the package comes from (2)");
   }
   sign("other");
-  expect_refused("is by the unknown key " + id_of("other"));
+  expect_refused("was made with unknown key " + id_of("other"));
   sign();
   expect_installed();
 }
@@ -96,7 +95,7 @@ TEST_F(ClientInstallPolicy, RefusesWhatIsNotSigned) {
 TEST_F(ClientInstallPolicy, RefusesEveryPackageWithoutAKey) {
   set_policy("require_signature: all\n");
   sign();
-  expect_refused("is by the unknown key " + id_of("vendor") + "; put its public key into");
+  expect_refused("was made with unknown key " + id_of("vendor") + "; get the package from its vendor");
 }
 
 TEST_F(ClientInstallPolicy, RefusesAKeyThatIsRevoked) {
@@ -105,14 +104,14 @@ TEST_F(ClientInstallPolicy, RefusesAKeyThatIsRevoked) {
   sign();
   fs::create_directory(kRevoked);
   write_file(kRevoked + ("/" + id_of("vendor")), "");
-  expect_refused("is by the revoked key " + id_of("vendor"));
+  expect_refused("was made with revoked key " + id_of("vendor"));
 }
 
 TEST_F(ClientInstallPolicy, RefusesAWrongSignatureAlthoughNoneIsRequired) {
   sign();
   pack("2.0");
   trust();
-  expect_refused("is wrong: it or the file was changed");
+  expect_refused("does not match the file");
   write_file(signature(), "");
   expect_refused("is empty");
   fs::remove(signature());
@@ -179,7 +178,7 @@ TEST_F(ClientInstallPolicy, UsesWhatItHasChecked) {
   }
   EXPECT_EQ(read_file(file()), read_file(beside("evil.tbx")));
   EXPECT_EQ(face(), "12\n");
-  expect_refused("is wrong");
+  expect_refused("does not match the file");
 }
 
 // As a device that shows another file at each reading.
@@ -188,7 +187,7 @@ TEST_F(ClientInstallPolicy, RefusesAFileThatBecomesShorter) {
   trust();
   sign();
   fs::resize_file(file(), 100);
-  expect_refused("is wrong");
+  expect_refused("does not match the file");
 }
 
 TEST_F(ClientInstallPolicy, SaysHowMuchSpaceTheCopyNeeds) {
@@ -204,7 +203,7 @@ TEST_F(ClientInstallPolicy, SaysHowMuchSpaceTheCopyNeeds) {
       run_tarvio({"install", file()}, [&] { ::setenv("TMPDIR", small.path().c_str(), 1); });
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.errors, HasSubstr("not enough space in '" + small.path().string() +
-                                    "' for a copy that is checked: 293"));
+                                    "' for a private copy: 293"));
   EXPECT_THAT(run.errors, HasSubstr(" KiB needed, 128.0 KiB free (28)"));
   EXPECT_TRUE(fs::is_empty(small.path()));
   ::umount(small.path().c_str());
@@ -224,10 +223,12 @@ TEST_F(ClientInstallPolicy, KeepsNoCopyWhereOthersCanReplaceIt) {
   for (const fs::path& place : {open.path(), open / "own"}) {
     const Ran run = install_in(place);
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, HasSubstr("cannot keep a copy in '" + place.string() +
-                                      "' that nobody else can change: others can rename files "
-                                      "in '" +
-                                      open.path().string() + "'; set TMPDIR (1)"));
+    EXPECT_THAT(run.errors, HasSubstr("cannot keep a private copy in '" + place.string() +
+                                      "': others can rename files " +
+                                      (place == open.path()
+                                           ? std::string("there")
+                                           : "in '" + open.path().string() + "'") +
+                                      "; set TMPDIR to another directory (1)"));
   }
   EXPECT_EQ(installed_version(), "");
   // A link that others can change counts once, at the beginning.
@@ -310,7 +311,7 @@ TEST_F(ClientInstallPolicy, IsNotTakenFromAFileThatOthersCanChange) {
   fs::permissions(kPolicy, fs::perms(0666));
   expect_refused(
       "cannot trust '/etc/tarvio/tarvio.conf': it can be changed by others (mode 0666); "
-      "chmod go-w it",
+      "run chmod go-w on it",
       1);
   fs::permissions(kPolicy, fs::perms(0644));
   fs::permissions("/etc/tarvio", fs::perms(0777));

@@ -55,7 +55,7 @@ TEST_F(ClientKeygen, MakesKeysThatMinisignUses) {
   const Ran run = keygen({"--no-password"});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.errors, "");
-  EXPECT_EQ(run.output, "made key " + id_of("new") + ": " + key("new") + ".key (secret), " +
+  EXPECT_EQ(run.output, "created key " + id_of("new") + ": " + key("new") + ".key (secret), " +
                             key("new") + ".pub\n");
   minisign("-S -W -s new.key -m clock.tbx -t 'package:clock version:1.0'");
   minisign("-V -p new.pub -m clock.tbx");
@@ -91,7 +91,7 @@ TEST_F(ClientKeygen, ReplacesNoFileUnlessForced) {
     write_file(key("new") + ending, "precious");
     const Ran run = keygen({"--no-password"});
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.errors, "tarvio: cannot make the keys '" + key("new") + "': '" + key("new") +
+    EXPECT_EQ(run.errors, "tarvio: cannot create the keys '" + key("new") + "': '" + key("new") +
                               ending + "' already exists; use --force to replace it (17)\n");
     EXPECT_EQ(read_file(key("new") + ending), "precious");
     std::filesystem::remove(key("new") + ending);
@@ -216,7 +216,7 @@ TEST_F(KeygenOnATerminal, AsksForANewPasswordTwiceAndShowsNone) {
   answer("Password of " + key("new") + ".key: ", "sesame\n");
   answer("Again: ", "sesame\n");
   EXPECT_EQ(status(), 0);
-  EXPECT_THAT(shown_, HasSubstr("made key " + id_of("new")));
+  EXPECT_THAT(shown_, HasSubstr("created key " + id_of("new")));
   EXPECT_THAT(shown_, Not(HasSubstr("sesame")));
   start({"sign", file(), "--key", key("new") + ".key"});
   answer("Password of " + key("new") + ".key: ", "sesame\n");

@@ -24,21 +24,25 @@ Finding finding_of(const KeyRing& ring) {
   const size_t valid = count_of_valid(ring);
   const std::string found = std::to_string(valid) + " valid, " +
                             std::to_string(ring.revoked.size()) + " revoked, in " + kKeyDirectory;
-  if (valid == 0 && read_policy().require_signature != "no") {
+  const std::string required = read_policy().require_signature;
+  if (valid == 0 && required != "no") {
     return {.check = kKeysRow,
             .status = CheckStatus::kFailed,
-            .found = found + ", so no package is accepted",
+            .found = found + ", so " +
+                     (required == "all" ? "no package is accepted" : required + " accepts none"),
             .remedy = "put the public key of your packages there"};
   }
   return {.check = kKeysRow, .found = found};
 }
 
-// A file that is not used, with what is wrong with it before its remedy.
+// A file that is not used, with what is wrong with it, and the remedy if that has one.
 Finding finding_of(const std::string& refused) {
+  const size_t end = refused.rfind("; ");
+  const bool has_remedy = end != std::string::npos;
   return {.check = kKeysRow,
           .status = CheckStatus::kWarning,
-          .found = "not used: " + refused,
-          .remedy = "replace the file, or remove it"};
+          .found = "not used: " + refused.substr(0, end),
+          .remedy = has_remedy ? refused.substr(end + 2) : "replace the file, or remove it"};
 }
 
 }  // namespace
