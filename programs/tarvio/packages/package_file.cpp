@@ -1,6 +1,5 @@
 #include "packages/package_file.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,6 +15,7 @@
 #include "packages/ar_archive.h"
 #include "packages/control_fields.h"
 #include "process/failure.h"
+#include "process/regular_file.h"
 #include "process/required_tools.h"
 #include "process/text_pieces.h"
 #include "tarvio/archive.h"
@@ -146,11 +146,7 @@ bool is_package_file_name(std::string_view path) {
 }
 
 std::string readable_file(const std::string& path) {
-  const tarvio::Fd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!file.valid()) throw Failure(errno, strerror(errno));
-  struct stat status = {};
-  if (fstat(file.get(), &status) != 0) throw Failure(errno, strerror(errno));
-  if (!S_ISREG(status.st_mode)) throw Failure(EINVAL, "not a regular file");
+  (void)open_regular_file(path);
   const tarvio::CString absolute(realpath(path.c_str(), nullptr));
   if (absolute == nullptr) throw Failure(errno, strerror(errno));
   return absolute.get();

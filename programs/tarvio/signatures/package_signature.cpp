@@ -1,19 +1,16 @@
 #include "signatures/package_signature.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <optional>
 
-#include "base/owners.h"
 #include "process/failure.h"
 #include "process/paths.h"
+#include "process/regular_file.h"
 #include "process/text_pieces.h"
 #include "runtime/whole_file.h"
 #include "signatures/file_hash.h"
@@ -29,22 +26,6 @@ constexpr std::string_view kVersion = "version:";
 constexpr mode_t kForAll = 0644;
 constexpr char kSignAgain[] =
     "; sign it with 'tarvio sign', or with the trusted comment 'package:NAME version:VERSION'";
-
-struct OpenFile {
-  tarvio::Fd fd;
-  uint64_t bytes = 0;
-};
-
-OpenFile open_file(const std::string& path) {
-  OpenFile file = {tarvio::Fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC))};
-  struct stat status = {};
-  if (!file.fd.valid() || fstat(file.fd.get(), &status) != 0) {
-    throw Failure(errno, strerror(errno));
-  }
-  if (!S_ISREG(status.st_mode)) throw Failure(EINVAL, "not a regular file");
-  file.bytes = static_cast<uint64_t>(status.st_size);
-  return file;
-}
 
 // What cannot be a word of the comment cannot be found in it.
 void check_word(const std::string& text) {
@@ -134,7 +115,7 @@ void check_signature(const WorkDirectory& directory, const std::string& file,
                      double seconds) {
   const std::vector<PublicKey> keys =
       of_signature(file, [&] { return ring.find(signature.key_id); });
-  const OpenFile opened = open_file(file);
+  const RegularFile opened = open_regular_file(file);
   if (!copy.empty()) check_room(directory.path(), opened.bytes);
   const Hash hash = hash_file(directory, opened.fd.get(), opened.bytes, copy, seconds);
   const bool is_good = std::any_of(keys.begin(), keys.end(), [&](const PublicKey& key) {
@@ -148,7 +129,7 @@ void check_signature(const WorkDirectory& directory, const std::string& file,
 Signature sign_package(const WorkDirectory& directory, const std::string& file,
                        const SecretKey& key, const PackageFile& package, double seconds) {
   const std::string comment = comment_for(package);
-  const OpenFile opened = open_file(file);
+  const RegularFile opened = open_regular_file(file);
   return key.sign(hash_file(directory, opened.fd.get(), opened.bytes, "", seconds), comment);
 }
 

@@ -1,15 +1,14 @@
 #include "signatures/small_file.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 
-#include "base/owners.h"
 #include "base/pipe.h"
 #include "process/failure.h"
 #include "process/paths.h"
+#include "process/regular_file.h"
 
 namespace client {
 
@@ -26,19 +25,23 @@ bool is_open_to_others(const struct stat& status) {
   return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
+RegularFile open_to_read(const std::string& path) {
+  try {
+    return open_regular_file(path);
+  } catch (const Failure& failure) {
+    if (failure.code() == ENOENT) throw Failure(ENOENT, "does not exist");
+    if (failure.code() == EINVAL) throw Failure(EINVAL, std::string("is ") + failure.what());
+    throw Failure(failure.code(), std::string("cannot be read: ") + failure.what());
+  }
+}
+
 }  // namespace
 
 size_t read_small_file(const std::string& path, std::span<char> room) {
-  const tarvio::Fd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  struct stat status = {};
-  if (!file.valid() && errno == ENOENT) throw Failure(ENOENT, "does not exist");
-  if (!file.valid() || fstat(file.get(), &status) != 0) {
-    throw Failure::of_system("cannot be read");
-  }
-  if (!S_ISREG(status.st_mode)) throw Failure(EINVAL, "is not a regular file");
+  const RegularFile file = open_to_read(path);
   size_t size = 0;
   while (size < room.size()) {
-    const ssize_t count = tarvio::read_some(file.get(), room.subspan(size));
+    const ssize_t count = tarvio::read_some(file.fd.get(), room.subspan(size));
     if (count < 0) throw Failure::of_system("cannot be read");
     if (count == 0) return size;
     size += static_cast<size_t>(count);

@@ -181,15 +181,6 @@ TEST_F(ClientInstallPolicy, UsesWhatItHasChecked) {
   expect_refused("does not match the file");
 }
 
-// As a device that shows another file at each reading.
-TEST_F(ClientInstallPolicy, RefusesAFileThatBecomesShorter) {
-  set_policy("require_signature: install\n");
-  trust();
-  sign();
-  fs::resize_file(file(), 100);
-  expect_refused("does not match the file");
-}
-
 TEST_F(ClientInstallPolicy, SaysHowMuchSpaceTheCopyNeeds) {
   set_policy("require_signature: install\n");
   trust();

@@ -10,6 +10,9 @@
 #include <vector>
 
 #include "process/failure.h"
+#include "process/regular_file.h"
+#include "process/work_directory.h"
+#include "signatures/file_hash.h"
 #include "signatures/minisign.h"
 #include "signed_packages.h"
 
@@ -212,6 +215,21 @@ TEST_F(ClientSign, RefusesWhatWasChanged) {
   sign();
   pack("1.0");
   expect_refused(kWrong);
+}
+
+// After its size was asked for: what is left does not have the signed hash.
+TEST_F(ClientSign, HashesWhatIsLeftOfAFileThatBecameShorter) {
+  const client::WorkDirectory directory;
+  client::prepare_cryptography();
+  const auto hash_of = [&](uint64_t bytes) {
+    const client::RegularFile opened = client::open_regular_file(file());
+    return client::hash_file(directory, opened.fd.get(), bytes, "", 60);
+  };
+  const uint64_t size = std::filesystem::file_size(file());
+  const client::Hash whole = hash_of(size);
+  std::filesystem::resize_file(file(), 100);
+  EXPECT_EQ(hash_of(size), hash_of(100));
+  EXPECT_NE(hash_of(size), whole);
 }
 
 // Two good signatures, of which one lends its comment to the other.
