@@ -112,7 +112,8 @@ bool read_conf_file(const char* path, MissingFile missing, Complaint complaint_a
   if (fstat(opened.get(), &info) == 0 && S_ISFIFO(info.st_mode)) {
     return refuse(path, "is a pipe: name a file", mistake);
   }
-  return parse(path, opened.get(), file, mistake, words) && check(path, file, complaint_about, mistake);
+  return parse(path, opened.get(), file, mistake, words) &&
+         check(path, file, complaint_about, mistake);
 }
 
 long number_of(const char* text, long maximum) {

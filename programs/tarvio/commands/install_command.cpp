@@ -60,8 +60,8 @@ PackageFile read_whole_package(const WorkDirectory& directory, const std::string
                             size_words(*space.free_bytes) + " free");
 }
 
-// Where a signature is required, opkg is kept from fetching what the package needs, because the feeds
-// have none. A release that cannot be kept from it finds nothing to fetch.
+// Where a signature is required, opkg is kept from fetching what the package needs, because the
+// feeds have none. A release that cannot be kept from it finds nothing to fetch.
 void check_dependencies(const WorkDirectory& directory) {
   const std::string missing =
       missing_dependency(read_control_text(directory / "control").value_or(""));

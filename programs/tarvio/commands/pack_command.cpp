@@ -28,12 +28,13 @@ namespace client {
 
 namespace {
 
-constexpr Option kOutput = {.name = "output",
-                            .letter = 'o',
-                            .value = "FILE",
-                            .offer = Offer::kPackageFiles,
-                            .help = "the package file; an existing one is replaced, with its signature",
-                            .is_required = true};
+constexpr Option kOutput = {
+    .name = "output",
+    .letter = 'o',
+    .value = "FILE",
+    .offer = Offer::kPackageFiles,
+    .help = "the package file; an existing one is replaced, with its signature",
+    .is_required = true};
 constexpr Option kSign = {.name = "sign",
                           .value = "KEY",
                           .offer = Offer::kFiles,

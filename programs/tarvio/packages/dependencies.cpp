@@ -56,7 +56,8 @@ bool fits(std::string_view version, const Reference& wanted) {
   if (relation == ">>") return is_later;
   if (relation == "<" || relation == "<=") return !is_later;
   if (relation == ">" || relation == ">=") return !is_earlier;
-  return relation.empty() || (relation == "=" && !is_earlier && !is_later);
+  if (relation.empty()) return wanted.version.empty();
+  return relation == "=" && !is_earlier && !is_later;
 }
 
 struct Offer {
@@ -77,8 +78,8 @@ std::vector<Offer> installed_offers() {
     const std::string provided = value_in(text, "Provides");
     for (const std::string_view part : parts_of(provided, ',')) {
       const Reference each = reference_in(part);
-      offers.push_back({std::string(each.name),
-                        each.version.empty() ? version : std::string(each.version)});
+      offers.push_back(
+          {std::string(each.name), each.version.empty() ? version : std::string(each.version)});
     }
   }
   return offers;

@@ -50,7 +50,7 @@ PublicKey read_public_key(const std::string& path) {
 std::vector<PublicKey> KeyRing::find(const KeyId& id) const {
   if (std::find(revoked.begin(), revoked.end(), id) != revoked.end()) {
     throw Failure(EKEYREVOKED, "was made with revoked key " + text_of(id) +
-                                  "; get a package that is signed with another key");
+                                   "; get a package that is signed with another key");
   }
   std::vector<PublicKey> found;
   std::copy_if(keys.begin(), keys.end(), std::back_inserter(found),

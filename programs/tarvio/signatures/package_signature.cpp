@@ -122,8 +122,7 @@ void check_signature(const WorkDirectory& directory, const std::string& file,
     return is_signed_by(key, signature, hash);
   });
   if (is_good) return;
-  fail_of_signature(file, Failure(EKEYREJECTED,
-                                  "does not match the file; fetch both again"));
+  fail_of_signature(file, Failure(EKEYREJECTED, "does not match the file; fetch both again"));
 }
 
 Signature sign_package(const WorkDirectory& directory, const std::string& file,

@@ -35,8 +35,7 @@ struct Cost {
   [[nodiscard]] bool is_possible() const {
     return operations >= crypto_pwhash_scryptsalsa208sha256_OPSLIMIT_MIN &&
            operations <= crypto_pwhash_scryptsalsa208sha256_OPSLIMIT_SENSITIVE &&
-           memory >= crypto_pwhash_scryptsalsa208sha256_MEMLIMIT_MIN &&
-           memory <= kPasswordMemory;
+           memory >= crypto_pwhash_scryptsalsa208sha256_MEMLIMIT_MIN && memory <= kPasswordMemory;
   }
 };
 

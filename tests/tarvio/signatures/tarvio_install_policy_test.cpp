@@ -95,7 +95,8 @@ TEST_F(ClientInstallPolicy, RefusesWhatIsNotSigned) {
 TEST_F(ClientInstallPolicy, RefusesEveryPackageWithoutAKey) {
   set_policy("require_signature: all\n");
   sign();
-  expect_refused("was made with unknown key " + id_of("vendor") + "; get the package from its vendor");
+  expect_refused("was made with unknown key " + id_of("vendor") +
+                 "; get the package from its vendor");
 }
 
 TEST_F(ClientInstallPolicy, RefusesAKeyThatIsRevoked) {
@@ -109,7 +110,7 @@ TEST_F(ClientInstallPolicy, RefusesAKeyThatIsRevoked) {
 
 TEST_F(ClientInstallPolicy, RefusesAWrongSignatureAlthoughNoneIsRequired) {
   sign();
-  pack("2.0");
+  pack_below_signature("2.0");
   trust();
   expect_refused("does not match the file");
   write_file(signature(), "");
@@ -216,9 +217,8 @@ TEST_F(ClientInstallPolicy, KeepsNoCopyWhereOthersCanReplaceIt) {
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.errors, HasSubstr("cannot keep a private copy in '" + place.string() +
                                       "': others can rename files " +
-                                      (place == open.path()
-                                           ? std::string("there")
-                                           : "in '" + open.path().string() + "'") +
+                                      (place == open.path() ? std::string("there")
+                                                            : "in '" + open.path().string() + "'") +
                                       "; set TMPDIR to another directory (1)"));
   }
   EXPECT_EQ(installed_version(), "");
@@ -237,19 +237,19 @@ TEST_F(ClientInstallPolicy, KeepsNoCopyWhereOthersCanReplaceIt) {
 TEST_F(ClientInstallPolicy, LeavesWhatOthersPutInPlaceOfTheWorkDirectory) {
   if (!has_other_users()) GTEST_SKIP() << "needs another user";
   const TempDir open;
-  const Tool ar("ar",
-                "mv \"$PWD\" " + (open / "away").string() +
-                    " && mkdir \"$PWD\" \"$PWD/theirs\" && chown 1000 \"$PWD\"; exit 1");
+  fs::create_directories(open / "theirs/precious");
+  ASSERT_EQ(::chown((open / "theirs").c_str(), 1000, 1000), 0);
+  const Tool ar("ar", "cd / && mv \"$OLDPWD\" " + (open / "away").string() + " && mv " +
+                          (open / "theirs").string() + " \"$OLDPWD\"; exit 1");
   const Ran run = run_tarvio({"install", file()}, [&] {
     ::setenv("TMPDIR", open.path().c_str(), 1);
     become_old();
   });
   EXPECT_EQ(run.status, 1);
-  fs::path theirs;
-  for (const std::string& name : names_in(open.path())) {
-    if (name != "away") theirs = open / name / "theirs";
-  }
-  EXPECT_TRUE(fs::is_directory(theirs)) << theirs;
+  const std::vector<std::string> names = names_in(open.path());
+  ASSERT_EQ(names.size(), 2U);
+  EXPECT_EQ(names[0], "away");
+  EXPECT_TRUE(fs::exists(open / names[1] / "precious"));
 }
 
 TEST_F(ClientInstallPolicy, DoesNotGoBackToAnOlderVersionUnlessThatIsAllowed) {

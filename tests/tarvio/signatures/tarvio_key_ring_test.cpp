@@ -57,8 +57,7 @@ TEST_F(ClientKeyRing, HoldsSeveralKeys) {
 TEST_F(ClientKeyRing, LooksAtKeysAlone) {
   write_file(std::string(kKeys) + "/README", "not a key");
   fs::rename(kVendor, std::string(kKeys) + "/vendor");
-  expect_refused("was made with unknown key " + id_of("vendor") +
-                 kVendorsOnly + " (126)");
+  expect_refused("was made with unknown key " + id_of("vendor") + kVendorsOnly + " (126)");
 }
 
 TEST_F(ClientKeyRing, HoldsNoKeyWithoutTheDirectory) {
@@ -74,7 +73,8 @@ TEST_F(ClientKeyRing, KnowsRevokedKeysByTheirId) {
   for (const std::string& name : {id_of("vendor"), id_of("vendor") + ".lost-in-2026"}) {
     const std::string path = std::string(kRevoked) + "/" + name;
     write_file(path, "");
-    expect_refused("' was made with revoked key " + id_of("vendor") + "; get a package that is signed with another key (128)");
+    expect_refused("' was made with revoked key " + id_of("vendor") +
+                   "; get a package that is signed with another key (128)");
     fs::remove(path);
   }
   std::string small_letters = id_of("vendor");
@@ -122,8 +122,8 @@ TEST_F(ClientKeyRing, TrustsNoDirectoryThatOthersCanChange) {
 }
 
 TEST_F(ClientKeyRing, DoesNotUseAFileThatOthersCanChange) {
-  const std::string unknown = "was made with unknown key " + id_of("vendor") +
-                              kVendorsOnly + " (cannot trust '" + kVendor + "': it ";
+  const std::string unknown = "was made with unknown key " + id_of("vendor") + kVendorsOnly +
+                              " (cannot trust '" + kVendor + "': it ";
   open_to(kVendor, fs::perms::others_write);
   expect_refused(unknown + "can be changed by others (mode 0646); run chmod go-w on it) (126)");
   close_to(kVendor, fs::perms::others_write);
@@ -162,7 +162,8 @@ TEST_F(ClientKeyRing, IsRootsAlone) {
   expect_refused("can be changed by others (mode 0664)");
   close_to(kVendor, fs::perms::group_write);
   ASSERT_EQ(::chown(kKeys, 1000, 0), 0);
-  expect_refused("cannot trust '/etc/tarvio/keys': it is owned by user 1000; make root its owner", 1);
+  expect_refused("cannot trust '/etc/tarvio/keys': it is owned by user 1000; make root its owner",
+                 1);
 }
 
 }  // namespace

@@ -116,7 +116,8 @@ TEST_F(ClientRestorePolicy, KeepsNoCopyWhereOthersCanReplaceIt) {
   EXPECT_EQ(ran.status, 1);
   EXPECT_THAT(ran.errors, HasSubstr("cannot keep a private copy in '" + open.path().string() +
                                     "': others can rename files there"));
-  EXPECT_THAT(ran.errors, HasSubstr("; name another directory with --workdir; nothing was written"));
+  EXPECT_THAT(ran.errors,
+              HasSubstr("; name another directory with --workdir; nothing was written"));
   EXPECT_TRUE(is_erased("/dev/mtd1"));
 }
 

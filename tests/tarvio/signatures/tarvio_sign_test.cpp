@@ -188,8 +188,8 @@ TEST_F(ClientSign, RefusesWhatIsNotSignedOrByAnUnknownKey) {
   expect_refused("its signature '" + signature() +
                  "' does not exist; get it from where the package comes from (2)");
   sign();
-  expect_refused("its signature '" + signature() + "' was made with unknown key " + id_of("vendor") +
-                 kVendorsOnly + " (126)");
+  expect_refused("its signature '" + signature() + "' was made with unknown key " +
+                 id_of("vendor") + kVendorsOnly + " (126)");
   trust("other");
   expect_refused("was made with unknown key");
 }
@@ -213,7 +213,7 @@ TEST_F(ClientSign, RefusesWhatWasChanged) {
   // The signature of another version.
   pack("2.0");
   sign();
-  pack("1.0");
+  pack_below_signature("1.0");
   expect_refused(kWrong);
 }
 
@@ -277,7 +277,8 @@ TEST_F(ClientSign, RefusesACommentThatIsNotOfThePackage) {
         kSignAgain + " (129)");
   }
   comment("package:radio version:1.0");
-  expect_refused(std::string("its signature is for radio 1.0, but the package is clock 1.0") + kSignAgain);
+  expect_refused(std::string("its signature is for radio 1.0, but the package is clock 1.0") +
+                 kSignAgain);
   comment("package:clock version:1.0.1");
   expect_refused("its signature is for clock 1.0.1, but the package is clock 1.0");
 }

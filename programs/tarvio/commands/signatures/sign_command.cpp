@@ -40,7 +40,8 @@ Result run(const Arguments& arguments) {
         attempt("sign", file, [&] { package = sign(file, *key, arguments.timeout_seconds); });
     Json each = json_of("file", outcome);
     if (outcome.code == 0) {
-      result.text += printable("signed " + file + " as " + title_of(package) + " with key " + text_of(key->id())) +
+      result.text += printable("signed " + file + " as " + title_of(package) + " with key " +
+                               text_of(key->id())) +
                      '\n';
       each.update({{"signature", signature_path(file)},
                    {"name", package.name},
