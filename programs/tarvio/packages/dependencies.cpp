@@ -69,10 +69,10 @@ struct Offer {
 // its own.
 std::vector<Offer> installed_offers() {
   constexpr std::string_view kEnding = ".control";
-  const std::string directory = information_directory();
+  const std::string directory = information_directory() + "/";
   std::vector<Offer> offers;
   for (const std::string& file : control_files_in(directory)) {
-    const std::string text = read_information(directory + '/' + file).value_or("");
+    const std::string text = read_information(directory + file).value_or("");
     const std::string version = value_in(text, "Version");
     offers.push_back({file.substr(0, file.size() - kEnding.size()), version});
     const std::string provided = value_in(text, "Provides");

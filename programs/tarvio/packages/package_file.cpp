@@ -1,5 +1,6 @@
 #include "packages/package_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "base/chain.h"
@@ -15,7 +17,6 @@
 #include "packages/ar_archive.h"
 #include "packages/control_fields.h"
 #include "process/failure.h"
-#include "process/regular_file.h"
 #include "process/required_tools.h"
 #include "process/text_pieces.h"
 #include "tarvio/archive.h"
@@ -143,6 +144,14 @@ std::string title_of(const PackageFile& package) {
 bool is_package_file_name(std::string_view path) {
   const std::string_view name = path.substr(path.rfind('/') + 1);
   return name.size() > kExtension.size() && name.ends_with(kExtension);
+}
+
+RegularFile open_regular_file(const std::string& path) {
+  tarvio::Fd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct stat status = {};
+  if (!file.valid() || fstat(file.get(), &status) != 0) throw Failure(errno, strerror(errno));
+  if (!S_ISREG(status.st_mode)) throw Failure(EINVAL, "not a regular file");
+  return {std::move(file), static_cast<uint64_t>(status.st_size)};
 }
 
 std::string readable_file(const std::string& path) {

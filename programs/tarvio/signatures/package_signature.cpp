@@ -10,7 +10,6 @@
 
 #include "process/failure.h"
 #include "process/paths.h"
-#include "process/regular_file.h"
 #include "process/text_pieces.h"
 #include "runtime/whole_file.h"
 #include "signatures/file_hash.h"

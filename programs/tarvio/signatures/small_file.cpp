@@ -6,9 +6,9 @@
 #include <cstdio>
 
 #include "base/pipe.h"
+#include "packages/package_file.h"
 #include "process/failure.h"
 #include "process/paths.h"
-#include "process/regular_file.h"
 
 namespace client {
 

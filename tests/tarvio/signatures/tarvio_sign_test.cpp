@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "packages/package_file.h"
 #include "process/failure.h"
-#include "process/regular_file.h"
 #include "process/work_directory.h"
 #include "signatures/file_hash.h"
 #include "signatures/minisign.h"
