@@ -53,7 +53,7 @@ foreach(manual ${manuals})
   endif()
 endforeach()
 
-install(FILES packaging/tarviod.conf packaging/busybox/inittab
+install(FILES packaging/tarviod.conf packaging/tarvio.conf packaging/busybox/inittab
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(
   FILES packaging/systemd/hardening.conf

@@ -48,7 +48,7 @@ bool store(const ConfFile& file, const char* key, const char* value, const char*
 
 // Takes lines apart as tq_conf_open2 does, which does not say in which line a pair stands, and
 // takes the last of several words.
-bool parse(const char* path, int fd, const ConfFile& file, Mistake& mistake) {
+bool parse(const char* path, int fd, const ConfFile& file, Mistake& mistake, WordsBeforeKey words) {
   tarvio::ReadAhead ahead;
   tarvio::LineCutter line(tarvio::LineEnd::kAny);
   tarvio::LineReader reader(fd, ahead, line);
@@ -71,7 +71,11 @@ bool parse(const char* path, int fd, const ConfFile& file, Mistake& mistake) {
     if (last_word(value) != value) {
       return refuse_line(path, number, "value of several words: write one word", mistake);
     }
-    if (!store(file, last_word(text), value, number)) {
+    const char* key = last_word(text);
+    if (words == WordsBeforeKey::kRefused && key != text + strspn(text, " \t")) {
+      return refuse_line(path, number, "key of several words: write one word", mistake);
+    }
+    if (!store(file, key, value, number)) {
       return refuse_unreadable(path, ENOMEM, mistake);
     }
   }
@@ -98,7 +102,7 @@ bool refuse_line(const char* path, const char* number, const char* why, Mistake&
 }
 
 bool read_conf_file(const char* path, MissingFile missing, Complaint complaint_about,
-                    ConfFile& file, Mistake& mistake) {
+                    ConfFile& file, Mistake& mistake, WordsBeforeKey words) {
   const tarvio::Fd opened(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!opened.valid()) {
     return (errno == ENOENT && missing == MissingFile::kEmpty) ||
@@ -108,7 +112,8 @@ bool read_conf_file(const char* path, MissingFile missing, Complaint complaint_a
   if (fstat(opened.get(), &info) == 0 && S_ISFIFO(info.st_mode)) {
     return refuse(path, "is a pipe: name a file", mistake);
   }
-  return parse(path, opened.get(), file, mistake) && check(path, file, complaint_about, mistake);
+  return parse(path, opened.get(), file, mistake, words) &&
+         check(path, file, complaint_about, mistake);
 }
 
 long number_of(const char* text, long maximum) {

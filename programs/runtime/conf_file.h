@@ -24,10 +24,14 @@ using Complaint = const char* (*)(const char* key, const char* value);
 
 enum class MissingFile { kRefused, kEmpty };
 
+// Whether words before a key are dropped (oddity 27).
+enum class WordsBeforeKey { kDropped, kRefused };
+
 // Reads a file. False, with the mistake, when it cannot be used. Of pairs with the same key the
 // last one alone counts.
 bool read_conf_file(const char* path, MissingFile missing, Complaint complaint_about,
-                    ConfFile& file, Mistake& mistake);
+                    ConfFile& file, Mistake& mistake,
+                    WordsBeforeKey words = WordsBeforeKey::kDropped);
 
 // Makes a mistake in a line of a file. False.
 bool refuse_line(const char* path, const char* number, const char* why, Mistake& mistake);

@@ -139,6 +139,23 @@ std::string RealOpkg::large_package() {
   return pack(directory);
 }
 
+void RealOpkg::offer(const std::vector<std::string>& files) {
+  const fs::path feed = fs::path(kPackageDirectory) / "feed";
+  fs::create_directories(feed);
+  for (const std::string& file : files) {
+    const std::string name = fs::path(file).parent_path().filename();
+    fs::copy_file(file, feed / (name + ".ipk"));
+    shell(feed, "{ sed '/^$/d' " + fs::path(file).replace_filename("control").string() +
+                    "; echo Filename: " + name + ".ipk; echo Size: $(stat -c %s " + name +
+                    ".ipk); echo MD5Sum: $(md5sum <" + name +
+                    ".ipk | cut -c 1-32); echo; } >>list");
+  }
+  fs::create_directories("/usr/lib/opkg/lists");
+  fs::copy_file(feed / "list", "/usr/lib/opkg/lists/feed");
+  const std::string configuration = "/etc/opkg/opkg.conf";
+  write_file(configuration, read_file(configuration) + "src feed file://" + feed.string() + "\n");
+}
+
 std::string RealOpkg::installed_version(const std::string& name, const std::string& root) {
   const fs::path control = root + std::string(kInformation) + "/" + name + ".control";
   if (!fs::exists(control)) return "";

@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "support/files.h"
 #include "support/packages/package_listing.h"
@@ -33,6 +34,8 @@ class RealOpkg : public testing::TestWithParam<const char*> {
   static std::string foreign_package();
   // The package "app" with a file /opt/app/blob of 3,000,000 bytes.
   static std::string large_package();
+  // From now on opkg has a feed with these package files.
+  static void offer(const std::vector<std::string>& files);
   // The whole of what a test would have to know about a package: its version, or "".
   static std::string installed_version(const std::string& name, const std::string& root = "");
   // Whether opkg and the file system have nothing of it.

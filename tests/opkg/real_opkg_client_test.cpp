@@ -137,6 +137,32 @@ TEST_P(RealOpkgClient, RemovesWhatOthersNeedByForceOnly) {
   EXPECT_TRUE(fs::exists("/opt/app/1.0"));
 }
 
+// From a feed, opkg installs what a package needs without asking for a signature.
+TEST_P(RealOpkgClient, TakesNothingFromFeedsWhereASignatureIsRequired) {
+  fs::create_directories("/etc/tarvio/keys");
+  ASSERT_EQ(run_tarvio({"keygen", "/etc/tarvio/keys/vendor", "--no-password"}).status, 0);
+  const std::string lib = package("lib", "1.0");
+  offer({lib, package("extra", "1.0"), package("bait", "1.0")});
+  // What opkg would do.
+  const Ran fetching = install(package("first", "1.0", "Depends: bait\n"));
+  EXPECT_EQ(fetching.status, 0) << fetching.errors;
+  ASSERT_EQ(installed_version("bait"), "1.0");
+
+  const std::string app = package("app", "1.0", "Depends: lib (>= 1.0)\nRecommends: extra\n");
+  ASSERT_EQ(run_tarvio({"sign", app, lib, "--key", "/etc/tarvio/keys/vendor.key"}).status, 0);
+  write_file("/etc/tarvio/tarvio.conf", "require_signature: install\n");
+  for (const Ran& refused : {install(app), install_by_force(app)}) {
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.errors, HasSubstr("it needs 'lib (>= 1.0)', which is not installed"));
+  }
+  EXPECT_FALSE(has_trace("app") || has_trace("lib") || has_trace("extra"));
+  ASSERT_EQ(install(lib).status, 0);
+  const Ran installed = install(app);
+  EXPECT_EQ(installed.status, 0) << installed.errors;
+  EXPECT_EQ(installed_version("app"), "1.0");
+  EXPECT_FALSE(has_trace("extra"));
+}
+
 TEST_P(RealOpkgClient, WorksInTheOfflineRoot) {
   write_kernel_command_line("root=/dev/mtdblock5\n");
   const Ran installed = install(package("app", "1.0"));

@@ -8,12 +8,14 @@
 #include "commands/commands.h"
 #include "commands/package_change.h"
 #include "packages/control_fields.h"
+#include "packages/dependencies.h"
 #include "packages/needed_space.h"
 #include "packages/opkg_information.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
 #include "process/required_tools.h"
 #include "signatures/package_guard.h"
+#include "tarvio/error.h"
 #include "terminal/words.h"
 
 namespace client {
@@ -59,6 +61,18 @@ PackageFile read_whole_package(const WorkDirectory& directory, const std::string
                             size_words(*space.free_bytes) + " free");
 }
 
+// Where a signature is required, opkg is kept from fetching what the package needs, because the
+// feeds have none. A release that cannot be kept from it finds nothing to fetch.
+void check_dependencies(const WorkDirectory& directory) {
+  const std::string missing =
+      missing_dependency(read_control_text(directory / "control").value_or(""));
+  if (missing.empty()) return;
+  throw Failure(TQ_ERR_PACKAGE_DEPENDENCY,
+                "it needs '" + missing +
+                    "', which is not installed and would come from a feed without a signature; "
+                    "install that first");
+}
+
 Verdict judge(const PackageFile& package, const Installed& before, const Installed& now,
               const OpkgRun& run) {
   if (now.version != package.version) {
@@ -73,8 +87,8 @@ void install(const std::string& file, const Request& request, Change& change) {
   require_tools({"opkg"});
   const WorkDirectory directory;
   Progress progress(request.progress);
-  const PackageGuard guard(directory, file, Use::kInstall, "set TMPDIR", request.timeout_seconds,
-                           progress);
+  const PackageGuard guard(directory, file, Use::kInstall, "set TMPDIR to another directory",
+                           request.timeout_seconds, progress);
   const PackageFile package = read_whole_package(directory, guard.path(), request.timeout_seconds);
   guard.check_identity(package);
   check_place_of_information(package.name);
@@ -87,10 +101,12 @@ void install(const std::string& file, const Request& request, Change& change) {
     change.fact = package.name + " " + package.version + " is already installed; nothing changed";
     return;
   }
+  if (guard.requires_signature()) check_dependencies(directory);
   const OpkgRun run = run_opkg(directory,
                                {.word = "install",
                                 .operand = link_for_opkg(directory, guard.path(), package.name),
-                                .force_options = request.is_forced ? kForceOptions : nullptr},
+                                .force_options = request.is_forced ? kForceOptions : nullptr,
+                                .is_alone = guard.requires_signature()},
                                request.timeout_seconds);
   note_run(run, change);
   conclude(

@@ -28,12 +28,13 @@ namespace client {
 
 namespace {
 
-constexpr Option kOutput = {.name = "output",
-                            .letter = 'o',
-                            .value = "FILE",
-                            .offer = Offer::kPackageFiles,
-                            .help = "the package file; an existing one is replaced",
-                            .is_required = true};
+constexpr Option kOutput = {
+    .name = "output",
+    .letter = 'o',
+    .value = "FILE",
+    .offer = Offer::kPackageFiles,
+    .help = "the package file; an existing one is replaced, with its signature",
+    .is_required = true};
 constexpr Option kSign = {.name = "sign",
                           .value = "KEY",
                           .offer = Offer::kFiles,
@@ -149,6 +150,8 @@ void sign(const WorkDirectory& directory, const Request& request, const SecretKe
                    request.timeout_seconds, progress);
   packed.key_id = text_of(key.id());
   packed.size_bytes = put_in_place(directory / kArchive, request.output);
+  // In between, the old signature does not match the new file, so nobody takes them for good. The
+  // file comes first so that a failure leaves both as they were.
   write_signature(request.output, signature);
 }
 
@@ -164,6 +167,7 @@ void pack(const Request& request, PackedFile& packed) {
   packed.version = package.version;
   if (key != nullptr) return sign(directory, request, *key, packed);
   packed.size_bytes = put_in_place(directory / kArchive, request.output);
+  remove_signature(request.output);
 }
 
 Result run(const Arguments& arguments) {

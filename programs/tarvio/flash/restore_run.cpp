@@ -140,8 +140,9 @@ class RestoreRun {
   }
 
   void run_in(const WorkDirectory& directory, const FlashLock& lock) {
-    const PackageGuard guard(directory, file_, Use::kRestore, "use --workdir",
-                             request_.timeout_seconds, progress_);
+    const PackageGuard guard(directory, file_, Use::kRestore,
+                             "name another directory with --workdir", request_.timeout_seconds,
+                             progress_);
     const ArchiveFile package(guard.path());
     areas_ = areas_of(guarded(guard, directory));
     require_flash_tools(areas_);

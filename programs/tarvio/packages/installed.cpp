@@ -32,8 +32,10 @@ Installed look_up(const std::string& name) {
   return installed;
 }
 
+std::string system_file() { return root_of_packages() + kSystemFile; }
+
 std::string system_version() {
-  const std::string file = root_of_packages() + kSystemFile;
+  const std::string file = system_file();
   const std::string text = read_information(file).value_or("");
   std::string_view rest = text;
   const std::string name(take_word(rest));

@@ -20,7 +20,10 @@ struct Installed {
 // Throws a Failure when it cannot be found out.
 Installed look_up(const std::string& name);
 
-// The version of the installed system: that of the package which its file names. Throws a Failure
+// The file that names the package of the installed system.
+std::string system_file();
+
+// The version of the installed system: that of that package. Throws a Failure
 // when it is not known.
 std::string system_version();
 

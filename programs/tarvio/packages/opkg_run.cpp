@@ -102,6 +102,7 @@ std::string opkg_line(const OpkgCommand& command) {
   append_option(line, getenv("OPKG_OPTIONS"));
   append_option(line, command.force_options != nullptr ? command.force_options
                                                        : getenv("OPKG_FORCE_OPTIONS"));
+  if (command.is_alone) line += " --nodeps";
   line.append(" ").append(command.word).append(" ").append(quoted(command.operand));
   const std::string root = root_of_packages();
   if (!root.empty()) line += " --offline-root=" + root;

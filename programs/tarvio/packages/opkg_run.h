@@ -17,6 +17,7 @@ struct OpkgCommand {
   std::string operand;                  // may hold anything: it is quoted for the shell
   const char* force_options = nullptr;  // in place of those from the environment
   bool is_listing = false;              // standard output is a listing, separate from errors
+  bool is_alone = false;                // nothing that the operand needs is fetched from feeds
 };
 
 // What came of a run.

@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "base/line_cutter.h"
@@ -150,17 +151,25 @@ std::string read_control_files(const std::string& path) {
 
 }  // namespace
 
+std::string title_of(const PackageFile& package) {
+  return package.version.empty() ? package.name : package.name + ' ' + package.version;
+}
+
 bool is_package_file_name(std::string_view path) {
   const std::string_view name = path.substr(path.rfind('/') + 1);
   return name.size() > kExtension.size() && name.ends_with(kExtension);
 }
 
-std::string readable_file(const std::string& path) {
-  const tarvio::Fd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!file.valid()) throw Failure(errno, strerror(errno));
+RegularFile open_regular_file(const std::string& path) {
+  tarvio::Fd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat status = {};
-  if (fstat(file.get(), &status) != 0) throw Failure(errno, strerror(errno));
+  if (!file.valid() || fstat(file.get(), &status) != 0) throw Failure(errno, strerror(errno));
   if (!S_ISREG(status.st_mode)) throw Failure(EINVAL, "not a regular file");
+  return {std::move(file), static_cast<uint64_t>(status.st_size)};
+}
+
+std::string readable_file(const std::string& path) {
+  (void)open_regular_file(path);
   const tarvio::CString absolute(realpath(path.c_str(), nullptr));
   if (absolute == nullptr) throw Failure(errno, strerror(errno));
   return absolute.get();

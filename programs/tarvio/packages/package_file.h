@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/owners.h"
 #include "process/child.h"
 #include "process/failure.h"
 #include "process/work_directory.h"
@@ -34,8 +35,20 @@ struct PackageFile {
   [[nodiscard]] bool is_image() const { return kind && kind->category == kImageCategory; }
 };
 
+// "NAME VERSION", or the name alone of an image without a version.
+std::string title_of(const PackageFile& package);
+
 // Whether a path ends in ".tbx", with something before it.
 bool is_package_file_name(std::string_view path);
+
+struct RegularFile {
+  tarvio::Fd fd;
+  uint64_t bytes;
+};
+
+// Opens it to read, without waiting for a FIFO. Throws a Failure with the system's reason, or for
+// what is not a regular file.
+RegularFile open_regular_file(const std::string& path);
 
 // The absolute path of a file that can be read. Throws a Failure.
 std::string readable_file(const std::string& path);

@@ -1,6 +1,7 @@
 #include "process/work_directory.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <ftw.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -17,7 +18,7 @@ namespace client {
 namespace {
 
 constexpr int kMaxOpenDirectories = 16;
-constexpr int kMaxWalks = 3;
+constexpr int kMaxAttempts = 3;
 constexpr mode_t kOwnerOnly = 0700;
 
 std::string temporary_beginning() {
@@ -39,19 +40,30 @@ int remove_entry(const char* path, const struct stat* /*status*/, int /*kind*/,
   return 0;
 }
 
-// An archive may bring directories that their owner may not enter. A walk that stops, because of
-// memory for instance, is worth another one.
-void remove_tree(const char* path) {
-  for (int walks = 0; walks < kMaxWalks; ++walks) {
-    while (nftw(path, make_listable, kMaxOpenDirectories, FTW_PHYS) == 1) {
-    }
-    if (nftw(path, remove_entry, kMaxOpenDirectories, FTW_PHYS | FTW_DEPTH) == 0) return;
+// An archive may bring directories that their owner may not enter.
+bool remove_contents(const char* path) {
+  while (nftw(path, make_listable, kMaxOpenDirectories, FTW_PHYS) == 1) {
   }
+  return nftw(path, remove_entry, kMaxOpenDirectories, FTW_PHYS | FTW_DEPTH) == 0;
 }
 
-bool is_own_directory(const std::string& path) {
+// Where others can rename it, they may put something else in its place at any time. So it is opened
+// once, and what is in it, where others cannot enter, is reached through the descriptor.
+bool try_to_remove_tree(const char* path) {
+  const tarvio::Fd tree(open(path, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat status = {};
-  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
+  if (!tree.valid() || fstat(tree.get(), &status) != 0 || status.st_uid != geteuid()) return false;
+  char opened[32];
+  (void)snprintf(opened, sizeof opened, "/proc/self/fd/%d", tree.get());
+  (void)chmod(opened, kOwnerOnly);
+  (void)snprintf(opened, sizeof opened, "/proc/self/fd/%d/.", tree.get());
+  return remove_contents(opened) && remove(path) == 0;
+}
+
+// An attempt that stops, because of memory for instance, is worth another one.
+void remove_tree(const char* path) {
+  for (int attempts = 0; attempts < kMaxAttempts && !try_to_remove_tree(path); ++attempts) {
+  }
 }
 
 // Tools run in the directory itself, where a relative path would lead elsewhere; and links that
@@ -80,7 +92,7 @@ void WorkDirectory::remove_left_over(const std::string& beginning) {
   if (directory == nullptr) return;
   while (const dirent* const entry = readdir(directory.get())) {
     const std::string path = parent + entry->d_name;
-    if (path.starts_with(beginning) && is_own_directory(path)) remove_tree(path.c_str());
+    if (path.starts_with(beginning)) remove_tree(path.c_str());
   }
 }
 

@@ -9,8 +9,9 @@
 #include "base/owners.h"
 #include "base/pipe.h"
 #include "process/failure.h"
-#include "runtime/whole_file.h"
+#include "process/paths.h"
 #include "signatures/small_file.h"
+#include "terminal/output.h"
 
 namespace client {
 
@@ -30,12 +31,9 @@ void remove(const std::string& path) {
   (void)unlink(path.c_str());
 }
 
-void write_new(const std::string& path, std::string_view text, mode_t mode, bool replaces) {
+// On disk when it returns.
+void write_new(const std::string& path, std::string_view text, mode_t mode) {
   const std::string complaint = "cannot write '" + path + "'";
-  if (replaces) {
-    if (!runtime::write_whole_file(path.c_str(), text, mode)) throw Failure::of_system(complaint);
-    return;
-  }
   const tarvio::Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
   if (!file.valid()) throw Failure::of_system(complaint);
   const bool is_written = fchmod(file.get(), mode) == 0 && tarvio::write_all(file.get(), text) &&
@@ -43,6 +41,41 @@ void write_new(const std::string& path, std::string_view text, mode_t mode, bool
   if (is_written) return;
   remove(path);
   throw Failure::of_system(complaint);
+}
+
+// Both are on disk before the first one takes the place of an old file: a power cut leaves a whole
+// secret key, from which the public one can be made again.
+void write_files(const NewKey& wanted, std::string_view secret, std::string_view public_text) {
+  const char* const ending = wanted.replaces ? ".new" : "";
+  const std::string new_secret = wanted.secret_file + ending;
+  const std::string new_public = wanted.public_file + ending;
+  if (wanted.replaces) {
+    remove(new_secret);
+    remove(new_public);
+  }
+  write_new(new_secret, secret, kOwnerOnly);
+  try {
+    write_new(new_public, public_text, kForAll);
+  } catch (const Failure&) {
+    remove(new_secret);
+    throw;
+  }
+  try {
+    (void)put_in_place(new_secret, wanted.secret_file);
+    (void)put_in_place(new_public, wanted.public_file);
+  } catch (const Failure&) {
+    remove(new_secret);
+    remove(new_public);
+    throw;
+  }
+}
+
+void warn_of_cheap_guesses(const NewKey& wanted, uint64_t memory) {
+  if (!wanted.has_password || memory >= kPasswordMemory) return;
+  complain("the password of '" + wanted.secret_file + "' costs only " +
+           std::to_string(memory >> 20U) + " MiB of memory to try, not " +
+           std::to_string(kPasswordMemory >> 20U) +
+           ", because no more is free; use a longer password, or make the key on another machine");
 }
 
 }  // namespace
@@ -78,14 +111,8 @@ PublicKey make_keys(const NewKey& wanted) {
   }
   const SecretKey key;
   SecretText text;
-  key.write_to(text, password.text());
-  write_new(wanted.secret_file, text.text(), kOwnerOnly, wanted.replaces);
-  try {
-    write_new(wanted.public_file, text_of(key.public_key()), kForAll, wanted.replaces);
-  } catch (const Failure&) {
-    if (!wanted.replaces) remove(wanted.secret_file);
-    throw;
-  }
+  warn_of_cheap_guesses(wanted, key.write_to(text, password.text()));
+  write_files(wanted, text.text(), text_of(key.public_key()));
   return key.public_key();
 }
 

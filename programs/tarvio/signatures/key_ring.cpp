@@ -49,7 +49,8 @@ PublicKey read_public_key(const std::string& path) {
 
 std::vector<PublicKey> KeyRing::find(const KeyId& id) const {
   if (std::find(revoked.begin(), revoked.end(), id) != revoked.end()) {
-    throw Failure(EKEYREVOKED, "is by the revoked key " + text_of(id) + "; sign with another key");
+    throw Failure(EKEYREVOKED, "was made with revoked key " + text_of(id) +
+                                   "; get a package that is signed with another key");
   }
   std::vector<PublicKey> found;
   std::copy_if(keys.begin(), keys.end(), std::back_inserter(found),
@@ -57,15 +58,20 @@ std::vector<PublicKey> KeyRing::find(const KeyId& id) const {
   if (!found.empty()) return found;
   std::string also;
   for (const std::string& what : refused) also += " (" + what + ")";
-  throw Failure(ENOKEY, "is by the unknown key " + text_of(id) + "; put its public key into " +
-                            kKeyDirectory + also);
+  throw Failure(ENOKEY, "was made with unknown key " + text_of(id) +
+                            "; get the package from its vendor, and trust the key only if it is "
+                            "the vendor's" +
+                            also);
 }
 
 KeyRing read_key_ring() {
   prepare_cryptography();
   KeyRing ring;
-  if (!check_owned_by_root(kKeyDirectory, S_IFDIR)) return ring;
-  (void)check_owned_by_root(directory_of(kKeyDirectory), S_IFDIR);
+  // Who can change the outer one can take the inner one away.
+  if (!check_owned_by_root(directory_of(kKeyDirectory), S_IFDIR) ||
+      !check_owned_by_root(kKeyDirectory, S_IFDIR)) {
+    return ring;
+  }
   for (const std::string& name : entries_of(kKeyDirectory)) {
     if (!name.ends_with(kExtension)) continue;
     // One that a power cut has left half written must not keep the others from being used.
@@ -76,7 +82,9 @@ KeyRing read_key_ring() {
     }
   }
   if (!check_owned_by_root(kRevoked, S_IFDIR)) return ring;
-  for (const std::string& name : entries_of(kRevoked)) ring.revoked.push_back(revoked_id(name));
+  for (const std::string& name : entries_of(kRevoked)) {
+    if (!name.starts_with('.')) ring.revoked.push_back(revoked_id(name));
+  }
   return ring;
 }
 

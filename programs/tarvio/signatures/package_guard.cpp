@@ -25,11 +25,12 @@ bool is_there(const std::string& path) {
 
 PackageGuard::PackageGuard(const WorkDirectory& directory, const std::string& file, Use use,
                            const std::string& remedy, double seconds, Progress& progress)
-    : policy_(read_policy()), path_(readable_file(file)) {
-  const bool is_required = policy_.requires_signature(use);
-  if (!is_required && !is_there(signature_path(file))) return;
+    : policy_(read_policy()),
+      is_required_(policy_.requires_signature(use)),
+      path_(readable_file(file)) {
+  if (!is_required_ && !is_there(signature_path(file))) return;
   const KeyRing ring = read_key_ring();
-  if (!is_required && ring.keys.empty()) return;
+  if (!is_required_ && ring.keys.empty()) return;
   check_place(directory.path(), remedy);
   const Signature signature = read_signature(file);
   path_ = directory / kCopy;
@@ -44,7 +45,16 @@ void PackageGuard::check_identity(const PackageFile& package) const {
 
 void PackageGuard::check_version(const PackageFile& package,
                                  const std::optional<std::string>& installed) const {
-  if (policy_.allow_downgrade || !installed || !is_older(package.version, *installed)) return;
+  if (policy_.allow_downgrade || !installed) return;
+  // Such as an image of a backup, which may be of any age.
+  if (package.version.empty()) {
+    throw Failure(EPERM,
+                  std::string("it has no version, so allow_downgrade: no refuses it; set "
+                              "allow_downgrade: yes in ") +
+                      kPolicyFile + " to accept it",
+                  kNotTrusted);
+  }
+  if (!is_older(package.version, *installed)) return;
   throw Failure(EPERM,
                 "its version " + package.version + " is older than the installed " + *installed +
                     "; set allow_downgrade: yes in " + kPolicyFile + " to go back",

@@ -26,8 +26,11 @@ class PackageGuard {
   // The file to use, absolute: the copy, or without a check the file itself.
   [[nodiscard]] const std::string& path() const { return path_; }
 
+  // Whether nothing may be installed without a signature.
+  [[nodiscard]] bool requires_signature() const { return is_required_; }
+
   // Both throw a Failure: unless what was read from that file is what was signed; and for a version
-  // that is older than the installed one, if there is one.
+  // that is older than the installed one, if there is one, or missing.
   void check_identity(const PackageFile& package) const;
   void check_version(const PackageFile& package, const std::optional<std::string>& installed) const;
   // Before the version of the installed system is looked for.
@@ -35,6 +38,7 @@ class PackageGuard {
 
  private:
   const Policy policy_;
+  const bool is_required_;
   std::optional<Signature> signature_;  // that was checked
   std::string path_;
 };

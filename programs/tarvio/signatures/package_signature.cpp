@@ -1,16 +1,13 @@
 #include "signatures/package_signature.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <optional>
 
-#include "base/owners.h"
 #include "process/failure.h"
 #include "process/paths.h"
 #include "process/text_pieces.h"
@@ -28,22 +25,6 @@ constexpr std::string_view kVersion = "version:";
 constexpr mode_t kForAll = 0644;
 constexpr char kSignAgain[] =
     "; sign it with 'tarvio sign', or with the trusted comment 'package:NAME version:VERSION'";
-
-struct OpenFile {
-  tarvio::Fd fd;
-  uint64_t bytes = 0;
-};
-
-OpenFile open_file(const std::string& path) {
-  OpenFile file = {tarvio::Fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC))};
-  struct stat status = {};
-  if (!file.fd.valid() || fstat(file.fd.get(), &status) != 0) {
-    throw Failure(errno, strerror(errno));
-  }
-  if (!S_ISREG(status.st_mode)) throw Failure(EINVAL, "not a regular file");
-  file.bytes = static_cast<uint64_t>(status.st_size);
-  return file;
-}
 
 // What cannot be a word of the comment cannot be found in it.
 void check_word(const std::string& text) {
@@ -69,12 +50,12 @@ void check_room(const std::string& directory, uint64_t bytes) {
   const uint64_t free_bytes = uint64_t{status.f_bavail} * status.f_frsize;
   if (bytes <= free_bytes) return;
   throw Failure(ENOSPC, "not enough space in '" + directory_of(directory) +
-                            "' for a copy that is checked: " + size_words(bytes) + " needed, " +
+                            "' for a private copy: " + size_words(bytes) + " needed, " +
                             size_words(free_bytes) + " free");
 }
 
 const char* remedy_for(int code) {
-  if (code == ENOENT) return "; fetch it, or sign with 'tarvio sign'";
+  if (code == ENOENT) return "; get it from where the package comes from";
   return code == EBADMSG || code == EFBIG ? "; fetch it again" : "";
 }
 
@@ -115,8 +96,9 @@ void check_comment(const std::string& comment, const PackageFile& package) {
   }
   if (name == package.name && version == package.version) return;
   throw Failure(EKEYREJECTED,
-                "its signature is of " + *name + " " + *version + ", and it is " + package.name +
-                    " " + package.version + kSignAgain,
+                "its signature is for " +
+                    title_of({.name = *name, .version = *version, .kind = std::nullopt}) +
+                    ", but the package is " + title_of(package) + kSignAgain,
                 kNotTrusted);
 }
 
@@ -132,23 +114,21 @@ void check_signature(const WorkDirectory& directory, const std::string& file,
                      double seconds, Progress& progress) {
   const std::vector<PublicKey> keys =
       of_signature(file, [&] { return ring.find(signature.key_id); });
-  const OpenFile opened = open_file(file);
+  const RegularFile opened = open_regular_file(file);
   if (!copy.empty()) check_room(directory.path(), opened.bytes);
   const Hash hash = hash_file(directory, opened.fd.get(), opened.bytes, copy, seconds, progress);
   const bool is_good = std::any_of(keys.begin(), keys.end(), [&](const PublicKey& key) {
     return is_signed_by(key, signature, hash);
   });
   if (is_good) return;
-  fail_of_signature(file, Failure(EKEYREJECTED,
-                                  "is wrong: it or the file was changed, or they do not belong "
-                                  "together; fetch both again"));
+  fail_of_signature(file, Failure(EKEYREJECTED, "does not match the file; fetch both again"));
 }
 
 Signature sign_package(const WorkDirectory& directory, const std::string& file,
                        const SecretKey& key, const PackageFile& package, double seconds,
                        Progress& progress) {
   const std::string comment = comment_for(package);
-  const OpenFile opened = open_file(file);
+  const RegularFile opened = open_regular_file(file);
   return key.sign(hash_file(directory, opened.fd.get(), opened.bytes, "", seconds, progress),
                   comment);
 }
@@ -157,6 +137,13 @@ void write_signature(const std::string& file, const Signature& signature) {
   const std::string path = signature_path(file);
   if (!runtime::write_whole_file(path.c_str(), text_of(signature), kForAll)) {
     throw Failure::of_system("cannot write '" + path + "'");
+  }
+}
+
+void remove_signature(const std::string& file) {
+  const std::string path = signature_path(file);
+  if (unlink(path.c_str()) != 0 && errno != ENOENT) {
+    throw Failure::of_system("cannot remove the old signature '" + path + "'");
   }
 }
 

@@ -35,8 +35,10 @@ Signature sign_package(const WorkDirectory& directory, const std::string& file,
                        const SecretKey& key, const PackageFile& package, double seconds,
                        Progress& progress);
 
-// Beside the package file, in place of another one.
+// Both throw a Failure: writes it beside the package file, in place of another one; and removes the
+// one that is there, if any.
 void write_signature(const std::string& file, const Signature& signature);
+void remove_signature(const std::string& file);
 
 }  // namespace client
 

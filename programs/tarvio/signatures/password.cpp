@@ -30,7 +30,10 @@ void read_first_line(const std::string& path, SecretText& password) {
   while (size < room.size()) {
     const ssize_t count = tarvio::read_some(file, room.subspan(size, 1));
     if (count < 0) throw Failure::of_system(complaint);
-    if (count == 0 || room[size] == '\n') return password.resize(size);
+    if (count == 0 || room[size] == '\n') {
+      // Lines may end as those of Windows do.
+      return password.resize(size > 0 && room[size - 1] == '\r' ? size - 1 : size);
+    }
     ++size;
   }
   throw Failure(E2BIG, kTooLong);

@@ -46,12 +46,15 @@ bool Policy::requires_signature(Use use) const {
 
 Policy read_policy() {
   Policy policy;
-  if (!check_owned_by_root(kPolicyFile, S_IFREG)) return policy;
-  (void)check_owned_by_root(directory_of(kPolicyFile), S_IFDIR);
+  // Who can change the directory can take the file away, so that comes first.
+  if (!check_owned_by_root(directory_of(kPolicyFile), S_IFDIR) ||
+      !check_owned_by_root(kPolicyFile, S_IFREG)) {
+    return policy;
+  }
   runtime::ConfFile file;
   runtime::Mistake mistake;
   if (!runtime::read_conf_file(kPolicyFile, runtime::MissingFile::kRefused, complaint_about, file,
-                               mistake)) {
+                               mistake, runtime::WordsBeforeKey::kRefused)) {
     throw Failure(EINVAL, std::string(mistake.place) + ": " + mistake.why);
   }
   const auto value_of = [&](const char* key) { return tq_conf_read(file.pairs.get(), key); };

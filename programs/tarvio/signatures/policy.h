@@ -19,7 +19,7 @@ struct Policy {
 };
 
 // Without a file, the defaults. Throws a Failure that names the line which is wrong, and for a file
-// that is not root's alone.
+// or a directory of it that is not root's alone.
 Policy read_policy();
 
 }  // namespace client

@@ -30,13 +30,12 @@ using FileBytes = SecretBytes<kHeaderSize + kEncryptedSize>;
 // How expensive it is to guess a password.
 struct Cost {
   uint64_t operations = crypto_pwhash_scryptsalsa208sha256_OPSLIMIT_SENSITIVE;
-  uint64_t memory = crypto_pwhash_scryptsalsa208sha256_MEMLIMIT_SENSITIVE;
+  uint64_t memory = kPasswordMemory;
 
   [[nodiscard]] bool is_possible() const {
     return operations >= crypto_pwhash_scryptsalsa208sha256_OPSLIMIT_MIN &&
            operations <= crypto_pwhash_scryptsalsa208sha256_OPSLIMIT_SENSITIVE &&
-           memory >= crypto_pwhash_scryptsalsa208sha256_MEMLIMIT_MIN &&
-           memory <= crypto_pwhash_scryptsalsa208sha256_MEMLIMIT_SENSITIVE;
+           memory >= crypto_pwhash_scryptsalsa208sha256_MEMLIMIT_MIN && memory <= kPasswordMemory;
   }
 };
 
@@ -72,7 +71,7 @@ Header header_in(const unsigned char* at) {
   at += header.salt.size();
   header.cost = {number_in(at), number_in(at + sizeof(uint64_t))};
   if (header.password_hash == kScrypt && !header.cost.is_possible()) {
-    throw Failure(EBADMSG, "is damaged: its password asks for too much time or memory");
+    throw Failure(EBADMSG, "is damaged: its password cost is too high");
   }
   return header;
 }
@@ -162,7 +161,7 @@ SecretKey::SecretKey(std::string_view text, std::string_view password) {
   // Without a password minisign leaves it empty.
   const bool has_checksum = is_encrypted || sodium_is_zero(checksum, expected.size()) == 0;
   if (has_checksum && sodium_memcmp(checksum, expected.data(), expected.size()) != 0) {
-    throw Failure(EKEYREJECTED, is_encrypted ? "does not open with this password"
+    throw Failure(EKEYREJECTED, is_encrypted ? "cannot be opened: wrong password"
                                              : "is damaged: its checksum is wrong");
   }
   if (!is_whole()) throw Failure(EBADMSG, "is damaged: its two halves do not belong together");
@@ -184,7 +183,7 @@ PublicKey SecretKey::public_key() const {
   return key;
 }
 
-void SecretKey::write_to(SecretText& file, std::string_view password) const {
+uint64_t SecretKey::write_to(SecretText& file, std::string_view password) const {
   Encrypted encrypted;
   std::copy(bytes_->begin(), bytes_->end(), std::copy(id_.begin(), id_.end(), encrypted->begin()));
   const Checksum checksum = checksum_of(*encrypted);
@@ -206,6 +205,7 @@ void SecretKey::write_to(SecretText& file, std::string_view password) const {
   std::copy(encrypted->begin(), encrypted->end(), write_header(bytes->data(), header));
   write_lines(password.empty() ? "minisign secret key" : "minisign encrypted secret key", *bytes,
               file);
+  return header.cost.memory;
 }
 
 Signature SecretKey::sign(const Hash& hash, const std::string& comment) const {

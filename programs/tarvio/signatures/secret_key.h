@@ -5,6 +5,7 @@
 #include <sodium.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -51,6 +52,8 @@ class SecretText {
 // Whether what a file holds is encrypted. Throws a Failure that says what is wrong with it.
 bool has_password(std::string_view text);
 
+inline constexpr uint64_t kPasswordMemory = crypto_pwhash_scryptsalsa208sha256_MEMLIMIT_SENSITIVE;
+
 class SecretKey {
  public:
   // A new one. The cryptography is prepared.
@@ -60,9 +63,10 @@ class SecretKey {
 
   [[nodiscard]] const KeyId& id() const { return id_; }
   [[nodiscard]] PublicKey public_key() const;
-  // Writes what a file holds, encrypted if the password is not empty. Throws a Failure when there
-  // is not enough memory to make guessing the password expensive.
-  void write_to(SecretText& file, std::string_view password) const;
+  // Writes what a file holds, encrypted if the password is not empty. Returns the bytes of memory
+  // that each guess of the password then takes: less than kPasswordMemory where that is not free.
+  // Throws a Failure when there is not enough to make guessing expensive.
+  uint64_t write_to(SecretText& file, std::string_view password) const;
   [[nodiscard]] Signature sign(const Hash& hash, const std::string& comment) const;
 
  private:

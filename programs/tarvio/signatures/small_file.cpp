@@ -1,13 +1,12 @@
 #include "signatures/small_file.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 
-#include "base/owners.h"
 #include "base/pipe.h"
+#include "packages/package_file.h"
 #include "process/failure.h"
 #include "process/paths.h"
 
@@ -21,24 +20,28 @@ std::string octal(mode_t mode) {
   return text;
 }
 
+// With an access control list, the bits of the group are what any user that it names may have.
 bool is_open_to_others(const struct stat& status) {
-  const mode_t others = S_IWOTH | (status.st_gid == 0 ? 0U : S_IWGRP);
-  return (status.st_mode & others) != 0;
+  return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+RegularFile open_to_read(const std::string& path) {
+  try {
+    return open_regular_file(path);
+  } catch (const Failure& failure) {
+    if (failure.code() == ENOENT) throw Failure(ENOENT, "does not exist");
+    if (failure.code() == EINVAL) throw Failure(EINVAL, std::string("is ") + failure.what());
+    throw Failure(failure.code(), std::string("cannot be read: ") + failure.what());
+  }
 }
 
 }  // namespace
 
 size_t read_small_file(const std::string& path, std::span<char> room) {
-  const tarvio::Fd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  struct stat status = {};
-  if (!file.valid() && errno == ENOENT) throw Failure(ENOENT, "does not exist");
-  if (!file.valid() || fstat(file.get(), &status) != 0) {
-    throw Failure::of_system("cannot be read");
-  }
-  if (!S_ISREG(status.st_mode)) throw Failure(EINVAL, "is not a regular file");
+  const RegularFile file = open_to_read(path);
   size_t size = 0;
   while (size < room.size()) {
-    const ssize_t count = tarvio::read_some(file.get(), room.subspan(size));
+    const ssize_t count = tarvio::read_some(file.fd.get(), room.subspan(size));
     if (count < 0) throw Failure::of_system("cannot be read");
     if (count == 0) return size;
     size += static_cast<size_t>(count);
@@ -48,10 +51,10 @@ size_t read_small_file(const std::string& path, std::span<char> room) {
 
 std::string weakness_of(const struct stat& status) {
   if (status.st_uid != 0) {
-    return "is owned by user " + std::to_string(status.st_uid) + "; chown it to root";
+    return "is owned by user " + std::to_string(status.st_uid) + "; make root its owner";
   }
   if (!is_open_to_others(status)) return "";
-  return "can be changed by others (mode " + octal(status.st_mode) + "); chmod go-w it";
+  return "can be changed by others (mode " + octal(status.st_mode) + "); run chmod go-w on it";
 }
 
 bool check_owned_by_root(const std::string& path, mode_t type) {
@@ -70,26 +73,24 @@ bool check_owned_by_root(const std::string& path, mode_t type) {
 }
 
 void check_place(const std::string& directory, const std::string& remedy) {
-  const auto refuse = [&](const std::string& path, const char* why) {
-    std::string what = "cannot keep a copy in '" + directory_of(directory);
-    what.append("' that nobody else can change: others can ").append(why).append(" '");
-    what.append(path).append("'; ").append(remedy);
-    throw Failure(EPERM, what);
+  const std::string place = directory_of(directory);
+  const auto refuse = [&](const std::string& why) {
+    throw Failure(EPERM, "cannot keep a private copy in '" + place + "': " + why + "; " + remedy);
   };
   struct stat own = {};
   if (lstat(directory.c_str(), &own) != 0)
     throw Failure::of_system("cannot examine '" + directory + "'");
   // As a file system without owners and modes shows it, such as that of an USB stick.
   if (own.st_uid != geteuid() || (own.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-    refuse(directory, "open");
+    refuse("its file system keeps no owners and modes");
   }
-  for (std::string path = directory_of(directory); path != "/"; path = directory_of(path)) {
+  for (std::string path = place; path != "/"; path = directory_of(path)) {
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) throw Failure::of_system("cannot examine '" + path + "'");
     const bool is_own = status.st_uid == 0 || status.st_uid == geteuid();
     const bool is_sticky = (status.st_mode & S_ISVTX) != 0;
     if (is_own && (is_sticky || !is_open_to_others(status))) continue;
-    refuse(path, "rename files in");
+    refuse("others can rename files " + (path == place ? "there" : "in '" + path + "'"));
   }
 }
 

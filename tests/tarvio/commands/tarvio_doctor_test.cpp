@@ -77,62 +77,6 @@ TEST_F(Doctor, GoesOnWithoutAWorkDirectory) {
   EXPECT_EQ(row(rows, "area kernel")["status"], "ok");
 }
 
-// The keys of signatures and the policy.
-
-class DoctorOfSignatures : public Doctor {
- protected:
-  DoctorOfSignatures() { std::filesystem::create_directories(kKeys); }
-
-  static void add_key(const std::string& name, const std::string& id) {
-    EXPECT_EQ(run_tarvio({"keygen", "/run/tmp/" + name, "--no-password"}).status, 0);
-    const std::string text = read_file("/run/tmp/" + name + ".pub");
-    write_file(kKeys + ("/" + name + ".pub"), text);
-    if (!id.empty()) write_file(id, text.substr(text.find('\n') - 16, 16));
-  }
-
-  static constexpr char kKeys[] = "/etc/tarvio/keys";
-  static constexpr char kPolicy[] = "/etc/tarvio/tarvio.conf";
-};
-
-TEST_F(DoctorOfSignatures, ShowsThePolicyAndCountsTheKeys) {
-  std::filesystem::create_directory(std::string(kKeys) + "/revoked");
-  add_key("one", "/run/tmp/id");
-  add_key("two", "");
-  write_file(std::string(kKeys) + "/revoked/" + read_file("/run/tmp/id"), "");
-  write_file(kPolicy, "require_signature: all\nallow_downgrade: no\n");
-  const Json rows = look();
-  EXPECT_EQ(row(rows, "package policy"),
-            expected("package policy", "ok", "require_signature is all, allow_downgrade is no"));
-  EXPECT_EQ(row(rows, "keys"), expected("keys", "ok", "1 valid, 1 revoked, in /etc/tarvio/keys"));
-}
-
-TEST_F(DoctorOfSignatures, MissesAKeyWhereSignaturesAreRequired) {
-  write_file(kPolicy, "require_signature: install\n");
-  EXPECT_EQ(row_of("keys"),
-            expected("keys", "failed",
-                     "0 valid, 0 revoked, in /etc/tarvio/keys, so no package is accepted",
-                     "put the public key of your packages there"));
-}
-
-TEST_F(DoctorOfSignatures, FindsWhatIsNotUsed) {
-  write_file(std::string(kKeys) + "/damaged.pub", "");
-  Json rows = look();
-  EXPECT_EQ(rows[17], expected("keys", "warning",
-                               "not used: public key '/etc/tarvio/keys/damaged.pub' is truncated: "
-                               "line 1 is missing",
-                               "replace the file, or remove it"));
-  std::filesystem::permissions(kKeys, std::filesystem::perms(0777));
-  write_file(kPolicy, "require_signature: perhaps\n");
-  rows = look();
-  EXPECT_EQ(row(rows, "package policy")["status"], "failed");
-  EXPECT_EQ(row(rows, "package policy")["found"],
-            "cannot be checked: /etc/tarvio/tarvio.conf:1: unknown require_signature: write no, "
-            "install, restore or all");
-  EXPECT_EQ(row(rows, "keys")["found"],
-            "cannot be checked: cannot trust '/etc/tarvio/keys': it can be changed by others (mode "
-            "0777); chmod go-w it");
-}
-
 // The root.
 
 TEST_F(Doctor, NamesTheRootThatPackagesAreBelow) {

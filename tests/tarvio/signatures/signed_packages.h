@@ -32,11 +32,21 @@ class SignedPackages : public WithoutPackages {
   static constexpr char kSignAgain[] =
       "; sign it with 'tarvio sign', or with the trusted comment 'package:NAME version:VERSION'";
 
-  // With another version.
-  void pack(const std::string& version) const {
+  static constexpr char kVendorsOnly[] =
+      "; get the package from its vendor, and trust the key only if it is the vendor's";
+
+  // With another version, and further lines in the control file.
+  void pack(const std::string& version, const std::string& further = "") const {
     sample_.write("control", "Package: clock\nVersion: " + version +
-                                 "\nArchitecture: all\nMaintainer: Halvern Corporation\n");
+                                 "\nArchitecture: all\nMaintainer: Halvern Corporation\n" +
+                                 further);
     EXPECT_EQ(run_tarvio({"pack", sample_.path(), "-o", file()}).status, 0);
+  }
+  // As somebody does who has no key.
+  void pack_below_signature(const std::string& version) const {
+    const std::string kept = read_file(signature());
+    pack(version);
+    write_file(signature(), kept);
   }
   void sign(const std::string& name = "vendor") const {
     const Ran run = run_tarvio({"sign", file(), "--key", key(name) + ".key"});

@@ -21,6 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 
 using testing::HasSubstr;
+using testing::Not;
 
 class ClientInstallPolicy : public SignedPackages {
  protected:
@@ -74,6 +75,8 @@ TEST_F(ClientInstallPolicy, DemandsNothingUnlessItIsSet) {
   expect_installed();
   set_policy("require_signature: restore\n");
   expect_installed();
+  set_policy(read_file(TARVIO_COMPLETIONS "/../tarvio.conf"));
+  expect_installed();
 }
 
 TEST_F(ClientInstallPolicy, RefusesWhatIsNotSigned) {
@@ -81,11 +84,10 @@ TEST_F(ClientInstallPolicy, RefusesWhatIsNotSigned) {
   for (const char* scope : {"install", "all"}) {
     set_policy(std::string("require_signature: ") + scope + "\n");
     expect_refused("its signature '" + signature() +
-                   "' does not exist; fetch it, or sign with "
-                   "'tarvio sign' (2)");
+                   "' does not exist; get it from where the package comes from (2)");
   }
   sign("other");
-  expect_refused("is by the unknown key " + id_of("other"));
+  expect_refused("was made with unknown key " + id_of("other"));
   sign();
   expect_installed();
 }
@@ -93,7 +95,8 @@ TEST_F(ClientInstallPolicy, RefusesWhatIsNotSigned) {
 TEST_F(ClientInstallPolicy, RefusesEveryPackageWithoutAKey) {
   set_policy("require_signature: all\n");
   sign();
-  expect_refused("is by the unknown key " + id_of("vendor") + "; put its public key into");
+  expect_refused("was made with unknown key " + id_of("vendor") +
+                 "; get the package from its vendor");
 }
 
 TEST_F(ClientInstallPolicy, RefusesAKeyThatIsRevoked) {
@@ -102,14 +105,14 @@ TEST_F(ClientInstallPolicy, RefusesAKeyThatIsRevoked) {
   sign();
   fs::create_directory(kRevoked);
   write_file(kRevoked + ("/" + id_of("vendor")), "");
-  expect_refused("is by the revoked key " + id_of("vendor"));
+  expect_refused("was made with revoked key " + id_of("vendor"));
 }
 
 TEST_F(ClientInstallPolicy, RefusesAWrongSignatureAlthoughNoneIsRequired) {
   sign();
-  pack("2.0");
+  pack_below_signature("2.0");
   trust();
-  expect_refused("is wrong: it or the file was changed");
+  expect_refused("does not match the file");
   write_file(signature(), "");
   expect_refused("is empty");
   fs::remove(signature());
@@ -125,7 +128,39 @@ TEST_F(ClientInstallPolicy, RefusesTheSignatureOfAnotherPackage) {
   set_policy("require_signature: install\n");
   trust();
   minisign("-S -W -s vendor.key -m clock.tbx -t 'package:radio version:1.0'");
-  expect_refused("its signature is of radio 1.0, and it is clock 1.0");
+  expect_refused("its signature is for radio 1.0, but the package is clock 1.0");
+}
+
+// Without a signature of their own, opkg would fetch them from a feed.
+TEST_F(ClientInstallPolicy, TakesNoDependenciesFromFeeds) {
+  pack("1.0", "Depends: lib (>= 2.0)\n");
+  sign();
+  trust();
+  const auto expect_missing = [&] {
+    expect_refused(
+        "it needs 'lib (>= 2.0)', which is not installed and would come from a feed without a "
+        "signature; install that first (10302)",
+        1);
+  };
+  set_policy("require_signature: install\n");
+  expect_missing();
+  fs::create_directories(kInformation);
+  const std::string lib = std::string(kInformation) + "/lib.control";
+  write_file(lib, "Package: lib\nVersion: 1.9\n");
+  EXPECT_EQ(install({"--force"}).status, 1);
+  write_file(lib, "Package: lib\nVersion: 2.0\n");
+  const Tool opkg("opkg", "PATH=${PATH#*:}\nexec opkg \"$@\"");
+  expect_installed();
+  EXPECT_THAT(opkg.runs(), HasSubstr("--nodeps install "));
+}
+
+TEST_F(ClientInstallPolicy, LeavesDependenciesToOpkgWhereNothingIsRequired) {
+  set_policy("require_signature: restore\n");
+  pack("1.0", "Depends: lib\n");
+  const Tool opkg("opkg", "PATH=${PATH#*:}\nexec opkg \"$@\"");
+  EXPECT_THAT(install().errors, HasSubstr("Cannot satisfy"));
+  EXPECT_EQ(install({"--force"}).status, 0);
+  EXPECT_THAT(opkg.runs(), Not(HasSubstr("--nodeps")));
 }
 
 // The first tool that reads the package puts another one in its place, as somebody else could: an
@@ -144,16 +179,7 @@ TEST_F(ClientInstallPolicy, UsesWhatItHasChecked) {
   }
   EXPECT_EQ(read_file(file()), read_file(beside("evil.tbx")));
   EXPECT_EQ(face(), "12\n");
-  expect_refused("is wrong");
-}
-
-// As a device that shows another file at each reading.
-TEST_F(ClientInstallPolicy, RefusesAFileThatBecomesShorter) {
-  set_policy("require_signature: install\n");
-  trust();
-  sign();
-  fs::resize_file(file(), 100);
-  expect_refused("is wrong");
+  expect_refused("does not match the file");
 }
 
 TEST_F(ClientInstallPolicy, SaysHowMuchSpaceTheCopyNeeds) {
@@ -169,7 +195,7 @@ TEST_F(ClientInstallPolicy, SaysHowMuchSpaceTheCopyNeeds) {
       run_tarvio({"install", file()}, [&] { ::setenv("TMPDIR", small.path().c_str(), 1); });
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.errors, HasSubstr("not enough space in '" + small.path().string() +
-                                    "' for a copy that is checked: 293"));
+                                    "' for a private copy: 293"));
   EXPECT_THAT(run.errors, HasSubstr(" KiB needed, 128.0 KiB free (28)"));
   EXPECT_TRUE(fs::is_empty(small.path()));
   ::umount(small.path().c_str());
@@ -189,10 +215,11 @@ TEST_F(ClientInstallPolicy, KeepsNoCopyWhereOthersCanReplaceIt) {
   for (const fs::path& place : {open.path(), open / "own"}) {
     const Ran run = install_in(place);
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, HasSubstr("cannot keep a copy in '" + place.string() +
-                                      "' that nobody else can change: others can rename files "
-                                      "in '" +
-                                      open.path().string() + "'; set TMPDIR (1)"));
+    EXPECT_THAT(run.errors, HasSubstr("cannot keep a private copy in '" + place.string() +
+                                      "': others can rename files " +
+                                      (place == open.path() ? std::string("there")
+                                                            : "in '" + open.path().string() + "'") +
+                                      "; set TMPDIR to another directory (1)"));
   }
   EXPECT_EQ(installed_version(), "");
   // A link that others can change counts once, at the beginning.
@@ -204,6 +231,25 @@ TEST_F(ClientInstallPolicy, KeepsNoCopyWhereOthersCanReplaceIt) {
   if (!has_other_users()) return;
   ASSERT_EQ(::chown(open.path().c_str(), 1000, 1000), 0);
   EXPECT_EQ(install_in(open.path()).status, 1);
+}
+
+// A tool does here what another user could do in a directory that is open to all.
+TEST_F(ClientInstallPolicy, LeavesWhatOthersPutInPlaceOfTheWorkDirectory) {
+  if (!has_other_users()) GTEST_SKIP() << "needs another user";
+  const TempDir open;
+  fs::create_directories(open / "theirs/precious");
+  ASSERT_EQ(::chown((open / "theirs").c_str(), 1000, 1000), 0);
+  const Tool ar("ar", "cd / && mv \"$OLDPWD\" " + (open / "away").string() + " && mv " +
+                          (open / "theirs").string() + " \"$OLDPWD\"; exit 1");
+  const Ran run = run_tarvio({"install", file()}, [&] {
+    ::setenv("TMPDIR", open.path().c_str(), 1);
+    become_old();
+  });
+  EXPECT_EQ(run.status, 1);
+  const std::vector<std::string> names = names_in(open.path());
+  ASSERT_EQ(names.size(), 2U);
+  EXPECT_EQ(names[0], "away");
+  EXPECT_TRUE(fs::exists(open / names[1] / "precious"));
 }
 
 TEST_F(ClientInstallPolicy, DoesNotGoBackToAnOlderVersionUnlessThatIsAllowed) {
@@ -238,6 +284,10 @@ TEST_F(ClientInstallPolicy, IsNotGuessedFromAFileThatIsWrong) {
       {"require_signatures: all\n",
        "/etc/tarvio/tarvio.conf:1: unknown key: use require_signature or allow_downgrade"},
       {"require_signature all\n", "/etc/tarvio/tarvio.conf:1: no colon in the line"},
+      {"do not require_signature: no\n",
+       "/etc/tarvio/tarvio.conf:1: key of several words: write one word"},
+      {"require_signature: no all\n",
+       "/etc/tarvio/tarvio.conf:1: value of several words: write one word"},
       {"require_signature:\n",
        "/etc/tarvio/tarvio.conf:1: unknown require_signature: write no, install"},
   };
@@ -252,13 +302,17 @@ TEST_F(ClientInstallPolicy, IsNotTakenFromAFileThatOthersCanChange) {
   fs::permissions(kPolicy, fs::perms(0666));
   expect_refused(
       "cannot trust '/etc/tarvio/tarvio.conf': it can be changed by others (mode 0666); "
-      "chmod go-w it",
+      "run chmod go-w on it",
       1);
   fs::permissions(kPolicy, fs::perms(0644));
   fs::permissions("/etc/tarvio", fs::perms(0777));
   expect_refused("cannot trust '/etc/tarvio': it can be changed by others (mode 0777)", 1);
-  fs::permissions("/etc/tarvio", fs::perms(0755));
+  // Others could also have taken it away, and the keys.
   fs::rename(kPolicy, "/etc/tarvio/elsewhere");
+  expect_refused("cannot trust '/etc/tarvio': it can be changed by others (mode 0777)", 1);
+  fs::remove_all(kKeys);
+  expect_refused("cannot trust '/etc/tarvio': it can be changed by others (mode 0777)", 1);
+  fs::permissions("/etc/tarvio", fs::perms(0755));
   fs::create_symlink("/etc/tarvio/elsewhere", kPolicy);
   expect_refused("cannot trust '/etc/tarvio/tarvio.conf': it is not a regular file", 1);
 }

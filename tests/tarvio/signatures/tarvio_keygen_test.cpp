@@ -23,6 +23,7 @@ namespace {
 
 using nlohmann::json;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 using testing::Not;
 
 constexpr char kMinisignKeys[] = TARVIO_TEST_DATA "/minisign/";
@@ -54,7 +55,7 @@ TEST_F(ClientKeygen, MakesKeysThatMinisignUses) {
   const Ran run = keygen({"--no-password"});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.errors, "");
-  EXPECT_EQ(run.output, "made key " + id_of("new") + ": " + key("new") + ".key (secret), " +
+  EXPECT_EQ(run.output, "created key " + id_of("new") + ": " + key("new") + ".key (secret), " +
                             key("new") + ".pub\n");
   minisign("-S -W -s new.key -m clock.tbx -t 'package:clock version:1.0'");
   minisign("-V -p new.pub -m clock.tbx");
@@ -90,7 +91,7 @@ TEST_F(ClientKeygen, ReplacesNoFileUnlessForced) {
     write_file(key("new") + ending, "precious");
     const Ran run = keygen({"--no-password"});
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.errors, "tarvio: cannot make the keys '" + key("new") + "': '" + key("new") +
+    EXPECT_EQ(run.errors, "tarvio: cannot create the keys '" + key("new") + "': '" + key("new") +
                               ending + "' already exists; use --force to replace it (17)\n");
     EXPECT_EQ(read_file(key("new") + ending), "precious");
     std::filesystem::remove(key("new") + ending);
@@ -102,6 +103,8 @@ TEST_F(ClientKeygen, ReplacesNoFileUnlessForced) {
   EXPECT_EQ(keygen({"--no-password"}).status, 1);
   EXPECT_EQ(keygen({"--no-password", "--force"}).status, 0);
   EXPECT_EQ(read_file(beside("elsewhere")), "precious");
+  EXPECT_FALSE(std::filesystem::exists(key("new") + ".key.new"));
+  EXPECT_FALSE(std::filesystem::exists(key("new") + ".pub.new"));
   EXPECT_EQ(sign_with(key("new") + ".key").status, 0);
 }
 
@@ -145,6 +148,10 @@ TEST_F(ClientKeygen, EncryptsAKeyThatMinisignOpens) {
   const Ran run =
       run_tarvio({"keygen", key("new"), "--password-file", beside("password")}, limit_memory);
   ASSERT_EQ(run.status, 0) << run.errors;
+  EXPECT_THAT(run.errors,
+              MatchesRegex("tarvio: the password of '.*new.key' costs only [0-9]+ MiB of memory to "
+                           "try, not 1024, because no more is free; use a longer password, or make "
+                           "the key on another machine\n"));
   EXPECT_EQ(sign_with(key("new") + ".key", {"--password-file", beside("password")}).status, 0);
   minisign("-V -p new.pub -m clock.tbx");
   shell(beside(""), "echo sesame | minisign -S -s new.key -m clock.tbx >/dev/null");
@@ -209,7 +216,7 @@ TEST_F(KeygenOnATerminal, AsksForANewPasswordTwiceAndShowsNone) {
   answer("Password of " + key("new") + ".key: ", "sesame\n");
   answer("Again: ", "sesame\n");
   EXPECT_EQ(status(), 0);
-  EXPECT_THAT(shown_, HasSubstr("made key " + id_of("new")));
+  EXPECT_THAT(shown_, HasSubstr("created key " + id_of("new")));
   EXPECT_THAT(shown_, Not(HasSubstr("sesame")));
   start({"sign", file(), "--key", key("new") + ".key"});
   answer("Password of " + key("new") + ".key: ", "sesame\n");
@@ -245,10 +252,14 @@ TEST_F(ClientKeygen, ReadsThePasswordOfAKeyOfMinisign) {
   minisign("-V -p " + std::string(kMinisignKeys) + "password.pub -m clock.tbx");
   std::filesystem::remove(signature());
 
+  write_file(beside("password"), "sesame\r\n");
+  EXPECT_EQ(sign_with(secret, {"--password-file", beside("password")}).status, 0);
+  std::filesystem::remove(signature());
+
   write_file(beside("password"), "sesame \n");
   const Ran wrong = sign_with(secret, {"--password-file", beside("password")});
   EXPECT_EQ(wrong.status, 1);
-  EXPECT_EQ(wrong.errors, "tarvio: secret key '" + secret + "' does not open with this password\n");
+  EXPECT_EQ(wrong.errors, "tarvio: secret key '" + secret + "' cannot be opened: wrong password\n");
   EXPECT_FALSE(std::filesystem::exists(signature()));
 }
 
@@ -281,11 +292,11 @@ TEST_F(ClientKeygen, RefusesASecretKeyThatIsDamaged) {
       {"printf XX | dd of=bytes conv=notrunc status=none bs=1 seek=4",
        "is not a secret key of Ed25519"},
       {"printf Sc | dd of=bytes conv=notrunc status=none bs=1 seek=2",
-       "its password asks for too much time or memory"},
+       "its password cost is too high"},
       {"printf 'Sc' | dd of=bytes conv=notrunc status=none bs=1 seek=2; "
        "printf '\\377\\377\\377\\377\\377\\377\\377\\377' | "
        "dd of=bytes conv=notrunc status=none bs=1 seek=46",
-       "its password asks for too much time or memory"},
+       "its password cost is too high"},
       {"printf x | dd of=bytes conv=notrunc status=none bs=1 seek=60", "its checksum is wrong"},
       {"printf x | dd of=bytes conv=notrunc status=none bs=1 seek=70; "
        "dd if=/dev/zero of=bytes conv=notrunc status=none bs=1 seek=126 count=32",

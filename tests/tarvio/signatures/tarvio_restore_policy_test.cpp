@@ -92,9 +92,9 @@ TEST_F(ClientRestorePolicy, RefusesWhatIsNotSigned) {
 
 TEST_F(ClientRestorePolicy, RefusesWhatWasChanged) {
   directory_.shell("printf X | dd of=image.tbx conv=notrunc bs=1 seek=5000 status=none");
-  expect_refused("its signature 'image.tbx.minisig' is wrong");
+  expect_refused("its signature 'image.tbx.minisig' does not match the file");
   write_file(kPolicy, "");
-  expect_refused("its signature 'image.tbx.minisig' is wrong");
+  expect_refused("its signature 'image.tbx.minisig' does not match the file");
 }
 
 // The first tool that reads the package puts another one in its place, as somebody else could: an
@@ -114,9 +114,10 @@ TEST_F(ClientRestorePolicy, KeepsNoCopyWhereOthersCanReplaceIt) {
   fs::permissions(open.path(), fs::perms(0777));
   const FlashRun ran = restore({"--workdir", open.path()});
   EXPECT_EQ(ran.status, 1);
-  EXPECT_THAT(ran.errors, HasSubstr("cannot keep a copy in '" + open.path().string() +
-                                    "' that nobody else can change"));
-  EXPECT_THAT(ran.errors, HasSubstr("; use --workdir; nothing was written"));
+  EXPECT_THAT(ran.errors, HasSubstr("cannot keep a private copy in '" + open.path().string() +
+                                    "': others can rename files there"));
+  EXPECT_THAT(ran.errors,
+              HasSubstr("; name another directory with --workdir; nothing was written"));
   EXPECT_TRUE(is_erased("/dev/mtd1"));
 }
 
@@ -127,6 +128,19 @@ TEST_F(ClientRestorePolicy, DoesNotGoBackToAnOlderVersionUnlessThatIsAllowed) {
       "its version 2.0 is older than the installed 2.1; set allow_downgrade: yes in "
       "/etc/tarvio/tarvio.conf to go back");
   install_system("2.0");
+  expect_restored();
+}
+
+// As a backup of the device itself is.
+TEST_F(ClientRestorePolicy, DoesNotTakeAnImageWithoutAVersionForANewerOne) {
+  write_file(kPolicy, "allow_downgrade: no\n");
+  install_system("2.1");
+  set_version("");
+  sign();
+  expect_refused(
+      "it has no version, so allow_downgrade: no refuses it; set allow_downgrade: yes in "
+      "/etc/tarvio/tarvio.conf to accept it; nothing was written (1)");
+  write_file(kPolicy, "allow_downgrade: yes\n");
   expect_restored();
 }
 

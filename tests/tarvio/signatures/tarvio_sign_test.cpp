@@ -9,7 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "packages/package_file.h"
 #include "process/failure.h"
+#include "process/work_directory.h"
+#include "signatures/file_hash.h"
 #include "signatures/minisign.h"
 #include "signed_packages.h"
 
@@ -89,6 +92,18 @@ TEST_F(ClientSign, GivesTheSameSignatureAgain) {
   EXPECT_EQ(read_file(signature()), first);
 }
 
+// It would be that of another file.
+TEST_F(ClientSign, LeavesNoSignatureBesideAnUnsignedPackage) {
+  sign();
+  pack("2.0");
+  EXPECT_FALSE(std::filesystem::exists(signature()));
+  // Nor after a failure the new file without a word.
+  std::filesystem::create_directory(signature());
+  const Ran run = run_tarvio({"pack", sample().path(), "-o", file()});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.errors, HasSubstr("cannot remove the old signature '" + signature() + "'"));
+}
+
 TEST_F(ClientSign, PacksNothingWithoutTheKey) {
   std::filesystem::remove(file());
   const Ran run = run_tarvio({"pack", sample().path(), "-o", file(), "--sign", beside("nowhere")});
@@ -133,9 +148,11 @@ TEST_F(ClientSign, SignsImages) {
 TEST_F(ClientSign, SignsAPackageWithoutAVersion) {
   const HandMadePackage image("Package: saved\nVersion: \n", kImageTqControl);
   trust();
-  ASSERT_EQ(run_tarvio({"sign", image.path(), "--key", key("vendor") + ".key"}).status, 0);
+  const Ran signed_as = run_tarvio({"sign", image.path(), "--key", key("vendor") + ".key"});
+  EXPECT_EQ(signed_as.output,
+            "signed " + image.path() + " as saved with key " + id_of("vendor") + "\n");
   const Ran run = run_tarvio({"verify", image.path()});
-  EXPECT_EQ(run.output, image.path() + " is saved , signed by key " + id_of("vendor") + "\n");
+  EXPECT_EQ(run.output, image.path() + " is saved, signed by key " + id_of("vendor") + "\n");
 }
 
 TEST_F(ClientSign, CannotNameAPackageWithABlankInItsVersion) {
@@ -162,26 +179,26 @@ TEST_F(ClientSign, VerifiesWithAKeyThatIsNamed) {
   trust();
   const Ran run = verify({"--key", key("other") + ".pub"});
   EXPECT_EQ(run.status, 6);
-  EXPECT_THAT(run.errors, HasSubstr("is by the unknown key " + id_of("vendor")));
+  EXPECT_THAT(run.errors, HasSubstr("was made with unknown key " + id_of("vendor")));
   EXPECT_THAT(verify({"--key", file()}).errors,
               HasSubstr("public key '" + file() + "' is damaged"));
 }
 
 TEST_F(ClientSign, RefusesWhatIsNotSignedOrByAnUnknownKey) {
   expect_refused("its signature '" + signature() +
-                 "' does not exist; fetch it, or sign with 'tarvio sign' (2)");
+                 "' does not exist; get it from where the package comes from (2)");
   sign();
-  expect_refused("its signature '" + signature() + "' is by the unknown key " + id_of("vendor") +
-                 "; put its public key into /etc/tarvio/keys (126)");
+  expect_refused("its signature '" + signature() + "' was made with unknown key " +
+                 id_of("vendor") + kVendorsOnly + " (126)");
   trust("other");
-  expect_refused("is by the unknown key");
+  expect_refused("was made with unknown key");
 }
 
 TEST_F(ClientSign, RefusesWhatWasChanged) {
   trust();
   sign();
   constexpr char kWrong[] =
-      "' is wrong: it or the file was changed, or they do not belong together; fetch both again "
+      "' does not match the file; fetch both again "
       "(129)";
   const std::string package = read_file(file());
   for (const std::string& changed : {package + "x", package.substr(0, package.size() - 1),
@@ -196,8 +213,23 @@ TEST_F(ClientSign, RefusesWhatWasChanged) {
   // The signature of another version.
   pack("2.0");
   sign();
-  pack("1.0");
+  pack_below_signature("1.0");
   expect_refused(kWrong);
+}
+
+// After its size was asked for: what is left does not have the signed hash.
+TEST_F(ClientSign, HashesWhatIsLeftOfAFileThatBecameShorter) {
+  const client::WorkDirectory directory;
+  client::prepare_cryptography();
+  const auto hash_of = [&](uint64_t bytes) {
+    const client::RegularFile opened = client::open_regular_file(file());
+    return client::hash_file(directory, opened.fd.get(), bytes, "", 60);
+  };
+  const uint64_t size = std::filesystem::file_size(file());
+  const client::Hash whole = hash_of(size);
+  std::filesystem::resize_file(file(), 100);
+  EXPECT_EQ(hash_of(size), hash_of(100));
+  EXPECT_NE(hash_of(size), whole);
 }
 
 // Two good signatures, of which one lends its comment to the other.
@@ -211,7 +243,7 @@ TEST_F(ClientSign, RefusesTheCommentOfAnotherSignature) {
   shell(beside(""),
         "head -n 2 clock.tbx.minisig >both && cat comment >>both && "
         "mv both clock.tbx.minisig");
-  expect_refused("is wrong: it or the file was changed");
+  expect_refused("does not match the file");
 }
 
 TEST_F(ClientSign, RefusesASignatureUnderAKeyIdThatIsNotItsOwn) {
@@ -222,7 +254,7 @@ TEST_F(ClientSign, RefusesASignatureUnderAKeyIdThatIsNotItsOwn) {
         "{ echo RUQ= | base64 -d; sed -n 2p vendor.pub | base64 -d | dd bs=1 skip=2 count=8 "
         "status=none; sed -n 2p clock.tbx.minisig | base64 -d | dd bs=1 skip=10 status=none; } "
         ">bytes && sed -i \"2s|.*|$(base64 -w 0 bytes)|\" clock.tbx.minisig");
-  expect_refused("is wrong: it or the file was changed");
+  expect_refused("does not match the file");
 }
 
 TEST_F(ClientSign, RefusesTheLegacyForm) {
@@ -245,9 +277,10 @@ TEST_F(ClientSign, RefusesACommentThatIsNotOfThePackage) {
         kSignAgain + " (129)");
   }
   comment("package:radio version:1.0");
-  expect_refused(std::string("its signature is of radio 1.0, and it is clock 1.0") + kSignAgain);
+  expect_refused(std::string("its signature is for radio 1.0, but the package is clock 1.0") +
+                 kSignAgain);
   comment("package:clock version:1.0.1");
-  expect_refused("its signature is of clock 1.0.1, and it is clock 1.0");
+  expect_refused("its signature is for clock 1.0.1, but the package is clock 1.0");
 }
 
 TEST_F(ClientSign, RefusesASignatureThatIsTruncated) {
@@ -323,7 +356,7 @@ TEST_F(ClientSign, ReadsLinesThatEndAsThoseOfWindows) {
 TEST_F(ClientSign, ShowsNoEscapeSequenceOfASignature) {
   trust();
   minisign("-S -W -s vendor.key -m clock.tbx -t \"$(printf 'package:\\033[2Jclock version:1.0')\"");
-  expect_refused("its signature is of \\x1b[2Jclock 1.0, and it is clock 1.0");
+  expect_refused("its signature is for \\x1b[2Jclock 1.0, but the package is clock 1.0");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "commands/doctor/finding.h"
+#include "packages/installed.h"
 #include "signatures/key_ring.h"
 #include "signatures/policy.h"
 
@@ -23,30 +24,43 @@ Finding finding_of(const KeyRing& ring) {
   const size_t valid = count_of_valid(ring);
   const std::string found = std::to_string(valid) + " valid, " +
                             std::to_string(ring.revoked.size()) + " revoked, in " + kKeyDirectory;
-  if (valid == 0 && read_policy().require_signature != "no") {
+  const std::string required = read_policy().require_signature;
+  if (valid == 0 && required != "no") {
     return {.check = kKeysRow,
             .status = CheckStatus::kFailed,
-            .found = found + ", so no package is accepted",
+            .found = found + ", so " +
+                     (required == "all" ? "no package is accepted" : required + " accepts none"),
             .remedy = "put the public key of your packages there"};
   }
   return {.check = kKeysRow, .found = found};
 }
 
-// A file that is not used, with what is wrong with it before its remedy.
+// A file that is not used, with what is wrong with it, and the remedy if that has one.
 Finding finding_of(const std::string& refused) {
+  const size_t end = refused.rfind("; ");
+  const bool has_remedy = end != std::string::npos;
   return {.check = kKeysRow,
           .status = CheckStatus::kWarning,
-          .found = "not used: " + refused,
-          .remedy = "replace the file, or remove it"};
+          .found = "not used: " + refused.substr(0, end),
+          .remedy = has_remedy ? refused.substr(end + 2) : "replace the file, or remove it"};
 }
 
 }  // namespace
 
 Findings check_policy(const Examination& /*examination*/) {
   const Policy policy = read_policy();
-  return {{.check = "package policy",
-           .found = "require_signature is " + policy.require_signature + ", allow_downgrade is " +
-                    (policy.allow_downgrade ? "yes" : "no")}};
+  Finding finding = {.check = "package policy",
+                     .found = "require_signature is " + policy.require_signature +
+                              ", allow_downgrade is " + (policy.allow_downgrade ? "yes" : "no")};
+  if (policy.allow_downgrade) return {finding};
+  try {
+    (void)system_version();
+  } catch (const Failure& failure) {
+    finding.status = CheckStatus::kWarning;
+    finding.found += std::string(", so restore accepts no image: ") + failure.what();
+    finding.remedy = "write the name of the installed system's package into " + system_file();
+  }
+  return {finding};
 }
 
 Findings check_keys(const Examination& /*examination*/) {

@@ -28,12 +28,12 @@ Result run(const Arguments& arguments) {
                          .replaces = arguments.has(kForce)};
   std::string id;
   const Outcome outcome =
-      attempt("make the keys", name, [&] { id = text_of(make_keys(wanted).id); });
+      attempt("create the keys", name, [&] { id = text_of(make_keys(wanted).id); });
   Json json = json_of("name", outcome);
   if (outcome.code != 0) return {.status = outcome.status, .json = text_of(json)};
   json.update(
       {{"key_id", id}, {"secret_key", wanted.secret_file}, {"public_key", wanted.public_file}});
-  return {.text = printable("made key " + id + ": " + wanted.secret_file + " (secret), " +
+  return {.text = printable("created key " + id + ": " + wanted.secret_file + " (secret), " +
                             wanted.public_file) +
                   '\n',
           .json = text_of(json)};

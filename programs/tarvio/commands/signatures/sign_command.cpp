@@ -42,8 +42,8 @@ Result run(const Arguments& arguments) {
     const Outcome outcome = attempt("sign", file, [&] { package = sign(file, *key, arguments); });
     Json each = json_of("file", outcome);
     if (outcome.code == 0) {
-      result.text += printable("signed " + file + " as " + package.name + " " + package.version +
-                               " with key " + text_of(key->id())) +
+      result.text += printable("signed " + file + " as " + title_of(package) + " with key " +
+                               text_of(key->id())) +
                      '\n';
       each.update({{"signature", signature_path(file)},
                    {"name", package.name},

@@ -59,9 +59,9 @@ Result run(const Arguments& arguments) {
     Json each = json_of("file", outcome);
     if (outcome.code == 0) {
       const PackageFile& package = verified.package;
-      result.text += printable(file + " is " + package.name + " " + package.version +
-                               ", signed by key " + verified.key_id) +
-                     '\n';
+      result.text +=
+          printable(file + " is " + title_of(package) + ", signed by key " + verified.key_id) +
+          '\n';
       each.update(
           {{"name", package.name}, {"version", package.version}, {"key_id", verified.key_id}});
     }
