@@ -15,6 +15,7 @@
 #include "signatures/file_hash.h"
 #include "signatures/minisign.h"
 #include "signed_packages.h"
+#include "terminal/progress.h"
 
 namespace tarvio_test {
 namespace {
@@ -223,7 +224,8 @@ TEST_F(ClientSign, HashesWhatIsLeftOfAFileThatBecameShorter) {
   client::prepare_cryptography();
   const auto hash_of = [&](uint64_t bytes) {
     const client::RegularFile opened = client::open_regular_file(file());
-    return client::hash_file(directory, opened.fd.get(), bytes, "", 60);
+    client::Progress progress(client::Progress::Kind::kNone);
+    return client::hash_file(directory, opened.fd.get(), bytes, "", 60, progress);
   };
   const uint64_t size = std::filesystem::file_size(file());
   const client::Hash whole = hash_of(size);
