@@ -67,21 +67,20 @@ void remove_tree(const char* path) {
 }
 
 // Tools run in the directory itself, where a relative path would lead elsewhere; and links that
-// lead to it may be changed.
-std::string real_path(const std::string& path) {
-  const tarvio::CString real(realpath(path.c_str(), nullptr));
-  if (real != nullptr) return real.get();
-  const tarvio::ErrnoKeeper keeper;
-  (void)remove(path.c_str());
-  return "";
+// lead to it may be changed. Empty when there is no such place.
+std::string real_template(const std::string& beginning) {
+  const size_t name = beginning.rfind('/') + 1;
+  const std::string parent = beginning.substr(0, name);
+  const tarvio::CString real(realpath(parent.empty() ? "." : parent.c_str(), nullptr));
+  return real == nullptr ? "" : std::string(real.get()) + "/" + beginning.substr(name) + "XXXXXX";
 }
 
 }  // namespace
 
 WorkDirectory::WorkDirectory() : WorkDirectory(temporary_beginning()) {}
 
-WorkDirectory::WorkDirectory(const std::string& beginning) : path_(beginning + "XXXXXX") {
-  if (mkdtemp(path_.data()) == nullptr || (path_ = real_path(path_)).empty()) {
+WorkDirectory::WorkDirectory(const std::string& beginning) : path_(real_template(beginning)) {
+  if (path_.empty() || mkdtemp(path_.data()) == nullptr) {
     throw Failure::of_system("cannot create a work directory '" + beginning + "XXXXXX'");
   }
 }

@@ -113,7 +113,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "failed", " cannot be run: gzip: Exec format error", kNotRun},
         OtherTool{"ThatOnlyReads", "ar", "echo \"ar: invalid option -- 'r'\" >&2; exit 1", "failed",
                   " cannot make and read an archive: no result",
-                  "install the ar of GNU binutils: BusyBox's may only read archives"},
+                  "install the ar of GNU binutils: BusyBox's does not find './control.tar.gz'"},
         OtherTool{"ThatFindsNoSpace", "dd", "echo 'dd: No space left on device' >&2; exit 1",
                   "failed", " cannot copy a file: No space left on device",
                   "install the dd of coreutils"},
