@@ -62,7 +62,7 @@ PackageFile read_whole_package(const WorkDirectory& directory, const std::string
 }
 
 // Where a signature is required, opkg is kept from fetching what the package needs, because the
-// feeds have none. A release that cannot be kept from it finds nothing to fetch.
+// feeds have none. A release that cannot be kept from it then fetches what is recommended at most.
 void check_dependencies(const WorkDirectory& directory) {
   const std::string missing =
       missing_dependency(read_control_text(directory / "control").value_or(""));
