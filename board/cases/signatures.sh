@@ -10,7 +10,7 @@ cd /tmp || exit
 make_package clock
 content=$(fill 1 262144)
 passes "the boot loader is saved" tarvio backup bootloader --to image.tbx
-passes "a pair of keys is made" prints 'made key * vendor.key (secret), vendor.pub*' \
+passes "a pair of keys is made" prints 'created key * vendor.key (secret), vendor.pub*' \
   tarvio keygen vendor --no-password
 cp vendor.pub /etc/tarvio/keys/
 printf '%s\n' 'require_signature: all' >/etc/tarvio/tarvio.conf

@@ -18,7 +18,7 @@ struct HostilePackage {
 };
 
 // Tests take parts of them, so that several run at a time.
-inline constexpr int kParts = 12;
+inline constexpr int kParts = 24;
 std::vector<HostilePackage> hostile_packages(int part);
 
 // What is written down of each file: its type, size and times.
