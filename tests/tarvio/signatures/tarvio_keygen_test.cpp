@@ -34,6 +34,11 @@ class ClientKeygen : public SignedPackages {
     options.insert(options.begin(), {"keygen", key("new")});
     return run_tarvio(options);
   }
+  // Without the comment, in which minisign leaves out the zeros before the id.
+  std::string key_in(const std::string& name) const {
+    const std::string text = read_file(beside(name));
+    return text.substr(text.find('\n'));
+  }
   // The bytes of a secret key, changed by the work, as a key file again.
   void change_key(const std::string& change) const {
     shell(beside(""),
@@ -60,7 +65,7 @@ TEST_F(ClientKeygen, MakesKeysThatMinisignUses) {
   minisign("-S -W -s new.key -m clock.tbx -t 'package:clock version:1.0'");
   minisign("-V -p new.pub -m clock.tbx");
   minisign("-R -s new.key -p again.pub");
-  EXPECT_EQ(read_file(key("again") + ".pub"), read_file(key("new") + ".pub"));
+  EXPECT_EQ(key_in("again.pub"), key_in("new.pub"));
 }
 
 TEST_F(ClientKeygen, SaysWhatItMadeInJson) {
