@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "created_process.h"
 #include "support/children.h"
 #include "support/descriptors.h"
 #include "support/files.h"
@@ -29,24 +30,6 @@ namespace fs = std::filesystem;
 using testing::Contains;
 using testing::IsEmpty;
 using testing::Not;
-
-constexpr int kUnwritten = -7;
-constexpr unsigned kAllPipes = TQ_PIPE_STDIN | TQ_PIPE_STDOUT | TQ_PIPE_STDERR;
-
-struct Child {
-  int result = kUnwritten;
-  int pid = kUnwritten;
-  int in = kUnwritten;
-  int out = kUnwritten;
-  int err = kUnwritten;
-};
-
-Child start(const std::string& command, unsigned flags) {
-  Child child;
-  child.result =
-      tq_create_process(command.c_str(), flags, &child.pid, &child.in, &child.out, &child.err);
-  return child;
-}
 
 int exit_status_of_command(const std::string& command) {
   const Child child = start(command, 0);

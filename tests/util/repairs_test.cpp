@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "created_process.h"
 #include "support/children.h"
 #include "support/descriptors.h"
 #include "support/files.h"
@@ -22,23 +23,6 @@ namespace {
 
 using testing::IsEmpty;
 using testing::SizeIs;
-
-constexpr int kUnwritten = -7;
-constexpr unsigned kAllPipes = TQ_PIPE_STDIN | TQ_PIPE_STDOUT | TQ_PIPE_STDERR;
-
-struct Child {
-  int result = kUnwritten;
-  int pid = kUnwritten;
-  int in = kUnwritten;
-  int out = kUnwritten;
-  int err = kUnwritten;
-};
-
-Child start(const char* command, unsigned flags) {
-  Child child;
-  child.result = tq_create_process(command, flags, &child.pid, &child.in, &child.out, &child.err);
-  return child;
-}
 
 size_t left_by_a_start() {
   const Descriptors before = open_descriptors();

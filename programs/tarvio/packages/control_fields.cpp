@@ -11,6 +11,7 @@
 #include "base/line_cutter.h"
 #include "base/owners.h"
 #include "process/failure.h"
+#include "process/text_pieces.h"
 #include "tarvio/tbx.h"
 
 namespace client {
@@ -130,13 +131,10 @@ std::optional<std::string> read_control_text(const std::string& path) {
 }
 
 std::string value_in(std::string_view text, std::string_view key) {
-  constexpr std::string_view kBlanks = " \t\r\n";
   while (!text.empty()) {
     std::string_view line = tarvio::take_line(text);
     if (!line.starts_with(key) || !line.substr(key.size()).starts_with(':')) continue;
-    line.remove_prefix(key.size() + 1);
-    line.remove_prefix(std::min(line.size(), line.find_first_not_of(kBlanks)));
-    return std::string(line.substr(0, line.find_last_not_of(kBlanks) + 1));
+    return std::string(trimmed(line.substr(key.size() + 1)));
   }
   return {};
 }

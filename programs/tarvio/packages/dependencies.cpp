@@ -6,16 +6,11 @@
 #include "packages/control_fields.h"
 #include "packages/opkg_information.h"
 #include "packages/version_order.h"
+#include "process/text_pieces.h"
 
 namespace client {
 
 namespace {
-
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t";
-  text.remove_prefix(std::min(text.size(), text.find_first_not_of(kBlanks)));
-  return text.substr(0, text.find_last_not_of(kBlanks) + 1);
-}
 
 // The parts of a list, without blanks around them.
 std::vector<std::string_view> parts_of(std::string_view list, char separator) {

@@ -222,10 +222,7 @@ void check_archives(const WorkDirectory& directory, const std::string& absolute_
 }
 
 std::string target_in(std::string_view line) {
-  constexpr std::string_view kBlanks = " \t\r\n";
-  line.remove_prefix(std::min(line.size(), line.find(':') + 1));
-  line.remove_prefix(std::min(line.size(), line.find_first_not_of(kBlanks)));
-  return std::string(line.substr(0, line.find_last_not_of(kBlanks) + 1));
+  return std::string(trimmed(line.substr(std::min(line.size(), line.find(':') + 1))));
 }
 
 }  // namespace client

@@ -14,6 +14,12 @@ std::string_view take_word(std::string_view& text) {
   return word;
 }
 
+std::string_view trimmed(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  text.remove_prefix(std::min(text.size(), text.find_first_not_of(kBlanks)));
+  return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+}
+
 std::vector<std::string> lines_of(std::string_view text) {
   std::vector<std::string> lines;
   while (!text.empty()) lines.emplace_back(tarvio::take_line(text));

@@ -13,6 +13,9 @@ namespace client {
 // Takes the first word, between blanks and line ends, from the text; empty at its end.
 std::string_view take_word(std::string_view& text);
 
+// The text without blanks and line ends around it.
+std::string_view trimmed(std::string_view text);
+
 // The number that the whole text is; none for any other text.
 template <typename Number>
 std::optional<Number> parse_number(std::string_view text) {
