@@ -26,13 +26,17 @@ constexpr Option kForce = {.name = "force",
                            .help =
                                "install despite missing dependencies, the same or a newer "
                                "version, and files of other packages"};
-constexpr std::array kOptions = {kForce};
+constexpr Option kRequireSignature = {
+    .name = "require-signature",
+    .help = "refuse a package without a good signature, whatever /etc/tarvio/tarvio.conf says"};
+constexpr std::array kOptions = {kForce, kRequireSignature};
 // As the library has them.
 constexpr char kForceOptions[] =
     "--force-depends --force-maintainer --force-reinstall --force-overwrite --force-downgrade";
 
 struct Request {
   bool is_forced;
+  Demand demand;
   double timeout_seconds;
   Progress::Kind progress;
 };
@@ -87,8 +91,8 @@ void install(const std::string& file, const Request& request, Change& change) {
   require_tools({"opkg"});
   const WorkDirectory directory;
   Progress progress(request.progress);
-  const PackageGuard guard(directory, file, Use::kInstall, "set TMPDIR to another directory",
-                           request.timeout_seconds, progress);
+  const PackageGuard guard(directory, file, Use::kInstall, request.demand,
+                           "set TMPDIR to another directory", request.timeout_seconds, progress);
   const PackageFile package = read_whole_package(directory, guard.path(), request.timeout_seconds);
   guard.check_identity(package);
   check_place_of_information(package.name);
@@ -119,9 +123,11 @@ void install(const std::string& file, const Request& request, Change& change) {
 }
 
 Result run(const Arguments& arguments) {
-  const Request request = {.is_forced = arguments.has(kForce),
-                           .timeout_seconds = arguments.timeout_seconds,
-                           .progress = progress_in(arguments)};
+  const Request request = {
+      .is_forced = arguments.has(kForce),
+      .demand = arguments.has(kRequireSignature) ? Demand::kSignature : Demand::kPolicy,
+      .timeout_seconds = arguments.timeout_seconds,
+      .progress = progress_in(arguments)};
   return change_packages(arguments, "file", [&](const std::string& file, Change& change) {
     install(file, request, change);
   });
@@ -139,7 +145,8 @@ const Command kInstallCommand = {
     .description =
         "Installs package files, whose names end in .tbx, with opkg. A damaged file is refused, "
         "and so are one without enough space for it, one without the signature that "
-        "/etc/tarvio/tarvio.conf demands, and an image, which 'tarvio restore' writes. "
+        "/etc/tarvio/tarvio.conf or --require-signature demands, and an image, which 'tarvio "
+        "restore' writes. "
         "The result is checked against what is actually installed. A running manager is made to "
         "know a new application.",
     .statuses = kGuardedStatuses,

@@ -140,7 +140,7 @@ class RestoreRun {
   }
 
   void run_in(const WorkDirectory& directory, const FlashLock& lock) {
-    const PackageGuard guard(directory, file_, Use::kRestore,
+    const PackageGuard guard(directory, file_, Use::kRestore, Demand::kPolicy,
                              "name another directory with --workdir", request_.timeout_seconds,
                              progress_);
     const ArchiveFile package(guard.path());

@@ -24,9 +24,10 @@ bool is_there(const std::string& path) {
 }  // namespace
 
 PackageGuard::PackageGuard(const WorkDirectory& directory, const std::string& file, Use use,
-                           const std::string& remedy, double seconds, Progress& progress)
+                           Demand demand, const std::string& remedy, double seconds,
+                           Progress& progress)
     : policy_(read_policy()),
-      is_required_(policy_.requires_signature(use)),
+      is_required_(demand == Demand::kSignature || policy_.requires_signature(use)),
       path_(readable_file(file)) {
   if (!is_required_ && !is_there(signature_path(file))) return;
   const KeyRing ring = read_key_ring();

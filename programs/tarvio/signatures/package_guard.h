@@ -18,9 +18,10 @@ class PackageGuard {
   // Checks the signature if one is required, or if there is one and the device has keys. What was
   // checked is a copy in the work directory, because the file itself may change. Throws a Failure.
   //
+  // demand    whether one is required whatever the policy says
   // remedy    what to do when others can change the directory that the work directory is in
   // progress  of the copying
-  PackageGuard(const WorkDirectory& directory, const std::string& file, Use use,
+  PackageGuard(const WorkDirectory& directory, const std::string& file, Use use, Demand demand,
                const std::string& remedy, double seconds, Progress& progress);
 
   // The file to use, absolute: the copy, or without a check the file itself.

@@ -11,6 +11,9 @@ inline constexpr char kPolicyFile[] = "/etc/tarvio/tarvio.conf";
 // What a package file is to be used for.
 enum class Use { kInstall, kRestore };
 
+// What of the policy the caller overrides.
+enum class Demand { kPolicy, kSignature };
+
 struct Policy {
   std::string require_signature = "no";  // or install, restore, all
   bool allow_downgrade = true;

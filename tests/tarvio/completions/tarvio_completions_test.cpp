@@ -118,8 +118,8 @@ TEST_P(ClientCompletion, OffersTheOptionsOfTheCommand) {
             (Words{"--json", "--quiet", "--help", "--timeout", "--wait-manager", "--match"}));
   EXPECT_EQ(offered({"list", "-"}),
             (Words{"--json", "--quiet", "--help", "--category", "--subcategory", "--name"}));
-  EXPECT_EQ(offered({"install", "-"}),
-            (Words{"--json", "--quiet", "--help", "--timeout", "--wait-manager", "--force"}));
+  EXPECT_EQ(offered({"install", "-"}), (Words{"--json", "--quiet", "--help", "--timeout",
+                                              "--wait-manager", "--force", "--require-signature"}));
   EXPECT_EQ(offered({"remove", "-"}), (Words{"--json", "--quiet", "--help", "--timeout",
                                              "--wait-manager", "--force", "--keep-running"}));
   EXPECT_EQ(offered({"files", "-"}), (Words{"--json", "--quiet", "--help", "--timeout"}));

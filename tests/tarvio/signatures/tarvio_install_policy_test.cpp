@@ -92,6 +92,25 @@ TEST_F(ClientInstallPolicy, RefusesWhatIsNotSigned) {
   expect_installed();
 }
 
+TEST_F(ClientInstallPolicy, RefusesWhatIsNotSignedIfTheCallerSaysSo) {
+  trust();
+  for (const char* policy : {"", "require_signature: no\n", "require_signature: restore\n"}) {
+    set_policy(policy);
+    const Ran run = install({"--force", "--require-signature"});
+    EXPECT_EQ(run.status, 6);
+    EXPECT_EQ(run.output, "");
+    EXPECT_EQ(run.errors, "tarvio: cannot install '" + file() + "': its signature '" + signature() +
+                              "' does not exist; get it from where the package comes from (2)\n");
+    EXPECT_EQ(installed_version(), "");
+  }
+  sign("other");
+  EXPECT_EQ(install({"--require-signature"}).status, 6);
+  sign();
+  const Ran run = install({"--require-signature"});
+  EXPECT_EQ(run.status, 0) << run.errors;
+  EXPECT_EQ(installed_version(), "1.0");
+}
+
 TEST_F(ClientInstallPolicy, RefusesEveryPackageWithoutAKey) {
   set_policy("require_signature: all\n");
   sign();
