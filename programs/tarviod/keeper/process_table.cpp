@@ -24,8 +24,14 @@ constexpr pid_t kKernelSession = 0;
 
 bool is_refusal(int error) { return error == EACCES || error == EPERM; }
 
+// Whether a process still is the program that it was when its environment was opened.
+bool is_unchanged(int environment) {
+  char byte = 0;
+  return pread(environment, &byte, 1, 0) == 1;
+}
+
 // Looks for the application's name in the environment with which a process became the program that
-// it is. False when there is nothing to read.
+// it is. False when that could not be read whole.
 bool find_application(pid_t pid, char*& application) {
   char path[40];
   (void)snprintf(path, sizeof path, "/proc/%d/environ", static_cast<int>(pid));
@@ -43,7 +49,8 @@ bool find_application(pid_t pid, char*& application) {
     break;
   }
   free(variable);
-  return has_variables;
+  // Where another program is executed meanwhile, the file ends early.
+  return has_variables && is_unchanged(fileno(file.get()));
 }
 
 }  // namespace

@@ -196,6 +196,30 @@ TEST_F(Keeper, KeepsApplicationsApartThatLeaveTheirSessions) {
 }
 
 // What reports a failed start is of no use once the program runs.
+// With an environment that takes many reads, in the middle of which another program is executed.
+class KeeperWithLongEnvironment : public Kept {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(::setenv("TARVIO_TEST_FILLER", std::string(100'000, 'x').c_str(), 1), 0);
+    Kept::SetUp();
+  }
+  void TearDown() override {
+    Kept::TearDown();
+    (void)::unsetenv("TARVIO_TEST_FILLER");
+  }
+};
+
+// The orphan makes the keeper look for what is left of the application.
+TEST_F(KeeperWithLongEnvironment, KnowsAnApplicationThatExecutesOneProgramAfterAnother) {
+  const std::string again = script("again",
+                                   "(true &)\n"
+                                   "[ $1 = 0 ] && { echo $$ >process; exec sleep 600; }\n"
+                                   "exec ./again $(($1 - 1))");
+  EXPECT_EQ(start("clock", setup("setsid " + again + " 300 &")), 0);
+  (void)process_in("process");
+  EXPECT_EQ(app("clock").state, KeptState::kRunning);
+}
+
 TEST_F(Keeper, HoldsNothingOpenForAnApplicationButItsOutput) {
   // It closes what came with a request after its answer.
   const pid_t keeper = keeper_process();
