@@ -38,19 +38,23 @@ bool find_application(pid_t pid, char*& application) {
   const tarvio::File file(fopen(path, "re"));
   if (file == nullptr) return is_refusal(errno);
   constexpr size_t kLength = sizeof kApplicationVariable - 1;
+  const int fd = fileno(file.get());
   bool has_variables = false;
   char* variable = nullptr;
   size_t size = 0;
-  while (getdelim(&variable, &size, '\0', file.get()) > 0) {
+  // Where another program is executed meanwhile, the file ends early: before the variable, or in
+  // it, and then what there is of the name may be that of another application.
+  for (ssize_t length; (length = getdelim(&variable, &size, '\0', file.get())) > 0;) {
     has_variables = true;
     if (strncmp(variable, kApplicationVariable, kLength) != 0 || variable[kLength] != '=') continue;
-    application = strdup(variable + kLength + 1);
+    if (variable[length - 1] == '\0' || is_unchanged(fd)) {
+      application = strdup(variable + kLength + 1);
+    }
     has_variables = application != nullptr;
     break;
   }
   free(variable);
-  // Where another program is executed meanwhile, the file ends early.
-  return has_variables && is_unchanged(fileno(file.get()));
+  return application != nullptr || (has_variables && is_unchanged(fd));
 }
 
 }  // namespace

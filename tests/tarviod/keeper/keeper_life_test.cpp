@@ -195,7 +195,6 @@ TEST_F(Keeper, KeepsApplicationsApartThatLeaveTheirSessions) {
   EXPECT_EQ(app("radio").state, KeptState::kRunning);
 }
 
-// What reports a failed start is of no use once the program runs.
 // With an environment that takes many reads, in the middle of which another program is executed.
 class KeeperWithLongEnvironment : public Kept {
  protected:
@@ -220,6 +219,7 @@ TEST_F(KeeperWithLongEnvironment, KnowsAnApplicationThatExecutesOneProgramAfterA
   EXPECT_EQ(app("clock").state, KeptState::kRunning);
 }
 
+// What reports a failed start is of no use once the program runs.
 TEST_F(Keeper, HoldsNothingOpenForAnApplicationButItsOutput) {
   // It closes what came with a request after its answer.
   const pid_t keeper = keeper_process();
