@@ -1,0 +1,119 @@
+// A connection to the broker, by MQTT 5, that comes back by itself.
+#ifndef TARVIO_FLEET_SESSION_H
+#define TARVIO_FLEET_SESSION_H
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+
+#include "base/deadline.h"
+#include "fleet/broker.h"
+
+struct mosquitto;
+
+namespace fleet {
+
+struct Message {
+  std::string topic;
+  std::string payload;
+  bool is_retained = false;
+  int qos = 1;
+  // Of a request: where the answer goes, and what makes it known there. Empty for none.
+  std::string response_topic = {};
+  std::string correlation = {};
+  // For which the broker keeps it for who is not connected; of a message that has come, what is
+  // left of that.
+  std::optional<uint32_t> seconds = std::nullopt;
+};
+
+struct SessionSettings {
+  Broker broker;
+  std::string client_id;
+  std::optional<Message> will =
+      std::nullopt;           // what the broker publishes once the connection is lost
+  uint32_t kept_seconds = 0;  // for which the broker keeps messages meanwhile
+  uint32_t max_message_bytes = 0;
+  bool comes_back = true;
+};
+
+struct Event {
+  enum class Kind { kConnected, kLost, kMessage, kDelivered };
+  Kind kind;
+  std::string cause = {};  // of the loss, with the broker's name
+  Message message = {};
+  int id = 0;  // of the delivered message
+};
+
+// The delays before the tries to connect: spread, so that a fleet does not come back at once.
+class Delays {
+ public:
+  explicit Delays(uint32_t seed) : random_(seed) {}
+
+  // After a connection that was lost, or the beginning.
+  int first_ms();
+  int next_ms();
+
+ private:
+  int spread(int from_ms, int to_ms);
+
+  std::minstd_rand random_;
+  int longest_ms_ = 2000;  // at the beginning, when a network may come a moment later
+};
+
+class Session {
+ public:
+  // Throws std::runtime_error for certificates or a password that cannot be used.
+  explicit Session(const SessionSettings& settings);
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  ~Session();
+
+  // What to wait for: a descriptor, -1 for none, with its events, and a point in time.
+  [[nodiscard]] int fd() const;
+  [[nodiscard]] short events() const;
+  [[nodiscard]] tarvio::Deadline due() const { return due_; }
+
+  // Goes on, after such a wait.
+  void step(short happened);
+
+  // What has happened, one after another.
+  std::optional<Event> next_event();
+
+  [[nodiscard]] bool is_connected() const { return is_connected_; }
+
+  // Only of a session that is connected. Publishing returns a number that is delivered, unless the
+  // connection is lost before, for a message with a quality of service. Both throw
+  // std::runtime_error.
+  int publish(const Message& message);
+  void subscribe(const std::string& filter);
+
+  // Says good-bye: the will is not published.
+  void disconnect();
+
+ private:
+  struct Callbacks;
+  struct Free {
+    void operator()(mosquitto* client) const;
+  };
+
+  void set_up();
+  void connect();
+  void lose(const std::string& cause);
+  void check(int result, const char* what) const;
+
+  const SessionSettings settings_;
+  std::unique_ptr<mosquitto, Free> client_;
+  Delays delays_;
+  tarvio::Deadline due_ = tarvio::Deadline::never();
+  bool is_open_ = false;  // the connection to the broker, whether it is accepted or not
+  bool is_connected_ = false;
+  std::string detail_;  // what the library said last of an error
+  std::deque<Event> happened_;
+};
+
+}  // namespace fleet
+
+#endif

@@ -1,0 +1,49 @@
+// What the two processes of the agent tell each other: records of a few texts.
+#ifndef TARVIO_AGENT_CHANNEL_H
+#define TARVIO_AGENT_CHANNEL_H
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/owners.h"
+
+namespace agent {
+
+// The first text says what it is.
+using Record = std::vector<std::string>;
+
+// From the link, which speaks to the broker.
+inline constexpr char kConnected[] = "connected";
+inline constexpr char kLost[] = "lost";            // CAUSE
+inline constexpr char kRequested[] = "requested";  // PAYLOAD RESPONSE-TOPIC CORRELATION SECONDS
+inline constexpr char kDelivered[] = "delivered";  // what was to be published last
+// To it.
+inline constexpr char kPublish[] = "publish";  // TOPIC PAYLOAD QOS RETAINED CORRELATION
+
+// The other process has ended, or what it says is not a record.
+struct ChannelClosed {};
+
+class Channel {
+ public:
+  explicit Channel(tarvio::Fd socket) : socket_(std::move(socket)) {}
+
+  [[nodiscard]] int fd() const { return socket_.get(); }
+
+  // Waits until the other process takes it. Throws ChannelClosed.
+  void send(const Record& record) const;
+
+  // Takes in what has come, without waiting. Throws ChannelClosed.
+  void receive();
+  // The next record that is whole.
+  std::optional<Record> next();
+
+ private:
+  tarvio::Fd socket_;
+  std::string bytes_;
+};
+
+}  // namespace agent
+
+#endif

@@ -1,0 +1,59 @@
+// A program that is run for a request, without a wait for it.
+#ifndef TARVIO_AGENT_CHILD_PROCESS_H
+#define TARVIO_AGENT_CHILD_PROCESS_H
+
+#include <poll.h>
+#include <sys/types.h>
+
+#include <array>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/owners.h"
+
+namespace agent {
+
+struct ChildEnd {
+  int status = 0;  // its exit status; 128 and the number of the signal that ended it
+  std::string output;
+  std::string errors;
+};
+
+class ChildProcess {
+ public:
+  static constexpr size_t kFiles = 2;
+
+  // Starts it, without a shell and with an empty standard input. Throws std::runtime_error.
+  //
+  // on_line  is given each line of the output in place of keeping it; empty for none.
+  explicit ChildProcess(const std::vector<std::string>& words,
+                        std::function<void(std::string_view)> on_line = {});
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+  ~ChildProcess();
+
+  // What to wait for.
+  void list(pollfd* files) const;
+  // Reads; returns its end, once.
+  std::optional<ChildEnd> step();
+
+ private:
+  struct Stream {
+    tarvio::Fd fd;
+    std::string text;
+  };
+
+  static void read(Stream& stream);
+  void take_lines();
+
+  pid_t pid_ = -1;
+  std::array<Stream, kFiles> streams_;  // output, errors
+  std::function<void(std::string_view)> on_line_;
+};
+
+}  // namespace agent
+
+#endif

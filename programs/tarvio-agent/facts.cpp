@@ -1,0 +1,121 @@
+#include "facts.h"
+
+#include <sys/inotify.h>
+#include <sys/statvfs.h>
+#include <sys/sysinfo.h>
+
+#include <cerrno>
+#include <ctime>
+#include <fstream>
+#include <string>
+
+#include "base/pipe.h"
+#include "fleet/topics.h"
+#include "runtime/run_paths.h"
+#include "tarvio/tarvio.h"
+#include "terminal/json.h"
+
+namespace agent {
+
+namespace {
+
+using client::Json;
+using tarvio::Deadline;
+
+constexpr int kBetweenLooksMs = 1000;
+constexpr char kPackageDirectory[] = "/usr/lib/opkg/info";
+constexpr uint32_t kChanges = IN_MOVED_TO | IN_CLOSE_WRITE | IN_DELETE | IN_CREATE;
+
+uint64_t free_bytes() {
+  struct statvfs space = {};
+  if (statvfs("/", &space) != 0) return 0;
+  return uint64_t{space.f_bavail} * space.f_frsize;
+}
+
+// In seconds since the epoch. The difference to now is the uptime, which would change all the time.
+int64_t boot_time() {
+  timespec uptime = {};
+  (void)clock_gettime(CLOCK_BOOTTIME, &uptime);
+  return static_cast<int64_t>(std::time(nullptr)) - static_cast<int64_t>(uptime.tv_sec);
+}
+
+}  // namespace
+
+Facts::Facts(const Settings& settings, Outbox& outbox)
+    : settings_(settings),
+      outbox_(outbox),
+      inotify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
+      sources_{Source{.topic = fleet::kApps, .words = {"tarvio", "status", "--wide", "--json"}},
+               Source{.topic = fleet::kPackages, .words = {"tarvio", "list", "--json"}}} {
+  watch();
+}
+
+// The directories may come later: until then they are looked for.
+void Facts::watch() {
+  state_watch_ = inotify_add_watch(inotify_.get(), runtime::kRunDirectory, kChanges);
+  packages_watch_ = inotify_add_watch(inotify_.get(), kPackageDirectory, kChanges);
+}
+
+void Facts::tell_system() {
+  outbox_.keep(fleet::kOnline, client::line_of({{"online", true}}));
+  outbox_.keep(fleet::kSystem, client::line_of({{"agent", TARVIO_VERSION},
+                                                {"tags", settings_.tags},
+                                                {"booted", boot_time()},
+                                                {"free_bytes", free_bytes()},
+                                                {"clock", std::time(nullptr)}}));
+}
+
+void Facts::list(pollfd* files) const {
+  files[0] = {.fd = inotify_.get(), .events = POLLIN, .revents = 0};
+  pollfd* at = files + 1;
+  for (const Source& source : sources_) {
+    if (source.child != nullptr) {
+      source.child->list(at);
+    } else {
+      at[0] = at[1] = {.fd = -1, .events = 0, .revents = 0};
+    }
+    at += ChildProcess::kFiles;
+  }
+}
+
+Deadline Facts::due() const {
+  Deadline due = Deadline::never();
+  for (const Source& source : sources_) {
+    if (source.has_changed && source.child == nullptr)
+      due = Deadline::sooner(due, source.not_before);
+  }
+  return due;
+}
+
+void Facts::take_changes() {
+  alignas(inotify_event) std::array<char, 4096> bytes;
+  for (ssize_t count = 0; (count = tarvio::read_some(inotify_.get(), bytes)) > 0;) {
+    for (ssize_t at = 0; at < count;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(bytes.data() + at);
+      if (event->wd == state_watch_) sources_[0].has_changed = true;
+      if (event->wd == packages_watch_) sources_[1].has_changed = true;
+      at += static_cast<ssize_t>(sizeof *event + event->len);
+    }
+  }
+}
+
+void Facts::go_on(Source& source) {
+  if (source.child != nullptr) {
+    if (const std::optional<ChildEnd> ended = source.child->step()) {
+      source.child.reset();
+      const Json json = Json::parse(ended->output, nullptr, false);
+      outbox_.keep(source.topic, json.is_discarded() ? "null" : client::line_of(json));
+    }
+  } else if (source.has_changed && source.not_before.passed()) {
+    source.has_changed = false;
+    source.not_before = Deadline::after(kBetweenLooksMs);
+    source.child = std::make_unique<ChildProcess>(source.words);
+  }
+}
+
+void Facts::step() {
+  take_changes();
+  for (Source& source : sources_) go_on(source);
+}
+
+}  // namespace agent

@@ -1,0 +1,55 @@
+// What the board says of itself without being asked.
+#ifndef TARVIO_AGENT_FACTS_H
+#define TARVIO_AGENT_FACTS_H
+
+#include <poll.h>
+
+#include <array>
+#include <memory>
+#include <string>
+
+#include "agent_settings.h"
+#include "base/deadline.h"
+#include "child_process.h"
+#include "outbox.h"
+
+namespace agent {
+
+class Facts {
+ public:
+  static constexpr size_t kFiles = 1 + 2 * ChildProcess::kFiles;
+
+  Facts(const Settings& settings, Outbox& outbox);
+
+  void list(pollfd* files) const;
+  [[nodiscard]] tarvio::Deadline due() const;
+  void step();
+
+  // What the board says of itself once it is connected.
+  void tell_system();
+
+ private:
+  // A topic that tarvio fills, when something has changed, but at most once a second.
+  struct Source {
+    const char* topic;
+    std::vector<std::string> words;
+    bool has_changed = true;
+    tarvio::Deadline not_before = tarvio::Deadline::after(0);
+    std::unique_ptr<ChildProcess> child = nullptr;
+  };
+
+  void watch();
+  void take_changes();
+  void go_on(Source& source);
+
+  const Settings& settings_;
+  Outbox& outbox_;
+  tarvio::Fd inotify_;
+  int state_watch_ = -1;
+  int packages_watch_ = -1;
+  std::array<Source, 2> sources_;
+};
+
+}  // namespace agent
+
+#endif

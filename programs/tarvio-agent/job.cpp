@@ -1,0 +1,119 @@
+#include "job.h"
+
+#include <cstdio>
+#include <utility>
+
+namespace agent {
+
+namespace {
+
+constexpr char kTransfer[] = "tarvio-transfer";
+constexpr char kMaxSignatureBytes[] = "4096";
+
+std::string trimmed(std::string text) {
+  while (text.ends_with('\n')) text.pop_back();
+  return text;
+}
+
+}  // namespace
+
+Json answer_of(const std::string& id, const char* state, const std::string& message) {
+  return {{"id", id.empty() ? Json() : Json(id)}, {"state", state}, {"message", message}};
+}
+
+Job::Job(Request request, const Settings& settings, std::string note, Show show)
+    : request_(std::move(request)), note_(std::move(note)), show_(std::move(show)) {
+  plan(settings);
+  start_next();
+}
+
+void Job::plan(const Settings& settings) {
+  const std::string base = settings.directory + "/files/" + request_.id + ".tbx";
+  const Transfer& download = request_.download;
+  std::vector<std::string> get = {kTransfer, "get"};
+  if (!settings.download_ca_file.empty()) {
+    get.insert(get.end(), {"--ca-file", settings.download_ca_file});
+  }
+  std::vector<std::string> put = get;
+  put[1] = "put";
+  const auto with = [](std::vector<std::string> words, const std::vector<std::string>& more) {
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+  };
+  std::vector<std::string> work = {"tarvio"};
+  work.insert(work.end(), request_.words.begin(), request_.words.end());
+  work.emplace_back("--json");
+  if (!download.url.empty()) {
+    const std::string signature = base + ".minisig";
+    files_ = {base, base + ".part", signature, signature + ".part"};
+    const bool needs_signature = request_.words.back() == "--require-signature";
+    steps_.push_back(
+        {.name = "download",
+         .words = with(get, {download.url, base, "--size", std::to_string(download.size),
+                             "--sha256", download.sha256})});
+    steps_.push_back(
+        {.name = "signature",
+         .words = with(get, {download.url + ".minisig", signature, "--limit", kMaxSignatureBytes}),
+         .may_fail = !needs_signature});
+    work.push_back(base);
+  }
+  if (!request_.upload.url.empty()) {
+    files_ = {base};
+    work.insert(work.end(), {"--to", base, "--overwrite"});
+  }
+  steps_.push_back({.name = "work", .words = std::move(work), .is_result = true});
+  if (!request_.upload.url.empty()) {
+    steps_.push_back({.name = "upload", .words = with(put, {base, request_.upload.url})});
+  }
+}
+
+void Job::start_next() {
+  const Step& step = steps_[next_];
+  if (steps_.size() > 1) show_({{"id", request_.id}, {"step", step.name}});
+  child_ = std::make_unique<ChildProcess>(
+      step.words, step.is_result ? std::function<void(std::string_view)>()
+                                 : [this](std::string_view line) { show(line); });
+}
+
+// What the transfer says each second.
+void Job::show(std::string_view line) const {
+  const Json figures = Json::parse(line, nullptr, false);
+  if (!figures.is_object()) return;
+  Json progress = {{"id", request_.id}, {"step", steps_[next_].name}};
+  progress.update(figures);
+  show_(progress);
+}
+
+std::optional<Json> Job::step() {
+  const std::optional<ChildEnd> ended = child_->step();
+  if (!ended) return std::nullopt;
+  const Step& step = steps_[next_];
+  if (step.is_result) {
+    const Json json = Json::parse(ended->output, nullptr, false);
+    result_ = json.is_discarded() ? Json() : json;
+  }
+  const bool has_failed = ended->status != 0 && !step.may_fail;
+  if (!has_failed && ++next_ < steps_.size()) {
+    try {
+      start_next();
+      return std::nullopt;
+    } catch (const std::exception& error) {
+      return end(1, error.what());
+    }
+  }
+  return end(has_failed ? ended->status : 0, ended->errors);
+}
+
+Json Job::end(int status, const std::string& errors) {
+  for (const std::string& file : files_) (void)std::remove(file.c_str());
+  const std::string words = trimmed(errors);
+  Json answer =
+      answer_of(request_.id, status == 0 ? kDone : kFailed,
+                words.empty() ? (status == 0 ? "Success" : "no reason was given") : words);
+  answer["status"] = status;
+  if (!note_.empty()) answer["note"] = note_;
+  answer["result"] = result_;
+  return answer;
+}
+
+}  // namespace agent

@@ -1,0 +1,69 @@
+// The work on one request: what comes is fetched, tarvio does the work, what goes is sent.
+#ifndef TARVIO_AGENT_JOB_H
+#define TARVIO_AGENT_JOB_H
+
+#include <poll.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent_settings.h"
+#include "child_process.h"
+#include "request.h"
+
+namespace agent {
+
+// Of an answer.
+inline constexpr char kDone[] = "done";
+inline constexpr char kFailed[] = "failed";
+inline constexpr char kRefused[] = "refused";
+inline constexpr char kExpired[] = "expired";
+inline constexpr char kInterrupted[] = "interrupted";
+
+// What every answer has.
+Json answer_of(const std::string& id, const char* state, const std::string& message);
+
+class Job {
+ public:
+  using Show = std::function<void(const Json& progress)>;
+
+  // settings  with a directory for the files that come and go.
+  // note      what the answer says besides, empty for nothing.
+  Job(Request request, const Settings& settings, std::string note, Show show);
+
+  [[nodiscard]] const Request& request() const { return request_; }
+
+  void list(pollfd* files) const { child_->list(files); }
+  // Goes on; returns the answer, once.
+  std::optional<Json> step();
+
+ private:
+  // One program after another; the first one that fails is the last.
+  struct Step {
+    const char* name;
+    std::vector<std::string> words;
+    bool may_fail = false;
+    bool is_result = false;  // what it writes is the result of the job
+  };
+
+  void plan(const Settings& settings);
+  void start_next();
+  void show(std::string_view line) const;
+  [[nodiscard]] Json end(int status, const std::string& errors);
+
+  const Request request_;
+  const std::string note_;
+  const Show show_;
+  std::vector<Step> steps_;
+  size_t next_ = 0;
+  std::unique_ptr<ChildProcess> child_;
+  std::vector<std::string> files_;  // to be removed in the end
+  Json result_;
+};
+
+}  // namespace agent
+
+#endif

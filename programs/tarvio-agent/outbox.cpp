@@ -1,0 +1,79 @@
+#include "outbox.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "fleet/topics.h"
+
+namespace agent {
+
+void Outbox::keep(const std::string& name, const std::string& text) {
+  const std::string topic = fleet::topic_of(device_, name);
+  std::string& kept = kept_[topic];
+  if (kept == text) return;
+  kept = text;
+  if (is_connected_) add({.topic = topic, .text = text, .is_kept = true});
+}
+
+void Outbox::answer(const std::string& topic, const std::string& correlation,
+                    const std::string& text, std::function<void()> delivered) {
+  add({.topic = topic,
+       .text = text,
+       .correlation = correlation,
+       .delivered = std::move(delivered)});
+}
+
+void Outbox::show(const std::string& text) {
+  if (is_connected_) {
+    add({.topic = fleet::topic_of(device_, fleet::kProgress), .text = text, .is_progress = true});
+  }
+}
+
+// The broker may have been replaced by one that keeps nothing.
+void Outbox::on_connected() {
+  is_connected_ = true;
+  is_waiting_ = false;
+  for (const auto& [topic, text] : kept_) {
+    add({.topic = topic, .text = text, .is_kept = true});
+  }
+  send_next();
+}
+
+void Outbox::on_lost() {
+  is_connected_ = false;
+  is_waiting_ = false;
+  std::erase_if(items_, [](const Item& item) { return item.is_kept || item.is_progress; });
+}
+
+void Outbox::on_delivered() {
+  if (!is_waiting_) return;
+  is_waiting_ = false;
+  const Item item = std::move(items_.front());
+  items_.pop_front();
+  if (item.delivered) item.delivered();
+  send_next();
+}
+
+// Of what is kept, and of progress, only the newest counts.
+void Outbox::add(Item item) {
+  const auto first = items_.begin() + (is_waiting_ ? 1 : 0);
+  const auto same = std::find_if(first, items_.end(), [&](const Item& each) {
+    return (item.is_kept || item.is_progress) && each.topic == item.topic;
+  });
+  if (same == items_.end()) {
+    items_.push_back(std::move(item));
+  } else {
+    *same = std::move(item);
+  }
+  send_next();
+}
+
+void Outbox::send_next() {
+  if (!is_connected_ || is_waiting_ || items_.empty()) return;
+  const Item& item = items_.front();
+  is_waiting_ = true;
+  channel_.send({kPublish, item.topic, item.text, item.is_progress ? "0" : "1",
+                 item.is_kept ? "1" : "0", item.correlation});
+}
+
+}  // namespace agent
