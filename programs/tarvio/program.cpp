@@ -7,21 +7,16 @@
 #include <string>
 
 #include "commands/arguments.h"
-#include "commands/commands.h"
+#include "commands/command_list.h"
 #include "commands/help.h"
-#include "manager/manager_client.h"
-#include "manager/manager_state.h"
 #include "process/child.h"
 #include "process/failure.h"
 #include "process/last_words.h"
-#include "tarvio/log.h"
 #include "terminal/output.h"
 
 namespace client {
 
 namespace {
-
-constexpr int kSilent = 4;  // the client itself reports what the library would log
 
 // A standard stream that is closed stays one that cannot be used, instead of the number of whatever
 // is opened next.
@@ -40,22 +35,15 @@ int finish(const Result& result, bool is_json) {
   return is_written ? result.status : kFailed;
 }
 
-void wait_for_manager(const Arguments& arguments) {
-  const double seconds = arguments.seconds_of(kWaitManager, 0);
-  if (arguments.command->need == Need::kState) {
-    await_state(seconds);
-  } else {
-    await_manager(seconds);
-  }
-}
-
 int run(Arguments& arguments) {
   if (arguments.has(kHelp)) return finish({.text = help_of(arguments.command)}, false);
   if (!arguments.wrong.empty()) throw UsageError(arguments.wrong);
-  if (arguments.has(kVersion)) return finish({.text = "tarvio " TARVIO_VERSION "\n"}, false);
+  if (arguments.has(kVersion)) {
+    return finish({.text = std::string(kProgram.name) + " " TARVIO_VERSION "\n"}, false);
+  }
   check_arguments(arguments);
   if (arguments.has(kQuiet) && !arguments.has(kJson)) silence_output();
-  if (arguments.has(kWaitManager)) wait_for_manager(arguments);
+  kProgram.prepare(arguments);
   return finish(arguments.command->run(arguments), arguments.has(kJson));
 }
 
@@ -64,7 +52,6 @@ int run(Arguments& arguments) {
 int run_program(int argc, const char* const* argv) {
   hold_closed_streams();
   report_uncaught_exceptions();
-  tq_set_log_level(kSilent);
   try {
     Arguments arguments = read_arguments(argc, argv);
     try {
@@ -72,7 +59,7 @@ int run_program(int argc, const char* const* argv) {
     } catch (const UsageError& error) {
       const std::string command =
           arguments.command == nullptr ? "" : std::string(" ") + arguments.command->word;
-      complain(std::string(error.what()) + "; try 'tarvio" + command + " --help'");
+      complain(std::string(error.what()) + "; try '" + kProgram.name + command + " --help'");
       return kUsage;
     }
   } catch (const Interrupted&) {

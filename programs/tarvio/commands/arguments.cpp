@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include "commands/commands.h"
+#include "commands/command_list.h"
 #include "commands/help.h"
 
 namespace client {

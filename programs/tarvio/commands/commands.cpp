@@ -3,6 +3,12 @@
 #include <algorithm>
 #include <array>
 
+#include "commands/arguments.h"
+#include "manager/manager_client.h"
+#include "manager/manager_state.h"
+#include "program.h"
+#include "tarvio/log.h"
+
 namespace client {
 
 namespace {
@@ -28,30 +34,31 @@ constexpr bool is_each_listed_once() {
 }
 static_assert(is_each_listed_once());
 
+constexpr int kSilent = 4;  // the client itself reports what the library would log
+
+void prepare(const Arguments& arguments) {
+  tq_set_log_level(kSilent);
+  if (!arguments.has(kWaitManager)) return;
+  const double seconds = arguments.seconds_of(kWaitManager, 0);
+  if (arguments.command->need == Need::kState) {
+    await_state(seconds);
+  } else {
+    await_manager(seconds);
+  }
+}
+
 }  // namespace
 
-std::span<const Command* const> all_commands() { return kCommands; }
-
-const Command* find_command(std::string_view word) {
-  const auto* const found =
-      std::find_if(kCommands.begin(), kCommands.end(),
-                   [word](const Command* each) { return each->word == word; });
-  return found == kCommands.end() ? nullptr : *found;
-}
-
-std::vector<Option> options_of(const Command* command) {
-  if (command == nullptr) {
-    Option timeout = kNoTimeout.option;
-    timeout.help = "give up when it takes longer; 0 waits forever";
-    return {kJson, kQuiet, timeout, kHelp, kVersion};
-  }
-  std::vector<Option> options(command->options.begin(), command->options.end());
-  Option version = kVersion;
-  version.help = nullptr;  // the help of the program shows it
-  options.insert(options.end(), {kJson, kQuiet, command->timeout.option});
-  if (command->need != Need::kNothing) options.push_back(kWaitManager);
-  options.insert(options.end(), {kHelp, version});
-  return options;
-}
+constexpr Program kProgram = {
+    .name = "tarvio",
+    .purpose =
+        "Shows the states of this device's applications and starts and stops them through the "
+        "resident manager tarviod; works on packages and package files; saves and restores the "
+        "flash memory.",
+    .commands = kCommands,
+    .statuses = kManagerStatuses,
+    .note = "(status NAME: the state of the application, see there)\n",
+    .prepare = prepare,
+};
 
 }  // namespace client

@@ -1,7 +1,8 @@
 #include "commands/help.h"
 
 #include "base/line_cutter.h"
-#include "commands/commands.h"
+#include "commands/command_list.h"
+#include "program.h"
 
 namespace client {
 
@@ -58,28 +59,25 @@ std::string status_line(const std::string& statuses) {
 }
 
 std::string general_help() {
-  std::string help = "usage: tarvio COMMAND [OPTION]...\n\n";
-  help += wrapped(
-      "Shows the states of this device's applications and starts and stops them through the "
-      "resident manager tarviod; works on packages and package files; saves and restores the flash "
-      "memory.",
-      0);
+  const std::string name = kProgram.name;
+  std::string help = "usage: " + name + " COMMAND [OPTION]...\n\n";
+  help += wrapped(kProgram.purpose, 0);
   help += '\n';
   for (const Command* command : all_commands()) {
     help += row("  " + usage_of(*command), kCommandColumn, command->summary);
   }
   help += '\n' + option_rows(nullptr);
-  help += "\n'tarvio COMMAND --help' shows more. Options may stand before or after COMMAND.\n\n";
-  help += status_line(kManagerStatuses);
-  help += "(status NAME: the state of the application, see there)\n";
-  return help;
+  help +=
+      "\n'" + name + " COMMAND --help' shows more. Options may stand before or after COMMAND.\n\n";
+  return help + status_line(kProgram.statuses) + kProgram.note;
 }
 
 }  // namespace
 
 std::string help_of(const Command* command) {
   if (command == nullptr) return general_help();
-  std::string help = "usage: tarvio " + usage_of(*command) + " [OPTION]...\n\n";
+  std::string help =
+      std::string("usage: ") + kProgram.name + " " + usage_of(*command) + " [OPTION]...\n\n";
   help += wrapped(command->description, 0) + '\n';
   if (command->operands.help != nullptr) help += wrapped(command->operands.help, 0) + '\n';
   return help + option_rows(command) + '\n' + status_line(command->statuses);

@@ -6,6 +6,7 @@
 
 #include "base/pipe.h"
 #include "process/failure.h"
+#include "program.h"
 
 namespace client {
 
@@ -24,7 +25,7 @@ constexpr char kOutOfMemory[] = "out of memory";
   } catch (...) {
     cause = "unknown exception";
   }
-  write_line(STDERR_FILENO, {"tarvio: ", cause});
+  write_line(STDERR_FILENO, {kProgram.name, ": ", cause});
   _exit(kFailed);
 }
 

@@ -12,6 +12,7 @@
 
 #include "base/pipe.h"
 #include "process/last_words.h"
+#include "program.h"
 #include "terminal/printable_text.h"
 
 namespace client {
@@ -38,7 +39,7 @@ bool print(std::string_view text) noexcept {
   static bool has_failed = false;
   if (is_silent) return !has_failed;
   if (!tarvio::write_all(STDOUT_FILENO, text) && !std::exchange(has_failed, true)) {
-    write_line(STDERR_FILENO, {"tarvio: cannot write the output: ", strerror(errno)});
+    write_line(STDERR_FILENO, {kProgram.name, ": cannot write the output: ", strerror(errno)});
   }
   return !has_failed;
 }
@@ -46,9 +47,10 @@ bool print(std::string_view text) noexcept {
 void complain(std::string_view message) noexcept {
   // There is nowhere left to report that standard error fails as well.
   try {
-    (void)tarvio::write_all(STDERR_FILENO, "tarvio: " + printable(message) + '\n');
+    (void)tarvio::write_all(STDERR_FILENO,
+                            std::string(kProgram.name) + ": " + printable(message) + '\n');
   } catch (const std::exception& error) {
-    write_line(STDERR_FILENO, {"tarvio: ", cause_of(error)});
+    write_line(STDERR_FILENO, {kProgram.name, ": ", cause_of(error)});
   }
 }
 

@@ -14,8 +14,8 @@ bool print(std::string_view text) noexcept;
 // From now on print() writes nothing.
 void silence_output() noexcept;
 
-// Writes one line, "tarvio: " and the message made printable, to standard error; without the memory
-// for that, that there is none.
+// Writes one line, the name of the program and the message made printable, to standard error;
+// without the memory for that, that there is none.
 void complain(std::string_view message) noexcept;
 
 // Whether standard output is a terminal that can be drawn on.
