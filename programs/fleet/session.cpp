@@ -287,8 +287,8 @@ int Session::publish(const Message& message) {
   return id;
 }
 
-void Session::subscribe(const std::string& filter) {
-  check(mosquitto_subscribe(client_.get(), nullptr, filter.c_str(), 1), "cannot subscribe");
+void Session::subscribe(const std::string& filter, int qos) {
+  check(mosquitto_subscribe(client_.get(), nullptr, filter.c_str(), qos), "cannot subscribe");
 }
 
 void Session::disconnect() {

@@ -88,7 +88,7 @@ class Session {
   // connection is lost before, for a message with a quality of service. Both throw
   // std::runtime_error.
   int publish(const Message& message);
-  void subscribe(const std::string& filter);
+  void subscribe(const std::string& filter, int qos = 1);
 
   // Says good-bye: the will is not published.
   void disconnect();

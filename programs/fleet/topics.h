@@ -9,6 +9,7 @@ namespace fleet {
 
 inline constexpr std::string_view kDevices = "tarvio/v1/";
 inline constexpr std::string_view kRollouts = "tarvio-fleet/v1/rollouts/";
+inline constexpr std::string_view kMarks = "tarvio-fleet/v1/marks/";
 
 // What a board keeps at the broker, each under its name.
 inline constexpr char kOnline[] = "online";

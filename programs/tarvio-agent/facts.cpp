@@ -74,7 +74,7 @@ void Facts::list(pollfd* files) const {
     } else {
       at[0] = at[1] = {.fd = -1, .events = 0, .revents = 0};
     }
-    at += ChildProcess::kFiles;
+    at += fleet::ChildProcess::kFiles;
   }
 }
 
@@ -101,7 +101,7 @@ void Facts::take_changes() {
 
 void Facts::go_on(Source& source) {
   if (source.child != nullptr) {
-    if (const std::optional<ChildEnd> ended = source.child->step()) {
+    if (const std::optional<fleet::ChildEnd> ended = source.child->step()) {
       source.child.reset();
       const Json json = Json::parse(ended->output, nullptr, false);
       outbox_.keep(source.topic, json.is_discarded() ? "null" : client::line_of(json));
@@ -109,7 +109,7 @@ void Facts::go_on(Source& source) {
   } else if (source.has_changed && source.not_before.passed()) {
     source.has_changed = false;
     source.not_before = Deadline::after(kBetweenLooksMs);
-    source.child = std::make_unique<ChildProcess>(source.words);
+    source.child = std::make_unique<fleet::ChildProcess>(source.words);
   }
 }
 

@@ -10,14 +10,14 @@
 
 #include "agent_settings.h"
 #include "base/deadline.h"
-#include "child_process.h"
+#include "fleet/child_process.h"
 #include "outbox.h"
 
 namespace agent {
 
 class Facts {
  public:
-  static constexpr size_t kFiles = 1 + 2 * ChildProcess::kFiles;
+  static constexpr size_t kFiles = 1 + 2 * fleet::ChildProcess::kFiles;
 
   Facts(const Settings& settings, Outbox& outbox);
 
@@ -35,7 +35,7 @@ class Facts {
     std::vector<std::string> words;
     bool has_changed = true;
     tarvio::Deadline not_before = tarvio::Deadline::after(0);
-    std::unique_ptr<ChildProcess> child = nullptr;
+    std::unique_ptr<fleet::ChildProcess> child = nullptr;
   };
 
   void watch();

@@ -70,7 +70,7 @@ void Job::plan(const Settings& settings) {
 void Job::start_next() {
   const Step& step = steps_[next_];
   if (steps_.size() > 1) show_({{"id", request_.id}, {"step", step.name}});
-  child_ = std::make_unique<ChildProcess>(
+  child_ = std::make_unique<fleet::ChildProcess>(
       step.words, step.is_result ? std::function<void(std::string_view)>()
                                  : [this](std::string_view line) { show(line); });
 }
@@ -85,7 +85,7 @@ void Job::show(std::string_view line) const {
 }
 
 std::optional<Json> Job::step() {
-  const std::optional<ChildEnd> ended = child_->step();
+  const std::optional<fleet::ChildEnd> ended = child_->step();
   if (!ended) return std::nullopt;
   const Step& step = steps_[next_];
   if (step.is_result) {

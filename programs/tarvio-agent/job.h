@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "agent_settings.h"
-#include "child_process.h"
+#include "fleet/child_process.h"
 #include "request.h"
 
 namespace agent {
@@ -59,7 +59,7 @@ class Job {
   const Show show_;
   std::vector<Step> steps_;
   size_t next_ = 0;
-  std::unique_ptr<ChildProcess> child_;
+  std::unique_ptr<fleet::ChildProcess> child_;
   std::vector<std::string> files_;  // to be removed in the end
   Json result_;
 };

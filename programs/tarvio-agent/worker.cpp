@@ -76,7 +76,7 @@ class Worker {
   enum File : size_t { kChannel, kSignals, kFacts };
   static constexpr size_t kLanes = 2;
   static constexpr size_t kFirstJob = kFacts + Facts::kFiles;
-  static constexpr size_t kFiles = kFirstJob + kLanes * ChildProcess::kFiles;
+  static constexpr size_t kFiles = kFirstJob + kLanes * fleet::ChildProcess::kFiles;
 
   [[nodiscard]] bool is_idle() const;
   void wait();
@@ -169,7 +169,7 @@ void Worker::wait() {
   for (const Lane& lane : lanes_) {
     at[0] = at[1] = {.fd = -1, .events = 0, .revents = 0};
     if (lane.job != nullptr) lane.job->list(at);
-    at += ChildProcess::kFiles;
+    at += fleet::ChildProcess::kFiles;
   }
   if (poll(files.data(), files.size(), facts_.due().remaining_ms()) < 0) return;
   if (files[kSignals].revents != 0) {

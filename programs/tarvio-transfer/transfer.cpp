@@ -18,6 +18,7 @@
 
 #include "base/owners.h"
 #include "base/pipe.h"
+#include "fleet/file_sha256.h"
 
 namespace {
 
@@ -138,7 +139,8 @@ void set_up(Try& one, const Options& options, char* words) {
     if (curl_easy_setopt(one.handle, option, value) != CURLE_OK) fail("curl lacks an option");
   };
   set(CURLOPT_URL, options.url.c_str());
-  set(CURLOPT_PROTOCOLS_STR, "https");
+  // What is sent goes to a server of the operator's own network; what comes is for a board.
+  set(CURLOPT_PROTOCOLS_STR, options.is_put ? "http,https" : "https");
   set(CURLOPT_REDIR_PROTOCOLS_STR, "https");
   set(CURLOPT_FOLLOWLOCATION, 1L);
   set(CURLOPT_MAXREDIRS, kMaxRedirects);
@@ -221,22 +223,6 @@ void transfer(const Options& options, int fd, curl_off_t total, Figures& figures
   }
 }
 
-std::string sha256_of(int fd) {
-  crypto_hash_sha256_state state;
-  (void)crypto_hash_sha256_init(&state);
-  std::array<char, 65536> room;
-  if (lseek(fd, 0, SEEK_SET) != 0) fail_of_system("cannot read what has come");
-  for (ssize_t count = 0; (count = tarvio::read_some(fd, room)) != 0;) {
-    if (count < 0) fail_of_system("cannot read what has come");
-    (void)crypto_hash_sha256_update(&state, reinterpret_cast<const unsigned char*>(room.data()),
-                                    static_cast<unsigned long long>(count));
-  }
-  std::array<unsigned char, crypto_hash_sha256_BYTES> hash;
-  (void)crypto_hash_sha256_final(&state, hash.data());
-  std::array<char, 2 * crypto_hash_sha256_BYTES + 1> text;
-  return sodium_bin2hex(text.data(), text.size(), hash.data(), hash.size());
-}
-
 off_t size_of(int fd) {
   struct stat status = {};
   if (fstat(fd, &status) != 0) fail_of_system("cannot read what has come");
@@ -249,7 +235,7 @@ std::string defect_of(const Options& options, int fd) {
   if (options.size >= 0 && size != options.size) {
     return "the file has " + std::to_string(size) + " bytes, not " + std::to_string(options.size);
   }
-  if (!options.sha256.empty() && sha256_of(fd) != options.sha256) {
+  if (!options.sha256.empty() && fleet::sha256_of(fd) != options.sha256) {
     return "the SHA-256 of the file is not that of the request";
   }
   return "";

@@ -1,4 +1,4 @@
-#include "child_process.h"
+#include "fleet/child_process.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -11,7 +11,7 @@
 
 #include "base/pipe.h"
 
-namespace agent {
+namespace fleet {
 
 namespace {
 
@@ -133,4 +133,4 @@ std::optional<ChildEnd> ChildProcess::step() {
                   .errors = std::move(streams_[1].text)};
 }
 
-}  // namespace agent
+}  // namespace fleet

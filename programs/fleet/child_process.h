@@ -1,6 +1,6 @@
 // A program that is run for a request, without a wait for it.
-#ifndef TARVIO_AGENT_CHILD_PROCESS_H
-#define TARVIO_AGENT_CHILD_PROCESS_H
+#ifndef TARVIO_FLEET_CHILD_PROCESS_H
+#define TARVIO_FLEET_CHILD_PROCESS_H
 
 #include <poll.h>
 #include <sys/types.h>
@@ -14,7 +14,7 @@
 
 #include "base/owners.h"
 
-namespace agent {
+namespace fleet {
 
 struct ChildEnd {
   int status = 0;  // its exit status; 128 and the number of the signal that ended it
@@ -54,6 +54,6 @@ class ChildProcess {
   std::function<void(std::string_view)> on_line_;
 };
 
-}  // namespace agent
+}  // namespace fleet
 
 #endif

@@ -1,0 +1,117 @@
+#include "inquiry.h"
+
+#include <ctime>
+#include <random>
+#include <utility>
+
+#include "process/failure.h"
+
+namespace fleet_tool {
+
+namespace {
+
+using tarvio::Deadline;
+
+constexpr int kLookMs = 1000;
+// A board that has answered already answers again, and one that works on it does not begin again.
+constexpr int kAgainMs = 15'000;
+
+}  // namespace
+
+std::string new_id() {
+  std::random_device random;
+  const std::time_t now = std::time(nullptr);
+  tm parts = {};
+  std::string text(32, '\0');
+  text.resize(gmtime_r(&now, &parts) == nullptr
+                  ? 0
+                  : std::strftime(text.data(), text.size(), "%Y%m%d-%H%M%S-", &parts));
+  constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyz";
+  for (int count = 0; count < 4; ++count) text += kLetters[random() % (sizeof kLetters - 1)];
+  return text;
+}
+
+Inquiry::Inquiry(Observer& observer, Question question, std::vector<std::string> boards,
+                 Report report, Show show)
+    : observer_(observer),
+      question_(std::move(question)),
+      report_(std::move(report)),
+      show_(std::move(show)),
+      waiting_(boards.begin(), boards.end()) {
+  observer_.set_listener(this);
+  ask_next();
+}
+
+Inquiry::~Inquiry() { observer_.set_listener(nullptr); }
+
+void Inquiry::ask(const std::string& board, Asked& asked) const {
+  const double seconds = asked.given_up.is_set()
+                             ? static_cast<double>(asked.given_up.remaining_ms()) / 1000 + 1
+                             : 86'400;
+  observer_.ask(board,
+                {{"id", question_.id_for(board)},
+                 {"command", question_.command},
+                 {"arguments", question_.arguments},
+                 {"expires_in", seconds}},
+                seconds);
+  asked.again = Deadline::after(kAgainMs);
+}
+
+void Inquiry::ask_next() {
+  while (!waiting_.empty() && asked_.size() < question_.at_once) {
+    const std::string board = waiting_.front();
+    waiting_.pop_front();
+    Asked asked = {.given_up = Deadline::after_seconds(question_.seconds),
+                   .again = Deadline::never()};
+    ask(board, asked);
+    asked_.emplace(board, asked);
+  }
+}
+
+void Inquiry::look_after() {
+  std::vector<std::string> late;
+  for (auto& [board, asked] : asked_) {
+    if (asked.given_up.passed()) {
+      late.push_back(board);
+    } else if (asked.again.passed()) {
+      ask(board, asked);
+    }
+  }
+  for (const std::string& board : late) {
+    const auto known = observer_.boards().find(board);
+    const bool is_online = known != observer_.boards().end() && known->second.is_online;
+    end(board, {.board = board,
+                .state = kNoAnswer,
+                .message = is_online ? "it has not answered in time" : "it has gone offline",
+                .answer = nullptr});
+  }
+}
+
+void Inquiry::end(const std::string& board, const BoardOutcome& outcome) {
+  asked_.erase(board);
+  report_(outcome);
+}
+
+bool Inquiry::step(const Deadline& until) {
+  (void)observer_.wait(Deadline::sooner(until, Deadline::after(kLookMs)));
+  look_after();
+  ask_next();
+  return !asked_.empty();
+}
+
+void Inquiry::on_answer(const std::string& board, const Json& answer) {
+  if (!asked_.contains(board) || text_in(answer, "id") != question_.id_for(board)) return;
+  end(board, {.board = board,
+              .state = text_in(answer, "state"),
+              .message = text_in(answer, "message"),
+              .answer = answer});
+}
+
+void Inquiry::on_progress(const std::string& board, const Json& progress) {
+  const auto asked = asked_.find(board);
+  if (asked == asked_.end()) return;
+  asked->second.again = Deadline::after(kAgainMs);
+  if (show_) show_(board, progress);
+}
+
+}  // namespace fleet_tool

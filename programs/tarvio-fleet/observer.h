@@ -1,0 +1,73 @@
+// The operator's connection: what the broker keeps of the boards, and what they answer.
+#ifndef TARVIO_FLEET_TOOL_OBSERVER_H
+#define TARVIO_FLEET_TOOL_OBSERVER_H
+
+#include <map>
+#include <string>
+
+#include "base/deadline.h"
+#include "board.h"
+#include "fleet/session.h"
+#include "fleet_settings.h"
+
+namespace fleet_tool {
+
+// What comes while others wait.
+class Listener {
+ public:
+  Listener() = default;
+  Listener(const Listener&) = delete;
+  Listener& operator=(const Listener&) = delete;
+  virtual ~Listener() = default;
+
+  virtual void on_answer(const std::string& board, const Json& answer) = 0;
+  virtual void on_progress(const std::string& board, const Json& progress) = 0;
+};
+
+class Observer {
+ public:
+  // Connects, and waits until it has all that the broker keeps. Throws a Failure; of kTimeout when
+  // that takes longer than a positive number of seconds.
+  Observer(const Settings& settings, double seconds);
+
+  [[nodiscard]] const Boards& boards() const { return boards_; }
+  // Under their ids, as text.
+  [[nodiscard]] const std::map<std::string, std::string>& rollouts() const { return rollouts_; }
+
+  // Null for nobody.
+  void set_listener(Listener* listener) { listener_ = listener; }
+
+  // Takes in what comes until the deadline, or a signal that ends the process has come or a message
+  // has been taken in. False when the deadline has passed. Throws a Failure when the connection is
+  // lost for long.
+  bool wait(const tarvio::Deadline& until);
+
+  void ask(const std::string& board, const Json& request, double seconds);
+  // Keeps a text at the broker; empty removes it.
+  void keep(const std::string& topic, const std::string& text);
+
+  // Waits until all of that has reached the broker. Throws a Failure.
+  void flush();
+
+ private:
+  void take_events();
+  void take(const fleet::Message& message);
+  void on_connected();
+  void step(const tarvio::Deadline& until);
+
+  const std::string client_;  // unlike that of every other run
+  const fleet::Broker broker_;
+  fleet::Session session_;
+  Boards boards_;
+  std::map<std::string, std::string> rollouts_;
+  Listener* listener_ = nullptr;
+  bool is_complete_ = false;  // all that the broker keeps has come
+  bool has_taken_ = false;
+  int undelivered_ = 0;
+  std::string cause_;  // of the last loss
+  tarvio::Deadline lost_until_ = tarvio::Deadline::never();
+};
+
+}  // namespace fleet_tool
+
+#endif

@@ -1,0 +1,138 @@
+#include "rollout.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+#include <utility>
+
+#include "commands/command.h"
+#include "fleet/topics.h"
+
+namespace fleet_tool {
+
+namespace {
+
+Json json_of(const Wave& wave) {
+  Json json = Json::object();
+  for (const auto& [name, board] : wave) {
+    json[name] = {{"state", board.state}, {"message", board.message}, {"tries", board.tries}};
+  }
+  return json;
+}
+
+Wave wave_in(const Json& json) {
+  Wave wave;
+  for (const auto& [name, board] : json.items()) {
+    wave[name] = {
+        .state = board.at("state"), .message = board.at("message"), .tries = board.at("tries")};
+  }
+  return wave;
+}
+
+}  // namespace
+
+size_t Rollout::board_count() const {
+  size_t count = 0;
+  for (const Wave& wave : waves) count += wave.size();
+  return count;
+}
+
+size_t Rollout::count_of(std::string_view board_state) const {
+  size_t count = 0;
+  for (const Wave& wave : waves) {
+    for (const auto& [name, board] : wave) count += board.state == board_state ? 1U : 0U;
+  }
+  return count;
+}
+
+std::vector<std::pair<std::string, RolloutBoard>> Rollout::failures() const {
+  std::vector<std::pair<std::string, RolloutBoard>> failed;
+  for (const Wave& wave : waves) {
+    for (const auto& [name, board] : wave) {
+      if (board.state != kWaiting && board.state != kAsked && board.state != kDone) {
+        failed.emplace_back(name, board);
+      }
+    }
+  }
+  return failed;
+}
+
+Json json_of(const Rollout& rollout) {
+  Json waves = Json::array();
+  for (const Wave& wave : rollout.waves) waves.push_back(json_of(wave));
+  return {{"id", rollout.id},
+          {"operator", rollout.operator_name},
+          {"url", rollout.url},
+          {"sha256", rollout.sha256},
+          {"size", rollout.size},
+          {"to", rollout.to},
+          {"max_failures", rollout.max_failures},
+          {"pause", rollout.pause_seconds},
+          {"answer_timeout", rollout.answer_seconds},
+          {"force", rollout.is_forced},
+          {"state", rollout.state},
+          {"started", rollout.started},
+          {"updated", rollout.updated},
+          {"waves", std::move(waves)}};
+}
+
+Rollout parse_rollout(const std::string& text) {
+  try {
+    const Json json = Json::parse(text);
+    Rollout rollout = {.id = json.at("id"),
+                       .operator_name = json.at("operator"),
+                       .url = json.at("url"),
+                       .sha256 = json.at("sha256"),
+                       .size = json.at("size"),
+                       .to = json.at("to"),
+                       .max_failures = json.at("max_failures"),
+                       .pause_seconds = json.at("pause"),
+                       .answer_seconds = json.at("answer_timeout"),
+                       .is_forced = json.at("force"),
+                       .state = json.at("state"),
+                       .started = json.at("started"),
+                       .updated = json.at("updated"),
+                       .waves = {}};
+    for (const Json& wave : json.at("waves")) rollout.waves.push_back(wave_in(wave));
+    if (!fleet::is_name(rollout.id)) throw std::runtime_error("its id is no name");
+    return rollout;
+  } catch (const Json::exception& error) {
+    throw std::runtime_error(std::string("is no rollout: ") + error.what());
+  }
+}
+
+std::vector<Wave> waves_of(const std::vector<std::string>& boards,
+                           const std::vector<int>& percent) {
+  std::vector<Wave> waves;
+  size_t begun = 0;
+  for (const int each : percent) {
+    const double share = static_cast<double>(boards.size()) * each / 100;
+    const size_t end =
+        std::min(boards.size(), std::max(begun + 1, static_cast<size_t>(std::ceil(share))));
+    if (end == begun) break;
+    Wave& wave = waves.emplace_back();
+    for (; begun < end; ++begun) wave.emplace(boards[begun], RolloutBoard{});
+  }
+  return waves;
+}
+
+std::vector<int> percents_in(const std::string& text) {
+  std::vector<int> percents;
+  for (std::string_view rest = text;;) {
+    const size_t end = rest.find(',');
+    std::string_view word = rest.substr(0, end);
+    if (word.ends_with('%')) word.remove_suffix(1);
+    const bool is_number = !word.empty() && word.size() <= 3 &&
+                           word.find_first_not_of("0123456789") == std::string_view::npos;
+    const int percent = is_number ? std::stoi(std::string(word)) : 0;
+    if (percent < 1 || percent > 100 || (!percents.empty() && percent <= percents.back())) {
+      throw client::UsageError("wave '" + text +
+                               "' is no list of growing percentages such as 5%,25%,100%");
+    }
+    percents.push_back(percent);
+    if (end == std::string_view::npos) return percents;
+    rest.remove_prefix(end + 1);
+  }
+}
+
+}  // namespace fleet_tool

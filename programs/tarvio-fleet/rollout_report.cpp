@@ -1,0 +1,102 @@
+#include "rollout_report.h"
+
+#include "terminal/output.h"
+#include "terminal/words.h"
+
+namespace fleet_tool {
+
+namespace {
+
+std::string boards_words(size_t count) {
+  return std::to_string(count) + (count == 1 ? " board" : " boards");
+}
+
+}  // namespace
+
+RolloutReport::RolloutReport(bool is_json, bool is_quiet)
+    : is_json_(is_json), is_screen_(!is_json && !is_quiet && client::is_screen()) {}
+
+void RolloutReport::line(const std::string& text, const Json& event) {
+  erase();
+  client::print(is_json_ ? client::line_of(event) : text + "\n");
+  draw();
+}
+
+void RolloutReport::erase() {
+  if (is_drawn_) client::print("\r\x1b[K");
+  is_drawn_ = false;
+}
+
+void RolloutReport::draw() {
+  if (!is_screen_ || wave_boards_ == 0) return;
+  std::string text = std::to_string(wave_ended_) + " of " + boards_words(wave_boards_);
+  if (!last_progress_.empty()) text += "; " + last_progress_;
+  client::print(text.substr(0, client::screen_size().columns - 1));
+  is_drawn_ = true;
+}
+
+void RolloutReport::begin(const Rollout& rollout) {
+  line("rollout " + rollout.id + ": " + boards_words(rollout.board_count()) + " in " +
+           std::to_string(rollout.waves.size()) + (rollout.waves.size() == 1 ? " wave" : " waves"),
+       {{"event", "rollout"},
+        {"id", rollout.id},
+        {"boards", rollout.board_count()},
+        {"waves", rollout.waves.size()}});
+}
+
+void RolloutReport::begin_wave(const Rollout& rollout, size_t number, size_t boards) {
+  wave_boards_ = boards;
+  wave_ended_ = 0;
+  last_progress_.clear();
+  line("wave " + std::to_string(number + 1) + " of " + std::to_string(rollout.waves.size()) + ": " +
+           boards_words(boards),
+       {{"event", "wave"}, {"wave", number + 1}, {"boards", boards}});
+}
+
+void RolloutReport::board(const BoardOutcome& outcome) {
+  ++wave_ended_;
+  const std::string message = outcome.is_done() ? "" : ": " + outcome.message;
+  line(outcome.board + ": " + outcome.state + message, {{"event", "board"},
+                                                        {"board", outcome.board},
+                                                        {"state", outcome.state},
+                                                        {"message", outcome.message}});
+}
+
+void RolloutReport::progress(const std::string& board, const Json& progress) {
+  if (!is_screen_) return;
+  last_progress_ = board + ": " + text_in(progress, "step");
+  if (progress.contains("done") && progress["done"].is_number_unsigned()) {
+    last_progress_ += " " + client::size_words(progress["done"]);
+  }
+  erase();
+  draw();
+}
+
+void RolloutReport::pause(double seconds) {
+  wave_boards_ = 0;
+  line("pause of " + std::to_string(static_cast<int>(seconds)) + " s",
+       {{"event", "pause"}, {"seconds", seconds}});
+}
+
+void RolloutReport::end(const Rollout& rollout) {
+  wave_boards_ = 0;
+  const size_t failed = rollout.failures().size();
+  const size_t waiting = rollout.count_of(kWaiting) + rollout.count_of(kAsked);
+  std::string text = "rollout " + rollout.id + ": " + rollout.state + ", " +
+                     std::to_string(rollout.count_of(kDone)) + " of " +
+                     boards_words(rollout.board_count()) + " done";
+  if (failed > 0) text += ", " + std::to_string(failed) + " failed";
+  if (waiting > 0) text += ", " + std::to_string(waiting) + " not asked or without an answer";
+  if (rollout.state != kFinished) {
+    text += "\nContinue with 'tarvio-fleet resume " + rollout.id +
+            "', which asks those again that have failed.";
+  }
+  line(text, {{"event", "end"},
+              {"id", rollout.id},
+              {"state", rollout.state},
+              {"done", rollout.count_of(kDone)},
+              {"failed", failed},
+              {"waiting", waiting}});
+}
+
+}  // namespace fleet_tool

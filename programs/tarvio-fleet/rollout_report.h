@@ -1,0 +1,39 @@
+// What is printed of a rollout as it goes: lines for people, or a line of JSON for each event.
+#ifndef TARVIO_FLEET_TOOL_ROLLOUT_REPORT_H
+#define TARVIO_FLEET_TOOL_ROLLOUT_REPORT_H
+
+#include <map>
+#include <string>
+
+#include "inquiry.h"
+#include "rollout.h"
+
+namespace fleet_tool {
+
+class RolloutReport {
+ public:
+  RolloutReport(bool is_json, bool is_quiet);
+
+  void begin(const Rollout& rollout);
+  void begin_wave(const Rollout& rollout, size_t number, size_t boards);
+  void board(const BoardOutcome& outcome);
+  void progress(const std::string& board, const Json& progress);
+  void pause(double seconds);
+  void end(const Rollout& rollout);
+
+ private:
+  void line(const std::string& text, const Json& event);
+  void draw();
+  void erase();
+
+  const bool is_json_;
+  const bool is_screen_;  // where a last line says how far it is
+  size_t wave_boards_ = 0;
+  size_t wave_ended_ = 0;
+  std::string last_progress_;
+  bool is_drawn_ = false;
+};
+
+}  // namespace fleet_tool
+
+#endif

@@ -1,0 +1,190 @@
+#include "rollout_run.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "fleet/topics.h"
+#include "process/failure.h"
+#include "runtime/whole_file.h"
+
+namespace fleet_tool {
+
+namespace {
+
+using client::ExitStatus;
+using client::Failure;
+using tarvio::Deadline;
+
+constexpr int kSaveMs = 1000;
+constexpr int kLookMs = 200;
+constexpr int kRunningMs = 5000;  // in which a rollout that is carried out is saved again
+constexpr size_t kAtOnce = 1000;
+constexpr mode_t kMode = 0600;
+
+std::string file_of(const std::string& id) { return state_directory() + "/" + id + ".json"; }
+
+std::string topic_of(const std::string& id) { return std::string(fleet::kRollouts) + id; }
+
+std::optional<Rollout> parse_any(const std::string& text) {
+  try {
+    return parse_rollout(text);
+  } catch (const std::runtime_error&) {
+    return std::nullopt;
+  }
+}
+
+std::optional<Rollout> kept_at_broker(const Observer& observer, const std::string& id) {
+  const auto found = observer.rollouts().find(id);
+  return found == observer.rollouts().end() ? std::nullopt : parse_any(found->second);
+}
+
+std::optional<Rollout> kept_in_file(const std::string& id) {
+  std::ifstream file(file_of(id), std::ios::binary);
+  return file ? parse_any({std::istreambuf_iterator<char>(file), {}}) : std::nullopt;
+}
+
+}  // namespace
+
+RolloutRun::RolloutRun(Observer& observer, Rollout rollout, RolloutReport& report)
+    : observer_(observer),
+      rollout_(std::move(rollout)),
+      report_(report),
+      file_(file_of(rollout_.id)) {}
+
+bool RolloutRun::is_interrupted() const {
+  pollfd file = {.fd = signals_.ending(), .events = POLLIN, .revents = 0};
+  return poll(&file, 1, 0) > 0;
+}
+
+// At the broker for other operators, and in a file in case that loses it.
+void RolloutRun::save() {
+  rollout_.updated = std::time(nullptr);
+  const std::string text = json_of(rollout_).dump();
+  if (!runtime::write_whole_file(file_.c_str(), text, kMode)) {
+    throw Failure::of_system("cannot write '" + file_ + "'");
+  }
+  observer_.keep(topic_of(rollout_.id), text);
+  next_save_ = Deadline::after(kSaveMs);
+}
+
+void RolloutRun::save_now_and_then() {
+  if (next_save_.passed()) save();
+}
+
+void RolloutRun::end(const char* state) {
+  rollout_.state = state;
+  save();
+  observer_.flush();
+  report_.end(rollout_);
+}
+
+ExitStatus RolloutRun::run() {
+  rollout_.state = kRunning;
+  for (Wave& wave : rollout_.waves) {
+    for (auto& [name, board] : wave) {
+      const bool is_open = board.state == kAsked || board.state == kDone;
+      if (!is_open) board.state = kWaiting;
+    }
+  }
+  save();
+  report_.begin(rollout_);
+  for (size_t number = 0; number < rollout_.waves.size(); ++number) {
+    const bool is_last = number + 1 == rollout_.waves.size();
+    if (!run_wave(number) || (!is_last && !pause())) {
+      end(has_failed_too_often() ? kStopped : kInterrupted);
+      return client::kFailed;
+    }
+  }
+  end(kFinished);
+  return failures_ == 0 ? client::kDone : client::kFailed;
+}
+
+// False when the rollout must not go on.
+bool RolloutRun::run_wave(size_t number) {
+  Wave& wave = rollout_.waves[number];
+  std::vector<std::string> boards;
+  for (const auto& [name, board] : wave) {
+    if (board.state != kDone) boards.push_back(name);
+  }
+  if (boards.empty()) return true;
+  report_.begin_wave(rollout_, number, boards.size());
+  Inquiry inquiry(
+      observer_,
+      {.id_for =
+           [&](const std::string& board) {
+             wave[board].state = kAsked;
+             return rollout_.id + "." + std::to_string(wave[board].tries);
+           },
+       .command = "install",
+       .arguments = {{"url", rollout_.url},
+                     {"sha256", rollout_.sha256},
+                     {"size", rollout_.size},
+                     {"force", rollout_.is_forced}},
+       .seconds = rollout_.answer_seconds,
+       .at_once = kAtOnce},
+      boards,
+      [&](const BoardOutcome& outcome) {
+        RolloutBoard& board = wave[outcome.board];
+        board.state = outcome.state;
+        board.message = outcome.is_done() ? "" : outcome.message;
+        // A board that has not answered may still be at work: it is asked for the same again.
+        if (outcome.state != kNoAnswer) ++board.tries;
+        if (!outcome.is_done()) ++failures_;
+        report_.board(outcome);
+      },
+      [&](const std::string& board, const Json& progress) { report_.progress(board, progress); });
+  while (inquiry.step(Deadline::after(kLookMs))) {
+    save_now_and_then();
+    if (is_interrupted()) return false;
+    if (has_failed_too_often()) inquiry.stop();
+  }
+  save();
+  return !has_failed_too_often();
+}
+
+bool RolloutRun::pause() {
+  if (rollout_.pause_seconds <= 0) return true;
+  report_.pause(rollout_.pause_seconds);
+  const Deadline until = Deadline::after_seconds(rollout_.pause_seconds);
+  while (!until.passed()) {
+    (void)observer_.wait(Deadline::sooner(until, Deadline::after(kLookMs)));
+    save_now_and_then();
+    if (is_interrupted()) return false;
+  }
+  return true;
+}
+
+Rollout find_rollout(Observer& observer, const std::string& id) {
+  if (!fleet::is_name(id)) throw Failure(EINVAL, "'" + id + "' is no id of a rollout");
+  const std::optional<Rollout> kept = kept_at_broker(observer, id);
+  const std::optional<Rollout> own = kept_in_file(id);
+  if (!kept && !own) {
+    throw Failure(ENOENT, "no rollout '" + id + "': 'tarvio-fleet history' shows all",
+                  client::kNoMatch);
+  }
+  Rollout newest = !own || (kept && kept->updated > own->updated) ? *kept : *own;
+  if (newest.state != kRunning || !kept) return newest;
+  const Deadline until = Deadline::after(kRunningMs);
+  while (!until.passed()) {
+    (void)observer.wait(until);
+    const std::optional<Rollout> now = kept_at_broker(observer, id);
+    if (!now || now->updated == kept->updated) continue;
+    if (now->state != kRunning) return *now;
+    throw Failure(EBUSY,
+                  "rollout '" + id + "' is carried out by '" + now->operator_name + "' right now");
+  }
+  return newest;
+}
+
+}  // namespace fleet_tool

@@ -1,0 +1,50 @@
+// Carries a rollout out, wave after wave.
+#ifndef TARVIO_FLEET_TOOL_ROLLOUT_RUN_H
+#define TARVIO_FLEET_TOOL_ROLLOUT_RUN_H
+
+#include <string>
+
+#include "commands/command.h"
+#include "fleet_settings.h"
+#include "observer.h"
+#include "process/signal_hold.h"
+#include "rollout.h"
+#include "rollout_report.h"
+
+namespace fleet_tool {
+
+class RolloutRun {
+ public:
+  RolloutRun(Observer& observer, Rollout rollout, RolloutReport& report);
+
+  // Until all waves are done, too many boards have failed, or a signal has come that ends the
+  // process. Returns the exit status. Throws a Failure; the rollout can be resumed then.
+  client::ExitStatus run();
+
+ private:
+  bool run_wave(size_t number);
+  bool pause();
+  void save();
+  void save_now_and_then();
+  void end(const char* state);
+  [[nodiscard]] bool is_interrupted() const;
+  [[nodiscard]] bool has_failed_too_often() const {
+    return failures_ > static_cast<size_t>(rollout_.max_failures);
+  }
+
+  Observer& observer_;
+  Rollout rollout_;
+  RolloutReport& report_;
+  const client::SignalHold signals_;
+  const std::string file_;
+  size_t failures_ = 0;  // since it was begun or resumed
+  tarvio::Deadline next_save_ = tarvio::Deadline::after(0);
+};
+
+// The newest record of a rollout, of the broker or of this user's files. Throws a Failure when
+// there is none, or another operator carries it out now.
+Rollout find_rollout(Observer& observer, const std::string& id);
+
+}  // namespace fleet_tool
+
+#endif
