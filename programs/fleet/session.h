@@ -59,7 +59,7 @@ class Delays {
  private:
   int spread(int from_ms, int to_ms);
 
-  std::minstd_rand random_;
+  std::mt19937 random_;
   int longest_ms_ = 2000;  // at the beginning, when a network may come a moment later
 };
 

@@ -23,6 +23,7 @@ using client::Json;
 using tarvio::Deadline;
 
 constexpr int kBetweenLooksMs = 1000;
+constexpr int kBetweenSearchesMs = 5000;
 constexpr char kPackageDirectory[] = "/usr/lib/opkg/info";
 constexpr uint32_t kChanges = IN_MOVED_TO | IN_CLOSE_WRITE | IN_DELETE | IN_CREATE;
 
@@ -45,15 +46,24 @@ Facts::Facts(const Settings& settings, Outbox& outbox)
     : settings_(settings),
       outbox_(outbox),
       inotify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
-      sources_{Source{.topic = fleet::kApps, .words = {"tarvio", "status", "--wide", "--json"}},
-               Source{.topic = fleet::kPackages, .words = {"tarvio", "list", "--json"}}} {
+      sources_{Source{.topic = fleet::kApps,
+                      .words = {"tarvio", "status", "--wide", "--json"},
+                      .directory = runtime::kRunDirectory},
+               Source{.topic = fleet::kPackages,
+                      .words = {"tarvio", "list", "--json"},
+                      .directory = kPackageDirectory}} {
   watch();
 }
 
 // The directories may come later: until then they are looked for.
 void Facts::watch() {
-  state_watch_ = inotify_add_watch(inotify_.get(), runtime::kRunDirectory, kChanges);
-  packages_watch_ = inotify_add_watch(inotify_.get(), kPackageDirectory, kChanges);
+  next_watch_ = Deadline::never();
+  for (Source& source : sources_) {
+    if (source.watch >= 0) continue;
+    source.watch = inotify_add_watch(inotify_.get(), source.directory, kChanges);
+    if (source.watch >= 0) source.has_changed = true;
+    if (source.watch < 0) next_watch_ = Deadline::after(kBetweenSearchesMs);
+  }
 }
 
 void Facts::tell_system() {
@@ -79,7 +89,7 @@ void Facts::list(pollfd* files) const {
 }
 
 Deadline Facts::due() const {
-  Deadline due = Deadline::never();
+  Deadline due = next_watch_;
   for (const Source& source : sources_) {
     if (source.has_changed && source.child == nullptr)
       due = Deadline::sooner(due, source.not_before);
@@ -87,13 +97,23 @@ Deadline Facts::due() const {
   return due;
 }
 
+void Facts::take_change(int watched, uint32_t change) {
+  for (Source& source : sources_) {
+    if (source.watch != watched) continue;
+    source.has_changed = true;
+    if ((change & IN_IGNORED) != 0) {  // the directory is gone
+      source.watch = -1;
+      next_watch_ = Deadline::after(0);
+    }
+  }
+}
+
 void Facts::take_changes() {
   alignas(inotify_event) std::array<char, 4096> bytes;
   for (ssize_t count = 0; (count = tarvio::read_some(inotify_.get(), bytes)) > 0;) {
     for (ssize_t at = 0; at < count;) {
       const auto* event = reinterpret_cast<const inotify_event*>(bytes.data() + at);
-      if (event->wd == state_watch_) sources_[0].has_changed = true;
-      if (event->wd == packages_watch_) sources_[1].has_changed = true;
+      take_change(event->wd, event->mask);
       at += static_cast<ssize_t>(sizeof *event + event->len);
     }
   }
@@ -115,6 +135,7 @@ void Facts::go_on(Source& source) {
 
 void Facts::step() {
   take_changes();
+  if (next_watch_.passed()) watch();
   for (Source& source : sources_) go_on(source);
 }
 

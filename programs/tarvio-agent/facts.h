@@ -5,6 +5,7 @@
 #include <poll.h>
 
 #include <array>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -33,6 +34,8 @@ class Facts {
   struct Source {
     const char* topic;
     std::vector<std::string> words;
+    const char* directory;  // whose files change with it
+    int watch = -1;
     bool has_changed = true;
     tarvio::Deadline not_before = tarvio::Deadline::after(0);
     std::unique_ptr<fleet::ChildProcess> child = nullptr;
@@ -40,13 +43,13 @@ class Facts {
 
   void watch();
   void take_changes();
+  void take_change(int watched, uint32_t change);
   void go_on(Source& source);
 
   const Settings& settings_;
   Outbox& outbox_;
   tarvio::Fd inotify_;
-  int state_watch_ = -1;
-  int packages_watch_ = -1;
+  tarvio::Deadline next_watch_ = tarvio::Deadline::never();
   std::array<Source, 2> sources_;
 };
 

@@ -10,9 +10,12 @@ namespace {
 constexpr char kTransfer[] = "tarvio-transfer";
 constexpr char kMaxSignatureBytes[] = "4096";
 
-std::string trimmed(std::string text) {
-  while (text.ends_with('\n')) text.pop_back();
-  return text;
+// Without the name of the program that has said it, and without the end of the line.
+std::string message_in(std::string errors, const std::string& program) {
+  while (errors.ends_with('\n')) errors.pop_back();
+  const std::string front = program + ": ";
+  if (errors.starts_with(front)) errors.erase(0, front.size());
+  return errors;
 }
 
 }  // namespace
@@ -101,15 +104,14 @@ std::optional<Json> Job::step() {
       return end(1, error.what());
     }
   }
-  return end(has_failed ? ended->status : 0, ended->errors);
+  return end(has_failed ? ended->status : 0, message_in(ended->errors, step.words.front()));
 }
 
-Json Job::end(int status, const std::string& errors) {
+Json Job::end(int status, const std::string& message) {
   for (const std::string& file : files_) (void)std::remove(file.c_str());
-  const std::string words = trimmed(errors);
   Json answer =
       answer_of(request_.id, status == 0 ? kDone : kFailed,
-                words.empty() ? (status == 0 ? "Success" : "no reason was given") : words);
+                message.empty() ? (status == 0 ? "Success" : "no reason was given") : message);
   answer["status"] = status;
   if (!note_.empty()) answer["note"] = note_;
   answer["result"] = result_;

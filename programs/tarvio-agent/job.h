@@ -52,7 +52,7 @@ class Job {
   void plan(const Settings& settings);
   void start_next();
   void show(std::string_view line) const;
-  [[nodiscard]] Json end(int status, const std::string& errors);
+  [[nodiscard]] Json end(int status, const std::string& message);
 
   const Request request_;
   const std::string note_;

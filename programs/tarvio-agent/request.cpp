@@ -21,7 +21,7 @@ constexpr double kMaxSeconds = 86'400;
 class Members {
  public:
   Members(const Json& object, const char* what) : rest_(object), what_(what) {
-    if (!object.is_object()) throw Refusal(std::string(what) + " is no object");
+    if (!object.is_object()) throw Refusal(std::string(what) + " must be a JSON object");
   }
 
   Json take(const char* name) {
@@ -172,7 +172,7 @@ Request parse_request(const std::string& payload, bool requires_signature) {
                   std::to_string(kMaxRequestBytes) + " are allowed");
   }
   const Json json = Json::parse(payload, nullptr, false);
-  if (json.is_discarded()) throw Refusal("the request is no JSON");
+  if (json.is_discarded()) throw Refusal("the request is not JSON");
   Members members(json, "the request");
   Request request;
   request.id = text_in(members, "id");
