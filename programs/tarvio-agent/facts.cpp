@@ -10,10 +10,10 @@
 #include <string>
 
 #include "base/pipe.h"
+#include "fleet/payload.h"
 #include "fleet/topics.h"
 #include "runtime/run_paths.h"
 #include "tarvio/tarvio.h"
-#include "terminal/json.h"
 
 namespace agent {
 
@@ -67,12 +67,12 @@ void Facts::watch() {
 }
 
 void Facts::tell_system() {
-  outbox_.keep(fleet::kOnline, client::line_of({{"online", true}}));
-  outbox_.keep(fleet::kSystem, client::line_of({{"agent", TARVIO_VERSION},
-                                                {"tags", settings_.tags},
-                                                {"booted", boot_time()},
-                                                {"free_bytes", free_bytes()},
-                                                {"clock", std::time(nullptr)}}));
+  outbox_.keep(fleet::kOnline, fleet::payload_of({{"online", true}}));
+  outbox_.keep(fleet::kSystem, fleet::payload_of({{"agent", TARVIO_VERSION},
+                                                  {"tags", settings_.tags},
+                                                  {"booted", boot_time()},
+                                                  {"free_bytes", free_bytes()},
+                                                  {"clock", std::time(nullptr)}}));
 }
 
 void Facts::list(pollfd* files) const {
@@ -124,7 +124,7 @@ void Facts::go_on(Source& source) {
     if (const std::optional<fleet::ChildEnd> ended = source.child->step()) {
       source.child.reset();
       const Json json = Json::parse(ended->output, nullptr, false);
-      outbox_.keep(source.topic, json.is_discarded() ? "null" : client::line_of(json));
+      outbox_.keep(source.topic, json.is_discarded() ? "null" : fleet::payload_of(json));
     }
   } else if (source.has_changed && source.not_before.passed()) {
     source.has_changed = false;

@@ -18,6 +18,7 @@
 #include <string>
 
 #include "facts.h"
+#include "fleet/payload.h"
 #include "fleet/topics.h"
 #include "job.h"
 #include "journal.h"
@@ -278,7 +279,7 @@ void Worker::start(Lane& lane) {
   try {
     lane.job =
         std::make_unique<Job>(std::move(next.request), settings_, std::move(next.note),
-                              [this](const Json& json) { outbox_.show(client::line_of(json)); });
+                              [this](const Json& json) { outbox_.show(fleet::payload_of(json)); });
   } catch (const std::runtime_error& error) {
     finish(id, answer_of(id, kFailed, error.what()));
   }
@@ -309,7 +310,7 @@ void Worker::send_again(const std::string& id) {
 void Worker::reply(const ReturnAddress& address, Json answer,
                    const std::function<void()>& delivered) {
   answer["device"] = settings_.device;
-  outbox_.answer(address.topic, address.correlation, client::line_of(answer), delivered);
+  outbox_.answer(address.topic, address.correlation, fleet::payload_of(answer), delivered);
 }
 
 }  // namespace

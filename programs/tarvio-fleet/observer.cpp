@@ -7,6 +7,7 @@
 #include <random>
 #include <stdexcept>
 
+#include "fleet/payload.h"
 #include "fleet/topics.h"
 #include "process/failure.h"
 
@@ -131,7 +132,7 @@ bool Observer::wait(const Deadline& until) {
 void Observer::ask(const std::string& board, const Json& request, double seconds) {
   if (!session_.is_connected()) return;
   (void)session_.publish({.topic = fleet::topic_of(board, fleet::kRequest),
-                          .payload = request.dump(),
+                          .payload = fleet::payload_of(request),
                           .response_topic = fleet::topic_of(board, fleet::kAnswer + client_),
                           .seconds = static_cast<uint32_t>(seconds)});
   ++undelivered_;

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "fleet/payload.h"
 #include "fleet/topics.h"
 #include "process/failure.h"
 #include "runtime/whole_file.h"
@@ -70,7 +71,7 @@ bool RolloutRun::is_interrupted() const {
 // At the broker for other operators, and in a file in case that loses it.
 void RolloutRun::save() {
   rollout_.updated = std::time(nullptr);
-  const std::string text = json_of(rollout_).dump();
+  const std::string text = fleet::payload_of(json_of(rollout_));
   if (!runtime::write_whole_file(file_.c_str(), text, kMode)) {
     throw Failure::of_system("cannot write '" + file_ + "'");
   }

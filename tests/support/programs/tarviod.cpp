@@ -1,14 +1,10 @@
 #include "support/programs/tarviod.h"
 
-#include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 
@@ -21,64 +17,22 @@ namespace {
 
 constexpr char kReady[] = "answering on " TQ_COM_SOCKET_PATH "\n";
 
-void become_stream(const std::string& file, int flags, int stream) {
-  ::dup2(::open(file.c_str(), flags | O_CLOEXEC, 0644), stream);
-}
-
-[[noreturn]] void run(const std::vector<std::string>& arguments,
-                      const std::function<void()>& prepare, const TempDir& directory) {
-  constexpr int kToFile = O_WRONLY | O_CREAT | O_APPEND;
-  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  become_stream("/dev/null", O_RDONLY, STDIN_FILENO);
-  become_stream(directory / "output", kToFile, STDOUT_FILENO);
-  become_stream(directory / "errors", kToFile, STDERR_FILENO);
-  prepare();
-  ::close_range(STDERR_FILENO + 1, ~0U, 0);
-  std::vector<char*> argv = {const_cast<char*>("tarviod")};
-  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(nullptr);
-  ::execv(TARVIOD, argv.data());
-  ::_exit(126);
+std::vector<std::string> line_of(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), TARVIOD);
+  return arguments;
 }
 
 }  // namespace
 
-Tarviod::Tarviod(const std::vector<std::string>& arguments, const std::function<void()>& prepare) {
-  write_file(directory_ / "output", "");
-  write_file(directory_ / "errors", "");
-  pid_ = ::fork();
-  if (pid_ == 0) run(arguments, prepare, directory_);
-}
-
-Tarviod::~Tarviod() {
-  if (has_ended()) return;
-  ::kill(pid_, SIGKILL);
-  ::waitpid(pid_, nullptr, 0);
-}
+Tarviod::Tarviod(const std::vector<std::string>& arguments, const std::function<void()>& prepare)
+    : BackgroundProgram(line_of(arguments), prepare) {}
 
 testing::AssertionResult Tarviod::answers() {
   const bool said =
       eventually([this] { return output().find(kReady) != std::string::npos || has_ended(); });
-  if (said && !ended_) return testing::AssertionSuccess();
-  return testing::AssertionFailure()
-         << (ended_ ? "ended" : "silent") << ", output: " << output() << ", errors: " << errors();
-}
-
-void Tarviod::send(int signal) const {
-  if (::kill(pid_, signal) != 0) ADD_FAILURE() << "kill: " << std::strerror(errno);
-}
-
-bool Tarviod::has_ended() {
-  if (!ended_) ended_ = ::waitpid(pid_, &status_, WNOHANG) == pid_;
-  return ended_;
-}
-
-int Tarviod::end() {
-  if (!eventually([this] { return has_ended(); })) {
-    ADD_FAILURE() << "does not end, output: " << output() << ", errors: " << errors();
-    return -1;
-  }
-  return WIFEXITED(status_) ? WEXITSTATUS(status_) : -1;
+  if (said && !has_ended()) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << (has_ended() ? "ended" : "silent")
+                                     << ", output: " << output() << ", errors: " << errors();
 }
 
 Ended run_tarviod(const std::vector<std::string>& arguments, const std::function<void()>& prepare) {

@@ -17,38 +17,17 @@
 #include <string>
 #include <vector>
 
-#include "support/files.h"
+#include "support/programs/background_program.h"
 
 namespace tarvio_test {
 
-class Tarviod {
+class Tarviod : public BackgroundProgram {
  public:
-  // prepare runs in the new process before the program does. There standard input is /dev/null, the
-  // two other streams go to files, and no other descriptor is open.
   explicit Tarviod(
       const std::vector<std::string>& arguments = {}, const std::function<void()>& prepare = [] {});
-  // Ends it where the test has not.
-  ~Tarviod();
-  Tarviod(const Tarviod&) = delete;
-  Tarviod& operator=(const Tarviod&) = delete;
-
-  pid_t pid() const { return pid_; }
-  // What it has written so far.
-  std::string output() const { return read_file(directory_ / "output"); }
-  std::string errors() const { return read_file(directory_ / "errors"); }
 
   // Waits for the message that requests are answered.
   testing::AssertionResult answers();
-  void send(int signal) const;
-  bool has_ended();
-  // Waits for its end. Its exit status, or -1 when a signal ended it.
-  int end();
-
- private:
-  const TempDir directory_;
-  pid_t pid_ = -1;
-  bool ended_ = false;
-  int status_ = 0;
 };
 
 // A tarviod that is expected to end by itself.
