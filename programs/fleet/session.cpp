@@ -2,9 +2,11 @@
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <openssl/ssl.h>
 #include <poll.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -104,6 +106,28 @@ void add_properties_of(const Message& message, Properties& properties) {
   }
 }
 
+std::string time_words(std::time_t time) {
+  tm parts = {};
+  std::array<char, 32> text = {};
+  if (gmtime_r(&time, &parts) == nullptr) return "?";
+  (void)std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts);
+  return text.data();
+}
+
+// Why the broker's certificate is not accepted; empty if that is not the trouble.
+std::string certificate_trouble(mosquitto* client) {
+  const auto* const connection = static_cast<const SSL*>(mosquitto_ssl_get(client));
+  const long result = connection == nullptr ? X509_V_OK : SSL_get_verify_result(connection);
+  if (result == X509_V_OK) return "";
+  std::string words = "the certificate of the broker is not accepted: ";
+  words += X509_verify_cert_error_string(result);
+  if (result == X509_V_ERR_CERT_NOT_YET_VALID || result == X509_V_ERR_CERT_HAS_EXPIRED) {
+    words += "; the clock of this device says " + time_words(std::time(nullptr)) +
+             " UTC: set it if that is wrong";
+  }
+  return words;
+}
+
 }  // namespace
 
 int Delays::spread(int from_ms, int to_ms) {
@@ -152,8 +176,11 @@ struct Session::Callbacks {
   static void delivered(mosquitto*, void* object, int id, int, const mosquitto_property*) noexcept {
     session_of(object).happened_.push_back({.kind = Event::Kind::kDelivered, .id = id});
   }
-  static void logged(mosquitto*, void* object, int level, const char* text) noexcept {
-    if (level == MOSQ_LOG_ERR) session_of(object).detail_ = text;
+  static void logged(mosquitto* client, void* object, int level, const char* text) noexcept {
+    std::string& detail = session_of(object).detail_;
+    if (level != MOSQ_LOG_ERR || !detail.empty()) return;
+    detail = certificate_trouble(client);
+    if (detail.empty()) detail = text;
   }
 };
 

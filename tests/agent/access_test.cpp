@@ -1,0 +1,174 @@
+// The example settings of the broker: what boards, operators and others may do there.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "support/fleet/agent_process.h"
+#include "support/fleet/broker_process.h"
+#include "support/packages/tarvio_packages.h"
+
+namespace tarvio_test {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr char kFleetFiles[] = TARVIO_FLEET_FILES;
+constexpr int kBoards = 8883;
+constexpr int kOperators = 8884;
+constexpr std::chrono::milliseconds kLongEnough{300};
+
+class FleetAccess : public testing::Test {
+ protected:
+  FleetAccess() {
+    use_built_programs();
+    std::filesystem::permissions(place_.path(), std::filesystem::perms(0755));
+    make("ca");
+    make("server localhost 127.0.0.1");
+    for (const char* name : {"board-1", "board-2"}) make("board " + std::string(name));
+    for (const char* name : {"operator", "viewer"}) make("operator " + std::string(name));
+    // Those who read them are not root.
+    shell(place_.path(), "chmod 644 *.key");
+    shell(place_.path(), "touch passwords && sed -e 's#/etc/mosquitto/certs#" + path("") +
+                             "#; s#/etc/mosquitto/tarvio-passwords#" + path("passwords") +
+                             "#; s#/etc/mosquitto/tarvio-access#" + kFleetFiles +
+                             "/access#; s#^persistence .*#persistence false#; "
+                             "s#/usr/share/tarvio-fleet/page#" +
+                             path("") + "#' " + kFleetFiles + "/mosquitto.conf >conf");
+    broker_ = std::make_unique<BrokerProcess>(read_file(path("conf")));
+  }
+
+  void make(const std::string& what) const {
+    shell(place_.path(), std::string(kFleetFiles) + "/certificates " + what);
+  }
+  std::string path(const std::string& name) const { return place_ / name; }
+
+  fleet::Broker broker_for(const std::string& name, int port) const {
+    fleet::Broker broker;
+    broker.host = "localhost";
+    broker.port = port;
+    broker.ca_file = path("ca.crt");
+    broker.certificate = name.empty() ? "" : path(name + ".crt");
+    broker.key = name.empty() ? "" : path(name + ".key");
+    return broker;
+  }
+  std::string agent_lines(const std::string& name) const {
+    return "broker: localhost\nca_file: " + path("ca.crt") +
+           "\ncertificate: " + path(name + ".crt") + "\nkey: " + path(name + ".key") + "\n";
+  }
+
+  const TempDir place_;
+  std::unique_ptr<BrokerProcess> broker_;
+};
+
+class BoardWithCertificate : public FleetAccess {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(operator_.until([this] { return is_online(); }));
+  }
+
+  bool is_online() { return operator_.text_of("tarvio/v1/board-1/online") == R"({"online":true})"; }
+  static fleet::Message request(const std::string& operator_name = "operator") {
+    return {.topic = "tarvio/v1/board-1/request",
+            .payload = R"({"id":"r1","command":"list","expires_in":60})",
+            .response_topic = "tarvio/v1/board-1/answer/" + operator_name};
+  }
+
+  Watcher operator_{broker_for("operator", kOperators), "operator"};
+  AgentProcess agent_{"board-1", "", agent_lines("board-1")};
+};
+
+TEST_F(BoardWithCertificate, IsSeenAndAskedByAnOperator) {
+  operator_.publish(request());
+  EXPECT_TRUE(operator_.until(
+      [&] { return !operator_.text_of("tarvio/v1/board-1/answer/operator").empty(); }));
+}
+
+TEST_F(BoardWithCertificate, IsNotSeenByAnotherBoard) {
+  Watcher other(broker_for("board-2", kBoards), "board-2", {"#", "tarvio/v1/board-1/+"});
+  operator_.publish({.topic = "tarvio/v1/board-2/request", .payload = "for the other"});
+  operator_.publish(request());
+  ASSERT_TRUE(other.until([&] { return !other.messages().empty(); }));
+  other.watch(kLongEnough);
+  for (const fleet::Message& message : other.messages()) {
+    EXPECT_EQ(message.topic, "tarvio/v1/board-2/request");
+  }
+}
+
+TEST_F(BoardWithCertificate, IsNotPosedAsByAnotherBoard) {
+  Watcher other(broker_for("board-2", kBoards), "board-2");
+  for (const char* end : {"online", "system", "apps", "packages", "progress", "answer/operator"}) {
+    other.publish({.topic = std::string("tarvio/v1/board-1/") + end, .payload = "forged"});
+    other.publish({.topic = std::string("tarvio/v1/board-2/") + end, .payload = "its own"});
+  }
+  ASSERT_TRUE(operator_.until(
+      [&] { return !operator_.text_of("tarvio/v1/board-2/answer/operator").empty(); }));
+  for (const fleet::Message& message : operator_.messages()) EXPECT_NE(message.payload, "forged");
+}
+
+TEST_F(BoardWithCertificate, IsNotPushedOutByAnotherBoard) {
+  Watcher other(broker_for("board-2", kBoards), "board-1");
+  EXPECT_TRUE(other.is_connected());
+  operator_.watch(kLongEnough);
+  EXPECT_TRUE(is_online());
+  EXPECT_THAT(agent_.program().errors(), testing::Not(HasSubstr("is lost")));
+}
+
+TEST_F(BoardWithCertificate, IsNotAskedByAnotherBoardOrByAViewer) {
+  Watcher other(broker_for("board-2", kBoards), "board-2");
+  Watcher viewer(broker_for("viewer", kOperators), "viewer");
+  other.publish(request("board-2"));
+  viewer.publish(request("viewer"));
+  viewer.watch(kLongEnough);
+  operator_.publish(request());
+  ASSERT_TRUE(operator_.until(
+      [&] { return !operator_.text_of("tarvio/v1/board-1/answer/operator").empty(); }));
+  EXPECT_EQ(operator_.text_of("tarvio/v1/board-1/answer/board-2"), "");
+  EXPECT_EQ(operator_.text_of("tarvio/v1/board-1/answer/viewer"), "");
+  EXPECT_EQ(viewer.text_of("tarvio/v1/board-1/online"), R"({"online":true})");
+  EXPECT_EQ(viewer.count_of("tarvio/v1/board-1/request"), 0U);
+}
+
+TEST_F(BoardWithCertificate, IsInNoRolloutOfAViewer) {
+  Watcher viewer(broker_for("viewer", kOperators), "viewer");
+  viewer.publish({.topic = "tarvio-fleet/v1/rollouts/r1", .payload = "forged"});
+  viewer.watch(kLongEnough);
+  EXPECT_EQ(operator_.text_of("tarvio-fleet/v1/rollouts/r1"), "");
+}
+
+TEST_F(FleetAccess, NeedsACertificate) {
+  const Watcher nobody(broker_for("", kBoards), "nobody");
+  EXPECT_FALSE(nobody.is_connected());
+  EXPECT_THAT(nobody.cause(), HasSubstr("cannot connect to the broker localhost:8883: "));
+}
+
+TEST_F(FleetAccess, SaysThatTheBrokerIsNotTheOneThatIsMeant) {
+  std::filesystem::create_directory(path("other"));
+  shell(path("other"), std::string(kFleetFiles) + "/certificates ca");
+  fleet::Broker broker = broker_for("board-1", kBoards);
+  broker.ca_file = path("other/ca.crt");
+  const Watcher board(broker, "board-1");
+  EXPECT_FALSE(board.is_connected());
+  EXPECT_THAT(board.cause(), HasSubstr("the certificate of the broker is not accepted: "));
+}
+
+// As it is for a board whose clock is wrong by years.
+TEST_F(FleetAccess, SaysWhatTheClockIsWhenACertificateIsNotValidNow) {
+  shell(place_.path(),
+        "openssl req -new -key server.key -subj /CN=localhost | openssl x509 -req -CA ca.crt "
+        "-CAkey ca.key -CAcreateserial -days -1 -out server.crt");
+  broker_->kill();
+  broker_->start();
+  AgentProcess agent("board-1", "", agent_lines("board-1"));
+  EXPECT_TRUE(agent.program().says(
+      "tarvio-agent: cannot connect to the broker localhost:8883: the certificate of the broker is "
+      "not accepted: certificate has expired; the clock of this device says 20"));
+  EXPECT_TRUE(agent.program().says(" UTC: set it if that is wrong\n"));
+}
+
+}  // namespace
+}  // namespace tarvio_test
