@@ -68,10 +68,11 @@ class Link {
           pollfd{.fd = channel_.fd(), .events = POLLIN, .revents = 0},
           pollfd{.fd = session_.fd(), .events = session_.events(), .revents = 0}};
       if (poll(files.data(), files.size(), session_.due().remaining_ms()) < 0) continue;
-      session_.step(files[1].revents);
-      while (const std::optional<Event> event = session_.next_event()) tell(*event);
       if (files[0].revents != 0) channel_.receive();
       while (const std::optional<Record> record = channel_.next()) publish(*record);
+      // After that: what needs no acknowledgement is delivered as soon as it is published.
+      session_.step(files[1].revents);
+      while (const std::optional<Event> event = session_.next_event()) tell(*event);
     }
   }
 

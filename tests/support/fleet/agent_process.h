@@ -12,9 +12,10 @@
 
 namespace tarvio_test {
 
-// Where the agent finds tarvio and tarvio-transfer.
+// Where the agent finds tarvio and tarvio-transfer, and these what they need.
 inline void use_built_programs() {
-  const std::string path = std::string(TARVIO_PROGRAMS) + ":" + ::getenv("PATH");
+  const std::string path =
+      std::string(TARVIO_PROGRAMS) + ":" + TARVIO_SANDBOX_TOOLS + ":" + ::getenv("PATH");
   ::setenv("PATH", path.c_str(), 1);
 }
 
