@@ -61,6 +61,14 @@ class Attributes {
 
 }  // namespace
 
+std::string message_in(const ChildEnd& end, const std::string& program) {
+  std::string message = end.errors;
+  while (message.ends_with('\n')) message.pop_back();
+  const std::string front = program + ": ";
+  if (message.starts_with(front)) message.erase(0, front.size());
+  return message;
+}
+
 ChildProcess::ChildProcess(const std::vector<std::string>& words,
                            std::function<void(std::string_view)> on_line)
     : on_line_(std::move(on_line)) {

@@ -22,6 +22,10 @@ struct ChildEnd {
   std::string errors;
 };
 
+// What it has said on standard error, without the name of the program in front and without the end
+// of the line.
+std::string message_in(const ChildEnd& end, const std::string& program);
+
 class ChildProcess {
  public:
   static constexpr size_t kFiles = 2;

@@ -10,14 +10,6 @@ namespace {
 constexpr char kTransfer[] = "tarvio-transfer";
 constexpr char kMaxSignatureBytes[] = "4096";
 
-// Without the name of the program that has said it, and without the end of the line.
-std::string message_in(std::string errors, const std::string& program) {
-  while (errors.ends_with('\n')) errors.pop_back();
-  const std::string front = program + ": ";
-  if (errors.starts_with(front)) errors.erase(0, front.size());
-  return errors;
-}
-
 }  // namespace
 
 Json answer_of(const std::string& id, const char* state, const std::string& message) {
@@ -104,7 +96,7 @@ std::optional<Json> Job::step() {
       return end(1, error.what());
     }
   }
-  return end(has_failed ? ended->status : 0, message_in(ended->errors, step.words.front()));
+  return end(has_failed ? ended->status : 0, fleet::message_in(*ended, step.words.front()));
 }
 
 Json Job::end(int status, const std::string& message) {

@@ -63,14 +63,22 @@ constexpr Option kUpload = {
     .value = "FILE",
     .offer = Offer::kPackageFiles,
     .help = "first send FILE, and FILE.minisig if there is one, to the URL of --to-url by PUT"};
+constexpr Option kCaFile = {
+    .name = "ca-file",
+    .value = "FILE",
+    .offer = Offer::kFiles,
+    .help = "authorities of the servers at both URLs, in place of the system's"};
 constexpr Option kToUrl = {.name = "to-url", .value = "URL", .help = "where --upload sends to"};
-constexpr std::array kOptions = {kTo,    kWave, kMaxFailures, kPause, kAnswerTimeout,
-                                 kForce, kFile, kUpload,      kToUrl, kConfig};
+constexpr std::array kOptions = {kTo,   kWave,   kMaxFailures, kPause,  kAnswerTimeout, kForce,
+                                 kFile, kUpload, kToUrl,       kCaFile, kConfig};
 
 // Runs tarvio-transfer to its end. Throws a Failure.
-void transfer(const std::vector<std::string>& words) {
+void transfer(const std::vector<std::string>& words, const Arguments& arguments) {
   std::vector<std::string> line = {"tarvio-transfer"};
   line.insert(line.end(), words.begin(), words.end());
+  if (const std::string* const file = arguments.value_of(kCaFile)) {
+    line.insert(line.end(), {"--ca-file", *file});
+  }
   try {
     fleet::ChildProcess child(line, [](std::string_view) {});
     for (;;) {
@@ -80,9 +88,7 @@ void transfer(const std::vector<std::string>& words) {
       const std::optional<fleet::ChildEnd> end = child.step();
       if (!end) continue;
       if (end->status == 0) return;
-      std::string words_of_it = end->errors;
-      while (words_of_it.ends_with('\n')) words_of_it.pop_back();
-      throw Failure(EIO, words_of_it);
+      throw Failure(EIO, fleet::message_in(*end, line.front()));
     }
   } catch (const Failure&) {
     throw;
@@ -91,10 +97,11 @@ void transfer(const std::vector<std::string>& words) {
   }
 }
 
-void upload(const std::string& file, const std::string& url) {
-  transfer({"put", file, url});
+void upload(const std::string& file, const std::string& url, const Arguments& arguments) {
+  transfer({"put", file, url}, arguments);
   const std::string signature = file + ".minisig";
-  if (access(signature.c_str(), F_OK) == 0) transfer({"put", signature, url + ".minisig"});
+  if (access(signature.c_str(), F_OK) == 0)
+    transfer({"put", signature, url + ".minisig"}, arguments);
 }
 
 void measure(const std::string& file, Rollout& rollout) {
@@ -111,10 +118,10 @@ void measure(const std::string& file, Rollout& rollout) {
   }
 }
 
-void measure_what_is_at_url(Rollout& rollout) {
+void measure_what_is_at_url(Rollout& rollout, const Arguments& arguments) {
   const WorkDirectory directory;
   const std::string file = directory.path() + "/package";
-  transfer({"get", rollout.url, file});
+  transfer({"get", rollout.url, file}, arguments);
   measure(file, rollout);
 }
 
@@ -156,11 +163,11 @@ Result run(const Arguments& arguments) {
   const fleet_tool::Settings settings = fleet_tool::settings_in(arguments);
   if (const std::string* const file = arguments.value_of(kUpload)) {
     measure(*file, rollout);
-    upload(*file, *arguments.value_of(kToUrl));
+    upload(*file, *arguments.value_of(kToUrl), arguments);
   } else if (const std::string* const copy = arguments.value_of(kFile)) {
     measure(*copy, rollout);
   } else {
-    measure_what_is_at_url(rollout);
+    measure_what_is_at_url(rollout, arguments);
   }
   Observer observer(settings, arguments.timeout_seconds);
   std::vector<std::string> boards;
