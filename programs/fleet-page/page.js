@@ -1,0 +1,205 @@
+// The operator's page: boards, their applications and the rollouts, as the broker knows them.
+"use strict";
+
+const { Fleet, answerTopic, appsOf, countsOf, isOnline, requestTopic, subscriptions, tagsOf } = fleetParts;
+
+const MOST_BOARDS = 200; // at once on the page: a filter finds the others
+const MOST_ANSWERS = 50;
+const REQUEST_SECONDS = 60;
+
+const fleet = new Fleet();
+let client = null;
+let clientName = "";
+let isDrawn = true;
+
+const find = (id) => document.getElementById(id);
+
+// An element with properties and children.
+function make(tag, properties = {}, ...children) {
+  const element = Object.assign(document.createElement(tag), properties);
+  element.append(...children);
+  return element;
+}
+
+// An element of a list, made once for its key, so that the focus stays where it is.
+function keyed(list, key, index, create) {
+  let element = [...list.children].find((each) => each.dataset.key === key);
+  if (!element) {
+    element = create();
+    element.dataset.key = key;
+  }
+  if (list.children[index] !== element) list.insertBefore(element, list.children[index] ?? null);
+  return element;
+}
+
+function trim(list, count) {
+  while (list.children.length > count) list.lastElementChild.remove();
+}
+
+function setText(element, text, className = element.className) {
+  if (element.textContent !== text) element.textContent = text;
+  if (element.className !== className) element.className = className;
+}
+
+function counted(count, word) {
+  return `${count} ${word}${count === 1 ? "" : "s"}`;
+}
+
+function randomName() {
+  return [...crypto.getRandomValues(new Uint8Array(8))].map((byte) => byte.toString(16).padStart(2, "0")).join("");
+}
+
+function say(text, className = "") {
+  const list = find("answer-list");
+  find("answers").hidden = false;
+  list.prepend(make("li", { className }, text));
+  trim(list, MOST_ANSWERS);
+}
+
+function ask(board, command, app) {
+  const request = {
+    id: `page-${randomName()}`,
+    command,
+    arguments: { app },
+    expires_in: REQUEST_SECONDS,
+  };
+  client.publish(requestTopic(board), JSON.stringify(request), {
+    qos: 1,
+    properties: { responseTopic: answerTopic(board, clientName), messageExpiryInterval: REQUEST_SECONDS },
+  });
+  say(`${board}: ${command} ${app} …`);
+}
+
+function makeApp(board, app) {
+  const button = (word, command) =>
+    make("button", { type: "button", ariaLabel: `${word} ${app} on ${board}`, onclick: () => ask(board, command, app) }, word);
+  return make("li", { className: "app" }, make("span", {}, app), make("span"), button("Start", "start"), button("Stop", "stop"));
+}
+
+function drawApps(list, board) {
+  const apps = appsOf(board);
+  apps.forEach((app, index) => {
+    const row = keyed(list, app.name, index, () => makeApp(board.name, app.name));
+    const [, state, start, stop] = row.children;
+    setText(state, [app.run_state ?? "–", app.state, app.installed_version].filter(Boolean).join(", "));
+    start.disabled = !isOnline(board) || app.run_state === "running";
+    stop.disabled = !isOnline(board) || app.run_state !== "running";
+  });
+  trim(list, apps.length);
+}
+
+function makeBoard(board) {
+  return make("li", {}, make("h3", {}, board.name), make("p"), make("p", { className: "facts" }), make("ul"));
+}
+
+function drawBoards() {
+  const boards = fleet.matching(find("filter").value);
+  const shown = boards.slice(0, MOST_BOARDS);
+  const online = boards.filter(isOnline).length;
+  const rest = boards.length > shown.length ? `; the first ${shown.length} are shown, a filter finds the others` : "";
+  setText(find("count"), `${boards.length} of ${fleet.boards.size} boards, ${online} online${rest}`);
+  const list = find("board-list");
+  shown.forEach((board, index) => {
+    const [, state, facts, apps] = keyed(list, board.name, index, () => makeBoard(board)).children;
+    setText(state, isOnline(board) ? "online" : "offline", isOnline(board) ? "online" : "offline");
+    const packages = Array.isArray(board.packages) ? counted(board.packages.length, "package") : "";
+    setText(facts, [tagsOf(board).join(", "), packages, board.system?.agent && `agent ${board.system.agent}`].filter(Boolean).join(" · "));
+    drawApps(apps, board);
+  });
+  trim(list, shown.length);
+}
+
+function makeRollout(rollout) {
+  return make("li", {}, make("h3", {}, rollout.id), make("p", { className: "facts" }), make("ol"), make("ul", { className: "failed" }));
+}
+
+function drawWave(list, wave, index) {
+  const counts = countsOf(wave);
+  const total = Object.keys(wave).length;
+  const row = keyed(list, String(index), index, () => {
+    const bar = make("progress", { ariaLabel: `wave ${index + 1}` });
+    return make("li", {}, make("span"), bar);
+  });
+  const [words, bar] = row.children;
+  setText(words, `wave ${index + 1}: ${counts.done} of ${total} done, ${counts.failed} failed`);
+  bar.max = total;
+  bar.value = counts.done + counts.failed;
+}
+
+function drawRollouts() {
+  const rollouts = [...fleet.rollouts.values()].sort((one, other) => other.started - one.started);
+  find("rollouts").hidden = rollouts.length === 0;
+  const list = find("rollout-list");
+  rollouts.forEach((rollout, index) => {
+    const [, facts, waves, failures] = keyed(list, rollout.id, index, () => makeRollout(rollout)).children;
+    setText(facts, `${rollout.state}, begun by ${rollout.operator}: ${rollout.url}`);
+    rollout.waves.forEach((wave, number) => drawWave(waves, wave, number));
+    trim(waves, rollout.waves.length);
+    const failed = rollout.waves
+      .flatMap((wave) => Object.entries(wave))
+      .filter(([, board]) => !["done", "waiting", "asked"].includes(board.state))
+      .map(([name, board]) => `${name}: ${board.state}: ${board.message}`);
+    failed.forEach((text, number) => setText(keyed(failures, String(number), number, () => make("li")), text));
+    trim(failures, failed.length);
+  });
+  trim(list, rollouts.length);
+}
+
+// At most once for each frame, however many messages come.
+function draw() {
+  if (!isDrawn) return;
+  isDrawn = false;
+  requestAnimationFrame(() => {
+    isDrawn = true;
+    drawBoards();
+    drawRollouts();
+  });
+}
+
+function take(topic, payload) {
+  const answer = fleet.take(topic, payload.toString());
+  if (answer) {
+    const isDone = answer.state === "done";
+    say(`${answer.device}: ${answer.state}${isDone ? "" : `: ${answer.message}`}`, isDone ? "done" : "failed");
+  }
+  draw();
+}
+
+function showConnection(text, isConnected) {
+  setText(find("connection"), text, isConnected ? "online" : "offline");
+  find("login").hidden = isConnected;
+  find("boards").hidden = !isConnected;
+}
+
+function connect(user, password) {
+  clientName = `page-${randomName()}`;
+  const scheme = location.protocol === "https:" ? "wss" : "ws";
+  client = mqtt.connect(`${scheme}://${location.host}`, {
+    clientId: clientName,
+    protocolVersion: 5,
+    username: user || undefined,
+    password: password || undefined,
+    reconnectPeriod: 5000,
+    timerVariant: "native", // else its timers are in a worker, which the page's policy refuses
+  });
+  client.on("connect", () => {
+    showConnection("Connected", true);
+    client.subscribe(subscriptions(clientName));
+    draw();
+  });
+  client.on("message", take);
+  client.on("close", () => setText(find("connection"), "Connection lost; trying again", "offline"));
+  client.on("error", (error) => {
+    client.end(true);
+    showConnection(`Not connected: ${error.message}`, false);
+  });
+}
+
+find("login").addEventListener("submit", (event) => {
+  event.preventDefault();
+  setText(find("connection"), "Connecting", "offline");
+  connect(find("user").value, find("password").value);
+  find("password").value = "";
+});
+find("filter-form").addEventListener("submit", (event) => event.preventDefault());
+find("filter").addEventListener("input", draw);

@@ -1,0 +1,244 @@
+"""The operator's page in a browser, with a real broker and real agents.
+
+usage: page_test.py BUILD-DIRECTORY [SCREENSHOT-DIRECTORY]
+
+Runs in the sandbox. With a directory it leaves pictures of the page there.
+"""
+
+import json
+import os
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+
+ROOT = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", ".."))
+PAGE = os.path.join(ROOT, "programs", "fleet-page")
+BUILD = os.path.realpath(sys.argv[1])
+PICTURES = sys.argv[2] if len(sys.argv) > 2 else None
+PATIENCE = 10
+
+START_FILE = """#!/bin/sh
+exec sleep 3600
+"""
+
+
+def eventually(condition):
+    end = time.monotonic() + PATIENCE
+    while True:
+        try:
+            value = condition()
+        except Exception:  # of the browser, for an element that is replaced at this moment
+            value = None
+        if value or time.monotonic() > end:
+            return value
+        time.sleep(0.05)
+
+
+class Page(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.work = tempfile.mkdtemp()
+        os.chmod(cls.work, 0o755)
+        cls.programs = []
+        os.environ["PATH"] = f"{BUILD}:{ROOT}/tests/sandbox:/usr/sbin:{os.environ['PATH']}"
+        cls.install_application("clock")
+        cls.write(
+            "broker.conf",
+            "listener 1883 127.0.0.1\nallow_anonymous true\n"
+            f"listener 8080 127.0.0.1\nprotocol websockets\nhttp_dir {PAGE}\n",
+        )
+        cls.start("mosquitto", "-c", cls.path("broker.conf"))
+        eventually(lambda: subprocess.run(["mosquitto_pub", "-t", "x", "-m", "x"], stderr=subprocess.DEVNULL).returncode == 0)
+        cls.start("tarviod")
+        for name in ("board-1", "board-2"):
+            cls.write(
+                f"{name}.conf",
+                f"broker: 127.0.0.1\ntls: no\ndevice: {name}\ntags: lab\nrun_as: nobody\ndirectory: {cls.path(name)}\n",
+            )
+        cls.agents = {name: cls.start("tarvio-agent", "--config", cls.path(f"{name}.conf")) for name in ("board-1", "board-2")}
+        options = webdriver.ChromeOptions()
+        for option in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--window-size=1000,900"):
+            options.add_argument(option)
+        options.add_argument(f"--user-data-dir={cls.path('profile')}")
+        options.binary_location = "/usr/bin/chromium"
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        cls.browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.quit()
+        for program in cls.programs:
+            program.kill()
+            program.wait()
+
+    @classmethod
+    def path(cls, name):
+        return os.path.join(cls.work, name)
+
+    @classmethod
+    def write(cls, name, text):
+        with open(cls.path(name), "w", encoding="utf-8") as file:
+            file.write(text)
+
+    @classmethod
+    def start(cls, *words):
+        program = subprocess.Popen(words, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        cls.programs.append(program)
+        return program
+
+    @staticmethod
+    def install_application(name):
+        information = "/usr/lib/opkg/info"
+        for ending, text in (
+            (".control", f"Package: {name}\nVersion: 1.0\n"),
+            (".tqcontrol", "TqPackageCategory: Application\nTqPackageSubCategory: Application_Native\n"),
+            (".list", ""),
+            (".tqstartapp", START_FILE),
+        ):
+            with open(f"{information}/{name}{ending}", "w", encoding="utf-8") as file:
+                file.write(text)
+            os.chmod(file.name, 0o755)
+
+    @staticmethod
+    def publish(topic, value, retained=True):
+        text = value if isinstance(value, str) else json.dumps(value)
+        words = ["mosquitto_pub", "-V", "5", "-q", "1", "-t", topic, "-m", text]
+        subprocess.run(words + (["-r"] if retained else []), check=True)
+
+    def setUp(self):
+        self.browser.set_window_size(1000, 900)
+        self.browser.get("http://127.0.0.1:8080/index.html")
+        self.find("#login button").click()
+        self.assertTrue(eventually(lambda: self.text("#connection") == "Connected"), self.text("#connection"))
+
+    def tearDown(self):
+        # What the browser complains of, such as a script that is refused.
+        severe = [each["message"] for each in self.browser.get_log("browser") if each["level"] == "SEVERE"]
+        self.assertEqual([each for each in severe if "favicon" not in each], [])
+
+    def find(self, selector):
+        return self.browser.find_element(By.CSS_SELECTOR, selector)
+
+    def text(self, selector):
+        return self.find(selector).text
+
+    def names(self):
+        return [each.text for each in self.browser.find_elements(By.CSS_SELECTOR, "#board-list h3")]
+
+    def picture(self, name):
+        if PICTURES:
+            self.browser.save_screenshot(os.path.join(PICTURES, name))
+
+    def button(self, label):
+        return self.find(f'button[aria-label="{label}"]')
+
+    def test_shows_the_boards(self):
+        self.assertTrue(eventually(lambda: self.names() == ["board-1", "board-2"]), self.names())
+        self.assertEqual(self.text("#count"), "2 of 2 boards, 2 online")
+        self.assertTrue(eventually(lambda: "clock" in self.text('[data-key="board-1"]')))
+
+    def test_filters_them(self):
+        self.assertTrue(eventually(lambda: len(self.names()) == 2))
+        for words, names in (("board-2", ["board-2"]), ("tag:lab", ["board-1", "board-2"]), ("tag:x", []), ("offline", [])):
+            field = self.find("#filter")
+            field.clear()
+            field.send_keys(words)
+            self.assertTrue(eventually(lambda expected=names: self.names() == expected), words)
+
+    def test_starts_and_stops_an_application(self):
+        self.assertTrue(eventually(lambda: self.button("Start clock on board-1").is_enabled()))
+        self.button("Start clock on board-1").click()
+        self.assertTrue(eventually(lambda: "running" in self.text('[data-key="board-1"] .app')))
+        self.assertTrue(eventually(lambda: "board-1: done" in self.text("#answers")))
+        self.picture("boards.png")
+        self.assertFalse(self.button("Start clock on board-1").is_enabled())
+        self.button("Stop clock on board-1").click()
+        self.assertTrue(eventually(lambda: "stopped" in self.text('[data-key="board-1"] .app')))
+
+    def test_is_used_with_the_keyboard(self):
+        self.assertTrue(eventually(lambda: self.button("Start clock on board-1").is_enabled()))
+        self.find("#filter").send_keys("board-1")
+        self.assertTrue(eventually(lambda: self.names() == ["board-1"]))
+        webdriver.ActionChains(self.browser).send_keys(Keys.TAB).perform()
+        focused = self.browser.switch_to.active_element
+        self.assertEqual(focused.get_attribute("aria-label"), "Start clock on board-1")
+        focused.send_keys(Keys.ENTER)
+        self.assertTrue(eventually(lambda: "running" in self.text('[data-key="board-1"] .app')))
+        self.button("Stop clock on board-1").send_keys(Keys.SPACE)
+        self.assertTrue(eventually(lambda: "stopped" in self.text('[data-key="board-1"] .app')))
+
+    def test_shows_that_a_board_has_gone(self):
+        self.assertTrue(eventually(lambda: len(self.names()) == 2))
+        self.agents["board-2"].kill()
+        self.assertTrue(eventually(lambda: self.text("#count") == "2 of 2 boards, 1 online"))
+        self.assertFalse(self.button("Start clock on board-2").is_enabled())
+        type(self).agents["board-2"] = self.start("tarvio-agent", "--config", self.path("board-2.conf"))
+        self.assertTrue(eventually(lambda: self.text("#count") == "2 of 2 boards, 2 online"))
+
+    def test_shows_the_waves_of_a_rollout(self):
+        def board(state, message=""):
+            return {"state": state, "message": message, "tries": 0}
+
+        rollout = {
+            "id": "r1", "operator": "ann", "url": "https://server/clock.tbx", "state": "running", "started": 1,
+            "waves": [{"board-1": board("done"), "board-2": board("failed", "no space left")}, {"board-3": board("waiting")}],
+        }
+        self.publish("tarvio-fleet/v1/rollouts/r1", rollout)
+        self.assertTrue(eventually(lambda: "wave 1: 1 of 2 done, 1 failed" in self.text("#rollouts")))
+        self.assertIn("board-2: failed: no space left", self.text("#rollouts"))
+        self.assertIn("running, begun by ann: https://server/clock.tbx", self.text("#rollouts"))
+        self.picture("rollout.png")
+        rollout["waves"][1]["board-3"] = board("done")
+        self.publish("tarvio-fleet/v1/rollouts/r1", rollout)
+        self.assertTrue(eventually(lambda: "wave 2: 1 of 1 done, 0 failed" in self.text("#rollouts")))
+        self.publish("tarvio-fleet/v1/rollouts/r1", "")
+        self.assertTrue(eventually(lambda: not self.find("#rollouts").is_displayed()))
+
+    # A board that was taken over must not take the operator over.
+    def test_shows_what_a_board_says_as_text(self):
+        name = '<img src=x onerror="document.title=1">'
+        self.publish("tarvio/v1/board-9/online", {"online": True})
+        self.publish("tarvio/v1/board-9/apps", [{"name": name, "run_state": "running"}])
+        self.assertTrue(eventually(lambda: name in self.text('[data-key="board-9"]')))
+        self.assertEqual(self.browser.title, "Fleet")
+        for junk in ("{", "7", "null", '{"online":7}', '[[]]'):
+            self.publish("tarvio/v1/board-9/apps", junk)
+            self.publish("tarvio/v1/board-9/system", junk)
+        for end in ("online", "apps", "system"):
+            self.publish(f"tarvio/v1/board-9/{end}", "")
+
+    def test_fits_a_phone(self):
+        self.browser.set_window_size(390, 800)
+        self.assertTrue(eventually(lambda: len(self.names()) >= 2))
+        width = self.browser.execute_script("return document.documentElement.scrollWidth")
+        self.assertLessEqual(width, self.browser.execute_script("return window.innerWidth"))
+        self.picture("phone.png")
+
+    def test_is_light_and_dark(self):
+        seen = {}
+        for scheme in ("light", "dark"):
+            self.browser.execute_cdp_cmd(
+                "Emulation.setEmulatedMedia", {"features": [{"name": "prefers-color-scheme", "value": scheme}]}
+            )
+            seen[scheme] = self.browser.execute_script("return getComputedStyle(document.body).backgroundColor")
+            self.picture(f"{scheme}.png")
+        self.assertNotEqual(seen["light"], seen["dark"])
+        self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": []})
+
+    def test_names_every_control(self):
+        nameless = self.browser.execute_script(
+            "return [...document.querySelectorAll('button, input')].filter((each) => "
+            "!(each.getAttribute('aria-label') || each.labels?.[0]?.textContent || each.textContent).trim()).length"
+        )
+        self.assertEqual(nameless, 0)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
