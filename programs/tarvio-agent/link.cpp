@@ -38,6 +38,7 @@ void give_up_root(const std::string& user) {
     throw std::runtime_error("user '" + user +
                              "' does not exist: create it, or name another one with run_as");
   }
+  if (entry->pw_uid == geteuid()) return;
   if (initgroups(user.c_str(), entry->pw_gid) != 0 || setgid(entry->pw_gid) != 0 ||
       setuid(entry->pw_uid) != 0) {
     throw std::runtime_error("cannot become the user '" + user + "': " + std::strerror(errno));

@@ -51,7 +51,7 @@ class Page(unittest.TestCase):
         cls.install_application("clock")
         cls.write(
             "broker.conf",
-            "listener 1883 127.0.0.1\nallow_anonymous true\n"
+            "user root\nlistener 1883 127.0.0.1\nallow_anonymous true\n"
             f"listener 8080 127.0.0.1\nprotocol websockets\nhttp_dir {PAGE}\n",
         )
         cls.start("mosquitto", "-c", cls.path("broker.conf"))
@@ -60,7 +60,7 @@ class Page(unittest.TestCase):
         for name in ("board-1", "board-2"):
             cls.write(
                 f"{name}.conf",
-                f"broker: 127.0.0.1\ntls: no\ndevice: {name}\ntags: lab\nrun_as: nobody\ndirectory: {cls.path(name)}\n",
+                f"broker: 127.0.0.1\ntls: no\ndevice: {name}\ntags: lab\nrun_as: root\ndirectory: {cls.path(name)}\n",
             )
         cls.agents = {name: cls.start("tarvio-agent", "--config", cls.path(f"{name}.conf")) for name in ("board-1", "board-2")}
         options = webdriver.ChromeOptions()

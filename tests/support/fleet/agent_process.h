@@ -9,6 +9,7 @@
 
 #include "support/files.h"
 #include "support/programs/background_program.h"
+#include "support/users.h"
 
 namespace tarvio_test {
 
@@ -24,8 +25,9 @@ class AgentProcess {
   // lines  of the settings, besides the broker, the name and the directory.
   explicit AgentProcess(const std::string& device = "board-1", const std::string& lines = "",
                         const std::string& broker = "broker: 127.0.0.1:18830\ntls: no\n") {
-    write_file(settings(), broker + "device: " + device + "\nrun_as: nobody\ndirectory: " +
-                               directory().string() + "\n" + lines);
+    write_file(settings(), broker + "device: " + device +
+                               "\nrun_as: " + (has_other_users() ? "nobody" : "root") +
+                               "\ndirectory: " + directory().string() + "\n" + lines);
     start();
   }
 

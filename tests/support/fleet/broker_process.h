@@ -30,7 +30,8 @@ class BrokerProcess {
   explicit BrokerProcess(const std::string& settings =
                              "listener 18830 127.0.0.1\n"
                              "allow_anonymous true\n") {
-    write_file(directory_ / "conf", settings);
+    // An ordinary user's sandbox has no other user that it could become.
+    write_file(directory_ / "conf", "user root\n" + settings);
     start();
   }
 
