@@ -5,8 +5,12 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 build_packages=(cmake g++ make)
 client_packages=(nlohmann-json3-dev libsodium-dev)
+fleet_packages=(libmosquitto-dev libssl-dev libcurl4-openssl-dev) # what the agent and the operator's tool need
 demo_packages=(busybox)
-test_packages=(libgtest-dev libgmock-dev binutils minisign mtd-utils python3-prometheus-client socat "${demo_packages[@]}")
+demo_fleet_packages=(mosquitto openssl "${demo_packages[@]}")
+browser_packages=(chromium chromium-driver python3-selenium)
+test_packages=(libgtest-dev libgmock-dev binutils minisign mtd-utils python3-prometheus-client socat
+  "${fleet_packages[@]}" "${demo_fleet_packages[@]}" "${browser_packages[@]}")
 device_packages=(g++-arm-linux-gnueabihf qemu-user qemu-system-arm cpio)
 opkg_packages=(libarchive13) # what a real opkg needs
 bench_packages=(libbenchmark-dev gnuplot-nox minisign)
