@@ -75,9 +75,9 @@ class Page(unittest.TestCase):
         for option in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--window-size=1000,900"):
             options.add_argument(option)
         options.add_argument(f"--user-data-dir={cls.path('profile')}")
-        options.binary_location = "/usr/bin/chromium"
+        options.binary_location = BROWSER
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-        cls.browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+        cls.browser = webdriver.Chrome(service=Service(DRIVER), options=options)
 
     @classmethod
     def tearDownClass(cls):
