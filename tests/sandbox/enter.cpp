@@ -1,17 +1,22 @@
 // Runs a command in private namespaces, with private directories at the paths that the library has
-// compiled in. Works as root and as an ordinary user, who is root inside; changes nothing on the
-// host. When the command ends, everything that it started ends with it.
+// compiled in, and a network of its own, which ends at the loopback device. Works as root and as an
+// ordinary user, who is root inside; changes nothing on the host. When the command ends, everything
+// that it started ends with it.
 
 #include <fcntl.h>
+#include <net/if.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/personality.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -31,6 +36,7 @@ struct Plan {
   gid_t group = ::getegid();
   bool user_namespace = false;
   bool pid_namespace = true;
+  bool network_namespace = true;
 };
 
 int exit_code(int status) {
@@ -53,6 +59,18 @@ void become_root_inside(const Plan& plan) {
   write_text("/proc/self/setgroups", "deny");
   write_text("/proc/self/uid_map", "0 " + std::to_string(plan.user) + " 1\n");
   write_text("/proc/self/gid_map", "0 " + std::to_string(plan.group) + " 1\n");
+}
+
+// A new network has its loopback device down.
+void start_loopback() {
+  const int any_socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  ifreq request = {};
+  std::strcpy(request.ifr_name, "lo");
+  request.ifr_flags = IFF_UP | IFF_RUNNING;
+  if (any_socket < 0 || ::ioctl(any_socket, SIOCSIFFLAGS, &request) != 0) {
+    die("cannot start the loopback device", kRemedy);
+  }
+  ::close(any_socket);
 }
 
 // A terminal sends its signals to one group of processes; `group` becomes it.
@@ -108,6 +126,7 @@ void end_descendants() {
 [[noreturn]] void set_up_and_supervise(const Plan& plan, int no_proc_pipe, bool in_foreground) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (plan.user_namespace) become_root_inside(plan);
+  if (plan.network_namespace) start_loopback();
   if (plan.pid_namespace && !mount_own_proc()) {
     if (::write(no_proc_pipe, "", 1) != 1) die("cannot report");
     ::_exit(1);
@@ -122,6 +141,7 @@ pid_t fork_into_namespaces(const Plan& plan) {
   unsigned long flags = CLONE_NEWNS | SIGCHLD;
   if (plan.user_namespace) flags |= CLONE_NEWUSER;
   if (plan.pid_namespace) flags |= CLONE_NEWPID;
+  if (plan.network_namespace) flags |= CLONE_NEWNET;
   return static_cast<pid_t>(::syscall(SYS_clone, flags, nullptr, nullptr, nullptr, nullptr));
 }
 
@@ -143,9 +163,10 @@ bool run(const Plan& plan, int& status) {
   return !without_proc;
 }
 
-// Root without the right to mount, as in a container, may still get it in a user namespace.
-bool may_mount() {
-  const pid_t trial = static_cast<pid_t>(::syscall(SYS_clone, CLONE_NEWNS | SIGCHLD, 0, 0, 0, 0));
+// Root without the rights for that, as in a container, may still get them in a user namespace.
+bool may_make_namespaces() {
+  constexpr unsigned long kFlags = CLONE_NEWNS | CLONE_NEWNET | SIGCHLD;
+  const pid_t trial = static_cast<pid_t>(::syscall(SYS_clone, kFlags, 0, 0, 0, 0));
   if (trial == 0) ::_exit(0);
   return trial > 0 && wait_for(trial) == 0;
 }
@@ -156,7 +177,7 @@ Plan make_plan(char** command) {
   plan.current_directory = std::filesystem::current_path();
   plan.keep = {plan.current_directory, std::filesystem::canonical("/proc/self/exe").parent_path(),
                TARVIO_SOURCE_DIR};
-  plan.user_namespace = plan.user != 0 || !may_mount();
+  plan.user_namespace = plan.user != 0 || !may_make_namespaces();
   return plan;
 }
 
@@ -164,11 +185,14 @@ Plan make_plan(char** command) {
 }  // namespace sandbox
 
 int main(int argc, char** argv) {
-  if (argc < 2) {
-    std::fprintf(stderr, "usage: %s COMMAND [ARGUMENT]...\n", argv[0]);
+  const bool shares_network = argc > 1 && std::strcmp(argv[1], "--share-network") == 0;
+  char** const command = argv + (shares_network ? 2 : 1);
+  if (*command == nullptr) {
+    std::fprintf(stderr, "usage: %s [--share-network] COMMAND [ARGUMENT]...\n", argv[0]);
     return 2;
   }
-  sandbox::Plan plan = sandbox::make_plan(argv + 1);
+  sandbox::Plan plan = sandbox::make_plan(command);
+  plan.network_namespace = !shares_network;
   int status = 0;
   if (sandbox::run(plan, status)) return status;
   plan.pid_namespace = false;

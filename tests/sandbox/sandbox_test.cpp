@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -94,6 +95,30 @@ int enter(const char* script) { return run({TARVIO_SANDBOX_ENTER, "sh", "-c", sc
 int enter_without_own_proc(const char* script) {
   return run({"unshare", "--user", "--mount", "--map-root-user", TARVIO_SANDBOX_ENTER, "sh", "-c",
               script});
+}
+
+// Whether the command finds what listens on the network of this sandbox.
+bool reaches(std::vector<const char*> command) {
+  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(7);
+  EXPECT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(::listen(listener, 1), 0);
+  command.insert(command.end(), {"bash", "-c", "exec 3<>/dev/tcp/127.0.0.1/7"});
+  const int status = run(command);
+  ::close(listener);
+  return status == 0;
+}
+
+TEST(Sandbox, HasANetworkOfItsOwn) {
+  EXPECT_TRUE(reaches({"env"}));
+  EXPECT_FALSE(reaches({TARVIO_SANDBOX_ENTER}));
+}
+
+TEST(Sandbox, SharesTheNetworkIfAskedTo) {
+  EXPECT_TRUE(reaches({TARVIO_SANDBOX_ENTER, "--share-network"}));
 }
 
 TEST(Sandbox, PassesTheExitStatusOn) { EXPECT_EQ(WEXITSTATUS(enter("exit 7")), 7); }
