@@ -1,27 +1,15 @@
 // tarvio-fleet status: the applications of the boards.
-#include <array>
 #include <string>
 #include <vector>
 
-#include "commands/arguments.h"
-#include "expression.h"
-#include "fleet_commands.h"
-#include "observer.h"
-#include "terminal/output.h"
-#include "terminal/text_table.h"
+#include "board_list.h"
 
 namespace client {
 
 namespace {
 
 using fleet_tool::Board;
-using fleet_tool::Expression;
-using fleet_tool::kConfig;
-using fleet_tool::Observer;
 using fleet_tool::text_in;
-
-constexpr Option kMatch = {.name = "match", .value = "EXPR", .help = "only boards that are meant"};
-constexpr std::array kOptions = {kMatch, kConfig};
 
 std::string or_dash(const std::string& text) { return text.empty() ? "-" : text; }
 
@@ -41,34 +29,23 @@ void add_rows(const Board& board, std::vector<Row>& rows) {
   }
 }
 
+Json object_of(const Board& board) {
+  return {{"name", board.name}, {"online", board.is_online}, {"apps", board.apps}};
+}
+
 Result run(const Arguments& arguments) {
-  const std::string* const match = arguments.value_of(kMatch);
-  const Expression expression(match == nullptr ? "*" : *match);
-  const Observer observer(fleet_tool::settings_in(arguments), arguments.timeout_seconds);
-  std::vector<Row> rows = {
-      header_of({"BOARD", "STATE", "APPLICATION", "RUNS", "STATUS", "VERSION"})};
-  Json json = Json::array();
-  for (const auto& [name, board] : observer.boards()) {
-    if (!expression.matches(board)) continue;
-    add_rows(board, rows);
-    json.push_back({{"name", name}, {"online", board.is_online}, {"apps", board.apps}});
-  }
-  Result result = {.json = text_of(json)};
-  if (rows.size() == 1) {
-    result.status = kNoMatch;
-    result.complaint = "no such board";
-  } else {
-    result.text = render_table(rows, wants_colour(), screen_size().columns);
-  }
-  return result;
+  return fleet_tool::list_boards(
+      arguments, {.titles = {"BOARD", "STATE", "APPLICATION", "RUNS", "STATUS", "VERSION"},
+                  .add_rows = add_rows,
+                  .object_of = object_of});
 }
 
 }  // namespace
 
 constexpr Command kBoardStatusCommand = {
     .word = "status",
-    .operands = kNoOperands,
-    .options = kOptions,
+    .operands = {.help = fleet_tool::kExpressionHelp},
+    .options = fleet_tool::kListOptions,
     .timeout = fleet_tool::kBrokerTimeout,
     .summary = "show the applications of the boards",
     .description =

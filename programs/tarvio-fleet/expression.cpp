@@ -111,4 +111,12 @@ bool Expression::matches(const Board& board) const {
   });
 }
 
+std::vector<std::string> Expression::online_among(const Boards& boards) const {
+  std::vector<std::string> names;
+  for (const auto& [name, board] : boards) {
+    if (board.is_online && matches(board)) names.push_back(name);
+  }
+  return names;
+}
+
 }  // namespace fleet_tool

@@ -23,6 +23,8 @@ class Expression {
   explicit Expression(const std::string& text);
 
   [[nodiscard]] bool matches(const Board& board) const;
+  // The names of those that can be asked for something.
+  [[nodiscard]] std::vector<std::string> online_among(const Boards& boards) const;
 
  private:
   using Term = std::function<bool(const Board&)>;

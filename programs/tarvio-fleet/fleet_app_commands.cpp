@@ -30,18 +30,10 @@ constexpr Option kAnswerTimeout = {
     .help = "give up a board that has not answered by then; default 60, 0 waits forever"};
 constexpr std::array kOptions = {kTo, kAnswerTimeout, kConfig};
 
-std::string line_for(const BoardOutcome& outcome) {
-  return outcome.board + ": " + outcome.state + (outcome.is_done() ? "" : ": " + outcome.message) +
-         "\n";
-}
-
 Result run(const Arguments& arguments) {
   const Expression expression(*arguments.value_of(kTo));
   Observer observer(fleet_tool::settings_in(arguments), arguments.timeout_seconds);
-  std::vector<std::string> boards;
-  for (const auto& [name, board] : observer.boards()) {
-    if (board.is_online && expression.matches(board)) boards.push_back(name);
-  }
+  const std::vector<std::string> boards = expression.online_among(observer.boards());
   if (boards.empty()) {
     return {
         .status = kNoMatch, .json = text_of(Json::array()), .complaint = "no such board is online"};
@@ -56,7 +48,7 @@ Result run(const Arguments& arguments) {
        .seconds = arguments.seconds_of(kAnswerTimeout, kAnswerSeconds),
        .at_once = kAtOnce},
       boards, [&](const BoardOutcome& outcome) {
-        result.text += line_for(outcome);
+        result.text += outcome.words() + "\n";
         json.push_back(
             {{"name", outcome.board}, {"state", outcome.state}, {"message", outcome.message}});
         if (!outcome.is_done() && result.status == kDone) {

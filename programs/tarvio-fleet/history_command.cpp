@@ -11,6 +11,7 @@
 #include "observer.h"
 #include "rollout.h"
 #include "terminal/output.h"
+#include "terminal/printable_text.h"
 #include "terminal/text_table.h"
 
 namespace client {
@@ -46,7 +47,7 @@ Row row_of(const Rollout& rollout) {
 std::string failures_of(const Rollout& rollout) {
   std::string text;
   for (const auto& [name, board] : rollout.failures()) {
-    text += name + ": " + board.state + ": " + board.message + "\n";
+    text += printable(name + ": " + board.state + ": " + board.message) + "\n";
   }
   return text;
 }

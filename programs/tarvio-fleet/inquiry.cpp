@@ -4,7 +4,7 @@
 #include <random>
 #include <utility>
 
-#include "process/failure.h"
+#include "terminal/printable_text.h"
 
 namespace fleet_tool {
 
@@ -17,6 +17,10 @@ constexpr int kLookMs = 1000;
 constexpr int kAgainMs = 15'000;
 
 }  // namespace
+
+std::string BoardOutcome::words() const {
+  return client::printable(board + ": " + state + (is_done() ? "" : ": " + message));
+}
 
 std::string new_id() {
   std::random_device random;

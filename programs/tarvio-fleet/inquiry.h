@@ -22,6 +22,8 @@ struct BoardOutcome {
   Json answer;  // whole; null for none
 
   [[nodiscard]] bool is_done() const { return state == "done"; }
+  // For people.
+  [[nodiscard]] std::string words() const;
 };
 
 inline constexpr char kNoAnswer[] = "no answer";

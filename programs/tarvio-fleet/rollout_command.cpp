@@ -73,14 +73,20 @@ constexpr std::array kOptions = {kTo,   kWave,   kMaxFailures, kPause,  kAnswerT
                                  kFile, kUpload, kToUrl,       kCaFile, kConfig};
 
 // Runs tarvio-transfer to its end. Throws a Failure.
-void transfer(const std::vector<std::string>& words, const Arguments& arguments) {
+void transfer(const std::vector<std::string>& words, const Arguments& arguments,
+              RolloutReport& report) {
   std::vector<std::string> line = {"tarvio-transfer"};
   line.insert(line.end(), words.begin(), words.end());
   if (const std::string* const file = arguments.value_of(kCaFile)) {
     line.insert(line.end(), {"--ca-file", *file});
   }
   try {
-    fleet::ChildProcess child(line, [](std::string_view) {});
+    fleet::ChildProcess child(line, [&](std::string_view figures) {
+      Json progress = Json::parse(figures, nullptr, false);
+      if (!progress.is_object()) return;
+      progress["step"] = words.front() == "put" ? "upload" : "download";
+      report.progress("before the first wave", progress);
+    });
     for (;;) {
       std::array<pollfd, fleet::ChildProcess::kFiles> files;
       child.list(files.data());
@@ -97,11 +103,12 @@ void transfer(const std::vector<std::string>& words, const Arguments& arguments)
   }
 }
 
-void upload(const std::string& file, const std::string& url, const Arguments& arguments) {
-  transfer({"put", file, url}, arguments);
+void upload(const std::string& file, const Arguments& arguments, RolloutReport& report) {
+  const std::string& url = *arguments.value_of(kToUrl);
+  transfer({"put", file, url}, arguments, report);
   const std::string signature = file + ".minisig";
   if (access(signature.c_str(), F_OK) == 0)
-    transfer({"put", signature, url + ".minisig"}, arguments);
+    transfer({"put", signature, url + ".minisig"}, arguments, report);
 }
 
 void measure(const std::string& file, Rollout& rollout) {
@@ -118,10 +125,10 @@ void measure(const std::string& file, Rollout& rollout) {
   }
 }
 
-void measure_what_is_at_url(Rollout& rollout, const Arguments& arguments) {
+void measure_what_is_at_url(Rollout& rollout, const Arguments& arguments, RolloutReport& report) {
   const WorkDirectory directory;
   const std::string file = directory.path() + "/package";
-  transfer({"get", rollout.url, file}, arguments);
+  transfer({"get", rollout.url, file}, arguments, report);
   measure(file, rollout);
 }
 
@@ -161,25 +168,22 @@ Result run(const Arguments& arguments) {
       fleet_tool::percents_in(list == nullptr ? "5%,25%,100%" : *list);
   const Expression expression(rollout.to);
   const fleet_tool::Settings settings = fleet_tool::settings_in(arguments);
+  RolloutReport report(arguments.has(kJson), arguments.has(kQuiet));
   if (const std::string* const file = arguments.value_of(kUpload)) {
     measure(*file, rollout);
-    upload(*file, *arguments.value_of(kToUrl), arguments);
+    upload(*file, arguments, report);
   } else if (const std::string* const copy = arguments.value_of(kFile)) {
     measure(*copy, rollout);
   } else {
-    measure_what_is_at_url(rollout, arguments);
+    measure_what_is_at_url(rollout, arguments, report);
   }
   Observer observer(settings, arguments.timeout_seconds);
-  std::vector<std::string> boards;
-  for (const auto& [name, board] : observer.boards()) {
-    if (board.is_online && expression.matches(board)) boards.push_back(name);
-  }
+  const std::vector<std::string> boards = expression.online_among(observer.boards());
   if (boards.empty()) return {.status = kNoMatch, .complaint = "no such board is online"};
   rollout.id = fleet_tool::new_id();
   rollout.operator_name = settings.operator_name;
   rollout.started = std::time(nullptr);
   rollout.waves = fleet_tool::waves_of(boards, percents);
-  RolloutReport report(arguments.has(kJson), arguments.has(kQuiet));
   return {.status = fleet_tool::RolloutRun(observer, rollout, report).run()};
 }
 

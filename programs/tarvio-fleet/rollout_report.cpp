@@ -1,6 +1,7 @@
 #include "rollout_report.h"
 
 #include "terminal/output.h"
+#include "terminal/printable_text.h"
 #include "terminal/words.h"
 
 namespace fleet_tool {
@@ -28,14 +29,20 @@ void RolloutReport::erase() {
 }
 
 void RolloutReport::draw() {
-  if (!is_screen_ || wave_boards_ == 0) return;
-  std::string text = std::to_string(wave_ended_) + " of " + boards_words(wave_boards_);
-  if (!last_progress_.empty()) text += "; " + last_progress_;
-  client::print(text.substr(0, client::screen_size().columns - 1));
+  if (!is_screen_) return;
+  std::string text;
+  if (wave_boards_ > 0) {
+    text = std::to_string(wave_ended_) + " of " + boards_words(wave_boards_);
+    if (!last_progress_.empty()) text += "; ";
+  }
+  text += last_progress_;
+  if (text.empty()) return;
+  client::print(client::shortened(client::printable(text), client::screen_size().columns - 1));
   is_drawn_ = true;
 }
 
 void RolloutReport::begin(const Rollout& rollout) {
+  last_progress_.clear();
   line("rollout " + rollout.id + ": " + boards_words(rollout.board_count()) + " in " +
            std::to_string(rollout.waves.size()) + (rollout.waves.size() == 1 ? " wave" : " waves"),
        {{"event", "rollout"},
@@ -55,16 +62,15 @@ void RolloutReport::begin_wave(const Rollout& rollout, size_t number, size_t boa
 
 void RolloutReport::board(const BoardOutcome& outcome) {
   ++wave_ended_;
-  const std::string message = outcome.is_done() ? "" : ": " + outcome.message;
-  line(outcome.board + ": " + outcome.state + message, {{"event", "board"},
-                                                        {"board", outcome.board},
-                                                        {"state", outcome.state},
-                                                        {"message", outcome.message}});
+  line(outcome.words(), {{"event", "board"},
+                         {"board", outcome.board},
+                         {"state", outcome.state},
+                         {"message", outcome.message}});
 }
 
-void RolloutReport::progress(const std::string& board, const Json& progress) {
+void RolloutReport::progress(const std::string& who, const Json& progress) {
   if (!is_screen_) return;
-  last_progress_ = board + ": " + text_in(progress, "step");
+  last_progress_ = who + ": " + text_in(progress, "step");
   if (progress.contains("done") && progress["done"].is_number_unsigned()) {
     last_progress_ += " " + client::size_words(progress["done"]);
   }
@@ -74,12 +80,14 @@ void RolloutReport::progress(const std::string& board, const Json& progress) {
 
 void RolloutReport::pause(double seconds) {
   wave_boards_ = 0;
+  last_progress_.clear();
   line("pause of " + std::to_string(static_cast<int>(seconds)) + " s",
        {{"event", "pause"}, {"seconds", seconds}});
 }
 
 void RolloutReport::end(const Rollout& rollout) {
   wave_boards_ = 0;
+  last_progress_.clear();
   const size_t failed = rollout.failures().size();
   const size_t waiting = rollout.count_of(kWaiting) + rollout.count_of(kAsked);
   std::string text = "rollout " + rollout.id + ": " + rollout.state + ", " +

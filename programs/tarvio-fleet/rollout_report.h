@@ -17,7 +17,8 @@ class RolloutReport {
   void begin(const Rollout& rollout);
   void begin_wave(const Rollout& rollout, size_t number, size_t boards);
   void board(const BoardOutcome& outcome);
-  void progress(const std::string& board, const Json& progress);
+  // Of a board, or of the transfer before the rollout; a step and how many bytes of it are done.
+  void progress(const std::string& who, const Json& progress);
   void pause(double seconds);
   void end(const Rollout& rollout);
 

@@ -71,6 +71,7 @@ TEST_F(FleetOfThree, ShowsItsApplications) {
             "BOARD    STATE    APPLICATION  RUNS     STATUS  VERSION\n"
             "board-0  offline  -            -        -       -\n"
             "board-1  online   clock        running  normal  1.0\n");
+  EXPECT_EQ(json({"status", "--online"}).size(), 3U);
 }
 
 TEST_F(FleetOfThree, IsAskedAndSaysWhatEachHasAnswered) {
@@ -82,6 +83,14 @@ TEST_F(FleetOfThree, IsAskedAndSaysWhatEachHasAnswered) {
   ASSERT_EQ(boards_[0]->requests().size(), 1U);
   EXPECT_EQ(boards_[0]->requests()[0]["command"], "start");
   EXPECT_EQ(boards_[0]->requests()[0]["arguments"], Json({{"app", "clock"}}));
+}
+
+TEST_F(FleetTool, ShowsWhatABoardSaysWithoutDrivingTheTerminal) {
+  const AnsweringBoard board("board-1", [](const Json&) {
+    return std::pair{"failed", "\x1b[2Jall is well\nboard-2: done"};
+  });
+  const Ran ran = run({"start", "clock", "--to", "*"});
+  EXPECT_EQ(ran.output, "board-1: failed: \\x1b[2Jall is well\\x0aboard-2: done\n");
 }
 
 TEST_F(FleetOfThree, IsAskedInPart) {
