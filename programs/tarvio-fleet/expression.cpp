@@ -3,6 +3,8 @@
 #include <fnmatch.h>
 
 #include <algorithm>
+#include <iterator>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -32,7 +34,7 @@ bool take_front(std::string_view& text, std::string_view front) {
   return true;
 }
 
-bool is_true(std::string_view comparison, const std::string& version, const std::string& wanted) {
+bool compares(const std::string& version, std::string_view comparison, const std::string& wanted) {
   const bool is_older = client::is_older(version, wanted);
   const bool is_newer = client::is_older(wanted, version);
   if (comparison == "=") return !is_older && !is_newer;
@@ -42,61 +44,81 @@ bool is_true(std::string_view comparison, const std::string& version, const std:
   return !is_older;
 }
 
-std::function<bool(const Board&)> package_term(std::string_view text) {
+}  // namespace
+
+Expression::Term Expression::package_term(std::string_view text) {
   const size_t at = std::min(text.find_first_of("=<>"), text.size());
-  const std::string name(text.substr(0, at));
-  std::string_view rest = text.substr(at);
+  const std::string_view rest = text.substr(at);
   const size_t length = std::min(rest.find_first_not_of("=<>"), rest.size());
-  const std::string comparison(rest.substr(0, length));
-  const std::string wanted(rest.substr(length));
+  Term term = {.subject = Term::Subject::kPackage,
+               .name = std::string(text.substr(0, at)),
+               .comparison = std::string(rest.substr(0, length)),
+               .value = std::string(rest.substr(length))};
   constexpr std::string_view kComparisons[] = {"=", "<", "<=", ">", ">="};
-  const bool is_known = std::find(std::begin(kComparisons), std::end(kComparisons), comparison) !=
-                        std::end(kComparisons);
-  if (name.empty() || (!comparison.empty() && (!is_known || wanted.empty()))) {
+  const bool is_known = std::find(std::begin(kComparisons), std::end(kComparisons),
+                                  term.comparison) != std::end(kComparisons);
+  if (term.name.empty() || (!term.comparison.empty() && (!is_known || term.value.empty()))) {
     throw UsageError("'package:" + std::string(text) +
                      "' is not package:NAME or package:NAME<VERSION");
   }
-  return [=](const Board& board) {
-    const auto version = board.version_of(name);
-    return version && (comparison.empty() || is_true(comparison, *version, wanted));
-  };
+  return term;
 }
 
-std::function<bool(const Board&)> app_term(std::string_view text) {
-  const size_t at = text.find('=');
-  const std::string name(text.substr(0, at));
-  const std::string state(at == std::string_view::npos ? "" : text.substr(at + 1));
-  if (name.empty() || state.empty()) {
+Expression::Term Expression::app_term(std::string_view text) {
+  const size_t at = std::min(text.find('='), text.size());
+  Term term = {.subject = Term::Subject::kApp,
+               .name = std::string(text.substr(0, at)),
+               .value = std::string(text.substr(std::min(at + 1, text.size())))};
+  if (term.name.empty() || term.value.empty()) {
     throw UsageError("'app:" + std::string(text) + "' is not app:NAME=STATE");
   }
-  return [=](const Board& board) { return board.state_of(name) == state; };
+  return term;
 }
 
-std::function<bool(const Board&)> term_of(std::string_view text) {
-  if (take_front(text, "!")) {
-    return [term = term_of(text)](const Board& board) { return !term(board); };
-  }
+Expression::Term Expression::term_of(std::string_view text) {
+  bool wanted = true;
+  while (take_front(text, "!")) wanted = !wanted;
+  Term term = {.subject = Term::Subject::kName};
   if (text.empty()) throw UsageError("a part of EXPR is empty");
-  if (take_front(text, "package:")) return package_term(text);
-  if (take_front(text, "app:")) return app_term(text);
-  if (take_front(text, "tag:")) {
-    return [tag = std::string(text)](const Board& board) {
-      const std::vector<std::string> tags = board.tags();
-      return std::find(tags.begin(), tags.end(), tag) != tags.end();
-    };
-  }
-  if (text == "online") return [](const Board& board) { return board.is_online; };
-  if (text == "offline") return [](const Board& board) { return !board.is_online; };
-  if (text.find_first_of(":=<> ") != std::string_view::npos) {
+  if (take_front(text, "package:")) {
+    term = package_term(text);
+  } else if (take_front(text, "app:")) {
+    term = app_term(text);
+  } else if (take_front(text, "tag:")) {
+    term = {.subject = Term::Subject::kTag, .name = std::string(text)};
+  } else if (text == "online" || text == "offline") {
+    term = {.subject = Term::Subject::kOnline};
+    wanted = wanted == (text == "online");
+  } else if (text.find_first_of(":=<> ") == std::string_view::npos) {
+    term.name = text;
+  } else {
     throw UsageError("'" + std::string(text) +
                      "' is no part of EXPR: write a name, tag:, package:, app:, online or offline");
   }
-  return [pattern = std::string(text)](const Board& board) {
-    return fnmatch(pattern.c_str(), board.name.c_str(), 0) == 0;
-  };
+  term.wanted = wanted;
+  return term;
 }
 
-}  // namespace
+bool Expression::is_true(const Term& term, const Board& board) {
+  switch (term.subject) {
+    case Term::Subject::kOnline:
+      return board.is_online;
+    case Term::Subject::kApp:
+      return board.state_of(term.name) == term.value;
+    case Term::Subject::kTag: {
+      const std::vector<std::string> tags = board.tags();
+      return std::find(tags.begin(), tags.end(), term.name) != tags.end();
+    }
+    case Term::Subject::kPackage: {
+      const std::optional<std::string> version = board.version_of(term.name);
+      return version &&
+             (term.comparison.empty() || compares(*version, term.comparison, term.value));
+    }
+    case Term::Subject::kName:
+      break;
+  }
+  return fnmatch(term.name.c_str(), board.name.c_str(), 0) == 0;
+}
 
 Expression::Expression(const std::string& text) {
   for (const std::string_view alternative : pieces_of(text, '|')) {
@@ -107,7 +129,8 @@ Expression::Expression(const std::string& text) {
 
 bool Expression::matches(const Board& board) const {
   return std::any_of(alternatives_.begin(), alternatives_.end(), [&](const auto& terms) {
-    return std::all_of(terms.begin(), terms.end(), [&](const Term& term) { return term(board); });
+    return std::all_of(terms.begin(), terms.end(),
+                       [&](const Term& term) { return is_true(term, board) == term.wanted; });
   });
 }
 

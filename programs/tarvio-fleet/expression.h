@@ -2,8 +2,8 @@
 #ifndef TARVIO_FLEET_TOOL_EXPRESSION_H
 #define TARVIO_FLEET_TOOL_EXPRESSION_H
 
-#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "board.h"
@@ -27,7 +27,20 @@ class Expression {
   [[nodiscard]] std::vector<std::string> online_among(const Boards& boards) const;
 
  private:
-  using Term = std::function<bool(const Board&)>;
+  // What one part of the text asks of a board.
+  struct Term {
+    enum class Subject { kName, kTag, kPackage, kApp, kOnline };
+    Subject subject = Subject::kName;
+    bool wanted = true;           // what must come of the comparison
+    std::string name = {};        // of the subject; a pattern for kName
+    std::string comparison = {};  // of the version of a package, empty for none
+    std::string value = {};       // a version or a state
+  };
+
+  static Term package_term(std::string_view text);
+  static Term app_term(std::string_view text);
+  static Term term_of(std::string_view text);
+  static bool is_true(const Term& term, const Board& board);
 
   std::vector<std::vector<Term>> alternatives_;
 };

@@ -76,7 +76,7 @@ Settings settings_in(const client::Arguments& arguments) {
 }
 
 std::string state_directory() {
-  const std::string directory = user_directory("XDG_STATE_HOME", "/.local/state") + "/rollouts";
+  std::string directory = user_directory("XDG_STATE_HOME", "/.local/state") + "/rollouts";
   std::error_code error;
   std::filesystem::create_directories(directory, error);
   if (error) {
