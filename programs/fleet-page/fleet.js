@@ -38,7 +38,7 @@ const fleetParts = (() => {
 
     #takeRollout(id, text) {
       const rollout = parsed(text);
-      if (rollout && Array.isArray(rollout.waves)) {
+      if (Array.isArray(rollout?.waves) && rollout.waves.every(Array.isArray)) {
         this.rollouts.set(id, rollout);
       } else {
         this.rollouts.delete(id);
@@ -76,7 +76,7 @@ const fleetParts = (() => {
   // How many boards of a wave are done, have failed and have not answered.
   function countsOf(wave) {
     const counts = { done: 0, failed: 0, waiting: 0 };
-    for (const board of Object.values(wave)) {
+    for (const board of wave) {
       if (board.state === "done") counts.done += 1;
       else if (board.state === "waiting" || board.state === "asked") counts.waiting += 1;
       else counts.failed += 1;

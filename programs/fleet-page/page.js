@@ -115,7 +115,7 @@ function makeRollout(rollout) {
 
 function drawWave(list, wave, index) {
   const counts = countsOf(wave);
-  const total = Object.keys(wave).length;
+  const total = wave.length;
   const row = keyed(list, String(index), index, () => {
     const bar = make("progress", { ariaLabel: `wave ${index + 1}` });
     return make("li", {}, make("span"), bar);
@@ -136,9 +136,9 @@ function drawRollouts() {
     rollout.waves.forEach((wave, number) => drawWave(waves, wave, number));
     trim(waves, rollout.waves.length);
     const failed = rollout.waves
-      .flatMap((wave) => Object.entries(wave))
-      .filter(([, board]) => !["done", "waiting", "asked"].includes(board.state))
-      .map(([name, board]) => `${name}: ${board.state}: ${board.message}`);
+      .flat()
+      .filter((entry) => !["done", "waiting", "asked"].includes(entry.state))
+      .map((entry) => `${entry.board}: ${entry.state}: ${entry.message}`);
     failed.forEach((text, number) => setText(keyed(failures, String(number), number, () => make("li")), text));
     trim(failures, failed.length);
   });

@@ -11,7 +11,6 @@
 #include "observer.h"
 #include "rollout.h"
 #include "terminal/output.h"
-#include "terminal/printable_text.h"
 #include "terminal/text_table.h"
 
 namespace client {
@@ -44,14 +43,6 @@ Row row_of(const Rollout& rollout) {
           {rollout.url}};
 }
 
-std::string failures_of(const Rollout& rollout) {
-  std::string text;
-  for (const auto& [name, board] : rollout.failures()) {
-    text += printable(name + ": " + board.state + ": " + board.message) + "\n";
-  }
-  return text;
-}
-
 Result run(const Arguments& arguments) {
   const Observer observer(fleet_tool::settings_in(arguments), arguments.timeout_seconds);
   const std::string wanted = arguments.operands.empty() ? "" : arguments.operands.front();
@@ -66,7 +57,7 @@ Result run(const Arguments& arguments) {
       const Rollout rollout = fleet_tool::parse_rollout(text);
       rows.push_back(row_of(rollout));
       json.push_back(json_of(rollout));
-      if (!wanted.empty()) failures = failures_of(rollout);
+      if (!wanted.empty()) failures = failure_lines(rollout);
     } catch (const std::runtime_error& error) {
       complain("'" + id + "' " + error.what());
       result.status = kFailed;

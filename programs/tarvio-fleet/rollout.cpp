@@ -7,24 +7,29 @@
 
 #include "commands/command.h"
 #include "fleet/topics.h"
+#include "terminal/printable_text.h"
 
 namespace fleet_tool {
 
 namespace {
 
+// A list and no object, whose members would be searched one by one as each is added.
 Json json_of(const Wave& wave) {
-  Json json = Json::object();
+  Json json = Json::array();
   for (const auto& [name, board] : wave) {
-    json[name] = {{"state", board.state}, {"message", board.message}, {"tries", board.tries}};
+    json.push_back({{"board", name},
+                    {"state", board.state},
+                    {"message", board.message},
+                    {"tries", board.tries}});
   }
   return json;
 }
 
 Wave wave_in(const Json& json) {
   Wave wave;
-  for (const auto& [name, board] : json.items()) {
-    wave[name] = {
-        .state = board.at("state"), .message = board.at("message"), .tries = board.at("tries")};
+  for (const Json& entry : json) {
+    wave[entry.at("board")] = {
+        .state = entry.at("state"), .message = entry.at("message"), .tries = entry.at("tries")};
   }
   return wave;
 }
@@ -55,6 +60,14 @@ std::vector<std::pair<std::string, RolloutBoard>> Rollout::failures() const {
     }
   }
   return failed;
+}
+
+std::string failure_lines(const Rollout& rollout) {
+  std::string lines;
+  for (const auto& [name, board] : rollout.failures()) {
+    lines += "  " + client::printable(name + ": " + board.state + ": " + board.message) + "\n";
+  }
+  return lines;
 }
 
 Json json_of(const Rollout& rollout) {

@@ -54,6 +54,9 @@ struct Rollout {
   [[nodiscard]] std::vector<std::pair<std::string, RolloutBoard>> failures() const;
 };
 
+// The failures for people.
+std::string failure_lines(const Rollout& rollout);
+
 Json json_of(const Rollout& rollout);
 
 // Throws std::runtime_error for a text that is no rollout.

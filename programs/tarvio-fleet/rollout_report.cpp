@@ -17,11 +17,13 @@ std::string boards_words(size_t count) {
 RolloutReport::RolloutReport(bool is_json, bool is_quiet)
     : is_json_(is_json), is_screen_(!is_json && !is_quiet && client::is_screen()) {}
 
-void RolloutReport::line(const std::string& text, const Json& event) {
+void RolloutReport::lines(const std::string& text, const Json& event) {
   erase();
-  client::print(is_json_ ? client::line_of(event) : text + "\n");
+  client::print(is_json_ ? client::line_of(event) : text);
   draw();
 }
+
+void RolloutReport::line(const std::string& text, const Json& event) { lines(text + "\n", event); }
 
 void RolloutReport::erase() {
   if (is_drawn_) client::print("\r\x1b[K");
@@ -88,23 +90,29 @@ void RolloutReport::pause(double seconds) {
 void RolloutReport::end(const Rollout& rollout) {
   wave_boards_ = 0;
   last_progress_.clear();
-  const size_t failed = rollout.failures().size();
+  const auto failures = rollout.failures();
   const size_t waiting = rollout.count_of(kWaiting) + rollout.count_of(kAsked);
   std::string text = "rollout " + rollout.id + ": " + rollout.state + ", " +
                      std::to_string(rollout.count_of(kDone)) + " of " +
                      boards_words(rollout.board_count()) + " done";
-  if (failed > 0) text += ", " + std::to_string(failed) + " failed";
+  if (!failures.empty()) text += ", " + std::to_string(failures.size()) + " failed";
   if (waiting > 0) text += ", " + std::to_string(waiting) + " not asked or without an answer";
+  text += "\n" + failure_lines(rollout);
   if (rollout.state != kFinished) {
-    text += "\nContinue with 'tarvio-fleet resume " + rollout.id +
-            "', which asks those again that have failed.";
+    text += "Continue with 'tarvio-fleet resume " + rollout.id +
+            "', which asks those again that have failed.\n";
   }
-  line(text, {{"event", "end"},
-              {"id", rollout.id},
-              {"state", rollout.state},
-              {"done", rollout.count_of(kDone)},
-              {"failed", failed},
-              {"waiting", waiting}});
+  Json failed = Json::array();
+  for (const auto& [name, board] : failures) {
+    failed.push_back({{"board", name}, {"state", board.state}, {"message", board.message}});
+  }
+  lines(text, {{"event", "end"},
+               {"id", rollout.id},
+               {"state", rollout.state},
+               {"done", rollout.count_of(kDone)},
+               {"failed", failures.size()},
+               {"waiting", waiting},
+               {"failures", std::move(failed)}});
 }
 
 }  // namespace fleet_tool

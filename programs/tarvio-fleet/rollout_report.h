@@ -23,6 +23,7 @@ class RolloutReport {
   void end(const Rollout& rollout);
 
  private:
+  void lines(const std::string& text, const Json& event);
   void line(const std::string& text, const Json& event);
   void draw();
   void erase();

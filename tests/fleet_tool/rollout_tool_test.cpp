@@ -89,7 +89,10 @@ TEST_F(FleetRolloutTool, StopsOnceTooManyHaveFailed) {
   EXPECT_EQ(asked(), 4U);
   EXPECT_THAT(ran.output,
               HasSubstr(R"("board":"board-2","state":"failed","message":"no space left")"));
-  EXPECT_EQ(events(ran.output).back()["state"], "stopped");
+  const Json last = events(ran.output).back();
+  EXPECT_EQ(last["state"], "stopped");
+  EXPECT_EQ(last["failures"][1],
+            (Json{{"board", "board-3"}, {"state", "failed"}, {"message", "no space left"}}));
 }
 
 TEST_F(FleetRolloutTool, GoesOnWhileFewHaveFailed) {
@@ -225,6 +228,7 @@ TEST_F(FleetRolloutTool, IsShownInWords) {
   EXPECT_THAT(ran.output, HasSubstr("board-1: failed: no space left\n"));
   EXPECT_THAT(ran.output, HasSubstr("rollout " + id +
                                     ": stopped, 1 of 2 boards done, 1 failed\n"
+                                    "  board-1: failed: no space left\n"
                                     "Continue with 'tarvio-fleet resume " +
                                     id + "', which asks those again that have failed.\n"));
 }

@@ -191,19 +191,22 @@ class Page(unittest.TestCase):
         self.assertTrue(eventually(lambda: self.text("#count") == "2 of 2 boards, 2 online"))
 
     def test_shows_the_waves_of_a_rollout(self):
-        def board(state, message=""):
-            return {"state": state, "message": message, "tries": 0}
+        def entry(board, state, message=""):
+            return {"board": board, "state": state, "message": message, "tries": 0}
 
         rollout = {
             "id": "r1", "operator": "ann", "url": "https://server/clock.tbx", "state": "running", "started": 1,
-            "waves": [{"board-1": board("done"), "board-2": board("failed", "no space left")}, {"board-3": board("waiting")}],
+            "waves": [
+                [entry("board-1", "done"), entry("board-2", "failed", "no space left")],
+                [entry("board-3", "waiting")],
+            ],
         }
         self.publish("tarvio-fleet/v1/rollouts/r1", rollout)
         self.assertTrue(eventually(lambda: "wave 1: 1 of 2 done, 1 failed" in self.text("#rollouts")))
         self.assertIn("board-2: failed: no space left", self.text("#rollouts"))
         self.assertIn("running, begun by ann: https://server/clock.tbx", self.text("#rollouts"))
         self.picture("rollout.png")
-        rollout["waves"][1]["board-3"] = board("done")
+        rollout["waves"][1] = [entry("board-3", "done")]
         self.publish("tarvio-fleet/v1/rollouts/r1", rollout)
         self.assertTrue(eventually(lambda: "wave 2: 1 of 1 done, 0 failed" in self.text("#rollouts")))
         self.publish("tarvio-fleet/v1/rollouts/r1", "")
