@@ -47,14 +47,14 @@ Result run(const Arguments& arguments) {
        .arguments = {{"app", arguments.operands.front()}},
        .seconds = arguments.seconds_of(kAnswerTimeout, kAnswerSeconds),
        .at_once = kAtOnce},
-      boards, [&](const BoardOutcome& outcome) {
+      boards, {.ended = [&](const BoardOutcome& outcome) {
         result.text += outcome.words() + "\n";
         json.push_back(
             {{"name", outcome.board}, {"state", outcome.state}, {"message", outcome.message}});
         if (!outcome.is_done() && result.status == kDone) {
           result.status = outcome.state == fleet_tool::kNoAnswer ? kTimeout : kFailed;
         }
-      });
+      }});
   while (inquiry.step(Deadline::never())) {
   }
   result.json = text_of(json);

@@ -12,7 +12,7 @@ namespace {
 
 using tarvio::Deadline;
 
-constexpr int kLookMs = 1000;
+constexpr int kLookMs = 200;
 // A board that has answered already answers again, and one that works on it does not begin again.
 constexpr int kAgainMs = 15'000;
 
@@ -36,11 +36,10 @@ std::string new_id() {
 }
 
 Inquiry::Inquiry(Observer& observer, Question question, std::vector<std::string> boards,
-                 Report report, Show show)
+                 Reports reports)
     : observer_(observer),
       question_(std::move(question)),
-      report_(std::move(report)),
-      show_(std::move(show)),
+      reports_(std::move(reports)),
       waiting_(boards.begin(), boards.end()) {
   observer_.set_listener(this);
   ask_next();
@@ -72,9 +71,20 @@ void Inquiry::ask_next() {
   }
 }
 
+bool Inquiry::is_online(const std::string& board) const {
+  const auto known = observer_.boards().find(board);
+  return known != observer_.boards().end() && known->second.is_online;
+}
+
+// Now and then, not with each message: there may be a thousand of both.
 void Inquiry::look_after() {
+  if (!next_look_.passed()) return;
+  next_look_ = Deadline::after(kLookMs);
   std::vector<std::string> late;
   for (auto& [board, asked] : asked_) {
+    const bool is_gone = !is_online(board);
+    if (reports_.presence && is_gone != asked.is_gone) reports_.presence(board, !is_gone);
+    asked.is_gone = is_gone;
     if (asked.given_up.passed()) {
       late.push_back(board);
     } else if (asked.again.passed()) {
@@ -82,22 +92,21 @@ void Inquiry::look_after() {
     }
   }
   for (const std::string& board : late) {
-    const auto known = observer_.boards().find(board);
-    const bool is_online = known != observer_.boards().end() && known->second.is_online;
+    const bool is_gone = asked_.at(board).is_gone;
     end(board, {.board = board,
                 .state = kNoAnswer,
-                .message = is_online ? "it has not answered in time" : "it has gone offline",
+                .message = is_gone ? "it has gone offline" : "it has not answered in time",
                 .answer = nullptr});
   }
 }
 
 void Inquiry::end(const std::string& board, const BoardOutcome& outcome) {
   asked_.erase(board);
-  report_(outcome);
+  reports_.ended(outcome);
 }
 
 bool Inquiry::step(const Deadline& until) {
-  (void)observer_.wait(Deadline::sooner(until, Deadline::after(kLookMs)));
+  (void)observer_.wait(Deadline::sooner(until, next_look_));
   look_after();
   ask_next();
   return !asked_.empty();
@@ -115,7 +124,7 @@ void Inquiry::on_progress(const std::string& board, const Json& progress) {
   const auto asked = asked_.find(board);
   if (asked == asked_.end()) return;
   asked->second.again = Deadline::after(kAgainMs);
-  if (show_) show_(board, progress);
+  if (reports_.progress) reports_.progress(board, progress);
 }
 
 }  // namespace fleet_tool

@@ -40,12 +40,15 @@ struct Question {
 
 class Inquiry : public Listener {
  public:
-  using Report = std::function<void(const BoardOutcome&)>;
-  using Show = std::function<void(const std::string& board, const Json& progress)>;
+  // Who is told of what. Only the first is needed.
+  struct Reports {
+    std::function<void(const BoardOutcome&)> ended;  // for each board, once
+    std::function<void(const std::string& board, const Json& progress)> progress = {};
+    // A board that was asked has gone offline, or come back.
+    std::function<void(const std::string& board, bool is_online)> presence = {};
+  };
 
-  // report  is called for each board, once.
-  Inquiry(Observer& observer, Question question, std::vector<std::string> boards, Report report,
-          Show show = {});
+  Inquiry(Observer& observer, Question question, std::vector<std::string> boards, Reports reports);
   Inquiry(const Inquiry&) = delete;
   Inquiry& operator=(const Inquiry&) = delete;
   ~Inquiry() override;
@@ -63,19 +66,21 @@ class Inquiry : public Listener {
   struct Asked {
     tarvio::Deadline given_up;
     tarvio::Deadline again;
+    bool is_gone = false;
   };
 
   void ask(const std::string& board, Asked& asked) const;
   void ask_next();
   void look_after();
+  [[nodiscard]] bool is_online(const std::string& board) const;
   void end(const std::string& board, const BoardOutcome& outcome);
 
   Observer& observer_;
   const Question question_;
-  const Report report_;
-  const Show show_;
+  const Reports reports_;
   std::deque<std::string> waiting_;
   std::map<std::string, Asked> asked_;
+  tarvio::Deadline next_look_ = tarvio::Deadline::after(0);
 };
 
 // A new id.

@@ -80,6 +80,12 @@ void RolloutReport::progress(const std::string& who, const Json& progress) {
   draw();
 }
 
+void RolloutReport::presence(const std::string& board, bool is_online) {
+  line(client::printable(board) +
+           (is_online ? ": online again" : ": offline; its answer may come later"),
+       {{"event", "presence"}, {"board", board}, {"online", is_online}});
+}
+
 void RolloutReport::pause(double seconds) {
   wave_boards_ = 0;
   last_progress_.clear();

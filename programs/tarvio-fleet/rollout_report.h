@@ -19,6 +19,8 @@ class RolloutReport {
   void board(const BoardOutcome& outcome);
   // Of a board, or of the transfer before the rollout; a step and how many bytes of it are done.
   void progress(const std::string& who, const Json& progress);
+  // Of a board that was asked and has not answered.
+  void presence(const std::string& board, bool is_online);
   void pause(double seconds);
   void end(const Rollout& rollout);
 

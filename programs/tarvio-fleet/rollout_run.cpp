@@ -135,16 +135,11 @@ bool RolloutRun::run_wave(size_t number) {
        .seconds = rollout_.answer_seconds,
        .at_once = kAtOnce},
       boards,
-      [&](const BoardOutcome& outcome) {
-        RolloutBoard& board = wave[outcome.board];
-        board.state = outcome.state;
-        board.message = outcome.is_done() ? "" : outcome.message;
-        // A board that has not answered may still be at work: it is asked for the same again.
-        if (outcome.state != kNoAnswer) ++board.tries;
-        if (!outcome.is_done()) ++failures_;
-        report_.board(outcome);
-      },
-      [&](const std::string& board, const Json& progress) { report_.progress(board, progress); });
+      {.ended = [&](const BoardOutcome& outcome) { take(outcome, wave[outcome.board]); },
+       .progress = [&](const std::string& board,
+                       const Json& progress) { report_.progress(board, progress); },
+       .presence = [&](const std::string& board,
+                       bool is_online) { report_.presence(board, is_online); }});
   while (inquiry.step(Deadline::after(kLookMs))) {
     save_now_and_then();
     if (is_interrupted()) return false;
@@ -152,6 +147,15 @@ bool RolloutRun::run_wave(size_t number) {
   }
   save();
   return !has_failed_too_often();
+}
+
+void RolloutRun::take(const BoardOutcome& outcome, RolloutBoard& board) {
+  board.state = outcome.state;
+  board.message = outcome.is_done() ? "" : outcome.message;
+  // A board that has not answered may still be at work: it is asked for the same again.
+  if (outcome.state != kNoAnswer) ++board.tries;
+  if (!outcome.is_done()) ++failures_;
+  report_.board(outcome);
 }
 
 bool RolloutRun::pause() {

@@ -23,6 +23,7 @@ class RolloutRun {
 
  private:
   bool run_wave(size_t number);
+  void take(const BoardOutcome& outcome, RolloutBoard& board);
   bool pause();
   void save();
   void save_now_and_then();

@@ -115,6 +115,19 @@ TEST_F(FleetRolloutTool, CountsABoardThatGoesAwayAsFailed) {
   EXPECT_THAT(ran.output, HasSubstr(R"("board":"board-0","state":"no answer")"));
 }
 
+TEST_F(FleetRolloutTool, SaysThatABoardHasGone) {
+  add(1, AnsweringBoard::silent);
+  BackgroundProgram program(line(rollout({"--wave", "100%", "--answer-timeout", "2"})));
+  Watcher watcher;
+  EXPECT_TRUE(watcher.until([&] { return !boards_[0]->requests().empty(); }));
+  watcher.publish(
+      {.topic = "tarvio/v1/board-0/online", .payload = R"({"online":false})", .is_retained = true});
+  EXPECT_EQ(program.end(), 1);
+  EXPECT_THAT(program.output(),
+              HasSubstr(R"({"event":"presence","board":"board-0","online":false})"));
+  EXPECT_EQ(events(program.output()).back()["failures"][0]["message"], "it has gone offline");
+}
+
 TEST_F(FleetRolloutTool, IsResumedWithThoseThatHaveFailed) {
   bool is_full = true;
   add(1);
