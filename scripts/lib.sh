@@ -7,7 +7,7 @@ build_packages=(cmake g++ make)
 client_packages=(nlohmann-json3-dev libsodium-dev)
 fleet_packages=(libmosquitto-dev libssl-dev libcurl4-openssl-dev) # what the agent and the operator's tool need
 demo_packages=(busybox)
-demo_fleet_packages=(mosquitto openssl "${demo_packages[@]}")
+demo_fleet_packages=(mosquitto openssl python3 "${demo_packages[@]}")
 browser_packages=(chromium chromium-driver python3-selenium)
 test_packages=(libgtest-dev libgmock-dev binutils minisign mtd-utils python3-prometheus-client socat
   "${fleet_packages[@]}" "${demo_fleet_packages[@]}" "${browser_packages[@]}")
