@@ -59,29 +59,41 @@ install(
   FILES packaging/systemd/hardening.conf
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
   RENAME tarviod-hardening.conf)
+if(TARGET tarvio-agent)
+  install(FILES packaging/agent.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+endif()
+if(TARGET tarvio-fleet)
+  install(
+    DIRECTORY packaging/fleet
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
+    USE_SOURCE_PERMISSIONS)
+endif()
 install(
   DIRECTORY examples/
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
   USE_SOURCE_PERMISSIONS
   REGEX "examples/CMakeLists.txt$" EXCLUDE)
 
-# Written at installation: it contains the manager's path, which depends on `cmake --install --prefix`.
-set(TARVIO_SERVICE "" CACHE STRING "Service file to install: systemd, init.d, openrc, procd or nothing")
+# Of the programs that are built. Written at installation: they contain the program's path, which depends on
+# `cmake --install --prefix`.
+set(TARVIO_SERVICE "" CACHE STRING "Service files to install: systemd, init.d, openrc, procd or nothing")
 if(TARVIO_SERVICE STREQUAL "systemd")
   set(service_kind FILES)
-  set(service_source packaging/systemd/tarviod.service.in)
+  set(service_suffix .service)
   set(service_directory lib/systemd/system)
 elseif(TARVIO_SERVICE MATCHES "^(init.d|openrc|procd)$")
   set(service_kind PROGRAMS)
-  set(service_source packaging/${TARVIO_SERVICE}/tarviod.in)
+  set(service_suffix "")
   set(service_directory ${CMAKE_INSTALL_SYSCONFDIR}/init.d)
 elseif(TARVIO_SERVICE)
   message(FATAL_ERROR "TARVIO_SERVICE is '${TARVIO_SERVICE}' and must be systemd, init.d, openrc, procd or empty")
 endif()
-if(TARVIO_SERVICE)
-  get_filename_component(service ${service_source} NAME_WLE)
-  set(service ${PROJECT_BINARY_DIR}/service/${service})
-  install(CODE "set(sbindir \${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_SBINDIR})
-configure_file(${PROJECT_SOURCE_DIR}/${service_source} ${service} @ONLY)")
-  install(${service_kind} ${service} DESTINATION ${service_directory})
-endif()
+foreach(program tarviod tarvio-agent)
+  if(TARVIO_SERVICE AND TARGET ${program})
+    set(source ${PROJECT_SOURCE_DIR}/packaging/${TARVIO_SERVICE}/${program}${service_suffix}.in)
+    set(service ${PROJECT_BINARY_DIR}/service/${program}${service_suffix})
+    install(CODE "set(sbindir \${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_SBINDIR})
+configure_file(${source} ${service} @ONLY)")
+    install(${service_kind} ${service} DESTINATION ${service_directory})
+  endif()
+endforeach()

@@ -37,7 +37,7 @@ class FleetAccess : public testing::Test {
                              "#; s#/etc/mosquitto/tarvio-passwords#" + path("passwords") +
                              "#; s#/etc/mosquitto/tarvio-access#" + kFleetFiles +
                              "/access#; s#^persistence .*#persistence false#; "
-                             "s#/usr/share/tarvio-fleet/page#" +
+                             "s#/usr/share/tarvio/fleet-page#" +
                              path("") + "#' " + kFleetFiles + "/mosquitto.conf >conf");
     broker_ = std::make_unique<BrokerProcess>(read_file(path("conf")));
   }
