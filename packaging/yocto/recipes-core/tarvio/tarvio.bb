@@ -15,24 +15,31 @@ def tarvio_version(d):
 
 PV = "${@tarvio_version(d)}"
 
-inherit externalsrc cmake systemd update-rc.d bash-completion
+inherit externalsrc cmake systemd update-rc.d useradd bash-completion
 
 EXTERNALSRC = "${TARVIO_TREE}"
 EXTERNALSRC_BUILD = "${WORKDIR}/build"
 DEPENDS = "libsodium nlohmann-json"
 EXTRA_OECMAKE = "-DCMAKE_BUILD_TYPE=MinSizeRel -DCMAKE_SKIP_INSTALL_RPATH=ON"
 
+# The agent of a fleet and the operator's tool are built where their libraries are.
+PACKAGECONFIG ??= ""
+PACKAGECONFIG[fleet] = ",,mosquitto openssl curl"
+TARVIO_SERVICES = "tarviod ${@bb.utils.contains('PACKAGECONFIG', 'fleet', 'tarvio-agent', '', d)}"
+
 do_install:append() {
     install -d ${D}${sysconfdir}/tarvio/apps.d ${D}${sysconfdir}/init.d ${D}${systemd_system_unitdir}
     install -m 0644 ${S}/packaging/tarviod.conf ${D}${sysconfdir}/tarvio/
     # The classes keep the one that the distribution's init takes.
-    sed 's|@sbindir@|${sbindir}|' ${S}/packaging/init.d/tarviod.in >${D}${sysconfdir}/init.d/tarviod
-    chmod 0755 ${D}${sysconfdir}/init.d/tarviod
-    sed 's|@sbindir@|${sbindir}|' ${S}/packaging/systemd/tarviod.service.in \
-        >${D}${systemd_system_unitdir}/tarviod.service
+    for program in ${TARVIO_SERVICES}; do
+        sed 's|@sbindir@|${sbindir}|' ${S}/packaging/init.d/$program.in >${D}${sysconfdir}/init.d/$program
+        chmod 0755 ${D}${sysconfdir}/init.d/$program
+        sed 's|@sbindir@|${sbindir}|' ${S}/packaging/systemd/$program.service.in \
+            >${D}${systemd_system_unitdir}/$program.service
+    done
 }
 
-PACKAGES =+ "libtarvio tarviod"
+PACKAGES =+ "libtarvio tarviod tarvio-agent tarvio-fleet tarvio-transfer"
 FILES:libtarvio = "${libdir}/libtarvio.so.*"
 FILES:tarviod = "${sbindir}/tarviod ${sysconfdir}/tarvio ${sysconfdir}/init.d/tarviod \
     ${systemd_system_unitdir}/tarviod.service"
@@ -42,7 +49,21 @@ FILES:${PN} += "${datadir}/fish ${datadir}/zsh"
 RDEPENDS:${PN} = "opkg binutils tar gzip coreutils"
 RRECOMMENDS:${PN} = "tarviod mtd-utils mtd-utils-jffs2"
 
-SYSTEMD_PACKAGES = "tarviod"
+FILES:tarvio-agent = "${sbindir}/tarvio-agent ${sysconfdir}/init.d/tarvio-agent \
+    ${systemd_system_unitdir}/tarvio-agent.service"
+RDEPENDS:tarvio-agent = "${PN} tarvio-transfer"
+RRECOMMENDS:tarvio-agent = "tarviod"
+FILES:tarvio-fleet = "${bindir}/tarvio-fleet ${datadir}/tarvio/fleet-page"
+RDEPENDS:tarvio-fleet = "tarvio-transfer"
+FILES:tarvio-transfer = "${bindir}/tarvio-transfer"
+RRECOMMENDS:tarvio-transfer = "ca-certificates"
+
+SYSTEMD_PACKAGES = "${TARVIO_SERVICES}"
 SYSTEMD_SERVICE:tarviod = "tarviod.service"
-INITSCRIPT_PACKAGES = "tarviod"
+SYSTEMD_SERVICE:tarvio-agent = "tarvio-agent.service"
+INITSCRIPT_PACKAGES = "${TARVIO_SERVICES}"
 INITSCRIPT_NAME:tarviod = "tarviod"
+INITSCRIPT_NAME:tarvio-agent = "tarvio-agent"
+USERADD_PACKAGES = "tarvio-agent"
+USERADD_PARAM:tarvio-agent = "--system --user-group --no-create-home --home-dir /nonexistent \
+    --shell ${base_sbindir}/nologin tarvio-agent"
