@@ -11,6 +11,7 @@
 #include "packages/dependencies.h"
 #include "packages/needed_space.h"
 #include "packages/opkg_information.h"
+#include "packages/opkg_status.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
 #include "process/required_tools.h"
@@ -101,7 +102,8 @@ void install(const std::string& file, const Request& request, Change& change) {
   change.name = package.name;
   change.now = before;
   // Releases of opkg differ in what they do then.
-  if (before.version == package.version && !request.is_forced) {
+  if (before.version == package.version && !request.is_forced &&
+      is_whole_installation(directory, package.name, package.version, request.timeout_seconds)) {
     change.fact = package.name + " " + package.version + " is already installed; nothing changed";
     return;
   }
