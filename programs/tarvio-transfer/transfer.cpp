@@ -3,11 +3,13 @@
 #include <fcntl.h>
 #include <getopt.h>
 #include <sodium.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -241,17 +243,29 @@ std::string defect_of(const Options& options, int fd) {
   return "";
 }
 
+void empty(int fd, const std::string& file) {
+  if (ftruncate(fd, 0) != 0 || lseek(fd, 0, SEEK_SET) != 0)
+    fail_of_system("cannot write '" + file + "'");
+}
+
 void get(const Options& options) {
   const std::string part = options.file + ".part";
   const tarvio::Fd fd(open(part.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kMode));
   if (!fd.valid()) fail_of_system("cannot write '" + part + "'");
   Figures figures;
-  if (options.size < 0 || size_of(fd.get()) != options.size) {
-    // What is too long is of another file.
-    if (options.size >= 0 && size_of(fd.get()) > options.size) (void)ftruncate(fd.get(), 0);
+  // Without a size, nobody knows whether it is continued or whole. What is too long is of another
+  // file.
+  if (options.size < 0 || size_of(fd.get()) > options.size) empty(fd.get(), part);
+  const bool is_continued = size_of(fd.get()) > 0;
+  if (size_of(fd.get()) != options.size) transfer(options, fd.get(), options.size, figures);
+  std::string defect = defect_of(options, fd.get());
+  // A power cut may have left bytes that were never written.
+  if (!defect.empty() && is_continued) {
+    empty(fd.get(), part);
     transfer(options, fd.get(), options.size, figures);
+    defect = defect_of(options, fd.get());
   }
-  if (const std::string defect = defect_of(options, fd.get()); !defect.empty()) {
+  if (!defect.empty()) {
     (void)unlink(part.c_str());
     fail(defect);
   }
@@ -311,6 +325,8 @@ int main(int argc, char** argv) {
         return kUsage;
     }
   }
+  // It must not go on beside the one that the next agent starts.
+  (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
   const std::string what = argc - optind == 3 ? argv[optind] : "";
   if (what != "get" && what != "put") {
     return complain("say what to transfer: 'tarvio-transfer --help' shows how", kUsage);

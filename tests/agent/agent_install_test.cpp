@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <string>
@@ -181,6 +182,36 @@ TEST_F(AgentInstall, GoesOnAfterABreak) {
   }));
   server_.go_on();
   EXPECT_EQ(answer()["state"], "done");
+  EXPECT_EQ(installed(), "1.0");
+}
+
+// A server that sends nothing more is not waited for for ever.
+TEST_F(AgentInstall, GoesOnAfterAServerThatStandsStill) {
+  start_agent();
+  server_.stall_after(100);
+  send(arguments());
+  EXPECT_TRUE(watcher_.until(
+      [this] { return server_.requests().find("GET /clock.tbx bytes=100-") != std::string::npos; },
+      std::chrono::seconds(50)));
+  server_.go_on();
+  EXPECT_EQ(answer()["state"], "done");
+  EXPECT_EQ(installed(), "1.0");
+}
+
+// As a power cut leaves a file whose bytes were never written.
+TEST_F(AgentInstall, FetchesAgainWhatACutHasSpoilt) {
+  server_.stall_after(100);
+  start_agent();
+  send(arguments());
+  const std::filesystem::path part = agent_->directory() / "files/r1.tbx.part";
+  ASSERT_TRUE(eventually(
+      [&] { return std::filesystem::exists(part) && std::filesystem::file_size(part) == 100; }));
+  agent_->program().kill();
+  write_file(part, std::string(200, '\0'));
+  server_.go_on();
+  agent_->start();
+  EXPECT_EQ(answer()["state"], "done");
+  EXPECT_THAT(server_.requests(), HasSubstr("GET /clock.tbx bytes=200-\nGET /clock.tbx\n"));
   EXPECT_EQ(installed(), "1.0");
 }
 
