@@ -39,6 +39,8 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess();
 
+  [[nodiscard]] pid_t pid() const { return pid_; }
+
   // What to wait for.
   void list(pollfd* files) const;
   // Reads; returns its end, once.

@@ -106,6 +106,12 @@ void add_properties_of(const Message& message, Properties& properties) {
   }
 }
 
+// The loss that follows says so.
+bool is_of_connection(int result) {
+  return result == MOSQ_ERR_NO_CONN || result == MOSQ_ERR_CONN_LOST || result == MOSQ_ERR_ERRNO ||
+         result == MOSQ_ERR_TLS;
+}
+
 std::string time_words(std::time_t time) {
   tm parts = {};
   std::array<char, 32> text = {};
@@ -307,15 +313,19 @@ int Session::publish(const Message& message) {
   Properties properties;
   add_properties_of(message, properties);
   int id = 0;
-  check(mosquitto_publish_v5(client_.get(), &id, message.topic.c_str(),
-                             static_cast<int>(message.payload.size()), message.payload.data(),
-                             message.qos, message.is_retained, properties.list()),
-        "cannot publish");
+  const int result = mosquitto_publish_v5(
+      client_.get(), &id, message.topic.c_str(), static_cast<int>(message.payload.size()),
+      message.payload.data(), message.qos, message.is_retained, properties.list());
+  if (result == MOSQ_ERR_OVERSIZE_PACKET) {
+    throw TooLong("the message is longer than the broker takes");
+  }
+  if (!is_of_connection(result)) check(result, "cannot publish");
   return id;
 }
 
 void Session::subscribe(const std::string& filter, int qos) {
-  check(mosquitto_subscribe(client_.get(), nullptr, filter.c_str(), qos), "cannot subscribe");
+  const int result = mosquitto_subscribe(client_.get(), nullptr, filter.c_str(), qos);
+  if (!is_of_connection(result)) check(result, "cannot subscribe");
 }
 
 void Session::disconnect() {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <random>
+#include <stdexcept>
 #include <string>
 
 #include "base/deadline.h"
@@ -63,6 +64,11 @@ class Delays {
   int longest_ms_ = 2000;  // at the beginning, when a network may come a moment later
 };
 
+// A message is longer than the broker takes.
+struct TooLong : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 class Session {
  public:
   // Throws std::runtime_error for certificates or a password that cannot be used.
@@ -85,8 +91,8 @@ class Session {
   [[nodiscard]] bool is_connected() const { return is_connected_; }
 
   // Only of a session that is connected. Publishing returns a number that is delivered, unless the
-  // connection is lost before, for a message with a quality of service. Both throw
-  // std::runtime_error.
+  // connection is lost before, for a message with a quality of service; that one is published again
+  // after the loss. Both throw std::runtime_error, the first a TooLong as well.
   int publish(const Message& message);
   void subscribe(const std::string& filter, int qos = 1);
 

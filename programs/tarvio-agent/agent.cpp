@@ -15,6 +15,7 @@
 #include "agent_settings.h"
 #include "channel.h"
 #include "link.h"
+#include "say.h"
 #include "worker.h"
 
 namespace {
@@ -97,7 +98,7 @@ int main(int argc, char** argv) {
     const Settings settings = agent::read_settings(file);
     return is_check ? EXIT_SUCCESS : run(settings);
   } catch (const std::exception& error) {
-    (void)std::fprintf(stderr, "tarvio-agent: %s\n", error.what());
+    agent::say(error.what());
     return EXIT_FAILURE;
   }
 }

@@ -1,5 +1,6 @@
 #include "channel.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -8,7 +9,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "base/deadline.h"
 #include "base/pipe.h"
 
 namespace agent {
@@ -17,7 +17,7 @@ namespace {
 
 // A record is the number of its texts, and each with its length in front.
 constexpr size_t kMaxTexts = 8;
-constexpr size_t kMaxTextBytes = size_t{1} << 20U;
+constexpr size_t kMaxTextBytes = size_t{8} << 20U;
 
 void add_number(std::string& bytes, size_t number) {
   const auto value = static_cast<uint32_t>(number);
@@ -36,14 +36,25 @@ std::optional<size_t> take_number(std::string_view& bytes, size_t most) {
 
 }  // namespace
 
-void Channel::send(const Record& record) const {
+void Channel::send(const Record& record) {
   std::string bytes;
   add_number(bytes, record.size());
   for (const std::string& text : record) {
     add_number(bytes, text.size());
     bytes += text;
   }
-  if (!tarvio::send_all(socket_.get(), bytes, tarvio::Deadline::never())) throw ChannelClosed();
+  for (std::string_view rest = bytes; !rest.empty();) {
+    const ssize_t count = tarvio::retried([&] {
+      return ::send(socket_.get(), rest.data(), rest.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    });
+    if (count >= 0) {
+      rest.remove_prefix(static_cast<size_t>(count));
+      continue;
+    }
+    if (errno != EAGAIN) throw ChannelClosed();
+    pollfd file = {.fd = socket_.get(), .events = POLLIN | POLLOUT, .revents = 0};
+    if (poll(&file, 1, -1) > 0 && (file.revents & ~POLLOUT) != 0) receive();
+  }
 }
 
 void Channel::receive() {
@@ -53,9 +64,11 @@ void Channel::receive() {
   if (count < 0 && errno == EAGAIN) return;
   if (count <= 0) throw ChannelClosed();
   bytes_.append(room.data(), static_cast<size_t>(count));
+  has_received_ = true;
 }
 
 std::optional<Record> Channel::next() {
+  has_received_ = false;  // unless there is one
   std::string_view rest = bytes_;
   const std::optional<size_t> count = take_number(rest, kMaxTexts);
   if (!count || *count == 0) return std::nullopt;
@@ -67,6 +80,7 @@ std::optional<Record> Channel::next() {
     rest.remove_prefix(*size);
   }
   bytes_.erase(0, bytes_.size() - rest.size());
+  has_received_ = true;
   return record;
 }
 

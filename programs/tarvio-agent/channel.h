@@ -16,9 +16,12 @@ using Record = std::vector<std::string>;
 
 // From the link, which speaks to the broker.
 inline constexpr char kConnected[] = "connected";
-inline constexpr char kLost[] = "lost";            // CAUSE
+inline constexpr char kLost[] = "lost";            // CAUSE KEPT
 inline constexpr char kRequested[] = "requested";  // PAYLOAD RESPONSE-TOPIC CORRELATION SECONDS
 inline constexpr char kDelivered[] = "delivered";  // what was to be published last
+inline constexpr char kTooLong[] = "too-long";     // that, for the broker
+// KEPT is "1" when it will send once more by itself, after the loss, what was to be published last.
+
 // To it.
 inline constexpr char kPublish[] = "publish";  // TOPIC PAYLOAD QOS RETAINED CORRELATION
 
@@ -31,17 +34,21 @@ class Channel {
 
   [[nodiscard]] int fd() const { return socket_.get(); }
 
-  // Waits until the other process takes it. Throws ChannelClosed.
-  void send(const Record& record) const;
+  // Waits until the other process takes it, and takes in what that sends meanwhile: it may wait for
+  // this one. Throws ChannelClosed.
+  void send(const Record& record);
 
   // Takes in what has come, without waiting. Throws ChannelClosed.
   void receive();
   // The next record that is whole.
   std::optional<Record> next();
+  // Whether something has come since there was no next one.
+  [[nodiscard]] bool has_received() const { return has_received_; }
 
  private:
   tarvio::Fd socket_;
   std::string bytes_;
+  bool has_received_ = false;
 };
 
 }  // namespace agent

@@ -1,19 +1,18 @@
 #include "facts.h"
 
 #include <sys/inotify.h>
-#include <sys/statvfs.h>
-#include <sys/sysinfo.h>
 
-#include <cerrno>
-#include <ctime>
-#include <fstream>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "base/pipe.h"
 #include "fleet/payload.h"
 #include "fleet/topics.h"
+#include "opkg_records.h"
 #include "runtime/run_paths.h"
-#include "tarvio/tarvio.h"
+#include "say.h"
+#include "system_facts.h"
 
 namespace agent {
 
@@ -24,20 +23,12 @@ using tarvio::Deadline;
 
 constexpr int kBetweenLooksMs = 1000;
 constexpr int kBetweenSearchesMs = 5000;
-constexpr char kPackageDirectory[] = "/usr/lib/opkg/info";
+constexpr int kAfterFailureMs = 60'000;
 constexpr uint32_t kChanges = IN_MOVED_TO | IN_CLOSE_WRITE | IN_DELETE | IN_CREATE;
 
-uint64_t free_bytes() {
-  struct statvfs space = {};
-  if (statvfs("/", &space) != 0) return 0;
-  return uint64_t{space.f_bavail} * space.f_frsize;
-}
-
-// In seconds since the epoch. The difference to now is the uptime, which would change all the time.
-int64_t boot_time() {
-  timespec uptime = {};
-  (void)clock_gettime(CLOCK_BOOTTIME, &uptime);
-  return static_cast<int64_t>(std::time(nullptr)) - static_cast<int64_t>(uptime.tv_sec);
+std::string json_text_in(const fleet::ChildEnd& end) {
+  const Json json = Json::parse(end.output, nullptr, false);
+  return json.is_discarded() ? "null" : fleet::payload_of(json);
 }
 
 }  // namespace
@@ -46,12 +37,14 @@ Facts::Facts(const Settings& settings, Outbox& outbox)
     : settings_(settings),
       outbox_(outbox),
       inotify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
-      sources_{Source{.topic = fleet::kApps,
-                      .words = {"tarvio", "status", "--wide", "--json"},
-                      .directory = runtime::kRunDirectory},
-               Source{.topic = fleet::kPackages,
-                      .words = {"tarvio", "list", "--json"},
-                      .directory = kPackageDirectory}} {
+      sources_{
+          Source{.take = &Facts::take_version, .words = {"tarvio", "--version"}, .watches = {}},
+          Source{.take = &Facts::take_apps,
+                 .words = {"tarvio", "status", "--wide", "--json"},
+                 .watches = {{.directory = runtime::kRunDirectory}}},
+          Source{.take = &Facts::take_packages,
+                 .words = {"tarvio", "list", "--json"},
+                 .watches = {{.directory = kInformation}, {.directory = kStatusDirectory}}}} {
   watch();
 }
 
@@ -59,20 +52,36 @@ Facts::Facts(const Settings& settings, Outbox& outbox)
 void Facts::watch() {
   next_watch_ = Deadline::never();
   for (Source& source : sources_) {
-    if (source.watch >= 0) continue;
-    source.watch = inotify_add_watch(inotify_.get(), source.directory, kChanges);
-    if (source.watch >= 0) source.has_changed = true;
-    if (source.watch < 0) next_watch_ = Deadline::after(kBetweenSearchesMs);
+    for (Source::Watch& watch : source.watches) {
+      if (watch.number >= 0) continue;
+      watch.number = inotify_add_watch(inotify_.get(), watch.directory, kChanges);
+      if (watch.number >= 0) source.has_changed = true;
+      if (watch.number < 0) next_watch_ = Deadline::after(kBetweenSearchesMs);
+    }
   }
 }
 
 void Facts::tell_system() {
   outbox_.keep(fleet::kOnline, fleet::payload_of({{"online", true}}));
-  outbox_.keep(fleet::kSystem, fleet::payload_of({{"agent", TARVIO_VERSION},
-                                                  {"tags", settings_.tags},
-                                                  {"booted", boot_time()},
-                                                  {"free_bytes", free_bytes()},
-                                                  {"clock", std::time(nullptr)}}));
+  outbox_.keep(fleet::kSystem, fleet::payload_of(system_facts(settings_, client_version_)));
+}
+
+// "tarvio VERSION"
+void Facts::take_version(const fleet::ChildEnd& end) {
+  const std::string line = end.output.substr(0, end.output.find('\n'));
+  client_version_ = line.substr(line.rfind(' ') + 1);
+  tell_system();
+}
+
+void Facts::take_apps(const fleet::ChildEnd& end) {
+  outbox_.keep(fleet::kApps, json_text_in(end));
+  if (std::exchange(has_manager_, end.status == 0) != has_manager_) tell_system();
+}
+
+// Free space and what opkg has left half done change with them.
+void Facts::take_packages(const fleet::ChildEnd& end) {
+  outbox_.keep(fleet::kPackages, json_text_in(end));
+  tell_system();
 }
 
 void Facts::list(pollfd* files) const {
@@ -99,10 +108,11 @@ Deadline Facts::due() const {
 
 void Facts::take_change(int watched, uint32_t change) {
   for (Source& source : sources_) {
-    if (source.watch != watched) continue;
-    source.has_changed = true;
-    if ((change & IN_IGNORED) != 0) {  // the directory is gone
-      source.watch = -1;
+    for (Source::Watch& watch : source.watches) {
+      if (watch.number != watched) continue;
+      source.has_changed = true;
+      if ((change & IN_IGNORED) == 0) continue;
+      watch.number = -1;  // the directory is gone
       next_watch_ = Deadline::after(0);
     }
   }
@@ -123,13 +133,18 @@ void Facts::go_on(Source& source) {
   if (source.child != nullptr) {
     if (const std::optional<fleet::ChildEnd> ended = source.child->step()) {
       source.child.reset();
-      const Json json = Json::parse(ended->output, nullptr, false);
-      outbox_.keep(source.topic, json.is_discarded() ? "null" : fleet::payload_of(json));
+      (this->*source.take)(*ended);
     }
   } else if (source.has_changed && source.not_before.passed()) {
     source.has_changed = false;
     source.not_before = Deadline::after(kBetweenLooksMs);
-    source.child = std::make_unique<fleet::ChildProcess>(source.words);
+    try {
+      source.child = std::make_unique<fleet::ChildProcess>(source.words);
+    } catch (const std::runtime_error& error) {
+      say(error.what());
+      source.has_changed = true;
+      source.not_before = Deadline::after(kAfterFailureMs);
+    }
   }
 }
 

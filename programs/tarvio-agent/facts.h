@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "agent_settings.h"
 #include "base/deadline.h"
@@ -18,7 +19,7 @@ namespace agent {
 
 class Facts {
  public:
-  static constexpr size_t kFiles = 1 + 2 * fleet::ChildProcess::kFiles;
+  static constexpr size_t kFiles = 1 + 3 * fleet::ChildProcess::kFiles;
 
   Facts(const Settings& settings, Outbox& outbox);
 
@@ -30,12 +31,15 @@ class Facts {
   void tell_system();
 
  private:
-  // A topic that tarvio fills, when something has changed, but at most once a second.
+  // What tarvio says, when something has changed, but at most once a second.
   struct Source {
-    const char* topic;
+    void (Facts::*take)(const fleet::ChildEnd& end);
     std::vector<std::string> words;
-    const char* directory;  // whose files change with it
-    int watch = -1;
+    struct Watch {
+      const char* directory;
+      int number = -1;  // negative where the directory is not there
+    };
+    std::vector<Watch> watches;  // of directories whose files change with it
     bool has_changed = true;
     tarvio::Deadline not_before = tarvio::Deadline::after(0);
     std::unique_ptr<fleet::ChildProcess> child = nullptr;
@@ -45,12 +49,17 @@ class Facts {
   void take_changes();
   void take_change(int watched, uint32_t change);
   void go_on(Source& source);
+  void take_version(const fleet::ChildEnd& end);
+  void take_apps(const fleet::ChildEnd& end);
+  void take_packages(const fleet::ChildEnd& end);
 
   const Settings& settings_;
   Outbox& outbox_;
   tarvio::Fd inotify_;
   tarvio::Deadline next_watch_ = tarvio::Deadline::never();
-  std::array<Source, 2> sources_;
+  std::array<Source, 3> sources_;
+  std::string client_version_;
+  bool has_manager_ = false;
 };
 
 }  // namespace agent

@@ -1,7 +1,10 @@
 #include "job.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <utility>
+
+#include "orphan.h"
 
 namespace agent {
 
@@ -9,25 +12,42 @@ namespace {
 
 constexpr char kTransfer[] = "tarvio-transfer";
 constexpr char kMaxSignatureBytes[] = "4096";
+constexpr char kSignature[] = ".minisig";
+constexpr char kPart[] = ".part";  // as tarvio-transfer calls what it has not got whole
+
+std::string file_of(const std::string& directory, const std::string& id) {
+  return directory + "/files/" + id + ".tbx";
+}
 
 }  // namespace
+
+void remove_files(const std::string& directory, const std::string& id) {
+  for (const std::string& ending : {std::string(), std::string(kSignature)}) {
+    const std::string file = file_of(directory, id) + ending;
+    (void)std::remove(file.c_str());
+    (void)std::remove((file + kPart).c_str());
+  }
+}
 
 Json answer_of(const std::string& id, const char* state, const std::string& message) {
   return {{"id", id.empty() ? Json() : Json(id)}, {"state", state}, {"message", message}};
 }
 
 Job::Job(Request request, const Settings& settings, std::string note, Show show)
-    : request_(std::move(request)), note_(std::move(note)), show_(std::move(show)) {
-  plan(settings);
+    : request_(std::move(request)),
+      settings_(settings),
+      note_(std::move(note)),
+      show_(std::move(show)) {
+  plan();
   start_next();
 }
 
-void Job::plan(const Settings& settings) {
-  const std::string base = settings.directory + "/files/" + request_.id + ".tbx";
+void Job::plan() {
+  const std::string base = file_of(settings_.directory, request_.id);
   const Transfer& download = request_.download;
   std::vector<std::string> get = {kTransfer, "get"};
-  if (!settings.download_ca_file.empty()) {
-    get.insert(get.end(), {"--ca-file", settings.download_ca_file});
+  if (!settings_.download_ca_file.empty()) {
+    get.insert(get.end(), {"--ca-file", settings_.download_ca_file});
   }
   std::vector<std::string> put = get;
   put[1] = "put";
@@ -39,8 +59,7 @@ void Job::plan(const Settings& settings) {
   work.insert(work.end(), request_.words.begin(), request_.words.end());
   work.emplace_back("--json");
   if (!download.url.empty()) {
-    const std::string signature = base + ".minisig";
-    files_ = {base, base + ".part", signature, signature + ".part"};
+    const std::string signature = base + kSignature;
     const bool needs_signature = request_.words.back() == "--require-signature";
     steps_.push_back(
         {.name = "download",
@@ -48,12 +67,11 @@ void Job::plan(const Settings& settings) {
                              "--sha256", download.sha256})});
     steps_.push_back(
         {.name = "signature",
-         .words = with(get, {download.url + ".minisig", signature, "--limit", kMaxSignatureBytes}),
+         .words = with(get, {download.url + kSignature, signature, "--limit", kMaxSignatureBytes}),
          .may_fail = !needs_signature});
     work.push_back(base);
   }
   if (!request_.upload.url.empty()) {
-    files_ = {base};
     work.insert(work.end(), {"--to", base, "--overwrite"});
   }
   steps_.push_back({.name = "work", .words = std::move(work), .is_result = true});
@@ -68,6 +86,9 @@ void Job::start_next() {
   child_ = std::make_unique<fleet::ChildProcess>(
       step.words, step.is_result ? std::function<void(std::string_view)>()
                                  : [this](std::string_view line) { show(line); });
+  if (step.is_result && request_.room == Room::kPackagesAndFlash) {
+    write_working(settings_.directory, child_->pid());
+  }
 }
 
 // What the transfer says each second.
@@ -79,6 +100,12 @@ void Job::show(std::string_view line) const {
   show_(progress);
 }
 
+// Of a removal that is run again, although the cut came only after its end.
+bool Job::is_done_already(const fleet::ChildEnd& ended) const {
+  return !note_.empty() && request_.command == "remove" && ended.status != 0 &&
+         result_.is_array() && result_.size() == 1 && result_[0].value("code", 0) == ENOPKG;
+}
+
 std::optional<Json> Job::step() {
   const std::optional<fleet::ChildEnd> ended = child_->step();
   if (!ended) return std::nullopt;
@@ -86,6 +113,8 @@ std::optional<Json> Job::step() {
   if (step.is_result) {
     const Json json = Json::parse(ended->output, nullptr, false);
     result_ = json.is_discarded() ? Json() : json;
+    remove_working(settings_.directory);
+    if (is_done_already(*ended)) return end(0, "");
   }
   const bool has_failed = ended->status != 0 && !step.may_fail;
   if (!has_failed && ++next_ < steps_.size()) {
@@ -100,7 +129,7 @@ std::optional<Json> Job::step() {
 }
 
 Json Job::end(int status, const std::string& message) {
-  for (const std::string& file : files_) (void)std::remove(file.c_str());
+  remove_files(settings_.directory, request_.id);
   Json answer =
       answer_of(request_.id, status == 0 ? kDone : kFailed,
                 message.empty() ? (status == 0 ? "Success" : "no reason was given") : message);

@@ -26,12 +26,15 @@ inline constexpr char kInterrupted[] = "interrupted";
 // What every answer has.
 Json answer_of(const std::string& id, const char* state, const std::string& message);
 
+// The files that a request brings, or takes away, which a cut may have left.
+void remove_files(const std::string& directory, const std::string& id);
+
 class Job {
  public:
   using Show = std::function<void(const Json& progress)>;
 
   // settings  with a directory for the files that come and go.
-  // note      what the answer says besides, empty for nothing.
+  // note      what the answer says besides, of a request that is run again; empty for another one.
   Job(Request request, const Settings& settings, std::string note, Show show);
 
   [[nodiscard]] const Request& request() const { return request_; }
@@ -49,18 +52,19 @@ class Job {
     bool is_result = false;  // what it writes is the result of the job
   };
 
-  void plan(const Settings& settings);
+  void plan();
   void start_next();
+  [[nodiscard]] bool is_done_already(const fleet::ChildEnd& ended) const;
   void show(std::string_view line) const;
   [[nodiscard]] Json end(int status, const std::string& message);
 
   const Request request_;
+  const Settings& settings_;
   const std::string note_;
   const Show show_;
   std::vector<Step> steps_;
   size_t next_ = 0;
   std::unique_ptr<fleet::ChildProcess> child_;
-  std::vector<std::string> files_;  // to be removed in the end
   Json result_;
 };
 

@@ -9,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -17,6 +16,7 @@
 
 #include "fleet/session.h"
 #include "fleet/topics.h"
+#include "say.h"
 
 namespace agent {
 
@@ -85,7 +85,8 @@ class Link {
         channel_.send({kConnected});
         break;
       case Event::Kind::kLost:
-        channel_.send({kLost, event.cause});
+        if (last_qos_ == 0) last_id_ = 0;  // not published again
+        channel_.send({kLost, event.cause, last_id_ != 0 ? "1" : "0"});
         break;
       case Event::Kind::kMessage:
         if (event.message.topic == request_topic_ && !event.message.is_retained) {
@@ -93,12 +94,14 @@ class Link {
         }
         break;
       case Event::Kind::kDelivered:
-        if (event.id == last_id_) channel_.send({kDelivered});
+        if (event.id != last_id_) break;
+        last_id_ = 0;
+        channel_.send({kDelivered});
         break;
     }
   }
 
-  void pass_on(const Message& request) const {
+  void pass_on(const Message& request) {
     channel_.send({kRequested, request.payload, request.response_topic, request.correlation,
                    request.seconds ? std::to_string(*request.seconds) : ""});
   }
@@ -107,17 +110,24 @@ class Link {
   void publish(const Record& record) {
     if (record.size() != 6 || record[0] != kPublish) throw ChannelClosed();
     if (!session_.is_connected()) return;
-    last_id_ = session_.publish({.topic = record[1],
-                                 .payload = record[2],
-                                 .is_retained = record[4] == "1",
-                                 .qos = record[3] == "0" ? 0 : 1,
-                                 .correlation = record[5]});
+    const Message message = {.topic = record[1],
+                             .payload = record[2],
+                             .is_retained = record[4] == "1",
+                             .qos = record[3] == "0" ? 0 : 1,
+                             .correlation = record[5]};
+    try {
+      last_id_ = session_.publish(message);
+      last_qos_ = message.qos;
+    } catch (const fleet::TooLong&) {
+      channel_.send({kTooLong});
+    }
   }
 
   std::string request_topic_;
   Session session_;
   Channel channel_;
-  int last_id_ = 0;
+  int last_id_ = 0;  // of what is to be delivered; 0 for nothing
+  int last_qos_ = 0;
 };
 
 }  // namespace
@@ -132,7 +142,7 @@ int run_link(const Settings& settings, Channel channel) {
   } catch (const ChannelClosed&) {
     return EXIT_SUCCESS;
   } catch (const std::exception& error) {
-    (void)std::fprintf(stderr, "tarvio-agent: %s\n", error.what());
+    say(error.what());
     return EXIT_FAILURE;
   }
 }

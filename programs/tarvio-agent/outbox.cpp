@@ -15,11 +15,12 @@ void Outbox::keep(const std::string& name, const std::string& text) {
   if (is_connected_) add({.topic = topic, .text = text, .is_kept = true});
 }
 
-void Outbox::answer(const std::string& topic, const std::string& correlation,
-                    const std::string& text, std::function<void()> delivered) {
-  add({.topic = topic,
+void Outbox::answer(const ReturnAddress& asker, const std::string& text, const std::string& shorter,
+                    std::function<void()> delivered) {
+  add({.topic = asker.topic,
        .text = text,
-       .correlation = correlation,
+       .correlation = asker.correlation,
+       .shorter = shorter,
        .delivered = std::move(delivered)});
 }
 
@@ -32,17 +33,19 @@ void Outbox::show(const std::string& text) {
 // The broker may have been replaced by one that keeps nothing.
 void Outbox::on_connected() {
   is_connected_ = true;
-  is_waiting_ = false;
   for (const auto& [topic, text] : kept_) {
     add({.topic = topic, .text = text, .is_kept = true});
   }
   send_next();
 }
 
-void Outbox::on_lost() {
+void Outbox::on_lost(bool is_kept) {
   is_connected_ = false;
-  is_waiting_ = false;
-  std::erase_if(items_, [](const Item& item) { return item.is_kept || item.is_progress; });
+  is_waiting_ = is_waiting_ && is_kept;
+  const auto first = items_.begin() + (is_waiting_ ? 1 : 0);
+  items_.erase(std::remove_if(first, items_.end(),
+                              [](const Item& item) { return item.is_kept || item.is_progress; }),
+               items_.end());
 }
 
 void Outbox::on_delivered() {
@@ -51,6 +54,15 @@ void Outbox::on_delivered() {
   const Item item = std::move(items_.front());
   items_.pop_front();
   if (item.delivered) item.delivered();
+  send_next();
+}
+
+void Outbox::on_too_long() {
+  if (!is_waiting_) return;
+  std::string& text = items_.front().text;
+  if (items_.front().shorter.empty() || text == items_.front().shorter) return on_delivered();
+  text = items_.front().shorter;
+  is_waiting_ = false;
   send_next();
 }
 

@@ -8,26 +8,30 @@
 #include <string>
 
 #include "channel.h"
+#include "journal.h"
 
 namespace agent {
 
 class Outbox {
  public:
   // device  whose name begins all topics.
-  Outbox(const Channel& channel, std::string device)
-      : channel_(channel), device_(std::move(device)) {}
+  Outbox(Channel& channel, std::string device) : channel_(channel), device_(std::move(device)) {}
 
   // Keeps a text at the broker. Nothing happens if it is there already.
   void keep(const std::string& name, const std::string& text);
   // Answers a request; calls the function once the broker has the answer.
-  void answer(const std::string& topic, const std::string& correlation, const std::string& text,
+  //
+  // shorter  what goes in its place when it is too long for the broker.
+  void answer(const ReturnAddress& asker, const std::string& text, const std::string& shorter,
               std::function<void()> delivered);
   // Says how far something is, if anybody is there to hear it.
   void show(const std::string& text);
 
   void on_connected();
-  void on_lost();
+  // is_kept  whether what was sent last reaches the next connection by itself.
+  void on_lost(bool is_kept);
   void on_delivered();
+  void on_too_long();
 
  private:
   struct Item {
@@ -36,13 +40,14 @@ class Outbox {
     bool is_kept = false;
     bool is_progress = false;
     std::string correlation = {};
+    std::string shorter = {};
     std::function<void()> delivered = {};
   };
 
   void add(Item item);
   void send_next();
 
-  const Channel& channel_;
+  Channel& channel_;
   const std::string device_;
   std::deque<Item> items_;
   std::map<std::string, std::string> kept_;  // under their topics

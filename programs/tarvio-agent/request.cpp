@@ -164,6 +164,15 @@ const Row& row_of(const std::string& command) {
   throw Refusal("unknown command '" + command + "'");
 }
 
+// FNV-1a: accidents are told apart, and who may ask has no use for others.
+uint64_t hash_of(std::string_view text) {
+  uint64_t hash = 0xcbf29ce484222325;
+  for (const char byte : text) {
+    hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
+  }
+  return hash;
+}
+
 }  // namespace
 
 Request parse_request(const std::string& payload, bool requires_signature) {
@@ -179,6 +188,7 @@ Request parse_request(const std::string& payload, bool requires_signature) {
   if (!fleet::is_name(request.id)) throw Refusal("member 'id' is no name");
   request.command = text_in(members, "command");
   request.arguments = members.take_or("arguments", Json::object());
+  request.work = hash_of(request.command + client::line_of(request.arguments));
   const Json seconds = members.take("expires_in");
   request.seconds = seconds.is_number() ? seconds.get<double>() : 0;
   if (!(request.seconds > 0 && request.seconds <= kMaxSeconds)) {

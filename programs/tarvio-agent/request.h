@@ -36,7 +36,8 @@ enum class AfterCut { kReport, kRunAgain };
 struct Request {
   std::string id;
   std::string command;
-  Json arguments;                  // as they came, for the journal
+  Json arguments;                  // as they came
+  uint64_t work = 0;               // of both: what makes it another request than one with its id
   double seconds = 0;              // after its sending, in which it must begin
   std::vector<std::string> words;  // for tarvio, without the file that comes
   Transfer download;               // before; without a URL for none

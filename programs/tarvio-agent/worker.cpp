@@ -6,43 +6,57 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include "facts.h"
 #include "fleet/payload.h"
 #include "fleet/topics.h"
 #include "job.h"
 #include "journal.h"
+#include "opkg_records.h"
+#include "orphan.h"
 #include "outbox.h"
 #include "request.h"
+#include "say.h"
 
 namespace agent {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 using tarvio::Deadline;
 
 constexpr size_t kMostWaiting = 32;
 constexpr mode_t kDirectoryMode = 0700;
+constexpr size_t kMostAskers = 8;  // of one request
+constexpr int kBetweenLooksMs = 500;
 constexpr char kCut[] = "the board or its agent went down in the middle of this request";
-
-void say(const std::string& text) {
-  (void)std::fprintf(stderr, "tarvio-agent: %s\n", text.c_str());
-}
+constexpr char kNotBegun[] =
+    "the board or its agent went down before this request was begun, and it was not run: ask again";
 
 void make_directory(const std::string& directory) {
   if (mkdir(directory.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
     throw std::runtime_error("cannot create '" + directory + "': " + std::strerror(errno));
   }
+}
+
+// What opkg has left half done, for a note.
+std::string words_of_unfinished() {
+  std::string names;
+  for (const std::string& name : unfinished_packages()) names += " " + name;
+  return names.empty() ? "" : "; opkg had left half done:" + names;
 }
 
 tarvio::Fd open_signals() {
@@ -85,18 +99,24 @@ class Worker {
   void take_records();
   void take(const Record& record);
   void take_request(const Record& record);
-  void accept(const std::string& payload, const ReturnAddress& address, double seconds_left);
+  void accept(const std::string& payload, const ReturnAddress& asker, double seconds_left);
+  void ask_again(const Request& request, const ReturnAddress& asker);
   void enqueue(Request request, const Deadline& expires, const std::string& note);
   void recover();
+  void run_again(const std::string& id);
+  void await_orphan();
+  void remove_left_files() const;
   void go_on(Lane& lane);
   void start(Lane& lane);
-  void finish(const std::string& id, Json answer);
+  void finish(const std::string& id, const Json& answer);
   void send_again(const std::string& id);
-  void reply(const ReturnAddress& address, Json answer, const std::function<void()>& delivered);
+  void deliver(const std::string& id);
+  void reply(const ReturnAddress& asker, Json answer, const std::function<void()>& delivered);
 
   Lane& lane_of(const Request& request) {
-    return lanes_[request.room == Room::kPackagesAndFlash ? 1 : 0];
+    return request.room == Room::kPackagesAndFlash ? packages_and_flash() : lanes_[0];
   }
+  Lane& packages_and_flash() { return lanes_[1]; }
 
   const Settings& settings_;
   Channel channel_;
@@ -105,6 +125,7 @@ class Worker {
   Outbox outbox_;
   Facts facts_;
   std::array<Lane, kLanes> lanes_;
+  bool has_orphan_ = false;
   bool has_records_ = false;
   bool has_link_ = true;
   bool is_ending_ = false;
@@ -115,27 +136,61 @@ Worker::Worker(const Settings& settings, Channel channel)
       channel_(std::move(channel)),
       journal_((make_directory(settings.directory), settings.directory + "/journal")),
       outbox_(channel_, settings.device),
-      facts_(settings, outbox_) {
-  make_directory(settings.directory + "/files");
+      facts_(settings, outbox_),
+      has_orphan_(has_orphan(settings.directory)) {
+  if (journal_.damaged_lines() > 0) {
+    say("lines of '" + settings.directory + "/journal' are not whole, as after a power cut, and " +
+        std::to_string(journal_.damaged_lines()) + " were left out");
+  }
+  if (has_orphan_) {
+    say("work on packages or flash memory of the agent before still goes on, and is waited for");
+  }
   recover();
 }
 
 // What a power cut, or a kill, has left.
 void Worker::recover() {
-  for (const std::string& id : journal_.ids_in(JournalEntry::State::kAnswered)) send_again(id);
-  for (const std::string& id : journal_.ids_in(JournalEntry::State::kRunning)) {
-    try {
-      Request request = parse_request(journal_.find(id)->payload, settings_.requires_signature);
-      if (request.after_cut == AfterCut::kRunAgain) {
-        say("request " + id + ": " + kCut + "; it is run again");
-        enqueue(std::move(request), Deadline::never(), std::string(kCut) + "; it was run again");
-        continue;
-      }
-    } catch (const Refusal& refusal) {
-      say("request " + id + ": " + refusal.what());  // accepted by an agent of another version
+  using State = JournalEntry::State;
+  for (const std::string& id : journal_.ids_in(State::kAnswered)) send_again(id);
+  for (const std::string& id : journal_.ids_in(State::kRunning)) run_again(id);
+  for (const std::string& id : journal_.ids_in(State::kWaiting)) {
+    finish(id, answer_of(id, kInterrupted, kNotBegun));
+  }
+  if (!has_orphan_) remove_left_files();
+}
+
+// Or reports it, where that is not safe.
+void Worker::run_again(const std::string& id) {
+  try {
+    Request request = parse_request(journal_.find(id)->payload, settings_.requires_signature);
+    if (request.after_cut == AfterCut::kRunAgain) {
+      say("request " + id + ": " + kCut + "; it is run again");
+      enqueue(std::move(request), Deadline::never(), std::string(kCut) + "; it was run again");
+      return;
     }
-    finish(id, answer_of(id, kInterrupted,
-                         std::string(kCut) + ": look what has become of it, and ask again"));
+  } catch (const Refusal& refusal) {
+    say("request " + id + ": " + refusal.what());  // accepted by an agent of another version
+  }
+  finish(id, answer_of(id, kInterrupted,
+                       std::string(kCut) + ": look what has become of it, and ask again"));
+}
+
+void Worker::await_orphan() {
+  if (!has_orphan_ || has_orphan(settings_.directory)) return;
+  has_orphan_ = false;
+  remove_left_files();
+}
+
+// Of requests that are not run again.
+void Worker::remove_left_files() const {
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(settings_.directory + "/files", error)) {
+    const std::string name = entry.path().filename();
+    const auto is_of = [&](const Waiting& each) {
+      return name.starts_with(each.request.id + ".tbx");
+    };
+    const std::deque<Waiting>& waiting = lanes_[1].waiting;
+    if (std::none_of(waiting.begin(), waiting.end(), is_of)) fs::remove(entry.path(), error);
   }
 }
 
@@ -156,6 +211,7 @@ bool Worker::run() {
       lose_link();
     }
     facts_.step();
+    await_orphan();
     for (Lane& lane : lanes_) go_on(lane);
   }
   return has_link_;
@@ -172,7 +228,10 @@ void Worker::wait() {
     if (lane.job != nullptr) lane.job->list(at);
     at += fleet::ChildProcess::kFiles;
   }
-  if (poll(files.data(), files.size(), facts_.due().remaining_ms()) < 0) return;
+  Deadline due = facts_.due();
+  if (channel_.has_received()) due = Deadline::after(0);
+  if (has_orphan_) due = Deadline::sooner(due, Deadline::after(kBetweenLooksMs));
+  if (poll(files.data(), files.size(), due.remaining_ms()) < 0) return;
   if (files[kSignals].revents != 0) {
     signalfd_siginfo signal = {};
     is_ending_ = read(signals_.get(), &signal, sizeof signal) == sizeof signal;
@@ -184,7 +243,7 @@ void Worker::wait() {
 void Worker::lose_link() {
   has_link_ = false;
   is_ending_ = true;
-  outbox_.on_lost();
+  outbox_.on_lost(false);
 }
 
 void Worker::take_records() {
@@ -198,11 +257,14 @@ void Worker::take(const Record& record) {
     say("connected to the broker " + settings_.broker.name() + " as " + settings_.device);
     facts_.tell_system();
     outbox_.on_connected();
-  } else if (what == kLost && record.size() == 2) {
+  } else if (what == kLost && record.size() == 3) {
     say(record[1]);
-    outbox_.on_lost();
+    outbox_.on_lost(record[2] == "1");
   } else if (what == kDelivered) {
     outbox_.on_delivered();
+  } else if (what == kTooLong) {
+    say("what is to be published is longer than the broker takes");
+    outbox_.on_too_long();
   } else if (what == kRequested && record.size() == 5) {
     take_request(record);
   } else {
@@ -211,31 +273,31 @@ void Worker::take(const Record& record) {
 }
 
 void Worker::take_request(const Record& record) {
-  const ReturnAddress address = {.topic = record[2], .correlation = record[3]};
+  const ReturnAddress asker = {.topic = record[2], .correlation = record[3]};
   const std::string own = fleet::topic_of(settings_.device, fleet::kAnswer);
-  if (!address.topic.starts_with(own) || !fleet::is_name(address.topic.substr(own.size()))) {
-    say("a request is ignored: its response topic '" + address.topic + "' is not '" + own +
+  if (!asker.topic.starts_with(own) || !fleet::is_name(asker.topic.substr(own.size()))) {
+    say("a request is ignored: its response topic '" + asker.topic + "' is not '" + own +
         "OPERATOR'");
     return;
   }
   const double seconds_left = record[4].empty() ? 0 : std::strtod(record[4].c_str(), nullptr);
   try {
-    accept(record[1], address, seconds_left);
+    accept(record[1], asker, seconds_left);
   } catch (const Refusal& refusal) {
-    reply(address, answer_of(id_in(record[1]), kRefused, refusal.what()), {});
+    reply(asker, answer_of(id_in(record[1]), kRefused, refusal.what()), {});
+  } catch (const std::runtime_error& error) {
+    reply(asker,
+          answer_of(id_in(record[1]), kRefused,
+                    std::string("the request cannot be recorded: ") + error.what()),
+          {});
   }
 }
 
 // seconds_left  of the time in which the broker has kept it; 0 where that is not limited.
-void Worker::accept(const std::string& payload, const ReturnAddress& address, double seconds_left) {
+void Worker::accept(const std::string& payload, const ReturnAddress& asker, double seconds_left) {
   Request request = parse_request(payload, settings_.requires_signature);
   const std::string id = request.id;
-  if (const JournalEntry* const known = journal_.find(id)) {
-    if (known->state != JournalEntry::State::kRunning) {
-      reply(address, Json::parse(known->answer), {});
-    }
-    return;  // else its answer comes when it is done
-  }
+  if (journal_.find(id) != nullptr) return ask_again(request, asker);
   if (is_ending_) throw Refusal("the agent is being stopped");
   const Lane& lane = lane_of(request);
   if (lane.waiting.size() >= kMostWaiting) {
@@ -244,12 +306,27 @@ void Worker::accept(const std::string& payload, const ReturnAddress& address, do
   }
   const double seconds =
       seconds_left > 0 ? std::min(seconds_left, request.seconds) : request.seconds;
-  try {
-    journal_.begin(id, payload, address);
-  } catch (const std::runtime_error& error) {
-    throw Refusal(std::string("the request cannot be recorded: ") + error.what());
-  }
+  journal_.add(id, payload, request.work, asker);
   enqueue(std::move(request), Deadline::after_seconds(seconds), "");
+}
+
+// It is not run again, but everybody who asks is answered.
+void Worker::ask_again(const Request& request, const ReturnAddress& asker) {
+  const JournalEntry& known = *journal_.find(request.id);
+  if (known.work != request.work) {
+    throw Refusal("id '" + request.id + "' is that of another request");
+  }
+  if (known.state >= JournalEntry::State::kAnswered) {
+    reply(asker, Json::parse(known.answer), {});
+    return;
+  }
+  // A broker may send it twice.
+  if (std::find(known.askers.begin(), known.askers.end(), asker) != known.askers.end()) return;
+  if (known.askers.size() >= kMostAskers) {
+    throw Refusal("the request is running, and " + std::to_string(kMostAskers) +
+                  " wait for its answer already; try again later");
+  }
+  journal_.add_asker(request.id, asker);
 }
 
 void Worker::enqueue(Request request, const Deadline& expires, const std::string& note) {
@@ -263,8 +340,9 @@ void Worker::go_on(Lane& lane) {
     if (!answer) return;
     const std::string id = lane.job->request().id;
     lane.job.reset();
-    finish(id, std::move(*answer));
+    finish(id, *answer);
   }
+  if (has_orphan_ && &lane == &packages_and_flash()) return;
   while (lane.job == nullptr && !lane.waiting.empty() && !is_ending_) start(lane);
 }
 
@@ -277,6 +355,12 @@ void Worker::start(Lane& lane) {
     return;
   }
   try {
+    make_directory(settings_.directory + "/files");
+    if (next.note.empty()) {
+      journal_.start(id);
+    } else {
+      next.note += words_of_unfinished();
+    }
     lane.job =
         std::make_unique<Job>(std::move(next.request), settings_, std::move(next.note),
                               [this](const Json& json) { outbox_.show(fleet::payload_of(json)); });
@@ -285,32 +369,43 @@ void Worker::start(Lane& lane) {
   }
 }
 
-void Worker::finish(const std::string& id, Json answer) {
+void Worker::finish(const std::string& id, const Json& answer) {
   try {
     journal_.finish(id, answer);
-    send_again(id);
   } catch (const std::runtime_error& error) {
-    // The request stays begun, and is reported again after a restart.
+    // It is recorded with its delivery then. After a cut before that, it is reported again.
     say(error.what());
-    reply(journal_.find(id)->address, std::move(answer), {});
   }
+  send_again(id);
 }
 
 void Worker::send_again(const std::string& id) {
   const JournalEntry& entry = *journal_.find(id);
-  reply(entry.address, Json::parse(entry.answer), [this, id] {
-    try {
-      journal_.deliver(id);
-    } catch (const std::runtime_error& error) {
-      say(error.what());
-    }
-  });
+  const Json answer = Json::parse(entry.answer);
+  for (const ReturnAddress& asker : entry.askers) {
+    // They are delivered in their order.
+    const bool is_last = &asker == &entry.askers.back();
+    reply(asker, answer, is_last ? [this, id] { deliver(id); } : std::function<void()>());
+  }
 }
 
-void Worker::reply(const ReturnAddress& address, Json answer,
+void Worker::deliver(const std::string& id) {
+  try {
+    journal_.deliver(id);
+  } catch (const std::runtime_error& error) {
+    say(error.what());
+  }
+}
+
+void Worker::reply(const ReturnAddress& asker, Json answer,
                    const std::function<void()>& delivered) {
   answer["device"] = settings_.device;
-  outbox_.answer(address.topic, address.correlation, fleet::payload_of(answer), delivered);
+  const std::string text = fleet::payload_of(answer);
+  if (answer.erase("result") > 0) {
+    const std::string note = answer.value("note", "");
+    answer["note"] = note + (note.empty() ? "" : "; ") + "its result is too long for the broker";
+  }
+  outbox_.answer(asker, text, fleet::payload_of(answer), delivered);
 }
 
 }  // namespace

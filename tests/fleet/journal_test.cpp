@@ -4,9 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -22,13 +24,16 @@ using State = agent::JournalEntry::State;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+const agent::ReturnAddress kAnn = {.topic = "topic", .correlation = {"\0\xff", 2}};
+const agent::ReturnAddress kBob = {.topic = "other", .correlation = ""};
+
 class AgentJournal : public testing::Test {
  protected:
   static Json answer(const std::string& id) {
     return {{"id", id}, {"state", "done"}, {"message", "Success"}, {"result", {1, 2, 3}}};
   }
   static void complete(Journal& journal, const std::string& id) {
-    journal.begin(id, "{}", {.topic = "t", .correlation = "c"});
+    journal.add(id, "{}", 7, kAnn);
     journal.finish(id, answer(id));
     journal.deliver(id);
   }
@@ -40,23 +45,23 @@ class AgentJournal : public testing::Test {
 TEST_F(AgentJournal, IsEmptyAtFirst) {
   const Journal journal(file());
   EXPECT_EQ(journal.find("r1"), nullptr);
-  EXPECT_THAT(journal.ids_in(State::kRunning), IsEmpty());
+  EXPECT_THAT(journal.ids_in(State::kWaiting), IsEmpty());
 }
 
 TEST_F(AgentJournal, RemembersWhatWasBegun) {
-  Journal(file()).begin("r1", "the request", {.topic = "topic", .correlation = {"\0\xff", 2}});
+  Journal(file()).add("r1", "the request", 7, kAnn);
   const Journal journal(file());
-  ASSERT_THAT(journal.ids_in(State::kRunning), ElementsAre("r1"));
+  ASSERT_THAT(journal.ids_in(State::kWaiting), ElementsAre("r1"));
   const JournalEntry& entry = *journal.find("r1");
   EXPECT_EQ(entry.payload, "the request");
-  EXPECT_EQ(entry.address.topic, "topic");
-  EXPECT_EQ(entry.address.correlation, std::string("\0\xff", 2));
+  EXPECT_EQ(entry.work, 7U);
+  EXPECT_THAT(entry.askers, ElementsAre(kAnn));
 }
 
 TEST_F(AgentJournal, KeepsAnAnswerWholeUntilItIsDelivered) {
   {
     Journal journal(file());
-    journal.begin("r1", "{}", {});
+    journal.add("r1", "{}", 7, kAnn);
     journal.finish("r1", answer("r1"));
   }
   Journal journal(file());
@@ -70,15 +75,15 @@ TEST_F(AgentJournal, KeepsAnAnswerWholeUntilItIsDelivered) {
 
 TEST_F(AgentJournal, KeepsTheOrder) {
   Journal journal(file());
-  for (const char* id : {"b", "a", "c"}) journal.begin(id, "{}", {});
+  for (const char* id : {"b", "a", "c"}) journal.add(id, "{}", 7, kAnn);
   journal.finish("a", answer("a"));
-  EXPECT_THAT(journal.ids_in(State::kRunning), ElementsAre("b", "c"));
+  EXPECT_THAT(journal.ids_in(State::kWaiting), ElementsAre("b", "c"));
 }
 
 TEST_F(AgentJournal, KnowsTheLast1000) {
   {
     Journal journal(file());
-    journal.begin("open", "{}", {});
+    journal.add("open", "{}", 7, kAnn);
     for (int number = 0; number < 2500; ++number) complete(journal, std::to_string(number));
   }
   const Journal journal(file());
@@ -97,8 +102,8 @@ TEST_F(AgentJournal, StaysSmall) {
 TEST_F(AgentJournal, DoesWithoutALastLineThatIsCut) {
   {
     Journal journal(file());
-    journal.begin("r1", "{}", {});
-    journal.begin("r2", "{}", {});
+    journal.add("r1", "{}", 7, kAnn);
+    journal.add("r2", "{}", 7, kAnn);
   }
   const std::string whole = read_file(file());
   for (size_t size = 0; size < whole.size(); ++size) {
@@ -113,24 +118,119 @@ TEST_F(AgentJournal, DoesWithoutALastLineThatIsCut) {
 }
 
 TEST_F(AgentJournal, DoesWithoutLinesOfAnythingElse) {
-  write_file(file(), "{\"finished\":\"ghost\",\"answer\":\"{}\"}\n[]\nnonsense\n{\"x\":1}\n");
-  EXPECT_THAT(Journal(file()).ids_in(State::kAnswered), IsEmpty());
+  const std::string whole = R"({"asked":"r1","topic":"t","correlation":"","payload":"{}","work":1})"
+                            "\n";
+  for (const std::string line :
+       {R"({"finished":"ghost","answer":"{}"})", "[]", "nonsense", "", "null", R"({"x":1})",
+        R"({"asked":1,"topic":"t"})", R"({"asked":"r2","topic":1})",
+        R"({"asked":"r2","topic":"t","correlation":"+1"})",
+        R"({"asked":"r2","topic":"t","correlation":"0"})",
+        R"({"asked":"r1","topic":"t","correlation":""})", R"({"finished":"r1","answer":"no JSON"})",
+        R"({"finished":"r1"})", R"({"delivered":"r1"})", R"({"asked_again":"r1","topic":7})"}) {
+    write_file(file(), whole + line + "\n" + std::string(3, '\0') + "\n");
+    Journal journal(file());
+    EXPECT_EQ(journal.damaged_lines(), 2U) << line;
+    EXPECT_THAT(journal.ids_in(State::kWaiting), ElementsAre("r1")) << line;
+    EXPECT_EQ(journal.find("ghost"), nullptr) << line;
+    EXPECT_EQ(Journal(file()).damaged_lines(), 0U) << line;
+  }
+}
+
+TEST_F(AgentJournal, RemembersWhatWasStartedAndWhoAsksAgain) {
+  {
+    Journal journal(file());
+    journal.add("r1", "{}", 7, kAnn);
+    journal.add("r2", "{}", 7, kAnn);
+    journal.start("r1");
+    journal.add_asker("r1", kBob);
+  }
+  const Journal journal(file());
+  EXPECT_EQ(journal.damaged_lines(), 0U);
+  EXPECT_THAT(journal.ids_in(State::kRunning), ElementsAre("r1"));
+  EXPECT_THAT(journal.ids_in(State::kWaiting), ElementsAre("r2"));
+  EXPECT_THAT(journal.find("r1")->askers, ElementsAre(kAnn, kBob));
+}
+
+TEST_F(AgentJournal, KeepsAllOfThatWhenItIsWrittenAgain) {
+  {
+    Journal journal(file());
+    journal.add("r1", "the request", 7, kAnn);
+    journal.start("r1");
+    journal.add_asker("r1", kBob);
+    journal.add("r2", "{}", 7, kAnn);
+    journal.add("r3", "{}", 7, kAnn);
+    journal.finish("r3", answer("r3"));
+    write_file(file(), read_file(file()) + "nonsense\n");
+  }
+  EXPECT_EQ(Journal(file()).damaged_lines(), 1U);  // and written again
+  const Journal journal(file());
+  EXPECT_EQ(journal.damaged_lines(), 0U);
+  EXPECT_THAT(journal.ids_in(State::kRunning), ElementsAre("r1"));
+  EXPECT_EQ(journal.find("r1")->payload, "the request");
+  EXPECT_EQ(journal.find("r1")->work, 7U);
+  EXPECT_THAT(journal.find("r1")->askers, ElementsAre(kAnn, kBob));
+  EXPECT_THAT(journal.ids_in(State::kWaiting), ElementsAre("r2"));
+  EXPECT_EQ(Json::parse(journal.find("r3")->answer), answer("r3"));
 }
 
 TEST_F(AgentJournal, ForgetsNothingOnAFullDisk) {
   Journal journal(file());
-  journal.begin("r1", "{}", {});
+  journal.add("r1", "{}", 7, kAnn);
   std::signal(SIGXFSZ, SIG_IGN);
   rlimit before = {};
   getrlimit(RLIMIT_FSIZE, &before);
   rlimit full = before;
   full.rlim_cur = std::filesystem::file_size(file()) + 10;
   setrlimit(RLIMIT_FSIZE, &full);
-  EXPECT_THROW(journal.begin("r2", "{}", {}), std::runtime_error);
+  EXPECT_THROW(journal.add("r2", "{}", 7, kAnn), std::runtime_error);
   setrlimit(RLIMIT_FSIZE, &before);
   EXPECT_EQ(journal.find("r2"), nullptr);
-  journal.begin("r3", "{}", {});
-  EXPECT_THAT(Journal(file()).ids_in(State::kRunning), ElementsAre("r1", "r3"));
+  journal.add("r3", "{}", 7, kAnn);
+  EXPECT_THAT(Journal(file()).ids_in(State::kWaiting), ElementsAre("r1", "r3"));
+}
+
+// A file system of a few pages, which others fill.
+class AgentJournalOnASmallDisk : public AgentJournal {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(::mount("tmpfs", directory_.path().c_str(), "tmpfs", 0, "size=64k"), 0);
+  }
+  void TearDown() override { ::umount2(directory_.path().c_str(), MNT_DETACH); }
+  void fill() const {
+    std::ofstream stream(directory_ / "filler");
+    while (stream << std::string(1024, 'x') << std::flush) {
+    }
+  }
+};
+
+TEST_F(AgentJournalOnASmallDisk, RecordsWhatHasComeOfARequest) {
+  Json large = answer("r1");
+  large["result"] = std::string(20'000, 'x');
+  {
+    Journal journal(file());
+    journal.add("r1", std::string(4000, 'x'), 7, kAnn);
+    journal.start("r1");
+    fill();
+    journal.finish("r1", large);
+    EXPECT_THROW(journal.add("r2", "{}", 7, kAnn), std::runtime_error);
+    EXPECT_EQ(journal.find("r2"), nullptr);
+  }
+  Journal journal(file());
+  ASSERT_THAT(journal.ids_in(State::kAnswered), ElementsAre("r1"));
+  EXPECT_FALSE(Json::parse(journal.find("r1")->answer).contains("result"));
+  EXPECT_THROW(journal.add("r2", "{}", 7, kAnn), std::runtime_error);
+  std::filesystem::remove(directory_ / "filler");
+  journal.add("r2", "{}", 7, kAnn);
+  EXPECT_THAT(Journal(file()).ids_in(State::kWaiting), ElementsAre("r2"));
+}
+
+TEST_F(AgentJournalOnASmallDisk, IsOpenedThere) {
+  fill();
+  Journal journal(file());
+  EXPECT_THROW(journal.add("r1", "{}", 7, kAnn), std::runtime_error);
+  std::filesystem::remove(directory_ / "filler");
+  journal.add("r1", "{}", 7, kAnn);
+  EXPECT_THAT(Journal(file()).ids_in(State::kWaiting), ElementsAre("r1"));
 }
 
 }  // namespace

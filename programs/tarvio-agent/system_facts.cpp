@@ -1,0 +1,125 @@
+#include "system_facts.h"
+
+#include <dlfcn.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/statvfs.h>
+#include <sys/un.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <sstream>
+
+#include "base/deadline.h"
+#include "base/owners.h"
+#include "base/pipe.h"
+#include "opkg_records.h"
+#include "tarvio/com.h"
+#include "tarvio/list.h"
+
+namespace agent {
+
+namespace {
+
+using tarvio::Deadline;
+
+constexpr int kManagerPatienceMs = 1000;
+
+std::string text_of(const char* file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+uint64_t free_bytes() {
+  struct statvfs space = {};
+  if (statvfs("/", &space) != 0) return 0;
+  return uint64_t{space.f_bavail} * space.f_frsize;
+}
+
+int64_t uptime() {
+  timespec time = {};
+  (void)clock_gettime(CLOCK_BOOTTIME, &time);
+  return static_cast<int64_t>(time.tv_sec);
+}
+
+// What stands in the name of the file that is loaded, after ".so.": the library says it nowhere
+// else.
+std::string library_version() {
+  Dl_info library = {};
+  if (dladdr(reinterpret_cast<void*>(&tq_list_create), &library) == 0) return "";
+  const std::unique_ptr<char, tarvio::Free> path(realpath(library.dli_fname, nullptr));
+  const std::string name = path == nullptr ? library.dli_fname : path.get();
+  constexpr std::string_view kBefore = ".so.";
+  const size_t at = name.rfind(kBefore);
+  return at == std::string::npos ? "" : name.substr(at + kBefore.size());
+}
+
+// Of the one that runs; empty for none. It answers at once, or is not waited for.
+std::string manager_version() {
+  const tarvio::Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (tq_socket_connect_unix_sock(fd.get(), TQ_COM_SOCKET_PATH) != 0) return "";
+  const Deadline deadline = Deadline::after(kManagerPatienceMs);
+  if (!tarvio::send_all(fd.get(), "version\n", deadline) || shutdown(fd.get(), SHUT_WR) != 0) {
+    return "";
+  }
+  std::string reply;
+  std::array<char, 256> room;
+  while (tarvio::wait_for(fd.get(), POLLIN, deadline)) {
+    const ssize_t count = tarvio::read_some(fd.get(), room);
+    if (count <= 0) break;
+    reply.append(room.data(), static_cast<size_t>(count));
+  }
+  // A code, and the version.
+  std::istringstream lines(reply);
+  std::string code;
+  std::string version;
+  return std::getline(lines, code) && code == "0" && std::getline(lines, version) ? version : "";
+}
+
+}  // namespace
+
+Json root_facts(std::string_view command_line, std::string_view mounts) {
+  Json facts = {{"kernel", Json()}, {"device", Json()}, {"type", Json()}, {"writable", Json()}};
+  constexpr std::string_view kRoot = "root=";
+  std::istringstream words{std::string(command_line)};
+  for (std::string word; words >> word;) {
+    if (word.starts_with(kRoot))
+      facts["kernel"] = word.substr(kRoot.size());  // the last one counts
+  }
+  std::istringstream lines{std::string(mounts)};
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream fields(line);
+    std::string device;
+    std::string directory;
+    std::string type;
+    std::string options;
+    if (!(fields >> device >> directory >> type >> options) || directory != "/") continue;
+    facts["device"] = device;
+    facts["type"] = type;
+    facts["writable"] = options == "rw" || options.starts_with("rw,");
+  }
+  return facts;
+}
+
+Json system_facts(const Settings& settings, const std::string& client_version) {
+  const auto now = static_cast<int64_t>(std::time(nullptr));
+  return {{"agent", TARVIO_VERSION},
+          {"client", client::or_null(client_version)},
+          {"library", client::or_null(library_version())},
+          {"manager", client::or_null(manager_version())},
+          {"tags", settings.tags},
+          {"root", root_facts(text_of("/proc/cmdline"), text_of("/proc/self/mounts"))},
+          {"free_bytes", free_bytes()},
+          {"uptime", uptime()},
+          {"booted", now - uptime()},
+          {"clock", now},
+          {"unfinished", unfinished_packages()}};
+}
+
+}  // namespace agent
