@@ -31,9 +31,27 @@ TEST_F(Agent, SaysWhatTheBoardIs) {
   const Json system = watcher_.json_of(topic("system"));
   EXPECT_EQ(system["agent"], TARVIO_VERSION);
   EXPECT_EQ(system["tags"], Json::array());
+  EXPECT_EQ(system["unfinished"], Json::array());
+  EXPECT_TRUE(system["root"]["type"].is_string());
+  EXPECT_GE(system["uptime"], 0);
   EXPECT_GT(system["free_bytes"], 0);
   EXPECT_GT(system["booted"], 1'000'000'000);
   EXPECT_GE(system["clock"], system["booted"]);
+}
+
+TEST_F(Agent, SaysWhichVersionsTheProgramsHave) {
+  const auto says = [&](const char* name, const Json& version) {
+    return watcher_.until([&] {
+      const Json system = watcher_.json_of(topic("system"));
+      return system.is_object() && system[name] == version;
+    });
+  };
+  EXPECT_TRUE(says("client", TARVIO_VERSION));
+  EXPECT_TRUE(says("library", "1.0"));
+  EXPECT_TRUE(says("manager", Json()));
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  EXPECT_TRUE(says("manager", TARVIO_VERSION));
 }
 
 TEST_F(Agent, LeavesWhatItHasSaidAtTheBroker) {

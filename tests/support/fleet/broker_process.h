@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <map>
 #include <memory>
 #include <string>
@@ -43,6 +44,8 @@ class BrokerProcess {
   }
   // At any moment, as a crash does.
   void kill() { program_->kill(); }
+  // It stands still, and holds its connections.
+  void stop() const { program_->send(SIGSTOP); }
 
   std::string log() const { return program_->errors(); }
 
