@@ -17,6 +17,7 @@ extern const Fuzzer kConfig;      // configuration files
 extern const Fuzzer kContainers;  // lists and tables
 extern const Fuzzer kControl;     // control files, as the library reads them
 extern const Fuzzer kFields;      // control files, as the client checks them
+extern const Fuzzer kFleet;       // what comes from a broker, and what is kept of it
 extern const Fuzzer kLog;         // the reader of logs, by several processes for each input
 extern const Fuzzer kPackage;     // package files, by several processes for each input
 extern const Fuzzer kParse;       // lines of logs

@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "fleet/payload.h"
 #include "fleet/topics.h"
 
 namespace agent {
@@ -180,8 +181,8 @@ Request parse_request(const std::string& payload, bool requires_signature) {
     throw Refusal("the request has " + std::to_string(payload.size()) + " bytes, and " +
                   std::to_string(kMaxRequestBytes) + " are allowed");
   }
-  const Json json = Json::parse(payload, nullptr, false);
-  if (json.is_discarded()) throw Refusal("the request is not JSON");
+  const Json json = fleet::json_in(payload);
+  if (json.is_discarded()) throw Refusal("the request is not JSON, or nested too deep");
   Members members(json, "the request");
   Request request;
   request.id = text_in(members, "id");
@@ -210,7 +211,7 @@ Request parse_request(const std::string& payload, bool requires_signature) {
 
 std::string id_in(const std::string& payload) {
   const Json json =
-      payload.size() > kMaxRequestBytes ? Json() : Json::parse(payload, nullptr, false);
+      payload.size() > kMaxRequestBytes ? Json() : fleet::json_in(payload);
   if (!json.is_object() || !json.contains("id") || !json["id"].is_string()) return "";
   const std::string id = json["id"];
   return fleet::is_name(id) ? id : "";

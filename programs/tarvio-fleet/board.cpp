@@ -1,5 +1,6 @@
 #include "board.h"
 
+#include "fleet/payload.h"
 #include "fleet/topics.h"
 
 namespace fleet_tool {
@@ -49,13 +50,14 @@ void take(const fleet::Message& message, Boards& boards) {
   const bool is_fact = topic.end == fleet::kOnline || topic.end == fleet::kSystem ||
                        topic.end == fleet::kApps || topic.end == fleet::kPackages;
   if (!is_fact) return;
-  const Json json = Json::parse(message.payload, nullptr, false);
+  const Json json = fleet::json_in(message.payload);
   if (json.is_discarded()) return;
   const std::string name(topic.device);
   Board& board = boards[name];
   board.name = name;
-  if (topic.end == fleet::kOnline)
-    board.is_online = json.is_object() && json.value("online", false);
+  if (topic.end == fleet::kOnline) {
+    board.is_online = json.is_object() && json.contains("online") && json["online"] == true;
+  }
   if (topic.end == fleet::kSystem) board.system = json;
   if (topic.end == fleet::kApps) board.apps = json;
   if (topic.end == fleet::kPackages) board.packages = json;

@@ -115,7 +115,7 @@ void Observer::take(const fleet::Message& message) {
     fleet_tool::take(message, boards_);
     const fleet::DeviceTopic topic = fleet::device_topic(message.topic);
     if (listener_ == nullptr || topic.device.empty()) return;
-    const Json json = Json::parse(message.payload, nullptr, false);
+    const Json json = fleet::json_in(message.payload);
     if (!json.is_object()) return;
     if (topic.end == fleet::kProgress) listener_->on_progress(std::string(topic.device), json);
     if (topic.end == fleet::kAnswer + client_)

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "commands/command.h"
+#include "fleet/payload.h"
 #include "fleet/topics.h"
 #include "terminal/printable_text.h"
 
@@ -91,7 +92,7 @@ Json json_of(const Rollout& rollout) {
 
 Rollout parse_rollout(const std::string& text) {
   try {
-    const Json json = Json::parse(text);
+    const Json json = fleet::json_in(text);
     Rollout rollout = {.id = json.at("id"),
                        .operator_name = json.at("operator"),
                        .url = json.at("url"),

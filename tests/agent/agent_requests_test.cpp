@@ -127,6 +127,8 @@ TEST_F(AgentRequests, AreRefusedWhateverIsWrong) {
       "\xff\xfe{\"id\":\"r1\"}",
       std::string(30'000, '['),
       std::string(60'000, '{'),
+      R"({"id":"r1","command":"list","expires_in":1,"arguments":)" + std::string(20'000, '[') +
+          std::string(20'000, ']') + "}",
       R"({"id":{},"command":"list","expires_in":1})",
       R"({"id":"a/b","command":"list","expires_in":1})",
       R"({"id":"../x","command":"list","expires_in":1})",

@@ -156,7 +156,7 @@ TEST_F(Agent, RefusesWhatItDoesNotUnderstand) {
   send("{");
   EXPECT_TRUE(watcher_.until([this] {
     const Json last = watcher_.json_of(topic("answer/ann"));
-    return last["id"].is_null() && last["message"] == "the request is not JSON";
+    return last["id"].is_null() && last["message"] == "the request is not JSON, or nested too deep";
   }));
 }
 

@@ -125,8 +125,8 @@ TEST(AgentRequest, IsRefusedWithTheReason) {
 }
 
 TEST(AgentRequest, IsRefusedWhenItIsNoJsonOrTooLarge) {
-  EXPECT_EQ(refusal_of(std::string("{")), "the request is not JSON");
-  EXPECT_EQ(refusal_of(std::string(60'000, '[')), "the request is not JSON");
+  EXPECT_EQ(refusal_of(std::string("{")), "the request is not JSON, or nested too deep");
+  EXPECT_EQ(refusal_of(std::string(60'000, '[')), "the request is not JSON, or nested too deep");
   EXPECT_EQ(refusal_of(std::string(65'537, ' ')),
             "the request has 65537 bytes, and 65536 are allowed");
 }

@@ -51,5 +51,11 @@ INSTANTIATE_TEST_SUITE_P(Inputs, FuzzCorpus,
                                          Row{"Tools", &tarvio_fuzz::kTools, 10}),
                          [](const auto& row) { return std::string(row.param.name); });
 
+#ifdef TARVIO_FUZZ_FLEET
+INSTANTIATE_TEST_SUITE_P(OfTheFleet, FuzzCorpus,
+                         testing::Values(Row{"Fleet", &tarvio_fuzz::kFleet, 15}),
+                         [](const auto& row) { return std::string(row.param.name); });
+#endif
+
 }  // namespace
 }  // namespace tarvio_test
