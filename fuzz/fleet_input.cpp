@@ -6,14 +6,14 @@
 #include <string_view>
 
 #include "board.h"
+#include "board_request.h"
 #include "commands/command.h"
 #include "expression.h"
 #include "fleet/payload.h"
 #include "fleet/topics.h"
 #include "fuzzer.h"
-#include "journal.h"
 #include "opkg_records.h"
-#include "request.h"
+#include "request_journal.h"
 #include "rollout.h"
 #include "support/files.h"
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "agent_settings.h"
+#include "board_request.h"
 #include "fleet/child_process.h"
-#include "request.h"
 
 namespace agent {
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "channel.h"
-#include "journal.h"
+#include "request_journal.h"
 
 namespace agent {
 

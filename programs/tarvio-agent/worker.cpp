@@ -19,15 +19,15 @@
 #include <string>
 #include <system_error>
 
+#include "board_request.h"
 #include "facts.h"
 #include "fleet/payload.h"
 #include "fleet/topics.h"
 #include "job.h"
-#include "journal.h"
 #include "opkg_records.h"
 #include "orphan.h"
 #include "outbox.h"
-#include "request.h"
+#include "request_journal.h"
 #include "say.h"
 
 namespace agent {

@@ -1,5 +1,5 @@
 // What the agent remembers of requests.
-#include "journal.h"
+#include "request_journal.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // What a board can be asked.
-#include "request.h"
+#include "board_request.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // What was asked of the board and what came of it, on the disk before anything is done: no request
 // is run twice, and none is forgotten.
-#ifndef TARVIO_AGENT_JOURNAL_H
-#define TARVIO_AGENT_JOURNAL_H
+#ifndef TARVIO_AGENT_REQUEST_JOURNAL_H
+#define TARVIO_AGENT_REQUEST_JOURNAL_H
 
 #include <cstdint>
 #include <deque>

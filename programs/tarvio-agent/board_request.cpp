@@ -1,4 +1,4 @@
-#include "request.h"
+#include "board_request.h"
 
 #include <algorithm>
 #include <array>
@@ -210,8 +210,7 @@ Request parse_request(const std::string& payload, bool requires_signature) {
 }
 
 std::string id_in(const std::string& payload) {
-  const Json json =
-      payload.size() > kMaxRequestBytes ? Json() : fleet::json_in(payload);
+  const Json json = payload.size() > kMaxRequestBytes ? Json() : fleet::json_in(payload);
   if (!json.is_object() || !json.contains("id") || !json["id"].is_string()) return "";
   const std::string id = json["id"];
   return fleet::is_name(id) ? id : "";

@@ -1,6 +1,6 @@
 // What an operator asks of the board: JSON in, a line of words for tarvio out.
-#ifndef TARVIO_AGENT_REQUEST_H
-#define TARVIO_AGENT_REQUEST_H
+#ifndef TARVIO_AGENT_BOARD_REQUEST_H
+#define TARVIO_AGENT_BOARD_REQUEST_H
 
 #include <cstdint>
 #include <stdexcept>

@@ -1,4 +1,4 @@
-#include "journal.h"
+#include "request_journal.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
