@@ -33,13 +33,20 @@ configure_file(cmake/tarvio.pc.in tarvio.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tarvio.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # Where each shell looks for completions, and under which name.
-if(TARGET tarvio-client)
-  install(FILES packaging/completions/bash RENAME tarvio
+function(install_completions program)
+  set(completions packaging/completions/${program})
+  install(FILES ${completions}/bash RENAME ${program}
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-  install(FILES packaging/completions/zsh RENAME _tarvio
+  install(FILES ${completions}/zsh RENAME _${program}
           DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
-  install(FILES packaging/completions/fish RENAME tarvio.fish
+  install(FILES ${completions}/fish RENAME ${program}.fish
           DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+endfunction()
+if(TARGET tarvio-client)
+  install_completions(tarvio)
+endif()
+if(TARGET tarvio-fleet)
+  install_completions(tarvio-fleet)
 endif()
 
 # Of the programs that are built, with the version in the first line.

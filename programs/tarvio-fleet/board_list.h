@@ -15,8 +15,10 @@ namespace fleet_tool {
 
 inline constexpr client::Option kOnline = {.name = "online",
                                            .help = "only boards that are connected"};
-inline constexpr client::Option kMatch = {
-    .name = "match", .value = "EXPR", .help = "only boards that EXPR selects"};
+inline constexpr client::Option kMatch = {.name = "match",
+                                          .value = "EXPR",
+                                          .offer = client::Offer::kBoards,
+                                          .help = "only boards that EXPR selects"};
 inline constexpr std::array kListOptions = {kOnline, kMatch, kConfig};
 
 struct BoardList {

@@ -22,8 +22,11 @@ extern const Command kHelpCommand;
 
 namespace fleet_tool {
 
-inline constexpr client::Option kTo = {
-    .name = "to", .value = "EXPR", .help = "the boards that are meant", .is_required = true};
+inline constexpr client::Option kTo = {.name = "to",
+                                       .value = "EXPR",
+                                       .offer = client::Offer::kBoards,
+                                       .help = "the boards that are meant",
+                                       .is_required = true};
 
 inline constexpr client::Timeout kBrokerTimeout = {
     30, client::timeout_option("give up when the broker has not sent everything by then; default "

@@ -77,7 +77,7 @@ Result run(const Arguments& arguments) {
 
 constexpr Command kHistoryCommand = {
     .word = "history",
-    .operands = {.name = "ID", .max = 1},
+    .operands = {.name = "ID", .max = 1, .offer = Offer::kRollouts},
     .options = kOptions,
     .timeout = fleet_tool::kBrokerTimeout,
     .summary = "list the rollouts, or the failures of one",

@@ -31,7 +31,11 @@ Result run(const Arguments& arguments) {
 
 constexpr Command kResumeCommand = {
     .word = "resume",
-    .operands = {.name = "ID", .min = 1, .max = 1, .missing = "the ID of the rollout"},
+    .operands = {.name = "ID",
+                 .min = 1,
+                 .max = 1,
+                 .missing = "the ID of the rollout",
+                 .offer = Offer::kRollouts},
     .options = kOptions,
     .timeout = fleet_tool::kBrokerTimeout,
     .summary = "go on with a rollout that was interrupted or stopped",

@@ -25,6 +25,8 @@ enum class Offer {
   kSubcategories,
   kWaitStates,
   kCommands,
+  kBoards,
+  kRollouts,
 };
 
 // Options of the same name have the same letter and take a value or not in every command: they may

@@ -29,7 +29,7 @@ constexpr Command kHelpCommand = {
     .options = {},
     .timeout = kNoTimeout,
     .summary = "print the help of the program or of a command",
-    .description = "Prints what 'tarvio --help' or 'tarvio COMMAND --help' prints.",
+    .description = "Prints what the program, or the command, prints with --help.",
     .statuses = "0 done, 1 failed",
     .run = run,
 };

@@ -8,6 +8,7 @@
 
 #include "commands/commands.h"
 #include "commands/help.h"
+#include "commands/manual.h"
 #include "process/failure.h"
 #include "support/files.h"
 #include "support/programs/tarvio.h"
@@ -19,8 +20,6 @@ using tarvio_test::Ran;
 using tarvio_test::run_tarvio;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-using Names = std::set<std::string>;
 
 TEST(ClientHelp, IsThereForTheProgramAndForEachCommand) {
   const std::string general = run_tarvio({"--help"}).output;
@@ -106,58 +105,15 @@ TEST(ClientHelp, SaysHowANameIsMatched) {
   }
 }
 
-// The manual page without the marks of its fonts, and with plain hyphens.
-std::string manual() {
-  std::string text = tarvio_test::read_file(TARVIO_MANUAL);
-  text = std::regex_replace(text, std::regex(R"(\\f[BIR])"), "");
-  return std::regex_replace(text, std::regex(R"(\\-)"), "-");
-}
+TEST(ClientManual, ShowsTheUsageOfEveryCommand) { expect_usage_of_every_command(); }
 
-TEST(ClientManual, ShowsTheUsageOfEveryCommand) {
-  for (const Command* command : all_commands()) {
-    EXPECT_THAT(manual(), HasSubstr("\ntarvio " + usage_of(*command) + " ")) << "SYNOPSIS";
-  }
-}
+TEST(ClientManual, HasAnEntryForEveryCommand) { expect_entry_for_every_command(); }
 
-TEST(ClientManual, HasAnEntryForEveryCommand) {
-  const std::string text = manual();
-  const std::string entries = text.substr(text.find(".SH COMMANDS"));
-  for (const Command* command : all_commands()) {
-    const std::regex entry("\n\\.TP\n(\\.B )?([a-z-]+, )?" + std::string(command->word) + "[ ,\n]");
-    EXPECT_TRUE(std::regex_search(entries, entry)) << command->word;
-  }
-}
-
-TEST(ClientManual, HasAnEntryForEveryOptionAndForNoOther) {
-  const std::string text = manual();
-  Names documented;
-  const std::regex entry("\n\\.TP\n(?:\\.BR? )?(?:-[a-zA-Z](?: \", \" |, ))?--([a-z-]+)");
-  for (std::sregex_iterator at(text.begin(), text.end(), entry), end; at != end; ++at) {
-    documented.insert((*at)[1]);
-  }
-  Names shown = {"version"};
-  for (const Command* command : all_commands()) {
-    for (const Option& option : options_of(command)) {
-      if (option.help != nullptr) shown.insert(option.name);
-    }
-  }
-  EXPECT_EQ(documented, shown);
-}
+TEST(ClientManual, HasAnEntryForEveryOptionAndForNoOther) { expect_entry_for_every_option(); }
 
 TEST(ClientManual, HasAnEntryForEveryExitStatus) {
-  const std::string text = manual();
-  const std::string entries = text.substr(text.find(".SH EXIT STATUS"));
-  Names documented;
-  const std::regex entry("\n\\.TP\n\\.B ([0-9]+)\n");
-  for (std::sregex_iterator at(entries.begin(), entries.end(), entry), end; at != end; ++at) {
-    documented.insert((*at)[1]);
-  }
-  Names statuses;
-  for (const int status : {kDone, kFailed, kNoManager, kUnknown, kTimeout, kNotTrusted,
-                           kStateWarning, kStateError, kNoMatch, kUsage}) {
-    statuses.insert(std::to_string(status));
-  }
-  EXPECT_EQ(documented, statuses);
+  expect_entries_for_statuses({kDone, kFailed, kNoManager, kUnknown, kTimeout, kNotTrusted,
+                               kStateWarning, kStateError, kNoMatch, kUsage});
 }
 
 }  // namespace

@@ -9,17 +9,17 @@ using client::Offer;
 using client::Option;
 
 constexpr char kHead[] =
-    R"sh(# bash completion for tarvio. Written by scripts/completions from the commands themselves.
+    R"sh(# bash completion for @program@. Written by scripts/completions from the commands themselves.
 
 # What the value of an option is; empty for a flag.
-_tarvio_set_value() {
+@function@_set_value() {
   value=
   case $1 in
 @values@  esac
 }
 
 # What may follow a command: its options, and how many operands of which kind.
-_tarvio_set_command() {
+@function@_set_command() {
   kind=nothing max=0
   case $1 in
 @commands@  esac
@@ -30,8 +30,8 @@ _tarvio_set_command() {
 constexpr char kTail[] = R"sh(
 # The first column of a table of the program, but for what stands on the line already. Names are quoted for the
 # shell: what a package is called must not become a command.
-# usage: _tarvio_names BEGIN COMMAND [ARGUMENT]...
-_tarvio_names() {
+# usage: @function@_names BEGIN COMMAND [ARGUMENT]...
+@function@_names() {
   local begin=$1 name quoted
   shift
   while read -r name _; do
@@ -42,8 +42,8 @@ _tarvio_names() {
 }
 
 # Directories, and with a pattern the files that match it. The shell quotes them.
-# usage: _tarvio_files BEGIN [PATTERN]
-_tarvio_files() {
+# usage: @function@_files BEGIN [PATTERN]
+@function@_files() {
   compopt -o filenames 2>/dev/null
   mapfile -t COMPREPLY < <(
     compgen -d -- "$1"
@@ -51,23 +51,17 @@ _tarvio_files() {
   )
 }
 
-# usage: _tarvio_offer KIND BEGIN
-_tarvio_offer() {
+# usage: @function@_offer KIND BEGIN
+@function@_offer() {
   case $1 in
-    applications) _tarvio_names "$2" list --category application ;;
-    packages) _tarvio_names "$2" list ;;
-    areas) _tarvio_names "$2" areas ;;
-    package_files) _tarvio_files "$2" '*.tbx' ;;
-    files) _tarvio_files "$2" '*' ;;
-    directories) _tarvio_files "$2" ;;
-@words@  esac
+@offers@  esac
 }
 
-_tarvio_words() {
+@function@_words() {
   mapfile -t COMPREPLY < <(compgen -W "$1" -- "$2")
 }
 
-_tarvio() {
+@function@() {
   local program=$1 current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
   local at given=() value options kind max
   COMPREPLY=()
@@ -78,14 +72,14 @@ _tarvio() {
   elif [[ $previous == = ]]; then
     previous=${COMP_WORDS[COMP_CWORD - 2]}
   fi
-  _tarvio_set_value "$previous"
+  @function@_set_value "$previous"
   if [[ $value ]]; then
-    _tarvio_offer "$value" "$current"
+    @function@_offer "$value" "$current"
     return
   fi
 
   for ((at = 1; at < COMP_CWORD; at++)); do
-    _tarvio_set_value "${COMP_WORDS[at]}"
+    @function@_set_value "${COMP_WORDS[at]}"
     if [[ $value ]]; then
       [[ ${COMP_WORDS[at + 1]} == = ]] && ((at++))
       ((at++))
@@ -96,17 +90,17 @@ _tarvio() {
     fi
   done
 
-  _tarvio_set_command "${given[0]-}"
+  @function@_set_command "${given[0]-}"
   if [[ $current == -* ]]; then
-    _tarvio_words "$options" "$current"
+    @function@_words "$options" "$current"
   elif ((${#given[@]} == 0)); then
-    _tarvio_offer commands "$current"
+    @function@_offer commands "$current"
   elif ((${#given[@]} <= max)); then
-    _tarvio_offer "$kind" "$current"
+    @function@_offer "$kind" "$current"
   fi
 }
 
-complete -F _tarvio tarvio
+complete -F @function@ @program@
 )sh";
 
 std::string option_words(const Command* command) {
@@ -129,7 +123,7 @@ std::string command_cases() {
   std::string cases = "    '') " + option_words(nullptr) + " ;;\n";
   for (const Command* command : client::all_commands()) {
     cases += std::string("    ") + command->word + ")\n      " + option_words(command) + "\n";
-    if (command->operands.max > 0) {
+    if (command->operands.offer != Offer::kNothing) {
       const bool is_one = command->operands.max == 1;
       cases += "      kind=" + name_of(command->operands.offer) +
                " max=" + (is_one ? "1" : "1000") + "\n";
@@ -139,11 +133,19 @@ std::string command_cases() {
   return cases + "    *) options= ;;\n";
 }
 
-std::string word_cases() {
+std::string offer_cases() {
   std::string cases;
+  const auto add = [&](Offer offer, const std::string& command) {
+    if (is_offered(offer)) cases += "    " + name_of(offer) + ") @function@_" + command + " ;;\n";
+  };
+  for (const NameOffer& each : kNameOffers) {
+    add(each.offer, std::string("names \"$2\" ") + each.arguments);
+  }
+  add(Offer::kPackageFiles, "files \"$2\" '*.tbx'");
+  add(Offer::kFiles, "files \"$2\" '*'");
+  add(Offer::kDirectories, "files \"$2\"");
   for (const Offer offer : kWordOffers) {
-    cases += "    " + name_of(offer) + ") _tarvio_words '" + joined(words_of(offer), " ") +
-             "' \"$2\" ;;\n";
+    add(offer, "words '" + joined(words_of(offer), " ") + "' \"$2\"");
   }
   return cases;
 }
@@ -154,7 +156,7 @@ std::string bash() {
   std::string text = std::string(kHead) + kTail;
   text = with(text, "@values@", value_cases());
   text = with(text, "@commands@", command_cases());
-  return with(text, "@words@", word_cases());
+  return of_program(with(text, "@offers@", offer_cases()));
 }
 
 }  // namespace completions

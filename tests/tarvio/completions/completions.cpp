@@ -1,8 +1,10 @@
 #include "completions.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "manager/wait_states.h"
+#include "program.h"
 #include "terminal/words.h"
 
 namespace completions {
@@ -55,10 +57,23 @@ std::string name_of(Offer offer) {
       return "wait_states";
     case Offer::kCommands:
       return "commands";
+    case Offer::kBoards:
+      return "boards";
+    case Offer::kRollouts:
+      return "rollouts";
     case Offer::kNothing:
       break;
   }
   return "nothing";
+}
+
+bool is_offered(Offer offer) {
+  const auto has = [=](const Option& option) { return option.offer == offer; };
+  const auto commands = client::all_commands();
+  return std::any_of(commands.begin(), commands.end(), [&](const Command* command) {
+    return command->operands.offer == offer ||
+           std::any_of(command->options.begin(), command->options.end(), has);
+  });
 }
 
 std::vector<std::string> words_of(Offer offer) {
@@ -93,6 +108,12 @@ std::string joined(const std::vector<std::string>& words, std::string_view separ
     text += word;
   }
   return text;
+}
+
+std::string of_program(std::string text) {
+  const std::string name = client::kProgram.name;
+  text = with(std::move(text), "@function@", with("_" + name, "-", "_"));
+  return with(std::move(text), "@program@", name);
 }
 
 std::string with(std::string text, std::string_view piece, std::string_view replacement) {

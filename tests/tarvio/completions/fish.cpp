@@ -9,10 +9,10 @@ using client::Offer;
 using client::Option;
 
 constexpr char kHead[] =
-    R"sh(# fish completion for tarvio. Written by scripts/completions from the commands themselves.
+    R"sh(# fish completion for @program@. Written by scripts/completions from the commands themselves.
 
 # The command and the operands before the cursor, a line each.
-function __tarvio_given
+function _@function@_given
     set -l is_value 0
     for word in (commandline -opc)[2..-1]
         if test $is_value = 1
@@ -29,64 +29,31 @@ function __tarvio_given
     end
 end
 
-function __tarvio_needs_command
-    test (count (__tarvio_given)) = 0
+function _@function@_needs_command
+    test (count (_@function@_given)) = 0
 end
 
-function __tarvio_is
-    set -l given (__tarvio_given)
+function _@function@_is
+    set -l given (_@function@_given)
     test "$given[1]" = $argv[1]
 end
 
 # Whether the command takes another operand: it takes as many as the second argument says.
-function __tarvio_takes
-    set -l given (__tarvio_given)
+function _@function@_takes
+    set -l given (_@function@_given)
     test "$given[1]" = $argv[1] -a (count $given) -le $argv[2]
 end
 
 # The first column of a table of the program, but for what stands on the line already.
-function __tarvio_names
-    set -l given (__tarvio_given)
+function _@function@_names
+    set -l given (_@function@_given)
     set -l words (commandline -opc)
     for name in ($words[1] $argv 2>/dev/null </dev/null | tail -n +2 | string replace -r ' .*' '')
         contains -- $name $given[2..-1]; or echo -- $name
     end
 end
-
-function __tarvio_applications
-    __tarvio_names list --category application
-end
-
-function __tarvio_packages
-    __tarvio_names list
-end
-
-function __tarvio_areas
-    __tarvio_names areas
-end
-
-function __tarvio_package_files
-    set -l begin (string replace -r -- '^--[a-z-]+=' '' (commandline -ct))
-    for file in $begin*.tbx $begin*/
-        echo -- $file
-    end
-end
-
-function __tarvio_files
-    set -l begin (string replace -r -- '^--[a-z-]+=' '' (commandline -ct))
-    for file in $begin*
-        echo -- $file
-    end
-end
-
-function __tarvio_directories
-    set -l begin (string replace -r -- '^--[a-z-]+=' '' (commandline -ct))
-    for directory in $begin*/
-        echo -- $directory
-    end
-end
-@words@
-complete -c tarvio -f
+@offers@
+complete -c @program@ -f
 )sh";
 
 std::string in_quotes(const std::string& text) {
@@ -94,35 +61,51 @@ std::string in_quotes(const std::string& text) {
 }
 
 std::string option_line(const std::string& condition, const Option& option) {
-  std::string line = "complete -c tarvio -n " + in_quotes(condition);
+  std::string line = "complete -c @program@ -n " + in_quotes(condition);
   if (option.letter != '\0') line += std::string(" -s ") + option.letter;
   line += std::string(" -l ") + option.name;
   if (option.value != nullptr && option.fallback == nullptr) line += " -x";
   if (option.offer != Offer::kNothing)
-    line += " -a " + in_quotes("(__tarvio_" + name_of(option.offer) + ")");
+    line += " -a " + in_quotes("(_@function@_" + name_of(option.offer) + ")");
   return line + " -d " + in_quotes(main_clause(option.help)) + '\n';
 }
 
 std::string lines_of(const Command& command) {
-  std::string lines = "\ncomplete -c tarvio -n __tarvio_needs_command -a " +
+  std::string lines = "\ncomplete -c tarvio -n _@function@_needs_command -a " +
                       std::string(command.word) + " -d " + in_quotes(command.summary) + '\n';
   for (const Option& option : shown_options(&command)) {
-    lines += option_line(std::string("__tarvio_is ") + command.word, option);
+    lines += option_line(std::string("_@function@_is ") + command.word, option);
   }
-  if (command.operands.max > 0) {
+  if (command.operands.offer != Offer::kNothing) {
     const char* const max = command.operands.max > 1 ? "1000" : "1";
-    lines += "complete -c tarvio -n " +
-             in_quotes(std::string("__tarvio_takes ") + command.word + ' ' + max) + " -a " +
-             in_quotes("(__tarvio_" + name_of(command.operands.offer) + ")") + '\n';
+    lines += "complete -c @program@ -n " +
+             in_quotes(std::string("_@function@_takes ") + command.word + ' ' + max) + " -a " +
+             in_quotes("(_@function@_" + name_of(command.operands.offer) + ")") + '\n';
   }
   return lines;
 }
 
-std::string word_functions() {
+// Lists what matches the patterns, which begin with what stands on the line already.
+std::string listing(const char* patterns) {
+  return "set -l begin (string replace -r -- '^--[a-z-]+=' '' (commandline -ct))\n"
+         "    for file in " +
+         std::string(patterns) + "\n        echo -- $file\n    end";
+}
+
+std::string offer_functions() {
   std::string functions;
+  const auto add = [&](Offer offer, const std::string& body) {
+    if (!is_offered(offer)) return;
+    functions += "\nfunction _@function@_" + name_of(offer) + "\n    " + body + "\nend\n";
+  };
+  for (const NameOffer& each : kNameOffers) {
+    add(each.offer, std::string("_@function@_names ") + each.arguments);
+  }
+  add(Offer::kPackageFiles, listing("$begin*.tbx $begin*/"));
+  add(Offer::kFiles, listing("$begin*"));
+  add(Offer::kDirectories, listing("$begin*/"));
   for (const Offer offer : kWordOffers) {
-    functions += "\nfunction __tarvio_" + name_of(offer) + "\n    printf '%s\\n' " +
-                 joined(words_of(offer), " ") + "\nend\n";
+    add(offer, "printf '%s\\n' " + joined(words_of(offer), " "));
   }
   return functions;
 }
@@ -136,12 +119,12 @@ std::string value_words() {
 }  // namespace
 
 std::string fish() {
-  std::string text = with(with(kHead, "@values@", value_words()), "@words@", word_functions());
+  std::string text = with(with(kHead, "@values@", value_words()), "@offers@", offer_functions());
   for (const Option& option : shown_options(nullptr)) {
-    text += option_line("__tarvio_needs_command", option);
+    text += option_line("_@function@_needs_command", option);
   }
   for (const Command* command : client::all_commands()) text += lines_of(*command);
-  return text;
+  return of_program(std::move(text));
 }
 
 }  // namespace completions

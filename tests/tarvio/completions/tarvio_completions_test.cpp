@@ -1,17 +1,12 @@
 // Completion of the client's command line in the shells.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <set>
-#include <sstream>
 #include <string>
-#include <vector>
 
-#include "completions.h"
+#include "commands/command_list.h"
+#include "shell_completion.h"
 #include "support/files.h"
 #include "support/packages/package_listing.h"
 #include "support/programs/tarvio.h"
@@ -20,30 +15,9 @@
 namespace tarvio_test {
 namespace {
 
-using Words = std::set<std::string>;
-using Line = std::vector<std::string>;
+TEST(ClientCompletions, AreThoseOfTheCommands) { expect_completions_of_the_commands(); }
 
-bool is_installed(const std::string& shell) {
-  return std::system(("command -v " + shell + " >/dev/null").c_str()) == 0;
-}
-
-TEST(ClientCompletions, AreThoseOfTheCommands) {
-  const std::filesystem::path directory = TARVIO_COMPLETIONS;
-  EXPECT_EQ(read_file(directory / "bash"), completions::bash()) << "run scripts/completions";
-  EXPECT_EQ(read_file(directory / "zsh"), completions::zsh()) << "run scripts/completions";
-  EXPECT_EQ(read_file(directory / "fish"), completions::fish()) << "run scripts/completions";
-}
-
-TEST(ClientCompletions, HaveTheWordsOfTheHelp) {
-  for (const client::Command* command : client::all_commands()) {
-    for (const std::string& text : {completions::zsh(), completions::fish()}) {
-      EXPECT_THAT(text, testing::HasSubstr(command->summary));
-      for (const client::Option& option : completions::shown_options(command)) {
-        EXPECT_THAT(text, testing::HasSubstr(completions::main_clause(option.help)));
-      }
-    }
-  }
-}
+TEST(ClientCompletions, HaveTheWordsOfTheHelp) { expect_words_of_the_help(); }
 
 // Asks one of the shells, where it is installed.
 class ClientCompletion : public WithoutPackages, public testing::WithParamInterface<const char*> {
@@ -52,42 +26,17 @@ class ClientCompletion : public WithoutPackages, public testing::WithParamInterf
     if (!is_installed(GetParam())) GTEST_SKIP() << GetParam() << " is not installed";
     ::setenv("HOME", place_.path().c_str(), 1);
     std::filesystem::current_path(place_.path());
-    // zsh makes a terminal of its own, in the sandbox.
-    EXPECT_EQ(::mount("/dev/pts/ptmx", "/dev/ptmx", nullptr, MS_BIND, nullptr), 0);
   }
 
   static bool is_fish() { return GetParam() == std::string("fish"); }
 
-  // What the shell offers for the last word of the line.
   Words offered(const Line& line) const {
-    std::string command = TARVIO_COMPLETION_TESTS "/ask-" + std::string(GetParam()) + " '" +
-                          TARVIO_COMPLETIONS "/" + GetParam() + "' '" TARVIO_CLIENT "'";
-    for (const std::string& word : line) command += " '" + word + "'";
-    command += " >" + (place_ / ".offered").string() + " 2>" + (place_ / ".errors").string();
-    EXPECT_EQ(std::system(command.c_str()), 0) << command;
-    EXPECT_EQ(read_file(place_ / ".errors"), "") << command;
-    std::istringstream lines(read_file(place_ / ".offered"));
-    Words words;
-    for (std::string word; std::getline(lines, word);) words.insert(plain(word, line.back()));
-    words.erase("");
-    return words;
+    return offered_by(GetParam(), TARVIO_CLIENT, line, place_.path());
   }
 
   const TempDir place_;
 
  private:
-  // Without what only some shells add: the part before "=", a slash after a directory, one-letter
-  // options, and options where an operand is due.
-  static std::string plain(std::string word, const std::string& last) {
-    const size_t equals = last.find('=');
-    if (equals != std::string::npos && word.starts_with(last.substr(0, equals + 1))) {
-      word.erase(0, equals + 1);
-    }
-    if (word.ends_with('/')) word.pop_back();
-    const bool is_due = last.starts_with('-');
-    return word.starts_with('-') && (!is_due || word.size() == 2) ? "" : word;
-  }
-
   const Terminal terminal_;
 };
 

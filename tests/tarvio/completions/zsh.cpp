@@ -8,49 +8,47 @@ using client::Command;
 using client::Offer;
 using client::Option;
 
-constexpr char kText[] = R"sh(#compdef tarvio
-# zsh completion for tarvio. Written by scripts/completions from the commands themselves.
+constexpr char kText[] = R"sh(#compdef @program@
+# zsh completion for @program@. Written by scripts/completions from the commands themselves.
 
 # The first column of a table of the program, but for what stands on the line already.
-# usage: _tarvio_names COMMAND [ARGUMENT]...
-_tarvio_names() {
+# usage: @function@_names COMMAND [ARGUMENT]...
+@function@_names() {
   local -a names
   names=(${${(f)"$($program "$@" 2>/dev/null </dev/null)"}[2,-1]%% *})
   compadd -F line -a names
 }
 
-_tarvio_applications() { _tarvio_names list --category application }
-_tarvio_packages() { _tarvio_names list }
-_tarvio_areas() { _tarvio_names areas }
-_tarvio_package_files() { _files -g '*.tbx' }
-_tarvio_files() { _files }
-_tarvio_directories() { _files -/ }
-@words@
-_tarvio_commands() {
+@offers@
+@function@_commands() {
   local -a commands
   commands=(
 @commands@  )
   _describe command commands
 }
 
-_tarvio() {
+@function@() {
   local context state state_descr line program=${(Q)words[1]}
   typeset -A opt_args
   _arguments -C -A '-*' \
-@options@    '1: :_tarvio_commands' \
+@options@    '1: :@function@_commands' \
     '*:: :->arguments' && return
   [[ $state == arguments ]] || return
   case $words[1] in
 @arguments@  esac
 }
 
-_tarvio "$@"
+@function@ "$@"
 )sh";
 
 std::string in_quotes(const std::string& text) { return '\'' + with(text, "'", R"('\'')") + '\''; }
 
 std::string explained(const Option& option) {
   return '[' + with(with(main_clause(option.help), "[", R"(\[)"), "]", R"(\])") + ']';
+}
+
+std::string function_for(Offer offer) {
+  return offer == Offer::kNothing ? " " : "@function@_" + name_of(offer);
 }
 
 // One argument of _arguments.
@@ -60,9 +58,7 @@ std::string spec_of(const Option& option) {
   const std::string equals = option.value == nullptr ? "" : is_optional ? "=-" : "=";
   std::string rest = explained(option);
   if (option.value != nullptr) {
-    const bool is_offered = option.offer != Offer::kNothing;
-    rest += std::string(is_optional ? "::" : ":") + option.value + ":" +
-            (is_offered ? "_tarvio_" + name_of(option.offer) : " ");
+    rest += std::string(is_optional ? "::" : ":") + option.value + ":" + function_for(option.offer);
   }
   if (option.letter == '\0') return in_quotes(name + equals + rest);
   const std::string letter = std::string("-") + option.letter;
@@ -85,10 +81,10 @@ std::string argument_cases() {
              option_lines(command, "        ");
     if (operands.max > 0) {
       const char* const count = operands.max > 1 ? "*" : "1";
-      cases += "        " +
-               in_quotes(std::string(count) + ":" + operands.name + ":_tarvio_" +
-                         name_of(operands.offer)) +
-               "\n      ;;\n";
+      cases +=
+          "        " +
+          in_quotes(std::string(count) + ":" + operands.name + ":" + function_for(operands.offer)) +
+          "\n      ;;\n";
     } else {
       cases.replace(cases.size() - 3, 3, "\n      ;;\n");  // the last line goes on to nothing
     }
@@ -104,12 +100,20 @@ std::string command_lines() {
   return lines;
 }
 
-std::string word_functions() {
+std::string offer_functions() {
   std::string functions;
+  const auto add = [&](Offer offer, const std::string& body) {
+    if (is_offered(offer)) functions += function_for(offer) + "() { " + body + " }\n";
+  };
+  for (const NameOffer& each : kNameOffers) {
+    add(each.offer, std::string("@function@_names ") + each.arguments);
+  }
+  add(Offer::kPackageFiles, "_files -g '*.tbx'");
+  add(Offer::kFiles, "_files");
+  add(Offer::kDirectories, "_files -/");
   for (const Offer offer : kWordOffers) {
     if (offer == Offer::kCommands) continue;  // they are described
-    functions +=
-        "_tarvio_" + name_of(offer) + "() { compadd " + joined(words_of(offer), " ") + " }\n";
+    add(offer, "compadd " + joined(words_of(offer), " "));
   }
   return functions;
 }
@@ -117,10 +121,10 @@ std::string word_functions() {
 }  // namespace
 
 std::string zsh() {
-  std::string text = with(kText, "@words@", word_functions());
+  std::string text = with(kText, "@offers@", offer_functions());
   text = with(text, "@commands@", command_lines());
   text = with(text, "@options@", option_lines(nullptr, "    "));
-  return with(text, "@arguments@", argument_cases());
+  return of_program(with(text, "@arguments@", argument_cases()));
 }
 
 }  // namespace completions
