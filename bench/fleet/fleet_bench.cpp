@@ -124,10 +124,10 @@ struct Fleet {
   }
 };
 
-// The most connections within any second.
+// The most boards that begin to connect within any second.
 size_t most_in_a_second(const Crowd& crowd) {
   std::vector<int64_t> times;
-  for (const BoardRecord& record : crowd.records()) times.push_back(record.connected_ns);
+  for (const BoardRecord& record : crowd.records()) times.push_back(record.tried_ns);
   std::sort(times.begin(), times.end());
   size_t most = 0;
   for (size_t first = 0, next = 0; first < times.size(); ++first) {

@@ -52,7 +52,9 @@ SimulatedBoard::SimulatedBoard(int number, const fleet::Broker& broker, BoardRec
     : name_(board_name(number)), record_(record), session_(session_of(name_, broker)) {}
 
 void SimulatedBoard::step(short happened) {
+  const bool was_open = session_.fd() >= 0;
   session_.step(happened);
+  if (!was_open && session_.fd() >= 0) record_.tried_ns = now_ns();
   while (const std::optional<Event> event = session_.next_event()) take(*event);
 }
 
@@ -74,7 +76,6 @@ void SimulatedBoard::take(const Event& event) {
 }
 
 void SimulatedBoard::take_connection() {
-  record_.connected_ns = now_ns();
   session_.subscribe(fleet::topic_of(name_, fleet::kRequest));
   is_waiting_ = false;
   keep(fleet::kApps, apps());

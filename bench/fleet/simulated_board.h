@@ -16,9 +16,9 @@ namespace tarvio_bench {
 // What a board tells the measuring process, in memory that both have. Times are of the monotonic
 // clock.
 struct BoardRecord {
-  std::atomic<int64_t> connected_ns;  // the newest connection; 0 before the first
-  std::atomic<int64_t> settled_ns;    // since when the broker has all facts; 0 while it does not
-  std::atomic<int64_t> changed_ns;    // the newest change of an application
+  std::atomic<int64_t> tried_ns;    // the newest try to connect that the broker was there for
+  std::atomic<int64_t> settled_ns;  // since when the broker has all facts; 0 while it does not
+  std::atomic<int64_t> changed_ns;  // the newest change of an application
   std::atomic<uint32_t> changes;
   std::atomic<uint32_t> failed_tries;
   // Of the present connection, as the kernel counts them: with TLS, without the headers of TCP.

@@ -106,7 +106,7 @@ void add_properties_of(const Message& message, Properties& properties) {
   }
 }
 
-// The loss that follows says so.
+// The other end may have gone since the last step.
 bool is_of_connection(int result) {
   return result == MOSQ_ERR_NO_CONN || result == MOSQ_ERR_CONN_LOST || result == MOSQ_ERR_ERRNO ||
          result == MOSQ_ERR_TLS;
@@ -309,6 +309,14 @@ std::optional<Event> Session::next_event() {
   return event;
 }
 
+void Session::take_result(int result, const char* what) {
+  if (!is_of_connection(result)) {
+    check(result, what);
+  } else if (is_connected_) {
+    lose(result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result));
+  }
+}
+
 int Session::publish(const Message& message) {
   Properties properties;
   add_properties_of(message, properties);
@@ -319,13 +327,12 @@ int Session::publish(const Message& message) {
   if (result == MOSQ_ERR_OVERSIZE_PACKET) {
     throw TooLong("the message is longer than the broker takes");
   }
-  if (!is_of_connection(result)) check(result, "cannot publish");
+  take_result(result, "cannot publish");
   return id;
 }
 
 void Session::subscribe(const std::string& filter, int qos) {
-  const int result = mosquitto_subscribe(client_.get(), nullptr, filter.c_str(), qos);
-  if (!is_of_connection(result)) check(result, "cannot subscribe");
+  take_result(mosquitto_subscribe(client_.get(), nullptr, filter.c_str(), qos), "cannot subscribe");
 }
 
 void Session::disconnect() {

@@ -92,7 +92,8 @@ class Session {
 
   // Only of a session that is connected. Publishing returns a number that is delivered, unless the
   // connection is lost before, for a message with a quality of service; that one is published again
-  // after the loss. Both throw std::runtime_error, the first a TooLong as well.
+  // after the loss. Both throw std::runtime_error, the first a TooLong as well, but not for a
+  // connection that turns out to be lost, which is an event.
   int publish(const Message& message);
   void subscribe(const std::string& filter, int qos = 1);
 
@@ -109,6 +110,7 @@ class Session {
   void connect();
   void lose(const std::string& cause);
   void check(int result, const char* what) const;
+  void take_result(int result, const char* what);  // of sending
 
   const SessionSettings settings_;
   std::unique_ptr<mosquitto, Free> client_;
