@@ -37,6 +37,13 @@ function(tarvio_freestanding_cxx target)
   set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
 endfunction()
 
+# A program with its own C++ run-time library, which the device does not have. (A sanitizer needs the shared one.)
+function(tarvio_static_cxx target)
+  if(NOT TARVIO_SANITIZE)
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
+  endif()
+endfunction()
+
 # The helpers in src/base, which the library and the programs share. Each target compiles them with its
 # own settings: with exceptions or without.
 function(tarvio_base target)

@@ -19,7 +19,14 @@ elseif(DEFINED ENV{XDG_CACHE_HOME})
 else()
   set(board $ENV{HOME}/.cache/tarvio-board)
 endif()
-list(APPEND CMAKE_PREFIX_PATH ${board}/libraries/usr)
+# Libraries and headers come from there alone, never from the host.
+set(CMAKE_FIND_ROOT_PATH ${board}/libraries)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_C_STANDARD_INCLUDE_DIRECTORIES ${board}/libraries/usr/include/arm-linux-gnueabihf)
+set(CMAKE_CXX_STANDARD_INCLUDE_DIRECTORIES ${board}/libraries/usr/include/arm-linux-gnueabihf)
+# A program that names their directory names it for the libraries too that they need themselves.
+set(CMAKE_EXE_LINKER_FLAGS_INIT -Wl,--disable-new-dtags)
 
 execute_process(
   COMMAND ${CMAKE_C_COMPILER} -print-file-name=libc.so.6
