@@ -19,13 +19,18 @@ if(CMAKE_CROSSCOMPILING)
 endif()
 
 # tarvio_command(VARIABLE TARGET): a file that runs the program TARGET when it is executed. The emulation
-# does not execute programs of the device from others: there it is a script of the host, which does.
+# does not execute programs of the device from others: there it is a script of the host, which does. All of
+# them are in one directory, under the names of the programs.
+set(command_directory ${PROJECT_BINARY_DIR})
+if(CMAKE_CROSSCOMPILING)
+  set(command_directory ${PROJECT_BINARY_DIR}/emulated)
+endif()
 function(tarvio_command variable target)
   if(NOT CMAKE_CROSSCOMPILING)
     set(${variable} $<TARGET_FILE:${target}> PARENT_SCOPE)
     return()
   endif()
-  set(script ${PROJECT_BINARY_DIR}/emulated/$<TARGET_FILE_NAME:${target}>)
+  set(script ${command_directory}/$<TARGET_FILE_NAME:${target}>)
   set(${variable} ${script} PARENT_SCOPE)
   get_target_property(made ${target} EMULATED)
   if(NOT made)
