@@ -19,11 +19,21 @@ triplet=arm-linux-gnueabihf
 kernel_package=linux-image-armmp-lpae
 packages=(busybox-static dash mtd-utils binutils-$triplet libbinutils tar gzip coreutils libc6 libgcc-s1 libstdc++6
   liblzo2-2 zlib1g libzstd1 libacl1 libselinux1 libpcre2-8-0 libsodium23)
-libraries=(libsodium23 libsodium-dev)
+# What libcurl is linked with, which the linker and the emulator look for too.
+curl_packages=(libbrotli1 libcom-err2 libffi8 libgmp10 libgnutls30 libgssapi-krb5-2 libhogweed6 libidn2-0 libk5crypto3
+  libkeyutils1 libkrb5-3 libkrb5support0 libldap-2.5-0 libnettle8 libnghttp2-14 libp11-kit0 libpsl5 librtmp1 libsasl2-2
+  libssh2-1 libtasn1-6 libunistring2)
+libraries=(libsodium23 libsodium-dev libmosquitto1 libmosquitto-dev libssl3 libssl-dev libcurl4 libcurl4-openssl-dev
+  libzstd1 zlib1g "${curl_packages[@]}")
 # In load order.
 modules=(virtio_mmio netfs fscache 9pnet 9pnet_virtio 9p mtd_blkdevs mtdblock jffs2 nandsim)
 tools=(bin/dash bin/tar bin/gzip bin/dd bin/df usr/bin/$triplet-ar usr/sbin/nanddump usr/sbin/nandwrite
   usr/sbin/flash_erase usr/sbin/mkfs.jffs2 usr/sbin/mtdinfo usr/lib/$triplet/libsodium.so.23)
+# What the agent needs, with a broker and a server of files. Only the cases that need them have them in memory.
+fleet_packages=(mosquitto mosquitto-clients libmosquitto1 libcjson1 openssl libssl3 libcurl4 libdlt2 libwrap0 libnsl2
+  libtirpc3 libsystemd0 libcap2 libgcrypt20 libgpg-error0 liblz4-1 liblzma5 "${curl_packages[@]}")
+fleet_tools=(usr/sbin/mosquitto usr/bin/mosquitto_rr usr/bin/mosquitto_sub usr/bin/openssl
+  usr/lib/$triplet/lib{mosquitto.so.1,curl.so.4})
 
 skip() {
   echo "skipped: $1"
@@ -68,29 +78,34 @@ libraries() {
   mkdir libraries
   (cd libraries && apt-get -qq download "${libraries[@]}")
   for package in libraries/*.deb; do dpkg -x "$package" libraries; done
+  # All in one directory, which the programs of the build directory name.
+  cp -a libraries/lib/. libraries/usr/lib/
+  rm -rf libraries/lib
   echo "${libraries[*]}" >libraries/list
 }
 
 fetch() {
-  local wanted="$kernel_package ${packages[*]}" kernel
+  local wanted="$kernel_package ${packages[*]} ${fleet_packages[*]}" kernel
   [ ! -e fetched ] || [ "$(cat fetched)" != "$wanted" ] || return 0
   use_board_packages
   kernel=$(apt-cache depends $kernel_package | sed -n 's/.*Depends: *\(linux-image-[0-9].*\)/\1/p' | head -n 1)
   rm -rf deb
   mkdir deb
-  (cd deb && apt-get -qq download "$kernel" "${packages[@]}")
+  (cd deb && apt-get -qq download "$kernel" "${packages[@]}" "${fleet_packages[@]}")
   echo "$wanted" >fetched
 }
 
-# With the libraries that the files need, recursively.
+# copy_with_libraries DIRECTORY FILE...: with the libraries that the files need, recursively. What the root file system
+# has is not copied again.
 copy_with_libraries() {
-  local file library
+  local into=$1 file library
+  shift
   for file; do
-    [ ! -e "root/$file" ] || continue
-    mkdir -p "root/${file%/*}"
-    cp -L "unpacked/$file" "root/$file"
-    for library in $(readelf -d "root/$file" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'); do
-      copy_with_libraries "$(find unpacked -name "$library" -printf '%P\n' | head -n 1)"
+    if [ -e "root/$file" ] || [ -e "$into/$file" ]; then continue; fi
+    mkdir -p "$into/${file%/*}"
+    cp -L "unpacked/$file" "$into/$file"
+    for library in $(readelf -d "$into/$file" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'); do
+      copy_with_libraries "$into" "$(find unpacked -name "$library" -printf '%P\n' | head -n 1)"
     done
   done
 }
@@ -104,10 +119,13 @@ image() {
   local package module
   [ -e fetched ] || skip "the packages are missing: run board.sh fetch"
   if [ image -nt fetched ] && [ image -nt "$here/board.sh" ]; then return; fi
-  rm -rf unpacked root
+  rm -rf unpacked root fleet
   for package in deb/*.deb; do dpkg -x "$package" unpacked; done
   mkdir -p root/{bin,dev,etc,host,lib/modules,mnt/root,opt/bb,proc,root,sys,tmp,usr/local/bin,var/log,var/run}
-  copy_with_libraries "${tools[@]}" lib/ld-linux-armhf.so.3
+  copy_with_libraries root "${tools[@]}" lib/ld-linux-armhf.so.3
+  copy_with_libraries fleet "${fleet_tools[@]}"
+  mkdir fleet/usr/lib/ssl
+  cp unpacked/etc/ssl/openssl.cnf fleet/usr/lib/ssl/
   cp unpacked/bin/busybox root/bin/
   # BusyBox's own shell runs its applets before it looks at the PATH.
   ln -s dash root/bin/sh
@@ -118,7 +136,8 @@ image() {
   done
   cp unpacked/boot/vmlinuz-* kernel
   pack root >initrd.gz
-  rm -rf unpacked root
+  pack fleet >fleet.gz
+  rm -rf unpacked root fleet
   touch image
 }
 
@@ -142,6 +161,11 @@ product() {
   cp "$here"/{library,flash}.sh "$here"/cases/* "$root/board/"
   cp "$here"/bin/* "$root/usr/local/bin/"
   add_opkg "$root"
+  if [ -n "${BOARD_FLEET:-}" ]; then
+    cp "$here"/../packaging/fleet/{certificates,access} "$root/board/"
+  else
+    rm -f "$root"/usr/*bin/tarvio-*
+  fi
   [ -z "${BOARD_PACKAGES:-}" ] || "$here/../scripts/package-board" "$2" "$root/packages" >/dev/null
   pack "$root"
 }
@@ -214,10 +238,10 @@ run() {
   echo "$case" >"$boot/share/case"
   # The case states what it needs. It may write another root there for the next boot.
   eval "$(sed -n 's/^# \(BOARD_[A-Z]*=.*\)/\1/p' "$here/cases/$case.sh")"
-  [ -z "${BOARD_PACKAGES:-}" ] || [ -e "${TARVIO_OPKG_DIR:-}/opkg-0.1.8-armhf" ] ||
+  [ -z "${BOARD_PACKAGES:-}${BOARD_FLEET:-}" ] || [ -e "${TARVIO_OPKG_DIR:-}/opkg-0.1.8-armhf" ] ||
     skip "packages need a real opkg, since the stand-in runs none of their scripts: set TARVIO_OPKG_DIR"
   echo "${BOARD_ROOT:-/dev/mtdblock4}" >"$boot/share/root"
-  product "$boot" "$build" | cat initrd.gz - >"$boot/initrd.gz"
+  product "$boot" "$build" | cat initrd.gz ${BOARD_FLEET:+fleet.gz} - >"$boot/initrd.gz"
   : >"console-$case.log"
   while true; do
     echo $boots >"$boot/share/boot"
