@@ -113,12 +113,12 @@ scripts_were() { prints "$1" tr '\n' ' ' </mnt/flash/scripts; }
 # Of both processes, in KiB.
 memory() {
   total=0
-  for process in $(pidof tarvio-agent); do
+  for process in $(pidof tarvio-agent tarvio-agent-link); do
     total=$((total + $(sed -n 's/^Pss: *\([0-9]*\) kB/\1/p' "/proc/$process/smaps_rollup")))
   done
   echo $total
 }
-owners() { for process in $(pidof tarvio-agent); do stat -c %u "/proc/$process"; done | sort -n | tr '\n' ' '; }
+owners() { for process in $(pidof tarvio-agent tarvio-agent-link); do stat -c %u "/proc/$process"; done | sort -n | tr '\n' ' '; }
 is_small() { [ "$1" -gt 0 ] && [ "$1" -le 4096 ]; }
 
 keep_flash

@@ -38,26 +38,29 @@ constexpr char kHelp[] =
     "exit status: 0 ended by SIGTERM or settings right, 1 failed, 64 wrong command\n"
     "line\n";
 
-// 0 or -1 as from fork, with the socket of this process.
-pid_t fork_apart(tarvio::Fd& socket) {
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return -1;
-  tarvio::Fd one(ends[0]);
-  tarvio::Fd other(ends[1]);
-  const pid_t child = fork();
-  socket = std::move(child == 0 ? other : one);
-  return child;
+[[noreturn]] void become_link(const tarvio::Fd& socket, const std::string& file) {
+  // The copy outlives the change of the program.
+  const int kept = dup(socket.get());
+  const std::string channel = std::to_string(kept);
+  (void)execlp(agent::kLinkProgram, agent::kLinkProgram, file.c_str(), channel.c_str(), nullptr);
+  agent::say(std::string("cannot start '") + agent::kLinkProgram + "': " + std::strerror(errno));
+  _exit(EXIT_FAILURE);
 }
 
-int run(const Settings& settings) {
-  (void)signal(SIGPIPE, SIG_IGN);
-  tarvio::Fd socket;
-  const pid_t link = fork_apart(socket);
+// Another program, so that this process has no library for TLS in its memory.
+Channel start_link(const std::string& file) {
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    throw std::runtime_error(std::string("cannot make a socket: ") + std::strerror(errno));
+  }
+  tarvio::Fd own(ends[0]);
+  const tarvio::Fd other(ends[1]);
+  const pid_t link = fork();
   if (link < 0) {
     throw std::runtime_error(std::string("cannot start a process: ") + std::strerror(errno));
   }
-  if (link == 0) return agent::run_link(settings, Channel(std::move(socket)));
-  return agent::run_worker(settings, Channel(std::move(socket)));
+  if (link == 0) become_link(other, file);
+  return Channel(std::move(own));
 }
 
 }  // namespace
@@ -96,7 +99,9 @@ int main(int argc, char** argv) {
   }
   try {
     const Settings settings = agent::read_settings(file);
-    return is_check ? EXIT_SUCCESS : run(settings);
+    if (is_check) return EXIT_SUCCESS;
+    (void)signal(SIGPIPE, SIG_IGN);
+    return agent::run_worker(settings, start_link(file));
   } catch (const std::exception& error) {
     agent::say(error.what());
     return EXIT_FAILURE;

@@ -8,6 +8,10 @@
 
 namespace agent {
 
+// The program of that process; its operands are the file of the settings and the number of the
+// descriptor of the channel.
+inline constexpr char kLinkProgram[] = "tarvio-agent-link";
+
 // Becomes the user of the settings, if it is root, and works until the other process is gone.
 // Returns the exit status.
 int run_link(const Settings& settings, Channel channel);

@@ -2,6 +2,7 @@
 #ifndef TARVIO_FLEET_TOOL_OBSERVER_H
 #define TARVIO_FLEET_TOOL_OBSERVER_H
 
+#include <csignal>
 #include <map>
 #include <string>
 
@@ -22,6 +23,19 @@ class Listener {
 
   virtual void on_answer(const std::string& board, const Json& answer) = 0;
   virtual void on_progress(const std::string& board, const Json& progress) = 0;
+};
+
+// While this is here, a connection or an output that nobody reads any more is an error and no end
+// of the process.
+class IgnoredPipeSignal {
+ public:
+  IgnoredPipeSignal() : before_(signal(SIGPIPE, SIG_IGN)) {}
+  IgnoredPipeSignal(const IgnoredPipeSignal&) = delete;
+  IgnoredPipeSignal& operator=(const IgnoredPipeSignal&) = delete;
+  ~IgnoredPipeSignal() { (void)signal(SIGPIPE, before_); }
+
+ private:
+  void (*before_)(int);
 };
 
 class Observer {
@@ -55,6 +69,7 @@ class Observer {
   void on_connected();
   void step(const tarvio::Deadline& until);
 
+  const IgnoredPipeSignal ignored_;
   const std::string client_;  // unlike that of every other run
   const fleet::Broker broker_;
   fleet::Session session_;

@@ -49,7 +49,7 @@ FILES:${PN} += "${datadir}/fish ${datadir}/zsh"
 RDEPENDS:${PN} = "opkg binutils tar gzip coreutils"
 RRECOMMENDS:${PN} = "tarviod mtd-utils mtd-utils-jffs2"
 
-FILES:tarvio-agent = "${sbindir}/tarvio-agent ${sysconfdir}/init.d/tarvio-agent \
+FILES:tarvio-agent = "${sbindir}/tarvio-agent ${sbindir}/tarvio-agent-link ${sysconfdir}/init.d/tarvio-agent \
     ${systemd_system_unitdir}/tarvio-agent.service"
 RDEPENDS:tarvio-agent = "${PN} tarvio-transfer"
 RRECOMMENDS:tarvio-agent = "tarviod"
