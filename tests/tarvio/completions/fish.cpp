@@ -71,7 +71,7 @@ std::string option_line(const std::string& condition, const Option& option) {
 }
 
 std::string lines_of(const Command& command) {
-  std::string lines = "\ncomplete -c tarvio -n _@function@_needs_command -a " +
+  std::string lines = "\ncomplete -c @program@ -n _@function@_needs_command -a " +
                       std::string(command.word) + " -d " + in_quotes(command.summary) + '\n';
   for (const Option& option : shown_options(&command)) {
     lines += option_line(std::string("_@function@_is ") + command.word, option);
