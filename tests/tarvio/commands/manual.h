@@ -45,7 +45,7 @@ inline void expect_entry_for_every_command() {
 inline void expect_entry_for_every_option() {
   const std::string text = manual();
   Names documented;
-  const std::regex entry("\n\\.TP\n(?:\\.BR? )?(?:-[a-zA-Z](?: \", \" |, ))?--([a-z-]+)");
+  const std::regex entry("\n\\.TP\n(?:\\.B[RI]? )?(?:-[a-zA-Z](?: \", \" |, ))?--([a-z-]+)");
   for (std::sregex_iterator at(text.begin(), text.end(), entry), end; at != end; ++at) {
     documented.insert((*at)[1]);
   }
