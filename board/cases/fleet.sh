@@ -135,7 +135,8 @@ if [ "$(cat /host/boot)" = 1 ]; then
   passes "the agent is connected" eventually is_connected
   passes "it installs the first version" prints '*"id":"first","state":"done"*' ask first 1.0
   passes "which is there" is_installed 1.0
-  sleep 2
+  # Until it has nothing more to do.
+  sleep 6
   used=$(memory)
   echo "tarvio-agent, both processes, idle with TLS: $used KiB of memory (PSS)"
   passes "it needs 4 MiB at most" is_small "$used"
@@ -155,7 +156,7 @@ passes "the broker runs" start_servers
 passes "the operator listens" listen
 start_agent
 passes "the agent answers the request that was cut" wait "$listener"
-passes "it was run again" prints '*"id":"second",*"note":"*again"*"state":"done"*' cat /tmp/answer
+passes "it was run again" prints '*"id":"second","state":"done"*"note":"*it was run again; opkg had left half done: clock"*' cat /tmp/answer
 passes "the second version is installed" is_installed 2.0
 passes "its script has run again, and no other" scripts_were '1.0 2.0 2.0 '
 passes "the first request again gets its answer" prints '*"id":"first","state":"done"*' ask first 1.0

@@ -14,7 +14,6 @@
 
 #include "agent_settings.h"
 #include "channel.h"
-#include "link.h"
 #include "say.h"
 #include "worker.h"
 

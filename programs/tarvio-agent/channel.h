@@ -11,6 +11,10 @@
 
 namespace agent {
 
+// The program that speaks to the broker; its operands are the file of the settings and the number
+// of the descriptor of the channel.
+inline constexpr char kLinkProgram[] = "tarvio-agent-link";
+
 // The first text says what it is.
 using Record = std::vector<std::string>;
 

@@ -23,6 +23,7 @@
 #include "facts.h"
 #include "fleet/payload.h"
 #include "fleet/topics.h"
+#include "idle_memory.h"
 #include "job.h"
 #include "opkg_records.h"
 #include "orphan.h"
@@ -125,6 +126,7 @@ class Worker {
   Outbox outbox_;
   Facts facts_;
   std::array<Lane, kLanes> lanes_;
+  IdleMemory idle_memory_;
   bool has_orphan_ = false;
   bool has_records_ = false;
   bool has_link_ = true;
@@ -231,7 +233,10 @@ void Worker::wait() {
   Deadline due = facts_.due();
   if (channel_.has_received()) due = Deadline::after(0);
   if (has_orphan_) due = Deadline::sooner(due, Deadline::after(kBetweenLooksMs));
-  if (poll(files.data(), files.size(), due.remaining_ms()) < 0) return;
+  const int ready =
+      poll(files.data(), files.size(), Deadline::sooner(due, idle_memory_.due()).remaining_ms());
+  if (ready < 0) return;
+  idle_memory_.step(ready > 0);
   if (files[kSignals].revents != 0) {
     signalfd_siginfo signal = {};
     is_ending_ = read(signals_.get(), &signal, sizeof signal) == sizeof signal;

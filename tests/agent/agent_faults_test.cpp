@@ -126,13 +126,27 @@ TEST_F(AgentFaults, MayBeAFullDisk) {
 TEST_F(AgentFaults, MayBeAProgramThatIsMissing) {
   agent_.program().kill();
   const std::string before = ::getenv("PATH");
-  ::setenv("PATH", "/nowhere", 1);
+  const TempDir programs;
+  std::filesystem::create_symlink(std::string(TARVIO_PROGRAMS) + "/tarvio-agent-link",
+                                  programs / "tarvio-agent-link");
+  ::setenv("PATH", programs.path().c_str(), 1);
   agent_.start();
   ::setenv("PATH", before.c_str(), 1);
   const Json answer = ask("r1", "list");
   EXPECT_EQ(answer["state"], "failed");
   EXPECT_EQ(answer["message"], "cannot run 'tarvio': No such file or directory");
   EXPECT_FALSE(agent_.program().has_ended());
+}
+
+TEST_F(AgentFaults, SaysThatItsOtherProgramIsMissing) {
+  agent_.program().kill();
+  const std::string before = ::getenv("PATH");
+  ::setenv("PATH", "/nowhere", 1);
+  agent_.start();
+  ::setenv("PATH", before.c_str(), 1);
+  EXPECT_EQ(agent_.program().end(), 1);
+  EXPECT_THAT(agent_.program().errors(),
+              testing::HasSubstr("cannot start 'tarvio-agent-link': No such file or directory"));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "link.h"
+#include "broker_link.h"
 
 #include <grp.h>
 #include <poll.h>
@@ -16,6 +16,7 @@
 
 #include "fleet/session.h"
 #include "fleet/topics.h"
+#include "idle_memory.h"
 #include "say.h"
 
 namespace agent {
@@ -68,7 +69,10 @@ class Link {
       std::array<pollfd, 2> files = {
           pollfd{.fd = channel_.fd(), .events = POLLIN, .revents = 0},
           pollfd{.fd = session_.fd(), .events = session_.events(), .revents = 0}};
-      if (poll(files.data(), files.size(), session_.due().remaining_ms()) < 0) continue;
+      const Deadline due = Deadline::sooner(session_.due(), idle_memory_.due());
+      const int ready = poll(files.data(), files.size(), due.remaining_ms());
+      if (ready < 0) continue;
+      idle_memory_.step(ready > 0);
       if (files[0].revents != 0) channel_.receive();
       while (const std::optional<Record> record = channel_.next()) publish(*record);
       // After that: what needs no acknowledgement is delivered as soon as it is published.
@@ -126,6 +130,7 @@ class Link {
   std::string request_topic_;
   Session session_;
   Channel channel_;
+  IdleMemory idle_memory_;
   int last_id_ = 0;  // of what is to be delivered; 0 for nothing
   int last_qos_ = 0;
 };

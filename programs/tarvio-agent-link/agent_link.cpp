@@ -6,7 +6,7 @@
 
 #include "agent_settings.h"
 #include "base/owners.h"
-#include "link.h"
+#include "broker_link.h"
 #include "runtime/conf_file.h"
 #include "say.h"
 
