@@ -86,6 +86,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& words,
     actions.copy(ends[at].get(), at == 0 ? STDOUT_FILENO : STDERR_FILENO);
   }
   std::vector<char*> argv;
+  argv.reserve(words.size() + 1);
   for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
   argv.push_back(nullptr);
   const int error =
