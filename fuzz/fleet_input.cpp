@@ -12,7 +12,7 @@
 #include "fleet/payload.h"
 #include "fleet/topics.h"
 #include "fuzzer.h"
-#include "opkg_records.h"
+#include "board/opkg_records.h"
 #include "request_journal.h"
 #include "rollout.h"
 #include "support/files.h"

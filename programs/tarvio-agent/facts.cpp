@@ -7,12 +7,12 @@
 #include <utility>
 
 #include "base/pipe.h"
+#include "board/opkg_records.h"
+#include "board/system_facts.h"
 #include "fleet/payload.h"
 #include "fleet/topics.h"
-#include "opkg_records.h"
 #include "runtime/run_paths.h"
 #include "say.h"
-#include "system_facts.h"
 
 namespace agent {
 

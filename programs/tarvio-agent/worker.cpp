@@ -19,13 +19,14 @@
 #include <string>
 #include <system_error>
 
+#include "answers.h"
+#include "board/opkg_records.h"
 #include "board_request.h"
 #include "facts.h"
 #include "fleet/payload.h"
 #include "fleet/topics.h"
 #include "idle_memory.h"
 #include "job.h"
-#include "opkg_records.h"
 #include "orphan.h"
 #include "outbox.h"
 #include "request_journal.h"
@@ -109,10 +110,6 @@ class Worker {
   void remove_left_files() const;
   void go_on(Lane& lane);
   void start(Lane& lane);
-  void finish(const std::string& id, const Json& answer);
-  void send_again(const std::string& id);
-  void deliver(const std::string& id);
-  void reply(const ReturnAddress& asker, Json answer, const std::function<void()>& delivered);
 
   Lane& lane_of(const Request& request) {
     return request.room == Room::kPackagesAndFlash ? packages_and_flash() : lanes_[0];
@@ -124,6 +121,7 @@ class Worker {
   tarvio::Fd signals_ = open_signals();
   Journal journal_;
   Outbox outbox_;
+  Answers answers_;
   Facts facts_;
   std::array<Lane, kLanes> lanes_;
   IdleMemory idle_memory_;
@@ -138,6 +136,7 @@ Worker::Worker(const Settings& settings, Channel channel)
       channel_(std::move(channel)),
       journal_((make_directory(settings.directory), settings.directory + "/journal")),
       outbox_(channel_, settings.device),
+      answers_(journal_, outbox_, settings.device),
       facts_(settings, outbox_),
       has_orphan_(has_orphan(settings.directory)) {
   if (journal_.damaged_lines() > 0) {
@@ -153,10 +152,10 @@ Worker::Worker(const Settings& settings, Channel channel)
 // What a power cut, or a kill, has left.
 void Worker::recover() {
   using State = JournalEntry::State;
-  for (const std::string& id : journal_.ids_in(State::kAnswered)) send_again(id);
+  for (const std::string& id : journal_.ids_in(State::kAnswered)) answers_.send_again(id);
   for (const std::string& id : journal_.ids_in(State::kRunning)) run_again(id);
   for (const std::string& id : journal_.ids_in(State::kWaiting)) {
-    finish(id, answer_of(id, kInterrupted, kNotBegun));
+    answers_.finish(id, answer_of(id, kInterrupted, kNotBegun));
   }
   if (!has_orphan_) remove_left_files();
 }
@@ -173,8 +172,8 @@ void Worker::run_again(const std::string& id) {
   } catch (const Refusal& refusal) {
     say("request " + id + ": " + refusal.what());  // accepted by an agent of another version
   }
-  finish(id, answer_of(id, kInterrupted,
-                       std::string(kCut) + ": look what has become of it, and ask again"));
+  answers_.finish(id, answer_of(id, kInterrupted,
+                                std::string(kCut) + ": look what has become of it, and ask again"));
 }
 
 void Worker::await_orphan() {
@@ -289,12 +288,11 @@ void Worker::take_request(const Record& record) {
   try {
     accept(record[1], asker, seconds_left);
   } catch (const Refusal& refusal) {
-    reply(asker, answer_of(id_in(record[1]), kRefused, refusal.what()), {});
+    answers_.reply(asker, answer_of(id_in(record[1]), kRefused, refusal.what()));
   } catch (const std::runtime_error& error) {
-    reply(asker,
-          answer_of(id_in(record[1]), kRefused,
-                    std::string("the request cannot be recorded: ") + error.what()),
-          {});
+    answers_.reply(asker,
+                   answer_of(id_in(record[1]), kRefused,
+                             std::string("the request cannot be recorded: ") + error.what()));
   }
 }
 
@@ -322,7 +320,7 @@ void Worker::ask_again(const Request& request, const ReturnAddress& asker) {
     throw Refusal("id '" + request.id + "' is that of another request");
   }
   if (known.state >= JournalEntry::State::kAnswered) {
-    reply(asker, Json::parse(known.answer), {});
+    answers_.reply(asker, Json::parse(known.answer));
     return;
   }
   // A broker may send it twice.
@@ -345,7 +343,7 @@ void Worker::go_on(Lane& lane) {
     if (!answer) return;
     const std::string id = lane.job->request().id;
     lane.job.reset();
-    finish(id, *answer);
+    answers_.finish(id, *answer);
   }
   if (has_orphan_ && &lane == &packages_and_flash()) return;
   while (lane.job == nullptr && !lane.waiting.empty() && !is_ending_) start(lane);
@@ -356,7 +354,8 @@ void Worker::start(Lane& lane) {
   lane.waiting.pop_front();
   const std::string id = next.request.id;
   if (next.expires.passed()) {
-    finish(id, answer_of(id, kExpired, "the request came or waited too long, and was not run"));
+    answers_.finish(
+        id, answer_of(id, kExpired, "the request came or waited too long, and was not run"));
     return;
   }
   try {
@@ -370,47 +369,8 @@ void Worker::start(Lane& lane) {
         std::make_unique<Job>(std::move(next.request), settings_, std::move(next.note),
                               [this](const Json& json) { outbox_.show(fleet::payload_of(json)); });
   } catch (const std::runtime_error& error) {
-    finish(id, answer_of(id, kFailed, error.what()));
+    answers_.finish(id, answer_of(id, kFailed, error.what()));
   }
-}
-
-void Worker::finish(const std::string& id, const Json& answer) {
-  try {
-    journal_.finish(id, answer);
-  } catch (const std::runtime_error& error) {
-    // It is recorded with its delivery then. After a cut before that, it is reported again.
-    say(error.what());
-  }
-  send_again(id);
-}
-
-void Worker::send_again(const std::string& id) {
-  const JournalEntry& entry = *journal_.find(id);
-  const Json answer = Json::parse(entry.answer);
-  for (const ReturnAddress& asker : entry.askers) {
-    // They are delivered in their order.
-    const bool is_last = &asker == &entry.askers.back();
-    reply(asker, answer, is_last ? [this, id] { deliver(id); } : std::function<void()>());
-  }
-}
-
-void Worker::deliver(const std::string& id) {
-  try {
-    journal_.deliver(id);
-  } catch (const std::runtime_error& error) {
-    say(error.what());
-  }
-}
-
-void Worker::reply(const ReturnAddress& asker, Json answer,
-                   const std::function<void()>& delivered) {
-  answer["device"] = settings_.device;
-  const std::string text = fleet::payload_of(answer);
-  if (answer.erase("result") > 0) {
-    const std::string note = answer.value("note", "");
-    answer["note"] = note + (note.empty() ? "" : "; ") + "its result is too long for the broker";
-  }
-  outbox_.answer(asker, text, fleet::payload_of(answer), delivered);
 }
 
 }  // namespace

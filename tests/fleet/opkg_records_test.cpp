@@ -1,5 +1,5 @@
 // What opkg has left half done, from its records.
-#include "opkg_records.h"
+#include "board/opkg_records.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

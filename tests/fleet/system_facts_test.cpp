@@ -1,5 +1,5 @@
 // What a board says of its root file system.
-#include "system_facts.h"
+#include "board/system_facts.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "opkg_records.h"
+#include "board/opkg_records.h"
 
 #include <filesystem>
 #include <fstream>

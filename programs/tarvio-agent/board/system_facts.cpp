@@ -1,4 +1,4 @@
-#include "system_facts.h"
+#include "board/system_facts.h"
 
 #include <dlfcn.h>
 #include <poll.h>
@@ -19,7 +19,7 @@
 #include "base/deadline.h"
 #include "base/owners.h"
 #include "base/pipe.h"
-#include "opkg_records.h"
+#include "board/opkg_records.h"
 #include "tarvio/com.h"
 #include "tarvio/list.h"
 
