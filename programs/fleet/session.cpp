@@ -4,15 +4,22 @@
 #include <mqtt_protocol.h>
 #include <openssl/ssl.h>
 #include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <deque>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include "base/owners.h"
@@ -151,55 +158,99 @@ int Delays::next_ms() {
   return spread(longest / 2, longest);
 }
 
+// The library's part, with what its callbacks leave.
+struct Session::Client {
+  struct Free {
+    void operator()(mosquitto* client) const {
+      mosquitto_destroy(client);
+      mosquitto_lib_cleanup();
+    }
+  };
+
+  std::unique_ptr<mosquitto, Free> library;
+  bool is_connected = false;
+  std::string detail;  // what the library said last of an error
+  std::deque<Event> happened;
+};
+
 // What the library calls. Nothing may be thrown through it.
 struct Session::Callbacks {
-  static Session& session_of(void* object) noexcept { return *static_cast<Session*>(object); }
+  static Client& client_of(void* object) noexcept { return *static_cast<Client*>(object); }
 
   static void connected(mosquitto*, void* object, int reason, int,
                         const mosquitto_property*) noexcept {
-    Session& session = session_of(object);
+    Client& client = client_of(object);
     if (reason != MQTT_RC_SUCCESS) {
-      session.detail_ = std::string("the broker refuses it: ") + mosquitto_reason_string(reason);
+      client.detail = std::string("the broker refuses it: ") + mosquitto_reason_string(reason);
       return;
     }
-    session.is_connected_ = true;
-    session.detail_.clear();
-    session.happened_.push_back({.kind = Event::Kind::kConnected});
+    client.is_connected = true;
+    client.detail.clear();
+    client.happened.push_back({.kind = Event::Kind::kConnected});
   }
   static void disconnected(mosquitto*, void* object, int reason,
                            const mosquitto_property*) noexcept {
     // A packet of the broker gives a reason of the protocol, anything else an error of the library.
-    Session& session = session_of(object);
-    if (reason >= MQTT_RC_UNSPECIFIED && session.detail_.empty()) {
-      session.detail_ = std::string("the broker ends it: ") + mosquitto_reason_string(reason);
+    Client& client = client_of(object);
+    if (reason >= MQTT_RC_UNSPECIFIED && client.detail.empty()) {
+      client.detail = std::string("the broker ends it: ") + mosquitto_reason_string(reason);
     }
   }
   static void received(mosquitto*, void* object, const mosquitto_message* message,
                        const mosquitto_property* properties) noexcept {
-    session_of(object).happened_.push_back(
+    client_of(object).happened.push_back(
         {.kind = Event::Kind::kMessage, .message = message_of(*message, properties)});
   }
-  static void delivered(mosquitto*, void* object, int id, int, const mosquitto_property*) noexcept {
-    session_of(object).happened_.push_back({.kind = Event::Kind::kDelivered, .id = id});
+  static void delivered(mosquitto*, void* object, int id, int reason,
+                        const mosquitto_property*) noexcept {
+    client_of(object).happened.push_back(
+        {.kind = Event::Kind::kDelivered, .id = id, .reason = reason});
   }
-  static void logged(mosquitto* client, void* object, int level, const char* text) noexcept {
-    std::string& detail = session_of(object).detail_;
+  static void logged(mosquitto* library, void* object, int level, const char* text) noexcept {
+    std::string& detail = client_of(object).detail;
     if (level != MOSQ_LOG_ERR || !detail.empty()) return;
-    detail = certificate_trouble(client);
+    detail = certificate_trouble(library);
     if (detail.empty()) detail = text;
   }
 };
 
-void Session::Free::operator()(mosquitto* client) const {
-  mosquitto_destroy(client);
-  mosquitto_lib_cleanup();
-}
+// A connect in a thread of its own: the library does not return before every address of the host
+// has answered or the system has given them up, after minutes.
+struct Session::Attempt {
+  Attempt(std::shared_ptr<Client> of, const SessionSettings& settings)
+      : client(std::move(of)), host(settings.broker.host), port(settings.broker.port) {
+    if (!ended.valid()) throw std::runtime_error(std::strerror(errno));
+    if (settings.kept_seconds != 0) {
+      properties.add_number(MQTT_PROP_SESSION_EXPIRY_INTERVAL, settings.kept_seconds);
+    }
+    if (settings.max_message_bytes != 0) {
+      properties.add_number(MQTT_PROP_MAXIMUM_PACKET_SIZE, settings.max_message_bytes);
+    }
+  }
+
+  void run() {
+    result = mosquitto_connect_bind_v5(client->library.get(), host.c_str(), port, kKeepAliveSeconds,
+                                       nullptr, properties.list());
+    error = errno;
+    (void)eventfd_write(ended.get(), 1);
+  }
+
+  const std::shared_ptr<Client> client;
+  const std::string host;
+  const int port;
+  const tarvio::Fd ended{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+  Properties properties;
+  int result = MOSQ_ERR_SUCCESS;
+  int error = 0;
+};
 
 Session::Session(const SessionSettings& settings)
     : settings_(settings), delays_(std::random_device()()) {
   mosquitto_lib_init();
-  client_.reset(mosquitto_new(settings_.client_id.c_str(), settings_.kept_seconds == 0, this));
-  if (client_ == nullptr) throw std::runtime_error(std::strerror(errno));
+  client_ = std::make_shared<Client>();
+  client_->library.reset(
+      mosquitto_new(settings_.client_id.c_str(), settings_.kept_seconds == 0, client_.get()));
+  if (client_->library == nullptr) throw std::runtime_error(std::strerror(errno));
   set_up();
   due_ = Deadline::after(0);
 }
@@ -210,11 +261,12 @@ void Session::check(int result, const char* what) const {
   if (result == MOSQ_ERR_SUCCESS) return;
   const char* const cause =
       result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result);
-  throw std::runtime_error(std::string(what) + ": " + (detail_.empty() ? cause : detail_));
+  throw std::runtime_error(std::string(what) + ": " +
+                           (client_->detail.empty() ? cause : client_->detail));
 }
 
 void Session::set_up() {
-  mosquitto* const client = client_.get();
+  mosquitto* const client = client_->library.get();
   const Broker& broker = settings_.broker;
   mosquitto_connect_v5_callback_set(client, Callbacks::connected);
   mosquitto_disconnect_v5_callback_set(client, Callbacks::disconnected);
@@ -243,49 +295,68 @@ void Session::set_up() {
   }
 }
 
-int Session::fd() const { return is_open_ ? mosquitto_socket(client_.get()) : -1; }
+bool Session::is_connected() const { return attempt_ == nullptr && client_->is_connected; }
+
+int Session::fd() const {
+  if (attempt_ != nullptr) return attempt_->ended.get();
+  return is_open_ ? mosquitto_socket(client_->library.get()) : -1;
+}
 
 short Session::events() const {
-  return static_cast<short>(mosquitto_want_write(client_.get()) ? POLLIN | POLLOUT : POLLIN);
+  const bool has_output = attempt_ == nullptr && mosquitto_want_write(client_->library.get());
+  return static_cast<short>(has_output ? POLLIN | POLLOUT : POLLIN);
 }
 
 void Session::connect() {
-  Properties properties;
-  if (settings_.kept_seconds != 0) {
-    properties.add_number(MQTT_PROP_SESSION_EXPIRY_INTERVAL, settings_.kept_seconds);
+  client_->detail.clear();
+  attempt_ = std::make_shared<Attempt>(client_, settings_);
+  due_ = Deadline::never();
+  // A thread begins with the signals that are blocked here: it must take none of the program's.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  (void)pthread_sigmask(SIG_SETMASK, &all, &before);
+  try {
+    std::thread([attempt = attempt_] { attempt->run(); }).detach();
+  } catch (const std::system_error&) {
+    attempt_->run();  // there is no thread for it, and waiting is better than no connection
   }
-  if (settings_.max_message_bytes != 0) {
-    properties.add_number(MQTT_PROP_MAXIMUM_PACKET_SIZE, settings_.max_message_bytes);
-  }
-  detail_.clear();
-  const int result =
-      mosquitto_connect_bind_v5(client_.get(), settings_.broker.host.c_str(), settings_.broker.port,
-                                kKeepAliveSeconds, nullptr, properties.list());
-  is_open_ = result == MOSQ_ERR_SUCCESS;
+  (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+void Session::end_attempt() {
+  eventfd_t count = 0;
+  if (eventfd_read(attempt_->ended.get(), &count) != 0) return;
+  const std::shared_ptr<Attempt> attempt = std::exchange(attempt_, nullptr);
+  is_open_ = attempt->result == MOSQ_ERR_SUCCESS;
   if (is_open_) {
     due_ = Deadline::after(kUpkeepMs);
   } else {
-    lose(result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result));
+    lose(attempt->result == MOSQ_ERR_ERRNO ? std::strerror(attempt->error)
+                                           : mosquitto_strerror(attempt->result));
   }
 }
 
 void Session::lose(const std::string& cause) {
-  const bool was_connected = std::exchange(is_connected_, false);
+  const bool was_connected = std::exchange(client_->is_connected, false);
   is_open_ = false;
-  std::string why = detail_.empty() ? cause : detail_;
-  happened_.push_back(
+  std::string why = client_->detail.empty() ? cause : client_->detail;
+  client_->happened.push_back(
       {.kind = Event::Kind::kLost,
        .cause = (was_connected ? "connection to the broker " : "cannot connect to the broker ") +
                 settings_.broker.name() + (was_connected ? " is lost: " : ": ") + why});
-  due_ = settings_.comes_back
-             ? Deadline::after(was_connected ? delays_.first_ms() : delays_.next_ms())
-             : Deadline::never();
+  if (settings_.retry_ms != 0) {
+    due_ = Deadline::after(settings_.retry_ms);
+  } else {
+    due_ = Deadline::after(was_connected ? delays_.first_ms() : delays_.next_ms());
+  }
 }
 
 void Session::step(short happened) {
-  mosquitto* const client = client_.get();
+  mosquitto* const client = client_->library.get();
+  if (attempt_ != nullptr) end_attempt();
   if (!is_open_) {
-    if (due_.passed()) connect();
+    if (attempt_ == nullptr && due_.passed()) connect();
     return;
   }
   int result = MOSQ_ERR_SUCCESS;
@@ -303,16 +374,16 @@ void Session::step(short happened) {
 }
 
 std::optional<Event> Session::next_event() {
-  if (happened_.empty()) return std::nullopt;
-  Event event = std::move(happened_.front());
-  happened_.pop_front();
+  if (client_->happened.empty()) return std::nullopt;
+  Event event = std::move(client_->happened.front());
+  client_->happened.pop_front();
   return event;
 }
 
 void Session::take_result(int result, const char* what) {
   if (!is_of_connection(result)) {
     check(result, what);
-  } else if (is_connected_) {
+  } else if (client_->is_connected) {
     lose(result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result));
   }
 }
@@ -322,7 +393,7 @@ int Session::publish(const Message& message) {
   add_properties_of(message, properties);
   int id = 0;
   const int result = mosquitto_publish_v5(
-      client_.get(), &id, message.topic.c_str(), static_cast<int>(message.payload.size()),
+      client_->library.get(), &id, message.topic.c_str(), static_cast<int>(message.payload.size()),
       message.payload.data(), message.qos, message.is_retained, properties.list());
   if (result == MOSQ_ERR_OVERSIZE_PACKET) {
     throw TooLong("the message is longer than the broker takes");
@@ -332,13 +403,15 @@ int Session::publish(const Message& message) {
 }
 
 void Session::subscribe(const std::string& filter, int qos) {
-  take_result(mosquitto_subscribe(client_.get(), nullptr, filter.c_str(), qos), "cannot subscribe");
+  take_result(mosquitto_subscribe(client_->library.get(), nullptr, filter.c_str(), qos),
+              "cannot subscribe");
 }
 
 void Session::disconnect() {
-  if (is_connected_)
-    (void)mosquitto_disconnect_v5(client_.get(), MQTT_RC_NORMAL_DISCONNECTION, nullptr);
-  is_connected_ = false;
+  if (is_connected())
+    (void)mosquitto_disconnect_v5(client_->library.get(), MQTT_RC_NORMAL_DISCONNECTION, nullptr);
+  attempt_.reset();
+  client_->is_connected = false;
   is_open_ = false;
   due_ = Deadline::never();
 }

@@ -3,7 +3,6 @@
 #define TARVIO_FLEET_SESSION_H
 
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <optional>
 #include <random>
@@ -12,8 +11,6 @@
 
 #include "base/deadline.h"
 #include "fleet/broker.h"
-
-struct mosquitto;
 
 namespace fleet {
 
@@ -37,7 +34,8 @@ struct SessionSettings {
       std::nullopt;           // what the broker publishes once the connection is lost
   uint32_t kept_seconds = 0;  // for which the broker keeps messages meanwhile
   uint32_t max_message_bytes = 0;
-  bool comes_back = true;
+  // After which it tries again to connect; 0: after delays that spread a fleet.
+  int retry_ms = 0;
 };
 
 struct Event {
@@ -45,7 +43,8 @@ struct Event {
   Kind kind;
   std::string cause = {};  // of the loss, with the broker's name
   Message message = {};
-  int id = 0;  // of the delivered message
+  int id = 0;      // of the delivered message
+  int reason = 0;  // of the broker for what it did with that; from 0x80 on it has refused it
 };
 
 // The delays before the tries to connect: spread, so that a fleet does not come back at once.
@@ -82,13 +81,13 @@ class Session {
   [[nodiscard]] short events() const;
   [[nodiscard]] tarvio::Deadline due() const { return due_; }
 
-  // Goes on, after such a wait.
+  // Goes on, after such a wait. Never waits itself.
   void step(short happened);
 
   // What has happened, one after another.
   std::optional<Event> next_event();
 
-  [[nodiscard]] bool is_connected() const { return is_connected_; }
+  [[nodiscard]] bool is_connected() const;
 
   // Only of a session that is connected. Publishing returns a number that is delivered, unless the
   // connection is lost before, for a message with a quality of service; that one is published again
@@ -102,24 +101,22 @@ class Session {
 
  private:
   struct Callbacks;
-  struct Free {
-    void operator()(mosquitto* client) const;
-  };
+  struct Client;
+  struct Attempt;
 
   void set_up();
   void connect();
+  void end_attempt();
   void lose(const std::string& cause);
   void check(int result, const char* what) const;
   void take_result(int result, const char* what);  // of sending
 
   const SessionSettings settings_;
-  std::unique_ptr<mosquitto, Free> client_;
+  std::shared_ptr<Client> client_;    // shared with an attempt, which may outlive the session
+  std::shared_ptr<Attempt> attempt_;  // to connect; until it has ended nothing touches the client
   Delays delays_;
   tarvio::Deadline due_ = tarvio::Deadline::never();
   bool is_open_ = false;  // the connection to the broker, whether it is accepted or not
-  bool is_connected_ = false;
-  std::string detail_;  // what the library said last of an error
-  std::deque<Event> happened_;
 };
 
 }  // namespace fleet
