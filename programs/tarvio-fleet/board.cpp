@@ -50,9 +50,13 @@ void take(const fleet::Message& message, Boards& boards) {
   const bool is_fact = topic.end == fleet::kOnline || topic.end == fleet::kSystem ||
                        topic.end == fleet::kApps || topic.end == fleet::kPackages;
   if (!is_fact) return;
+  const std::string name(topic.device);
+  if (topic.end == fleet::kOnline && message.payload.empty()) {
+    boards.erase(name);  // it is removed from the broker
+    return;
+  }
   const Json json = fleet::json_in(message.payload);
   if (json.is_discarded()) return;
-  const std::string name(topic.device);
   Board& board = boards[name];
   board.name = name;
   if (topic.end == fleet::kOnline) {

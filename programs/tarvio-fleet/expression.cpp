@@ -10,6 +10,7 @@
 
 #include "commands/command.h"
 #include "packages/version_order.h"
+#include "terminal/printable_text.h"
 
 namespace fleet_tool {
 
@@ -134,12 +135,29 @@ bool Expression::matches(const Board& board) const {
   });
 }
 
-std::vector<std::string> Expression::online_among(const Boards& boards) const {
+std::vector<std::string> Expression::among(const Boards& boards, bool is_online) const {
   std::vector<std::string> names;
   for (const auto& [name, board] : boards) {
-    if (board.is_online && matches(board)) names.push_back(name);
+    if (board.is_online == is_online && matches(board)) names.push_back(name);
   }
   return names;
+}
+
+std::vector<std::string> Expression::online_among(const Boards& boards) const {
+  return among(boards, true);
+}
+
+std::vector<std::string> Expression::offline_among(const Boards& boards) const {
+  return among(boards, false);
+}
+
+std::string offline_words(const std::vector<std::string>& boards) {
+  std::string names;
+  for (const std::string& board : boards) names += (names.empty() ? "" : ", ") + board;
+  return std::to_string(boards.size()) +
+         (boards.size() == 1 ? " board is meant and offline: "
+                             : " boards are meant and offline: ") +
+         client::printable(names);
 }
 
 }  // namespace fleet_tool

@@ -17,14 +17,18 @@ inline constexpr char kExpressionHelp[] =
     "others. Of several with a comma between them all must be true, and of several such lists with "
     "a '|' between them one.";
 
+// "2 boards are meant and offline: ...".
+std::string offline_words(const std::vector<std::string>& boards);
+
 class Expression {
  public:
   // Throws a UsageError.
   explicit Expression(const std::string& text);
 
   [[nodiscard]] bool matches(const Board& board) const;
-  // The names of those that can be asked for something.
+  // The names of those that can be asked for something, and of those that cannot now.
   [[nodiscard]] std::vector<std::string> online_among(const Boards& boards) const;
+  [[nodiscard]] std::vector<std::string> offline_among(const Boards& boards) const;
 
  private:
   // What one part of the text asks of a board.
@@ -40,6 +44,7 @@ class Expression {
   static Term package_term(std::string_view text);
   static Term app_term(std::string_view text);
   static Term term_of(std::string_view text);
+  [[nodiscard]] std::vector<std::string> among(const Boards& boards, bool is_online) const;
   static bool is_true(const Term& term, const Board& board);
 
   std::vector<std::vector<Term>> alternatives_;

@@ -38,8 +38,14 @@ Result run(const Arguments& arguments) {
     return {
         .status = kNoMatch, .json = text_of(Json::array()), .complaint = "no such board is online"};
   }
+  const bool is_json = arguments.has(kJson);
   Result result;
   Json json = Json::array();
+  const std::vector<std::string> offline = expression.offline_among(observer.boards());
+  if (!offline.empty() && !is_json) print(fleet_tool::offline_words(offline) + "\n");
+  for (const std::string& board : offline) {
+    json.push_back({{"name", board}, {"state", "offline"}, {"message", "it was not asked"}});
+  }
   Inquiry inquiry(
       observer,
       {.id_for = [id = fleet_tool::new_id()](const std::string&) { return id; },
@@ -48,11 +54,14 @@ Result run(const Arguments& arguments) {
        .seconds = arguments.seconds_of(kAnswerTimeout, kAnswerSeconds),
        .at_once = kAtOnce},
       boards, {.ended = [&](const BoardOutcome& outcome) {
-        result.text += outcome.words() + "\n";
+        if (!is_json) print(outcome.words() + "\n");
         json.push_back(
             {{"name", outcome.board}, {"state", outcome.state}, {"message", outcome.message}});
-        if (!outcome.is_done() && result.status == kDone) {
-          result.status = outcome.state == fleet_tool::kNoAnswer ? kTimeout : kFailed;
+        if (outcome.is_done()) return;
+        if (outcome.state != fleet_tool::kNoAnswer) {
+          result.status = kFailed;
+        } else if (result.status == kDone) {
+          result.status = kTimeout;
         }
       }});
   while (inquiry.step(Deadline::never())) {

@@ -10,6 +10,7 @@
 #include "fleet_commands.h"
 #include "observer.h"
 #include "rollout.h"
+#include "rollout_run.h"
 #include "terminal/output.h"
 #include "terminal/text_table.h"
 
@@ -21,7 +22,11 @@ using fleet_tool::kConfig;
 using fleet_tool::Observer;
 using fleet_tool::Rollout;
 
-constexpr std::array kOptions = {kConfig};
+constexpr Option kForget = {.name = "forget",
+                            .value = "ID",
+                            .offer = Offer::kRollouts,
+                            .help = "remove a rollout at the broker and in the files of this user"};
+constexpr std::array kOptions = {kForget, kConfig};
 
 std::string local_time(int64_t seconds) {
   const auto time = static_cast<time_t>(seconds);
@@ -44,7 +49,13 @@ Row row_of(const Rollout& rollout) {
 }
 
 Result run(const Arguments& arguments) {
-  const Observer observer(fleet_tool::settings_in(arguments), arguments.timeout_seconds);
+  Observer observer(fleet_tool::settings_in(arguments), arguments.timeout_seconds,
+                    Observer::Needs::kBoardsAndRollouts);
+  if (const std::string* const id = arguments.value_of(kForget)) {
+    if (!arguments.operands.empty()) throw UsageError("--forget ID is used without another ID");
+    fleet_tool::forget_rollout(observer, *id);
+    return {.json = text_of(Json::array())};
+  }
   const std::string wanted = arguments.operands.empty() ? "" : arguments.operands.front();
   std::vector<Row> rows = {
       header_of({"ROLLOUT", "STATE", "DONE", "FAILED", "OPERATOR", "BEGUN", "URL"})};

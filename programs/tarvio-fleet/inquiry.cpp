@@ -1,7 +1,10 @@
 #include "inquiry.h"
 
+#include <algorithm>
+#include <array>
 #include <ctime>
 #include <random>
+#include <string_view>
 #include <utility>
 
 #include "terminal/printable_text.h"
@@ -15,6 +18,9 @@ using tarvio::Deadline;
 constexpr int kLookMs = 200;
 // A board that has answered already answers again, and one that works on it does not begin again.
 constexpr int kAgainMs = 15'000;
+constexpr double kLongestSeconds = 86'400;  // for which an agent takes a request
+constexpr std::array<std::string_view, 5> kStates = {"done", "failed", "refused", "expired",
+                                                     "interrupted"};
 
 }  // namespace
 
@@ -48,9 +54,9 @@ Inquiry::Inquiry(Observer& observer, Question question, std::vector<std::string>
 Inquiry::~Inquiry() { observer_.set_listener(nullptr); }
 
 void Inquiry::ask(const std::string& board, Asked& asked) const {
-  const double seconds = asked.given_up.is_set()
-                             ? static_cast<double>(asked.given_up.remaining_ms()) / 1000 + 1
-                             : 86'400;
+  const double left = static_cast<double>(asked.given_up.remaining_ms()) / 1000 + 1;
+  const double seconds =
+      asked.given_up.is_set() ? std::min(left, kLongestSeconds) : kLongestSeconds;
   observer_.ask(board,
                 {{"id", question_.id_for(board)},
                  {"command", question_.command},
@@ -83,11 +89,13 @@ void Inquiry::look_after() {
   std::vector<std::string> late;
   for (auto& [board, asked] : asked_) {
     const bool is_gone = !is_online(board);
+    // The broker keeps what it was asked meanwhile: more of the same would only fill its queue.
+    if (asked.is_gone && !is_gone) asked.again = Deadline::after(0);
     if (reports_.presence && is_gone != asked.is_gone) reports_.presence(board, !is_gone);
     asked.is_gone = is_gone;
     if (asked.given_up.passed()) {
       late.push_back(board);
-    } else if (asked.again.passed()) {
+    } else if (!is_gone && asked.again.passed()) {
       ask(board, asked);
     }
   }
@@ -114,8 +122,10 @@ bool Inquiry::step(const Deadline& until) {
 
 void Inquiry::on_answer(const std::string& board, const Json& answer) {
   if (!asked_.contains(board) || text_in(answer, "id") != question_.id_for(board)) return;
+  const std::string state = text_in(answer, "state");
+  const bool is_known = std::find(kStates.begin(), kStates.end(), state) != kStates.end();
   end(board, {.board = board,
-              .state = text_in(answer, "state"),
+              .state = is_known ? state : "failed",
               .message = text_in(answer, "message"),
               .answer = answer});
 }

@@ -20,7 +20,8 @@ using fleet::Event;
 using tarvio::Deadline;
 
 constexpr int kMaxLossMs = 120'000;
-constexpr int kFlushMs = 30'000;
+constexpr int kRetryMs = 1000;  // one operator's tool, and no fleet that comes back at once
+constexpr int kRefused = 0x80;  // reasons of the broker from here on
 constexpr char kFacts[][16] = {"+/online", "+/system", "+/apps", "+/packages", "+/progress"};
 
 std::string client_name(const std::string& operator_name) {
@@ -29,27 +30,33 @@ std::string client_name(const std::string& operator_name) {
 }
 
 fleet::SessionSettings session_of(const fleet::Broker& broker, const std::string& client) {
-  return {.broker = broker, .client_id = client};
+  return {.broker = broker, .client_id = client, .retry_ms = kRetryMs};
 }
 
 }  // namespace
 
-Observer::Observer(const Settings& settings, double seconds) try
+Observer::Observer(const Settings& settings, double seconds, Needs needs) try
     : client_(client_name(settings.operator_name)),
+      needs_(needs),
       broker_(settings.broker),
       session_(session_of(broker_, client_)) {
   const Deadline until = Deadline::after_seconds(seconds);
   while (!is_complete_) {
     step(until);
     if (!cause_.empty() && !session_.is_connected()) throw Failure(ENOTCONN, cause_);
-    if (until.passed()) {
+    if (!until.passed()) continue;
+    if (!session_.is_connected()) {
       throw Failure(ETIMEDOUT,
                     "the broker " + broker_.name() +
-                        " does not send what it keeps of the boards; may '" +
-                        settings.operator_name + "' read " + std::string(fleet::kDevices) +
-                        "# and " + std::string(fleet::kMarks) + "#?",
+                        " does not answer: see whether it runs and can be reached from here",
                     client::kTimeout);
     }
+    throw Failure(ETIMEDOUT,
+                  "the broker " + broker_.name() +
+                      " does not send what it keeps of the boards; may this user or certificate "
+                      "read " +
+                      std::string(fleet::kDevices) + "# and " + std::string(fleet::kMarks) + "#?",
+                  client::kTimeout);
   }
 } catch (const std::runtime_error& error) {
   if (dynamic_cast<const Failure*>(&error) != nullptr) throw;
@@ -73,13 +80,14 @@ void Observer::take_events() {
         break;
       case Event::Kind::kLost:
         cause_ = event->cause;
+        is_complete_ = false;
         if (!lost_until_.is_set()) lost_until_ = Deadline::after(kMaxLossMs);
         break;
       case Event::Kind::kMessage:
         take(event->message);
         break;
       case Event::Kind::kDelivered:
-        --undelivered_;
+        on_delivered(*event);
         break;
     }
   }
@@ -90,27 +98,61 @@ void Observer::take_events() {
 // newest is enough, and without acknowledgement the broker drops nothing of a large fleet.
 void Observer::on_connected() {
   lost_until_ = Deadline::never();
-  undelivered_ = 0;
   for (const char* const fact : kFacts) session_.subscribe(std::string(fleet::kDevices) + fact, 0);
-  session_.subscribe(std::string(fleet::kRollouts) + "+", 0);
+  if (needs_ == Needs::kBoardsAndRollouts) {
+    session_.subscribe(std::string(fleet::kRollouts) + "+", 0);
+  }
   session_.subscribe(std::string(fleet::kDevices) + "+/" + fleet::kAnswer + client_);
-  const std::string mark = std::string(fleet::kMarks) + client_;
-  session_.subscribe(mark, 0);
-  (void)session_.publish({.topic = mark, .payload = "", .qos = 0});
-  ++undelivered_;
+  session_.subscribe(std::string(fleet::kMarks) + client_, 0);
+  send_mark();
+}
+
+void Observer::send_mark() {
+  is_complete_ = false;
+  (void)session_.publish({.topic = std::string(fleet::kMarks) + client_, .payload = "", .qos = 0});
+}
+
+// A message that was under way when the connection was lost is delivered after the next one.
+void Observer::on_delivered(const fleet::Event& event) {
+  const auto found = undelivered_.find(event.id);
+  if (found == undelivered_.end()) return;
+  const std::string topic = found->second;
+  undelivered_.erase(found);
+  if (event.reason < kRefused) return;
+  throw Failure(EACCES, "the broker " + broker_.name() +
+                            " does not let this user or certificate publish to '" + topic +
+                            "': see the broker's access file");
+}
+
+void Observer::take_rollout(const std::string& id, const std::string& text) {
+  if (text.empty()) {
+    rollouts_.erase(id);
+    return;
+  }
+  rollouts_[id] = text;
+  if (id != claimed_id_) return;
+  const Json record = fleet::json_in(text);
+  if (text_in(record, "run") == claimed_run_) {
+    is_claimed_ = true;
+  } else if (is_claimed_) {
+    unsent_.clear();
+    throw Failure(EBUSY, "rollout '" + id + "' ends here: '" + text_in(record, "operator") +
+                             "' carries it out now");
+  }
+}
+
+void Observer::claim(const std::string& id, const std::string& run) {
+  claimed_id_ = id;
+  claimed_run_ = run;
 }
 
 void Observer::take(const fleet::Message& message) {
   has_taken_ = true;
   if (message.topic == std::string(fleet::kMarks) + client_) {
     is_complete_ = true;
+    send_unsent();
   } else if (message.topic.starts_with(fleet::kRollouts)) {
-    const std::string id = message.topic.substr(fleet::kRollouts.size());
-    if (message.payload.empty()) {
-      rollouts_.erase(id);
-    } else {
-      rollouts_[id] = message.payload;
-    }
+    take_rollout(message.topic.substr(fleet::kRollouts.size()), message.payload);
   } else {
     fleet_tool::take(message, boards_);
     const fleet::DeviceTopic topic = fleet::device_topic(message.topic);
@@ -129,25 +171,44 @@ bool Observer::wait(const Deadline& until) {
   return has_taken_ || !until.passed();
 }
 
+void Observer::catch_up() {
+  if (session_.is_connected()) send_mark();
+  is_complete_ = false;
+  while (!is_complete_) step(Deadline::after(kRetryMs));
+}
+
+void Observer::publish(const fleet::Message& message) {
+  undelivered_[session_.publish(message)] = message.topic;
+}
+
 void Observer::ask(const std::string& board, const Json& request, double seconds) {
   if (!session_.is_connected()) return;
-  (void)session_.publish({.topic = fleet::topic_of(board, fleet::kRequest),
-                          .payload = fleet::payload_of(request),
-                          .response_topic = fleet::topic_of(board, fleet::kAnswer + client_),
-                          .seconds = static_cast<uint32_t>(seconds)});
-  ++undelivered_;
+  publish({.topic = fleet::topic_of(board, fleet::kRequest),
+           .payload = fleet::payload_of(request),
+           .response_topic = fleet::topic_of(board, fleet::kAnswer + client_),
+           .seconds = static_cast<uint32_t>(seconds)});
 }
 
 void Observer::keep(const std::string& topic, const std::string& text) {
-  if (!session_.is_connected()) return;
-  (void)session_.publish({.topic = topic, .payload = text, .is_retained = true});
-  ++undelivered_;
+  unsent_[topic] = text;
+  if (is_complete_) send_unsent();
 }
 
-void Observer::flush() {
-  const Deadline until = Deadline::after(kFlushMs);
-  while (undelivered_ > 0 || !session_.is_connected()) {
-    if (until.passed()) throw Failure(ETIMEDOUT, "the broker does not take what is published");
+// What the session has taken it publishes again after a loss, in the order in which it took it.
+void Observer::send_unsent() {
+  while (!unsent_.empty() && session_.is_connected()) {
+    const auto first = unsent_.begin();
+    publish({.topic = first->first, .payload = first->second, .is_retained = true});
+    unsent_.erase(first);
+  }
+}
+
+void Observer::flush(int milliseconds) {
+  const Deadline until = Deadline::after(milliseconds);
+  while (!undelivered_.empty() || !unsent_.empty()) {
+    if (until.passed()) {
+      throw Failure(ETIMEDOUT, "the broker " + broker_.name() + " does not take what is published");
+    }
     step(until);
   }
 }

@@ -20,7 +20,7 @@ constexpr std::array kOptions = {kConfig};
 
 Result run(const Arguments& arguments) {
   const fleet_tool::Settings settings = fleet_tool::settings_in(arguments);
-  Observer observer(settings, arguments.timeout_seconds);
+  Observer observer(settings, arguments.timeout_seconds, Observer::Needs::kBoardsAndRollouts);
   Rollout rollout = fleet_tool::find_rollout(observer, arguments.operands.front());
   rollout.operator_name = settings.operator_name;
   fleet_tool::RolloutReport report(arguments.has(kJson), arguments.has(kQuiet));

@@ -76,6 +76,7 @@ Json json_of(const Rollout& rollout) {
   for (const Wave& wave : rollout.waves) waves.push_back(json_of(wave));
   return {{"id", rollout.id},
           {"operator", rollout.operator_name},
+          {"run", rollout.run},
           {"url", rollout.url},
           {"sha256", rollout.sha256},
           {"size", rollout.size},
@@ -87,7 +88,9 @@ Json json_of(const Rollout& rollout) {
           {"state", rollout.state},
           {"started", rollout.started},
           {"updated", rollout.updated},
-          {"waves", std::move(waves)}};
+          {"waves", std::move(waves)},
+          {"offline", rollout.offline},
+          {"left_out", rollout.left_out}};
 }
 
 Rollout parse_rollout(const std::string& text) {
@@ -95,6 +98,7 @@ Rollout parse_rollout(const std::string& text) {
     const Json json = fleet::json_in(text);
     Rollout rollout = {.id = json.at("id"),
                        .operator_name = json.at("operator"),
+                       .run = json.at("run"),
                        .url = json.at("url"),
                        .sha256 = json.at("sha256"),
                        .size = json.at("size"),
@@ -106,7 +110,9 @@ Rollout parse_rollout(const std::string& text) {
                        .state = json.at("state"),
                        .started = json.at("started"),
                        .updated = json.at("updated"),
-                       .waves = {}};
+                       .waves = {},
+                       .offline = json.at("offline"),
+                       .left_out = json.at("left_out")};
     for (const Json& wave : json.at("waves")) rollout.waves.push_back(wave_in(wave));
     if (!fleet::is_name(rollout.id)) throw std::runtime_error("its id is no name");
     return rollout;

@@ -35,6 +35,7 @@ using Wave = std::map<std::string, RolloutBoard>;
 struct Rollout {
   std::string id;
   std::string operator_name;
+  std::string run = {};  // of the program that carries it out or did so last
   std::string url;
   std::string sha256;
   uint64_t size = 0;
@@ -47,6 +48,8 @@ struct Rollout {
   int64_t started = 0;  // in seconds since the epoch
   int64_t updated = 0;
   std::vector<Wave> waves;
+  std::vector<std::string> offline = {};  // boards that are meant and were offline when it began
+  size_t left_out = 0;                    // boards that are meant and in no wave
 
   [[nodiscard]] size_t board_count() const;
   [[nodiscard]] size_t count_of(std::string_view board_state) const;

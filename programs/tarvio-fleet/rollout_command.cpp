@@ -68,7 +68,11 @@ constexpr Option kCaFile = {
     .value = "FILE",
     .offer = Offer::kFiles,
     .help = "authorities of the servers at both URLs, in place of the system's"};
-constexpr Option kToUrl = {.name = "to-url", .value = "URL", .help = "where --upload sends to"};
+constexpr Option kToUrl = {.name = "to-url",
+                           .value = "URL",
+                           .help =
+                               "where --upload sends to, a plain http:// as well: the boards "
+                               "check what they fetch from URL"};
 constexpr std::array kOptions = {kTo,   kWave,   kMaxFailures, kPause,  kAnswerTimeout, kForce,
                                  kFile, kUpload, kToUrl,       kCaFile, kConfig};
 
@@ -153,6 +157,11 @@ Rollout rollout_in(const Arguments& arguments) {
   if (arguments.has(kUpload) && arguments.has(kFile)) {
     throw UsageError("--upload cannot be used with --file");
   }
+  if (arguments.has(kToUrl) &&
+      arguments.value_of(kToUrl)->find_first_of("?#") != std::string::npos) {
+    throw UsageError(
+        "--to-url with a '?' or '#' cannot be used: FILE.minisig is sent to URL.minisig");
+  }
   rollout.to = *arguments.value_of(kTo);
   rollout.max_failures = number_of(arguments, kMaxFailures, 0);
   rollout.pause_seconds = arguments.seconds_of(kPause, 0);
@@ -177,13 +186,15 @@ Result run(const Arguments& arguments) {
   } else {
     measure_what_is_at_url(rollout, arguments, report);
   }
-  Observer observer(settings, arguments.timeout_seconds);
+  Observer observer(settings, arguments.timeout_seconds, Observer::Needs::kBoardsAndRollouts);
   const std::vector<std::string> boards = expression.online_among(observer.boards());
   if (boards.empty()) return {.status = kNoMatch, .complaint = "no such board is online"};
   rollout.id = fleet_tool::new_id();
   rollout.operator_name = settings.operator_name;
   rollout.started = std::time(nullptr);
   rollout.waves = fleet_tool::waves_of(boards, percents);
+  rollout.offline = expression.offline_among(observer.boards());
+  rollout.left_out = boards.size() - rollout.board_count();
   return {.status = fleet_tool::RolloutRun(observer, rollout, report).run()};
 }
 

@@ -1,5 +1,6 @@
 #include "rollout_report.h"
 
+#include "expression.h"
 #include "terminal/output.h"
 #include "terminal/printable_text.h"
 #include "terminal/words.h"
@@ -45,12 +46,15 @@ void RolloutReport::draw() {
 
 void RolloutReport::begin(const Rollout& rollout) {
   last_progress_.clear();
-  line("rollout " + rollout.id + ": " + boards_words(rollout.board_count()) + " in " +
-           std::to_string(rollout.waves.size()) + (rollout.waves.size() == 1 ? " wave" : " waves"),
-       {{"event", "rollout"},
-        {"id", rollout.id},
-        {"boards", rollout.board_count()},
-        {"waves", rollout.waves.size()}});
+  std::string text = "rollout " + rollout.id + ": " + boards_words(rollout.board_count()) + " in " +
+                     std::to_string(rollout.waves.size()) +
+                     (rollout.waves.size() == 1 ? " wave" : " waves") + "\n";
+  if (!rollout.offline.empty()) text += offline_words(rollout.offline) + "\n";
+  lines(text, {{"event", "rollout"},
+               {"id", rollout.id},
+               {"boards", rollout.board_count()},
+               {"waves", rollout.waves.size()},
+               {"offline", rollout.offline}});
 }
 
 void RolloutReport::begin_wave(const Rollout& rollout, size_t number, size_t boards) {
@@ -86,6 +90,21 @@ void RolloutReport::presence(const std::string& board, bool is_online) {
        {{"event", "presence"}, {"board", board}, {"online", is_online}});
 }
 
+void RolloutReport::connection(bool is_there, const std::string& cause) {
+  if (is_there) {
+    line("connected to the broker again", {{"event", "connection"}, {"connected", true}});
+  } else {
+    line(client::printable(cause) + "; trying again",
+         {{"event", "connection"}, {"connected", false}, {"message", cause}});
+  }
+}
+
+void RolloutReport::warning(const std::string& text) {
+  erase();
+  client::complain(text);
+  draw();
+}
+
 void RolloutReport::pause(double seconds) {
   wave_boards_ = 0;
   last_progress_.clear();
@@ -104,6 +123,11 @@ void RolloutReport::end(const Rollout& rollout) {
   if (!failures.empty()) text += ", " + std::to_string(failures.size()) + " failed";
   if (waiting > 0) text += ", " + std::to_string(waiting) + " not asked or without an answer";
   text += "\n" + failure_lines(rollout);
+  if (rollout.left_out > 0) {
+    text += boards_words(rollout.left_out) + (rollout.left_out == 1
+                                                  ? " is in no wave and was not asked\n"
+                                                  : " are in no wave and were not asked\n");
+  }
   if (rollout.state != kFinished) {
     text += "Continue with 'tarvio-fleet resume " + rollout.id +
             "', which asks those again that have failed.\n";
@@ -118,6 +142,7 @@ void RolloutReport::end(const Rollout& rollout) {
                {"done", rollout.count_of(kDone)},
                {"failed", failures.size()},
                {"waiting", waiting},
+               {"left_out", rollout.left_out},
                {"failures", std::move(failed)}});
 }
 

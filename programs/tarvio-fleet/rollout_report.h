@@ -21,6 +21,9 @@ class RolloutReport {
   void progress(const std::string& who, const Json& progress);
   // Of a board that was asked and has not answered.
   void presence(const std::string& board, bool is_online);
+  // To the broker; the cause where it is lost.
+  void connection(bool is_there, const std::string& cause);
+  void warning(const std::string& text);
   void pause(double seconds);
   void end(const Rollout& rollout);
 

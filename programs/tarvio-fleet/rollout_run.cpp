@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <random>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -28,12 +29,24 @@ using client::Failure;
 using tarvio::Deadline;
 
 constexpr int kSaveMs = 1000;
+constexpr int kLargeSaveMs = 4000;
+constexpr size_t kLarge = 100'000;  // bytes of a record
 constexpr int kLookMs = 200;
-constexpr int kRunningMs = 5000;  // in which a rollout that is carried out is saved again
+// In which a rollout that is carried out is saved again. One that was not looked after for half
+// of that may have been resumed by somebody else.
+constexpr int kRunningMs = 8000;
+constexpr int kStalledMs = kRunningMs / 2;
+constexpr int kFlushMs = 30'000;
+constexpr int kInterruptedFlushMs = 2000;
 constexpr size_t kAtOnce = 1000;
 constexpr mode_t kMode = 0600;
 
 std::string file_of(const std::string& id) { return state_directory() + "/" + id + ".json"; }
+
+std::string random_run() {
+  std::random_device random;
+  return std::to_string(random()) + "-" + std::to_string(random());
+}
 
 std::string topic_of(const std::string& id) { return std::string(fleet::kRollouts) + id; }
 
@@ -58,10 +71,9 @@ std::optional<Rollout> kept_in_file(const std::string& id) {
 }  // namespace
 
 RolloutRun::RolloutRun(Observer& observer, Rollout rollout, RolloutReport& report)
-    : observer_(observer),
-      rollout_(std::move(rollout)),
-      report_(report),
-      file_(file_of(rollout_.id)) {}
+    : observer_(observer), rollout_(std::move(rollout)), report_(report) {
+  rollout_.run = random_run();
+}
 
 bool RolloutRun::is_interrupted() const {
   pollfd file = {.fd = signals_.ending(), .events = POLLIN, .revents = 0};
@@ -72,25 +84,77 @@ bool RolloutRun::is_interrupted() const {
 void RolloutRun::save() {
   rollout_.updated = std::time(nullptr);
   const std::string text = fleet::payload_of(json_of(rollout_));
-  if (!runtime::write_whole_file(file_.c_str(), text, kMode)) {
-    throw Failure::of_system("cannot write '" + file_ + "'");
-  }
   observer_.keep(topic_of(rollout_.id), text);
-  next_save_ = Deadline::after(kSaveMs);
+  write_file(text);
+  next_save_ = Deadline::after(text.size() > kLarge ? kLargeSaveMs : kSaveMs);
 }
 
-void RolloutRun::save_now_and_then() {
+void RolloutRun::write_file(const std::string& text) {
+  std::string cause;
+  try {
+    const std::string file = file_of(rollout_.id);
+    if (runtime::write_whole_file(file.c_str(), text, kMode)) return;
+    cause = "cannot write '" + file + "': " + std::strerror(errno);
+  } catch (const Failure& error) {
+    cause = error.what();
+  }
+  if (!std::exchange(has_warned_, true)) {
+    report_.warning(cause + "; only the broker keeps this rollout");
+  }
+}
+
+// Often, in all that takes long.
+void RolloutRun::look_after() {
+  if (stalled_.passed()) observer_.catch_up();
+  stalled_ = Deadline::after(kStalledMs);
+  if (observer_.is_connected() != was_connected_) {
+    was_connected_ = !was_connected_;
+    report_.connection(was_connected_, observer_.cause());
+  }
   if (next_save_.passed()) save();
 }
 
 void RolloutRun::end(const char* state) {
   rollout_.state = state;
   save();
-  observer_.flush();
+  const bool is_interrupted_now = is_interrupted();
+  if (observer_.is_connected() || !is_interrupted_now) {
+    observer_.flush(is_interrupted_now ? kInterruptedFlushMs : kFlushMs);
+  } else {
+    report_.warning(
+        "the broker cannot be reached and does not know that yet: only this user can "
+        "resume the rollout, from '" +
+        file_of(rollout_.id) + "'");
+  }
   report_.end(rollout_);
 }
 
-ExitStatus RolloutRun::run() {
+// Where the broker cannot be reached any more.
+void RolloutRun::end_at_failure() {
+  if (rollout_.state == kRunning) rollout_.state = kInterrupted;
+  rollout_.updated = std::time(nullptr);
+  write_file(fleet::payload_of(json_of(rollout_)));
+  report_.end(rollout_);
+}
+
+// Nobody is asked before the broker has shown that the rollout is this run's.
+void RolloutRun::claim() {
+  observer_.claim(rollout_.id, rollout_.run);
+  save();
+  const Deadline until = Deadline::after(kFlushMs);
+  while (!observer_.has_claim()) {
+    (void)observer_.wait(Deadline::sooner(until, Deadline::after(kLookMs)));
+    if (is_interrupted()) throw Failure(EINTR, "interrupted before any board was asked");
+    if (until.passed()) {
+      throw Failure(ETIMEDOUT,
+                    "the broker does not send the rollout back; may this user or "
+                    "certificate read and write " +
+                        std::string(fleet::kRollouts) + "+?");
+    }
+  }
+}
+
+void RolloutRun::begin() {
   rollout_.state = kRunning;
   for (Wave& wave : rollout_.waves) {
     for (auto& [name, board] : wave) {
@@ -98,17 +162,30 @@ ExitStatus RolloutRun::run() {
       if (!is_open) board.state = kWaiting;
     }
   }
-  save();
+  claim();
   report_.begin(rollout_);
+}
+
+ExitStatus RolloutRun::run() {
+  begin();
+  try {
+    const bool is_done = run_waves();
+    end(is_done ? kFinished : has_failed_too_often() ? kStopped : kInterrupted);
+    return is_done && failures_ == 0 ? client::kDone : client::kFailed;
+  } catch (const Failure& error) {
+    // Whoever carries it out now keeps its record.
+    if (error.code() != EBUSY) end_at_failure();
+    throw;
+  }
+}
+
+// False when the rollout must not go on.
+bool RolloutRun::run_waves() {
   for (size_t number = 0; number < rollout_.waves.size(); ++number) {
     const bool is_last = number + 1 == rollout_.waves.size();
-    if (!run_wave(number) || (!is_last && !pause())) {
-      end(has_failed_too_often() ? kStopped : kInterrupted);
-      return client::kFailed;
-    }
+    if (!run_wave(number) || (!is_last && !pause())) return false;
   }
-  end(kFinished);
-  return failures_ == 0 ? client::kDone : client::kFailed;
+  return true;
 }
 
 // False when the rollout must not go on.
@@ -141,7 +218,7 @@ bool RolloutRun::run_wave(size_t number) {
        .presence = [&](const std::string& board,
                        bool is_online) { report_.presence(board, is_online); }});
   while (inquiry.step(Deadline::after(kLookMs))) {
-    save_now_and_then();
+    look_after();
     if (is_interrupted()) return false;
     if (has_failed_too_often()) inquiry.stop();
   }
@@ -164,7 +241,7 @@ bool RolloutRun::pause() {
   const Deadline until = Deadline::after_seconds(rollout_.pause_seconds);
   while (!until.passed()) {
     (void)observer_.wait(Deadline::sooner(until, Deadline::after(kLookMs)));
-    save_now_and_then();
+    look_after();
     if (is_interrupted()) return false;
   }
   return true;
@@ -190,6 +267,18 @@ Rollout find_rollout(Observer& observer, const std::string& id) {
                   "rollout '" + id + "' is carried out by '" + now->operator_name + "' right now");
   }
   return newest;
+}
+
+void forget_rollout(Observer& observer, const std::string& id) {
+  // A record that cannot be read is nobody's.
+  const bool is_unreadable = observer.rollouts().contains(id) && !kept_at_broker(observer, id);
+  if (!is_unreadable) (void)find_rollout(observer, id);
+  observer.keep(topic_of(id), "");
+  observer.flush(kFlushMs);
+  const std::string file = file_of(id);
+  if (unlink(file.c_str()) != 0 && errno != ENOENT) {
+    throw Failure::of_system("cannot remove '" + file + "'");
+  }
 }
 
 }  // namespace fleet_tool

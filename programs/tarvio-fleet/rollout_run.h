@@ -22,12 +22,17 @@ class RolloutRun {
   client::ExitStatus run();
 
  private:
+  void begin();
+  void claim();
+  bool run_waves();
   bool run_wave(size_t number);
   void take(const BoardOutcome& outcome, RolloutBoard& board);
   bool pause();
+  void look_after();
   void save();
-  void save_now_and_then();
+  void write_file(const std::string& text);
   void end(const char* state);
+  void end_at_failure();
   [[nodiscard]] bool is_interrupted() const;
   [[nodiscard]] bool has_failed_too_often() const {
     return failures_ > static_cast<size_t>(rollout_.max_failures);
@@ -37,14 +42,19 @@ class RolloutRun {
   Rollout rollout_;
   RolloutReport& report_;
   const client::SignalHold signals_;
-  const std::string file_;
   size_t failures_ = 0;  // since it was begun or resumed
+  bool was_connected_ = true;
+  bool has_warned_ = false;  // of its file
   tarvio::Deadline next_save_ = tarvio::Deadline::after(0);
+  tarvio::Deadline stalled_ = tarvio::Deadline::never();
 };
 
 // The newest record of a rollout, of the broker or of this user's files. Throws a Failure when
 // there is none, or another operator carries it out now.
 Rollout find_rollout(Observer& observer, const std::string& id);
+
+// Removes what the broker and this user's files keep of a rollout. Throws a Failure as that does.
+void forget_rollout(Observer& observer, const std::string& id);
 
 }  // namespace fleet_tool
 

@@ -1,12 +1,15 @@
 // What an operator sees of a fleet, and what he does to its applications.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "base/owners.h"
 #include "tool.h"
 
 namespace tarvio_test {
@@ -120,6 +123,77 @@ TEST_F(FleetTool, GivesUpABoardThatDoesNotAnswer) {
   EXPECT_EQ(ran.output, "board-1: no answer: it has not answered in time\n");
 }
 
+TEST_F(FleetTool, SaysWhichBoardsItDoesNotAsk) {
+  const AnsweringBoard board("board-1");
+  Watcher watcher;
+  watcher.publish(
+      {.topic = "tarvio/v1/board-0/online", .payload = R"({"online":false})", .is_retained = true});
+  ASSERT_TRUE(watcher.until([&] { return !watcher.text_of("tarvio/v1/board-1/apps").empty(); }));
+  EXPECT_EQ(run({"start", "clock", "--to", "*"}).output,
+            "1 board is meant and offline: board-0\nboard-1: done\n");
+  EXPECT_EQ(json({"start", "clock", "--to", "*"})[0],
+            Json({{"name", "board-0"}, {"state", "offline"}, {"message", "it was not asked"}}));
+}
+
+TEST_F(FleetTool, ShowsEachAnswerAsItComes) {
+  const AnsweringBoard quick("board-1", [](const Json&) { return std::pair{"failed", "no"}; });
+  const AnsweringBoard silent("board-2", AnsweringBoard::silent);
+  Watcher watcher;
+  ASSERT_TRUE(watcher.until([&] { return !watcher.text_of("tarvio/v1/board-2/apps").empty(); }));
+  BackgroundProgram program(line({"start", "clock", "--to", "*", "--answer-timeout", "3"}));
+  EXPECT_TRUE(eventually([&] { return program.output() == "board-1: failed: no\n"; }));
+  EXPECT_FALSE(program.has_ended());
+  EXPECT_EQ(program.end(), 1);
+}
+
+// A board that goes is asked no more, and once when it is back.
+TEST_F(FleetTool, AsksABoardAgainWhenItIsBack) {
+  const AnsweringBoard board("board-1", AnsweringBoard::silent);
+  BackgroundProgram program(line({"start", "clock", "--to", "*", "--answer-timeout", "10"}));
+  ASSERT_TRUE(eventually([&] { return board.requests().size() == 1; }));
+  Watcher watcher;
+  const auto say = [&](const char* text) {
+    watcher.publish({.topic = "tarvio/v1/board-1/online", .payload = text, .is_retained = true});
+    watcher.watch(std::chrono::milliseconds(600));
+  };
+  say(R"({"online":false})");
+  EXPECT_EQ(board.requests().size(), 1U);
+  say(R"({"online":true})");
+  EXPECT_EQ(board.requests().size(), 2U);
+}
+
+TEST_F(FleetOfThree, LosesABoardThatIsRemovedFromTheBroker) {
+  Watcher watcher;
+  for (const char* end : {"online", "system", "apps", "packages"}) {
+    watcher.publish(
+        {.topic = std::string("tarvio/v1/board-2/") + end, .payload = "", .is_retained = true});
+  }
+  watcher.watch(std::chrono::milliseconds(200));
+  EXPECT_EQ(json({"devices", "--match", "board-2"}), Json::array());
+}
+
+// A host that is there and answers no connection: its queue of connections is full.
+TEST_F(FleetTool, KeepsItsTimeLimitWhileItConnects) {
+  const tarvio::Fd deaf(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(18831);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(bind(deaf.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(deaf.get(), 0), 0);
+  std::vector<tarvio::Fd> waiting;
+  for (int count = 0; count < 4; ++count) {
+    waiting.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    (void)connect(waiting.back().get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
+  }
+  write_file(settings(), "broker: 127.0.0.1:18831\ntls: no\n");
+  const Ran ran = run({"devices", "--timeout", "1"});
+  EXPECT_EQ(ran.status, 5);
+  EXPECT_EQ(ran.errors,
+            "tarvio-fleet: the broker 127.0.0.1:18831 does not answer: see whether it runs and can "
+            "be reached from here\n");
+}
+
 TEST_F(FleetTool, SaysThatTheBrokerIsNotThere) {
   broker_.kill();
   const Ran ran = run({"devices"});
@@ -168,6 +242,9 @@ TEST_F(FleetTool, RefusesAWrongCommandLine) {
        "URL 'http://h/x' does not begin with https://; try 'tarvio-fleet rollout --help'\n"},
       {{"rollout", "https://h/x", "--to", "*", "--upload", "x"},
        "--upload and --to-url are used together; try 'tarvio-fleet rollout --help'\n"},
+      {{"rollout", "https://h/x", "--to", "*", "--upload", "x", "--to-url", "http://h/x?y"},
+       "--to-url with a '?' or '#' cannot be used: FILE.minisig is sent to URL.minisig; try "
+       "'tarvio-fleet rollout --help'\n"},
       {{"rollout", "https://h/x", "--to", "*", "--wave", "50%,25%"},
        "wave '50%,25%' is no list of growing percentages such as 5%,25%,100%; try 'tarvio-fleet "
        "rollout --help'\n"},
@@ -189,7 +266,29 @@ TEST_F(FleetTool, SaysThatItMayNotRead) {
                              (home_ / "access").string() + "\n");
   const Ran ran = run({"devices", "--timeout", "1"});
   EXPECT_EQ(ran.status, 5);
-  EXPECT_THAT(ran.errors, HasSubstr("may 'ann' read tarvio/v1/# and tarvio-fleet/v1/marks/#?"));
+  EXPECT_THAT(
+      ran.errors,
+      HasSubstr("may this user or certificate read tarvio/v1/# and tarvio-fleet/v1/marks/#?"));
+}
+
+// Who may look and no more.
+TEST_F(FleetTool, SaysThatItMayNotPublish) {
+  broker_.kill();
+  std::filesystem::permissions(home_.path(), std::filesystem::perms(0755));
+  write_file(home_ / "access",
+             "topic readwrite tarvio/v1/board-1/online\ntopic read tarvio/v1/#\n"
+             "topic readwrite tarvio-fleet/v1/marks/+\n");
+  const BrokerProcess strict("listener 18830 127.0.0.1\nallow_anonymous true\nacl_file " +
+                             (home_ / "access").string() + "\n");
+  Watcher watcher;
+  watcher.publish(
+      {.topic = "tarvio/v1/board-1/online", .payload = R"({"online":true})", .is_retained = true});
+  ASSERT_TRUE(watcher.until([&] { return !watcher.text_of("tarvio/v1/board-1/online").empty(); }));
+  const Ran ran = run({"start", "clock", "--to", "*"});
+  EXPECT_EQ(ran.status, 1);
+  EXPECT_EQ(ran.errors,
+            "tarvio-fleet: the broker 127.0.0.1:18830 does not let this user or certificate "
+            "publish to 'tarvio/v1/board-1/request': see the broker's access file\n");
 }
 
 }  // namespace

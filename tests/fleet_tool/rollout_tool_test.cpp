@@ -178,6 +178,130 @@ TEST_F(FleetRolloutTool, IsNotResumedWhileItIsCarriedOut) {
             "tarvio-fleet: rollout '" + id + "' is carried out by 'ann' right now\n");
 }
 
+TEST_F(FleetRolloutTool, IsKeptOnceTheBrokerIsBack) {
+  add(1, AnsweringBoard::silent);
+  BackgroundProgram program(line(rollout({"--answer-timeout", "2"})));
+  ASSERT_TRUE(eventually([this] { return !boards_[0]->requests().empty(); }));
+  broker_.kill();
+  ASSERT_TRUE(eventually([&] {
+    return program.output().find(R"("board":"board-0","state":"no answer")") != std::string::npos;
+  }));
+  broker_.start();
+  EXPECT_EQ(program.end(), 1) << program.errors();
+  EXPECT_THAT(program.output(), HasSubstr(R"({"event":"connection","connected":false,"message":)"));
+  const Json all = json({"history"});
+  ASSERT_EQ(all.size(), 1U);
+  EXPECT_EQ(all[0]["state"], "stopped");
+}
+
+TEST_F(FleetRolloutTool, SaysThatTheBrokerIsBack) {
+  add(1, AnsweringBoard::silent);
+  BackgroundProgram program(line(rollout()));
+  ASSERT_TRUE(eventually([this] { return !boards_[0]->requests().empty(); }));
+  broker_.kill();
+  broker_.start();
+  EXPECT_TRUE(eventually([&] {
+    return program.output().find(R"({"event":"connection","connected":true})") != std::string::npos;
+  })) << program.output();
+}
+
+TEST_F(FleetRolloutTool, EndsAtASignalWithoutTheBroker) {
+  add(1, AnsweringBoard::silent);
+  BackgroundProgram program(line(rollout()));
+  ASSERT_TRUE(eventually([this] { return !boards_[0]->requests().empty(); }));
+  broker_.kill();
+  ASSERT_TRUE(eventually(
+      [&] { return program.output().find(R"("connected":false)") != std::string::npos; }));
+  program.send(SIGINT);
+  EXPECT_NE(program.end(), 0);
+  EXPECT_EQ(events(program.output()).back()["state"], "interrupted");
+  EXPECT_THAT(program.errors(), HasSubstr("the broker cannot be reached and does not know that"));
+}
+
+TEST_F(FleetRolloutTool, NeedsNoFileOfItsOwn) {
+  add(1);
+  write_file(home_ / ".local", "in the way");
+  const Ran ran = run(rollout());
+  EXPECT_EQ(ran.status, 0) << ran.errors;
+  EXPECT_THAT(ran.errors, HasSubstr("cannot create"));
+  EXPECT_THAT(ran.errors, HasSubstr("; only the broker keeps this rollout\n"));
+  EXPECT_EQ(json({"history"})[0]["state"], "finished");
+}
+
+// As when both resume it at the same moment, or the first one was stopped for a while.
+TEST_F(FleetRolloutTool, EndsWhereAnotherCarriesItOut) {
+  add(1, AnsweringBoard::silent);
+  BackgroundProgram program(line(rollout()));
+  ASSERT_TRUE(eventually([this] { return !boards_[0]->requests().empty(); }));
+  const std::string id = id_in(program.output());
+  const std::string topic = "tarvio-fleet/v1/rollouts/" + id;
+  Watcher watcher;
+  ASSERT_TRUE(watcher.until([&] { return !watcher.text_of(topic).empty(); }));
+  Json record = watcher.json_of(topic);
+  record["run"] = "another";
+  record["operator"] = "bob";
+  watcher.publish({.topic = topic, .payload = record.dump(), .is_retained = true});
+  EXPECT_EQ(program.end(), 1);
+  EXPECT_EQ(program.errors(),
+            "tarvio-fleet: rollout '" + id + "' ends here: 'bob' carries it out now\n");
+  watcher.watch(std::chrono::milliseconds(200));
+  EXPECT_EQ(watcher.json_of(topic)["run"], "another");
+}
+
+TEST_F(FleetRolloutTool, LetsGoOfWhatWasResumedWhileItStoodStill) {
+  add(1, AnsweringBoard::silent);
+  BackgroundProgram program(line(rollout()));
+  ASSERT_TRUE(eventually([this] { return !boards_[0]->requests().empty(); }));
+  const std::string id = id_in(program.output());
+  program.send(SIGSTOP);
+  settle("bob");
+  BackgroundProgram again(line({"resume", id, "--json"}));
+  ASSERT_TRUE(eventually([this] { return boards_[0]->requests().size() == 2; }));
+  program.send(SIGCONT);
+  EXPECT_EQ(program.end(), 1);
+  EXPECT_THAT(program.errors(), HasSubstr("'bob' carries it out now"));
+  EXPECT_FALSE(again.has_ended()) << again.errors();
+}
+
+TEST_F(FleetRolloutTool, SaysWhichBoardsItDoesNotReach) {
+  add(10);
+  Watcher watcher;
+  watcher.publish(
+      {.topic = "tarvio/v1/gone/online", .payload = R"({"online":false})", .is_retained = true});
+  ASSERT_TRUE(watcher.until([&] { return !watcher.text_of("tarvio/v1/gone/online").empty(); }));
+  const Ran ran = run(rollout({"--wave", "10%"}));
+  EXPECT_EQ(ran.status, 0) << ran.errors;
+  EXPECT_EQ(events(ran.output).front()["offline"], Json::array({"gone"}));
+  EXPECT_EQ(events(ran.output).back()["left_out"], 9);
+  std::vector<std::string> words = rollout({"--wave", "10%"});
+  std::erase(words, "--json");
+  const Ran shown = run(words);
+  EXPECT_THAT(shown.output, HasSubstr("1 board is meant and offline: gone\n"));
+  EXPECT_THAT(shown.output, HasSubstr("9 boards are in no wave and were not asked\n"));
+}
+
+TEST_F(FleetRolloutTool, CountsAStateThatNoAgentAnswersAsFailed) {
+  add(1, [](const Json&) { return std::pair{"waiting", "who knows"}; });
+  const Ran ran = run(rollout());
+  EXPECT_EQ(ran.status, 1);
+  EXPECT_EQ(events(ran.output).back()["failures"][0]["board"], "board-0");
+}
+
+TEST_F(FleetRolloutTool, GivesABoardADayAtMost) {
+  add(1);
+  EXPECT_EQ(run(rollout({"--answer-timeout", "200000"})).status, 0);
+  EXPECT_LE(boards_[0]->requests()[0]["expires_in"].get<double>(), 86'400);
+}
+
+TEST_F(FleetRolloutTool, IsForgotten) {
+  add(1);
+  const std::string id = id_in(run(rollout()).output);
+  EXPECT_EQ(run({"history", "--forget", id}).status, 0);
+  EXPECT_EQ(json({"history"}), Json::array());
+  EXPECT_EQ(run({"resume", id}).status, 12);
+  EXPECT_EQ(run({"history", "--forget", id}).status, 12);
+}
+
 TEST_F(FleetRolloutTool, IsInTheHistoryOfEveryOperator) {
   add(1);
   add(1, [](const Json&) { return std::pair{"failed", "no space left"}; });
