@@ -80,5 +80,13 @@ TEST(FleetExpression, IsRefusedWithTheReason) {
   }
 }
 
+TEST(FleetBoards, LoseABoardThatIsRemovedFromTheBroker) {
+  fleet_tool::Boards boards;
+  take({.topic = "tarvio/v1/board-1/online", .payload = R"({"online":true})"}, boards);
+  EXPECT_TRUE(boards.at("board-1").is_online);
+  take({.topic = "tarvio/v1/board-1/online", .payload = ""}, boards);
+  EXPECT_TRUE(boards.empty());
+}
+
 }  // namespace
 }  // namespace tarvio_test

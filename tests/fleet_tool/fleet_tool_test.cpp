@@ -162,16 +162,6 @@ TEST_F(FleetTool, AsksABoardAgainWhenItIsBack) {
   EXPECT_EQ(board.requests().size(), 2U);
 }
 
-TEST_F(FleetOfThree, LosesABoardThatIsRemovedFromTheBroker) {
-  Watcher watcher;
-  for (const char* end : {"online", "system", "apps", "packages"}) {
-    watcher.publish(
-        {.topic = std::string("tarvio/v1/board-2/") + end, .payload = "", .is_retained = true});
-  }
-  watcher.watch(std::chrono::milliseconds(200));
-  EXPECT_EQ(json({"devices", "--match", "board-2"}), Json::array());
-}
-
 // A host that is there and answers no connection: its queue of connections is full.
 TEST_F(FleetTool, KeepsItsTimeLimitWhileItConnects) {
   const tarvio::Fd deaf(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -246,6 +247,54 @@ TEST_F(FleetRolloutTool, EndsWhereAnotherCarriesItOut) {
             "tarvio-fleet: rollout '" + id + "' ends here: 'bob' carries it out now\n");
   watcher.watch(std::chrono::milliseconds(200));
   EXPECT_EQ(watcher.json_of(topic)["run"], "another");
+}
+
+TEST_F(FleetRolloutTool, IsResumedByOneOfTwo) {
+  bool is_full = true;
+  add(1, [&](const Json&) {
+    return is_full ? std::pair{"failed", "no space left"} : std::pair{"", ""};
+  });
+  const std::string id = id_in(run(rollout()).output);
+  is_full = false;
+  BackgroundProgram one(line({"resume", id, "--json"}));
+  BackgroundProgram other(line({"resume", id, "--json"}));
+  EXPECT_TRUE(eventually([&] { return one.has_ended() || other.has_ended(); }));
+  BackgroundProgram& ended = one.has_ended() ? one : other;
+  EXPECT_EQ(ended.end(), 1);
+  EXPECT_THAT(ended.errors(), HasSubstr("'ann'"));
+  Watcher watcher;
+  watcher.watch(std::chrono::milliseconds(1500));
+  EXPECT_NE(one.has_ended(), other.has_ended()) << one.errors() << other.errors();
+}
+
+// Who may keep rollouts and ask no board.
+TEST_F(FleetRolloutTool, SaysHowFarItWasAtAFailure) {
+  broker_.kill();
+  std::filesystem::permissions(home_.path(), std::filesystem::perms(0755));
+  write_file(home_ / "access",
+             "topic readwrite tarvio/v1/board-0/online\ntopic read tarvio/v1/#\n"
+             "topic readwrite tarvio-fleet/v1/#\n");
+  const BrokerProcess strict("listener 18830 127.0.0.1\nallow_anonymous true\nacl_file " +
+                             (home_ / "access").string() + "\n");
+  Watcher watcher;
+  watcher.publish(
+      {.topic = "tarvio/v1/board-0/online", .payload = R"({"online":true})", .is_retained = true});
+  ASSERT_TRUE(watcher.until([&] { return !watcher.text_of("tarvio/v1/board-0/online").empty(); }));
+  const Ran ran = run(rollout());
+  EXPECT_EQ(ran.status, 1);
+  EXPECT_THAT(ran.errors, HasSubstr("publish to 'tarvio/v1/board-0/request'"));
+  EXPECT_EQ(events(ran.output).back()["event"], "end");
+  EXPECT_EQ(events(ran.output).back()["state"], "interrupted");
+}
+
+TEST_F(FleetRolloutTool, IsForgottenEvenIfItCannotBeRead) {
+  Watcher watcher;
+  watcher.publish({.topic = "tarvio-fleet/v1/rollouts/old", .payload = "{}", .is_retained = true});
+  ASSERT_TRUE(
+      watcher.until([&] { return !watcher.text_of("tarvio-fleet/v1/rollouts/old").empty(); }));
+  EXPECT_EQ(run({"history"}).status, 1);
+  EXPECT_EQ(run({"history", "--forget", "old"}).status, 0);
+  EXPECT_EQ(run({"history"}).status, 0);
 }
 
 TEST_F(FleetRolloutTool, LetsGoOfWhatWasResumedWhileItStoodStill) {
