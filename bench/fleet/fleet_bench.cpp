@@ -189,6 +189,7 @@ bool measure_changes(const Fleet& fleet) {
   std::mt19937 random{std::random_device()()};
   std::uniform_int_distribution<int> any(0, static_cast<int>(fleet.boards()) - 1);
   std::vector<double> ms;
+  ms.reserve(kChanges);
   for (int count = 0; count < kChanges; ++count) {
     ms.push_back(change_ms(fleet, observer, any(random)));
   }

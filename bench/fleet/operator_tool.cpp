@@ -26,6 +26,7 @@ double seconds_of(const timeval& time) {
   (void)dup2(file, STDOUT_FILENO);
   (void)dup2(file, STDERR_FILENO);
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   (void)execv(arguments.front(), arguments.data());
