@@ -6,6 +6,7 @@ const fleetParts = (() => {
   const DEVICES = "tarvio/v1/";
   const ROLLOUTS = "tarvio-fleet/v1/rollouts/";
   const FACTS = ["online", "system", "apps", "packages"];
+  const MOST_APPS = 200; // of a board
 
   // Null for a text that is not JSON.
   function parsed(text) {
@@ -16,33 +17,68 @@ const fleetParts = (() => {
     }
   }
 
+  // Whoever has taken a board over says what he likes: of it stays what the page shows, in the types that it expects.
+  const text = (value) => (typeof value === "string" ? value : "");
+  const objects = (value) => (Array.isArray(value) ? value : []).filter((each) => each && typeof each === "object");
+  const named = (value) => objects(value).filter((each) => text(each.name) !== "");
+
+  const cleaned = {
+    online: (value) => value?.online === true,
+    system: (value) => ({
+      agent: text(value?.agent),
+      tags: (Array.isArray(value?.tags) ? value.tags : []).map(text).filter(Boolean),
+    }),
+    apps: (value) =>
+      [...new Map(named(value).map((app) => [app.name, app])).values()].slice(0, MOST_APPS).map((app) => ({
+        name: app.name,
+        runState: text(app.run_state),
+        state: text(app.state),
+        version: text(app.installed_version),
+      })),
+    packages: (value) => named(value).map((each) => ({ name: each.name, version: text(each.version) })),
+  };
+
   class Fleet {
     boards = new Map();
     rollouts = new Map();
 
     // Takes a message in. Returns the answer of a board, or null for anything else.
-    take(topic, text) {
+    take(topic, payload) {
       if (topic.startsWith(ROLLOUTS)) {
-        this.#takeRollout(topic.slice(ROLLOUTS.length), text);
+        this.#takeRollout(topic.slice(ROLLOUTS.length), payload);
         return null;
       }
       const [device, end, ...rest] = topic.slice(DEVICES.length).split("/");
       if (!topic.startsWith(DEVICES) || !end) return null;
-      if (end === "answer" && rest.length === 1) return parsed(text);
+      const value = parsed(payload);
+      if (end === "answer" && rest.length === 1) {
+        return { board: device, id: text(value?.id), state: text(value?.state), message: text(value?.message) };
+      }
       if (!FACTS.includes(end)) return null;
-      const board = this.boards.get(device) ?? { name: device };
-      board[end] = parsed(text);
+      const board = this.boards.get(device) ?? { name: device, online: false, system: cleaned.system(null), apps: [], packages: [] };
+      board[end] = cleaned[end](value);
       this.boards.set(device, board);
+      // A board that is no more has nothing retained.
+      if (end === "online" && payload === "") this.boards.delete(device);
       return null;
     }
 
-    #takeRollout(id, text) {
-      const rollout = parsed(text);
-      if (Array.isArray(rollout?.waves) && rollout.waves.every(Array.isArray)) {
-        this.rollouts.set(id, rollout);
-      } else {
+    #takeRollout(id, payload) {
+      const rollout = parsed(payload);
+      if (!Array.isArray(rollout?.waves)) {
         this.rollouts.delete(id);
+        return;
       }
+      this.rollouts.set(id, {
+        id,
+        operator: text(rollout.operator),
+        state: text(rollout.state),
+        url: text(rollout.url),
+        started: Number(rollout.started) || 0,
+        waves: rollout.waves.map((wave) =>
+          objects(wave).map((entry) => ({ board: text(entry.board), state: text(entry.state), message: text(entry.message) })),
+        ),
+      });
     }
 
     // The boards that a filter means, by name.
@@ -54,22 +90,18 @@ const fleetParts = (() => {
     }
   }
 
-  function isOnline(board) {
-    return board.online?.online === true;
-  }
-
-  function tagsOf(board) {
-    return Array.isArray(board.system?.tags) ? board.system.tags : [];
-  }
-
-  function appsOf(board) {
-    return Array.isArray(board.apps) ? board.apps : [];
-  }
+  const isSame = (value, word) => value.toLowerCase() === word;
 
   function matches(board, word) {
-    if (word === "online") return isOnline(board);
-    if (word === "offline") return !isOnline(board);
-    if (word.startsWith("tag:")) return tagsOf(board).some((tag) => tag.toLowerCase() === word.slice(4));
+    if (word === "online") return board.online;
+    if (word === "offline") return !board.online;
+    const [kind, rest] = word.split(/:(.*)/s);
+    const [name, value] = (rest ?? "").split(/=(.*)/s);
+    if (kind === "tag") return board.system.tags.some((tag) => isSame(tag, rest));
+    if (kind === "package") {
+      return board.packages.some((each) => isSame(each.name, name) && (value === undefined || isSame(each.version, value)));
+    }
+    if (kind === "app") return board.apps.some((app) => isSame(app.name, name) && isSame(app.runState, value ?? ""));
     return board.name.toLowerCase().includes(word);
   }
 
@@ -93,5 +125,5 @@ const fleetParts = (() => {
   const requestTopic = (board) => `${DEVICES}${board}/request`;
   const answerTopic = (board, client) => `${DEVICES}${board}/answer/${client}`;
 
-  return { Fleet, answerTopic, appsOf, countsOf, isOnline, requestTopic, subscriptions, tagsOf };
+  return { Fleet, answerTopic, countsOf, requestTopic, subscriptions };
 })();

@@ -1,16 +1,19 @@
 // The operator's page: boards, their applications and the rollouts, as the broker knows them.
 "use strict";
 
-const { Fleet, answerTopic, appsOf, countsOf, isOnline, requestTopic, subscriptions, tagsOf } = fleetParts;
+const { Fleet, answerTopic, countsOf, requestTopic, subscriptions } = fleetParts;
 
 const MOST_BOARDS = 200; // at once on the page: a filter finds the others
 const MOST_ANSWERS = 50;
-const REQUEST_SECONDS = 60;
+const QUIET_MS = 3000; // before a number that has changed is read out
+let requestSeconds = 60;
 
 const fleet = new Fleet();
 let client = null;
 let clientName = "";
 let isDrawn = true;
+let announcement = 0;
+const asked = new Map(); // the board that was asked, by the id of the request
 
 const find = (id) => document.getElementById(id);
 
@@ -56,36 +59,54 @@ function say(text, className = "") {
   trim(list, MOST_ANSWERS);
 }
 
+// Not without a connection: the library would keep it, and the board would do it when nobody expects it any more.
 function ask(board, command, app) {
-  const request = {
-    id: `page-${randomName()}`,
-    command,
-    arguments: { app },
-    expires_in: REQUEST_SECONDS,
-  };
+  if (!client.connected) return;
+  const id = `page-${randomName()}`;
+  const request = { id, command, arguments: { app }, expires_in: requestSeconds };
   client.publish(requestTopic(board), JSON.stringify(request), {
     qos: 1,
-    properties: { responseTopic: answerTopic(board, clientName), messageExpiryInterval: REQUEST_SECONDS },
+    properties: { responseTopic: answerTopic(board, clientName), messageExpiryInterval: requestSeconds },
   });
+  asked.set(id, board);
   say(`${board}: ${command} ${app} …`);
+  setTimeout(() => {
+    if (asked.delete(id)) say(`${board}: ${command} ${app}: no answer`, "failed");
+  }, requestSeconds * 1000);
+}
+
+// It keeps the focus, which a button that is disabled loses.
+function setAvailable(button, isAvailable) {
+  const text = String(!isAvailable);
+  if (button.ariaDisabled !== text) button.ariaDisabled = text;
 }
 
 function makeApp(board, app) {
   const button = (word, command) =>
-    make("button", { type: "button", ariaLabel: `${word} ${app} on ${board}`, onclick: () => ask(board, command, app) }, word);
+    make(
+      "button",
+      {
+        type: "button",
+        ariaLabel: `${word} ${app} on ${board}`,
+        onclick: (event) => {
+          if (event.currentTarget.ariaDisabled !== "true") ask(board, command, app);
+        },
+      },
+      word,
+    );
   return make("li", { className: "app" }, make("span", {}, app), make("span"), button("Start", "start"), button("Stop", "stop"));
 }
 
 function drawApps(list, board) {
-  const apps = appsOf(board);
-  apps.forEach((app, index) => {
+  const canAsk = client.connected && board.online;
+  board.apps.forEach((app, index) => {
     const row = keyed(list, app.name, index, () => makeApp(board.name, app.name));
     const [, state, start, stop] = row.children;
-    setText(state, [app.run_state ?? "–", app.state, app.installed_version].filter(Boolean).join(", "));
-    start.disabled = !isOnline(board) || app.run_state === "running";
-    stop.disabled = !isOnline(board) || app.run_state !== "running";
+    setText(state, [app.runState || "–", app.state, app.version].filter(Boolean).join(", "));
+    setAvailable(start, canAsk && app.runState !== "running");
+    setAvailable(stop, canAsk && app.runState === "running");
   });
-  trim(list, apps.length);
+  trim(list, board.apps.length);
 }
 
 function makeBoard(board) {
@@ -95,15 +116,20 @@ function makeBoard(board) {
 function drawBoards() {
   const boards = fleet.matching(find("filter").value);
   const shown = boards.slice(0, MOST_BOARDS);
-  const online = boards.filter(isOnline).length;
+  const online = boards.filter((board) => board.online).length;
   const rest = boards.length > shown.length ? `; the first ${shown.length} are shown, a filter finds the others` : "";
-  setText(find("count"), `${boards.length} of ${fleet.boards.size} boards, ${online} online${rest}`);
+  const count = `${boards.length} of ${fleet.boards.size} boards, ${online} online${rest}`;
+  if (find("count").textContent !== count) {
+    setText(find("count"), count);
+    clearTimeout(announcement);
+    announcement = setTimeout(() => setText(find("announced"), count), QUIET_MS);
+  }
   const list = find("board-list");
   shown.forEach((board, index) => {
     const [, state, facts, apps] = keyed(list, board.name, index, () => makeBoard(board)).children;
-    setText(state, isOnline(board) ? "online" : "offline", isOnline(board) ? "online" : "offline");
-    const packages = Array.isArray(board.packages) ? counted(board.packages.length, "package") : "";
-    setText(facts, [tagsOf(board).join(", "), packages, board.system?.agent && `agent ${board.system.agent}`].filter(Boolean).join(" · "));
+    setText(state, board.online ? "online" : "offline", board.online ? "online" : "offline");
+    const { tags, agent } = board.system;
+    setText(facts, [tags.join(", "), counted(board.packages.length, "package"), agent && `agent ${agent}`].filter(Boolean).join(" · "));
     drawApps(apps, board);
   });
   trim(list, shown.length);
@@ -158,9 +184,11 @@ function draw() {
 
 function take(topic, payload) {
   const answer = fleet.take(topic, payload.toString());
-  if (answer) {
+  // No board answers for another one, and each answers once.
+  if (answer && asked.get(answer.id) === answer.board) {
+    asked.delete(answer.id);
     const isDone = answer.state === "done";
-    say(`${answer.device}: ${answer.state}${isDone ? "" : `: ${answer.message}`}`, isDone ? "done" : "failed");
+    say(`${answer.board}: ${answer.state}${isDone ? "" : `: ${answer.message}`}`, isDone ? "done" : "failed");
   }
   draw();
 }
@@ -174,7 +202,7 @@ function showConnection(text, isConnected) {
 function connect(user, password) {
   clientName = `page-${randomName()}`;
   const scheme = location.protocol === "https:" ? "wss" : "ws";
-  client = mqtt.connect(`${scheme}://${location.host}`, {
+  const own = mqtt.connect(`${scheme}://${location.host}`, {
     clientId: clientName,
     protocolVersion: 5,
     username: user || undefined,
@@ -182,15 +210,22 @@ function connect(user, password) {
     reconnectPeriod: 5000,
     timerVariant: "native", // else its timers are in a worker, which the page's policy refuses
   });
-  client.on("connect", () => {
+  client = own;
+  own.on("connect", () => {
+    const isFirst = !find("login").hidden;
     showConnection("Connected", true);
-    client.subscribe(subscriptions(clientName));
+    if (isFirst) find("filter").focus();
+    own.subscribe(subscriptions(clientName));
     draw();
   });
-  client.on("message", take);
-  client.on("close", () => setText(find("connection"), "Connection lost; trying again", "offline"));
-  client.on("error", (error) => {
-    client.end(true);
+  own.on("message", take);
+  own.on("close", () => {
+    if (own.disconnecting) return; // after an error, which has said more
+    setText(find("connection"), "Connection lost; trying again", "offline");
+    draw();
+  });
+  own.on("error", (error) => {
+    own.end(true);
     showConnection(`Not connected: ${error.message}`, false);
   });
 }

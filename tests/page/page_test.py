@@ -59,9 +59,11 @@ class Page(unittest.TestCase):
         cls.install_application("clock")
         cls.write(
             "broker.conf",
-            "user root\nlistener 1883 127.0.0.1\nallow_anonymous true\n"
-            f"listener 8080 127.0.0.1\nprotocol websockets\nhttp_dir {PAGE}\n",
+            "user root\nper_listener_settings true\nlistener 1883 127.0.0.1\nallow_anonymous true\n"
+            f"listener 8080 127.0.0.1\nallow_anonymous true\nprotocol websockets\nhttp_dir {PAGE}\n"
+            f"listener 8081 127.0.0.1\npassword_file {cls.path('passwords')}\nprotocol websockets\nhttp_dir {PAGE}\n",
         )
+        subprocess.run(["mosquitto_passwd", "-b", "-c", cls.path("passwords"), "ann", "right"], check=True)
         cls.start("mosquitto", "-c", cls.path("broker.conf"))
         eventually(lambda: subprocess.run(["mosquitto_pub", "-t", "x", "-m", "x"], stderr=subprocess.DEVNULL).returncode == 0)
         cls.start("tarviod")
@@ -147,6 +149,12 @@ class Page(unittest.TestCase):
     def button(self, label):
         return self.find(f'button[aria-label="{label}"]')
 
+    def is_available(self, label):
+        return self.button(label).get_attribute("aria-disabled") != "true"
+
+    def focused(self):
+        return self.browser.switch_to.active_element
+
     def test_shows_the_boards(self):
         self.assertTrue(eventually(lambda: self.names() == ["board-1", "board-2"]), self.names())
         self.assertEqual(self.text("#count"), "2 of 2 boards, 2 online")
@@ -154,39 +162,52 @@ class Page(unittest.TestCase):
 
     def test_filters_them(self):
         self.assertTrue(eventually(lambda: len(self.names()) == 2))
-        for words, names in (("board-2", ["board-2"]), ("tag:lab", ["board-1", "board-2"]), ("tag:x", []), ("offline", [])):
+        for words, names in (
+            ("board-2", ["board-2"]),
+            ("tag:lab", ["board-1", "board-2"]),
+            ("tag:x", []),
+            ("offline", []),
+            ("package:clock", ["board-1", "board-2"]),
+            ("package:clock=1.0 board-1", ["board-1"]),
+            ("package:clock=1.1", []),
+            ("app:clock=running", []),
+            ("app:clock=stopped", ["board-1", "board-2"]),
+        ):
             field = self.find("#filter")
             field.clear()
             field.send_keys(words)
             self.assertTrue(eventually(lambda expected=names: self.names() == expected), words)
 
     def test_starts_and_stops_an_application(self):
-        self.assertTrue(eventually(lambda: self.button("Start clock on board-1").is_enabled()))
+        self.assertTrue(eventually(lambda: self.is_available("Start clock on board-1")))
         self.button("Start clock on board-1").click()
         self.assertTrue(eventually(lambda: "running" in self.text('[data-key="board-1"] .app')))
         self.assertTrue(eventually(lambda: "board-1: done" in self.text("#answers")))
         self.picture("boards.png")
-        self.assertFalse(self.button("Start clock on board-1").is_enabled())
+        self.assertFalse(self.is_available("Start clock on board-1"))
         self.button("Stop clock on board-1").click()
         self.assertTrue(eventually(lambda: "stopped" in self.text('[data-key="board-1"] .app')))
 
     def test_is_used_with_the_keyboard(self):
-        self.assertTrue(eventually(lambda: self.button("Start clock on board-1").is_enabled()))
-        self.find("#filter").send_keys("board-1")
+        self.assertTrue(eventually(lambda: self.is_available("Start clock on board-1")))
+        keys = webdriver.ActionChains(self.browser)
+        self.assertEqual(self.focused().get_attribute("id"), "filter")
+        keys.send_keys("board-1").perform()
         self.assertTrue(eventually(lambda: self.names() == ["board-1"]))
-        webdriver.ActionChains(self.browser).send_keys(Keys.TAB).perform()
-        focused = self.browser.switch_to.active_element
-        self.assertEqual(focused.get_attribute("aria-label"), "Start clock on board-1")
-        focused.send_keys(Keys.ENTER)
+        keys.send_keys(Keys.TAB).perform()
+        self.assertEqual(self.focused().get_attribute("aria-label"), "Start clock on board-1")
+        keys.send_keys(Keys.ENTER).perform()
         self.assertTrue(eventually(lambda: "running" in self.text('[data-key="board-1"] .app')))
-        self.button("Stop clock on board-1").send_keys(Keys.SPACE)
+        self.assertEqual(self.focused().get_attribute("aria-label"), "Start clock on board-1")
+        keys.send_keys(Keys.TAB).perform()
+        keys.send_keys(Keys.SPACE).perform()
         self.assertTrue(eventually(lambda: "stopped" in self.text('[data-key="board-1"] .app')))
 
     def test_shows_that_a_board_has_gone(self):
         self.assertTrue(eventually(lambda: len(self.names()) == 2))
         self.agents["board-2"].kill()
         self.assertTrue(eventually(lambda: self.text("#count") == "2 of 2 boards, 1 online"))
-        self.assertFalse(self.button("Start clock on board-2").is_enabled())
+        self.assertTrue(eventually(lambda: not self.is_available("Start clock on board-2")))
         type(self).agents["board-2"] = self.start("tarvio-agent", "--config", self.path("board-2.conf"))
         self.assertTrue(eventually(lambda: self.text("#count") == "2 of 2 boards, 2 online"))
 
@@ -219,18 +240,97 @@ class Page(unittest.TestCase):
         self.publish("tarvio/v1/board-9/apps", [{"name": name, "run_state": "running"}])
         self.assertTrue(eventually(lambda: name in self.text('[data-key="board-9"]')))
         self.assertEqual(self.browser.title, "Fleet")
-        for junk in ("{", "7", "null", '{"online":7}', '[[]]'):
-            self.publish("tarvio/v1/board-9/apps", junk)
-            self.publish("tarvio/v1/board-9/system", junk)
-        for end in ("online", "apps", "system"):
+        strange = {"toString": 1}
+        for junk in (
+            "{", "7", "null", '{"online":7}', "[[]]", "[null]", {"tags": [1, None]}, {"agent": strange}, [{"name": strange}],
+            [{"name": "x", "state": strange, "run_state": strange}], [{"name": "x"}] * 2,
+        ):
+            for end in ("apps", "system", "packages"):
+                self.publish(f"tarvio/v1/board-9/{end}", junk)
+            self.publish("tarvio-fleet/v1/rollouts/r9", {"waves": junk, "state": strange} if isinstance(junk, list) else junk)
+        self.find("#filter").send_keys("tag:x")
+        self.assertTrue(eventually(lambda: self.names() == []))
+        self.find("#filter").clear()
+        self.find("#filter").send_keys("board-9")
+        # The others go on.
+        self.publish("tarvio/v1/board-9/system", {"agent": "after all"})
+        self.assertTrue(eventually(lambda: "after all" in self.text('[data-key="board-9"]')))
+        self.publish("tarvio-fleet/v1/rollouts/r9", "")
+        for end in ("apps", "system", "packages", "online"):
             self.publish(f"tarvio/v1/board-9/{end}", "")
+
+    def test_forgets_a_board_that_is_no_more(self):
+        self.publish("tarvio/v1/board-8/online", {"online": False})
+        self.assertTrue(eventually(lambda: "board-8" in self.names()))
+        self.publish("tarvio/v1/board-8/online", "")
+        self.assertTrue(eventually(lambda: "board-8" not in self.names()))
+
+    # In a topic of its own a board can say what it likes.
+    def test_takes_no_answer_of_another_board(self):
+        self.publish("tarvio/v1/board-7/online", {"online": True})
+        self.publish("tarvio/v1/board-7/apps", [{"name": "radio", "run_state": "stopped"}])
+        self.assertTrue(eventually(lambda: self.is_available("Start radio on board-7")))
+        asked = subprocess.Popen(
+            ["mosquitto_sub", "-V", "5", "-C", "1", "-t", "tarvio/v1/board-7/request", "-F", "%R %p"],
+            stdout=subprocess.PIPE, text=True,
+        )
+        time.sleep(0.5)
+        self.button("Start radio on board-7").click()
+        topic, request = asked.communicate(timeout=PATIENCE)[0].split(" ", 1)
+        answer = {"id": json.loads(request)["id"], "state": "done", "device": "board-7"}
+        self.publish(topic.replace("board-7", "board-6"), answer, retained=False)
+        self.publish(topic, dict(answer, id="another"), retained=False)
+        self.publish(topic, dict(answer, state="failed", message="no radio", device="board-1"), retained=False)
+        self.assertTrue(eventually(lambda: "board-7: failed: no radio" in self.text("#answers")))
+        self.assertNotIn("done", self.text("#answers"))
+        for end in ("apps", "online"):
+            self.publish(f"tarvio/v1/board-7/{end}", "")
+
+    def test_says_that_there_is_no_answer(self):
+        self.publish("tarvio/v1/board-7/online", {"online": True})
+        self.publish("tarvio/v1/board-7/apps", [{"name": "radio", "run_state": "stopped"}])
+        self.assertTrue(eventually(lambda: self.is_available("Start radio on board-7")))
+        self.browser.execute_script("requestSeconds = 1")
+        self.button("Start radio on board-7").click()
+        self.assertTrue(eventually(lambda: "board-7: start radio: no answer" in self.text("#answers")))
+        for end in ("apps", "online"):
+            self.publish(f"tarvio/v1/board-7/{end}", "")
+
+    def test_asks_nothing_without_a_connection(self):
+        self.assertTrue(eventually(lambda: self.is_available("Start clock on board-1")))
+        self.browser.execute_script("client.options.reconnectPeriod = 1000; client.stream.destroy()")
+        self.assertTrue(eventually(lambda: self.text("#connection") == "Connection lost; trying again"))
+        self.assertTrue(eventually(lambda: not self.is_available("Start clock on board-1")))
+        self.button("Start clock on board-1").click()
+        self.assertTrue(eventually(lambda: self.text("#connection") == "Connected"))
+        self.assertTrue(eventually(lambda: self.is_available("Start clock on board-1")))
+        self.assertEqual(self.text("#answer-list"), "")
+
+    def test_says_that_the_password_is_wrong(self):
+        self.browser.get("http://127.0.0.1:8081/index.html")
+        self.find("#user").send_keys("ann")
+        self.find("#password").send_keys("wrong")
+        self.find("#login button").click()
+        self.assertTrue(eventually(lambda: self.text("#connection").startswith("Not connected: ")), self.text("#connection"))
+        self.assertIn("Not authorized", self.text("#connection"))
+        self.assertTrue(self.find("#login").is_displayed())
+        self.find("#password").send_keys("right")
+        self.find("#login button").click()
+        self.assertTrue(eventually(lambda: self.text("#connection") == "Connected"), self.text("#connection"))
 
     def test_fits_a_phone(self):
         self.browser.set_window_size(390, 800)
         self.assertTrue(eventually(lambda: len(self.names()) >= 2))
+        self.picture("phone.png")
+        long = "b" * 64
+        self.publish(f"tarvio/v1/{long}/online", {"online": True})
+        self.publish(f"tarvio/v1/{long}/apps", [{"name": "a" * 300, "state": "s" * 300}])
+        self.assertTrue(eventually(lambda: "sss" in self.text(f'[data-key="{long}"]')))
+        self.browser.execute_script(f'say("{"m" * 300}")')
         width = self.browser.execute_script("return document.documentElement.scrollWidth")
         self.assertLessEqual(width, self.browser.execute_script("return window.innerWidth"))
-        self.picture("phone.png")
+        for end in ("apps", "online"):
+            self.publish(f"tarvio/v1/{long}/{end}", "")
 
     def test_is_light_and_dark(self):
         seen = {}
