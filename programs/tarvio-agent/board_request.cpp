@@ -50,7 +50,7 @@ class Members {
 
 std::string text_in(Members& members, const char* name, size_t most = kMaxNameBytes) {
   const Json value = members.take(name);
-  const std::string text = value.is_string() ? value.get<std::string>() : "";
+  std::string text = value.is_string() ? value.get<std::string>() : "";
   if (text.empty() || text.size() > most || text.find('\0') != std::string::npos) {
     throw Refusal("member '" + std::string(name) + "' is no text of 1 to " + std::to_string(most) +
                   " bytes");
