@@ -2,6 +2,7 @@
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <openssl/crypto.h>
 #include <openssl/ssl.h>
 #include <poll.h>
 #include <pthread.h>
@@ -232,6 +233,8 @@ struct Session::Attempt {
     result = mosquitto_connect_bind_v5(client->library.get(), host.c_str(), port, kKeepAliveSeconds,
                                        nullptr, properties.list());
     error = errno;
+    // The process may end before this thread does, and what TLS keeps for it would be left.
+    OPENSSL_thread_stop();
     (void)eventfd_write(ended.get(), 1);
   }
 
