@@ -23,7 +23,7 @@ const fleetParts = (() => {
   const named = (value) => objects(value).filter((each) => text(each.name) !== "");
 
   const cleaned = {
-    online: (value) => value?.online === true,
+    online: (value, payload) => (payload === "" ? null : value?.online === true), // null: no board, or no more
     system: (value) => ({
       agent: text(value?.agent),
       tags: (Array.isArray(value?.tags) ? value.tags : []).map(text).filter(Boolean),
@@ -55,11 +55,9 @@ const fleetParts = (() => {
         return { board: device, id: text(value?.id), state: text(value?.state), message: text(value?.message) };
       }
       if (!FACTS.includes(end)) return null;
-      const board = this.boards.get(device) ?? { name: device, online: false, system: cleaned.system(null), apps: [], packages: [] };
-      board[end] = cleaned[end](value);
+      const board = this.boards.get(device) ?? { name: device, online: null, system: cleaned.system(null), apps: [], packages: [] };
+      board[end] = cleaned[end](value, payload);
       this.boards.set(device, board);
-      // A board that is no more has nothing retained.
-      if (end === "online" && payload === "") this.boards.delete(device);
       return null;
     }
 
@@ -74,17 +72,21 @@ const fleetParts = (() => {
         operator: text(rollout.operator),
         state: text(rollout.state),
         url: text(rollout.url),
-        started: Number(rollout.started) || 0,
+        started: typeof rollout.started === "number" ? rollout.started : 0,
         waves: rollout.waves.map((wave) =>
           objects(wave).map((entry) => ({ board: text(entry.board), state: text(entry.state), message: text(entry.message) })),
         ),
       });
     }
 
+    get known() {
+      return [...this.boards.values()].filter((board) => board.online !== null);
+    }
+
     // The boards that a filter means, by name.
     matching(filter) {
       const words = filter.toLowerCase().split(/\s+/).filter(Boolean);
-      return [...this.boards.values()]
+      return this.known
         .filter((board) => words.every((word) => matches(board, word)))
         .sort((one, other) => (one.name < other.name ? -1 : 1));
     }

@@ -118,7 +118,7 @@ function drawBoards() {
   const shown = boards.slice(0, MOST_BOARDS);
   const online = boards.filter((board) => board.online).length;
   const rest = boards.length > shown.length ? `; the first ${shown.length} are shown, a filter finds the others` : "";
-  const count = `${boards.length} of ${fleet.boards.size} boards, ${online} online${rest}`;
+  const count = `${boards.length} of ${fleet.known.length} boards, ${online} online${rest}`;
   if (find("count").textContent !== count) {
     setText(find("count"), count);
     clearTimeout(announcement);
@@ -200,6 +200,7 @@ function showConnection(text, isConnected) {
 }
 
 function connect(user, password) {
+  client?.end(true); // which may still be trying
   clientName = `page-${randomName()}`;
   const scheme = location.protocol === "https:" ? "wss" : "ws";
   const own = mqtt.connect(`${scheme}://${location.host}`, {

@@ -247,7 +247,7 @@ class Page(unittest.TestCase):
         ):
             for end in ("apps", "system", "packages"):
                 self.publish(f"tarvio/v1/board-9/{end}", junk)
-            self.publish("tarvio-fleet/v1/rollouts/r9", {"waves": junk, "state": strange} if isinstance(junk, list) else junk)
+            self.publish("tarvio-fleet/v1/rollouts/r9", {"waves": junk, "state": strange, "started": strange} if isinstance(junk, list) else junk)
         self.find("#filter").send_keys("tag:x")
         self.assertTrue(eventually(lambda: self.names() == []))
         self.find("#filter").clear()
@@ -259,11 +259,32 @@ class Page(unittest.TestCase):
         for end in ("apps", "system", "packages", "online"):
             self.publish(f"tarvio/v1/board-9/{end}", "")
 
+    # In whatever order its topics are cleared, and also if some are left.
     def test_forgets_a_board_that_is_no_more(self):
         self.publish("tarvio/v1/board-8/online", {"online": False})
-        self.assertTrue(eventually(lambda: "board-8" in self.names()))
+        self.publish("tarvio/v1/board-8/apps", [{"name": "radio"}])
+        self.assertTrue(eventually(lambda: "radio" in self.text('[data-key="board-8"]')))
         self.publish("tarvio/v1/board-8/online", "")
-        self.assertTrue(eventually(lambda: "board-8" not in self.names()))
+        self.publish("tarvio/v1/board-8/apps", "")
+        self.publish("tarvio/v1/board-8/system", {"agent": "1.0"})
+        self.publish("tarvio/v1/board-9/online", {"online": False})  # the last to arrive
+        self.assertTrue(eventually(lambda: "board-9" in self.names()))
+        self.assertNotIn("board-8", self.names())
+        self.publish("tarvio/v1/board-8/system", "")
+        self.publish("tarvio/v1/board-9/online", "")
+
+    def test_keeps_one_connection(self):
+        self.browser.execute_script("first = client; connect('', '')")
+        self.assertTrue(eventually(lambda: self.browser.execute_script("return client !== first && client.connected")))
+        self.assertFalse(self.browser.execute_script("return first.connected"))
+
+    def test_announces_what_has_settled(self):
+        announced = "return document.getElementById('announced').textContent"
+        self.assertTrue(eventually(lambda: self.text("#count").startswith("2 of 2")))
+        self.assertEqual(self.browser.execute_script(announced), "")
+        self.assertTrue(eventually(lambda: self.browser.execute_script(announced) == self.text("#count")))
+        roles = "return [...document.querySelectorAll('#count, ul, ol')].filter((each) => each.hasAttribute('role')).length"
+        self.assertEqual(self.browser.execute_script(roles), 0)
 
     # In a topic of its own a board can say what it likes.
     def test_takes_no_answer_of_another_board(self):
