@@ -75,7 +75,7 @@ TEST_F(ClientInstallPolicy, DemandsNothingUnlessItIsSet) {
   expect_installed();
   set_policy("require_signature: restore\n");
   expect_installed();
-  set_policy(read_file(TARVIO_COMPLETIONS "/../tarvio.conf"));
+  set_policy(read_file(TARVIO_COMPLETIONS "/../../tarvio.conf"));
   expect_installed();
 }
 
