@@ -301,7 +301,7 @@ void Journal::keep_reserve() const {
   const std::string file = file_ + ".reserve";
   struct stat status = {};
   if (stat(file.c_str(), &status) == 0 && status.st_size == kReserveBytes) return;
-  std::mt19937 random;
+  std::minstd_rand random{std::random_device()()};
   std::string bytes;
   while (bytes.size() < kReserveBytes) bytes += static_cast<char>(random());
   const tarvio::Fd fd(::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kMode));
