@@ -162,7 +162,7 @@ product() {
   cp "$here"/bin/* "$root/usr/local/bin/"
   add_opkg "$root"
   if [ -n "${BOARD_FLEET:-}" ]; then
-    cp "$here"/../packaging/fleet/{certificates,access} "$root/board/"
+    cp "$here"/../packaging/fleet/{certificates,access-boards,access-operators} "$root/board/"
   else
     rm -f "$root"/usr/*bin/tarvio-*
   fi

@@ -7,7 +7,7 @@
 . /board/flash.sh
 
 certificates=/etc/tarvio/fleet
-broker="-h 127.0.0.1 -p 8883 -i operator --cafile $certificates/ca.crt --cert $certificates/operator.crt
+broker="-h 127.0.0.1 -p 8884 -i operator --cafile $certificates/ca.crt --cert $certificates/operator.crt
   --key $certificates/operator.key"
 
 # What must outlive a boot lies in the writable area; all else is as new after each.
@@ -64,13 +64,21 @@ start_servers() {
     /tmp/apart/ || return
   cat >/tmp/broker.conf <<END
 user root
+per_listener_settings true
 listener 8883 127.0.0.1
 cafile $certificates/ca.crt
 certfile $certificates/server.crt
 keyfile $certificates/server.key
 require_certificate true
 use_identity_as_username true
-acl_file /board/access
+acl_file /board/access-boards
+listener 8884 127.0.0.1
+cafile $certificates/ca-operators.crt
+certfile $certificates/server.crt
+keyfile $certificates/server.key
+require_certificate true
+use_identity_as_username true
+acl_file /board/access-operators
 log_type all
 END
   LD_LIBRARY_PATH=/tmp/apart mosquitto -c /tmp/broker.conf >/tmp/broker.log 2>&1 &

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <regex>
 #include <string>
 
 #include "support/fleet/agent_process.h"
@@ -39,7 +40,7 @@ class FleetAccess : public testing::Test {
                              "/access#; s#^persistence .*#persistence false#; "
                              "s#/usr/share/tarvio/fleet-page#" +
                              path("") + "#' " + kFleetFiles + "/mosquitto.conf >conf");
-    broker_ = std::make_unique<BrokerProcess>(read_file(path("conf")));
+    restart_broker();
   }
 
   void make(const std::string& what) const {
@@ -59,6 +60,11 @@ class FleetAccess : public testing::Test {
   std::string agent_lines(const std::string& name) const {
     return "broker: localhost\nca_file: " + path("ca.crt") +
            "\ncertificate: " + path(name + ".crt") + "\nkey: " + path(name + ".key") + "\n";
+  }
+
+  void restart_broker() {
+    broker_.reset();
+    broker_ = std::make_unique<BrokerProcess>(read_file(path("conf")));
   }
 
   const TempDir place_;
@@ -118,6 +124,53 @@ TEST_F(BoardWithCertificate, IsNotPushedOutByAnotherBoard) {
   EXPECT_THAT(agent_.program().errors(), testing::Not(HasSubstr("is lost")));
 }
 
+TEST_F(BoardWithCertificate, IsNotPushedOutByABoardAtThePortOfOperators) {
+  const Watcher other(broker_for("board-2", kOperators), "board-1");
+  EXPECT_FALSE(other.is_connected());
+  operator_.watch(kLongEnough);
+  EXPECT_TRUE(is_online());
+  EXPECT_THAT(agent_.program().errors(), testing::Not(HasSubstr("is lost")));
+}
+
+// Whoever gives somebody a port where names are connected once may use this setting.
+TEST_F(BoardWithCertificate, IsNotPushedOutByAViewerWhoseNameIsTheId) {
+  write_file(path("conf"), std::regex_replace(read_file(path("conf")), std::regex("listener 8884"),
+                                              "listener 8884\nuse_username_as_clientid true"));
+  restart_broker();
+  ASSERT_TRUE(operator_.until([this] { return operator_.connections() > 1 && is_online(); }));
+  Watcher viewer(broker_for("viewer", kOperators), "board-1");
+  ASSERT_TRUE(viewer.is_connected());
+  operator_.watch(kLongEnough);
+  EXPECT_TRUE(is_online());
+}
+
+TEST_F(BoardWithCertificate, IsNotMadeUpByAViewer) {
+  Watcher viewer(broker_for("viewer", kOperators), "viewer");
+  for (const char* end : {"online", "system", "apps", "packages", "progress", "answer/operator"}) {
+    viewer.publish({.topic = std::string("tarvio/v1/viewer/") + end, .payload = "forged"});
+  }
+  viewer.watch(kLongEnough);
+  for (const fleet::Message& message : operator_.messages()) EXPECT_NE(message.payload, "forged");
+}
+
+TEST_F(BoardWithCertificate, IsForgottenWhenItIsRevokedAndCleared) {
+  make("revoke board-1");
+  restart_broker();
+  ASSERT_TRUE(operator_.until([this] { return operator_.connections() > 1; }));
+  EXPECT_TRUE(agent_.program().says("cannot connect to the broker"));
+  EXPECT_FALSE(Watcher(broker_for("board-1", kBoards), "board-1").is_connected());
+  EXPECT_TRUE(Watcher(broker_for("board-2", kBoards), "board-2").is_connected());
+  for (const char* end : {"online", "system", "apps", "packages"}) {
+    operator_.publish(
+        {.topic = std::string("tarvio/v1/board-1/") + end, .payload = "", .is_retained = true});
+  }
+  ASSERT_TRUE(
+      operator_.until([this] { return operator_.text_of("tarvio/v1/board-1/packages").empty(); }));
+  Watcher later(broker_for("operator", kOperators), "later", {"tarvio/v1/+/+"});
+  later.watch(kLongEnough);
+  EXPECT_TRUE(later.messages().empty());
+}
+
 TEST_F(BoardWithCertificate, IsNotAskedByAnotherBoardOrByAViewer) {
   Watcher other(broker_for("board-2", kBoards), "board-2");
   Watcher viewer(broker_for("viewer", kOperators), "viewer");
@@ -140,10 +193,41 @@ TEST_F(BoardWithCertificate, IsInNoRolloutOfAViewer) {
   EXPECT_EQ(operator_.text_of("tarvio-fleet/v1/rollouts/r1"), "");
 }
 
+TEST_F(FleetAccess, HasNoCertificateForWhatIsNoHost) {
+  shell(place_.path(), "rm server.*");
+  for (const char* host : {"'a b'", "1.2.3", "1.2.3.256", "a..b", "-a", "a_b", "1:g"}) {
+    SCOPED_TRACE(host);
+    shell(place_.path(), "! " + std::string(kFleetFiles) + "/certificates server good.example " +
+                             host + " 2>said");
+    EXPECT_THAT(read_file(path("said")), HasSubstr("is neither the name of a host nor an address"));
+    EXPECT_FALSE(std::filesystem::exists(path("server.key")));
+  }
+}
+
+TEST_F(FleetAccess, ShowsWhyACertificateCannotBeMadeAndLeavesNothingBehind) {
+  shell(place_.path(), "rm server.*");
+  shell(place_.path(), "! " + std::string(kFleetFiles) + "/certificates server 1:2 2>said");
+  EXPECT_THAT(read_file(path("said")), AllOf(HasSubstr("certificates: cannot sign 'server.crt':\n"),
+                                             HasSubstr("bad ip address")));
+  EXPECT_FALSE(std::filesystem::exists(path("server.key")));
+  make("server ::1 localhost a-1.example 10.0.0.255");
+}
+
 TEST_F(FleetAccess, NeedsACertificate) {
   const Watcher nobody(broker_for("", kBoards), "nobody");
   EXPECT_FALSE(nobody.is_connected());
   EXPECT_THAT(nobody.cause(), HasSubstr("cannot connect to the broker localhost:8883: "));
+}
+
+TEST_F(FleetAccess, IsForOperatorsAtTheirPortAlone) {
+  EXPECT_FALSE(Watcher(broker_for("operator", kBoards), "operator").is_connected());
+}
+
+TEST_F(FleetAccess, IsNotForARevokedOperator) {
+  make("revoke operator");
+  restart_broker();
+  EXPECT_FALSE(Watcher(broker_for("operator", kOperators), "operator").is_connected());
+  EXPECT_TRUE(Watcher(broker_for("viewer", kOperators), "viewer").is_connected());
 }
 
 TEST_F(FleetAccess, SaysThatTheBrokerIsNotTheOneThatIsMeant) {
