@@ -51,11 +51,10 @@ std::string settings(const std::filesystem::path& directory, const Certificates&
   const std::string packaged(kPackaged);
   std::string text = text_in(packaged + "/mosquitto.conf");
   replace(text, "/etc/mosquitto/certs", certificates.directory());
-  replace(text, "/var/lib/mosquitto", directory);
   replace(text, "/etc/mosquitto/tarvio-access", packaged + "/access");
   const size_t page = text.find("listener 8885");
   if (page == std::string::npos) die("the packaged settings of the broker have no listener 8885");
-  return "user root\n" + text.substr(0, page);
+  return "user root\npersistence_location " + directory.string() + "/\n" + text.substr(0, page);
 }
 
 bool listens() {

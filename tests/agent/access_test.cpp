@@ -150,6 +150,7 @@ TEST_F(BoardWithCertificate, IsNotMadeUpByAViewer) {
     viewer.publish({.topic = std::string("tarvio/v1/viewer/") + end, .payload = "forged"});
   }
   viewer.watch(kLongEnough);
+  operator_.watch(kLongEnough);
   for (const fleet::Message& message : operator_.messages()) EXPECT_NE(message.payload, "forged");
 }
 
@@ -190,6 +191,7 @@ TEST_F(BoardWithCertificate, IsInNoRolloutOfAViewer) {
   Watcher viewer(broker_for("viewer", kOperators), "viewer");
   viewer.publish({.topic = "tarvio-fleet/v1/rollouts/r1", .payload = "forged"});
   viewer.watch(kLongEnough);
+  operator_.watch(kLongEnough);
   EXPECT_EQ(operator_.text_of("tarvio-fleet/v1/rollouts/r1"), "");
 }
 
