@@ -7,13 +7,14 @@ const MOST_BOARDS = 200; // at once on the page: a filter finds the others
 const MOST_ANSWERS = 50;
 const QUIET_MS = 3000; // before a number that has changed is read out
 let requestSeconds = 60;
+let againSeconds = 15;
 
 const fleet = new Fleet();
 let client = null;
 let clientName = "";
 let isDrawn = true;
 let announcement = 0;
-const asked = new Map(); // the board that was asked, by the id of the request
+const asked = new Map(); // the board that was asked, and what asks it again, by the id of the request
 
 const find = (id) => document.getElementById(id);
 
@@ -59,20 +60,34 @@ function say(text, className = "") {
   trim(list, MOST_ANSWERS);
 }
 
-// Not without a connection: the library would keep it, and the board would do it when nobody expects it any more.
+// Not without a connection: the library would keep it, and the board would do it when nobody expects it any more. What
+// has no answer is asked again: the board does it once, but may have ended before it had written the request down.
 function ask(board, command, app) {
   if (!client.connected) return;
   const id = `page-${randomName()}`;
-  const request = { id, command, arguments: { app }, expires_in: requestSeconds };
-  client.publish(requestTopic(board), JSON.stringify(request), {
-    qos: 1,
-    properties: { responseTopic: answerTopic(board, clientName), messageExpiryInterval: requestSeconds },
-  });
-  asked.set(id, board);
+  const end = Date.now() + requestSeconds * 1000;
+  const send = () => {
+    if (!client.connected) return;
+    const left = Math.ceil((end - Date.now()) / 1000);
+    const request = { id, command, arguments: { app }, expires_in: left };
+    client.publish(requestTopic(board), JSON.stringify(request), {
+      qos: 1,
+      properties: { responseTopic: answerTopic(board, clientName), messageExpiryInterval: left },
+    });
+  };
+  const tick = setInterval(() => {
+    if (Date.now() < end) return send();
+    forget(id);
+    say(`${board}: ${command} ${app}: no answer`, "failed");
+  }, againSeconds * 1000);
+  asked.set(id, { board, tick });
   say(`${board}: ${command} ${app} …`);
-  setTimeout(() => {
-    if (asked.delete(id)) say(`${board}: ${command} ${app}: no answer`, "failed");
-  }, requestSeconds * 1000);
+  send();
+}
+
+function forget(id) {
+  clearInterval(asked.get(id).tick);
+  asked.delete(id);
 }
 
 // It keeps the focus, which a button that is disabled loses.
@@ -185,8 +200,8 @@ function draw() {
 function take(topic, payload) {
   const answer = fleet.take(topic, payload.toString());
   // No board answers for another one, and each answers once.
-  if (answer && asked.get(answer.id) === answer.board) {
-    asked.delete(answer.id);
+  if (answer && asked.get(answer.id)?.board === answer.board) {
+    forget(answer.id);
     const isDone = answer.state === "done";
     say(`${answer.board}: ${answer.state}${isDone ? "" : `: ${answer.message}`}`, isDone ? "done" : "failed");
   }

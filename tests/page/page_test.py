@@ -311,9 +311,31 @@ class Page(unittest.TestCase):
         self.publish("tarvio/v1/board-7/online", {"online": True})
         self.publish("tarvio/v1/board-7/apps", [{"name": "radio", "run_state": "stopped"}])
         self.assertTrue(eventually(lambda: self.is_available("Start radio on board-7")))
-        self.browser.execute_script("requestSeconds = 1")
+        self.browser.execute_script("requestSeconds = 1; againSeconds = 1")
         self.button("Start radio on board-7").click()
         self.assertTrue(eventually(lambda: "board-7: start radio: no answer" in self.text("#answers")))
+        for end in ("apps", "online"):
+            self.publish(f"tarvio/v1/board-7/{end}", "")
+
+    # A board may end before it has written down what it was asked.
+    def test_asks_again_until_there_is_an_answer(self):
+        self.publish("tarvio/v1/board-7/online", {"online": True})
+        self.publish("tarvio/v1/board-7/apps", [{"name": "radio", "run_state": "stopped"}])
+        self.assertTrue(eventually(lambda: self.is_available("Start radio on board-7")))
+        words = ["mosquitto_sub", "-V", "5", "-t", "tarvio/v1/board-7/request", "-F", "%R %p"]
+        asked = subprocess.Popen(words + ["-C", "2"], stdout=subprocess.PIPE, text=True)
+        time.sleep(0.5)
+        self.browser.execute_script("againSeconds = 1")
+        self.button("Start radio on board-7").click()
+        first, second = [line.split(" ", 1) for line in asked.communicate(timeout=PATIENCE)[0].splitlines()]
+        self.assertEqual(first[0], second[0])
+        first, topic, second = json.loads(first[1]), first[0], json.loads(second[1])
+        self.assertEqual(first["id"], second["id"])
+        self.assertLess(second["expires_in"], first["expires_in"])
+        self.publish(topic, {"id": first["id"], "state": "done", "device": "board-7"}, retained=False)
+        self.assertTrue(eventually(lambda: "board-7: done" in self.text("#answers")))
+        silence = subprocess.run(words + ["-W", "3"], stdout=subprocess.PIPE, text=True, check=False)
+        self.assertEqual(silence.stdout, "")
         for end in ("apps", "online"):
             self.publish(f"tarvio/v1/board-7/{end}", "")
 
