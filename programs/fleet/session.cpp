@@ -12,18 +12,17 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <deque>
 #include <memory>
 #include <stdexcept>
-#include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include "base/owners.h"
+#include "fleet/packet_properties.h"
 
 namespace fleet {
 
@@ -37,82 +36,6 @@ constexpr int kFirstDelayMs = 20'000;
 constexpr int kLateDelayMs = 10'000;
 constexpr int kLongestDelayMs = 60'000;
 constexpr char kAuthorities[] = "/etc/ssl/certs";
-
-// Properties of a packet.
-class Properties {
- public:
-  Properties() = default;
-  Properties(const Properties&) = delete;
-  Properties& operator=(const Properties&) = delete;
-  ~Properties() { mosquitto_property_free_all(&list_); }
-
-  void add_number(int identifier, uint32_t number) {
-    check(mosquitto_property_add_int32(&list_, identifier, number));
-  }
-  void add_text(int identifier, const std::string& text) {
-    check(mosquitto_property_add_string(&list_, identifier, text.c_str()));
-  }
-  void add_bytes(int identifier, const std::string& bytes) {
-    check(mosquitto_property_add_binary(&list_, identifier, bytes.data(),
-                                        static_cast<uint16_t>(bytes.size())));
-  }
-  [[nodiscard]] const mosquitto_property* list() const { return list_; }
-
- private:
-  static void check(int result) {
-    if (result != MOSQ_ERR_SUCCESS) throw std::runtime_error(mosquitto_strerror(result));
-  }
-
-  mosquitto_property* list_ = nullptr;
-};
-
-std::string text_in(const mosquitto_property* properties, int identifier) {
-  char* text = nullptr;
-  if (mosquitto_property_read_string(properties, identifier, &text, false) == nullptr) return "";
-  const std::unique_ptr<char, tarvio::Free> owner(text);
-  return text;
-}
-
-std::string bytes_in(const mosquitto_property* properties, int identifier) {
-  void* bytes = nullptr;
-  uint16_t size = 0;
-  if (mosquitto_property_read_binary(properties, identifier, &bytes, &size, false) == nullptr) {
-    return "";
-  }
-  const std::unique_ptr<void, tarvio::Free> owner(bytes);
-  return {static_cast<const char*>(bytes), size};
-}
-
-std::optional<uint32_t> number_in(const mosquitto_property* properties, int identifier) {
-  uint32_t number = 0;
-  if (mosquitto_property_read_int32(properties, identifier, &number, false) == nullptr) {
-    return std::nullopt;
-  }
-  return number;
-}
-
-Message message_of(const mosquitto_message& message, const mosquitto_property* properties) {
-  return {.topic = message.topic,
-          .payload = {static_cast<const char*>(message.payload),
-                      static_cast<size_t>(message.payloadlen)},
-          .is_retained = message.retain,
-          .qos = message.qos,
-          .response_topic = text_in(properties, MQTT_PROP_RESPONSE_TOPIC),
-          .correlation = bytes_in(properties, MQTT_PROP_CORRELATION_DATA),
-          .seconds = number_in(properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL)};
-}
-
-void add_properties_of(const Message& message, Properties& properties) {
-  if (!message.response_topic.empty()) {
-    properties.add_text(MQTT_PROP_RESPONSE_TOPIC, message.response_topic);
-  }
-  if (!message.correlation.empty()) {
-    properties.add_bytes(MQTT_PROP_CORRELATION_DATA, message.correlation);
-  }
-  if (message.seconds) {
-    properties.add_number(MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, *message.seconds);
-  }
-}
 
 // The other end may have gone since the last step.
 bool is_of_connection(int result) {
