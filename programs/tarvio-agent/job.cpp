@@ -125,7 +125,21 @@ std::optional<Json> Job::step() {
       return end(1, error.what());
     }
   }
-  return end(has_failed ? ended->status : 0, fleet::message_in(*ended, step.words.front()));
+  return end(has_failed ? ended->status : 0, message_of(step, *ended));
+}
+
+// Whoever asked knows a package by its URL, and nothing of the file in which it came.
+std::string Job::message_of(const Step& step, const fleet::ChildEnd& ended) const {
+  std::string message = fleet::message_in(ended, step.words.front());
+  const std::string& url = request_.download.url;
+  if (!step.is_result || url.empty()) return message;
+  const std::string file = file_of(settings_.directory, request_.id);
+  size_t at = 0;
+  while ((at = message.find(file, at)) != std::string::npos) {
+    message.replace(at, file.size(), url);
+    at += url.size();
+  }
+  return message;
 }
 
 Json Job::end(int status, const std::string& message) {

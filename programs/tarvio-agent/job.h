@@ -56,6 +56,7 @@ class Job {
   void start_next();
   [[nodiscard]] bool is_done_already(const fleet::ChildEnd& ended) const;
   void show(std::string_view line) const;
+  [[nodiscard]] std::string message_of(const Step& step, const fleet::ChildEnd& ended) const;
   [[nodiscard]] Json end(int status, const std::string& message);
 
   const Request request_;

@@ -119,6 +119,12 @@ TEST_F(AgentInstall, RefusesTheSignatureOfAnUnknownKey) {
   const Json refused = install(arguments());
   EXPECT_EQ(refused["state"], "failed");
   EXPECT_EQ(refused["status"], 6);
+  // The operator knows nothing of the file in which the package came.
+  EXPECT_THAT(
+      refused["message"].get<std::string>(),
+      testing::AllOf(HasSubstr("cannot install 'https://localhost:8443/clock.tbx': its signature "
+                               "'https://localhost:8443/clock.tbx.minisig' was made with unknown"),
+                     testing::Not(HasSubstr("/files/"))));
   EXPECT_EQ(installed(), "");
   EXPECT_FALSE(has_left_files());
 }
