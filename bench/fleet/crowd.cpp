@@ -28,10 +28,9 @@ namespace {
 
 using tarvio::Deadline;
 
-// libmosquitto has three descriptors for each, and a connection that is slow to open holds up the
-// others of its process.
-constexpr int kBoardsInProcess = 500;
-constexpr int kComeWithinMs = 20'000;
+// Each wait looks at all boards of a process: with 500 that took most of the machine's time.
+constexpr int kBoardsInProcess = 50;
+constexpr int kComeWithinMs = 30'000;
 constexpr std::chrono::minutes kPatience(5);
 constexpr int kCountTraffic = -1;  // else the number of a board to change
 

@@ -53,7 +53,7 @@ constexpr int64_t kSecondNs = 1'000'000'000;
 // Of the measurements.
 constexpr int kChanges = 1000;
 constexpr int kBetweenChangesMs = 65;  // so that the broker saves what it keeps meanwhile
-constexpr int kIdleSeconds = 120;
+constexpr int kIdleSeconds = 110;      // in which three would be more than one a minute
 
 // Of the figures.
 constexpr double kMaxChangeP50Ms = 50;
@@ -64,7 +64,7 @@ constexpr size_t kCalm = 50;              // however few boards there are
 constexpr double kMaxToolSeconds = 5;
 constexpr double kMaxConnectMs = 5;
 constexpr double kMaxBrokerKib = 64;
-constexpr uint64_t kMaxIdlePackets = kIdleSeconds / 60;
+constexpr uint64_t kMaxIdlePackets = 2;
 
 int boards_in(int argc, char** argv) {
   char* end = nullptr;

@@ -32,7 +32,7 @@ using tarvio::Deadline;
 
 constexpr int kKeepAliveSeconds = 60;
 constexpr int kUpkeepMs = 5000;  // the library sends its keep-alive only when it is called
-constexpr int kFirstDelayMs = 20'000;
+constexpr int kFirstDelayMs = 30'000;
 constexpr int kLateDelayMs = 10'000;
 constexpr int kLongestDelayMs = 60'000;
 constexpr char kAuthorities[] = "/etc/ssl/certs";
