@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/mount.h>
 
 #include <chrono>
 #include <csignal>
@@ -219,6 +220,28 @@ TEST_F(AgentInstall, FetchesAgainWhatACutHasSpoilt) {
   EXPECT_EQ(answer()["state"], "done");
   EXPECT_THAT(server_.requests(), HasSubstr("GET /clock.tbx bytes=200-\nGET /clock.tbx\n"));
   EXPECT_EQ(installed(), "1.0");
+}
+
+TEST_F(AgentInstall, SaysThatTheDiskIsFull) {
+  start_agent();
+  agent_->program().kill();
+  ASSERT_EQ(::mount("tmpfs", agent_->directory().c_str(), "tmpfs", 0, "size=512k"), 0);
+  agent_->start();
+  write_file(server_.file("large.tbx"), std::string(1'000'000, 'x'));
+  Json large = arguments();
+  large["url"] = "https://localhost:8443/large.tbx";
+  large["size"] = 1'000'000;
+  const Json failed = install(large);
+  EXPECT_EQ(failed["state"], "failed");
+  EXPECT_THAT(
+      failed["message"].get<std::string>(),
+      testing::AllOf(HasSubstr("/files/r1.tbx.part'"), HasSubstr("No space left on device")));
+  EXPECT_TRUE(std::filesystem::is_empty(agent_->directory() / "files"));
+  send(arguments(), "r2");
+  EXPECT_EQ(answer("r2")["state"], "done");
+  EXPECT_EQ(installed(), "1.0");
+  agent_->program().kill();
+  EXPECT_EQ(::umount(agent_->directory().c_str()), 0);
 }
 
 TEST_F(AgentInstall, SaysHowFarItIs) {

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "base/owners.h"
 #include "board.h"
@@ -38,6 +40,8 @@ void set_link(bool up) {
 // An application whose stop takes a second, which a request is about.
 class AgentNetwork : public WithBoard {
  protected:
+  using WithBoard::WithBoard;
+
   void SetUp() override {
     install_application("clock");
     slow_the_stop_of("clock");
@@ -102,6 +106,48 @@ TEST_F(AgentNetwork, MayStandStill) {
     }
   }
   EXPECT_EQ(count, 1U);
+}
+
+// Between the board and its broker, of which the broker's other connections know nothing. Its end
+// resets the connection.
+class AgentBehindAProxy : public AgentNetwork {
+ protected:
+  AgentBehindAProxy() : AgentNetwork("broker: 127.0.0.1:18831\ntls: no\n") { start_proxy(); }
+
+  void start_proxy() {
+    proxy_ = std::make_unique<BackgroundProgram>(std::vector<std::string>{
+        "socat", "TCP-LISTEN:18831,reuseaddr,linger=0", "TCP:127.0.0.1:18830,linger=0"});
+  }
+  void reset_connection() {
+    proxy_->kill();
+    ASSERT_TRUE(agent_.program().says("is lost"));
+    start_proxy();
+  }
+  void expect_one_answer() {
+    ASSERT_TRUE(watcher_.until([this] { return answers(watcher_) == 2; }, kComesBack));
+    EXPECT_EQ(answer_to("stop")["state"], "done");
+    watcher_.watch(kAWhile);
+    EXPECT_EQ(answers(watcher_), 2U);  // with that to the start
+  }
+
+  std::unique_ptr<BackgroundProgram> proxy_ = nullptr;
+};
+
+TEST_F(AgentBehindAProxy, MayBeCutOffInTheMiddleOfARequest) {
+  begin_stop();
+  reset_connection();
+  expect_one_answer();
+}
+
+TEST_F(AgentBehindAProxy, MayBeCutOffInTheMiddleOfAnAnswer) {
+  begin_stop();
+  proxy_->send(SIGSTOP);
+  const std::string journal = agent_.directory() / "journal";
+  ASSERT_TRUE(eventually(
+      [&] { return read_file(journal).find("{\"finished\":\"stop\"") != std::string::npos; }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  reset_connection();
+  expect_one_answer();
 }
 
 // Of a broker that takes only short messages, as some do.

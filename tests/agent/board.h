@@ -20,6 +20,8 @@ class WithBroker : public testing::Test {
 
 class WithBoard : public WithBroker {
  protected:
+  explicit WithBoard(const std::string& broker = kPlainBroker) : agent_("board-1", "", broker) {}
+
   static std::string topic(const std::string& end) { return "tarvio/v1/board-1/" + end; }
 
   bool is_online(bool online = true) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "shell_completion.h"
+#include "support/programs/terminal.h"
 #include "tool.h"
 
 namespace tarvio_test {
@@ -28,6 +29,8 @@ class FleetCompletion : public FleetTool, public testing::WithParamInterface<con
   Words offered(const Line& line) const {
     return offered_by(GetParam(), TARVIO_FLEET, line, home_.path());
   }
+
+  const Terminal terminal_;
 };
 
 INSTANTIATE_TEST_SUITE_P(Shells, FleetCompletion, testing::Values("bash", "zsh", "fish"),

@@ -20,11 +20,13 @@ inline void use_built_programs() {
   ::setenv("PATH", path.c_str(), 1);
 }
 
+inline constexpr char kPlainBroker[] = "broker: 127.0.0.1:18830\ntls: no\n";
+
 class AgentProcess {
  public:
   // lines  of the settings, besides the broker, the name and the directory.
   explicit AgentProcess(const std::string& device = "board-1", const std::string& lines = "",
-                        const std::string& broker = "broker: 127.0.0.1:18830\ntls: no\n") {
+                        const std::string& broker = kPlainBroker) {
     write_file(settings(), broker + "device: " + device +
                                "\nrun_as: " + (has_other_users() ? "nobody" : "root") +
                                "\ndirectory: " + directory().string() + "\n" + lines);

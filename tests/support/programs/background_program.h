@@ -91,7 +91,9 @@ class BackgroundProgram {
     std::vector<char*> argv;
     for (const std::string& word : words_) argv.push_back(const_cast<char*>(word.c_str()));
     argv.push_back(nullptr);
-    ::execvp(argv.front(), argv.data());
+    // Its messages begin with its name, as they do where a shell has found it in PATH.
+    argv.front() += words_.front().rfind('/') + 1;
+    ::execvp(words_.front().c_str(), argv.data());
     ::_exit(126);
   }
 
