@@ -30,7 +30,6 @@ namespace {
 
 using tarvio::Deadline;
 
-constexpr int kKeepAliveSeconds = 60;
 constexpr int kUpkeepMs = 5000;  // the library sends its keep-alive only when it is called
 constexpr int kFirstDelayMs = 30'000;
 constexpr int kLateDelayMs = 10'000;
@@ -41,6 +40,12 @@ constexpr char kAuthorities[] = "/etc/ssl/certs";
 bool is_of_connection(int result) {
   return result == MOSQ_ERR_NO_CONN || result == MOSQ_ERR_CONN_LOST || result == MOSQ_ERR_ERRNO ||
          result == MOSQ_ERR_TLS;
+}
+
+std::string cause_of(int result, int error) {
+  if (result == MOSQ_ERR_ERRNO) return std::strerror(error);
+  // The library has no words for it.
+  return result == MOSQ_ERR_KEEPALIVE ? "the broker does not answer" : mosquitto_strerror(result);
 }
 
 std::string time_words(std::time_t time) {
@@ -142,7 +147,10 @@ struct Session::Callbacks {
 // has answered or the system has given them up, after minutes.
 struct Session::Attempt {
   Attempt(std::shared_ptr<Client> of, const SessionSettings& settings)
-      : client(std::move(of)), host(settings.broker.host), port(settings.broker.port) {
+      : client(std::move(of)),
+        host(settings.broker.host),
+        port(settings.broker.port),
+        keep_alive_seconds(settings.keep_alive_seconds) {
     if (!ended.valid()) throw std::runtime_error(std::strerror(errno));
     if (settings.kept_seconds != 0) {
       properties.add_number(MQTT_PROP_SESSION_EXPIRY_INTERVAL, settings.kept_seconds);
@@ -153,8 +161,8 @@ struct Session::Attempt {
   }
 
   void run() {
-    result = mosquitto_connect_bind_v5(client->library.get(), host.c_str(), port, kKeepAliveSeconds,
-                                       nullptr, properties.list());
+    result = mosquitto_connect_bind_v5(client->library.get(), host.c_str(), port,
+                                       keep_alive_seconds, nullptr, properties.list());
     error = errno;
     // The process may end before this thread does, and what TLS keeps for it would be left.
     OPENSSL_thread_stop();
@@ -164,6 +172,7 @@ struct Session::Attempt {
   const std::shared_ptr<Client> client;
   const std::string host;
   const int port;
+  const int keep_alive_seconds;
   const tarvio::Fd ended{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
   Properties properties;
   int result = MOSQ_ERR_SUCCESS;
@@ -185,8 +194,7 @@ Session::~Session() = default;
 
 void Session::check(int result, const char* what) const {
   if (result == MOSQ_ERR_SUCCESS) return;
-  const char* const cause =
-      result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result);
+  const std::string cause = cause_of(result, errno);
   throw std::runtime_error(std::string(what) + ": " +
                            (client_->detail.empty() ? cause : client_->detail));
 }
@@ -258,8 +266,7 @@ void Session::end_attempt() {
   if (is_open_) {
     due_ = Deadline::after(kUpkeepMs);
   } else {
-    lose(attempt->result == MOSQ_ERR_ERRNO ? std::strerror(attempt->error)
-                                           : mosquitto_strerror(attempt->result));
+    lose(cause_of(attempt->result, attempt->error));
   }
 }
 
@@ -294,9 +301,7 @@ void Session::step(short happened) {
     result = mosquitto_loop_misc(client);
     due_ = Deadline::after(kUpkeepMs);
   }
-  if (result == MOSQ_ERR_SUCCESS) return;
-  const int error = errno;
-  lose(result == MOSQ_ERR_ERRNO ? std::strerror(error) : mosquitto_strerror(result));
+  if (result != MOSQ_ERR_SUCCESS) lose(cause_of(result, errno));
 }
 
 std::optional<Event> Session::next_event() {
@@ -310,7 +315,7 @@ void Session::take_result(int result, const char* what) {
   if (!is_of_connection(result)) {
     check(result, what);
   } else if (client_->is_connected) {
-    lose(result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result));
+    lose(cause_of(result, errno));
   }
 }
 

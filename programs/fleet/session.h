@@ -34,6 +34,9 @@ struct SessionSettings {
       std::nullopt;           // what the broker publishes once the connection is lost
   uint32_t kept_seconds = 0;  // for which the broker keeps messages meanwhile
   uint32_t max_message_bytes = 0;
+  // After as long a silence it asks the broker for a sign of life, and gives it up after another
+  // one.
+  int keep_alive_seconds = 60;
   // After which it tries again to connect; 0: after delays that spread a fleet.
   int retry_ms = 0;
 };

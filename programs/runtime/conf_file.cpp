@@ -26,7 +26,8 @@ bool refuse_unreadable(const char* path, int error, Mistake& mistake) {
   if (error == EISDIR) return refuse(path, "is a directory: name a file", mistake);
   if (error == ENOMEM) return refuse(path, "out of memory: free some and try again", mistake);
   char why[sizeof mistake.why];
-  (void)snprintf(why, sizeof why, "%s: make it readable", strerror(error));
+  (void)snprintf(why, sizeof why, "%s: %s", strerror(error),
+                 error == ENOENT ? "write it" : "make it readable");
   return refuse(path, why, mistake);
 }
 

@@ -86,8 +86,7 @@ INSTANTIATE_TEST_SUITE_P(Config, ConfigOption, testing::Values("--config", "-c")
 TEST_F(Config, IsRefusedWhenTheNamedFileIsMissing) {
   const Ended run = run_tarviod({"--config", "/etc/tarvio/other.conf"});
   EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.errors,
-            "tarviod: /etc/tarvio/other.conf: No such file or directory: make it readable\n");
+  EXPECT_EQ(run.errors, "tarviod: /etc/tarvio/other.conf: No such file or directory: write it\n");
 }
 
 TEST_F(Config, IsRefusedWhenItCannotBeRead) {
