@@ -2,11 +2,14 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
 
+#include "base/line_cutter.h"
+#include "base/owners.h"
 #include "runtime/conf_file.h"
 
 namespace fleet {
@@ -118,14 +121,20 @@ Broker broker_in(const tq_conf* pairs, const std::string& file) {
 }
 
 std::string password_in(const std::string& file) {
-  std::ifstream stream(file);
-  std::string password;
-  if (!stream || !std::getline(stream, password)) {
+  const tarvio::File stream(fopen(file.c_str(), "re"));
+  char* text = nullptr;
+  size_t room = 0;
+  const ssize_t size = stream == nullptr ? -1 : getline(&text, &room, stream.get());
+  const std::unique_ptr<char, tarvio::Free> owner(text);
+  if (size < 0) {
+    const bool is_empty = stream != nullptr && feof(stream.get()) != 0;
     throw std::runtime_error("password_file '" + file + "' cannot be read: " +
-                             (stream.is_open() ? "it is empty" : std::strerror(errno)));
+                             (is_empty ? "it is empty" : std::strerror(errno)));
   }
-  if (password.ends_with('\r')) password.pop_back();
-  return password;
+  std::string_view bytes(text, static_cast<size_t>(size));
+  std::string_view password = tarvio::take_line(bytes);
+  if (password.ends_with('\r')) password.remove_suffix(1);
+  return std::string(password);
 }
 
 }  // namespace fleet

@@ -1,13 +1,12 @@
 #include "board/opkg_records.h"
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <set>
 #include <system_error>
 
 #include "base/line_cutter.h"
+#include "process/system_file.h"
 
 namespace agent {
 
@@ -47,17 +46,12 @@ std::vector<Paragraph> paragraphs_in(std::string_view text) {
   return paragraphs;
 }
 
-std::string text_of(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 std::map<std::string, std::string> versions_in(const fs::path& directory) {
   std::map<std::string, std::string> versions;
   std::error_code error;
   for (fs::directory_iterator at(directory, error), end; !error && at != end; at.increment(error)) {
     if (at->path().extension() != kControl) continue;
-    for (const Paragraph& paragraph : paragraphs_in(text_of(at->path()))) {
+    for (const Paragraph& paragraph : paragraphs_in(client::read_system_file(at->path()))) {
       versions[paragraph.name] = paragraph.version;
     }
   }
@@ -88,7 +82,8 @@ std::vector<std::string> unfinished_in(std::string_view status,
 std::vector<std::string> unfinished_packages() {
   for (const char* file : kStatusFiles) {
     std::error_code error;
-    if (fs::exists(file, error)) return unfinished_in(text_of(file), versions_in(kInformation));
+    if (fs::exists(file, error))
+      return unfinished_in(client::read_system_file(file), versions_in(kInformation));
   }
   return {};
 }

@@ -11,15 +11,15 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
-#include <iterator>
 #include <memory>
-#include <sstream>
 
 #include "base/deadline.h"
+#include "base/line_cutter.h"
 #include "base/owners.h"
 #include "base/pipe.h"
 #include "board/opkg_records.h"
+#include "process/kernel_text.h"
+#include "process/system_file.h"
 #include "tarvio/com.h"
 #include "tarvio/list.h"
 
@@ -27,14 +27,10 @@ namespace agent {
 
 namespace {
 
+using client::read_system_file;
 using tarvio::Deadline;
 
 constexpr int kManagerPatienceMs = 1000;
-
-std::string text_of(const char* file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 uint64_t free_bytes() {
   struct statvfs space = {};
@@ -76,33 +72,20 @@ std::string manager_version() {
     reply.append(room.data(), static_cast<size_t>(count));
   }
   // A code, and the version.
-  std::istringstream lines(reply);
-  std::string code;
-  std::string version;
-  return std::getline(lines, code) && code == "0" && std::getline(lines, version) ? version : "";
+  std::string_view lines = reply;
+  return tarvio::take_line(lines) == "0" ? std::string(tarvio::take_line(lines)) : "";
 }
 
 }  // namespace
 
 Json root_facts(std::string_view command_line, std::string_view mounts) {
   Json facts = {{"kernel", Json()}, {"device", Json()}, {"type", Json()}, {"writable", Json()}};
-  constexpr std::string_view kRoot = "root=";
-  std::istringstream words{std::string(command_line)};
-  for (std::string word; words >> word;) {
-    if (word.starts_with(kRoot))
-      facts["kernel"] = word.substr(kRoot.size());  // the last one counts
-  }
-  std::istringstream lines{std::string(mounts)};
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream fields(line);
-    std::string device;
-    std::string directory;
-    std::string type;
-    std::string options;
-    if (!(fields >> device >> directory >> type >> options) || directory != "/") continue;
-    facts["device"] = device;
-    facts["type"] = type;
-    facts["writable"] = options == "rw" || options.starts_with("rw,");
+  facts["kernel"] = client::or_null(client::root_in(command_line));
+  for (const client::Mount& mount : client::mounts_in(mounts)) {
+    if (mount.directory != "/") continue;
+    facts["device"] = mount.device;
+    facts["type"] = mount.type;
+    facts["writable"] = mount.options == "rw" || mount.options.starts_with("rw,");
   }
   return facts;
 }
@@ -114,7 +97,8 @@ Json system_facts(const Settings& settings, const std::string& client_version) {
           {"library", client::or_null(library_version())},
           {"manager", client::or_null(manager_version())},
           {"tags", settings.tags},
-          {"root", root_facts(text_of("/proc/cmdline"), text_of("/proc/self/mounts"))},
+          {"root",
+           root_facts(read_system_file("/proc/cmdline"), read_system_file("/proc/self/mounts"))},
           {"free_bytes", free_bytes()},
           {"uptime", uptime()},
           {"booted", now - uptime()},

@@ -17,8 +17,11 @@ std::vector<Mount> mounts_in(std::string_view text) {
   std::vector<Mount> mounts;
   for (const std::string& line : lines_of(text)) {
     std::string_view rest = line;
-    std::string device(take_word(rest));
-    mounts.push_back({std::move(device), std::string(take_word(rest))});
+    Mount mount;
+    for (std::string* field : {&mount.device, &mount.directory, &mount.type, &mount.options}) {
+      *field = take_word(rest);
+    }
+    mounts.push_back(std::move(mount));
   }
   return mounts;
 }

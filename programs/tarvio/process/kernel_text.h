@@ -14,6 +14,8 @@ std::string root_in(std::string_view command_line);
 struct Mount {
   std::string device;
   std::string directory;
+  std::string type = {};     // of the file system
+  std::string options = {};  // with commas between
 };
 
 // In /proc/self/mounts, in the order of the file.

@@ -1,4 +1,4 @@
-// Files that the kernel makes, such as those of /proc.
+// Files of the system, such as those of /proc.
 #ifndef TARVIO_CLIENT_PROCESS_SYSTEM_FILE_H
 #define TARVIO_CLIENT_PROCESS_SYSTEM_FILE_H
 
