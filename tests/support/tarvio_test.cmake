@@ -21,9 +21,10 @@ endif()
 # tarvio_command(VARIABLE TARGET): a file that runs the program TARGET when it is executed. The emulation
 # does not execute programs of the device from others: there it is a script of the host, which does. All of
 # them are in one directory, under the names of the programs.
-set(command_directory ${PROJECT_BINARY_DIR})
 if(CMAKE_CROSSCOMPILING)
-  set(command_directory ${PROJECT_BINARY_DIR}/emulated)
+  set(command_directory ${PROJECT_BINARY_DIR}/emulated CACHE INTERNAL "")
+else()
+  set(command_directory ${PROJECT_BINARY_DIR} CACHE INTERNAL "")
 endif()
 function(tarvio_command variable target)
   if(NOT CMAKE_CROSSCOMPILING)

@@ -6,7 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
+#include <system_error>
 
 #include "support/children.h"
 #include "support/files.h"
@@ -77,8 +77,10 @@ void replace_start_file_by_program(const std::string& application) {
 
 std::vector<pid_t> children_of(pid_t manager) {
   std::vector<pid_t> children;
-  for (const auto& thread : fs::directory_iterator("/proc/" + std::to_string(manager) + "/task")) {
-    std::istringstream list(read_file(thread.path() / "children"));
+  std::error_code ended;  // it may end meanwhile
+  fs::directory_iterator thread("/proc/" + std::to_string(manager) + "/task", ended);
+  for (; !ended && thread != fs::directory_iterator(); thread.increment(ended)) {
+    std::ifstream list(thread->path() / "children");
     for (pid_t child; list >> child;) children.push_back(child);
   }
   return children;
