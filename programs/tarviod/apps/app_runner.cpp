@@ -218,7 +218,8 @@ int AppRunner::start_at_boot() {
 int AppRunner::reason_not_run(const char* application) const {
   const AppRuns* const runs = runs_.find(application);
   if (runs == nullptr || runs->state == AppState::kRunning) return 0;
-  if (runs->state == AppState::kStopping) return EBUSY;  // since an earlier manager
+  // Since an earlier manager: that stop may have ended just now.
+  if (runs->state == AppState::kStopping || runs->state == AppState::kStopped) return EBUSY;
   return runs->exit.is_not_run() ? runs->exit.number : 0;
 }
 

@@ -45,8 +45,9 @@ class AppRunner {
   // are due, and sees to a keeper that has died.
   void follow();
 
-  // Why an application does not run after its start, an error code: EBUSY while it is being
-  // stopped, or what kept its start file from running; else 0.
+  // Why an application does not run after its start, an error code: EBUSY when a stop
+  // that an earlier manager began has not ended or has ended just now, or what kept its start file
+  // from running; else 0.
   [[nodiscard]] int reason_not_run(const char* application) const;
 
   // All applications are going to be stopped: from now on, none is started again after a keeper

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include "managed.h"
 #include "runtime/run_paths.h"
@@ -163,15 +165,23 @@ TEST_F(ManagedRecovery, FindsAStopThatWasNotPublished) {
   EXPECT_TRUE(processes_of("clock").empty());
 }
 
-TEST_F(ManagedRecovery, WaitsForNoStopThatHasBegun) {
-  install("clock", "echo $$ >" + (directory_ / "process").string() + "; " + kStays,
-          "until [ -e " + (directory_ / "go").string() + " ]; do sleep 0.01; done; kill $(cat " +
-              (directory_ / "process").string() + ")");
-  start_manager();
-  EXPECT_EQ(start("clock"), kDone);
-  const Socket client = send_request("stop_exact\nclock\n");
-  EXPECT_TRUE(eventually([] { return processes_of("clock").size() > 1; }));
-  kill_manager();
+// A manager that is killed while it stops an application.
+class ManagedRecoveryInAStop : public ManagedRecovery {
+ protected:
+  void SetUp() override {
+    const std::string process = (directory_ / "process").string();
+    install("clock", "echo $$ >" + process + "; " + kStays,
+            "until [ -e " + (directory_ / "go").string() + " ]; do sleep 0.01; done; kill $(cat " +
+                process + ")");
+    start_manager();
+    EXPECT_EQ(start("clock"), kDone);
+    const Socket client = send_request("stop_exact\nclock\n");
+    EXPECT_TRUE(eventually([] { return processes_of("clock").size() > 1; }));
+    kill_manager();
+  }
+};
+
+TEST_F(ManagedRecoveryInAStop, WaitsForNone) {
   start_manager();
   EXPECT_EQ(published("clock").state, "stopping");
   EXPECT_EQ(start("clock"), "16\n\n");
@@ -179,6 +189,22 @@ TEST_F(ManagedRecovery, WaitsForNoStopThatHasBegun) {
   EXPECT_TRUE(becomes("clock", "stopped"));
   EXPECT_EQ(status_of("clock"), "");
   EXPECT_TRUE(processes_of("clock").empty());
+  EXPECT_EQ(start("clock"), kDone);
+  (void)only_process_of("clock");
+}
+
+// To the library it runs, until the manager hears of the end.
+TEST_F(ManagedRecoveryInAStop, SaysThatItIsNotStartedWhenTheStopEndsMeanwhile) {
+  const std::string start_ends = directory_ / "start_ends";
+  start_manager({}, with_module(TARVIOD_HELD_START, start_ends));
+  EXPECT_EQ(published("clock").state, "stopping");
+  const Socket client = send_request("start_exact\nclock\n");
+  EXPECT_TRUE(eventually([&] { return std::filesystem::exists(start_ends + ".held"); }));
+  write_file(directory_ / "go", "");
+  EXPECT_TRUE(eventually([] { return processes_of("clock").empty(); }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the keeper hears of it
+  write_file(start_ends, "");
+  EXPECT_EQ(client.read_to_end(), "16\n\n");
   EXPECT_EQ(start("clock"), kDone);
   (void)only_process_of("clock");
 }
