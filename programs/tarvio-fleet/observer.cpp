@@ -132,9 +132,12 @@ void Observer::take_rollout(const std::string& id, const std::string& text) {
   rollouts_[id] = text;
   if (id != claimed_id_) return;
   const Json record = fleet::json_in(text);
-  if (text_in(record, "run") == claimed_run_) {
+  const std::string run = text_in(record, "run");
+  if (run == claimed_run_) {
     is_claimed_ = true;
-  } else if (is_claimed_) {
+  } else if (!is_claimed_) {
+    earlier_runs_.insert(run);
+  } else if (!earlier_runs_.contains(run)) {
     unsent_.clear();
     throw Failure(EBUSY, "rollout '" + id + "' ends here: '" + text_in(record, "operator") +
                              "' carries it out now");
@@ -144,6 +147,9 @@ void Observer::take_rollout(const std::string& id, const std::string& text) {
 void Observer::claim(const std::string& id, const std::string& run) {
   claimed_id_ = id;
   claimed_run_ = run;
+  if (const auto kept = rollouts_.find(id); kept != rollouts_.end()) {
+    earlier_runs_.insert(text_in(fleet::json_in(kept->second), "run"));
+  }
 }
 
 void Observer::take(const fleet::Message& message) {

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <map>
+#include <set>
 #include <string>
 
 #include "base/deadline.h"
@@ -57,8 +58,9 @@ class Observer {
   // Why the connection was lost last.
   [[nodiscard]] const std::string& cause() const { return cause_; }
 
-  // Carries out a rollout from now on. Once the broker has sent a record of that run back, one of
-  // another run is a Failure in whatever takes it in.
+  // Carries out a rollout from now on. Once the broker has sent a record of that run back, one of a
+  // later run is a Failure in whatever takes it in. Runs that were there before may not have heard
+  // of this one yet when they write their last record.
   void claim(const std::string& id, const std::string& run);
   [[nodiscard]] bool has_claim() const { return is_claimed_; }
 
@@ -103,6 +105,7 @@ class Observer {
   std::map<std::string, std::string> unsent_;  // texts to keep, under their topics
   std::string claimed_id_;
   std::string claimed_run_;
+  std::set<std::string> earlier_runs_;  // of the claimed rollout
   bool is_claimed_ = false;
   std::string cause_;  // of the last loss
   tarvio::Deadline lost_until_ = tarvio::Deadline::never();

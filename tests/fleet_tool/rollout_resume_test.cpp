@@ -179,5 +179,30 @@ TEST_F(FleetRolloutTool, IsResumedFromTheOperatorsOwnFiles) {
   EXPECT_EQ(resumed.status, 0) << resumed.output << resumed.errors;
 }
 
+// As of one that had not heard of it yet when it wrote its last one. Both would end otherwise, each
+// because of the other.
+TEST_F(FleetRolloutTool, GoesOnAfterALateRecordOfTheRunBeforeIt) {
+  bool is_full = true;
+  add(1, [&](const Json&) {
+    return is_full ? std::pair{"failed", "no space left"} : std::pair{"", ""};
+  });
+  const std::string id = id_in(run(rollout()).output);
+  is_full = false;
+  const std::string topic = "tarvio-fleet/v1/rollouts/" + id;
+  Watcher watcher;
+  ASSERT_TRUE(watcher.until([&] { return !watcher.text_of(topic).empty(); }));
+  const Json before = watcher.json_of(topic);
+  const auto is_of_before = [&] { return watcher.json_of(topic)["run"] == before["run"]; };
+  settle("bob");
+  BackgroundProgram program(line({"resume", id, "--json"}));
+  ASSERT_TRUE(watcher.until([&] { return !is_of_before(); }));
+  ASSERT_TRUE(eventually([this] { return boards_[0]->requests().size() == 2; }));
+  watcher.publish({.topic = topic, .payload = before.dump(), .is_retained = true});
+  ASSERT_TRUE(watcher.until(is_of_before));
+  EXPECT_TRUE(watcher.until([&] { return program.has_ended() || !is_of_before(); }));
+  EXPECT_FALSE(program.has_ended()) << program.errors();
+  EXPECT_EQ(watcher.json_of(topic)["operator"], "bob");
+}
+
 }  // namespace
 }  // namespace tarvio_test
