@@ -136,6 +136,18 @@ void measure_what_is_at_url(Rollout& rollout, const Arguments& arguments, Rollou
   measure(file, rollout);
 }
 
+// The size and the SHA-256 of the package, which is at the URL then.
+void prepare(Rollout& rollout, const Arguments& arguments, RolloutReport& report) {
+  if (const std::string* const file = arguments.value_of(kUpload)) {
+    measure(*file, rollout);
+    upload(*file, arguments, report);
+  } else if (const std::string* const copy = arguments.value_of(kFile)) {
+    measure(*copy, rollout);
+  } else {
+    measure_what_is_at_url(rollout, arguments, report);
+  }
+}
+
 int number_of(const Arguments& arguments, const Option& option, int otherwise) {
   const std::string* const text = arguments.value_of(option);
   if (text == nullptr) return otherwise;
@@ -178,17 +190,17 @@ Result run(const Arguments& arguments) {
   const Expression expression(rollout.to);
   const fleet_tool::Settings settings = fleet_tool::settings_in(arguments);
   RolloutReport report(arguments.has(kJson), arguments.has(kQuiet));
-  if (const std::string* const file = arguments.value_of(kUpload)) {
-    measure(*file, rollout);
-    upload(*file, arguments, report);
-  } else if (const std::string* const copy = arguments.value_of(kFile)) {
-    measure(*copy, rollout);
-  } else {
-    measure_what_is_at_url(rollout, arguments, report);
+  const Result nobody = {.status = kNoMatch, .complaint = "no such board is online"};
+  // Nothing is sent or fetched in vain. That may take so long that the broker gives up a connection
+  // nobody looks after, and that other boards are online after it.
+  if (const Observer before(settings, arguments.timeout_seconds);
+      expression.online_among(before.boards()).empty()) {
+    return nobody;
   }
+  prepare(rollout, arguments, report);
   Observer observer(settings, arguments.timeout_seconds, Observer::Needs::kBoardsAndRollouts);
   const std::vector<std::string> boards = expression.online_among(observer.boards());
-  if (boards.empty()) return {.status = kNoMatch, .complaint = "no such board is online"};
+  if (boards.empty()) return nobody;
   rollout.id = fleet_tool::new_id();
   rollout.operator_name = settings.operator_name;
   rollout.started = std::time(nullptr);

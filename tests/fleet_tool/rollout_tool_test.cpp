@@ -185,6 +185,17 @@ TEST_F(FleetRolloutTool, SendsThePackageToAServerFirst) {
   EXPECT_EQ(read_file(server.file("clock.tbx.minisig")), "a signature");
 }
 
+TEST_F(FleetRolloutTool, SendsNothingForNobody) {
+  const HttpsServer server;
+  add(1);
+  const Ran ran =
+      run({"rollout", HttpsServer::url("clock.tbx"), "--to", "bord-*", "--upload", package(),
+           "--to-url", HttpsServer::url("clock.tbx"), "--ca-file", server.authorities()});
+  EXPECT_EQ(ran.status, 12);
+  EXPECT_EQ(ran.errors, "tarvio-fleet: no such board is online\n");
+  EXPECT_FALSE(std::filesystem::exists(server.file("clock.tbx")));
+}
+
 TEST_F(FleetRolloutTool, FetchesThePackageToLearnWhatItIs) {
   const HttpsServer server;
   write_file(server.file("clock.tbx"), "a package");
