@@ -129,11 +129,15 @@ void RolloutRun::end(const char* state) {
   report_.end(rollout_);
 }
 
-// Where the broker cannot be reached any more.
+// Mostly because the broker cannot be reached any more.
 void RolloutRun::end_at_failure() {
   if (rollout_.state == kRunning) rollout_.state = kInterrupted;
-  rollout_.updated = std::time(nullptr);
-  write_file(fleet::payload_of(json_of(rollout_)));
+  save();
+  try {
+    if (observer_.is_connected()) observer_.flush(kInterruptedFlushMs);
+  } catch (const Failure&) {
+    // Whoever resumes it sees that nobody carries it out.
+  }
   report_.end(rollout_);
 }
 
@@ -167,8 +171,8 @@ void RolloutRun::begin() {
 }
 
 ExitStatus RolloutRun::run() {
-  begin();
   try {
+    begin();
     const bool is_done = run_waves();
     end(is_done ? kFinished : has_failed_too_often() ? kStopped : kInterrupted);
     return is_done && failures_ == 0 ? client::kDone : client::kFailed;
@@ -248,17 +252,18 @@ bool RolloutRun::pause() {
 }
 
 Rollout find_rollout(Observer& observer, const std::string& id) {
-  if (!fleet::is_name(id)) throw Failure(EINVAL, "'" + id + "' is no id of a rollout");
+  if (!fleet::is_name(id)) throw Failure(EINVAL, "'" + id + "' is not the id of a rollout");
   const std::optional<Rollout> kept = kept_at_broker(observer, id);
   const std::optional<Rollout> own = kept_in_file(id);
   if (!kept && !own) {
-    throw Failure(ENOENT, "no rollout '" + id + "': 'tarvio-fleet history' shows all",
+    throw Failure(ENOENT,
+                  "no rollout '" + id + "': 'tarvio-fleet history' shows those that the broker has",
                   client::kNoMatch);
   }
-  Rollout newest = !own || (kept && kept->updated > own->updated) ? *kept : *own;
-  if (newest.state != kRunning || !kept) return newest;
-  const Deadline until = Deadline::after(kRunningMs);
-  while (!until.passed()) {
+  // The clocks of two operators tell nothing of who came later, but a record that changes does.
+  const bool may_run = kept && kept->state == kRunning;
+  const Deadline until = Deadline::after(may_run ? kRunningMs : 0);
+  while (may_run && !until.passed()) {
     (void)observer.wait(until);
     const std::optional<Rollout> now = kept_at_broker(observer, id);
     if (!now || now->updated == kept->updated) continue;
@@ -266,7 +271,7 @@ Rollout find_rollout(Observer& observer, const std::string& id) {
     throw Failure(EBUSY,
                   "rollout '" + id + "' is carried out by '" + now->operator_name + "' right now");
   }
-  return newest;
+  return !own || (kept && kept->updated > own->updated) ? *kept : *own;
 }
 
 void forget_rollout(Observer& observer, const std::string& id) {

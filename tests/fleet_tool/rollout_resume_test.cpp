@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
 #include <string>
 
@@ -61,6 +62,27 @@ TEST_F(FleetRolloutTool, IsNotResumedWhileItIsCarriedOut) {
   EXPECT_EQ(refused.status, 1);
   EXPECT_EQ(refused.errors,
             "tarvio-fleet: rollout '" + id + "' is carried out by 'ann' right now\n");
+}
+
+TEST_F(FleetRolloutTool, IsNotResumedWhileSomebodyWithASlowClockCarriesItOut) {
+  add(1, [](const Json&) { return std::pair{"failed", "no space left"}; });
+  const std::string id = id_in(run(rollout()).output);
+  const std::string topic = "tarvio-fleet/v1/rollouts/" + id;
+  Watcher watcher;
+  ASSERT_TRUE(watcher.until([&] { return !watcher.text_of(topic).empty(); }));
+  Json record = watcher.json_of(topic);
+  record.update({{"state", "running"}, {"operator", "bob"}});
+  const auto save = [&](int time) {
+    record["updated"] = time;
+    watcher.publish({.topic = topic, .payload = record.dump(), .is_retained = true});
+    watcher.watch(std::chrono::milliseconds(300));
+  };
+  save(1);
+  BackgroundProgram program(line({"resume", id}));
+  for (int time = 2; time < 60 && !program.has_ended(); ++time) save(time);
+  EXPECT_EQ(program.end(), 1);
+  EXPECT_EQ(program.errors(),
+            "tarvio-fleet: rollout '" + id + "' is carried out by 'bob' right now\n");
 }
 
 TEST_F(FleetRolloutTool, IsKeptOnceTheBrokerIsBack) {
