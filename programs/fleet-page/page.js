@@ -70,9 +70,11 @@ function ask(board, command, app) {
     if (!client.connected) return;
     const left = Math.ceil((end - Date.now()) / 1000);
     const request = { id, command, arguments: { app }, expires_in: left };
-    client.publish(requestTopic(board), JSON.stringify(request), {
-      qos: 1,
-      properties: { responseTopic: answerTopic(board, clientName), messageExpiryInterval: left },
+    const properties = { responseTopic: answerTopic(board, clientName), messageExpiryInterval: left };
+    client.publish(requestTopic(board), JSON.stringify(request), { qos: 1, properties }, (error) => {
+      if (!error?.code || !asked.has(id)) return; // without a code the connection is lost
+      forget(id);
+      say(`${board}: ${command} ${app}: refused by the broker: ${error.message}`, "failed");
     });
   };
   const tick = setInterval(() => {

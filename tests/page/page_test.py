@@ -61,8 +61,9 @@ class Page(unittest.TestCase):
             "broker.conf",
             "user root\nper_listener_settings true\nlistener 1883 127.0.0.1\nallow_anonymous true\n"
             f"listener 8080 127.0.0.1\nallow_anonymous true\nprotocol websockets\nhttp_dir {PAGE}\n"
-            f"listener 8081 127.0.0.1\npassword_file {cls.path('passwords')}\nprotocol websockets\nhttp_dir {PAGE}\n",
+            f"listener 8081 127.0.0.1\npassword_file {cls.path('passwords')}\nacl_file {cls.path('access')}\nprotocol websockets\nhttp_dir {PAGE}\n",
         )
+        cls.write("access", "user ann\ntopic read #\n")
         subprocess.run(["mosquitto_passwd", "-b", "-c", cls.path("passwords"), "ann", "right"], check=True)
         cls.start("mosquitto", "-c", cls.path("broker.conf"))
         eventually(lambda: subprocess.run(["mosquitto_pub", "-t", "x", "-m", "x"], stderr=subprocess.DEVNULL).returncode == 0)
@@ -314,6 +315,20 @@ class Page(unittest.TestCase):
         self.browser.execute_script("requestSeconds = 1; againSeconds = 1")
         self.button("Start radio on board-7").click()
         self.assertTrue(eventually(lambda: "board-7: start radio: no answer" in self.text("#answers")))
+        for end in ("apps", "online"):
+            self.publish(f"tarvio/v1/board-7/{end}", "")
+
+    def test_says_that_the_user_may_not_ask(self):
+        self.publish("tarvio/v1/board-7/online", {"online": True})
+        self.publish("tarvio/v1/board-7/apps", [{"name": "radio", "run_state": "stopped"}])
+        self.browser.get("http://127.0.0.1:8081/index.html")
+        self.find("#user").send_keys("ann")
+        self.find("#password").send_keys("right")
+        self.find("#login button").click()
+        self.assertTrue(eventually(lambda: self.is_available("Start radio on board-7")))
+        self.button("Start radio on board-7").click()
+        self.assertTrue(eventually(lambda: "board-7: start radio: refused by the broker: " in self.text("#answers")))
+        self.assertIn("Not authorized", self.text("#answers"))
         for end in ("apps", "online"):
             self.publish(f"tarvio/v1/board-7/{end}", "")
 
