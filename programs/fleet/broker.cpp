@@ -66,7 +66,7 @@ const char* complaint_about_address(const char* value) {
   const Address address = address_in(value);
   const std::string port(address.port);
   const bool has_port = port.empty() || runtime::number_of(port.c_str(), kMaxPort) > 0;
-  return address.host.empty() || !has_port ? "is not HOST or HOST:PORT" : nullptr;
+  return address.host.empty() || !has_port ? "the value is not HOST or HOST:PORT" : nullptr;
 }
 
 }  // namespace
@@ -88,7 +88,7 @@ const char* complaint_about_broker(const char* key, const char* value) {
                ? nullptr
                : "unknown tls: write yes or no";
   }
-  if (is_file_key(key) && value[0] != '/') return "is no path that begins with /";
+  if (is_file_key(key) && value[0] != '/') return "the value is not a path that begins with /";
   return nullptr;
 }
 

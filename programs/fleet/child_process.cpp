@@ -118,6 +118,8 @@ void ChildProcess::read(Stream& stream) {
       stream.fd.reset();
     } else if (stream.text.size() < kMaxTextBytes) {
       stream.text.append(room.data(), static_cast<size_t>(count));
+    } else {
+      stream.is_cut = true;
     }
   }
 }
@@ -139,7 +141,8 @@ std::optional<ChildEnd> ChildProcess::step() {
   pid_ = -1;
   return ChildEnd{.status = WIFEXITED(status) ? WEXITSTATUS(status) : kBySignal + WTERMSIG(status),
                   .output = std::move(streams_[0].text),
-                  .errors = std::move(streams_[1].text)};
+                  .errors = std::move(streams_[1].text),
+                  .is_cut = streams_[0].is_cut};
 }
 
 }  // namespace fleet

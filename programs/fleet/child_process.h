@@ -20,6 +20,7 @@ struct ChildEnd {
   int status = 0;  // its exit status; 128 and the number of the signal that ended it
   std::string output;
   std::string errors;
+  bool is_cut = false;  // the output, which was too long
 };
 
 // What it has said on standard error, without the name of the program in front and without the end
@@ -50,6 +51,7 @@ class ChildProcess {
   struct Stream {
     tarvio::Fd fd;
     std::string text;
+    bool is_cut = false;
   };
 
   static void read(Stream& stream);

@@ -47,7 +47,9 @@ struct Event {
   std::string cause = {};  // of the loss, with the broker's name
   Message message = {};
   int id = 0;      // of the delivered message
-  int reason = 0;  // of the broker for what it did with that; from 0x80 on it has refused it
+  int reason = 0;  // of the broker for what it did with that
+
+  [[nodiscard]] bool is_refused() const { return reason >= 0x80; }
 };
 
 // The delays before the tries to connect: spread, so that a fleet does not come back at once.

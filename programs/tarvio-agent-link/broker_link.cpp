@@ -100,7 +100,7 @@ class Link {
       case Event::Kind::kDelivered:
         if (event.id != last_id_) break;
         last_id_ = 0;
-        channel_.send({kDelivered});
+        channel_.send({event.is_refused() ? kNotTaken : kDelivered});
         break;
     }
   }

@@ -22,7 +22,8 @@ constexpr char kDirectory[] = "directory";
 constexpr char kDownloadCaFile[] = "download_ca_file";
 constexpr char kRunAs[] = "run_as";
 constexpr char kNoName[] =
-    "is no name: use 1 to 64 letters, digits, '.', '_' and '-', a letter or a digit first";
+    "the value is not a name: use 1 to 64 letters, digits, '.', '_' and '-', a letter or a digit "
+    "first";
 
 std::vector<std::string> tags_in(std::string_view text) {
   std::vector<std::string> tags;
@@ -36,7 +37,8 @@ std::vector<std::string> tags_in(std::string_view text) {
 
 const char* complaint_about_tags(const char* value) {
   for (const std::string& tag : tags_in(value)) {
-    if (!fleet::is_name(tag)) return "is no list of tags: write names with a comma between them";
+    if (!fleet::is_name(tag))
+      return "the value is not a list of tags: write names with a comma between them";
   }
   return nullptr;
 }
@@ -51,7 +53,7 @@ const char* complaint_about(const char* key, const char* value) {
                : "unknown require_signature: write yes or no";
   }
   if (std::strcmp(key, kDirectory) == 0 || std::strcmp(key, kDownloadCaFile) == 0) {
-    return value[0] == '/' ? nullptr : "is no path that begins with /";
+    return value[0] == '/' ? nullptr : "the value is not a path that begins with /";
   }
   if (std::strcmp(key, kRunAs) == 0) return nullptr;
   return "unknown key: use device, tags, require_signature, directory, run_as, download_ca_file, "

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "fleet/payload.h"
+#include "job.h"
 #include "say.h"
 
 namespace agent {
@@ -41,8 +42,7 @@ void Answers::reply(const ReturnAddress& asker, Json answer,
   answer["device"] = device_;
   const std::string text = fleet::payload_of(answer);
   if (answer.erase("result") > 0) {
-    const std::string note = answer.value("note", "");
-    answer["note"] = note + (note.empty() ? "" : "; ") + "its result is too long for the broker";
+    add_note(answer, "its result is too long for the broker");
   }
   outbox_.answer(asker, text, fleet::payload_of(answer), delivered);
 }

@@ -52,8 +52,8 @@ std::string text_in(Members& members, const char* name, size_t most = kMaxNameBy
   const Json value = members.take(name);
   std::string text = value.is_string() ? value.get<std::string>() : "";
   if (text.empty() || text.size() > most || text.find('\0') != std::string::npos) {
-    throw Refusal("member '" + std::string(name) + "' is no text of 1 to " + std::to_string(most) +
-                  " bytes");
+    throw Refusal("member '" + std::string(name) + "' is not a text of 1 to " +
+                  std::to_string(most) + " bytes");
   }
   return text;
 }
@@ -62,7 +62,7 @@ std::string text_in(Members& members, const char* name, size_t most = kMaxNameBy
 std::string name_in(Members& members, const char* name) {
   std::string text = text_in(members, name);
   if (text.starts_with('-')) {
-    throw Refusal("member '" + std::string(name) + "' is no name: '" + text + "'");
+    throw Refusal("member '" + std::string(name) + "' is not a name: '" + text + "'");
   }
   return text;
 }
@@ -89,7 +89,7 @@ uint64_t size_in(Members& members) {
   const Json value = members.take("size");
   const uint64_t size = value.is_number_unsigned() ? value.get<uint64_t>() : 0;
   if (size == 0 || size > kMaxDownloadBytes) {
-    throw Refusal("member 'size' is no number of bytes from 1 to " +
+    throw Refusal("member 'size' is not a number of bytes from 1 to " +
                   std::to_string(kMaxDownloadBytes));
   }
   return size;
@@ -107,7 +107,9 @@ void take_package_to_install(Members& arguments, Request& request) {
   request.download = {
       .url = url_in(arguments), .sha256 = sha256_in(arguments), .size = size_in(arguments)};
   request.words = {"install"};
-  if (arguments.take_or("force", false) == Json(true)) request.words.emplace_back("--force");
+  const Json force = arguments.take_or("force", false);
+  if (!force.is_boolean()) throw Refusal("member 'force' is not true or false");
+  if (force) request.words.emplace_back("--force");
 }
 
 void take_package_to_remove(Members& arguments, Request& request) {
@@ -116,20 +118,22 @@ void take_package_to_remove(Members& arguments, Request& request) {
 
 void take_areas(Members& arguments, Request& request) {
   request.words = {"backup"};
-  for (const Json& area : arguments.take("areas")) {
+  const Json areas = arguments.take("areas");
+  if (!areas.is_array()) throw Refusal("member 'areas' is not a list of names");
+  for (const Json& area : areas) {
     if (!area.is_string() || !fleet::is_name(area.get<std::string>())) {
-      throw Refusal("member 'areas' is no list of names");
+      throw Refusal("member 'areas' is not a list of names");
     }
     request.words.push_back(area);
   }
-  if (request.words.size() == 1) throw Refusal("member 'areas' is no list of names");
+  if (request.words.size() == 1) throw Refusal("member 'areas' is not a list of names");
   request.upload.url = url_in(arguments);
 }
 
 void take_lines(Members& arguments, Request& request) {
   const Json lines = arguments.take_or("lines", 100);
   if (!lines.is_number_integer() || lines < 1 || lines > kMaxLines) {
-    throw Refusal("member 'lines' is no number from 1 to " + std::to_string(kMaxLines));
+    throw Refusal("member 'lines' is not a number from 1 to " + std::to_string(kMaxLines));
   }
   request.words = {"logs", "--lines", std::to_string(lines.get<int64_t>())};
   const Json app = arguments.take_or("app", nullptr);
@@ -186,14 +190,14 @@ Request parse_request(const std::string& payload, bool requires_signature) {
   Members members(json, "the request");
   Request request;
   request.id = text_in(members, "id");
-  if (!fleet::is_name(request.id)) throw Refusal("member 'id' is no name");
+  if (!fleet::is_name(request.id)) throw Refusal("member 'id' is not a name");
   request.command = text_in(members, "command");
   request.arguments = members.take_or("arguments", Json::object());
   request.work = hash_of(request.command + client::line_of(request.arguments));
   const Json seconds = members.take("expires_in");
   request.seconds = seconds.is_number() ? seconds.get<double>() : 0;
   if (!(request.seconds > 0 && request.seconds <= kMaxSeconds)) {
-    throw Refusal("member 'expires_in' is no number of seconds up to " +
+    throw Refusal("member 'expires_in' is not a number of seconds up to " +
                   std::to_string(static_cast<int>(kMaxSeconds)));
   }
   members.check_all_taken();

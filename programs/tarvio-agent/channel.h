@@ -23,6 +23,7 @@ inline constexpr char kConnected[] = "connected";
 inline constexpr char kLost[] = "lost";            // CAUSE KEPT
 inline constexpr char kRequested[] = "requested";  // PAYLOAD RESPONSE-TOPIC CORRELATION SECONDS
 inline constexpr char kDelivered[] = "delivered";  // what was to be published last
+inline constexpr char kNotTaken[] = "not-taken";   // that, by the broker, which does not allow it
 inline constexpr char kTooLong[] = "too-long";     // that, for the broker
 // KEPT is "1" when it will send once more by itself, after the loss, what was to be published last.
 

@@ -44,7 +44,8 @@ Facts::Facts(const Settings& settings, Outbox& outbox)
                  .watches = {{.directory = runtime::kRunDirectory}}},
           Source{.take = &Facts::take_packages,
                  .words = {"tarvio", "list", "--json"},
-                 .watches = {{.directory = kInformation}, {.directory = kStatusDirectory}}}} {
+                 .watches = {{.directory = root_of_records() + kInformation},
+                             {.directory = root_of_records() + kStatusDirectory}}}} {
   watch();
 }
 
@@ -54,7 +55,7 @@ void Facts::watch() {
   for (Source& source : sources_) {
     for (Source::Watch& watch : source.watches) {
       if (watch.number >= 0) continue;
-      watch.number = inotify_add_watch(inotify_.get(), watch.directory, kChanges);
+      watch.number = inotify_add_watch(inotify_.get(), watch.directory.c_str(), kChanges);
       if (watch.number >= 0) source.has_changed = true;
       if (watch.number < 0) next_watch_ = Deadline::after(kBetweenSearchesMs);
     }

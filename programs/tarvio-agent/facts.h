@@ -36,7 +36,7 @@ class Facts {
     void (Facts::*take)(const fleet::ChildEnd& end);
     std::vector<std::string> words;
     struct Watch {
-      const char* directory;
+      std::string directory;
       int number = -1;  // negative where the directory is not there
     };
     std::vector<Watch> watches;  // of directories whose files change with it

@@ -33,6 +33,11 @@ Json answer_of(const std::string& id, const char* state, const std::string& mess
   return {{"id", id.empty() ? Json() : Json(id)}, {"state", state}, {"message", message}};
 }
 
+void add_note(Json& answer, const std::string& words) {
+  const std::string note = answer.value("note", "");
+  answer["note"] = note + (note.empty() ? "" : "; ") + words;
+}
+
 Job::Job(Request request, const Settings& settings, std::string note, Show show)
     : request_(std::move(request)),
       settings_(settings),
@@ -113,7 +118,9 @@ std::optional<Json> Job::step() {
   if (step.is_result) {
     const Json json = Json::parse(ended->output, nullptr, false);
     result_ = json.is_discarded() ? Json() : json;
-    remove_working(settings_.directory);
+    is_cut_ = ended->is_cut;
+    // The other lane's job may still be at work.
+    if (request_.room == Room::kPackagesAndFlash) remove_working(settings_.directory);
     if (is_done_already(*ended)) return end(0, "");
   }
   const bool has_failed = ended->status != 0 && !step.may_fail;
@@ -149,6 +156,7 @@ Json Job::end(int status, const std::string& message) {
                 message.empty() ? (status == 0 ? "Success" : "no reason was given") : message);
   answer["status"] = status;
   if (!note_.empty()) answer["note"] = note_;
+  if (is_cut_) add_note(answer, "its result is too long for the agent: ask for less");
   answer["result"] = result_;
   return answer;
 }

@@ -26,6 +26,9 @@ inline constexpr char kInterrupted[] = "interrupted";
 // What every answer has.
 Json answer_of(const std::string& id, const char* state, const std::string& message);
 
+// What is said besides, after other notes.
+void add_note(Json& answer, const std::string& words);
+
 // The files that a request brings, or takes away, which a cut may have left.
 void remove_files(const std::string& directory, const std::string& id);
 
@@ -67,6 +70,7 @@ class Job {
   size_t next_ = 0;
   std::unique_ptr<fleet::ChildProcess> child_;
   Json result_;
+  bool is_cut_ = false;  // the result
 };
 
 }  // namespace agent

@@ -57,6 +57,15 @@ void Outbox::on_delivered() {
   send_next();
 }
 
+std::string Outbox::on_not_taken() {
+  if (!is_waiting_) return "";
+  is_waiting_ = false;
+  const Item item = std::move(items_.front());
+  items_.pop_front();
+  send_next();
+  return item.topic;
+}
+
 void Outbox::on_too_long() {
   if (!is_waiting_) return;
   std::string& text = items_.front().text;
@@ -84,8 +93,13 @@ void Outbox::send_next() {
   if (!is_connected_ || is_waiting_ || items_.empty()) return;
   const Item& item = items_.front();
   is_waiting_ = true;
-  channel_.send({kPublish, item.topic, item.text, item.is_progress ? "0" : "1",
-                 item.is_kept ? "1" : "0", item.correlation});
+  try {
+    channel_.send({kPublish, item.topic, item.text, item.is_progress ? "0" : "1",
+                   item.is_kept ? "1" : "0", item.correlation});
+  } catch (const ChannelClosed&) {
+    // Whoever reads the channel sees it as well, and ends what is to be ended.
+    is_connected_ = is_waiting_ = false;
+  }
 }
 
 }  // namespace agent

@@ -31,7 +31,13 @@ class Outbox {
   // is_kept  whether what was sent last reaches the next connection by itself.
   void on_lost(bool is_kept);
   void on_delivered();
+  // The broker does not let this board publish it. Returns its topic; an answer is not delivered
+  // then.
+  std::string on_not_taken();
   void on_too_long();
+
+  // Whether anything is to go that can go now.
+  [[nodiscard]] bool is_sending() const { return is_connected_ && !items_.empty(); }
 
  private:
   struct Item {

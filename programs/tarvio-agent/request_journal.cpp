@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -119,13 +120,14 @@ Journal::Journal(const std::string& file) : file_(file) {
   const std::string text = read_all(fd_.get(), file_);
   const size_t whole = text.rfind('\n') + 1;  // 0 for none
   read(std::string_view(text).substr(0, whole));
+  bytes_ = whole;
   if (whole < text.size()) {
     ++damaged_lines_;
     // Else the next line would become part of it.
     if (ftruncate(fd_.get(), static_cast<off_t>(whole)) != 0) fail("write", file_);
   }
   drop_oldest();
-  if (lines_ >= kMostLines || damaged_lines_ > 0) shorten();
+  if (is_long() || damaged_lines_ > 0) shorten();
 }
 
 // Without a descriptor where the disk is full: what comes is refused then, and tried again.
@@ -240,9 +242,12 @@ bool Journal::apply_to(JournalEntry& entry, const Json& line) {
 
 void Journal::append(const Json& line) {
   if (!fd_.valid()) open();
-  write(client::line_of(line));
+  const std::string text = client::line_of(line);
+  write(text);
   (void)apply(line);
-  if (++lines_ >= kMostLines) shorten();
+  ++lines_;
+  bytes_ += text.size();
+  if (is_long()) shorten();
 }
 
 void Journal::write(const std::string& text) {
@@ -255,6 +260,8 @@ void Journal::write(const std::string& text) {
   }
   fail("write", file_);
 }
+
+bool Journal::is_long() const { return lines_ >= kMostLines || bytes_ >= most_bytes_; }
 
 void Journal::drop_oldest() {
   for (auto at = order_.begin(); order_.size() > kMostIds && at != order_.end();) {
@@ -285,15 +292,18 @@ std::string Journal::text() const {
 void Journal::shorten() {
   drop_oldest();
   const std::string fresh = file_ + ".new";
+  const std::string whole = text();
   tarvio::Fd fd(::open(fresh.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, kMode));
-  if (fd.valid() && tarvio::write_all(fd.get(), text()) && fsync(fd.get()) == 0 &&
+  if (fd.valid() && tarvio::write_all(fd.get(), whole) && fsync(fd.get()) == 0 &&
       rename(fresh.c_str(), file_.c_str()) == 0) {
     sync_directory_of(file_);
     fd_ = std::move(fd);
+    bytes_ = whole.size();
   } else {
     (void)unlink(fresh.c_str());
   }
   lines_ = kMostLines / 2;
+  most_bytes_ = std::max(kMostBytes, 2 * bytes_);
 }
 
 // Space that only answers may use. It is not of one byte, which a file system could compress.

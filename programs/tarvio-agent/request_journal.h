@@ -59,6 +59,9 @@ class Journal {
   void deliver(const std::string& id);
 
  private:
+  // Of the file, unless what must be kept has half of that.
+  static constexpr size_t kMostBytes = size_t{1} << 20U;
+
   void open();
   void read(std::string_view text);
   // False for a line that says nothing.
@@ -66,6 +69,7 @@ class Journal {
   bool apply_to(JournalEntry& entry, const Json& line);
   void append(const Json& line);
   void write(const std::string& text);
+  [[nodiscard]] bool is_long() const;
   void drop_oldest();
   void shorten();
   void keep_reserve() const;
@@ -76,6 +80,8 @@ class Journal {
   std::deque<std::string> order_;
   std::map<std::string, JournalEntry> entries_;
   size_t lines_ = 0;  // in the file
+  size_t bytes_ = 0;
+  size_t most_bytes_ = kMostBytes;
   size_t damaged_lines_ = 0;
 };
 

@@ -18,6 +18,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "answers.h"
 #include "board/opkg_records.h"
@@ -44,9 +45,11 @@ constexpr size_t kMostWaiting = 32;
 constexpr mode_t kDirectoryMode = 0700;
 constexpr size_t kMostAskers = 8;  // of one request
 constexpr int kBetweenLooksMs = 500;
+constexpr int kLastWordsMs = 5000;
 constexpr char kCut[] = "the board or its agent went down in the middle of this request";
 constexpr char kNotBegun[] =
-    "the board or its agent went down before this request was begun, and it was not run: ask again";
+    "the board or its agent went down before this request was begun, and it was not run: ask again "
+    "with a new id";
 
 void make_directory(const std::string& directory) {
   if (mkdir(directory.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
@@ -96,6 +99,7 @@ class Worker {
   static constexpr size_t kFiles = kFirstJob + kLanes * fleet::ChildProcess::kFiles;
 
   [[nodiscard]] bool is_idle() const;
+  bool has_ended();
   void wait();
   void lose_link();
   void take_records();
@@ -129,6 +133,8 @@ class Worker {
   bool has_records_ = false;
   bool has_link_ = true;
   bool is_ending_ = false;
+  bool has_warned_ = false;  // of what this connection does not let it publish
+  Deadline end_ = Deadline::never();
 };
 
 Worker::Worker(const Settings& settings, Channel channel)
@@ -173,7 +179,8 @@ void Worker::run_again(const std::string& id) {
     say("request " + id + ": " + refusal.what());  // accepted by an agent of another version
   }
   answers_.finish(id, answer_of(id, kInterrupted,
-                                std::string(kCut) + ": look what has become of it, and ask again"));
+                                std::string(kCut) +
+                                    ": look what has become of it, and ask again with a new id"));
 }
 
 void Worker::await_orphan() {
@@ -202,8 +209,15 @@ bool Worker::is_idle() const {
   return true;
 }
 
+// What was answered is sent, if the broker takes it.
+bool Worker::has_ended() {
+  if (!is_ending_ || !is_idle()) return false;
+  if (!end_.is_set()) end_ = Deadline::after(kLastWordsMs);
+  return !outbox_.is_sending() || end_.passed();
+}
+
 bool Worker::run() {
-  while (!is_ending_ || !is_idle()) {
+  while (!has_ended()) {
     wait();
     try {
       take_records();
@@ -232,6 +246,7 @@ void Worker::wait() {
   Deadline due = facts_.due();
   if (channel_.has_received()) due = Deadline::after(0);
   if (has_orphan_) due = Deadline::sooner(due, Deadline::after(kBetweenLooksMs));
+  due = Deadline::sooner(due, end_);
   const int ready =
       poll(files.data(), files.size(), Deadline::sooner(due, idle_memory_.due()).remaining_ms());
   if (ready < 0) return;
@@ -259,6 +274,7 @@ void Worker::take(const Record& record) {
   const std::string& what = record.front();
   if (what == kConnected) {
     say("connected to the broker " + settings_.broker.name() + " as " + settings_.device);
+    has_warned_ = false;
     facts_.tell_system();
     outbox_.on_connected();
   } else if (what == kLost && record.size() == 3) {
@@ -266,6 +282,13 @@ void Worker::take(const Record& record) {
     outbox_.on_lost(record[2] == "1");
   } else if (what == kDelivered) {
     outbox_.on_delivered();
+  } else if (what == kNotTaken) {
+    const std::string topic = outbox_.on_not_taken();
+    if (!std::exchange(has_warned_, true)) {
+      say("the broker does not let this board publish to '" + topic +
+          "': 'device' must be the name in its certificate, or of its user; see the broker's "
+          "access file");
+    }
   } else if (what == kTooLong) {
     say("what is to be published is longer than the broker takes");
     outbox_.on_too_long();

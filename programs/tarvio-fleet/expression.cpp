@@ -93,8 +93,9 @@ Expression::Term Expression::term_of(std::string_view text) {
   } else if (text.find_first_of(":=<> ") == std::string_view::npos) {
     term.name = text;
   } else {
-    throw UsageError("'" + std::string(text) +
-                     "' is no part of EXPR: write a name, tag:, package:, app:, online or offline");
+    throw UsageError(
+        "'" + std::string(text) +
+        "' is not a part of EXPR: write a name, tag:, package:, app:, online or offline");
   }
   term.wanted = wanted;
   return term;

@@ -26,9 +26,10 @@ constexpr char kOperator[] = "operator";
 const char* complaint_about(const char* key, const char* value) {
   if (fleet::is_broker_key(key)) return fleet::complaint_about_broker(key, value);
   if (std::strcmp(key, kOperator) == 0) {
-    return fleet::is_name(value) ? nullptr
-                                 : "is no name: use 1 to 64 letters, digits, '.', '_' and '-', a "
-                                   "letter or a digit first";
+    return fleet::is_name(value)
+               ? nullptr
+               : "the value is not a name: use 1 to 64 letters, digits, '.', '_' and '-', a "
+                 "letter or a digit first";
   }
   return "unknown key: use operator, broker, tls, ca_file, certificate, key, user or "
          "password_file";

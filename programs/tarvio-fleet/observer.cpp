@@ -21,7 +21,6 @@ using tarvio::Deadline;
 
 constexpr int kMaxLossMs = 120'000;
 constexpr int kRetryMs = 1000;  // one operator's tool, and no fleet that comes back at once
-constexpr int kRefused = 0x80;  // reasons of the broker from here on
 constexpr char kFacts[][16] = {"+/online", "+/system", "+/apps", "+/packages", "+/progress"};
 
 std::string client_name(const std::string& operator_name) {
@@ -118,7 +117,7 @@ void Observer::on_delivered(const fleet::Event& event) {
   if (found == undelivered_.end()) return;
   const std::string topic = found->second;
   undelivered_.erase(found);
-  if (event.reason < kRefused) return;
+  if (!event.is_refused()) return;
   throw Failure(EACCES, "the broker " + broker_.name() +
                             " does not let this user or certificate publish to '" + topic +
                             "': see the broker's access file");

@@ -114,10 +114,10 @@ Rollout parse_rollout(const std::string& text) {
                        .offline = json.at("offline"),
                        .left_out = json.at("left_out")};
     for (const Json& wave : json.at("waves")) rollout.waves.push_back(wave_in(wave));
-    if (!fleet::is_name(rollout.id)) throw std::runtime_error("its id is no name");
+    if (!fleet::is_name(rollout.id)) throw std::runtime_error("its id is not a name");
     return rollout;
   } catch (const Json::exception& error) {
-    throw std::runtime_error(std::string("is no rollout: ") + error.what());
+    throw std::runtime_error(std::string("is not a rollout: ") + error.what());
   }
 }
 
@@ -147,7 +147,7 @@ std::vector<int> percents_in(const std::string& text) {
     const int percent = is_number ? std::stoi(std::string(word)) : 0;
     if (percent < 1 || percent > 100 || (!percents.empty() && percent <= percents.back())) {
       throw client::UsageError("wave '" + text +
-                               "' is no list of growing percentages such as 5%,25%,100%");
+                               "' is not a list of growing percentages such as 5%,25%,100%");
     }
     percents.push_back(percent);
     if (end == std::string_view::npos) return percents;

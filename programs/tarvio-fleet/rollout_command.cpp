@@ -153,7 +153,7 @@ int number_of(const Arguments& arguments, const Option& option, int otherwise) {
   if (text == nullptr) return otherwise;
   const bool is_number = !text->empty() && text->size() <= 6 &&
                          text->find_first_not_of("0123456789") == std::string::npos;
-  if (!is_number) throw UsageError(std::string(option.name) + " '" + *text + "' is no number");
+  if (!is_number) throw UsageError(std::string(option.name) + " '" + *text + "' is not a number");
   return std::stoi(*text);
 }
 

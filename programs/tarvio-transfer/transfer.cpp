@@ -309,7 +309,7 @@ int main(int argc, char** argv) {
       case kSize:
       case kLimit: {
         const curl_off_t number = number_in(optarg);
-        if (number < 0) return complain(std::string("'") + optarg + "' is no number", kUsage);
+        if (number < 0) return complain(std::string("'") + optarg + "' is not a number", kUsage);
         (letter == kSize ? options.size : options.limit) = number;
         break;
       }

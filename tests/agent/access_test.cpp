@@ -116,6 +116,15 @@ TEST_F(BoardWithCertificate, IsNotPosedAsByAnotherBoard) {
   for (const fleet::Message& message : operator_.messages()) EXPECT_NE(message.payload, "forged");
 }
 
+TEST_F(FleetAccess, SaysThatTheNameIsNotThatInTheCertificate) {
+  AgentProcess agent("desk", "", agent_lines("board-1"));
+  EXPECT_TRUE(
+      agent.program().says("'device' must be the name in its certificate, or of its user; see the "
+                           "broker's access file"));
+  EXPECT_THAT(agent.program().errors(),
+              HasSubstr("the broker does not let this board publish to 'tarvio/v1/desk/"));
+}
+
 TEST_F(BoardWithCertificate, IsNotPushedOutByAnotherBoard) {
   Watcher other(broker_for("board-2", kBoards), "board-1");
   EXPECT_TRUE(other.is_connected());

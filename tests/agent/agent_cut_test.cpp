@@ -45,7 +45,8 @@ class Installing {
     ASSERT_TRUE(agent_->program().says("connected to the broker"));
   }
   void ask(const std::string& id, const std::string& command) {
-    Json arguments = {{"package", "app"}};
+    Json arguments = Json::object();
+    if (command == "remove") arguments = {{"package", "app"}};
     if (command == "install") {
       const fs::path file = server_.file("app.tbx");
       const tarvio::Fd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
@@ -224,6 +225,9 @@ TEST_P(AgentCut, IsSaidWhenItIsOfNoRequest) {
 // What it has begun goes on without it, and is not begun beside that.
 TEST_P(AgentCut, IsNotThatOfTheAgentAlone) {
   begin_to_install();
+  // What ends meanwhile has nothing to do with it.
+  board_->ask("l1", "list");
+  EXPECT_EQ(board_->answer("l1")["state"], "done");
   board_->agent().program().kill();
   board_->agent().start();
   ASSERT_TRUE(board_->agent().program().says("still goes on, and is waited for"));

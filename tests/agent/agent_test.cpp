@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -126,6 +127,35 @@ TEST_F(Agent, AnswersWithTheResultOfTheCommand) {
   EXPECT_EQ(answer["message"], "Success");
   EXPECT_EQ(answer["device"], "board-1");
   EXPECT_EQ(answer["result"], Json::parse(run_tarvio({"list", "--json"}).output));
+}
+
+std::string log_of(int lines) {
+  std::filesystem::create_directories("/var/log");
+  std::string log;
+  for (int number = 0; number < lines; ++number) {
+    log += "Nov 22 06:34:58 board local6.info clock[12]: line " + std::to_string(number) + '\n';
+  }
+  return log;
+}
+
+TEST_F(Agent, SendsTheLinesOfTheLog) {
+  write_file("/var/log/messages", log_of(3));
+  ASSERT_TRUE(is_online());
+  const Json answer = ask("r1", "logs", {{"app", "clock"}, {"lines", 2}});
+  EXPECT_EQ(answer["state"], "done") << answer;
+  ASSERT_EQ(answer["result"].size(), 2U) << answer;
+  EXPECT_EQ(answer["result"],
+            Json::parse(run_tarvio({"logs", "clock", "--lines", "2", "--json"}).output));
+  EXPECT_FALSE(answer.contains("note"));
+}
+
+TEST_F(Agent, SaysThatAResultIsTooLong) {
+  write_file("/var/log/messages", log_of(9000));
+  ASSERT_TRUE(is_online());
+  const Json answer = ask("r1", "logs", {{"app", "clock"}, {"lines", 9000}});
+  EXPECT_EQ(answer["state"], "done");
+  EXPECT_EQ(answer["result"], Json());
+  EXPECT_EQ(answer["note"], "its result is too long for the agent: ask for less");
 }
 
 TEST_F(Agent, SendsTheCorrelationBack) {
@@ -289,14 +319,23 @@ TEST_F(AgentWithASlowStop, ReportsWhatAKillHasCutShort) {
   EXPECT_EQ(answer["state"], "interrupted");
   EXPECT_EQ(answer["message"],
             "the board or its agent went down in the middle of this request: look what has become "
-            "of it, and ask again");
+            "of it, and ask again with a new id");
 }
 
+// And says so before it ends: the next one has nothing to add.
 TEST_F(AgentWithASlowStop, FinishesWhatWasBegunWhenItIsStopped) {
   agent_.program().send(SIGTERM);
   EXPECT_EQ(agent_.program().end(), 0);
-  agent_.start();
   EXPECT_EQ(answer_to("stop")["state"], "done");
+  agent_.start();
+  ASSERT_TRUE(is_online());
+  ASSERT_EQ(ask("r1", "list")["state"], "done");
+  EXPECT_EQ(std::count_if(watcher_.messages().begin(), watcher_.messages().end(),
+                          [](const fleet::Message& message) {
+                            return message.topic == topic("answer/ann") &&
+                                   Json::parse(message.payload)["id"] == "stop";
+                          }),
+            1);
 }
 
 TEST_F(AgentWithASlowStop, DeliversTheAnswerOnceTheBrokerIsBack) {

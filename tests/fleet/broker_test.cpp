@@ -62,13 +62,16 @@ TEST(FleetBroker, HasAHostAndAPort) {
 TEST(FleetBroker, RefusesAnAddressThatIsNone) {
   for (const char* text :
        {":1", "host:", "host:0", "host:65536", "host:x", "[::1", "[]:1", "[::1]x", "fe80::1"}) {
-    EXPECT_STREQ(fleet::complaint_about_broker("broker", text), "is not HOST or HOST:PORT") << text;
+    EXPECT_STREQ(fleet::complaint_about_broker("broker", text),
+                 "the value is not HOST or HOST:PORT")
+        << text;
   }
 }
 
 TEST(FleetBroker, RefusesPathsThatDependOnTheDirectory) {
   for (const char* key : {"ca_file", "certificate", "key", "password_file"}) {
-    EXPECT_STREQ(fleet::complaint_about_broker(key, "file"), "is no path that begins with /");
+    EXPECT_STREQ(fleet::complaint_about_broker(key, "file"),
+                 "the value is not a path that begins with /");
     EXPECT_EQ(fleet::complaint_about_broker(key, "/file"), nullptr);
   }
 }

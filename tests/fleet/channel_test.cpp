@@ -8,6 +8,8 @@
 #include <string>
 #include <thread>
 
+#include "outbox.h"
+
 namespace tarvio_test {
 namespace {
 
@@ -70,6 +72,30 @@ TEST_F(AgentChannel, EndsWithTheOtherProcess) {
   other_.reset();
   EXPECT_THROW(one.receive(), ChannelClosed);
   EXPECT_THROW(one.send({"connected"}), ChannelClosed);
+}
+
+// Its reader says so, and goes on with what was begun.
+TEST_F(AgentChannel, LosesWhatIsSentWhenTheOtherProcessHasEnded) {
+  Channel one(std::move(one_));
+  agent::Outbox outbox(one, "board-1");
+  outbox.on_connected();
+  other_.reset();
+  outbox.keep("apps", "[]");
+  EXPECT_FALSE(outbox.is_sending());
+}
+
+TEST_F(AgentChannel, GoesOnAfterWhatTheBrokerDoesNotTake) {
+  Channel one(std::move(one_));
+  Channel other(std::move(other_));
+  agent::Outbox outbox(one, "board-1");
+  outbox.on_connected();
+  outbox.answer({.topic = "a", .correlation = ""}, "text", "text", [] { FAIL(); });
+  outbox.keep("apps", "[]");
+  EXPECT_EQ(wait_for_record(other).at(1), "a");
+  EXPECT_EQ(outbox.on_not_taken(), "a");
+  EXPECT_EQ(wait_for_record(other).at(1), "tarvio/v1/board-1/apps");
+  outbox.on_delivered();
+  EXPECT_FALSE(outbox.is_sending());
 }
 
 TEST_F(AgentChannel, TakesNothingForARecordThatIsNone) {

@@ -68,7 +68,7 @@ TEST(FleetExpression, IsRefusedWithTheReason) {
       {"package:clock=>1", "'package:clock=>1' is not package:NAME or package:NAME<VERSION"},
       {"app:clock", "'app:clock' is not app:NAME=STATE"},
       {"state:x",
-       "'state:x' is no part of EXPR: write a name, tag:, package:, app:, online or offline"},
+       "'state:x' is not a part of EXPR: write a name, tag:, package:, app:, online or offline"},
   };
   for (const auto& row : rows) {
     try {

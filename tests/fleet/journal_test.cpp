@@ -98,6 +98,36 @@ TEST_F(AgentJournal, StaysSmall) {
   EXPECT_LT(std::filesystem::file_size(file()), 1'000'000U);
 }
 
+TEST_F(AgentJournal, StaysSmallWithLongAnswers) {
+  Journal journal(file());
+  Json answer = this->answer("");
+  answer["result"] = std::string(100'000, 'x');
+  for (int number = 0; number < 100; ++number) {
+    const std::string id = std::to_string(number);
+    journal.add(id, "{}", 7, kAnn);
+    journal.finish(id, answer);
+    journal.deliver(id);
+    ASSERT_LT(std::filesystem::file_size(file()), 1'200'000U) << number;
+  }
+  EXPECT_NE(Journal(file()).find("0"), nullptr);
+}
+
+// What is not delivered yet is kept, however much that is.
+TEST_F(AgentJournal, KeepsLongAnswers) {
+  Json answer = this->answer("");
+  answer["result"] = std::string(300'000, 'x');
+  {
+    Journal journal(file());
+    for (const char* id : {"a", "b", "c", "d", "e", "f"}) {
+      journal.add(id, "{}", 7, kAnn);
+      journal.finish(id, answer);
+    }
+  }
+  const Journal journal(file());
+  EXPECT_THAT(journal.ids_in(State::kAnswered), ElementsAre("a", "b", "c", "d", "e", "f"));
+  EXPECT_EQ(Json::parse(journal.find("a")->answer), answer);
+}
+
 // As a power cut leaves it.
 TEST_F(AgentJournal, DoesWithoutALastLineThatIsCut) {
   {

@@ -4,8 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <map>
 #include <string>
+
+#include "support/files.h"
 
 namespace tarvio_test {
 namespace {
@@ -48,6 +51,17 @@ TEST(OpkgRecords, MayHaveWhatIsNotInstalled) {
                                 paragraph("lib", "1.0", "deinstall user config-files"),
                             {}),
               IsEmpty());
+}
+
+TEST(OpkgRecords, AreBelowTheRootThatIsInstalled) {
+  write_kernel_command_line("root=/dev/mtdblock5");
+  std::filesystem::create_directories("/mnt/root/usr/lib/opkg/info");
+  write_file("/mnt/root/usr/lib/opkg/status", paragraph("app", "1.0", "install user unpacked"));
+  EXPECT_EQ(agent::root_of_records(), "/mnt/root");
+  EXPECT_THAT(agent::unfinished_packages(), ElementsAre("app"));
+  write_kernel_command_line("root=/dev/mtdblock4");
+  EXPECT_EQ(agent::root_of_records(), "");
+  EXPECT_THAT(agent::unfinished_packages(), IsEmpty());
 }
 
 TEST(OpkgRecords, MayBeAnything) {

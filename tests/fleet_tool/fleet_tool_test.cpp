@@ -203,7 +203,7 @@ TEST_F(FleetTool, SaysWhatIsWrongWithItsSettings) {
     const char* text;
     const char* why;
   } rows[] = {
-      {"broker: x:y\n", "fleet.conf:1: is not HOST or HOST:PORT\n"},
+      {"broker: x:y\n", "fleet.conf:1: the value is not HOST or HOST:PORT\n"},
       {"device: x\n",
        "fleet.conf:1: unknown key: use operator, broker, tls, ca_file, certificate, key, user or "
        "password_file\n"},
@@ -236,7 +236,7 @@ TEST_F(FleetTool, RefusesAWrongCommandLine) {
        "--to-url with a '?' or '#' cannot be used: FILE.minisig is sent to URL.minisig; try "
        "'tarvio-fleet rollout --help'\n"},
       {{"rollout", "https://h/x", "--to", "*", "--wave", "50%,25%"},
-       "wave '50%,25%' is no list of growing percentages such as 5%,25%,100%; try 'tarvio-fleet "
+       "wave '50%,25%' is not a list of growing percentages such as 5%,25%,100%; try 'tarvio-fleet "
        "rollout --help'\n"},
   };
   for (const auto& row : rows) {

@@ -6,7 +6,9 @@
 #include <system_error>
 
 #include "base/line_cutter.h"
+#include "base/offline_root.h"
 #include "process/system_file.h"
+#include "tarvio/opkg.h"
 
 namespace agent {
 
@@ -79,11 +81,19 @@ std::vector<std::string> unfinished_in(std::string_view status,
   return {unfinished.begin(), unfinished.end()};
 }
 
+std::string root_of_records() {
+  int online = 1;
+  return tq_is_boot_online(&online) == 0 && online == 0 ? tarvio::kOfflineRoot : "";
+}
+
 std::vector<std::string> unfinished_packages() {
-  for (const char* file : kStatusFiles) {
+  const std::string root = root_of_records();
+  for (const char* path : kStatusFiles) {
     std::error_code error;
-    if (fs::exists(file, error))
-      return unfinished_in(client::read_system_file(file), versions_in(kInformation));
+    const std::string file = root + path;
+    if (fs::exists(file, error)) {
+      return unfinished_in(client::read_system_file(file), versions_in(root + kInformation));
+    }
   }
   return {};
 }

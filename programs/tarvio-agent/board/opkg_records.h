@@ -13,6 +13,9 @@ namespace agent {
 inline constexpr char kInformation[] = "/usr/lib/opkg/info";
 inline constexpr char kStatusDirectory[] = "/usr/lib/opkg";
 
+// In front of the paths of opkg's records: empty unless the device runs from another area.
+std::string root_of_records();
+
 // The names of those for which the text of the status file is not that of an installed package.
 //
 // versions  what the information directory has, under the names of packages.

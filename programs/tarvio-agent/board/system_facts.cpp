@@ -32,9 +32,10 @@ using tarvio::Deadline;
 
 constexpr int kManagerPatienceMs = 1000;
 
+// Where packages are installed.
 uint64_t free_bytes() {
   struct statvfs space = {};
-  if (statvfs("/", &space) != 0) return 0;
+  if (statvfs((root_of_records() + '/').c_str(), &space) != 0) return 0;
   return uint64_t{space.f_bavail} * space.f_frsize;
 }
 
