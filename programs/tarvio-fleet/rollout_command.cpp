@@ -190,7 +190,7 @@ Result run(const Arguments& arguments) {
   const Expression expression(rollout.to);
   const fleet_tool::Settings settings = fleet_tool::settings_in(arguments);
   RolloutReport report(arguments.has(kJson), arguments.has(kQuiet));
-  const Result nobody = {.status = kNoMatch, .complaint = "no such board is online"};
+  Result nobody = {.status = kNoMatch, .complaint = "no such board is online"};
   // Nothing is sent or fetched in vain. That may take so long that the broker gives up a connection
   // nobody looks after, and that other boards are online after it.
   if (const Observer before(settings, arguments.timeout_seconds);
