@@ -116,6 +116,34 @@ TEST_F(BoardWithCertificate, IsNotPosedAsByAnotherBoard) {
   for (const fleet::Message& message : operator_.messages()) EXPECT_NE(message.payload, "forged");
 }
 
+// Of boards and of operators, in place of certificates.
+TEST(FleetPasswords, LetIn) {
+  use_built_programs();
+  const TempDir place;
+  std::filesystem::permissions(place.path(), std::filesystem::perms(0755));
+  write_file(place / "passwords", "");
+  for (const std::string name : {"board-1", "ann"}) {
+    shell(place.path(), "mosquitto_passwd -b passwords " + name + " secret-of-" + name);
+    write_file(place / name, "secret-of-" + name + '\n');
+  }
+  shell(place.path(), "chmod 644 *");
+  const BrokerProcess broker("listener 18830 127.0.0.1\npassword_file " +
+                             (place / "passwords").string() + "\n");
+  fleet::Broker of_operator = plain_broker();
+  of_operator.user = "ann";
+  of_operator.password_file = place / "ann";
+  Watcher watcher(of_operator, "ann");
+  ASSERT_TRUE(watcher.is_connected()) << watcher.cause();
+  const auto lines = [&](const std::string& file) {
+    return "user: board-1\npassword_file: " + (place / file).string() + '\n';
+  };
+  const AgentProcess agent("board-1", lines("board-1"));
+  EXPECT_TRUE(watcher.until(
+      [&] { return watcher.text_of("tarvio/v1/board-1/online") == R"({"online":true})"; }));
+  AgentProcess wrong("board-1", lines("ann"));
+  EXPECT_TRUE(wrong.program().says("the broker refuses it: Not authorized"));
+}
+
 TEST_F(FleetAccess, SaysThatTheNameIsNotThatInTheCertificate) {
   AgentProcess agent("desk", "", agent_lines("board-1"));
   EXPECT_TRUE(

@@ -105,6 +105,30 @@ TEST_F(Agent, TellsWhatTheManagerHasWritten) {
             watcher_.json_of(topic("apps"))[0]["pid"]);
 }
 
+TEST_F(Agent, TellsOfApplicationsOnceASecondAtMost) {
+  using Clock = std::chrono::steady_clock;
+  constexpr int kApps = 8;
+  for (int number = 0; number < kApps; ++number) {
+    install_application("app" + std::to_string(number));
+  }
+  Tarviod manager;
+  ASSERT_TRUE(manager.answers());
+  const auto running = [this] {
+    const Json apps = watcher_.json_of(topic("apps"));
+    return std::count_if(apps.begin(), apps.end(),
+                         [](const Json& app) { return app["run_state"] == "running"; });
+  };
+  ASSERT_TRUE(watcher_.until([&] { return watcher_.json_of(topic("apps")).size() == kApps; }));
+  const size_t before = watcher_.count_of(topic("apps"));
+  const auto begin = Clock::now();
+  for (int number = 0; number < kApps; ++number) {
+    EXPECT_EQ(run_tarvio({"start", "app" + std::to_string(number)}).status, 0);
+  }
+  EXPECT_TRUE(watcher_.until([&] { return running() == kApps; }));
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - begin);
+  EXPECT_LE(watcher_.count_of(topic("apps")), before + static_cast<size_t>(seconds.count()) + 2);
+}
+
 TEST_F(Agent, SaysWhenThereIsNoManager) {
   EXPECT_TRUE(watcher_.until([this] { return watcher_.text_of(topic("apps")) == "null"; }));
 }

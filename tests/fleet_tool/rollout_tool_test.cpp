@@ -2,8 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "rollout_tool.h"
@@ -27,6 +29,21 @@ TEST_F(FleetRolloutTool, AsksWaveAfterWave) {
   const Json last = events(ran.output).back();
   EXPECT_EQ(last["state"], "finished");
   EXPECT_EQ(last["done"], 10);
+}
+
+TEST_F(FleetRolloutTool, PausesBetweenWaves) {
+  std::vector<std::chrono::steady_clock::time_point> times;
+  add(2, [&](const Json&) {
+    times.push_back(std::chrono::steady_clock::now());
+    return std::pair{"done", "Success"};
+  });
+  const Ran ran = run(rollout({"--wave", "50%,100%", "--pause", "1"}));
+  EXPECT_EQ(ran.status, 0) << ran.errors;
+  std::vector<std::string> names;
+  for (const Json& event : events(ran.output)) names.push_back(event["event"]);
+  EXPECT_THAT(names, ElementsAre("rollout", "wave", "board", "pause", "wave", "board", "end"));
+  ASSERT_EQ(times.size(), 2U);
+  EXPECT_GE(times[1] - times[0], std::chrono::seconds(1));
 }
 
 TEST_F(FleetRolloutTool, TellsBoardsWhatToFetch) {
