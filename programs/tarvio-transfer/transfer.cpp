@@ -76,7 +76,8 @@ class Figures {
     shown_ = now;
     (void)std::printf("{\"done\":%lld,\"total\":%lld}\n", static_cast<long long>(done),
                       static_cast<long long>(total));
-    (void)std::fflush(stdout);
+    // Whoever began it has ended, and may begin it again: two at once would spoil the file.
+    if (std::fflush(stdout) != 0) _exit(EXIT_FAILURE);
   }
 
  private:

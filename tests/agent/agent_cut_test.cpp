@@ -72,9 +72,9 @@ class Installing {
   void cut() {
     std::vector<pid_t> processes = {agent_->program().pid()};
     for (size_t at = 0; at < processes.size(); ++at) {
+      ::kill(processes[at], SIGSTOP);  // else it could have more of them
       for (const pid_t child : children_of(processes[at])) processes.push_back(child);
     }
-    for (const pid_t process : processes) ::kill(process, SIGSTOP);
     for (const pid_t process : processes) ::kill(process, SIGKILL);
     agent_->program().kill();
     for (const pid_t process : processes) EXPECT_TRUE(ends(process));

@@ -276,6 +276,16 @@ TEST_F(AgentInstall, IsFinishedAfterAKill) {
   EXPECT_FALSE(has_left_files());
 }
 
+// It may have been started a moment too late to end with the agent. Two at once spoil the file.
+// What it says each second cannot be written then, as on a full disk.
+TEST_F(AgentInstall, LeavesNoDownloadThatNobodyWaitsFor) {
+  const TempDir place;
+  shell(place.path(), "tarvio-transfer get " + HttpsServer::url("clock.tbx") + " file --ca-file " +
+                          server_.authorities() + " >/dev/full; echo $? >status");
+  EXPECT_EQ(read_file(place / "status"), "1\n");
+  EXPECT_FALSE(std::filesystem::exists(place / "file"));
+}
+
 TEST_F(AgentInstall, RemovesAPackage) {
   start_agent();
   EXPECT_EQ(install(arguments())["state"], "done");
