@@ -33,8 +33,9 @@ std::string json_text_in(const fleet::ChildEnd& end) {
 
 }  // namespace
 
-Facts::Facts(const Settings& settings, Outbox& outbox)
+Facts::Facts(const Settings& settings, const std::string& packages_root, Outbox& outbox)
     : settings_(settings),
+      packages_root_(packages_root),
       outbox_(outbox),
       inotify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
       sources_{
@@ -44,8 +45,8 @@ Facts::Facts(const Settings& settings, Outbox& outbox)
                  .watches = {{.directory = runtime::kRunDirectory}}},
           Source{.take = &Facts::take_packages,
                  .words = {"tarvio", "list", "--json"},
-                 .watches = {{.directory = root_of_records() + kInformation},
-                             {.directory = root_of_records() + kStatusDirectory}}}} {
+                 .watches = {{.directory = packages_root + kInformation},
+                             {.directory = packages_root + kStatusDirectory}}}} {
   watch();
 }
 
@@ -64,7 +65,8 @@ void Facts::watch() {
 
 void Facts::tell_system() {
   outbox_.keep(fleet::kOnline, fleet::payload_of({{"online", true}}));
-  outbox_.keep(fleet::kSystem, fleet::payload_of(system_facts(settings_, client_version_)));
+  outbox_.keep(fleet::kSystem,
+               fleet::payload_of(system_facts(settings_, packages_root_, client_version_)));
 }
 
 // "tarvio VERSION"

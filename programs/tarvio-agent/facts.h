@@ -21,7 +21,8 @@ class Facts {
  public:
   static constexpr size_t kFiles = 1 + 3 * fleet::ChildProcess::kFiles;
 
-  Facts(const Settings& settings, Outbox& outbox);
+  // packages_root  of the installed system; empty for the running one.
+  Facts(const Settings& settings, const std::string& packages_root, Outbox& outbox);
 
   void list(pollfd* files) const;
   [[nodiscard]] tarvio::Deadline due() const;
@@ -54,6 +55,7 @@ class Facts {
   void take_packages(const fleet::ChildEnd& end);
 
   const Settings& settings_;
+  const std::string packages_root_;
   Outbox& outbox_;
   tarvio::Fd inotify_;
   tarvio::Deadline next_watch_ = tarvio::Deadline::never();

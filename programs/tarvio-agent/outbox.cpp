@@ -48,20 +48,24 @@ void Outbox::on_lost(bool is_kept) {
                items_.end());
 }
 
+// With which the broker has done.
+Outbox::Item Outbox::take_first() {
+  is_waiting_ = false;
+  Item item = std::move(items_.front());
+  items_.pop_front();
+  return item;
+}
+
 void Outbox::on_delivered() {
   if (!is_waiting_) return;
-  is_waiting_ = false;
-  const Item item = std::move(items_.front());
-  items_.pop_front();
+  const Item item = take_first();
   if (item.delivered) item.delivered();
   send_next();
 }
 
 std::string Outbox::on_not_taken() {
   if (!is_waiting_) return "";
-  is_waiting_ = false;
-  const Item item = std::move(items_.front());
-  items_.pop_front();
+  const Item item = take_first();
   send_next();
   return item.topic;
 }

@@ -52,6 +52,7 @@ class Outbox {
 
   void add(Item item);
   void send_next();
+  Item take_first();
 
   Channel& channel_;
   const std::string device_;

@@ -30,6 +30,7 @@
 #include "job.h"
 #include "orphan.h"
 #include "outbox.h"
+#include "process/kernel_text.h"
 #include "request_journal.h"
 #include "say.h"
 
@@ -58,9 +59,9 @@ void make_directory(const std::string& directory) {
 }
 
 // What opkg has left half done, for a note.
-std::string words_of_unfinished() {
+std::string words_of_unfinished(const std::string& packages_root) {
   std::string names;
-  for (const std::string& name : unfinished_packages()) names += " " + name;
+  for (const std::string& name : unfinished_packages(packages_root)) names += " " + name;
   return names.empty() ? "" : "; opkg had left half done:" + names;
 }
 
@@ -122,6 +123,7 @@ class Worker {
 
   const Settings& settings_;
   Channel channel_;
+  const std::string packages_root_ = client::root_of_packages();
   tarvio::Fd signals_ = open_signals();
   Journal journal_;
   Outbox outbox_;
@@ -143,7 +145,7 @@ Worker::Worker(const Settings& settings, Channel channel)
       journal_((make_directory(settings.directory), settings.directory + "/journal")),
       outbox_(channel_, settings.device),
       answers_(journal_, outbox_, settings.device),
-      facts_(settings, outbox_),
+      facts_(settings, packages_root_, outbox_),
       has_orphan_(has_orphan(settings.directory)) {
   if (journal_.damaged_lines() > 0) {
     say("lines of '" + settings.directory + "/journal' are not whole, as after a power cut, and " +
@@ -386,7 +388,7 @@ void Worker::start(Lane& lane) {
     if (next.note.empty()) {
       journal_.start(id);
     } else {
-      next.note += words_of_unfinished();
+      next.note += words_of_unfinished(packages_root_);
     }
     lane.job =
         std::make_unique<Job>(std::move(next.request), settings_, std::move(next.note),

@@ -262,7 +262,7 @@ Rollout find_rollout(Observer& observer, const std::string& id) {
   }
   // The clocks of two operators tell nothing of who came later, but a record that changes does.
   const bool may_run = kept && kept->state == kRunning;
-  const Deadline until = Deadline::after(may_run ? kRunningMs : 0);
+  const Deadline until = Deadline::after(kRunningMs);
   while (may_run && !until.passed()) {
     (void)observer.wait(until);
     const std::optional<Rollout> now = kept_at_broker(observer, id);

@@ -8,6 +8,7 @@
 #include <map>
 #include <string>
 
+#include "process/kernel_text.h"
 #include "support/files.h"
 
 namespace tarvio_test {
@@ -57,11 +58,9 @@ TEST(OpkgRecords, AreBelowTheRootThatIsInstalled) {
   write_kernel_command_line("root=/dev/mtdblock5");
   std::filesystem::create_directories("/mnt/root/usr/lib/opkg/info");
   write_file("/mnt/root/usr/lib/opkg/status", paragraph("app", "1.0", "install user unpacked"));
-  EXPECT_EQ(agent::root_of_records(), "/mnt/root");
-  EXPECT_THAT(agent::unfinished_packages(), ElementsAre("app"));
+  EXPECT_THAT(agent::unfinished_packages(client::root_of_packages()), ElementsAre("app"));
   write_kernel_command_line("root=/dev/mtdblock4");
-  EXPECT_EQ(agent::root_of_records(), "");
-  EXPECT_THAT(agent::unfinished_packages(), IsEmpty());
+  EXPECT_THAT(agent::unfinished_packages(client::root_of_packages()), IsEmpty());
 }
 
 TEST(OpkgRecords, MayBeAnything) {

@@ -67,10 +67,9 @@ TEST_F(FleetRolloutTool, IsNotResumedWhileItIsCarriedOut) {
 TEST_F(FleetRolloutTool, IsNotResumedWhileSomebodyWithASlowClockCarriesItOut) {
   add(1, [](const Json&) { return std::pair{"failed", "no space left"}; });
   const std::string id = id_in(run(rollout()).output);
-  const std::string topic = "tarvio-fleet/v1/rollouts/" + id;
+  const std::string topic = topic_of(id);
   Watcher watcher;
-  ASSERT_TRUE(watcher.until([&] { return !watcher.text_of(topic).empty(); }));
-  Json record = watcher.json_of(topic);
+  Json record = record_of(id, watcher);
   record.update({{"state", "running"}, {"operator", "bob"}});
   const auto save = [&](int time) {
     record["updated"] = time;
@@ -141,10 +140,9 @@ TEST_F(FleetRolloutTool, EndsWhereAnotherCarriesItOut) {
   BackgroundProgram program(line(rollout()));
   ASSERT_TRUE(eventually([this] { return !boards_[0]->requests().empty(); }));
   const std::string id = id_in(program.output());
-  const std::string topic = "tarvio-fleet/v1/rollouts/" + id;
+  const std::string topic = topic_of(id);
   Watcher watcher;
-  ASSERT_TRUE(watcher.until([&] { return !watcher.text_of(topic).empty(); }));
-  Json record = watcher.json_of(topic);
+  Json record = record_of(id, watcher);
   record["run"] = "another";
   record["operator"] = "bob";
   watcher.publish({.topic = topic, .payload = record.dump(), .is_retained = true});
@@ -210,10 +208,9 @@ TEST_F(FleetRolloutTool, GoesOnAfterALateRecordOfTheRunBeforeIt) {
   });
   const std::string id = id_in(run(rollout()).output);
   is_full = false;
-  const std::string topic = "tarvio-fleet/v1/rollouts/" + id;
+  const std::string topic = topic_of(id);
   Watcher watcher;
-  ASSERT_TRUE(watcher.until([&] { return !watcher.text_of(topic).empty(); }));
-  const Json before = watcher.json_of(topic);
+  const Json before = record_of(id, watcher);
   const auto is_of_before = [&] { return watcher.json_of(topic)["run"] == before["run"]; };
   settle("bob");
   BackgroundProgram program(line({"resume", id, "--json"}));

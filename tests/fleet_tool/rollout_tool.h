@@ -39,6 +39,12 @@ class FleetRolloutTool : public FleetTool {
     return list;
   }
   static std::string id_in(const std::string& output) { return events(output)[0]["id"]; }
+  static std::string topic_of(const std::string& id) { return "tarvio-fleet/v1/rollouts/" + id; }
+  // What the broker keeps of a rollout, once it does.
+  static Json record_of(const std::string& id, Watcher& watcher) {
+    EXPECT_TRUE(watcher.until([&] { return watcher.json_of(topic_of(id)).is_object(); }));
+    return watcher.json_of(topic_of(id));
+  }
   size_t asked() const {
     size_t count = 0;
     for (const auto& board : boards_) count += board->requests().empty() ? 0U : 1U;

@@ -6,9 +6,7 @@
 #include <system_error>
 
 #include "base/line_cutter.h"
-#include "base/offline_root.h"
 #include "process/system_file.h"
-#include "tarvio/opkg.h"
 
 namespace agent {
 
@@ -81,13 +79,7 @@ std::vector<std::string> unfinished_in(std::string_view status,
   return {unfinished.begin(), unfinished.end()};
 }
 
-std::string root_of_records() {
-  int online = 1;
-  return tq_is_boot_online(&online) == 0 && online == 0 ? tarvio::kOfflineRoot : "";
-}
-
-std::vector<std::string> unfinished_packages() {
-  const std::string root = root_of_records();
+std::vector<std::string> unfinished_packages(const std::string& root) {
   for (const char* path : kStatusFiles) {
     std::error_code error;
     const std::string file = root + path;

@@ -13,17 +13,15 @@ namespace agent {
 inline constexpr char kInformation[] = "/usr/lib/opkg/info";
 inline constexpr char kStatusDirectory[] = "/usr/lib/opkg";
 
-// In front of the paths of opkg's records: empty unless the device runs from another area.
-std::string root_of_records();
-
 // The names of those for which the text of the status file is not that of an installed package.
 //
 // versions  what the information directory has, under the names of packages.
 std::vector<std::string> unfinished_in(std::string_view status,
                                        const std::map<std::string, std::string>& versions);
 
-// Of this device. None where opkg has no status file, or another place for it.
-std::vector<std::string> unfinished_packages();
+// Of the system that is installed below the root, which is empty for the running one. None where
+// opkg has no status file, or another place for it.
+std::vector<std::string> unfinished_packages(const std::string& root);
 
 }  // namespace agent
 

@@ -32,10 +32,9 @@ using tarvio::Deadline;
 
 constexpr int kManagerPatienceMs = 1000;
 
-// Where packages are installed.
-uint64_t free_bytes() {
+uint64_t free_bytes(const std::string& root) {
   struct statvfs space = {};
-  if (statvfs((root_of_records() + '/').c_str(), &space) != 0) return 0;
+  if (statvfs((root + '/').c_str(), &space) != 0) return 0;
   return uint64_t{space.f_bavail} * space.f_frsize;
 }
 
@@ -91,7 +90,8 @@ Json root_facts(std::string_view command_line, std::string_view mounts) {
   return facts;
 }
 
-Json system_facts(const Settings& settings, const std::string& client_version) {
+Json system_facts(const Settings& settings, const std::string& packages_root,
+                  const std::string& client_version) {
   const auto now = static_cast<int64_t>(std::time(nullptr));
   return {{"agent", TARVIO_VERSION},
           {"client", client::or_null(client_version)},
@@ -100,11 +100,11 @@ Json system_facts(const Settings& settings, const std::string& client_version) {
           {"tags", settings.tags},
           {"root",
            root_facts(read_system_file("/proc/cmdline"), read_system_file("/proc/self/mounts"))},
-          {"free_bytes", free_bytes()},
+          {"free_bytes", free_bytes(packages_root)},
           {"uptime", uptime()},
           {"booted", now - uptime()},
           {"clock", now},
-          {"unfinished", unfinished_packages()}};
+          {"unfinished", unfinished_packages(packages_root)}};
 }
 
 }  // namespace agent

@@ -16,8 +16,10 @@ using client::Json;
 // are null.
 Json root_facts(std::string_view command_line, std::string_view mounts);
 
+// packages_root   of the installed system; empty for the running one.
 // client_version  of tarvio, which a process must be asked for; empty when it is not known.
-Json system_facts(const Settings& settings, const std::string& client_version);
+Json system_facts(const Settings& settings, const std::string& packages_root,
+                  const std::string& client_version);
 
 }  // namespace agent
 

@@ -6,6 +6,7 @@
 #include "packages/opkg_information.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
+#include "process/kernel_text.h"
 #include "process/text_pieces.h"
 
 namespace client {

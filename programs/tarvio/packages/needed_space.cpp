@@ -10,6 +10,7 @@
 #include "packages/opkg_information.h"
 #include "packages/package_file.h"
 #include "process/failure.h"
+#include "process/kernel_text.h"
 #include "process/paths.h"
 #include "process/text_pieces.h"
 

@@ -5,13 +5,12 @@
 #include <string_view>
 
 #include "base/line_cutter.h"
-#include "base/offline_root.h"
 #include "packages/control_fields.h"
 #include "process/failure.h"
+#include "process/kernel_text.h"
 #include "process/paths.h"
 #include "process/system_file.h"
 #include "process/text_pieces.h"
-#include "tarvio/opkg.h"
 
 namespace client {
 
@@ -72,16 +71,6 @@ bool knows(const std::string& directory, const std::string& name) {
 }
 
 }  // namespace
-
-std::string root_of_packages() {
-  int online = 1;
-  // The library takes a test that failed for online (oddity 61): that could be the wrong root.
-  if (const int error = tq_is_boot_online(&online)) {
-    throw Failure(error, std::string("cannot find out which root the device runs from: ") +
-                             "cannot read '/proc/cmdline': " + strerror(error));
-  }
-  return online != 0 ? "" : tarvio::kOfflineRoot;
-}
 
 std::string information_directory() { return root_of_packages() + kInformation; }
 

@@ -8,11 +8,7 @@
 
 namespace client {
 
-// The root of the installed system: empty when the device runs from it. Throws a Failure when that
-// cannot be found out.
-std::string root_of_packages();
-
-// Where the library looks, below that root.
+// Where the library looks, below the root of the installed system.
 std::string information_directory();
 
 // The names of all control files in a directory of opkg's; none when there is no such directory.

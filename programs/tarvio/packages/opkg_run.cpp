@@ -7,9 +7,9 @@
 
 #include "base/chain.h"
 #include "base/owners.h"
-#include "packages/opkg_information.h"
 #include "process/child.h"
 #include "process/failure.h"
+#include "process/kernel_text.h"
 #include "process/required_tools.h"
 #include "process/text_pieces.h"
 #include "tarvio/error.h"

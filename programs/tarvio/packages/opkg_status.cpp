@@ -1,8 +1,8 @@
 #include "packages/opkg_status.h"
 
 #include "packages/control_fields.h"
-#include "packages/opkg_information.h"
 #include "packages/opkg_run.h"
+#include "process/kernel_text.h"
 
 namespace client {
 

@@ -1,6 +1,11 @@
 #include "process/kernel_text.h"
 
+#include <cstring>
+
+#include "base/offline_root.h"
+#include "process/failure.h"
 #include "process/text_pieces.h"
+#include "tarvio/opkg.h"
 
 namespace client {
 
@@ -24,6 +29,16 @@ std::vector<Mount> mounts_in(std::string_view text) {
     mounts.push_back(std::move(mount));
   }
   return mounts;
+}
+
+std::string root_of_packages() {
+  int online = 1;
+  // The library takes a test that failed for online (oddity 61): that could be the wrong root.
+  if (const int error = tq_is_boot_online(&online)) {
+    throw Failure(error, std::string("cannot find out which root the device runs from: ") +
+                             "cannot read '/proc/cmdline': " + strerror(error));
+  }
+  return online != 0 ? "" : tarvio::kOfflineRoot;
 }
 
 }  // namespace client

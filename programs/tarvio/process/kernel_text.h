@@ -11,6 +11,10 @@ namespace client {
 // The root on a kernel's command line; empty when it names none.
 std::string root_in(std::string_view command_line);
 
+// The root of the installed system: empty when the device runs from it. Throws a Failure when that
+// cannot be found out.
+std::string root_of_packages();
+
 struct Mount {
   std::string device;
   std::string directory;
